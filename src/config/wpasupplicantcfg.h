@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+/// Builds one `network={...}` block from option lines and writes the whole file that wpa_supplicant reads
+/// (wpa_supplicant.conf(5)). One builder belongs to each NamedNetwork. Main thread only: the class-wide
+/// switches are set, the blocks are built and the file is written in an order that gives them their meaning.
+class WpaSupplicantCfg : public QObject
+{
+    Q_OBJECT
+public:
+    explicit WpaSupplicantCfg(QObject *parent);
+
+    void SetSSID(const QString &networkSsid, bool scan);
+    void SetPriority(int networkPriority) { priority = networkPriority; }
+    /// Background scan: short interval and long interval in seconds, signal threshold in dBm, in the order in
+    /// which the definition's three numbers are handed over: short interval, long interval, threshold.
+    void SetBgParameters(bool use, int a, int b, int c);
+    /// Empty means no restriction.
+    void SetFrequencyBand(const QString &band) { frequencyBand = band; }
+    /// File name of the EAP-FAST credential, without a folder.
+    void SetPacFile(const QString &fileName) { pacFile = fileName; }
+
+    static void SetFilterSsid(bool on) { _filterSsids = on; }
+    static void SetAllowWeakCerts(bool on) { _allowWeakCerts = on; }
+
+    /// Forgets the options and the finished block.
+    void Clear();
+    void AddOption(const QString &key, const QString &value, bool quote);
+    void AddPriority(int value);
+    void StartWiredCfg();
+    void StartWirelessCfg();
+    /// Finishes the block from the options added so far.
+    void ConfigPrep();
+
+    // One routine for each security mode; each starts and finishes the block.
+    void Unsecured();
+    void Wep(bool shared, const QString &key);
+    void WpaPersonal(const QString &passphrase);
+    void Wpa3Sae(const QString &password);
+    void Wpa2Psk3Sae(const QString &passphrase);
+    void EapTls(const QString &identity, const QString &caCert, const QString &clientCert,
+                const QString &privateKey, const QString &privateKeyPassword, const QString &cipher);
+    void EapLeap(const QString &identity, const QString &password, const QString &cipher);
+    void EapFast(const QString &identity, const QString &password, const QString &provisioning);
+    void PeapGtc(const QString &identity, const QString &password);
+    void PeapMschapv2(const QString &identity, const QString &password, const QString &caCert);
+    void WiredTls(const QString &identity, const QString &caCert, const QString &clientCert,
+                  const QString &privateKey, const QString &privateKeyPassword);
+    void WiredPeap(const QString &identity, const QString &password, const QString &caCert);
+
+    /// `psk=` with the hashed key from wpa_passphrase, or the quoted passphrase where the tool gives none.
+    void AddPasswordOption(const QString &passphrase);
+    /// The NT hash of the password (MD4 of its UTF-16LE form, RFC 2759 section 8.3) as `hash:` text.
+    void AddHashedPasswordOption(const QString &key, const QString &password);
+
+    /// The lines of the finished block, empty when none was built.
+    QStringList Block() const { return block; }
+
+    /// Centre frequencies in MHz of every channel of the band, separated by single blanks; empty when the
+    /// band is not known.
+    static QString GetFrequencyListForBand(const QString &band);
+
+    /// The MAC address of the first wireless link, or an empty text.
+    static QString GetMac();
+
+    /// Replaces /tmp/wpa_supplicant.conf by the global header and these block lines. False when it cannot be
+    /// opened.
+    [[nodiscard]] static bool WriteCfg(const QStringList &lines);
+
+    static bool _useHashedPsk;
+    static bool _intel_sae_fix;
+    static bool _filterSsids;
+    static bool _useApScan;
+    static bool _allowWeakCerts;
+    static bool _fixWpa3;
+    static bool _iswireless;
+
+private:
+    void AddCertificate(const QString &key, const QString &value);
+
+    QStringList options;
+    QStringList block;
+    QString ssid;
+    bool scanSsid = false;
+    int priority = 0;
+    bool useBgSettings = false;
+    int bgParam1 = 0;
+    int bgParam2 = 0;
+    int bgParam3 = 0;
+    QString frequencyBand;
+    QString pacFile;
+};

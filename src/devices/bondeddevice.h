@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+class QProcess;
+class QTimer;
+
+/// Joins the Ethernet-named interfaces into one bond (Documentation/networking/bonding) that keeps one
+/// address across links. With renaming on, the bond takes over the wired interface's name. Owned by the
+/// service object; main thread only. The DHCP client is the only step that is not waited for.
+class BondedDevice : public QObject
+{
+    Q_OBJECT
+public:
+    explicit BondedDevice(QObject *parent);
+    ~BondedDevice() override;
+
+    bool isBondingEnabled() const;
+    /// The bonding mode's number as decimal text.
+    QString GetDesiredMode() const;
+    bool isAvailable();
+    void EnableBonding();
+    void DisableBonding();
+    void StartDhclientInit(const QString &iface);
+    void ReleaseDhclient();
+    void SetDhclient();
+    QString getBondedDeviceActiveSlaveFileName() const;
+
+    void setBringupInterface(bool on) { bringUp = on; }
+    void setRenaming(bool on) { renaming = on; }
+    void setUsePrimary(bool on) { usePrimary = on; }
+    bool isBondingActive() const { return bondingActive; }
+    /// The interfaces to enslave, or enslaved, under their current names.
+    QStringList getSlaves() const { return slaves; }
+
+    static bool driverFound;
+    static bool enableChecked;
+    static const QStringList BondingModeList;
+
+signals:
+    void dhclientReady();
+
+public slots:
+    void onStartProcessFinished(int exitCode);
+    void onMyTimerTrip();
+
+private:
+    QStringList FindSlaves() const;
+    void WaitForDhclient();
+
+    bool dhclientFinished = false;
+    QStringList slaves;
+    bool usePrimary = false;
+    bool bondingActive = false;
+    const QString swapName = QStringLiteral("eth0-swap");
+    bool renaming = false;
+    bool bringUp = false;
+    QString bondName = QStringLiteral("bond0");
+    QString wiredName;
+    QString renamedName;
+    QProcess *dhcpProcess; ///< child
+    QTimer *pollTimer;     ///< child
+};

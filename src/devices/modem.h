@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include "networkdevice.h"
+
+/// A cellular modem's interface, driven by the platform's modem-tool.sh, which bounds its own waiting: the
+/// daemon waits for it without limit.
+class Modem : public NetworkDevice
+{
+    Q_OBJECT
+public:
+    Modem(const QString &interfaceName, QObject *parent);
+    ~Modem() override;
+
+    void Connect();
+    void Disconnect();
+    void ConfigureIFace();
+    void UpdateConnectionStatus();
+    static bool IsModemReady();
+
+    bool modemConnected = false;
+};

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QString>
+
+/// What sysfs tells of an interface's adapter and driver.
+class ModInfo
+{
+public:
+    /// Contents of a file in the interface's device folder, empty when it cannot be read.
+    static QString GetDeviceSysInfo(const QString &iface, const QString &file);
+    static QString GetUEVENTDriver(const QString &iface);
+    static QString GetDeviceType(const QString &iface);
+    static QString GetDeviceDesc(const QString &driver);
+};

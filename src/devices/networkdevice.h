@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QHash>
+#include <QMetaType>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+class Logging;
+class NamedNetwork;
+class QTimer;
+class ZebNetConfig;
+class ZebNetStatus;
+
+/// One kernel interface: its last observed state, the network definitions that apply to it, and the
+/// operations that configure it with the system's tools. Lives on the main thread; created without a parent
+/// and deleted by the service object, which reads and sets the public state directly.
+///
+/// networkdevice.cpp         life, state, events
+/// networkdevice_link.cpp    link and address control
+/// networkdevice_dhcp.cpp    DHCP client, resolver, host list
+/// networkdevice_config.cpp  applying a network definition
+class NetworkDevice : public QObject
+{
+    Q_OBJECT
+public:
+    NetworkDevice(const QString &interfaceName, QObject *parent);
+    ~NetworkDevice() override;
+    virtual void RefreshWirelessStatus();
+    virtual void UseNewDriver(bool on);
+    /// The record of the current network, chosen on first use; null when no definition applies. For a
+    /// wireless device the definition is read again, which invalidates pointers got before.
+    virtual ZebNetConfig *getCurrentConfig();
+
+    // Life, state, events
+
+    int InitDevice();
+    ZebNetConfig *UpdateConfig();
+    /// Reads addresses and link state again: interface ioctls (netdevice(7)) and the carrier file, which a
+    /// link that is down refuses to give (Documentation/ABI/testing/sysfs-class-net).
+    void RefreshStatus();
+    /// Publishes the addresses and reports an address that is present with event (1, 1).
+    void UpdateIpInformation();
+    QString toString() const;
+    void SendEvent(int code, int value);
+
+    // Link and address control: each runs a tool whose result is not examined.
+
+    void Up(const QString &iface);
+    void Up();
+    void Up(const QString &iface, const QString &ip, const QString &mask);
+    void Up(const QString &ip, const QString &mask);
+    void Down(const QString &iface);
+    void Down();
+    void AutoNegotiate(const QString &iface);
+    /// `speed` in Mbit/s; `duplex` 1 is full, anything else half.
+    void SetSpeed(const QString &iface, int speed, int duplex);
+    /// `mtu` in bytes, decimal.
+    void SetMtu(const QString &iface, const QString &mtu);
+    void FlushIpAddress();
+    void SetGateway(const QString &gw);
+    int StartDevice();
+    int StopDevice();
+
+    // DHCP client, resolver, host list
+
+    /// One attempt, at most 30 s; true when an address was bound.
+    bool Dhclient(const QString &iface);
+    bool ClearDNS();
+    void SetDNS(const QString &dns1, const QString &dns2, const QString &domain);
+    void AppendDNS(const QString &dns1, const QString &dns2, const QString &domain);
+    void SetHosts(const QStringList &lines);
+
+    // Applying a network definition
+
+    /// Applies the current definition; `renew` runs DHCP where the address is not static.
+    void ConfigureNetwork(bool renew);
+    bool getNamedNetworksForDevice();
+    /// The names of the definitions that apply, in the order in which they are considered.
+    QStringList GetNamedNetworks() const;
+    /// The supplicant's block lines of all definitions that apply, in the same order.
+    QStringList GetNamedNetworkWpasInformation() const;
+    QStringList getWpaConfig() const;
+
+signals:
+    void SendEventMessage(int code, int value, NetworkDevice *device);
+    void ConnectionStatusChange(NetworkDevice *device, bool connected);
+
+public slots:
+    void onTimerTrip();
+
+public:
+    NamedNetwork *currentNetwork = nullptr;
+    Logging *logger;
+    bool usesSupplicant = false;
+    QStringList networkNames;
+    QHash<QString, NamedNetwork *> namedNetworks; ///< owned
+    QString name;
+    bool isWireless = false;
+    ZebNetConfig *currentConfig = nullptr; ///< owned by the current network
+    ZebNetStatus *status;                  ///< owned
+    int socketFd;                          ///< datagram socket for interface ioctls, -1 when there is none
+    bool linkUp = false;
+    bool stopped = false;
+    bool isUp = false;
+    bool isRunning = false;
+    bool fallbackEnabled = false;
+    int authWaitTicks = 0;
+    bool inFallback = false;
+    bool ipAnnounced = false;
+    QString ipAddress;
+    QString broadcast;
+    QString netmask;
+    QString macAddress;
+    QString essid;
+    QString accessPoint;
+    QString encKey;
+    int linkQuality = 0;
+    QString driver;
+    QTimer *timer; ///< owned
+    int wirelessTicks = 0;
+    bool configurable = true;
+    bool driverChosen = false;
+
+private:
+    QString ReadAddress(unsigned long request) const;
+    QString ReadMacAddress() const;
+    void ReadCarrier();
+
+    void ApplyWiredFlags();
+    void ObtainAddress();
+    void ApplyLinkSettings();
+    void ApplySpeed();
+};
+
+Q_DECLARE_METATYPE(NetworkDevice *)

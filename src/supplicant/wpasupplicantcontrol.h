@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+
+class Logging;
+class QSocketNotifier;
+struct wpa_ctrl;
+
+/// One control connection to the supplicant of one interface: sends commands, and hands every event that is
+/// not mere noise to its owner. Lives on the main thread, with the supervisor that owns it.
+class WpaSupplicantControl : public QObject
+{
+    Q_OBJECT
+public:
+    explicit WpaSupplicantControl(QObject *parent);
+    ~WpaSupplicantControl() override;
+
+    /// Opens, registers for events and starts listening. An empty name means wlan0.
+    bool openControlInterface(const QString &interfaceName);
+    void closeControlInterface();
+    bool isCtrlOpen() const;
+    /// Notices a supplicant that is gone without sending it anything: isCtrlOpen() is false from then on.
+    void CheckPeer();
+
+    /// The supplicant's reply with its line feed, or "WPA_CTRL_ERROR: Control not Open" where there is no
+    /// connection, no answer within 10 s, or an error.
+    QString SendCommand(const QString &cmd);
+
+    static const QString CtrlInterfaceDir;
+
+signals:
+    /// One event, whole, with its priority prefix.
+    void MessageReady(const QString &message);
+
+private slots:
+    void ReadMessage();
+
+private:
+    QString interface;
+    QString defaultInterface = QStringLiteral("wlan0");
+    QByteArray socketPath;
+    wpa_ctrl *connection = nullptr; ///< owned
+    QSocketNotifier *notifier = nullptr; ///< child
+    bool open = false;
+    Logging *log;
+};

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "interfacekind.h"
+
+#include "timing.h"
+
+#include <QProcess>
+
+bool interfaceIsWireless(const QString &iface)
+{
+    QProcess process;
+    // The blank belongs to the program string; QProcess takes it as part of the file name.
+    process.start(QStringLiteral("iw "), {iface, QStringLiteral("info")});
+    if (!process.waitForFinished(static_cast<int>(PROGRAM_TIME_LIMIT.count())))
+        return false;
+    return process.readAllStandardOutput().split('\n').size() > 1;
+}

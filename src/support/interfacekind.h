@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QString>
+
+/// Whether `iw` knows the interface. False when it does not answer within 30000 ms.
+bool interfaceIsWireless(const QString &iface);

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <sys/types.h>
+
+/// Files at fixed names in folders that others may write to. None of these operations follows a symbolic
+/// link in the last part of the path, and no descriptor is inherited by a child.
+namespace SecureFile {
+
+/// Replaces the contents of `path` in place. The file has exactly `mode` before the first byte is written.
+/// False, with the old contents kept or the file empty, when it cannot be opened or written.
+[[nodiscard]] bool Write(const QString &path, const QByteArray &contents, mode_t mode);
+
+/// Replaces the file by a new one in a single step, so that a reader sees the old or the new contents and
+/// never a part. A symbolic link at `path` is replaced, not followed.
+[[nodiscard]] bool Replace(const QString &path, const QByteArray &contents, mode_t mode);
+
+} // namespace SecureFile

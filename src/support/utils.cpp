@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "utils.h"
+
+#include "timing.h"
+
+#include <QByteArray>
+#include <QDebug>
+#include <QProcess>
+#include <QProcessEnvironment>
+
+#include <initializer_list>
+
+namespace {
+
+constexpr int TIME_LIMIT_MS = static_cast<int>(PROGRAM_TIME_LIMIT.count());
+
+void SetEnvironment(QProcess &process)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":0"));
+    process.setProcessEnvironment(environment);
+}
+
+QString DecodeToFirstNul(const QByteArray &bytes)
+{
+    const int end = bytes.indexOf('\0');
+    return QString::fromUtf8(bytes.constData(), end == -1 ? bytes.size() : end);
+}
+
+} // namespace
+
+QStringList Utils::GetResults(QProcess *process)
+{
+    if (process->exitStatus() != QProcess::NormalExit)
+        return {QStringLiteral("Process Crashed")};
+    return DecodeToFirstNul(process->readAll()).split(QLatin1Char('\n'));
+}
+
+QStringList Utils::Execute(const QString &program, const QStringList &arguments, bool /*ignored*/)
+{
+    QProcess process;
+    SetEnvironment(process);
+    process.start(program, arguments, QIODevice::ReadWrite);
+    process.waitForFinished(TIME_LIMIT_MS);
+    return GetResults(&process);
+}
+
+QStringList Utils::ExecuteMerged(const QString &program, const QStringList &arguments, int timeoutMs)
+{
+    qDebug() << "ExecuteMerged" << program << arguments;
+    QProcess process;
+    SetEnvironment(process);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments, QIODevice::ReadWrite);
+    process.waitForFinished(timeoutMs);
+    return GetResults(&process);
+}
+
+bool Utils::SpawnExecute(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    SetEnvironment(process);
+    process.setProgram(program);
+    process.setArguments(arguments);
+    qDebug() << "SpawnExecute" << program << arguments;
+    const bool started = process.startDetached();
+    qDebug() << "SpawnExecute started" << (started ? "true" : "false");
+    return started;
+}
+
+QStringList Utils::ExecutePiped(const QString &program1, const QStringList &arguments1,
+                                const QString &program2, const QStringList &arguments2,
+                                const QString &program3, const QStringList &arguments3)
+{
+    const bool hasThird = !program3.isEmpty();
+    QProcess first;
+    QProcess second;
+    QProcess third;
+    for (QProcess *process : {&first, &second, &third})
+        SetEnvironment(*process);
+    first.setStandardOutputProcess(&second);
+    if (hasThird)
+        second.setStandardOutputProcess(&third);
+
+    first.start(program1, arguments1, QIODevice::ReadWrite);
+    second.start(program2, arguments2, QIODevice::ReadWrite);
+    if (hasThird)
+        third.start(program3, arguments3, QIODevice::ReadWrite);
+
+    first.waitForFinished(TIME_LIMIT_MS);
+    second.waitForFinished(TIME_LIMIT_MS);
+    if (hasThird)
+        third.waitForFinished(TIME_LIMIT_MS);
+    return GetResults(hasThird ? &third : &second);
+}
+
+QString Utils::SsidToString(const QString &escaped)
+{
+    if (!escaped.contains(QStringLiteral("\\x")))
+        return escaped;
+
+    QByteArray output;
+    QByteArray pending;
+    int i = 0;
+    while (i < escaped.length()) {
+        if (escaped.at(i) == QLatin1Char('\\') && i < escaped.length() - 3 &&
+            escaped.at(i + 1) == QLatin1Char('x')) {
+            pending += QByteArray::fromHex(escaped.mid(i + 2, 2).toLatin1());
+            i += 4;
+            continue;
+        }
+        output += pending;
+        pending.clear();
+        output += escaped.at(i).toLatin1();
+        ++i;
+    }
+    output += pending;
+    return DecodeToFirstNul(output);
+}
