@@ -1,0 +1,32 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+#
+# Ends every running DHCP client and returns once they are gone, so that a new
+# attempt never meets an old client. Asks first; after 2 s it insists.
+
+clients() {
+    pidof dhclient
+}
+
+# true when all are gone within $1 tenths of a second
+wait_until_gone() {
+    tenths=$1
+    while clients >/dev/null; do
+        [ "$tenths" -gt 0 ] || return 1
+        tenths=$((tenths - 1))
+        sleep 0.1
+    done
+}
+
+signal_clients() {
+    for pid in $(clients); do
+        kill -s "$1" "$pid" 2>/dev/null
+    done
+}
+
+clients >/dev/null || exit 0
+signal_clients TERM
+wait_until_gone 20 && exit 0
+signal_clients KILL
+wait_until_gone 20

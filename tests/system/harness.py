@@ -1,0 +1,443 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""What the system tests share: the daemon as built, the peers at the other end of the cable, a listener on
+the event socket, and waiting with deadlines. Runs in the sandbox (tests/sandbox/run) or in the virtual machine
+of tests/vm, never on a machine that is in use."""
+
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import threading
+import time
+import unittest
+from pathlib import Path
+from xml.sax.saxutils import escape
+
+SOURCE_DIR = Path(__file__).resolve().parents[2]
+BUILD_DIR = Path(os.environ.get("CORVI_BUILD_DIR", SOURCE_DIR / "build/release"))
+DAEMON = BUILD_DIR / "bin/corvi"
+STATUS_TOOL = BUILD_DIR / "bin/corvi-status"
+
+LOG = Path("/var/log/corvi-mon.log")
+STORE = Path("/tmp/config/xmlconfig/user/hardware/networkconfig")
+HOSTS = Path("/etc/hosts")
+RESOLV_CONF = Path("/etc/resolv.conf")
+DHCP_TRANSCRIPT = Path("/tmp/dhclient.log")
+EVENT_SOCKET = "/tmp/corvin"
+
+KILL_FLAG = Path("/tmp/kill_corvi")
+DEBUG_FLAG = Path("/tmp/debug_corvi")
+REFRESH_FLAG = Path("/tmp/refresh_network")
+RELOAD_FLAG = Path("/tmp/config/files/network/reload")
+
+STANDINS = Path("/tmp/standins")
+# The stand-ins, where there are some, are for the daemon; the tests themselves use the real programs.
+REAL_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+
+# Events, as (code, status) pairs.
+NO_CONFIGURATION = (1, -1)
+DHCP_STARTED = (1, 0)
+ADDRESS_PRESENT = (1, 1)
+LINK_UP = (2, 1)
+LINK_DOWN = (2, -1)
+
+
+def run(*command, check=True, timeout=30):
+    """Runs a real program to its end; its output as text. With check, a failure fails the test."""
+    result = subprocess.run([str(word) for word in command], capture_output=True, text=True, errors="replace",
+                            timeout=timeout, env={**os.environ, "PATH": REAL_PATH}, check=False)
+    if check and result.returncode != 0:
+        raise AssertionError(f"{' '.join(map(str, command))}: status {result.returncode}\n{result.stderr}")
+    return result.stdout
+
+
+def wait_for(what, condition, timeout=10.0, interval=0.05):
+    """Waits until condition() gives something true, and returns it; fails the test after timeout seconds."""
+    deadline = time.monotonic() + timeout
+    while True:
+        result = condition()
+        if result:
+            return result
+        if time.monotonic() > deadline:
+            raise AssertionError(f"not within {timeout} s: {what}")
+        time.sleep(interval)
+
+
+def holds_for(what, condition, duration):
+    """Fails the test when condition() is false at any time within duration seconds."""
+    deadline = time.monotonic() + duration
+    while time.monotonic() < deadline:
+        if not condition():
+            raise AssertionError(f"did not last {duration} s: {what}")
+        time.sleep(0.1)
+
+
+def read(path):
+    try:
+        return Path(path).read_text(encoding="utf-8", errors="replace")
+    except OSError:
+        return ""
+
+
+# --- interfaces ----------------------------------------------------------------------------------------------
+
+def addresses(interface, netns=None):
+    """IPv4 addresses of an interface, as the kernel has them."""
+    command = ["ip", "-j", "-4", "addr", "show", "dev", interface]
+    if netns:
+        command[1:1] = ["-n", netns]
+    output = run(*command, check=False)
+    return [info["local"] for link in json.loads(output or "[]") for info in link.get("addr_info", [])]
+
+
+def link(interface):
+    """The kernel's description of a link, {} when there is none."""
+    output = run("ip", "-j", "link", "show", "dev", interface, check=False)
+    return (json.loads(output or "[]") or [{}])[0]
+
+
+def is_up(interface):
+    return "UP" in link(interface).get("flags", [])
+
+
+def default_routes():
+    return json.loads(run("ip", "-j", "-4", "route", "show", "default") or "[]")
+
+
+def default_gateway():
+    return next((route.get("gateway") for route in default_routes()), None)
+
+
+class Cable:
+    """A cable from an interface here to a network of its own (a network namespace) at the other end.
+    It is in from the start."""
+
+    def __init__(self, interface, address="10.77.0.1/24"):
+        self.interface = interface
+        self.netns = "lan-" + interface
+        self.far_end = "port0"
+        run("ip", "netns", "add", self.netns)
+        run("ip", "link", "add", "name", interface, "type", "veth", "peer", "name", self.far_end, "netns", self.netns)
+        # A veth leaves checksums to hardware that is not there, and DHCP clients drop such packets.
+        run("ethtool", "-K", interface, "tx", "off")
+        self.run("ethtool", "-K", self.far_end, "tx", "off")
+        self.run("ip", "link", "set", "dev", "lo", "up")
+        self.run("ip", "addr", "add", address, "dev", self.far_end)
+        self.plug()
+
+    def run(self, *command, **options):
+        """Runs a program at the other end."""
+        return run("ip", "netns", "exec", self.netns, *command, **options)
+
+    def start(self, *command, output):
+        """Starts a program at the other end that goes on, its output in a file."""
+        with open(output, "wb") as stream:
+            return subprocess.Popen(["ip", "netns", "exec", self.netns, *map(str, command)], stdin=subprocess.DEVNULL,
+                                    stdout=stream, stderr=subprocess.STDOUT, env={**os.environ, "PATH": REAL_PATH})
+
+    def plug(self):
+        self.run("ip", "link", "set", "dev", self.far_end, "up")
+
+    def pull(self):
+        self.run("ip", "link", "set", "dev", self.far_end, "down")
+
+
+class DhcpServer:
+    """A real DHCP server (dnsmasq) at the other end of a cable."""
+
+    def __init__(self, cable, network="10.77.0", options=()):
+        self.network = network
+        self.log = Path(f"/tmp/dnsmasq-{cable.netns}.log")
+        self.process = cable.start(
+            "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--user=root", "--no-ping",
+            f"--interface={cable.far_end}", "--bind-interfaces", "--pid-file=", "--log-dhcp", "--log-facility=-",
+            f"--dhcp-leasefile=/tmp/dnsmasq-{cable.netns}.leases", "--dhcp-authoritative",
+            f"--dhcp-range={network}.50,{network}.99,255.255.255.0,10m",
+            f"--dhcp-option=option:dns-server,{network}.1", *options, output=self.log)
+        wait_for("DHCP server ready", lambda: "DHCP, IP range" in read(self.log))
+
+    def serves(self, address):
+        return address.startswith(self.network + ".") and 50 <= int(address.rsplit(".", 1)[1]) <= 99
+
+    def stop(self):
+        end_process(self.process)
+
+
+# --- the store -----------------------------------------------------------------------------------------------
+
+def network(name, **properties):
+    """One network of the store. A list becomes its <hosts>; True and False are written as the store has them."""
+    lines = [f"    <name>{escape(name)}</name>"]
+    for key, value in properties.items():
+        if key == "hosts":
+            lines.append("    <hosts>" + "".join(f"<host>{escape(host)}</host>" for host in value) + "</hosts>")
+        else:
+            text = str(value).lower() if isinstance(value, bool) else str(value)
+            lines.append(f"    <{key}>{escape(text)}</{key}>")
+    return "  <network>\n" + "\n".join(lines) + "\n  </network>\n"
+
+
+def wired(name="lan", **properties):
+    """A wired network, by DHCP unless told otherwise."""
+    return network(name, **{"securityMode": "Unsecured", **properties})
+
+
+def store_text(*networks, **settings):
+    lines = [f"  <{key}>{escape(str(value).lower() if isinstance(value, bool) else str(value))}</{key}>\n"
+             for key, value in settings.items()]
+    return '<?xml version="1.0" encoding="UTF-8"?>\n<networkconfig>\n' + "".join(lines) + "".join(networks) + \
+        "</networkconfig>\n"
+
+
+def write_store(*networks, **settings):
+    """Replaces the store as a whole, the way a configuration tool does."""
+    write_store_bytes(store_text(*networks, **settings).encode())
+
+
+def write_store_bytes(content):
+    STORE.parent.mkdir(parents=True, exist_ok=True)
+    new = STORE.with_name(STORE.name + ".new")
+    new.write_bytes(content)
+    new.rename(STORE)
+
+
+def touch(path):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.touch()
+
+
+# --- processes -----------------------------------------------------------------------------------------------
+
+def end_process(process, timeout=5):
+    if process.poll() is None:
+        process.terminate()
+        try:
+            process.wait(timeout)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+
+
+def end_by_name(*names):
+    """Ends programs that went into the background. Only ever in a PID namespace of our own."""
+    for name in names:
+        for pid in run("pidof", name, check=False).split():
+            try:
+                os.kill(int(pid), signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+
+
+class Listener:
+    """The program that the daemon tells of events: one connection each, 4 bytes, big-endian."""
+
+    def __init__(self, reads=True, accepts=True):
+        self.messages = []
+        self.reads = reads
+        self.held = []
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        Path(EVENT_SOCKET).unlink(missing_ok=True)
+        self.socket.bind(EVENT_SOCKET)
+        self.socket.listen(64 if accepts else 0)
+        if accepts:
+            threading.Thread(target=self._accept, daemon=True).start()
+
+    def _accept(self):
+        while True:
+            try:
+                connection, _ = self.socket.accept()
+            except OSError:
+                return
+            if not self.reads:
+                self.held.append(connection)
+                continue
+            with connection:
+                connection.settimeout(5)
+                message = b""
+                try:
+                    while chunk := connection.recv(64):
+                        message += chunk
+                except OSError as error:
+                    message += repr(error).encode()
+            self.messages.append(message)
+
+    def events(self):
+        """What came so far, as (code, status) pairs. Anything but 4 bytes a connection fails the test."""
+        for message in self.messages:
+            if len(message) != 4:
+                raise AssertionError(f"an event of {len(message)} bytes: {message!r}")
+        return [(int.from_bytes(message[:2], "big", signed=True), int.from_bytes(message[2:], "big", signed=True))
+                for message in list(self.messages)]
+
+    def clear(self):
+        self.messages.clear()
+
+    def close(self):
+        # accept() in the other thread only returns when the socket is shut down.
+        try:
+            self.socket.shutdown(socket.SHUT_RDWR)
+        except OSError:
+            pass
+        self.socket.close()
+        for connection in self.held:
+            connection.close()
+        Path(EVENT_SOCKET).unlink(missing_ok=True)
+
+
+class Daemon:
+    """The daemon as built."""
+
+    def __init__(self):
+        self.output_path = Path("/tmp/corvi-output")
+        with open(self.output_path, "ab") as output:
+            self.process = subprocess.Popen([str(DAEMON)], stdin=subprocess.DEVNULL, stdout=output, stderr=output)
+
+    @property
+    def pid(self):
+        return self.process.pid
+
+    def runs(self):
+        return self.process.poll() is None
+
+    def wait_ready(self):
+        wait_for("daemon started", lambda: self.logged("Corvi::Corvi  Created") or not self.runs())
+        self.assert_runs()
+
+    def assert_runs(self):
+        if not self.runs():
+            raise AssertionError(f"the daemon ended with status {self.process.returncode}\n{read(self.output_path)}")
+
+    def logged(self, text):
+        return text in read(LOG)
+
+    def wait_logged(self, text, timeout=10.0, count=1):
+        wait_for(f"{count} x in the log: {text}",
+                 lambda: read(LOG).count(text) >= count or not self.runs(), timeout)
+        self.assert_runs()
+        if read(LOG).count(text) < count:
+            raise AssertionError(f"not in the log: {text}")
+
+    def wait_end(self, timeout=10):
+        return self.process.wait(timeout)
+
+    def rescan(self):
+        """Drops the reload file and waits for the rescan."""
+        before = read(LOG).count("Corvi::Loop Force Rescan")
+        touch(RELOAD_FLAG)
+        self.wait_logged("Corvi::Loop Force Rescan", count=before + 1, timeout=45)
+
+    def stop(self):
+        if self.runs():
+            self.process.send_signal(signal.SIGTERM)
+            try:
+                self.process.wait(40)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+                raise AssertionError("the daemon did not end on SIGTERM within 40 s") from None
+
+
+def status():
+    """The published record, as any other program would read it."""
+    return json.loads(run(STATUS_TOOL, "--json"))
+
+
+# --- stand-ins -----------------------------------------------------------------------------------------------
+
+def answer(program, script):
+    """From now on the stand-in runs this shell script with its own arguments."""
+    path = STANDINS / "answers" / program
+    new = STANDINS / f".{program}"
+    new.write_text(script + "\n")
+    new.rename(path)
+
+
+def journal():
+    """What the stand-ins were asked so far, a line each."""
+    return read(STANDINS / "journal").splitlines()
+
+
+def clear_journal():
+    (STANDINS / "journal").write_text("")
+
+
+# --- the test case -------------------------------------------------------------------------------------------
+
+class SystemTest(unittest.TestCase):
+    """Starts from nothing: no interface but the loopback, no store, no flag file, no log."""
+
+    def setUp(self):
+        if socket.gethostname() not in ("corvi-sandbox", "corvi-vm"):
+            raise SystemExit("not in the sandbox; run this through tests/sandbox/run")
+        self.clean()
+        self.addCleanup(self.clean)
+        self.addCleanup(self.explain_failure)
+
+    def start_daemon(self):
+        daemon = Daemon()
+        self.addCleanup(daemon.stop)
+        daemon.wait_ready()
+        return daemon
+
+    def listen(self, **options):
+        listener = Listener(**options)
+        self.addCleanup(listener.close)
+        return listener
+
+    def cable(self, interface="eth0", **options):
+        return Cable(interface, **options)
+
+    def dhcp_server(self, cable, **options):
+        server = DhcpServer(cable, **options)
+        self.addCleanup(server.stop)
+        return server
+
+    def wait_address(self, interface, accept=lambda address: True, timeout=20):
+        """The interface's address, once it has one that is acceptable."""
+        return wait_for(f"an address on {interface}",
+                        lambda: next(filter(accept, addresses(interface)), None), timeout)
+
+    def wait_events(self, listener, *expected, timeout=20):
+        """Waits until the expected events came, in this order; others may be between them."""
+        def came():
+            events = iter(listener.events())
+            return all(event in events for event in expected)
+        try:
+            wait_for(f"events {expected}", came, timeout)
+        except AssertionError as error:
+            raise AssertionError(f"{error}; came: {listener.events()}") from None
+
+    def explain_failure(self):
+        if not self._outcome.success:
+            log = read(LOG).splitlines()
+            print(f"--- {self.id()}: the daemon's log, last lines ---", *log[-60:], sep="\n", flush=True)
+            print("--- its output ---", read("/tmp/corvi-output")[-3000:], sep="\n", flush=True)
+
+    @staticmethod
+    def clean():
+        end_by_name("dhclient", "wpa_supplicant", "dnsmasq", "hostapd")
+        for name in run("ip", "netns", "list").split("\n"):
+            if name:
+                run("ip", "netns", "delete", name.split()[0])
+        for info in json.loads(run("ip", "-j", "link", "show")):
+            if info["ifname"] != "lo":
+                run("ip", "link", "delete", "dev", info["ifname"], check=False)
+        for path in (LOG, KILL_FLAG, DEBUG_FLAG, REFRESH_FLAG, DHCP_TRANSCRIPT, RESOLV_CONF, Path("/tmp/.hostlist"),
+                     Path("/tmp/corvi-output"), Path(EVENT_SOCKET), Path("/tmp/wpa_supplicant.conf")):
+            path.unlink(missing_ok=True)
+        shutil.rmtree("/tmp/config", ignore_errors=True)
+        for lease in Path("/var/lib/dhcp").glob("*"):
+            lease.unlink()
+        RESOLV_CONF.write_text("")
+        HOSTS.write_text("127.0.0.1 localhost\n192.0.2.7 kept-by-the-site\n")
+        if (STANDINS / "answers").is_dir():
+            for path in (STANDINS / "answers").iterdir():
+                path.unlink()
+            clear_journal()
+
+
+def main():
+    unittest.main(verbosity=2)
