@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvi.h"
+
+#include "bondeddevice.h"
+#include "logging.h"
+#include "modem.h"
+#include "paths.h"
+#include "timing.h"
+#include "utils.h"
+#include "wpasuppthread.h"
+
+#include <QFile>
+#include <QLocalSocket>
+#include <QTimer>
+
+#include <cstdlib>
+
+#include <unistd.h>
+
+namespace {
+
+const QString DEBUG_FLAG = QStringLiteral("/tmp/debug_corvi");
+const QString KILL_FLAG = QStringLiteral("/tmp/kill_corvi");
+const QString RELOAD_FLAG = QStringLiteral("/tmp/config/files/network/reload");
+const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
+
+constexpr int DEBUG_LEVEL = 5;
+constexpr int NORMAL_LEVEL = 2;
+/// Given to Logging::GetInstance(): leave the level alone.
+constexpr int KEEP_LEVEL = 7;
+
+QString LoggingLevelText()
+{
+    return QStringLiteral("Logginglevel = %1").arg(Logging::CurrentLevel());
+}
+
+} // namespace
+
+int Corvi::conn_counter = 0;
+
+Corvi::Corvi(QObject *parent) : QObject(parent), log(Logging::GetInstance(KEEP_LEVEL, false))
+{
+    LogPlatformWarnings();
+    ApplyDebugFlag();
+    log->LogMessage(QStringLiteral("Corvi::Corvi"), true);
+    log->LogMessage(QStringLiteral("BUILD TIME %1T%2").arg(QStringLiteral(__DATE__), QStringLiteral(__TIME__)),
+                    true);
+    log->LogMessage(LoggingLevelText(), true);
+
+    loopTimer = std::make_unique<QTimer>();
+    bondedDevice = std::make_unique<BondedDevice>(nullptr);
+    bondedDevice->setRenaming(true);
+    bondedDevice->setUsePrimary(true);
+    bondedDevice->setBringupInterface(false);
+    connect(loopTimer.get(), &QTimer::timeout, this, &Corvi::LoopTimerTimeout);
+
+    QFile::remove(KILL_FLAG);
+    if (!QFile::exists(DHCLIENT_CONF))
+        Utils::Execute(QStringLiteral("init_hostname"), {}, false);
+    InitSharedMemory();
+    ReinitSupThread();
+    log->LogMessage(QStringLiteral("Corvi::Corvi  Created"), true);
+}
+
+Corvi::~Corvi()
+{
+    shm.detach();
+    eventSocket.reset();
+    loopTimer.reset();
+    DeleteDevices();
+}
+
+void Corvi::Start()
+{
+    log->LogMessage(QStringLiteral("Corvi::Start()"), false);
+    loopTimer->start(TICK_INTERVAL);
+}
+
+void Corvi::Init()
+{
+    Log(4) << "Corvi::Init()";
+    wirelessCarrierSeen = CheckIfWirelessCarrierExists();
+    wirelessFound = false;
+    wpaConfUpdated = false;
+    wirelessConfigured = false;
+    for (NetworkDevice **device : {&wiredDevice, &wirelessDevice, &modemDevice}) {
+        if (*device)
+            (*device)->deleteLater();
+        *device = nullptr;
+    }
+    wiredUp = false;
+    wiredPending = false;
+    [[maybe_unused]] const int ignored = ::system("setup_resolved");
+    FindAllInterfaces();
+    Log(4) << "Corvi::Init() Complete";
+}
+
+void Corvi::Stop(int status)
+{
+    loopTimer->stop();
+    if (supThread) {
+        supThread->Stop(0);
+        supThread->exit(0);
+    }
+    std::exit(status);
+}
+
+bool Corvi::CheckIfWirelessCarrierExists() const
+{
+    return QFile::exists(WirelessCarrierFile);
+}
+
+void Corvi::ReinitSupThread()
+{
+    if (supThread) {
+        supThread->Stop(1);
+        return;
+    }
+    supThread = WpaSuppThread::GetInstance();
+    connect(supThread, &WpaSuppThread::associatedChanged, this, &Corvi::onAssociatedChanged);
+    connect(supThread, &WpaSuppThread::wifiConnected, this, &Corvi::onWifiConnected);
+    connect(this, &Corvi::wiredStateChange, this, &Corvi::onWiredStateChange);
+    supThread->Stop(2);
+}
+
+void Corvi::CheckReload()
+{
+    if (QFile::exists(RELOAD_FLAG)) {
+        Log(4) << "Reload forced";
+        forceRescan = true;
+        QFile::remove(RELOAD_FLAG);
+        return;
+    }
+    if (!wiredUp && !wirelessCarrierSeen && CheckIfWirelessCarrierExists()) {
+        wirelessCarrierSeen = true;
+        forceRescan = true;
+    }
+}
+
+void Corvi::LoopTimerTimeout()
+{
+    if (!loopStarted) {
+        log->LogMessage(QStringLiteral("Corvi::LoopTimer started"), false);
+        loopStarted = true;
+    }
+    CheckReload();
+    if (forceRescan)
+        Rescan();
+    else
+        SetUpNetworks();
+    if (QFile::exists(KILL_FLAG)) {
+        log->LogMessage(QStringLiteral("Corvi::LoopTimer exit"), false);
+        // At once: the supervisor's thread still runs, so nothing it may use is torn down first.
+        ::_exit(EXIT_SUCCESS);
+    }
+}
+
+void Corvi::ApplyDebugFlag()
+{
+    log->SetLoggingLevel(QFile::exists(DEBUG_FLAG) ? DEBUG_LEVEL : NORMAL_LEVEL);
+}
+
+void Corvi::Rescan()
+{
+    ApplyDebugFlag();
+    log->LogMessage(LoggingLevelText(), true);
+    log->LogMessage(QStringLiteral("Corvi::Loop Force Rescan "), false);
+    forceRescan = false;
+    reconfigureWpa = true;
+    Init();
+}
+
+void Corvi::SetUpNetworks()
+{
+    if (WiredNetworkSetup()) {
+        SetUpBelowWired();
+        return;
+    }
+    Log(6) << "Wired not connected";
+    SetUpWithoutWired();
+}
+
+// The tests for the number of modem names differ below (two, one, two); they are meant to.
+
+void Corvi::SetUpBelowWired()
+{
+    if (wirelessDevice) {
+        Log(6) << "Calling WirelessNetworkSetup 2";
+        WirelessNetworkSetup(true);
+        Log(6) << "Called WirelessNetworkSetup 2";
+    }
+    if (modemInterfaces.size() >= 2 && modemDevice) {
+        Log(6) << "Calling ModemNetworkSetup 3";
+        ModemNetworkSetup(true, false);
+        Log(6) << "Called ModemNetworkSetup 3";
+    }
+}
+
+void Corvi::SetUpWithoutWired()
+{
+    if (!modemInterfaces.isEmpty() && modemDevice) {
+        Log(6) << "Calling ModemNetworkSetup" << modemInterfaces;
+        ModemNetworkSetup(false, true);
+        Log(6) << "Called ModemNetworkSetup ";
+        return;
+    }
+    if (wirelessDelayTicks < 1) {
+        Log(6) << "Calling WirelessNetworkSetup" << 0;
+        WirelessNetworkSetup(false);
+        Log(6) << "Called WirelessNetworkSetup" << 0;
+    } else {
+        --wirelessDelayTicks;
+    }
+    if (!wirelessDevice && modemInterfaces.size() >= 2 && !modemDevice && Modem::IsModemReady()) {
+        Log(6) << "Calling ModemNetworkSetup 2";
+        ModemNetworkSetup(false, false);
+        Log(6) << "Called ModemNetworkSetup 2";
+    }
+}

@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvi.h"
+
+#include "bondeddevice.h"
+#include "logging.h"
+#include "modem.h"
+#include "paths.h"
+#include "wireddevice.h"
+#include "wirelessdevice.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+
+/// Link types above this one (if_arp.h) are loopback, tunnels and other links without hardware.
+constexpr int HIGHEST_HARDWARE_TYPE = 255;
+
+/// The ARP hardware type from sysfs; 0 when it cannot be read.
+int ReadLinkType(const QString &interfaceName)
+{
+    QFile file(SYS_NET + interfaceName + QStringLiteral("/type"));
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    return file.readLine().trimmed().toInt();
+}
+
+bool IsWirelessInterface(const QString &interfaceName)
+{
+    return QFileInfo(SYS_NET + interfaceName + QStringLiteral("/wireless")).isDir() ||
+           interfaceName.startsWith(QStringLiteral("wlan")) || interfaceName.startsWith(QStringLiteral("mlan"));
+}
+
+} // namespace
+
+void Corvi::FindAllInterfaces()
+{
+    Log(4) << "Corvi::FindAllInterfaces()";
+    for (QStringList *names : {&allInterfaces, &wiredInterfaces, &wirelessInterfaces, &modemInterfaces})
+        names->clear();
+    wirelessFound = false;
+    if (!devices.isEmpty()) {
+        Log(4) << "Corvi::FindAllInterfaces()  Cleanup network Devices";
+        DeleteDevices();
+    }
+
+    const QStringList entries = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
+    Log(4) << "Corvi::FindAllInterfaces()" << entries;
+    UpdateBonding();
+    for (const QString &entry : entries)
+        AddInterface(entry);
+
+    for (QStringList *names : {&allInterfaces, &wirelessInterfaces, &wiredInterfaces, &modemInterfaces})
+        names->sort();
+    AdoptModem();
+    LogDiscovery();
+}
+
+void Corvi::DeleteDevices()
+{
+    for (NetworkDevice *device : qAsConst(devices)) {
+        device->disconnect(this);
+        disconnect(device);
+        delete device;
+    }
+    devices.clear();
+}
+
+void Corvi::UpdateBonding()
+{
+    bondingEnabled = bondedDevice->isBondingEnabled();
+    if (!bondingEnabled && bondedDevice->isBondingActive())
+        bondedDevice->DisableBonding();
+    else if (bondingEnabled && !bondedDevice->isBondingActive())
+        bondedDevice->EnableBonding();
+    Log(4) << "Corvi::FindAllInterfaces() "
+           << "bonding" << static_cast<int>(bondingEnabled);
+}
+
+void Corvi::AddInterface(const QString &interfaceName)
+{
+    const int type = ReadLinkType(interfaceName);
+    Log(4) << interfaceName << type;
+    if (type > HIGHEST_HARDWARE_TYPE)
+        return;
+    if (bondedDevice->isBondingActive() && bondedDevice->getSlaves().contains(interfaceName)) {
+        Log(4) << "interface is bonded -- skip";
+        return;
+    }
+    Log(4) << "found"
+           << "interface" << interfaceName;
+    allInterfaces.append(interfaceName);
+    operstateFiles.append(SYS_NET + interfaceName + QStringLiteral("/operstate"));
+    AddDevice(interfaceName);
+}
+
+void Corvi::AddDevice(const QString &interfaceName)
+{
+    NetworkDevice *device = nullptr;
+    bool isWired = false;
+    if (IsWirelessInterface(interfaceName)) {
+        device = new WirelessDevice(interfaceName, nullptr);
+        wirelessFound = true;
+        wirelessInterfaces.append(interfaceName);
+    } else if (interfaceName.startsWith(QStringLiteral("wwan"))) {
+        device = new Modem(interfaceName, nullptr);
+        modemInterfaces.append(interfaceName);
+    } else {
+        device = new WiredDevice(interfaceName, nullptr);
+        wiredInterfaces.append(interfaceName);
+        isWired = true;
+    }
+    devices.insert(interfaceName, device);
+    connect(device, &NetworkDevice::SendEventMessage, this, &Corvi::onSendEventMessage);
+    // Wireless and modem devices are brought up by their setup, when their turn comes.
+    if (isWired)
+        device->StartDevice();
+}
+
+void Corvi::AdoptModem()
+{
+    modemStarted = false;
+    for (const QString &interfaceName : qAsConst(modemInterfaces)) {
+        modemDevice = devices.value(interfaceName);
+        if (modemDevice)
+            return;
+    }
+}
+
+void Corvi::LogDiscovery() const
+{
+    Log(4) << "Corvi::FindAllInterfaces() -- interfaces" << allInterfaces;
+    Log(4) << "Corvi::FindAllInterfaces() -- wireless" << wirelessInterfaces;
+    Log(4) << "Corvi::FindAllInterfaces() -- wired" << wiredInterfaces;
+    Log(4) << "Corvi::FindAllInterfaces() -- modems" << modemInterfaces;
+    if (Logging::CurrentLevel() < 4)
+        return;
+    QStringList names = devices.keys();
+    names.sort();
+    Log(4) << "Corvi::FindAllInterfaces() -- networkdevices" << names;
+    for (const QString &interfaceName : qAsConst(names))
+        Log(4) << "Corvi::FindAllInterfaces() --named" << devices.value(interfaceName)->GetNamedNetworks();
+}
+
+void Corvi::onNetDeviceChange(NetworkDevice *nd)
+{
+    Log(4) << "Corvi::onNetDeviceChange" << nd->name;
+}

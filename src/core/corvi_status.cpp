@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvi.h"
+
+#include "logging.h"
+#include "networkdevice.h"
+#include "zebnetstatus.h"
+
+#include <QDataStream>
+#include <QLocalSocket>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+const QString SEGMENT_KEY = QStringLiteral("com.qarbo.zebnetstatus");
+constexpr int SEGMENT_SIZE = 512; // bytes
+const QString LISTENER_NAME = QStringLiteral("corvin");
+/// The listener is on this machine: one that does not accept within this time is not going to.
+constexpr int CONNECT_TIME_LIMIT_MS = 1000;
+
+enum EventCode { CONNECTIONS_EVENT = 0, DHCP_EVENT = 1, ASSOCIATION_EVENT = 2, CONFIG_EVENT = 3 };
+
+int StatusOf(bool ok)
+{
+    return ok ? 1 : -1;
+}
+
+/// Two 16-bit signed integers, big-endian.
+QByteArray EventMessage(int event, int status)
+{
+    QByteArray message;
+    QDataStream stream(&message, QIODevice::WriteOnly);
+    stream << static_cast<qint16>(event) << static_cast<qint16>(status);
+    return message;
+}
+
+} // namespace
+
+void Corvi::InitSharedMemory()
+{
+    Log(4) << "Corvi::InitSharedMemory";
+    eventSocket = std::make_unique<QLocalSocket>();
+    shm.setKey(SEGMENT_KEY);
+    if (shm.create(SEGMENT_SIZE, QSharedMemory::ReadWrite))
+        return;
+    Log(3) << "Corvi::run - Unable to create shared memory segment";
+    if (shm.attach(QSharedMemory::ReadWrite)) {
+        Log(3) << "Corvi::run - Attached to shared memory segment";
+        return;
+    }
+    Log(0) << "Corvi::run - Unable to attach to shared memory segment";
+    // Other programs read the status from the segment; a daemon that cannot publish is of no use to them.
+    std::exit(EXIT_SUCCESS);
+}
+
+void Corvi::ShareStatus(NetworkDevice *nd)
+{
+    Log(4) << "ShareStatus()  Start";
+    const QByteArray record = nd->status->GetData();
+    shm.lock();
+    Log(6) << "ShareStatus"
+           << "BA Size" << record.size() << "_shm.size" << shm.size();
+    const int length = std::min({shm.size(), SEGMENT_SIZE, record.size()});
+    std::memcpy(shm.data(), record.constData(), static_cast<size_t>(length));
+    shm.unlock();
+    Log(4) << "ShareStatus()  Complete";
+}
+
+void Corvi::SendEvent(NetworkDevice *nd, int event, int status)
+{
+    Log(4) << "SendEvent()  Start";
+    if (nd) {
+        ShareStatus(nd);
+        Log(4) << "SendEvent()  ShareStatus complete";
+    } else {
+        Log(4) << "SendEvent -- nd is null";
+    }
+
+    eventSocket->abort();
+    eventSocket->connectToServer(LISTENER_NAME, QIODevice::ReadWrite);
+    if (eventSocket->waitForConnected(CONNECT_TIME_LIMIT_MS)) {
+        Log(4) << "Connected To Client";
+        eventSocket->write(EventMessage(event, status));
+        eventSocket->flush();
+        eventSocket->disconnectFromServer();
+    } else {
+        Log(4) << "SendEvent()  did not connect to socket";
+    }
+    Log(4) << "SendEvent()  Complete";
+}
+
+void Corvi::onSendEventMessage(int event, int status, NetworkDevice *nd)
+{
+    SendEvent(nd, event, status);
+}
+
+void Corvi::SendConfigMessage(NetworkDevice *nd)
+{
+    SendEvent(nd, CONFIG_EVENT, 0);
+}
+
+void Corvi::SendConnectionsMessage(NetworkDevice *nd, bool ok)
+{
+    SendEvent(nd, CONNECTIONS_EVENT, StatusOf(ok));
+}
+
+void Corvi::SendDhcpMessage(NetworkDevice *nd, bool ok)
+{
+    SendEvent(nd, DHCP_EVENT, StatusOf(ok));
+}
+
+void Corvi::SendAssociationMessage(NetworkDevice *nd, bool ok)
+{
+    SendEvent(nd, ASSOCIATION_EVENT, StatusOf(ok));
+}

@@ -1,0 +1,265 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvi.h"
+
+#include "logging.h"
+#include "networkdevice.h"
+#include "wpasuppthread.h"
+#include "zebnetconfig.h"
+
+#include <QFile>
+
+namespace {
+
+const QString REFRESH_FLAG = QStringLiteral("/tmp/refresh_network");
+const QString DHCP_EVENT_FILE = QStringLiteral("/tmp/dhcp_event");
+
+/// Ticks before wireless gets its turn, counted anew by every tick with a wired link.
+constexpr int WIRELESS_DELAY_TICKS = 2;
+/// Calls of ReconfigureWpa() that only count down before one that starts the supplicant.
+constexpr int WPA_HOLDOFF_TICKS = 2;
+/// Ticks without authentication after which a port that already has an address gives up.
+constexpr int ANNOUNCED_FALLBACK_TICKS = 10;
+/// Ticks without authentication after which the unsecured configuration is tried.
+constexpr int FORCED_FALLBACK_TICKS = 60;
+
+} // namespace
+
+bool Corvi::WiredNetworkSetup()
+{
+    NetworkDevice *const chosen = ChooseWiredDevice();
+    const bool isConnected = chosen != nullptr;
+    Log(6) << "Corvi::WiredNetworkSetup:: status" << static_cast<int>(isConnected);
+    if (chosen) {
+        if (chosen != wiredDevice) {
+            Log(2) << "Corvi::WiredNetworkSetup:: Device Change";
+            wiredUp = false;
+            wirelessDelayTicks = WIRELESS_DELAY_TICKS;
+            wiredRetry.Reset();
+        }
+        wiredDevice = chosen;
+        wirelessDelayTicks = WIRELESS_DELAY_TICKS;
+        SuperviseWired(chosen);
+        if (chosen->ipAddress.isEmpty())
+            chosen->RefreshStatus();
+    }
+    CheckRefreshFile();
+    if (isConnected != wiredUp) {
+        Log(2) << "Wired Device Connected" << static_cast<int>(isConnected);
+        wiredUp = isConnected;
+        wiredRetry.Reset();
+        emit wiredStateChange(isConnected);
+    }
+    if (chosen)
+        RetryDhcp(chosen, wiredRetry);
+    return isConnected;
+}
+
+/// The first wired device whose link carries. A second one that carries too is stopped, and stays stopped
+/// for as long as the first one carries; with none that carries, every device is brought up.
+NetworkDevice *Corvi::ChooseWiredDevice()
+{
+    NetworkDevice *chosen = nullptr;
+    for (const QString &interfaceName : qAsConst(wiredInterfaces)) {
+        NetworkDevice *const device = devices.value(interfaceName);
+        if (!device) {
+            Log(4) << "1: Could not find device for " << interfaceName;
+            continue;
+        }
+        device->RefreshStatus();
+        if (!chosen && device->isRunning) {
+            chosen = device;
+            Log(6) << "Corvi::WiredNetworkSetup:: " << device->name << "active";
+        } else if (chosen && (device->isRunning || device->stopped)) {
+            if (device->isRunning)
+                Log(device->stopped ? 4 : 2) << "Corvi::WiredNetworkSetup:: " << chosen->name << " is up but "
+                                             << device->name << "is also up.";
+            device->StopDevice();
+        } else if (!device->isUp) {
+            Log(4) << device->name << " is not up so start it";
+            device->StartDevice();
+        }
+    }
+    return chosen;
+}
+
+void Corvi::SuperviseWired(NetworkDevice *d)
+{
+    if (!wiredUp) {
+        SuperviseWiredLinkUp(d);
+        return;
+    }
+    if (!d->usesSupplicant) {
+        StopUnneededSupplicant();
+        return;
+    }
+    if (d->inFallback)
+        return;
+    if (!IsSupplicantActive()) {
+        StartWiredSupplicant(d);
+    } else if (reconfigureWpa) {
+        Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected" << static_cast<int>(d->usesSupplicant);
+        StartWiredSupplicant(d);
+    } else {
+        WaitForAuthentication(d);
+    }
+}
+
+/// The link has just come up.
+void Corvi::SuperviseWiredLinkUp(NetworkDevice *d)
+{
+    Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected" << static_cast<int>(d->usesSupplicant);
+    wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
+    if (!d->usesSupplicant) {
+        StopUnneededSupplicant();
+        return;
+    }
+    reconfigureWpa = true;
+    d->inFallback = false;
+    StartWiredSupplicant(d);
+}
+
+void Corvi::StartWiredSupplicant(NetworkDevice *d)
+{
+    Log(4) << (IsSupplicantActive() ? "Corvi::WiredNetworkSetup:: Wired 802.1x Reconfigure"
+                                    : "Corvi::WiredNetworkSetup:: Start Wpa supplicant");
+    ReconfigureWpa(d);
+}
+
+void Corvi::WaitForAuthentication(NetworkDevice *d)
+{
+    if (supThread->IsAssociated()) {
+        // The count toggles between 0 and 1 while the port is authenticated; it is meant to.
+        d->authWaitTicks = d->authWaitTicks == 0 ? 1 : 0;
+        return;
+    }
+    if (d->ipAnnounced && d->fallbackEnabled && d->authWaitTicks > ANNOUNCED_FALLBACK_TICKS) {
+        Log(2) << "Corvi::WiredNetworkSetup:: Set in fallback mode";
+        d->inFallback = true;
+        supThread->Stop(0);
+        return;
+    }
+    ++d->authWaitTicks;
+    if (d->authWaitTicks > FORCED_FALLBACK_TICKS) {
+        Log(2) << "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback";
+        d->inFallback = true;
+        supThread->Stop(5);
+        // This clears the flag just set: an unsecured attempt now, authentication again afterwards.
+        d->ConfigureNetwork(true);
+    }
+}
+
+void Corvi::StopUnneededSupplicant()
+{
+    if (IsSupplicantActive())
+        supThread->Stop(6);
+    wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
+}
+
+void Corvi::CheckRefreshFile()
+{
+    if (!QFile::exists(REFRESH_FLAG))
+        return;
+    if (wiredDevice)
+        wiredDevice->RefreshStatus();
+    QFile::remove(REFRESH_FLAG);
+    wiredUp = false;
+}
+
+void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
+{
+    const bool waitsForAuthentication = d->usesSupplicant && !d->inFallback && !supThread->IsAssociated();
+    if (!d->isRunning || !d->ipAddress.isEmpty() || waitsForAuthentication || !d->currentConfig ||
+        d->currentConfig->staticIp) {
+        pause.Reset();
+        return;
+    }
+    if (!pause.IsDue(RetryPause::Time::clock::now()))
+        return;
+    // Once the pauses have stopped growing the line would only repeat itself for as long as the server is away.
+    Log(pause.IsLongest() ? 4 : 2) << "Corvi::RetryDhcp - no address, trying again on" << d->name;
+    d->ConfigureNetwork(true);
+    pause.NoteAttempt(RetryPause::Time::clock::now());
+}
+
+bool Corvi::IsSupplicantActive() const
+{
+    return supThread->IsRestarting() || supThread->IsRunning();
+}
+
+void Corvi::onWiredStateChange(bool state)
+{
+    Log(4) << "Corvi::onWiredStateChange(bool state)" << static_cast<int>(state);
+    if (!wiredDevice) {
+        Log(2) << "WIRED DEVICE UNDEFINED";
+    } else {
+        SendAssociationMessage(wiredDevice, state);
+        if (state) {
+            Log(4) << "Configure Wired Network";
+            wiredDevice->ConfigureNetwork(true);
+            Log(4) << "Configure Wired Network Complete";
+        } else {
+            wiredDevice->FlushIpAddress();
+        }
+        if (wiredDevice->usesSupplicant) {
+            UpdateWpaConfFile(QString());
+            reconfigureWpa = true;
+        }
+    }
+    Log(4) << "Corvi::onWiredStateChange(bool state)  complete";
+}
+
+void Corvi::ReconfigureWpa(NetworkDevice *d)
+{
+    Log(4) << "Corvi::ReconfigureWpa" << wpaHoldoffTicks;
+    if (wpaHoldoffTicks > 0) {
+        // One step of the hold-off a call.
+        if (!d->usesSupplicant) {
+            reconfigureWpa = false;
+            wpaHoldoffTicks = 0;
+            Log(4) << "Corvi::ReconfigureWpa wpa not required";
+            if (IsSupplicantActive())
+                supThread->Stop(3);
+        } else if (supThread->IsStopPending()) {
+            Log(4) << "Corvi::ReconfigureWpa in Holdoff, wst stopping";
+        } else if (!IsSupplicantActive()) {
+            Log(4) << "Corvi::ReconfigureWpa in Holdoff";
+            --wpaHoldoffTicks;
+        } else {
+            supThread->Stop(4);
+        }
+        return;
+    }
+
+    d->authWaitTicks = 0;
+    d->inFallback = false;
+    UpdateWpaConfFile(d->name);
+    if (d->usesSupplicant) {
+        Log(4) << "Corvi::ReconfigureWpa"
+               << "Start wst" << d->name << d->driver;
+        ReinitSupThread();
+        supThread->Start(d->name, d->driver, QString());
+    }
+    Log(4) << "Corvi::ReconfigureWpa Set reconfigureWpa to false";
+    reconfigureWpa = false;
+}
+
+void Corvi::CheckDhcpEvent()
+{
+    QFile file(DHCP_EVENT_FILE);
+    if (!file.exists())
+        return;
+    QString text;
+    if (file.open(QIODevice::ReadOnly))
+        text = QString::fromLatin1(file.readAll());
+    file.close();
+    file.remove();
+
+    if (wiredDevice && text.contains(QStringLiteral("eth")))
+        wiredDevice->UpdateIpInformation();
+    if (wirelessDevice && (text.contains(QStringLiteral("wlan")) || text.contains(QStringLiteral("mlan"))))
+        wirelessDevice->UpdateIpInformation();
+    if (modemDevice && text.contains(QStringLiteral("wwan")))
+        modemDevice->UpdateIpInformation();
+}

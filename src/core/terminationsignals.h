@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QObject>
+
+class QSocketNotifier;
+
+/// Turns SIGTERM and SIGINT into a Qt signal delivered by the event loop. The signals are caught, not
+/// blocked: a blocked signal would stay blocked in every program that the daemon starts. One instance.
+class TerminationSignals : public QObject
+{
+    Q_OBJECT
+public:
+    explicit TerminationSignals(QObject *parent);
+    ~TerminationSignals() override;
+
+signals:
+    void terminationRequested();
+
+private:
+    void OnReadable();
+
+    QSocketNotifier *notifier = nullptr; ///< child
+};
