@@ -57,10 +57,16 @@ public:
     QStringList Block() const { return wpaCfg.Block(); }
 
 private:
+    /// Whether a setting of the daemon is on in the store.
+    bool Setting(const char *key) const;
+
     // The steps of BuildNetworkOptions().
     void ApplyScepDefaults();
     void BuildWireless();
+    void ConfigureWriter();
+    void BuildEapTls();
     void BuildWired();
+    /// Has the certificates just chosen renewed, where they come from SCEP.
     void RestartScepDaemon();
 
     bool wireless = false;

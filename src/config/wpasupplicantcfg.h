@@ -66,7 +66,8 @@ public:
     /// band is not known.
     static QString GetFrequencyListForBand(const QString &band);
 
-    /// The MAC address of the first wireless link, or an empty text.
+    /// The MAC address of the first wireless link that `ip` lists. Only where there is none is the platform's
+    /// `getmac` asked; empty when that gives nothing either.
     static QString GetMac();
 
     /// Replaces /tmp/wpa_supplicant.conf by the global header and these block lines. False when it cannot be
@@ -82,6 +83,11 @@ public:
     static bool _iswireless;
 
 private:
+    void AddExtraWirelessOptions();
+    void AddTlsCredentials(const QString &identity, const QString &caCert, const QString &clientCert,
+                           const QString &privateKey, const QString &privateKeyPassword);
+    void AddPeapCredentials(const QString &identity, const QString &password, const QString &caCert);
+    /// A bare name is looked up in the device's certificate folders; "none" adds nothing.
     void AddCertificate(const QString &key, const QString &value);
 
     QStringList options;

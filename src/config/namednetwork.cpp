@@ -1,0 +1,262 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "namednetwork.h"
+
+#include "logging.h"
+#include "paths.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdlib>
+
+const QMap<QString, QString> SecurityModes = {
+    {QStringLiteral("WEP"), QStringLiteral("wep")},
+    {QStringLiteral("WEP (Shared)"), QStringLiteral("wep_shared")},
+    {QStringLiteral("WPA Personal 1/2"), QStringLiteral("wpa")},
+    {QStringLiteral("WPA Personal 3"), QStringLiteral("sae")},
+    {QStringLiteral("WPA Personal 2/3"), QStringLiteral("wpa2_3")},
+    {QStringLiteral("WPA Enterprise 1/2 (TLS)"), QStringLiteral("eap_tls")},
+    {QStringLiteral("WPA Enterprise 1/2 (LEAP)"), QStringLiteral("eap_leap")},
+    {QStringLiteral("WPA Enterprise 1/2 (EAP-FAST)"), QStringLiteral("eap_fast")},
+    {QStringLiteral("WPA Enterprise 1/2 (PEAP/GTC)"), QStringLiteral("peap_gtc")},
+    {QStringLiteral("WPA Enterprise 1/2 (PEAP/MSCHAPv2)"), QStringLiteral("peap_mschapv2")},
+    {QStringLiteral("802.1X (TLS/EAP)"), QStringLiteral("wired_tls")},
+    {QStringLiteral("802.1X (TLS/EAP with SCEP)"), QStringLiteral("wired_tls")},
+    {QStringLiteral("802.1X (PEAP/MSCHAPv2)"), QStringLiteral("wired_peap")},
+    {QStringLiteral("WPA Enterprise 1/2 (TLS with SCEP)"), QStringLiteral("eap_tls")},
+    {QStringLiteral("Unsecured"), QStringLiteral("unsecured")},
+};
+
+namespace {
+
+const QString DEFAULT_SCEPDIR = QStringLiteral("/tmp/config/files/scep");
+const QString DEFAULT_SCEPKEY = DEFAULT_SCEPDIR + QStringLiteral("/scep.key");
+const QString SCEP_CA0 = QStringLiteral("/etc/ssl/certs/scepCA-0.crt");
+const QString SCEP_CA1 = QStringLiteral("/etc/ssl/certs/scepCA-1.crt");
+const QString SCEP_CA2 = QStringLiteral("/etc/ssl/certs/scepCA-2.crt");
+
+QString Fingerprint(const QString &properties)
+{
+    return QLatin1String(QCryptographicHash::hash(properties.toLatin1(), QCryptographicHash::Md5).toHex());
+}
+
+bool IsUnset(const QString &certificate)
+{
+    return certificate.isEmpty() || certificate == QLatin1String("none");
+}
+
+/// The certificate that the SCEP client fetched for this stored value; empty when the value itself is to be
+/// used.
+QString ScepClientCertificate(const QString &stored)
+{
+    const QDir folder(DEFAULT_SCEPDIR);
+    if (IsUnset(stored)) {
+        const QStringList found = folder.entryList({QStringLiteral("*.crt")}, QDir::Files, QDir::Name);
+        return found.isEmpty() ? QString() : folder.filePath(found.first());
+    }
+    if (QFileInfo(stored).isFile() || stored.startsWith(QLatin1Char('/')))
+        return QString();
+    const QString path = QStringLiteral("%1/%2").arg(DEFAULT_SCEPDIR, stored);
+    return QFileInfo(path).isFile() ? path : QString();
+}
+
+} // namespace
+
+NamedNetwork::NamedNetwork(const QString &networkName, bool wired, QObject *parent)
+    : QObject(parent),
+      name(networkName),
+      wpaCfg(nullptr),
+      log(Logging::GetInstance(7, false)),
+      xmlConfig(std::make_unique<ZebXmlConfig>())
+{
+    Load(networkName, IsWirelessName(networkName, wired));
+}
+
+NamedNetwork::~NamedNetwork() = default;
+
+bool NamedNetwork::IsWirelessName(const QString &networkName, bool wired)
+{
+    if (networkName.startsWith(XML_LAN_NAME) || networkName.startsWith(QLatin1String("wiredeth")))
+        return false;
+    return !wired;
+}
+
+bool NamedNetwork::Load(const QString &networkName, bool isWireless)
+{
+    propsHash = QString();
+    netConfig = std::make_unique<ZebNetConfig>(nullptr);
+    netConfig->Load(networkName, false);
+    name = networkName;
+    wireless = isWireless;
+
+    const QString properties = Properties();
+    Log(4) << "NetworkDevice::Load props -- " << properties;
+    propsHash = Fingerprint(properties);
+    secured = !netConfig->securityMode.toLower().startsWith(QLatin1String("unsecure"));
+    BuildNetworkOptions();
+    return true;
+}
+
+QString NamedNetwork::Properties() const
+{
+    return netConfig->toString();
+}
+
+bool NamedNetwork::ReloadRequired() const
+{
+    ZebNetConfig stored(nullptr);
+    stored.Load(name, false);
+    return Fingerprint(stored.toString()) != propsHash;
+}
+
+void NamedNetwork::TranslateSecurityMode()
+{
+    const QString displayName = netConfig->securityMode;
+    const auto found = SecurityModes.constFind(displayName);
+    if (found == SecurityModes.constEnd()) {
+        Log(4) << QStringLiteral("Security mode %1 NOT FOUND").arg(displayName);
+        return;
+    }
+    netConfig->securityMode = *found;
+    Log(4) << QStringLiteral("Security mode %1 modified to %2").arg(displayName, *found);
+}
+
+bool NamedNetwork::CheckWirelessDriver()
+{
+    useNewDriver = Setting("useNewDriver") || QFile::exists(USE_NL_DRIVER_FLAG);
+    return useNewDriver;
+}
+
+bool NamedNetwork::Setting(const char *key) const
+{
+    return xmlConfig->GetConfig(XML_NETWORK_PATH, QLatin1String(key), false, QString(), false) ==
+           QLatin1String("true");
+}
+
+void NamedNetwork::BuildNetworkOptions()
+{
+    wpaCfg.Clear();
+    if (!SecurityModes.values().contains(netConfig->securityMode))
+        TranslateSecurityMode();
+    if (!wireless && netConfig->securityMode.toLower() == QLatin1String("unsecured"))
+        return;
+    if (netConfig->scep)
+        ApplyScepDefaults();
+    if (wireless)
+        BuildWireless();
+    else
+        BuildWired();
+}
+
+void NamedNetwork::ApplyScepDefaults()
+{
+    if (IsUnset(netConfig->privateKey)) {
+        netConfig->privateKey = DEFAULT_SCEPKEY;
+        Log(4) << "NetworkDevice::Associate setting default scep key";
+    }
+
+    if (IsUnset(netConfig->caCert) || netConfig->caCert == QLatin1String("default")) {
+        for (const QString &path : {SCEP_CA2, SCEP_CA1, SCEP_CA0}) {
+            if (!QFileInfo(path).isFile())
+                continue;
+            netConfig->caCert = path;
+            Log(4) << "NetworkDevice::Associate setting default CA";
+            break;
+        }
+    }
+
+    const QString clientCert = ScepClientCertificate(netConfig->clientCert);
+    if (!clientCert.isEmpty()) {
+        netConfig->clientCert = clientCert;
+        Log(4) << "NetworkDevice::Associate setting client cert " << clientCert;
+    }
+}
+
+void NamedNetwork::BuildWireless()
+{
+    Log(4) << "NamedNetwork::BuildNetworkOptions -- Check if Wireless";
+    Log(4) << "NamedNetwork::BuildNetworkOptions -- Start building Wireless config";
+    ConfigureWriter();
+
+    const ZebNetConfig &c = *netConfig;
+    const QString &mode = c.securityMode;
+    if (mode == QLatin1String("wep"))
+        wpaCfg.Wep(false, c.wepKey);
+    else if (mode == QLatin1String("wep_shared"))
+        wpaCfg.Wep(true, c.wepKey);
+    else if (mode == QLatin1String("wpa"))
+        wpaCfg.WpaPersonal(c.passphrase);
+    else if (mode == QLatin1String("sae"))
+        wpaCfg.Wpa3Sae(c.passphrase);
+    else if (mode == QLatin1String("wpa2_3"))
+        wpaCfg.Wpa2Psk3Sae(c.passphrase);
+    else if (mode == QLatin1String("eap_tls"))
+        BuildEapTls();
+    else if (mode == QLatin1String("eap_leap"))
+        wpaCfg.EapLeap(c.identity, c.password, c.cipher);
+    else if (mode == QLatin1String("eap_fast"))
+        wpaCfg.EapFast(c.identity, c.password, c.cipher);
+    else if (mode == QLatin1String("peap_gtc"))
+        wpaCfg.PeapGtc(c.identity, c.password);
+    else if (mode == QLatin1String("peap_mschapv2"))
+        wpaCfg.PeapMschapv2(c.identity, c.password, c.caCert);
+    else
+        wpaCfg.Unsecured();
+}
+
+void NamedNetwork::ConfigureWriter()
+{
+    const ZebNetConfig &c = *netConfig;
+    const bool useApScan = Setting("UseApScan");
+    const bool filterSsids = Setting("FilterSsids");
+    const bool addWpsSaeCred = Setting("AddWpsSaeCred");
+    CheckWirelessDriver();
+
+    wpaCfg.SetSSID(c.ssid, c.scanSsid);
+    wpaCfg.SetPriority(c.priority);
+    wpaCfg.SetPacFile(c.pacFile);
+    wpaCfg.SetBgParameters(c.useBgScan, c.bgScanShortInterval, c.bgScanLongInterval, c.bgScanSignal);
+    WpaSupplicantCfg::_useApScan = useApScan;
+    WpaSupplicantCfg::SetFilterSsid(filterSsids);
+    // Every wireless block clears this one again as it is begun.
+    WpaSupplicantCfg::_fixWpa3 = addWpsSaeCred;
+    wpaCfg.SetFrequencyBand(c.band);
+    Log(4) << "UseBgSettings=" << int(c.useBgScan) << "UseApScan=" << int(useApScan)
+           << "FilterSsids=" << int(filterSsids) << "AddWpsSaeCred=" << int(addWpsSaeCred)
+           << "useNewDriver=" << int(useNewDriver);
+}
+
+void NamedNetwork::BuildEapTls()
+{
+    const ZebNetConfig &c = *netConfig;
+    WpaSupplicantCfg::SetAllowWeakCerts(c.allowWeakCerts);
+    Log(4) << "NamedNetwork::BuildNetworkOptions -- CACert" << c.caCert << "client cert" << c.clientCert;
+    wpaCfg.EapTls(c.identity, c.caCert, c.clientCert, c.privateKey, c.privateKeyPassword, c.cipher);
+    RestartScepDaemon();
+}
+
+void NamedNetwork::BuildWired()
+{
+    const ZebNetConfig &c = *netConfig;
+    wpaCfg.SetSSID(QString(), false);
+    if (c.securityMode == QLatin1String("wired_tls")) {
+        WpaSupplicantCfg::SetAllowWeakCerts(c.allowWeakCerts);
+        wpaCfg.WiredTls(c.identity, c.caCert, c.clientCert, c.privateKey, c.privateKeyPassword);
+        RestartScepDaemon();
+    } else if (c.securityMode == QLatin1String("wired_peap")) {
+        wpaCfg.WiredPeap(c.identity, c.password, c.caCert);
+    }
+}
+
+void NamedNetwork::RestartScepDaemon()
+{
+    if (!netConfig->scep)
+        return;
+    // One fixed shell line; the daemon renews the certificates in the background from here on.
+    if (std::system("killall scepd; sleep 1; scepd -d &") == -1)
+        log->LogMessage(2, QStringLiteral("No shell to restart the SCEP daemon"), false);
+}

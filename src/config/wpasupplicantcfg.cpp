@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "wpasupplicantcfg.h"
+
+#include "interfacekind.h"
+#include "paths.h"
+#include "securefile.h"
+#include "utils.h"
+
+#include <QByteArray>
+#include <QDebug>
+#include <QFile>
+#include <QHostInfo>
+
+namespace {
+
+const QString NO_SCAN_SSID_FLAG = QStringLiteral("/tmp/config/files/no_scan_ssid");
+/// Lines for every wireless block, and for the head of the file.
+const QString EXTRA_WIRELESS_OPTIONS = QStringLiteral("/tmp/config/files/wpa_supp_wifi");
+const QString EXTRA_GLOBALS = QStringLiteral("/tmp/config/files/wpa_supp_conf");
+
+void AppendSteps(QStringList &list, int firstMhz, int lastMhz, int stepMhz)
+{
+    for (int mhz = firstMhz; mhz <= lastMhz; mhz += stepMhz)
+        list << QString::number(mhz);
+}
+
+QString Frequencies24Ghz()
+{
+    QStringList list;
+    AppendSteps(list, 2412, 2472, 5);
+    list << QStringLiteral("2484");
+    return list.join(QLatin1Char(' '));
+}
+
+QString Frequencies5Ghz()
+{
+    QStringList list;
+    AppendSteps(list, 5160, 5340, 20);
+    AppendSteps(list, 5480, 5720, 20);
+    AppendSteps(list, 5745, 5885, 20);
+    return list.join(QLatin1Char(' '));
+}
+
+QString Frequencies6Ghz()
+{
+    QStringList list = {QStringLiteral("5935")};
+    AppendSteps(list, 5955, 7115, 20);
+    return list.join(QLatin1Char(' '));
+}
+
+/// The platform's own settings for the head of the file; a comment marks that there are none.
+QByteArray ExtraGlobals()
+{
+    QFile file(EXTRA_GLOBALS);
+    if (!file.open(QIODevice::ReadOnly))
+        return "# Could not open " + EXTRA_GLOBALS.toUtf8() + '\n';
+    QByteArray text;
+    for (const QByteArray &line : file.readAll().split('\n')) {
+        if (!line.isEmpty())
+            text += line + '\n';
+    }
+    return text;
+}
+
+} // namespace
+
+bool WpaSupplicantCfg::_useHashedPsk = true;
+bool WpaSupplicantCfg::_intel_sae_fix = true;
+bool WpaSupplicantCfg::_filterSsids = true;
+bool WpaSupplicantCfg::_useApScan = true;
+bool WpaSupplicantCfg::_allowWeakCerts = true;
+bool WpaSupplicantCfg::_fixWpa3 = false;
+bool WpaSupplicantCfg::_iswireless = false;
+
+WpaSupplicantCfg::WpaSupplicantCfg(QObject *parent) : QObject(parent) {}
+
+void WpaSupplicantCfg::SetSSID(const QString &networkSsid, bool scan)
+{
+    ssid = networkSsid;
+    scanSsid = scan;
+    qDebug() << "WpaSupplicantCfg::SetSSID" << ssid;
+}
+
+void WpaSupplicantCfg::SetBgParameters(bool use, int a, int b, int c)
+{
+    useBgSettings = use;
+    bgParam1 = a;
+    bgParam2 = b;
+    bgParam3 = c;
+}
+
+void WpaSupplicantCfg::Clear()
+{
+    options.clear();
+    block.clear();
+}
+
+void WpaSupplicantCfg::AddOption(const QString &key, const QString &value, bool quote)
+{
+    QString text = value;
+    if (key == QLatin1String("identity")) {
+        if (value.toLower() == QLatin1String("$hostname"))
+            text = QHostInfo::localHostName();
+        else if (value.toLower() == QLatin1String("$mac"))
+            text = GetMac();
+    }
+    if (quote)
+        text = QLatin1Char('"') + text + QLatin1Char('"');
+    options << key + QLatin1Char('=') + text;
+}
+
+void WpaSupplicantCfg::AddPriority(int value)
+{
+    AddOption(QStringLiteral("priority"), QString::number(value), false);
+}
+
+void WpaSupplicantCfg::StartWiredCfg()
+{
+    options.clear();
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("IEEE8021X"), false);
+    AddOption(QStringLiteral("eapol_flags"), QStringLiteral("0"), false);
+}
+
+void WpaSupplicantCfg::StartWirelessCfg()
+{
+    _iswireless = true;
+    _fixWpa3 = false;
+    _intel_sae_fix = true;
+    options.clear();
+
+    AddOption(QStringLiteral("ssid"), ssid, true);
+    if (scanSsid || !QFile::exists(NO_SCAN_SSID_FLAG)) {
+        qDebug() << "Setting scan_ssid option";
+        AddOption(QStringLiteral("scan_ssid"), QStringLiteral("1"), false);
+    }
+    AddPriority(priority);
+    const QString frequencies = GetFrequencyListForBand(frequencyBand);
+    if (!frequencies.isEmpty())
+        AddOption(QStringLiteral("freq_list"), frequencies, false);
+    if (useBgSettings) {
+        // The supplicant wants the signal threshold between the two intervals.
+        AddOption(QStringLiteral("bgscan"),
+                  QStringLiteral("\"simple:%1:%2:%3\"").arg(bgParam1).arg(bgParam3).arg(bgParam2), false);
+    }
+    AddExtraWirelessOptions();
+}
+
+void WpaSupplicantCfg::AddExtraWirelessOptions()
+{
+    QFile file(EXTRA_WIRELESS_OPTIONS);
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    const QString text = QString::fromUtf8(file.readAll());
+    if (text.isEmpty())
+        return;
+    options << QStringLiteral("#START TEST CONF\n");
+    options << text.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    options << QStringLiteral("#END TEST CONF\n");
+}
+
+void WpaSupplicantCfg::ConfigPrep()
+{
+    block = QStringList{QStringLiteral("network={")};
+    for (const QString &option : qAsConst(options))
+        block << QLatin1Char('\t') + option;
+    block << QStringLiteral("}\n");
+}
+
+QString WpaSupplicantCfg::GetFrequencyListForBand(const QString &band)
+{
+    if (band.contains(QLatin1String("2.4")))
+        return Frequencies24Ghz();
+    if (band.contains(QLatin1String("5.0")) || band == QLatin1String("5"))
+        return Frequencies5Ghz();
+    if (band.contains(QLatin1String("6.0")) || band == QLatin1String("6"))
+        return Frequencies6Ghz();
+    return QString();
+}
+
+QString WpaSupplicantCfg::GetMac()
+{
+    const QStringList lines = Utils::Execute(
+        QStringLiteral("ip"), {QStringLiteral("-br"), QStringLiteral("link"), QStringLiteral("show")}, false);
+    for (const QString &line : lines) {
+        // Name, state, address, flags; the name of a stacked link is followed by "@" and the one below it.
+        const QStringList fields = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        if (fields.size() >= 3 && interfaceIsWireless(fields.at(0).section(QLatin1Char('@'), 0, 0)))
+            return fields.at(2);
+    }
+    return Utils::Execute(QStringLiteral("getmac"), {}, false).join(QLatin1Char('\n')).trimmed();
+}
+
+bool WpaSupplicantCfg::WriteCfg(const QStringList &lines)
+{
+    QByteArray text = "ctrl_interface=/var/run/wpa_supplicant\n";
+    if (_allowWeakCerts)
+        text += "openssl_ciphers=DEFAULT@SECLEVEL=0\n";
+    // Only a wireless block has a priority.
+    if (lines.join(QLatin1Char(' ')).contains(QLatin1String("priority="))) {
+        if (_useApScan)
+            text += "ap_scan=2\n";
+        if (_filterSsids)
+            text += "filter_ssids=1\n";
+        if (_fixWpa3)
+            text += "wps_cred_add_sae=1\n";
+        if (_intel_sae_fix)
+            text += "sae_pwe=2\n";
+    }
+    text += ExtraGlobals() + '\n' + lines.join(QLatin1Char('\n')).toUtf8();
+    return SecureFile::Write(WPA_SUPPLICANT_CONF, text, 0600);
+}

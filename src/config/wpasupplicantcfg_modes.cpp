@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+// The option lines of each security mode, in the order in which they are written.
+
+#include "wpasupplicantcfg.h"
+
+#include "utils.h"
+#include "zebcert.h"
+
+#include <QByteArray>
+#include <QCryptographicHash>
+
+namespace {
+
+const QString PAC_FOLDER = QStringLiteral("/tmp/config/files/eap-fast-pac/");
+
+QByteArray Utf16LittleEndian(const QString &text)
+{
+    QByteArray bytes;
+    bytes.reserve(2 * text.size());
+    for (const QChar unit : text) {
+        bytes += static_cast<char>(unit.cell());
+        bytes += static_cast<char>(unit.row());
+    }
+    return bytes;
+}
+
+} // namespace
+
+void WpaSupplicantCfg::Unsecured()
+{
+    StartWirelessCfg();
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("NONE"), false);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::Wep(bool shared, const QString &key)
+{
+    StartWirelessCfg();
+    if (shared)
+        AddOption(QStringLiteral("auth_alg"), QStringLiteral("SHARED"), false);
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("NONE"), false);
+    AddOption(QStringLiteral("wep_key0"), key, false);
+    AddOption(QStringLiteral("wep_tx_keyidx"), QStringLiteral("0"), false);
+    AddPriority(priority);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::WpaPersonal(const QString &passphrase)
+{
+    StartWirelessCfg();
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("WPA-PSK"), false);
+    AddPasswordOption(passphrase);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::Wpa3Sae(const QString &password)
+{
+    StartWirelessCfg();
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("SAE"), false);
+    AddOption(QStringLiteral("sae_password"), password, true);
+    AddOption(QStringLiteral("ieee80211w"), QStringLiteral("2"), false);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::Wpa2Psk3Sae(const QString &passphrase)
+{
+    StartWirelessCfg();
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("WPA-PSK-SHA256"), false);
+    AddPasswordOption(passphrase);
+    AddOption(QStringLiteral("ieee80211w"), QStringLiteral("2"), false);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::EapTls(const QString &identity, const QString &caCert, const QString &clientCert,
+                              const QString &privateKey, const QString &privateKeyPassword,
+                              const QString &cipher)
+{
+    StartWirelessCfg();
+    AddOption(QStringLiteral("eap"), QStringLiteral("TLS"), false);
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("WPA-EAP"), false);
+    AddOption(QStringLiteral("pairwise"), cipher, false);
+    AddOption(QStringLiteral("group"), cipher, false);
+    AddTlsCredentials(identity, caCert, clientCert, privateKey, privateKeyPassword);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::EapLeap(const QString &identity, const QString &password, const QString &cipher)
+{
+    StartWirelessCfg();
+    AddOption(QStringLiteral("eap"), QStringLiteral("LEAP"), false);
+    AddOption(QStringLiteral("proto"), QStringLiteral("WPA RSN"), false);
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("WPA-EAP"), false);
+    AddOption(QStringLiteral("pairwise"), cipher, false);
+    AddOption(QStringLiteral("group"), cipher, false);
+    // The supplicant takes the last priority line: a LEAP network's own one is overruled.
+    AddPriority(2);
+    AddOption(QStringLiteral("auth_alg"), QStringLiteral("LEAP"), false);
+    AddOption(QStringLiteral("eapol_flags"), QStringLiteral("0"), false);
+    AddOption(QStringLiteral("identity"), identity, true);
+    AddHashedPasswordOption(QStringLiteral("password"), password);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::EapFast(const QString &identity, const QString &password, const QString &provisioning)
+{
+    StartWirelessCfg();
+    AddOption(QStringLiteral("eap"), QStringLiteral("FAST"), false);
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("WPA-EAP"), false);
+    AddOption(QStringLiteral("auth_alg"), QStringLiteral("OPEN"), false);
+    AddOption(QStringLiteral("anonymous_identity"), QStringLiteral("FAST-") + identity, true);
+    AddOption(QStringLiteral("identity"), identity, true);
+    AddHashedPasswordOption(QStringLiteral("password"), password);
+    const bool isAutomatic = provisioning == QLatin1String("automatic");
+    AddOption(QStringLiteral("phase1"),
+              isAutomatic ? QStringLiteral("fast_provisioning=1") : QStringLiteral("fast_provisioning=0"),
+              true);
+    AddOption(QStringLiteral("pac_file"), PAC_FOLDER + pacFile, true);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::PeapGtc(const QString &identity, const QString &password)
+{
+    StartWirelessCfg();
+    AddOption(QStringLiteral("eap"), QStringLiteral("PEAP"), false);
+    AddOption(QStringLiteral("proto"), QStringLiteral("RSN"), false);
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("WPA-EAP"), false);
+    AddOption(QStringLiteral("pairwise"), QStringLiteral("CCMP"), false);
+    AddOption(QStringLiteral("identity"), identity, true);
+    AddHashedPasswordOption(QStringLiteral("password"), password);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::PeapMschapv2(const QString &identity, const QString &password, const QString &caCert)
+{
+    StartWirelessCfg();
+    AddOption(QStringLiteral("eap"), QStringLiteral("PEAP"), false);
+    AddOption(QStringLiteral("key_mgmt"), QStringLiteral("WPA-EAP"), false);
+    AddOption(QStringLiteral("proto"), QStringLiteral("RSN"), false);
+    AddOption(QStringLiteral("pairwise"), QStringLiteral("CCMP"), false);
+    AddOption(QStringLiteral("group"), QStringLiteral("CCMP"), false);
+    AddPeapCredentials(identity, password, caCert);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::WiredTls(const QString &identity, const QString &caCert, const QString &clientCert,
+                                const QString &privateKey, const QString &privateKeyPassword)
+{
+    StartWiredCfg();
+    AddOption(QStringLiteral("eap"), QStringLiteral("TLS"), false);
+    AddTlsCredentials(identity, caCert, clientCert, privateKey, privateKeyPassword);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::WiredPeap(const QString &identity, const QString &password, const QString &caCert)
+{
+    StartWiredCfg();
+    AddOption(QStringLiteral("eap"), QStringLiteral("PEAP"), false);
+    AddPeapCredentials(identity, password, caCert);
+    ConfigPrep();
+}
+
+void WpaSupplicantCfg::AddTlsCredentials(const QString &identity, const QString &caCert,
+                                         const QString &clientCert, const QString &privateKey,
+                                         const QString &privateKeyPassword)
+{
+    AddOption(QStringLiteral("identity"), identity, true);
+    AddCertificate(QStringLiteral("ca_cert"), caCert);
+    AddCertificate(QStringLiteral("client_cert"), clientCert);
+    AddCertificate(QStringLiteral("private_key"), privateKey);
+    AddOption(QStringLiteral("private_key_passwd"), privateKeyPassword, true);
+}
+
+void WpaSupplicantCfg::AddPeapCredentials(const QString &identity, const QString &password,
+                                          const QString &caCert)
+{
+    AddOption(QStringLiteral("identity"), identity, true);
+    AddHashedPasswordOption(QStringLiteral("password"), password);
+    // Unlike the TLS modes, also an absolute path goes through the certificate store.
+    if (caCert != QLatin1String("none"))
+        AddOption(QStringLiteral("ca_cert"), ZebCert::GetFullPath(caCert), true);
+    AddOption(QStringLiteral("phase1"), QStringLiteral("peaplabel=0"), true);
+    AddOption(QStringLiteral("phase2"), QStringLiteral("auth=MSCHAPV2"), true);
+}
+
+void WpaSupplicantCfg::AddCertificate(const QString &key, const QString &value)
+{
+    if (value == QLatin1String("none"))
+        return;
+    const bool isPath = value.startsWith(QLatin1Char('/'));
+    AddOption(key, isPath ? value : ZebCert::GetFullPath(value), true);
+}
+
+void WpaSupplicantCfg::AddPasswordOption(const QString &passphrase)
+{
+    if (_useHashedPsk) {
+        const QStringList lines = Utils::Execute(QStringLiteral("wpa_passphrase"), {ssid, passphrase}, false);
+        for (const QString &line : lines) {
+            const QString text = line.trimmed();
+            if (text.startsWith(QLatin1String("psk="))) {
+                AddOption(QStringLiteral("psk"), text.mid(4), false);
+                return;
+            }
+        }
+    }
+    AddOption(QStringLiteral("psk"), passphrase, true);
+}
+
+void WpaSupplicantCfg::AddHashedPasswordOption(const QString &key, const QString &password)
+{
+    if (!_useHashedPsk) {
+        AddOption(key, password, false);
+        return;
+    }
+    const QByteArray hash =
+        QCryptographicHash::hash(Utf16LittleEndian(password), QCryptographicHash::Md4).toHex();
+    AddOption(key, QStringLiteral("hash:") + QLatin1String(hash), false);
+}
