@@ -56,7 +56,7 @@ void Logging::SetLoggingLevel(LoggingLevel level)
 
 void Logging::DeleteLogFile()
 {
-    if (!mutex.tryLock(LOCK_TIME_LIMIT))
+    if (!mutex.try_lock_for(LOCK_TIME_LIMIT))
         return;
     QFile::remove(LOG_FILE);
     mutex.unlock();
@@ -104,7 +104,7 @@ Logging::Logger::~Logger()
 
 void Logging::Logger::Write()
 {
-    if (!mutex.tryLock(LOCK_TIME_LIMIT))
+    if (!mutex.try_lock_for(LOCK_TIME_LIMIT))
         return;
     QFile file(LOG_FILE);
     if (file.open(QIODevice::WriteOnly | QIODevice::Append))
