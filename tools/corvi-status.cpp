@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "eventlistener.h"
+#include "statusreader.h"
+#include "statustext.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QFile>
+#include <QJsonDocument>
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include <sys/signalfd.h>
+
+namespace {
+
+void Print(FILE *stream, const QString &text)
+{
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
+    std::fflush(stream);
+}
+
+int Fail(const QString &reason)
+{
+    Print(stderr, QStringLiteral("corvi-status: %1\n").arg(reason));
+    return EXIT_FAILURE;
+}
+
+QString JsonLine(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + QLatin1Char('\n');
+}
+
+int ShowStatus(bool asJson)
+{
+    const StatusReading reading = ReadStatus();
+    if (reading.outcome == StatusReading::Outcome::NoDaemon ||
+        reading.outcome == StatusReading::Outcome::Unreadable)
+        return Fail(StatusText::ForPerson(reading).trimmed());
+    Print(stdout, asJson ? JsonLine(StatusText::ForProgram(reading)) : StatusText::ForPerson(reading));
+    return EXIT_SUCCESS;
+}
+
+QString EventForProgram(const QString &time, int code, int status, const StatusReading &reading)
+{
+    return JsonLine({{QStringLiteral("time"), time},
+                     {QStringLiteral("event"), code},
+                     {QStringLiteral("status"), status},
+                     {QStringLiteral("meaning"), StatusText::EventMeaning(code, status)},
+                     {QStringLiteral("record"), StatusText::ForProgram(reading)}});
+}
+
+QString EventForPerson(const QString &time, int code, int status, const StatusReading &reading)
+{
+    QString record = StatusText::ForPerson(reading).trimmed();
+    record.replace(QLatin1Char('\n'), QStringLiteral("\n  "));
+    return QStringLiteral("%1  event %2, status %3: %4\n  ")
+               .arg(time)
+               .arg(code)
+               .arg(status)
+               .arg(StatusText::EventMeaning(code, status)) +
+           record + QLatin1Char('\n');
+}
+
+/// Ends the event loop on SIGINT and SIGTERM, so that the socket is removed.
+class SignalWatcher
+{
+public:
+    SignalWatcher()
+    {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        sigaddset(&signals, SIGTERM);
+        sigprocmask(SIG_BLOCK, &signals, nullptr);
+        if (!file.open(::signalfd(-1, &signals, SFD_CLOEXEC), QIODevice::ReadOnly, QFile::AutoCloseHandle))
+            return;
+        notifier = std::make_unique<QSocketNotifier>(file.handle(), QSocketNotifier::Read);
+        QObject::connect(notifier.get(), &QSocketNotifier::activated, qApp, &QCoreApplication::quit);
+    }
+
+private:
+    QFile file;
+    std::unique_ptr<QSocketNotifier> notifier;
+};
+
+int WatchEvents(bool asJson)
+{
+    EventListener listener;
+    QObject::connect(&listener, &EventListener::eventReceived, &listener, [asJson](int code, int status) {
+        const QString time = QDateTime::currentDateTime().toString(Qt::ISODateWithMs);
+        // The daemon puts the record in place before it sends the event.
+        const StatusReading reading = ReadStatus();
+        Print(stdout, asJson ? EventForProgram(time, code, status, reading)
+                             : EventForPerson(time, code, status, reading));
+    });
+    QObject::connect(&listener, &EventListener::brokenEvent, &listener, [](int byteCount) {
+        Print(
+            stderr,
+            QStringLiteral("corvi-status: an event of %1 bytes instead of 4 was left out\n").arg(byteCount));
+    });
+
+    QString error;
+    if (!listener.Listen(error))
+        return Fail(error);
+    const SignalWatcher signalWatcher;
+    return QCoreApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("corvi-status"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(CORVI_VERSION));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Shows the network status that the Corvi daemon publishes."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption json(QStringLiteral("json"),
+                                  QStringLiteral("Print for a program: one JSON object a line."));
+    const QCommandLineOption watch(QStringLiteral("watch"),
+                                   QStringLiteral("Print each event as it comes, until interrupted."));
+    parser.addOptions({json, watch});
+    parser.process(application);
+    if (!parser.positionalArguments().isEmpty())
+        return Fail(QStringLiteral("unexpected argument: ") + parser.positionalArguments().constFirst());
+
+    return parser.isSet(watch) ? WatchEvents(parser.isSet(json)) : ShowStatus(parser.isSet(json));
+}

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "eventlistener.h"
+
+#include <QLocalSocket>
+#include <QTimer>
+#include <QtEndian>
+
+#include <chrono>
+
+namespace {
+
+const QString SERVER_NAME = QStringLiteral("corvin");
+constexpr int EVENT_SIZE = 4;
+// The daemon itself gives a connection one second.
+constexpr std::chrono::seconds CONNECTION_LIMIT{5};
+
+bool AnotherListenerIsAlive()
+{
+    QLocalSocket probe;
+    probe.connectToServer(SERVER_NAME);
+    return probe.waitForConnected(1000);
+}
+
+} // namespace
+
+EventListener::EventListener()
+{
+    // Only the daemon's own user may report events.
+    server.setSocketOptions(QLocalServer::UserAccessOption);
+    connect(&server, &QLocalServer::newConnection, this, &EventListener::AcceptConnections);
+}
+
+bool EventListener::Listen(QString &error)
+{
+    if (AnotherListenerIsAlive()) {
+        error = QStringLiteral("another program already listens for events");
+        return false;
+    }
+    QLocalServer::removeServer(SERVER_NAME);
+    if (server.listen(SERVER_NAME))
+        return true;
+    error = server.errorString();
+    return false;
+}
+
+void EventListener::AcceptConnections()
+{
+    while (QLocalSocket *connection = server.nextPendingConnection()) {
+        connect(connection, &QLocalSocket::readyRead, this, [this, connection] { Receive(connection); });
+        connect(connection, &QLocalSocket::disconnected, this, [this, connection] { Abandon(connection); });
+        QTimer::singleShot(CONNECTION_LIMIT, connection, [this, connection] { Abandon(connection); });
+        // What came together with the connection was announced before anybody could hear it.
+        Receive(connection);
+    }
+}
+
+void EventListener::Receive(QLocalSocket *connection)
+{
+    if (connection->bytesAvailable() < EVENT_SIZE)
+        return;
+    const QByteArray event = connection->read(EVENT_SIZE);
+    connection->disconnect(this);
+    connection->deleteLater();
+    Q_EMIT eventReceived(qFromBigEndian<qint16>(event.constData()),
+                         qFromBigEndian<qint16>(event.constData() + sizeof(qint16)));
+}
+
+void EventListener::Abandon(QLocalSocket *connection)
+{
+    const auto byteCount = static_cast<int>(connection->bytesAvailable());
+    connection->disconnect(this);
+    connection->deleteLater();
+    // Another listener that finds out whether this one is alive says nothing.
+    if (byteCount > 0)
+        Q_EMIT brokenEvent(byteCount);
+}
