@@ -42,15 +42,19 @@ public:
     static bool enableChecked;
     static const QStringList BondingModeList;
 
-signals:
+Q_SIGNALS:
     void dhclientReady();
 
-public slots:
+public Q_SLOTS:
     void onStartProcessFinished(int exitCode);
     void onMyTimerTrip();
 
 private:
-    QStringList FindSlaves() const;
+    // Steps of EnableBonding() and DisableBonding().
+    void TakeOverWiredName();
+    void LoadDriver();
+    void TearDown();
+
     void WaitForDhclient();
 
     bool dhclientFinished = false;

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <QByteArray>
 #include <QHash>
 #include <QMetaType>
 #include <QObject>
@@ -85,11 +86,11 @@ public:
     QStringList GetNamedNetworkWpasInformation() const;
     QStringList getWpaConfig() const;
 
-signals:
+Q_SIGNALS:
     void SendEventMessage(int code, int value, NetworkDevice *device);
     void ConnectionStatusChange(NetworkDevice *device, bool connected);
 
-public slots:
+public Q_SLOTS:
     void onTimerTrip();
 
 public:
@@ -126,14 +127,23 @@ public:
     bool driverChosen = false;
 
 private:
-    QString ReadAddress(unsigned long request) const;
-    QString ReadMacAddress() const;
+    void ReadAddress(unsigned long request, QString &field) const;
+    void ReadMacAddress();
     void ReadCarrier();
 
+    bool IsForThisDevice(const QString &networkName) const;
+    void SortNetworkNames();
+
+    // The steps of ConfigureNetwork().
+    void ApplyConfig(bool renew);
     void ApplyWiredFlags();
+    void ApplyStaticAddress();
     void ObtainAddress();
     void ApplyLinkSettings();
     void ApplySpeed();
+
+    const QByteArray kernelName; ///< the name as the kernel's interfaces take it
+    const QByteArray carrierPath;
 };
 
 Q_DECLARE_METATYPE(NetworkDevice *)

@@ -1,0 +1,302 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "bondeddevice.h"
+
+#include "logging.h"
+#include "paths.h"
+#include "securefile.h"
+#include "timing.h"
+#include "utils.h"
+#include "zebxmlconfig.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTimer>
+
+#include <algorithm>
+
+namespace {
+
+const QString DHCLIENT = QStringLiteral("dhclient");
+const QString WIRED_NAME = QStringLiteral("eth0");
+const QString BONDING_MASTERS = SYS_NET + QStringLiteral("bonding_masters");
+const QString SAVED_MAC_FILE = QStringLiteral("/tmp/config/files/network/bondedMac");
+constexpr int TIME_LIMIT_MS = static_cast<int>(PROGRAM_TIME_LIMIT.count());
+
+void Ip(const QStringList &arguments)
+{
+    Utils::Execute(QStringLiteral("ip"), arguments, false);
+}
+
+void SetLink(const QString &device, const QStringList &change)
+{
+    Ip(QStringList{QStringLiteral("link"), QStringLiteral("set"), QStringLiteral("dev"), device} + change);
+}
+
+void Rename(const QString &newName, const QString &device)
+{
+    Ip({QStringLiteral("link"), QStringLiteral("set"), QStringLiteral("name"), newName, device});
+}
+
+QString GetSetting(const QString &key)
+{
+    return ZebXmlConfig().GetConfig(XML_NETWORK_PATH, key, false, QString(), false);
+}
+
+bool InterfaceExists(const QString &name)
+{
+    return QFileInfo::exists(SYS_NET + name);
+}
+
+/// Wireless interfaces are left out by the first letter.
+QStringList EthernetNames()
+{
+    QStringList names;
+    const QStringList entries = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+    std::copy_if(entries.begin(), entries.end(), std::back_inserter(names),
+                 [](const QString &entry) { return entry.startsWith(QLatin1Char('e')); });
+    return names;
+}
+
+void ReplaceName(QStringList &names, const QString &oldName, const QString &newName)
+{
+    std::replace(names.begin(), names.end(), oldName, newName);
+    names.removeDuplicates();
+}
+
+/// The saved address, empty when there is none that can be used: the file's first line must be an address
+/// and its line feed, 18 characters.
+QString ReadSavedMac()
+{
+    constexpr int SAVED_LINE_LENGTH = 18;
+    QFile file(SAVED_MAC_FILE);
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
+    const QByteArray line = file.readLine(SAVED_LINE_LENGTH + 2);
+    return line.size() == SAVED_LINE_LENGTH && line.endsWith('\n') ? QString::fromLatin1(line.trimmed())
+                                                                   : QString();
+}
+
+/// The bond keeps its first address over restarts, and so its lease.
+void SaveMac(const QString &interfaceName)
+{
+    QFile source(SYS_NET + interfaceName + QStringLiteral("/address"));
+    if (!source.open(QIODevice::ReadOnly))
+        return;
+    const QByteArray address = source.readAll();
+    QDir().mkpath(QFileInfo(SAVED_MAC_FILE).path());
+    if (address.isEmpty() || !SecureFile::Write(SAVED_MAC_FILE, address, 0644))
+        Log(2) << "BondedDevice::EnableBonding the bond's address could not be saved to" << SAVED_MAC_FILE;
+}
+
+} // namespace
+
+bool BondedDevice::driverFound = false;
+bool BondedDevice::enableChecked = false;
+const QStringList BondedDevice::BondingModeList = {
+    QStringLiteral("balance-rr"), QStringLiteral("active-backup"), QStringLiteral("balance-xor"),
+    QStringLiteral("broadcast"),  QStringLiteral("802.3ad"),       QStringLiteral("balance-tlb"),
+    QStringLiteral("balance-alb")};
+
+BondedDevice::BondedDevice(QObject *parent)
+    : QObject(parent),
+      slaves(EthernetNames()),
+      bondingActive(QFileInfo::exists(BONDING_MASTERS)),
+      dhcpProcess(new QProcess(this)),
+      pollTimer(new QTimer(this))
+{
+    if (InterfaceExists(swapName)) {
+        wiredName = WIRED_NAME;
+        renamedName = swapName;
+        ReplaceName(slaves, wiredName, renamedName);
+    }
+    connect(dhcpProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+            &BondedDevice::onStartProcessFinished);
+    connect(pollTimer, &QTimer::timeout, this, &BondedDevice::onMyTimerTrip);
+    Log(4) << "BondedDevice::BondedDevice Initialized";
+}
+
+BondedDevice::~BondedDevice()
+{
+    // QProcess would end it too, but complain about it.
+    dhcpProcess->disconnect(this);
+    if (dhcpProcess->state() != QProcess::NotRunning) {
+        dhcpProcess->kill();
+        dhcpProcess->waitForFinished(TIME_LIMIT_MS);
+    }
+}
+
+bool BondedDevice::isBondingEnabled() const
+{
+    return GetSetting(QStringLiteral("bonding_enable")) == QLatin1String("true");
+}
+
+QString BondedDevice::GetDesiredMode() const
+{
+    return QString::number(GetSetting(QStringLiteral("bonding_mode")).toInt());
+}
+
+bool BondedDevice::isAvailable()
+{
+    if (!enableChecked) {
+        const QStringList lines =
+            Utils::Execute(QStringLiteral("modinfo"), {QStringLiteral("bonding")}, false);
+        // Printed for a module and for a driver that is built in; an error prints nothing here.
+        driverFound = std::any_of(lines.begin(), lines.end(), [](const QString &line) {
+            return line.startsWith(QLatin1String("filename:"));
+        });
+        enableChecked = true;
+    }
+    return driverFound;
+}
+
+void BondedDevice::EnableBonding()
+{
+    Log(4) << "Renaming" << renaming << "BringUp" << bringUp << "usePrimary" << usePrimary;
+    if (!isAvailable())
+        Log(2) << "Bonding driver was not found";
+    if (bondingActive || !slaves.isEmpty()) {
+        DisableBonding();
+        if (dhcpProcess->state() != QProcess::NotRunning)
+            Log(4) << "Waiting for dhclient to finish";
+        WaitForDhclient();
+    }
+    slaves = EthernetNames();
+    ReleaseDhclient();
+    TakeOverWiredName();
+    LoadDriver();
+    Ip({QStringLiteral("link"), QStringLiteral("add"), bondName, QStringLiteral("type"),
+        QStringLiteral("bond")});
+    for (const QString &slave : qAsConst(slaves)) {
+        SetLink(slave, {QStringLiteral("down")});
+        SetLink(slave, {QStringLiteral("master"), bondName});
+    }
+
+    const QString savedMac = ReadSavedMac();
+    if (!savedMac.isEmpty())
+        Ip({QStringLiteral("link"), QStringLiteral("set"), wiredName, QStringLiteral("address"), savedMac});
+    SetLink(wiredName, {QStringLiteral("up")});
+    if (bringUp) {
+        SetLink(wiredName, {QStringLiteral("up")});
+        StartDhclientInit(wiredName);
+    }
+    bondingActive = true;
+    if (savedMac.isEmpty())
+        SaveMac(wiredName);
+}
+
+void BondedDevice::TakeOverWiredName()
+{
+    if (!renaming) {
+        wiredName = bondName;
+        return;
+    }
+    wiredName = WIRED_NAME;
+    renamedName = wiredName + QStringLiteral("-swap");
+    Rename(renamedName, wiredName);
+    Rename(wiredName, bondName);
+    bondName = wiredName;
+    ReplaceName(slaves, wiredName, renamedName);
+}
+
+void BondedDevice::LoadDriver()
+{
+    QStringList arguments = {QStringLiteral("bonding"), QStringLiteral("mode=") + GetDesiredMode(),
+                             QStringLiteral("miimon=100")};
+    if (usePrimary)
+        arguments << QStringLiteral("primary=") + (slaves.isEmpty() ? renamedName : slaves.first());
+    Utils::Execute(QStringLiteral("modprobe"), arguments, false);
+}
+
+void BondedDevice::DisableBonding()
+{
+    Log(4) << "Renaming" << renaming << "BringUp" << bringUp;
+    QFile masters(BONDING_MASTERS);
+    if (masters.open(QIODevice::ReadOnly)) {
+        const QStringList entries =
+            QString::fromLatin1(masters.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        masters.close();
+        if (!entries.isEmpty()) {
+            wiredName = entries.first();
+            TearDown();
+        }
+    }
+
+    // Loading the driver made this one, whatever ours is called.
+    Ip({QStringLiteral("link"), QStringLiteral("delete"), QStringLiteral("bond0"), QStringLiteral("type"),
+        QStringLiteral("bond")});
+    if (bringUp && !slaves.isEmpty())
+        SetLink(slaves.first(), {QStringLiteral("up")});
+    bondingActive = false;
+    if (InterfaceExists(swapName)) {
+        Rename(WIRED_NAME, swapName);
+        ReplaceName(slaves, swapName, WIRED_NAME);
+    }
+}
+
+void BondedDevice::TearDown()
+{
+    ReleaseDhclient();
+    SetLink(wiredName, {QStringLiteral("down")});
+    if (renaming) {
+        Rename(bondName, wiredName);
+        Rename(wiredName, renamedName);
+    }
+    for (const QString &slave : qAsConst(slaves))
+        SetLink(slave, {QStringLiteral("nomaster")});
+    Utils::Execute(QStringLiteral("modprobe"), {QStringLiteral("-r"), QStringLiteral("bonding")}, false);
+}
+
+void BondedDevice::StartDhclientInit(const QString &iface)
+{
+    WaitForDhclient();
+    dhclientFinished = false;
+    pollTimer->start(TICK_INTERVAL);
+    const QStringList arguments = {iface};
+    dhcpProcess->start(DHCLIENT, arguments);
+    dhcpProcess->waitForStarted(TIME_LIMIT_MS);
+    Log(4) << QStringLiteral("Calling ") + DHCLIENT + QLatin1Char(' ') + arguments.join(QLatin1Char(' '));
+}
+
+void BondedDevice::WaitForDhclient()
+{
+    if (dhcpProcess->state() != QProcess::NotRunning)
+        dhcpProcess->waitForFinished(TIME_LIMIT_MS);
+}
+
+void BondedDevice::ReleaseDhclient()
+{
+    Utils::Execute(DHCLIENT, {QStringLiteral("-r")}, false);
+}
+
+void BondedDevice::SetDhclient()
+{
+    ReleaseDhclient();
+    if (bondingActive)
+        StartDhclientInit(wiredName);
+    else if (!slaves.isEmpty())
+        StartDhclientInit(slaves.first());
+}
+
+QString BondedDevice::getBondedDeviceActiveSlaveFileName() const
+{
+    return SYS_NET + bondName + QStringLiteral("/bonding/active_slave");
+}
+
+void BondedDevice::onStartProcessFinished(int exitCode)
+{
+    Log(4) << "Process exitCode" << exitCode;
+    dhclientFinished = true;
+}
+
+void BondedDevice::onMyTimerTrip()
+{
+    if (!dhclientFinished)
+        return;
+    Q_EMIT dhclientReady();
+    pollTimer->stop();
+    dhclientFinished = false;
+}

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "modem.h"
+
+#include "zebsystem.h"
+
+#include <QProcess>
+
+namespace {
+
+QByteArray AskModemTool()
+{
+    QProcess process;
+    process.start(QStringLiteral("modem-tool.sh"), {QStringLiteral("status")});
+    process.waitForFinished(-1);
+    return process.readAllStandardOutput();
+}
+
+} // namespace
+
+Modem::Modem(const QString &interfaceName, QObject *parent) : NetworkDevice(interfaceName, parent)
+{
+    configurable = false;
+    driver = QStringLiteral("modem");
+    InitDevice();
+}
+
+Modem::~Modem() = default;
+
+void Modem::Connect()
+{
+    ZebSystem::execShell(QStringLiteral("modem-tool.sh connect"));
+    modemConnected = false;
+}
+
+void Modem::Disconnect()
+{
+    ZebSystem::execShell(QStringLiteral("modem-tool.sh disconnect"));
+    modemConnected = false;
+}
+
+void Modem::ConfigureIFace()
+{
+    ZebSystem::execShell(QStringLiteral("modem-tool.sh ip_config"));
+}
+
+void Modem::UpdateConnectionStatus()
+{
+    modemConnected = AskModemTool().trimmed() == "connected";
+}
+
+bool Modem::IsModemReady()
+{
+    return !AskModemTool().contains("cannot find");
+}

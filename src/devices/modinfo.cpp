@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "modinfo.h"
+
+#include "paths.h"
+
+#include <QFile>
+#include <QStringList>
+
+QString ModInfo::GetDeviceSysInfo(const QString &iface, const QString &file)
+{
+    QFile source(SYS_NET + iface + QStringLiteral("/device/") + file);
+    return source.open(QIODevice::ReadOnly) ? QString::fromUtf8(source.readAll()) : QString();
+}
+
+QString ModInfo::GetUEVENTDriver(const QString &iface)
+{
+    QString driver;
+    const QStringList lines = GetDeviceSysInfo(iface, QStringLiteral("uevent")).split(QLatin1Char('\n'));
+    for (const QString &line : lines) {
+        // As "(.*)=(.*)" takes it: the key reaches to the last "=".
+        const int separator = line.lastIndexOf(QLatin1Char('='));
+        if (separator != -1 && line.left(separator).trimmed() == QLatin1String("DRIVER"))
+            driver = line.mid(separator + 1).trimmed();
+    }
+    return driver;
+}
+
+QString ModInfo::GetDeviceType(const QString &iface)
+{
+    // The driver of these adapters names its interfaces so and is found in no uevent file.
+    return iface.startsWith(QLatin1String("ra")) ? QStringLiteral("rt2870sta") : GetUEVENTDriver(iface);
+}
+
+QString ModInfo::GetDeviceDesc(const QString &driver)
+{
+    if (driver == QLatin1String("rt2870sta"))
+        return QStringLiteral("RT2870 Wireless LAN");
+    if (driver == QLatin1String("vntwusb") || driver == QLatin1String("vt6656"))
+        return QStringLiteral("VIA Networking Wireless LAN");
+    // The spelling is part of the text.
+    return QStringLiteral("Unknow adapter");
+}

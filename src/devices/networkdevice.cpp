@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "networkdevice.h"
+
+#include "logging.h"
+#include "namednetwork.h"
+#include "paths.h"
+#include "zebnetstatus.h"
+
+#include <QFile>
+#include <QTimer>
+
+#include <array>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+/// Wireless details come from a program, so they are read about every 30 s only, not 4 times a second.
+constexpr int WIRELESS_REFRESH_TICKS = 120;
+
+/// Most reads find what the last one found: then the text in hand stays, and nothing is allocated.
+void SetText(QString &field, const char *text)
+{
+    if (field != QLatin1String(text))
+        field = QLatin1String(text);
+}
+
+ifreq RequestFor(const QByteArray &interfaceName)
+{
+    ifreq request = {};
+    qstrncpy(request.ifr_name, interfaceName.constData(), sizeof request.ifr_name);
+    return request;
+}
+
+} // namespace
+
+NetworkDevice::NetworkDevice(const QString &interfaceName, QObject *parent)
+    : QObject(parent),
+      logger(Logging::GetInstance(7, false)),
+      name(interfaceName),
+      status(new ZebNetStatus),
+      socketFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+      timer(new QTimer),
+      kernelName(QFile::encodeName(interfaceName)),
+      carrierPath(QFile::encodeName(SYS_NET + interfaceName + QStringLiteral("/carrier")))
+{
+    qRegisterMetaType<NetworkDevice *>();
+    connect(timer, &QTimer::timeout, this, &NetworkDevice::onTimerTrip);
+    Log(4) << "Create NetworkDevice" << name;
+}
+
+NetworkDevice::~NetworkDevice()
+{
+    delete timer;
+    qDeleteAll(namedNetworks);
+    delete status;
+    if (socketFd != -1)
+        ::close(socketFd);
+}
+
+void NetworkDevice::RefreshWirelessStatus()
+{
+    essid.clear();
+    accessPoint.clear();
+    encKey.clear();
+}
+
+void NetworkDevice::UseNewDriver(bool /*on*/) {}
+
+ZebNetConfig *NetworkDevice::getCurrentConfig()
+{
+    if (!currentNetwork) {
+        if (namedNetworks.isEmpty())
+            return nullptr;
+        currentNetwork = namedNetworks.value(networkNames.first());
+    }
+    if (isWireless) {
+        Log(4) << "NetworkDevice::getCurrentConfig()";
+        currentNetwork->Load(currentNetwork->Name(), true);
+        // The reload released the record in use.
+        if (currentConfig)
+            currentConfig = currentNetwork->Config();
+    }
+    return currentNetwork->Config();
+}
+
+int NetworkDevice::InitDevice()
+{
+    getNamedNetworksForDevice();
+    return 1;
+}
+
+ZebNetConfig *NetworkDevice::UpdateConfig()
+{
+    return getCurrentConfig();
+}
+
+void NetworkDevice::RefreshStatus()
+{
+    isUp = false;
+    isRunning = false;
+    if (socketFd == -1) {
+        for (QString *field : {&ipAddress, &broadcast, &netmask, &macAddress})
+            field->clear();
+        Log(6) << "NetworkDevice::RefreshStatus --" << name << " device not found";
+        return;
+    }
+
+    ReadAddress(SIOCGIFADDR, ipAddress);
+    ReadAddress(SIOCGIFBRDADDR, broadcast);
+    ReadAddress(SIOCGIFNETMASK, netmask);
+    ReadMacAddress();
+    ReadCarrier();
+
+    status->SetConnected(isRunning);
+    status->SetWireless(isWireless);
+    status->SetIfaceInfo(macAddress, ipAddress, broadcast, netmask);
+
+    if (!isRunning && fallbackEnabled) {
+        Log(4) << "NetworkDevice::RefreshStatus:: clear fallback mode";
+        inFallback = false;
+    }
+}
+
+/// Leaves the field empty when the interface has no such address.
+void NetworkDevice::ReadAddress(unsigned long request, QString &field) const
+{
+    ifreq answer = RequestFor(kernelName);
+    std::array<char, INET_ADDRSTRLEN> text = {};
+    // The three answers share one place in the union.
+    if (::ioctl(socketFd, request, &answer) == 0) {
+        const auto *address = reinterpret_cast<const sockaddr_in *>(&answer.ifr_addr);
+        ::inet_ntop(AF_INET, &address->sin_addr, text.data(), text.size());
+    }
+    SetText(field, text.data());
+}
+
+void NetworkDevice::ReadMacAddress()
+{
+    constexpr int MAC_BYTES = 6;
+    static const char DIGITS[] = "0123456789ABCDEF";
+
+    ifreq answer = RequestFor(kernelName);
+    std::array<char, 3 *MAC_BYTES> text = {};
+    if (::ioctl(socketFd, SIOCGIFHWADDR, &answer) == 0) {
+        char *next = text.data();
+        for (int i = 0; i < MAC_BYTES; ++i) {
+            const auto byte = static_cast<unsigned char>(answer.ifr_hwaddr.sa_data[i]);
+            if (i > 0)
+                *next++ = ':';
+            *next++ = DIGITS[byte >> 4];
+            *next++ = DIGITS[byte & 0xf];
+        }
+    }
+    SetText(macAddress, text.data());
+}
+
+void NetworkDevice::ReadCarrier()
+{
+    const int fd = ::open(carrierPath.constData(), O_RDONLY | O_CLOEXEC);
+    if (fd == -1)
+        return;
+    char first = 0;
+    isUp = ::read(fd, &first, 1) == 1;
+    isRunning = isUp && first == '1';
+    ::close(fd);
+}
+
+void NetworkDevice::UpdateIpInformation()
+{
+    status->SetIfaceInfo(macAddress, ipAddress, broadcast, netmask);
+    Log(2) << "NetworkDevice::UpdateIpInformation" << macAddress << "," << ipAddress << ","
+           << status->GetBroadcast();
+    if (ipAddress.isEmpty() || !isUp) {
+        inFallback = false;
+        ipAnnounced = false;
+        return;
+    }
+    SendEvent(1, 1);
+    ipAnnounced = true;
+}
+
+QString NetworkDevice::toString() const
+{
+    QStringList lines = {
+        QStringLiteral("NetworkAdaptor %1, isUp=%2, isRunning=%3, isWireless=%4")
+            .arg(name, QString::number(isUp), QString::number(isRunning), QString::number(isWireless))};
+    if (isRunning)
+        lines << QStringLiteral("MAC Address:  %1, Inet Address: %2, Inet Mask: %3")
+                     .arg(macAddress, ipAddress, netmask);
+    if (isWireless)
+        lines << QStringLiteral("ESSID=%1 ,AccessPoint=%2 ,LinkQuality=%3 ,EncKey=%4")
+                     .arg(essid, accessPoint, QString::number(linkQuality), encKey);
+    return lines.join(QLatin1Char('\n'));
+}
+
+void NetworkDevice::SendEvent(int code, int value)
+{
+    Log(4) << "NetworkDevice::SendEvent" << code << value;
+    Q_EMIT SendEventMessage(code, value, this);
+}
+
+void NetworkDevice::onTimerTrip()
+{
+    RefreshStatus();
+    if (usesSupplicant && ++wirelessTicks > WIRELESS_REFRESH_TICKS) {
+        RefreshWirelessStatus();
+        wirelessTicks = 0;
+    }
+    if (stopped && !isUp)
+        timer->stop();
+}

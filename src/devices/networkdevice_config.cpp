@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "logging.h"
+#include "namednetwork.h"
+#include "networkdevice.h"
+#include "paths.h"
+#include "zebnetconfig.h"
+#include "zebxmlconfig.h"
+
+#include <algorithm>
+
+namespace {
+
+/// A wired definition whose name is this and an interface's name is for that interface alone.
+const QString WIRED_PREFIX = QStringLiteral("wired");
+
+bool IsStored(const QString &networkName)
+{
+    return !ZebXmlConfig()
+                .GetConfig(XML_NETWORK_PATH_WS + networkName, QStringLiteral("name"), false, QString(), false)
+                .isEmpty();
+}
+
+} // namespace
+
+void NetworkDevice::ConfigureNetwork(bool renew)
+{
+    Log(4) << "NetworkDevice::ConfigureNetwork -- start " << name;
+    fallbackEnabled = false;
+    inFallback = false;
+    ipAnnounced = false;
+    try {
+        if (!currentConfig)
+            currentConfig = getCurrentConfig();
+        if (!currentConfig) {
+            Log(2) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
+            SendEvent(1, -1);
+            return;
+        }
+        ApplyConfig(renew);
+    } catch (...) {
+        Log(2) << "NetworkDevice::ConfigureNetwork -- Failed";
+        return;
+    }
+}
+
+void NetworkDevice::ApplyConfig(bool renew)
+{
+    Log(2) << "NetworkDevice::ConfigureNetwork  Name=" << currentConfig->GetName()
+           << "Use Static DNS=" << currentConfig->staticIp;
+    if (!isWireless)
+        ApplyWiredFlags();
+
+    if (currentConfig->staticIp)
+        ApplyStaticAddress();
+    else if (renew)
+        ObtainAddress();
+    if (currentConfig->staticIp || renew)
+        UpdateIpInformation();
+
+    if (currentConfig->staticDns)
+        SetDNS(currentConfig->dns1, currentConfig->dns2, currentConfig->domain);
+    SetHosts(currentConfig->hosts);
+    ApplyLinkSettings();
+    Log(4) << "NetworkDevice::ConfigureNetwork -- end";
+}
+
+void NetworkDevice::ApplyWiredFlags()
+{
+    usesSupplicant = currentConfig->securityMode.toLower() != QLatin1String("unsecured");
+    fallbackEnabled = currentConfig->dot1xFallback == QLatin1String("fallback");
+    Log(4) << "NetworkDevice::ConfigureNetwork 8021x Fallback enabled=" << fallbackEnabled
+           << "inFallback =" << inFallback;
+}
+
+void NetworkDevice::ApplyStaticAddress()
+{
+    Log(4) << "NetworkDevice::ConfigureNetwork - using static IP";
+    Up(currentConfig->ipAddress, currentConfig->netmask);
+    Log(4) << "NetworkDevice::ConfigureNetwork - set gateway";
+    SetGateway(currentConfig->gateway);
+    RefreshStatus();
+}
+
+void NetworkDevice::ObtainAddress()
+{
+    Log(4) << "NetworkDevice::ConfigureNetwork - renew ip address";
+    Log(4) << "NetworkDevice::ConfigureNetwork  Interface" << name;
+    SendEvent(1, 0);
+    Log(4) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
+
+    if (!Dhclient(name)) {
+        Log(2) << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
+        // The attempt flushed the interface: the fields must not announce the address it had.
+        ipAddress.clear();
+        broadcast.clear();
+        netmask.clear();
+        return;
+    }
+    Log(4) << "NetworkDevice::ConfigureNetwork - renewing ip address";
+    RefreshStatus();
+    Log(4) << "NetworkDevice::ConfigureNetwork - status refreshed";
+    if (!ipAddress.isEmpty())
+        Log(4) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
+}
+
+void NetworkDevice::ApplyLinkSettings()
+{
+    if (!isWireless)
+        ApplySpeed();
+    if (!currentConfig->mtu.isEmpty())
+        SetMtu(name, currentConfig->mtu);
+}
+
+void NetworkDevice::ApplySpeed()
+{
+    const QString &speed = currentConfig->speed;
+    if (speed.isEmpty() || speed == QLatin1String("Auto"))
+        return;
+    const QStringList words = speed.split(QLatin1Char(' '));
+    if (words.size() != 3) {
+        Log(2) << "ConfigureNetwork - Wrong format " << speed;
+        return;
+    }
+    SetSpeed(name, words.at(0).toInt(), words.at(2) == QLatin1String("Full") ? 1 : 0);
+}
+
+bool NetworkDevice::getNamedNetworksForDevice()
+{
+    const QStringList storedNames = ZebNetConfig::GetNetworkNames();
+    Log(4) << "NetworkDevice::getNamedNetworksForDevice()  " << storedNames;
+    for (const QString &networkName : storedNames) {
+        if (!IsStored(networkName) || !IsForThisDevice(networkName) || namedNetworks.contains(networkName))
+            continue;
+        auto *network = new NamedNetwork(networkName, false, nullptr);
+        // Never switched off here: the device may have its own reason for the new driver.
+        if (isWireless && network->CheckWirelessDriver()) {
+            Log(4) << "nn UseNewDriver";
+            UseNewDriver(true);
+        }
+        namedNetworks.insert(networkName, network);
+        networkNames << networkName;
+    }
+    SortNetworkNames();
+    Log(4) << "NetworkDevice::getNamedNetworksForDevice() -- Done " << networkNames;
+    return !namedNetworks.isEmpty();
+}
+
+/// Asked before a definition is loaded, which may run programs to build its block.
+bool NetworkDevice::IsForThisDevice(const QString &networkName) const
+{
+    if (NamedNetwork::IsWirelessName(networkName, false) != isWireless)
+        return false;
+    return isWireless || !networkName.startsWith(WIRED_PREFIX) || networkName == WIRED_PREFIX + name;
+}
+
+void NetworkDevice::SortNetworkNames()
+{
+    networkNames.sort();
+    const QString own = WIRED_PREFIX + name;
+    std::stable_partition(networkNames.begin(), networkNames.end(),
+                          [&own, this](const QString &entry) { return !isWireless && entry == own; });
+}
+
+QStringList NetworkDevice::GetNamedNetworks() const
+{
+    return networkNames;
+}
+
+QStringList NetworkDevice::GetNamedNetworkWpasInformation() const
+{
+    QStringList lines;
+    for (const QString &networkName : networkNames)
+        lines += namedNetworks.value(networkName)->Block();
+    return lines;
+}
+
+QStringList NetworkDevice::getWpaConfig() const
+{
+    return GetNamedNetworkWpasInformation();
+}

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "logging.h"
+#include "networkdevice.h"
+#include "paths.h"
+#include "securefile.h"
+#include "timing.h"
+#include "utils.h"
+#include "zebsystem.h"
+
+#include <QFile>
+#include <QSaveFile>
+
+namespace {
+
+const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
+const QString HOST_LIST = QStringLiteral("/tmp/.hostlist");
+const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
+const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
+
+QByteArray ReadAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// An empty second server gives a bare "nameserver " line, which resolvers skip.
+QByteArray ResolverLines(const QString &dns1, const QString &dns2, const QString &domain)
+{
+    QString lines =
+        QStringLiteral("nameserver ") + dns1 + QStringLiteral("\nnameserver ") + dns2 + QLatin1Char('\n');
+    if (!domain.isEmpty())
+        lines += QStringLiteral("search ") + domain + QLatin1Char('\n');
+    return lines.toUtf8();
+}
+
+/// Puts `earlier` and the new lines in place in one step, so that a program that resolves a name meanwhile
+/// reads the old or the new file, never a part. A symbolic link at the path is followed and stays.
+void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2, const QString &domain)
+{
+    QSaveFile file(RESOLV_CONF);
+    if (!file.open(QIODevice::WriteOnly)) {
+        Log(2) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
+        return;
+    }
+    Log(2) << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
+    file.write(earlier + ResolverLines(dns1, dns2, domain));
+    if (!file.commit())
+        Log(2) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
+}
+
+} // namespace
+
+bool NetworkDevice::Dhclient(const QString &iface)
+{
+    Log(4) << "NetworkDevice::Dhclient" << iface;
+    Utils::Execute(STOP_DHCLIENT, {}, false);
+    Log(4) << "NetworkDevice::Dhclient"
+           << "dhclient stopped";
+    FlushIpAddress();
+
+    const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, iface};
+    Log(4) << "NetworkDevice::Dhclient"
+           << "dhclient" << arguments;
+    const QString transcript = Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments,
+                                                    static_cast<int>(PROGRAM_TIME_LIMIT.count()))
+                                   .join(QLatin1Char('\n'));
+    // Kept for people only: without it the attempt counts all the same.
+    static_cast<void>(SecureFile::Write(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
+    return transcript.contains(QStringLiteral("bound to"));
+}
+
+bool NetworkDevice::ClearDNS()
+{
+    return !QFile::exists(RESOLV_CONF) || QFile::remove(RESOLV_CONF);
+}
+
+void NetworkDevice::SetDNS(const QString &dns1, const QString &dns2, const QString &domain)
+{
+    WriteResolver(QByteArray(), dns1, dns2, domain);
+}
+
+void NetworkDevice::AppendDNS(const QString &dns1, const QString &dns2, const QString &domain)
+{
+    WriteResolver(ReadAll(RESOLV_CONF), dns1, dns2, domain);
+}
+
+void NetworkDevice::SetHosts(const QStringList &lines)
+{
+    QString text;
+    for (const QString &line : lines)
+        text += line + QLatin1Char('\n');
+    if (!SecureFile::Replace(HOST_LIST, text.toUtf8(), 0644)) {
+        Log(2) << "NetworkDevice::SetHosts -  Unable to access hosts";
+        return;
+    }
+    // Shell lines because only the shell's environment knows HOSTNAME.
+    ZebSystem::execShell(QStringLiteral("echo \"127.0.0.1\tlocalhost\" >> /tmp/.hostlist"));
+    ZebSystem::execShell(
+        QStringLiteral("echo \"127.0.0.1\t$HOSTNAME.localdomain $HOSTNAME \" >> /tmp/.hostlist"));
+    Utils::Execute(QStringLiteral("update_hosts"), {}, false);
+}

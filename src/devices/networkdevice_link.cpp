@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "logging.h"
+#include "networkdevice.h"
+#include "utils.h"
+
+#include <QTimer>
+
+#include <chrono>
+
+namespace {
+
+/// A cable that is pulled or put in shows this soon, well within one supervision tick.
+constexpr std::chrono::milliseconds POLL_INTERVAL{250};
+
+const QString IFCONFIG = QStringLiteral("ifconfig");
+const QString ETHTOOL = QStringLiteral("ethtool");
+const QString IP = QStringLiteral("ip");
+const QString ROUTE = QStringLiteral("route");
+
+} // namespace
+
+void NetworkDevice::Up(const QString &iface)
+{
+    Log(4) << "NetworkDevice::Up" << iface;
+    Utils::Execute(IFCONFIG, {iface, QStringLiteral("up")}, false);
+}
+
+void NetworkDevice::Up()
+{
+    linkUp = true;
+    Up(name);
+}
+
+void NetworkDevice::Up(const QString &iface, const QString &ip, const QString &mask)
+{
+    Log(4) << "NetworkDevice::Up" << iface << ip << mask;
+    Utils::Execute(IFCONFIG, {iface, ip, QStringLiteral("netmask"), mask, QStringLiteral("up")}, false);
+}
+
+void NetworkDevice::Up(const QString &ip, const QString &mask)
+{
+    linkUp = true;
+    Up(name, ip, mask);
+}
+
+void NetworkDevice::Down(const QString &iface)
+{
+    Log(4) << "NetworkDevice::Down" << iface;
+    Utils::Execute(IFCONFIG, {iface, QStringLiteral("down")}, false);
+}
+
+void NetworkDevice::Down()
+{
+    linkUp = false;
+    Down(name);
+}
+
+void NetworkDevice::AutoNegotiate(const QString &iface)
+{
+    Utils::Execute(ETHTOOL, {QStringLiteral("-s"), iface, QStringLiteral("autoneg"), QStringLiteral("on")},
+                   false);
+}
+
+void NetworkDevice::SetSpeed(const QString &iface, int speed, int duplex)
+{
+    const QString word = duplex == 1 ? QStringLiteral("full") : QStringLiteral("half");
+    Log(4) << "speed: " << speed << " duplex: " << word;
+    Utils::Execute(ETHTOOL,
+                   {QStringLiteral("-s"), iface, QStringLiteral("autoneg"), QStringLiteral("off"),
+                    QStringLiteral("speed"), QString::number(speed), QStringLiteral("duplex"), word},
+                   false);
+}
+
+void NetworkDevice::SetMtu(const QString &iface, const QString &mtu)
+{
+    Log(4) << "NetworkDevice::MTU - " << iface << mtu;
+    Utils::Execute(IP, {QStringLiteral("link"), QStringLiteral("set"), iface, QStringLiteral("mtu"), mtu},
+                   false);
+}
+
+void NetworkDevice::FlushIpAddress()
+{
+    Utils::Execute(IP, {QStringLiteral("addr"), QStringLiteral("flush"), name}, false);
+}
+
+void NetworkDevice::SetGateway(const QString &gw)
+{
+    Log(4) << "NetworkDevice::SetGateway -  " << gw;
+    Utils::Execute(ROUTE, {QStringLiteral("del"), QStringLiteral("default")}, false);
+    Utils::Execute(ROUTE, {QStringLiteral("add"), QStringLiteral("default"), QStringLiteral("gw"), gw},
+                   false);
+}
+
+int NetworkDevice::StartDevice()
+{
+    if (!linkUp)
+        Up();
+    stopped = false;
+    timer->start(POLL_INTERVAL);
+    return 1;
+}
+
+int NetworkDevice::StopDevice()
+{
+    if (linkUp)
+        Down();
+    // The poll goes on until it has seen the link down, and then ends itself.
+    stopped = true;
+    return 1;
+}

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "wirelessdevice.h"
+
+#include "logging.h"
+#include "paths.h"
+#include "utils.h"
+#include "zebxmlconfig.h"
+
+#include <QFile>
+#include <QRegularExpression>
+
+namespace {
+
+const QString USE_NL_DRIVER_TEMPORARY_FLAG = QStringLiteral("/tmp/use_nl_driver");
+
+/// The tool's own lines stay below 250 characters, an escaped SSID included. Patterns that hold several
+/// ".*" take time that grows with more than the length's square, so no more than this is given to them.
+constexpr int LINE_LIMIT = 512;
+
+bool IsNewDriverWanted()
+{
+    const QString setting =
+        ZebXmlConfig().GetConfig(XML_NETWORK_PATH, QStringLiteral("useNewDriver"), false, QString(), false);
+    return setting == QLatin1String("true") || QFile::exists(USE_NL_DRIVER_FLAG) ||
+           QFile::exists(USE_NL_DRIVER_TEMPORARY_FLAG);
+}
+
+/// Sets `field` to what the pattern's second group takes of the line; false, and nothing set, where the
+/// pattern does not match.
+bool Take(const QRegularExpression &pattern, const QString &line, QString &field)
+{
+    const QRegularExpressionMatch match = pattern.match(line);
+    if (match.hasMatch())
+        field = match.captured(2);
+    return match.hasMatch();
+}
+
+} // namespace
+
+WirelessDevice::WirelessDevice(const QString &interfaceName, QObject *parent)
+    : NetworkDevice(interfaceName, parent)
+{
+    static int madeSoFar = 0;
+
+    isWireless = true;
+    configurable = false;
+    usesSupplicant = true;
+    WirelessDevice::UseNewDriver(IsNewDriverWanted());
+    Log(4) << "WirelessDevice::WirelessDevice Initialized" << ++madeSoFar;
+    InitDevice();
+}
+
+WirelessDevice::~WirelessDevice() = default;
+
+void WirelessDevice::RefreshWirelessStatus()
+{
+    static const QRegularExpression essidPattern(QStringLiteral("(.*)ESSID:\"(.*)\"(.*)"));
+    static const QRegularExpression essidAndNicknamePattern(
+        QStringLiteral("(.*)ESSID:\"(.*)\"(.*)Nickname:\"(.*)\"(.*)"));
+    static const QRegularExpression accessPointPattern(QStringLiteral("(.*)Access Point:(.*)"));
+    static const QRegularExpression encryptionPattern(QStringLiteral("(.*)Encryption key:(.*)"));
+    static const QRegularExpression qualityPattern(
+        QStringLiteral("(.*)Quality[: =](\\d+)(.*)(\\d+)(.*)(\\d+)(.*)"));
+
+    const QStringList lines = Utils::Execute(QStringLiteral("iwconfig"), {name}, false);
+    for (const QString &wholeLine : lines) {
+        const QString line = wholeLine.left(LINE_LIMIT);
+        // The first pattern alone would take everything up to the last quote of the nickname.
+        if (Take(essidPattern, line, essid))
+            Take(essidAndNicknamePattern, line, essid);
+        Take(accessPointPattern, line, accessPoint);
+        Take(encryptionPattern, line, encKey);
+        QString quality;
+        if (Take(qualityPattern, line, quality))
+            linkQuality = quality.toInt();
+    }
+}
+
+void WirelessDevice::UseNewDriver(bool on)
+{
+    driver = on ? QStringLiteral("nl80211,wext") : QStringLiteral("wext,nl80211");
+    driverChosen = true;
+    Log(4) << "Driver = " << driver;
+}
+
+ZebNetConfig *WirelessDevice::getCurrentConfig()
+{
+    Log(4) << "WirelessDevice::getCurrentConfig()";
+    return NetworkDevice::getCurrentConfig();
+}
