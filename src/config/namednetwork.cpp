@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 
 #include <cstdlib>
 
@@ -42,6 +43,11 @@ const QString SCEP_CA2 = QStringLiteral("/etc/ssl/certs/scepCA-2.crt");
 QString Fingerprint(const QString &properties)
 {
     return QLatin1String(QCryptographicHash::hash(properties.toLatin1(), QCryptographicHash::Md5).toHex());
+}
+
+bool IsUnsecured(const QString &mode)
+{
+    return mode.toLower() == QLatin1String("unsecured");
 }
 
 bool IsUnset(const QString &certificate)
@@ -142,14 +148,54 @@ void NamedNetwork::BuildNetworkOptions()
     wpaCfg.Clear();
     if (!SecurityModes.values().contains(netConfig->securityMode))
         TranslateSecurityMode();
-    if (!wireless && netConfig->securityMode.toLower() == QLatin1String("unsecured"))
-        return;
+    if (wireless || !IsUnsecured(netConfig->securityMode))
+        BuildBlock();
+
+    QStringList complaints = ModeComplaints();
+    if (!wpaCfg.Objection().isEmpty()) {
+        // In the file it would cost every other network as well.
+        complaints << wpaCfg.Objection() + QStringLiteral(", the network is left out");
+        wpaCfg.Clear();
+    }
+    ReportOnce(complaints);
+}
+
+void NamedNetwork::BuildBlock()
+{
     if (netConfig->scep)
         ApplyScepDefaults();
     if (wireless)
         BuildWireless();
     else
         BuildWired();
+}
+
+QStringList NamedNetwork::ModeComplaints() const
+{
+    const QString &mode = netConfig->securityMode;
+    const bool isKnown = SecurityModes.values().contains(mode);
+    const bool isWiredMode = mode.startsWith(QLatin1String("wired_"));
+    if (IsUnsecured(mode) || (isKnown && isWiredMode != wireless))
+        return {};
+
+    const QString fault = isKnown ? QStringLiteral("the name makes it %1, which the mode is not for")
+                                        .arg(wireless ? QStringLiteral("wireless") : QStringLiteral("wired"))
+                                  : QStringLiteral("the security mode is not known");
+    const QString result = wireless ? QStringLiteral(", it is taken as unsecured")
+                                    : QStringLiteral(", the supplicant gets nothing");
+    return {fault + result};
+}
+
+void NamedNetwork::ReportOnce(const QStringList &complaints) const
+{
+    // Every rescan builds the networks anew: what was last told of a network outlives its object.
+    static QHash<QString, QString> lastTold;
+    const QString telling = complaints.isEmpty() ? QString() : propsHash + complaints.join(QLatin1Char(' '));
+    if (lastTold.value(name) == telling)
+        return;
+    lastTold.insert(name, telling);
+    for (const QString &complaint : complaints)
+        Log(2) << "NamedNetwork::BuildNetworkOptions -- network" << name + QLatin1Char(':') << complaint;
 }
 
 void NamedNetwork::ApplyScepDefaults()

@@ -61,6 +61,7 @@ private:
     bool Setting(const char *key) const;
 
     // The steps of BuildNetworkOptions().
+    void BuildBlock();
     void ApplyScepDefaults();
     void BuildWireless();
     void ConfigureWriter();
@@ -68,6 +69,10 @@ private:
     void BuildWired();
     /// Has the certificates just chosen renewed, where they come from SCEP.
     void RestartScepDaemon();
+    /// What an operator should know of a mode that does not fit the network.
+    QStringList ModeComplaints() const;
+    /// Logs the complaints about this version of the definition the first time that they come up.
+    void ReportOnce(const QStringList &complaints) const;
 
     bool wireless = false;
     QString name;

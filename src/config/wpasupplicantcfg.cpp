@@ -6,6 +6,7 @@
 #include "interfacekind.h"
 #include "paths.h"
 #include "securefile.h"
+#include "supplicantrules.h"
 #include "utils.h"
 
 #include <QByteArray>
@@ -93,8 +94,14 @@ void WpaSupplicantCfg::SetBgParameters(bool use, int a, int b, int c)
 
 void WpaSupplicantCfg::Clear()
 {
-    options.clear();
+    Begin();
     block.clear();
+}
+
+void WpaSupplicantCfg::Begin()
+{
+    options.clear();
+    objection.clear();
 }
 
 void WpaSupplicantCfg::AddOption(const QString &key, const QString &value, bool quote)
@@ -109,6 +116,8 @@ void WpaSupplicantCfg::AddOption(const QString &key, const QString &value, bool 
     if (quote)
         text = QLatin1Char('"') + text + QLatin1Char('"');
     options << key + QLatin1Char('=') + text;
+    if (objection.isEmpty())
+        objection = SupplicantObjection(key, text);
 }
 
 void WpaSupplicantCfg::AddPriority(int value)
@@ -118,7 +127,7 @@ void WpaSupplicantCfg::AddPriority(int value)
 
 void WpaSupplicantCfg::StartWiredCfg()
 {
-    options.clear();
+    Begin();
     AddOption(QStringLiteral("key_mgmt"), QStringLiteral("IEEE8021X"), false);
     AddOption(QStringLiteral("eapol_flags"), QStringLiteral("0"), false);
 }
@@ -128,7 +137,7 @@ void WpaSupplicantCfg::StartWirelessCfg()
     _iswireless = true;
     _fixWpa3 = false;
     _intel_sae_fix = true;
-    options.clear();
+    Begin();
 
     AddOption(QStringLiteral("ssid"), ssid, true);
     if (scanSsid || !QFile::exists(NO_SCAN_SSID_FLAG)) {

@@ -31,6 +31,9 @@ public:
 
     /// Forgets the options and the finished block.
     void Clear();
+    /// Why the supplicant would not take the block as meant, by its first such option; empty when it would.
+    /// One such block makes it refuse the whole file.
+    QString Objection() const { return objection; }
     void AddOption(const QString &key, const QString &value, bool quote);
     void AddPriority(int value);
     void StartWiredCfg();
@@ -83,6 +86,7 @@ public:
     static bool _iswireless;
 
 private:
+    void Begin();
     void AddExtraWirelessOptions();
     void AddTlsCredentials(const QString &identity, const QString &caCert, const QString &clientCert,
                            const QString &privateKey, const QString &privateKeyPassword);
@@ -92,6 +96,7 @@ private:
 
     QStringList options;
     QStringList block;
+    QString objection;
     QString ssid;
     bool scanSsid = false;
     int priority = 0;

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QString>
+
+/// Why wpa_supplicant would refuse its whole configuration file, take a part of the value only or drop the
+/// network because of this option line; an empty text when it takes the line as meant. `value` is as written,
+/// with its quotes. The text never shows the value, which may be a secret. Limits as seen in version 2.10.
+QString SupplicantObjection(const QString &key, const QString &value);
