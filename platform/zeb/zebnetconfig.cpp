@@ -143,7 +143,7 @@ bool ZebNetConfig::Load(const QString &networkName, bool /*reserved*/)
     *this = ZebNetConfig(nullptr);
     name = networkName;
 
-    const ZebStore::Document &section = ZebStore::Section(ZebStore::NETWORK_SECTION);
+    const ZebDocument &section = ZebStore::Section(ZebStore::NETWORK_SECTION);
     const auto found = section.networks.constFind(networkName);
     if (found == section.networks.constEnd())
         return false;

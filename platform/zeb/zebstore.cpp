@@ -3,9 +3,13 @@
 
 #include "zebstore.h"
 
+#include <QCryptographicHash>
 #include <QFile>
 #include <QScopeGuard>
-#include <QXmlStreamReader>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,21 +17,23 @@
 
 Q_LOGGING_CATEGORY(zebLog, "zeb")
 
-namespace ZebStore {
-
-const QString NETWORK_SECTION = QStringLiteral("user/hardware/networkconfig");
-
 namespace {
 
 const QString STORE_FOLDER = QStringLiteral("/tmp/config/xmlconfig/");
-constexpr off_t SIZE_LIMIT = 4 * 1024 * 1024; // 200 networks take a tenth of it
+constexpr qint64 SIZE_LIMIT = 4 * 1024 * 1024; // 200 networks take a twentieth of it
+
+// The log has no rotation: a store that is wrong all over must not fill it.
+constexpr int PROBLEM_LIMIT = 100;
+
+// Two writes within one tick of the file system's clock (at most 10 ms) leave the same time stamp.
+constexpr qint64 CLOCK_TICK_NS = 20'000'000;
 
 /// Tells one version of a file from the next.
 struct Stamp
 {
     dev_t device = 0;
     ino_t inode = 0;
-    off_t size = 0;
+    off_t size = -1;
     timespec modified = {};
 
     bool operator==(const Stamp &other) const
@@ -37,90 +43,159 @@ struct Stamp
     }
 };
 
-struct CachedSection
-{
-    bool seen = false;
-    Stamp stamp;
-    Document document;
-};
-
 Stamp StampOf(const struct stat &info)
 {
     return {info.st_dev, info.st_ino, info.st_size, info.st_mtim};
 }
 
-Network ReadNetwork(QXmlStreamReader &xml)
+/// Whether the file was written so recently that its next version could have the same stamp.
+bool IsFresh(const Stamp &stamp)
 {
-    Network network;
-    while (xml.readNextStartElement()) {
-        if (xml.name() != QLatin1String("hosts")) {
-            const QString key = xml.name().toString();
-            network.properties.insert(key, xml.readElementText());
-            continue;
-        }
-        while (xml.readNextStartElement())
-            network.hosts << xml.readElementText();
-    }
-    return network;
+    timespec now = {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    const qint64 age =
+        (now.tv_sec - stamp.modified.tv_sec) * 1'000'000'000LL + now.tv_nsec - stamp.modified.tv_nsec;
+    return age >= 0 && age < CLOCK_TICK_NS;
 }
 
-void ReadSection(QXmlStreamReader &xml, Document &document)
+/// One section with its file: follows the file and keeps the last good contents.
+class CachedSection
 {
-    xml.readNextStartElement();
-    while (xml.readNextStartElement()) {
-        if (xml.name() != QLatin1String("network")) {
-            const QString key = xml.name().toString();
-            document.settings.insert(key, xml.readElementText());
-            continue;
-        }
-        const Network network = ReadNetwork(xml);
-        const QString name = network.properties.value(QStringLiteral("name"));
-        if (name.isEmpty() || document.networks.contains(name))
-            continue;
-        document.networkNames << name;
-        document.networks.insert(name, network);
+public:
+    explicit CachedSection(const QString &path)
+        : filePath(STORE_FOLDER + path), nativePath(QFile::encodeName(filePath))
+    {
     }
-}
 
-void Refresh(const QString &filePath, CachedSection &section)
+    const ZebDocument &Current();
+
+private:
+    void Reload(const struct stat &seen);
+    bool Read(QByteArray &contents, QString &reason);
+    void Take(const QByteArray &contents);
+    void ReportMissing();
+    void Refuse(const QString &reason);
+    void Warn(const QString &text) const
+    {
+        qCWarning(zebLog).noquote() << filePath + QStringLiteral(": ") + text;
+    }
+
+    const QString filePath;
+    const QByteArray nativePath;
+    Stamp stamp;
+    bool mayChangeUnseen = false;
+    bool isMissingReported = false;
+    QByteArray digest; ///< of the contents that were last looked at, good or bad
+    bool hasGoodContents = false;
+    ZebDocument document;
+};
+
+const ZebDocument &CachedSection::Current()
 {
     struct stat info = {};
-    const QByteArray nativePath = QFile::encodeName(filePath);
-    if (::stat(nativePath.constData(), &info) != 0 || (section.seen && section.stamp == StampOf(info)))
-        return;
+    if (::stat(nativePath.constData(), &info) != 0) {
+        ReportMissing();
+        return document;
+    }
+    isMissingReported = false;
+    if (mayChangeUnseen || !(stamp == StampOf(info)))
+        Reload(info);
+    return document;
+}
 
-    // Without O_NONBLOCK a FIFO at the path would stop the program here.
-    const int fd = ::open(nativePath.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (fd == -1)
+void CachedSection::ReportMissing()
+{
+    if (isMissingReported)
         return;
-    const auto closer = qScopeGuard([fd] { ::close(fd); });
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > SIZE_LIMIT)
-        return;
-    section.seen = true;
-    section.stamp = StampOf(info);
+    isMissingReported = true;
+    stamp = {};
+    mayChangeUnseen = false;
+    digest.clear();
+    Refuse(QString::fromLocal8Bit(std::strerror(errno)));
+}
 
-    QFile file;
-    if (!file.open(fd, QIODevice::ReadOnly))
-        return;
-    QXmlStreamReader xml(file.read(SIZE_LIMIT));
-    Document document;
-    ReadSection(xml, document);
-    if (!xml.hasError()) {
-        section.document = document;
+void CachedSection::Refuse(const QString &reason)
+{
+    Warn(reason + (hasGoodContents ? QStringLiteral("; what was read before stays in force")
+                                   : QStringLiteral("; nothing is configured")));
+}
+
+void CachedSection::Reload(const struct stat &seen)
+{
+    stamp = StampOf(seen);
+    mayChangeUnseen = false;
+    QByteArray contents;
+    QString reason;
+    if (!Read(contents, reason)) {
+        mayChangeUnseen = false;
+        digest.clear();
+        Refuse(reason);
         return;
     }
-    qCWarning(zebLog).noquote().nospace()
-        << filePath << ":" << xml.lineNumber() << ":" << xml.columnNumber() << ": " << xml.errorString();
+    const QByteArray newDigest = QCryptographicHash::hash(contents, QCryptographicHash::Sha256);
+    if (newDigest == digest)
+        return;
+    digest = newDigest;
+    Take(contents);
+}
+
+bool CachedSection::Read(QByteArray &contents, QString &reason)
+{
+    // Without O_NONBLOCK a FIFO at the path would stop the program here.
+    const int fd = ::open(nativePath.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd == -1) {
+        reason = QString::fromLocal8Bit(std::strerror(errno));
+        return false;
+    }
+    const auto closer = qScopeGuard([fd] { ::close(fd); });
+
+    struct stat info = {};
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        reason = QStringLiteral("is not a regular file");
+        return false;
+    }
+    stamp = StampOf(info);
+    mayChangeUnseen = IsFresh(stamp);
+
+    QFile file;
+    if (!file.open(fd, QIODevice::ReadOnly)) {
+        reason = file.errorString();
+        return false;
+    }
+    contents = file.read(SIZE_LIMIT + 1);
+    if (file.error() != QFileDevice::NoError)
+        reason = file.errorString();
+    else if (contents.size() > SIZE_LIMIT)
+        reason = QStringLiteral("is larger than 4 MiB");
+    return reason.isEmpty();
+}
+
+void CachedSection::Take(const QByteArray &contents)
+{
+    ZebDocument parsed;
+    QStringList problems;
+    QString error;
+    if (!parsed.Parse(contents, problems, error)) {
+        Refuse(error);
+        return;
+    }
+    for (const QString &problem : problems.mid(0, PROBLEM_LIMIT))
+        Warn(problem);
+    if (problems.size() > PROBLEM_LIMIT)
+        Warn(QStringLiteral("%1 more problems").arg(problems.size() - PROBLEM_LIMIT));
+    document = parsed;
+    hasGoodContents = true;
 }
 
 } // namespace
 
-const Document &Section(const QString &path)
-{
-    static QHash<QString, CachedSection> sections;
-    CachedSection &section = sections[path];
-    Refresh(STORE_FOLDER + path, section);
-    return section.document;
-}
+const QString ZebStore::NETWORK_SECTION = QStringLiteral("user/hardware/networkconfig");
 
-} // namespace ZebStore
+const ZebDocument &ZebStore::Section(const QString &path)
+{
+    static QHash<QString, std::shared_ptr<CachedSection>> sections;
+    std::shared_ptr<CachedSection> &section = sections[path];
+    if (!section)
+        section = std::make_shared<CachedSection>(path);
+    return section->Current();
+}

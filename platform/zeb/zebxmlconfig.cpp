@@ -13,6 +13,6 @@ QString ZebXmlConfig::GetConfig(const QString &path, const QString &key, bool /*
         return ZebStore::Section(path).settings.value(key, defaultValue);
 
     // A name may hold anything, a slash too: all that follows the section is the name.
-    const ZebStore::Document &section = ZebStore::Section(ZebStore::NETWORK_SECTION);
+    const ZebDocument &section = ZebStore::Section(ZebStore::NETWORK_SECTION);
     return section.networks.value(path.mid(networkPrefix.size())).properties.value(key, defaultValue);
 }

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+/// One network as stored, without what was refused.
+struct ZebNetwork
+{
+    QMap<QString, QString> properties;
+    QStringList hosts;
+};
+
+/// One section of the store: its settings, and its networks in the order of the file.
+struct ZebDocument
+{
+    /// Reads a section's XML. What is well-formed but wrong is left out and told in `problems`, one line of
+    /// text each. False, with the place and the reason in `error` and the rest undefined, when the text as a
+    /// whole is not well-formed or has a document type definition, which could define entities.
+    [[nodiscard]] bool Parse(const QByteArray &bytes, QStringList &problems, QString &error);
+
+    QMap<QString, QString> settings;
+    QStringList networkNames;
+    QHash<QString, ZebNetwork> networks;
+};
