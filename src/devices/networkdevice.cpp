@@ -149,7 +149,7 @@ void NetworkDevice::ReadMacAddress()
     static const char DIGITS[] = "0123456789ABCDEF";
 
     ifreq answer = RequestFor(kernelName);
-    std::array<char, 3 *MAC_BYTES> text = {};
+    std::array<char, sizeof "00:00:00:00:00:00"> text = {};
     if (::ioctl(socketFd, SIOCGIFHWADDR, &answer) == 0) {
         char *next = text.data();
         for (int i = 0; i < MAC_BYTES; ++i) {

@@ -13,7 +13,8 @@
 namespace SecureFile {
 
 /// Replaces the contents of `path` in place. The file has exactly `mode` before the first byte is written.
-/// False, with the old contents kept or the file empty, when it cannot be opened or written.
+/// False when it cannot be opened or written, or is not a plain file of our own with this one name; the old
+/// contents are kept then, or lost where the writing itself failed.
 [[nodiscard]] bool Write(const QString &path, const QByteArray &contents, mode_t mode);
 
 /// Replaces the file by a new one in a single step, so that a reader sees the old or the new contents and

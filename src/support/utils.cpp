@@ -35,6 +35,9 @@ QStringList Utils::GetResults(QProcess *process)
 {
     if (process->exitStatus() != QProcess::NormalExit)
         return {QStringLiteral("Process Crashed")};
+    // A program that could not be started left nothing to read from.
+    if (!process->isOpen())
+        return {QString()};
     return DecodeToFirstNul(process->readAll()).split(QLatin1Char('\n'));
 }
 
