@@ -1,0 +1,142 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""Addresses by DHCP, from a real server by the real client."""
+
+import os
+import time
+
+from harness import (ADDRESS_PRESENT, DHCP_STARTED, DHCP_TRANSCRIPT, HOSTS, LINK_UP, RELOAD_FLAG, RESOLV_CONF,
+                     SystemTest, addresses, default_gateway, is_up, main, read, run, status, touch, wait_for, wired,
+                     write_store)
+
+
+class Lease(SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.lan = self.cable("eth0")
+        self.listener = self.listen()
+
+    def test_lease_is_taken_applied_and_published(self):
+        server = self.dhcp_server(self.lan)
+        write_store(wired(hosts=["10.0.0.9 printer"]))
+
+        self.start_daemon()
+
+        address = self.wait_address("eth0", server.serves)
+        self.wait_events(self.listener, LINK_UP, DHCP_STARTED, ADDRESS_PRESENT)
+        self.assertEqual(self.listener.events(), [LINK_UP, DHCP_STARTED, ADDRESS_PRESENT])
+        record = status()
+        self.assertEqual((record["connected"], record["wireless"]), (True, False))
+        self.assertEqual((record["ipAddress"], record["netmask"], record["broadcast"]),
+                         (address, "255.255.255.0", "10.77.0.255"))
+        self.assertEqual(record["macAddress"], read("/sys/class/net/eth0/address").strip().upper())
+        self.assertEqual(default_gateway(), "10.77.0.1")
+        self.assertIn("nameserver 10.77.0.1", read(RESOLV_CONF))
+
+    def test_hosts_of_the_network_join_those_of_the_site(self):
+        self.dhcp_server(self.lan)
+        write_store(wired(hosts=["10.0.0.9 printer"]))
+
+        self.start_daemon()
+
+        wait_for("hosts", lambda: "printer" in read(HOSTS), timeout=20)
+        self.assertIn("192.0.2.7 kept-by-the-site", read(HOSTS))
+        self.assertRegex(read(HOSTS), r"127\.0\.0\.1\tcorvi-\w+\.localdomain corvi-\w+ ")
+
+    def test_transcript_is_kept_for_root_alone(self):
+        self.dhcp_server(self.lan)
+        write_store(wired())
+
+        self.start_daemon()
+
+        wait_for("transcript", lambda: "bound to 10.77.0." in read(DHCP_TRANSCRIPT), timeout=20)
+        self.assertEqual(DHCP_TRANSCRIPT.stat().st_mode & 0o777, 0o600)
+
+    def test_transcript_is_not_written_through_a_link(self):
+        self.dhcp_server(self.lan)
+        write_store(wired())
+        victim = "/etc/motd-of-somebody-else"
+        with open(victim, "w", encoding="ascii") as file:
+            file.write("untouched")
+        self.addCleanup(os.unlink, victim)
+        DHCP_TRANSCRIPT.symlink_to(victim)
+
+        self.start_daemon()
+
+        self.wait_address("eth0")
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        self.assertEqual(read(victim), "untouched")
+
+    def test_missing_client_configuration_is_made(self):
+        os.rename("/etc/dhcp/dhclient.conf", "/etc/dhcp/dhclient.conf.kept")
+        self.addCleanup(os.replace, "/etc/dhcp/dhclient.conf.kept", "/etc/dhcp/dhclient.conf")
+        self.dhcp_server(self.lan)
+        write_store(wired())
+
+        self.start_daemon()
+
+        self.wait_address("eth0")
+        self.assertIn("init_hostname", read("/etc/dhcp/dhclient.conf"))
+
+    def test_only_one_client_runs_however_often_it_is_configured(self):
+        self.dhcp_server(self.lan)
+        write_store(wired())
+        daemon = self.start_daemon()
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+
+        for _ in range(2):
+            self.listener.clear()
+            daemon.rescan()
+            self.wait_events(self.listener, ADDRESS_PRESENT)
+
+        self.assertEqual(len(run("pidof", "dhclient").split()), 1)
+        self.assertEqual(len(addresses("eth0")), 1)
+
+    def test_static_dns_goes_with_a_leased_address(self):
+        self.dhcp_server(self.lan)
+        write_store(wired(staticDns=True, dns1="192.0.2.53", domain="corp.example"))
+
+        self.start_daemon()
+
+        wait_for("resolver", lambda: "search corp.example" in read(RESOLV_CONF), timeout=20)
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\nnameserver \nsearch corp.example\n")
+
+
+class NoServer(SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.lan = self.cable("eth0")
+        self.listener = self.listen()
+        write_store(wired())
+
+    def test_server_that_comes_late_serves_us(self):
+        daemon = self.start_daemon()
+        daemon.wait_logged("dhclient(eth0) failed", timeout=50)
+        failed = time.monotonic()
+        self.assertEqual(addresses("eth0"), [])
+        self.assertEqual(self.listener.events(), [LINK_UP, DHCP_STARTED])
+
+        server = self.dhcp_server(self.lan)
+
+        self.wait_address("eth0", server.serves, timeout=30)
+        # The first pause is 10 s; the client's own work comes on top.
+        self.assertGreater(time.monotonic() - failed, 8)
+        self.wait_events(self.listener, LINK_UP, DHCP_STARTED, DHCP_STARTED, ADDRESS_PRESENT)
+
+    def test_lost_server_takes_the_old_address_away_and_reports_none(self):
+        server = self.dhcp_server(self.lan)
+        daemon = self.start_daemon()
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        server.stop()
+        self.listener.clear()
+
+        touch(RELOAD_FLAG)
+        daemon.wait_logged("dhclient(eth0) failed", timeout=50)
+
+        self.assertEqual(addresses("eth0"), [])
+        self.assertTrue(is_up("eth0"))
+        self.assertEqual(self.listener.events(), [LINK_UP, DHCP_STARTED])
+
+
+if __name__ == "__main__":
+    main()

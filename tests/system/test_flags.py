@@ -1,0 +1,159 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""The files and signals by which others steer the daemon."""
+
+import os
+import signal
+
+from harness import (ADDRESS_PRESENT, DEBUG_FLAG, DHCP_STARTED, KILL_FLAG, LINK_UP, LOG, REFRESH_FLAG, RELOAD_FLAG,
+                     Daemon, SystemTest, holds_for, main, read, status, touch, wait_for, wired, write_store)
+
+STATIC = {"staticIp": True, "ipAddress": "10.77.0.5", "netmask": "255.255.255.0"}
+
+
+def rescans():
+    return read(LOG).count("Corvi::Loop Force Rescan")
+
+
+class Flags(SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.lan = self.cable("eth0")
+        self.listener = self.listen()
+        write_store(wired(**STATIC))
+
+    def test_kill_file_ends_it_with_success(self):
+        daemon = self.start_daemon()
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+
+        KILL_FLAG.touch()
+
+        self.assertEqual(daemon.wait_end(5), 0)
+        self.assertIn("Corvi::LoopTimer exit", read(LOG))
+
+    def test_kill_file_of_an_earlier_run_is_removed(self):
+        KILL_FLAG.touch()
+
+        daemon = self.start_daemon()
+
+        self.assertFalse(KILL_FLAG.exists())
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        daemon.assert_runs()
+
+    def test_termination_signals_end_it_in_order(self):
+        for number in (signal.SIGTERM, signal.SIGINT):
+            with self.subTest(signal.Signals(number).name):
+                daemon = self.start_daemon()
+                daemon.wait_logged("Corvi::LoopTimer started")
+
+                os.kill(daemon.pid, number)
+
+                self.assertEqual(daemon.wait_end(10), 0)
+                self.assertNotIn("QThread", read("/tmp/corvi-output"))
+                LOG.unlink()
+
+    def test_reload_file_forces_one_rescan_and_is_consumed(self):
+        daemon = self.start_daemon()
+        self.wait_events(self.listener, LINK_UP, ADDRESS_PRESENT)
+        self.listener.clear()
+        self.assertEqual(rescans(), 1)
+
+        touch(RELOAD_FLAG)
+
+        daemon.wait_logged("Corvi::Loop Force Rescan", count=2)
+        self.assertFalse(RELOAD_FLAG.exists())
+        self.wait_events(self.listener, LINK_UP, ADDRESS_PRESENT)
+        holds_for("no further rescan", lambda: rescans() == 2, 3)
+
+    def test_reload_file_that_is_there_at_start_gives_one_rescan(self):
+        touch(RELOAD_FLAG)
+
+        self.start_daemon()
+
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        self.assertFalse(RELOAD_FLAG.exists())
+        self.assertEqual(rescans(), 1)
+
+    def test_refresh_file_configures_the_link_again(self):
+        self.start_daemon()
+        self.wait_events(self.listener, LINK_UP, ADDRESS_PRESENT)
+        self.listener.clear()
+
+        REFRESH_FLAG.touch()
+
+        self.wait_events(self.listener, LINK_UP, ADDRESS_PRESENT)
+        self.assertFalse(REFRESH_FLAG.exists())
+        self.assertEqual(rescans(), 1)
+
+    def test_refresh_file_is_consumed_without_a_cable_too(self):
+        self.start_daemon()
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        self.lan.pull()
+
+        REFRESH_FLAG.touch()
+
+        wait_for("refresh file consumed", lambda: not REFRESH_FLAG.exists())
+
+    def test_debug_file_decides_the_level_at_start(self):
+        DEBUG_FLAG.touch()
+
+        daemon = self.start_daemon()
+
+        daemon.wait_logged("Logginglevel = 5")
+        daemon.wait_logged("Corvi::Init() Complete")
+
+    def test_debug_file_that_comes_later_counts_at_the_next_rescan(self):
+        daemon = self.start_daemon()
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        DEBUG_FLAG.touch()
+        holds_for("level unchanged", lambda: "Logginglevel = 5" not in read(LOG), 3)
+
+        daemon.rescan()
+
+        daemon.wait_logged("Logginglevel = 5")
+
+    def test_log_stands_still_while_nothing_happens(self):
+        self.start_daemon()
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        size = LOG.stat().st_size
+
+        holds_for("nothing logged", lambda: LOG.stat().st_size == size, 6)
+
+
+class SecondDaemon(SystemTest):
+    def test_attaches_to_the_segment_that_exists(self):
+        self.cable("eth0")
+        write_store(wired(**STATIC))
+        listener = self.listen()
+        first = self.start_daemon()
+        self.wait_events(listener, ADDRESS_PRESENT)
+        DEBUG_FLAG.touch()
+
+        second = Daemon()
+        self.addCleanup(second.stop)
+
+        second.wait_logged("Corvi::run - Attached to shared memory segment")
+        wait_for("second daemon supervises", lambda: listener.events().count(ADDRESS_PRESENT) >= 2)
+        self.assertEqual(status()["ipAddress"], "10.77.0.5")
+        first.assert_runs()
+        second.assert_runs()
+
+    def test_starts_again_after_one_that_was_killed(self):
+        self.cable("eth0")
+        write_store(wired(**STATIC))
+        first = self.start_daemon()
+        self.wait_address("eth0")
+        first.process.kill()
+        first.wait_end()
+        LOG.unlink()
+        listener = self.listen()
+
+        self.start_daemon()
+
+        self.wait_events(listener, LINK_UP, ADDRESS_PRESENT)
+        self.assertNotIn(DHCP_STARTED, listener.events())
+        self.assertEqual(status()["ipAddress"], "10.77.0.5")
+
+
+if __name__ == "__main__":
+    main()
