@@ -13,21 +13,24 @@
 /// One open connection. Owned by whoever opened it; ended by wpa_ctrl_close().
 struct wpa_ctrl
 {
-    int s;               ///< the socket
-    sockaddr_un local;   ///< our bound name
-    sockaddr_un dest;    ///< the supplicant's socket
+    int s;             ///< the socket
+    sockaddr_un local; ///< our bound name
+    sockaddr_un dest;  ///< the supplicant's socket
+    int destFile;      ///< holds the inode of the supplicant's socket (O_PATH); -1 when it has none
 };
 
 /// Called with the text of an event that arrives while a reply is awaited.
 using WpaCtrlMessageCallback = void (*)(char *message, size_t length);
 
-/// Null when the socket cannot be made, bound or connected. A path that begins with "@abstract:" names an
-/// abstract socket (unix(7)).
+/// Null when the socket cannot be made, bound or connected; errno then tells why. A path that begins with
+/// "@abstract:" names an abstract socket (unix(7)).
 wpa_ctrl *wpa_ctrl_open(const char *path);
 void wpa_ctrl_close(wpa_ctrl *ctrl);
 
 /// Sends one command and waits for its reply. 0 on success, -2 when no reply came within 10 s, -1 or a
-/// negative system result on error. Events that arrive meanwhile go to the callback or are dropped.
+/// negative system result on error; a supplicant that ends before it answers is an error. Events that arrive
+/// meanwhile go to the callback or are dropped, and each gives the reply another 10 s.
+/// A supplicant that takes no more datagrams is tried again for 5 s.
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *reply, size_t *replyLength,
                      WpaCtrlMessageCallback callback);
 
@@ -39,5 +42,6 @@ int wpa_ctrl_detach(wpa_ctrl *ctrl);
 int wpa_ctrl_recv(wpa_ctrl *ctrl, char *buffer, size_t *length);
 int wpa_ctrl_get_fd(const wpa_ctrl *ctrl);
 
-/// Whether somebody is still bound to the supplicant's path; sends nothing.
-bool wpa_ctrl_peer_alive(wpa_ctrl *ctrl);
+/// False when the socket that we are connected to is gone. Sends nothing. What happens to its name does not
+/// matter: it may be removed, or taken by a new supplicant that does not know us.
+bool wpa_ctrl_peer_alive(const wpa_ctrl *ctrl);

@@ -41,11 +41,15 @@ private slots:
     void ReadMessage();
 
 private:
-    QString interface;
+    void Listen();
+    void Disconnect();
+
+    [[maybe_unused]] QString interface; ///< kept empty
     QString defaultInterface = QStringLiteral("wlan0");
     QByteArray socketPath;
-    wpa_ctrl *connection = nullptr; ///< owned
+    wpa_ctrl *connection = nullptr;      ///< owned
     QSocketNotifier *notifier = nullptr; ///< child
     bool open = false;
-    Logging *log;
+    [[maybe_unused]] Logging *log;
+    bool removalTold = false; ///< the log already says that the socket's name is gone
 };

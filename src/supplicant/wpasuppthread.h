@@ -4,7 +4,10 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QThread>
+
+#include <memory>
 
 class Logging;
 class QTimer;
@@ -13,14 +16,18 @@ class WpaSupplicantControl;
 /// The one supervisor of wpa_supplicant: starts, watches, restarts and stops it and interprets its events.
 /// The object lives on the main thread, where all its slots run; its worker thread only owns the timer that
 /// paces them. Created on first use and never deleted.
+///
+///   wpasuppthread.cpp         life, start, stop and restart, the tick
+///   wpasuppthread_events.cpp  events, the status, what a tick does while the supplicant runs
 class WpaSuppThread : public QThread
 {
     Q_OBJECT
 public:
     static WpaSuppThread *GetInstance();
+    ~WpaSuppThread() override;
 
     /// Starts, or restarts, the supplicant; blocks for the 7.1 s that the old one is given to end, and the
-    /// launch. `method` is the EAP method where it matters, else empty.
+    /// launch. `methodName` is the EAP method where it matters, else empty.
     void Start(const QString &interfaceName, const QString &driverName, const QString &methodName);
     /// Asks for a stop on the next tick. The reason code is only logged.
     void Stop(int reason);
@@ -28,6 +35,7 @@ public:
     void Reconfigure();
     /// Asks the worker's event loop to end on the next tick.
     void Quit();
+    /// Four lines for a person: running, status, associated, SSID.
     QString toString() const;
 
     bool IsRunning() const { return running; }
@@ -37,8 +45,6 @@ public:
     bool IsStopPending() const { return stopPending; }
     QString Ssid() const { return ssid; }
     QString StatusText() const { return statusText; }
-
-    ~WpaSuppThread() override;
 
 signals:
     void associatedChanged(bool state);
@@ -54,7 +60,83 @@ public slots:
     void OnStopSupplicant();
 
 protected:
+    /// Does not start the thread yet: run() must find the object complete.
     WpaSuppThread();
     void run() override;
-    // Further operations and data: see the implementation's sections (lifecycle, events and polling).
+    void Reinit();
+
+    // Start and stop
+    void StopSupplicant();
+    void WaitForSupplicantToEnd();
+    void TakeOverRequest();
+    void LaunchSupplicant();
+    QString DebugOption() const;
+    bool WantsEapFastProgram() const;
+    void ReachLaunchedSupplicant();
+
+    // The control connection
+    void CreateWpaCtl();
+    void DeleteWpaCtl();
+    void RestartWpaCtl();
+    bool IsControlOpen() const;
+    QString SendCommand(const QString &command);
+    void SendReconfigure();
+
+    // Steps of the tick
+    void TickStopRunning();
+    void TickStopping();
+    void TickStarting();
+    void TickRunning();
+
+    // Events and the status
+    void CheckStatus();
+    void CheckStatusIfRequested();
+    static QString SplitLine(const QString &line);
+    static QString ExtractSsid(const QString &message);
+    void OnSsidTemporarilyDisabled(const QString &message);
+    void OnConnected();
+    void OnDisconnected();
+    void OnEapFailure();
+    void OnTerminating();
+    void NoticeDeadSupplicant();
+    bool ReopenControl();
+    bool HasWaitedTooLong();
+    void CountUnassociatedTicks(bool controlOpen);
+    void ReportBadPassword();
+
+    Logging *log;
+    QString requestedInterface;
+    QString requestedDriver;
+    QString requestedMethod;
+    QString interface = QStringLiteral("wlan0");
+    QString driver = QStringLiteral("nl80211,wext");
+    bool associated = false;
+    bool wired = false;
+    QString ssid;
+    QString statusText = QStringLiteral("Thread Created");
+    QString configurationPath;
+    QString method;
+    bool running = false;
+    bool stopRunning = false;
+    bool stopPending = false;
+    int debugLevel = 0;
+    bool reconfigureRequested = false;
+    bool stoppingSupplicant = false;
+    bool startingSupplicant = false;
+    bool checkStatusRequested = false;
+    bool quitRequested = false;
+    int openFailures = 0;
+    int unassociatedTicks = 0;
+    bool terminateAcknowledged = false;
+    bool badPassword = false;
+    bool restarting = false;
+    WpaSupplicantControl *control = nullptr; ///< owned
+    std::unique_ptr<QTimer> timer;           ///< belongs to the worker thread
+
+    /// A supplicant was launched and has no control connection yet. Unlike the requests above it survives
+    /// the stop that the launch itself asked for.
+    bool startPending = false;
+
+private:
+    static WpaSuppThread *_me;
 };

@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "wpasupplicantcontrol.h"
+
+#include "logging.h"
+#include "wpactrl.h"
+
+#include <QSocketNotifier>
+
+#include <array>
+
+#include <unistd.h>
+
+namespace {
+
+/// Room for the longest datagram that is read, and its terminator.
+using Buffer = std::array<char, 16384>;
+
+const QString CONTROL_ERROR = QStringLiteral("WPA_CTRL_ERROR: Control not Open");
+
+/// Events that come in numbers and that nobody acts on. The second prefix means every scan event.
+constexpr const char *NOISE[] = {
+    "<3>CTRL-EVENT-BSS",
+    "<3>CTRL-EVENT-SCAN",
+    "<3>CTRL-EVENT-REGDOM-CHANGE init=BEACON_HINT",
+    "<3>CTRL-EVENT-EAP-PEER-CERT",
+};
+
+bool IsNoise(const QString &message)
+{
+    for (const char *const prefix : NOISE) {
+        if (message.startsWith(QLatin1String(prefix)))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+const QString WpaSupplicantControl::CtrlInterfaceDir = QStringLiteral("/var/run/wpa_supplicant/");
+
+WpaSupplicantControl::WpaSupplicantControl(QObject *parent)
+    : QObject(parent), log(Logging::GetInstance(7, false))
+{
+}
+
+WpaSupplicantControl::~WpaSupplicantControl()
+{
+    closeControlInterface();
+}
+
+bool WpaSupplicantControl::openControlInterface(const QString &interfaceName)
+{
+    if (connection)
+        closeControlInterface();
+    open = false;
+    const QString name = interfaceName.isEmpty() ? defaultInterface : interfaceName;
+    if (name.isEmpty())
+        return false;
+    socketPath = CtrlInterfaceDir.toLocal8Bit() + name.toLocal8Bit();
+
+    // Level 4 for both failures: they come on every tick for as long as there is no supplicant.
+    connection = wpa_ctrl_open(socketPath.constData());
+    if (!connection) {
+        Log(4) << "WpaSupplicantControl -- Failed to open control interface at"
+               << QString::fromLocal8Bit(socketPath);
+        return false;
+    }
+    if (wpa_ctrl_attach(connection) != 0) {
+        Log(4) << "WpaSupplicantControl -- Failed to attach to control interface at"
+               << QString::fromLocal8Bit(socketPath);
+        Disconnect();
+        return false;
+    }
+    Listen();
+    Log(2) << "WpaSupplicantControl -- Attached to control interface at"
+           << QString::fromLocal8Bit(socketPath);
+    open = true;
+    removalTold = false;
+    return true;
+}
+
+void WpaSupplicantControl::Listen()
+{
+    notifier = new QSocketNotifier(wpa_ctrl_get_fd(connection), QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, &WpaSupplicantControl::ReadMessage);
+}
+
+void WpaSupplicantControl::closeControlInterface()
+{
+    if (connection)
+        (void)wpa_ctrl_detach(connection); // A supplicant that does not answer forgets us when we are gone.
+    Disconnect();
+}
+
+void WpaSupplicantControl::Disconnect()
+{
+    wpa_ctrl_close(connection);
+    connection = nullptr;
+    open = false;
+    if (notifier) {
+        notifier->disconnect(this);
+        delete notifier;
+        notifier = nullptr;
+    }
+}
+
+bool WpaSupplicantControl::isCtrlOpen() const
+{
+    return connection && open;
+}
+
+void WpaSupplicantControl::CheckPeer()
+{
+    if (!isCtrlOpen())
+        return;
+    if (!wpa_ctrl_peer_alive(connection)) {
+        Log(2) << "WpaSupplicantControl -- Nobody answers any more at" << QString::fromLocal8Bit(socketPath);
+        Disconnect();
+        return;
+    }
+    // Our connection outlives the name, and a supplicant that we let go of could not be stopped any more.
+    if (!removalTold && access(socketPath.constData(), F_OK) != 0) {
+        Log(2) << "WpaSupplicantControl -- The name is gone, the connection goes on at"
+               << QString::fromLocal8Bit(socketPath);
+        removalTold = true;
+    }
+}
+
+QString WpaSupplicantControl::SendCommand(const QString &cmd)
+{
+    if (!connection)
+        return CONTROL_ERROR;
+    Buffer buffer;
+    size_t length = buffer.size() - 1;
+    const QByteArray encoded = cmd.toLocal8Bit();
+    // Counted in characters: every command is plain ASCII.
+    const auto commandLength = static_cast<size_t>(qMin(cmd.length(), encoded.size()));
+    if (wpa_ctrl_request(connection, encoded.constData(), commandLength, buffer.data(), &length, nullptr) !=
+        0)
+        return CONTROL_ERROR;
+    buffer[length] = '\0';
+    return QString::fromLatin1(buffer.data());
+}
+
+void WpaSupplicantControl::ReadMessage()
+{
+    if (!connection)
+        return;
+    Buffer buffer;
+    size_t length = buffer.size() - 1;
+    if (wpa_ctrl_recv(connection, buffer.data(), &length) != 0)
+        return;
+    buffer[length] = '\0';
+    const QString message = QString::fromLatin1(buffer.data());
+    if (!IsNoise(message))
+        emit MessageReady(message);
+}

@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "wpasuppthread.h"
+
+#include "logging.h"
+#include "utils.h"
+#include "wpasupplicantcontrol.h"
+
+#include <QDebug>
+
+namespace {
+
+/// Failures to open the control interface after which the control object is made anew.
+constexpr int OPEN_FAILURE_LIMIT = 6;
+/// Ticks without an association after which a supplicant that cannot be reached is stopped; a tick without a
+/// control connection counts twice, so that takes about 30 s.
+constexpr int UNASSOCIATED_LIMIT = 61;
+
+const QString BAD_PASSWORD = QStringLiteral("BadPassword");
+
+const char *TrueFalse(bool value)
+{
+    return value ? "true" : "false";
+}
+
+const char *YesNo(bool value)
+{
+    return value ? "yes" : "no";
+}
+
+} // namespace
+
+void WpaSuppThread::MessageReceived(const QString &message)
+{
+    if (message.startsWith(QLatin1String("<3>CTRL-EVENT-SSID-TEMP-DISABLED")))
+        OnSsidTemporarilyDisabled(message);
+    else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-CONNECTED")))
+        OnConnected();
+    else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-DISCONNECTED")))
+        OnDisconnected();
+    else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-FAILURE")))
+        OnEapFailure();
+    else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-TERMINATING")))
+        OnTerminating();
+    else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-SIGNAL-CHANGE")))
+        checkStatusRequested = true;
+    else
+        Log(4) << "WpaSuppThread::MessageReceived --" << message;
+}
+
+void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
+{
+    ssid = ExtractSsid(message);
+    if (wired) {
+        Log(2) << "FILED TO CONNECT TO WIRED SERVER" << ssid;
+    } else {
+        badPassword = true;
+        Log(2) << "INVALID PASSWORD FOR NETWORK" << ssid;
+    }
+}
+
+void WpaSuppThread::OnConnected()
+{
+    badPassword = false;
+    associated = true;
+    statusText = QStringLiteral("Associated");
+    Log(2) << "WpaSuppThread::MessageReceived -- connected";
+    emit associatedChanged(true);
+}
+
+void WpaSuppThread::OnDisconnected()
+{
+    associated = false;
+    badPassword = false;
+    statusText = QStringLiteral("Disconnected");
+    Log(2) << "WpaSuppThread::MessageReceived -- disconnected";
+    emit associatedChanged(false);
+}
+
+void WpaSuppThread::OnEapFailure()
+{
+    associated = false;
+    Log(2) << "WpaSuppThread::MessageReceived --EAP Authentication Error" << interface;
+    Log(2) << "INVALID PASSWORD FOR NETWORK" << interface;
+    if (!wired)
+        badPassword = true;
+}
+
+void WpaSuppThread::OnTerminating()
+{
+    Log(2) << "WpaSuppThread::MessageReceived -- Terminating";
+    associated = false;
+    stopRunning = true;
+    terminateAcknowledged = true;
+    badPassword = false;
+}
+
+QString WpaSuppThread::ExtractSsid(const QString &message)
+{
+    QString escaped = QStringLiteral("network");
+    const QStringList quoted = message.split(QLatin1Char('"'));
+    if (quoted.size() > 2) {
+        escaped = quoted.at(1);
+    } else {
+        const QStringList tokens = message.split(QLatin1Char(' '));
+        for (const QString &token : tokens) {
+            if (token.startsWith(QLatin1String("ssid=")))
+                escaped = token.mid(5);
+        }
+    }
+    return Utils::SsidToString(escaped);
+}
+
+void WpaSuppThread::CheckStatus()
+{
+    Log(5) << "WpaSuppThread::CheckStatus start" << statusText << TrueFalse(associated);
+    const QStringList lines = SendCommand(QStringLiteral("STATUS")).split(QLatin1Char('\n'));
+    for (const QString &line : lines) {
+        Log(5) << "WpaSuppThread::CheckStatus" << line;
+        if (line.startsWith(QLatin1String("ssid"))) {
+            ssid = SplitLine(line);
+        } else if (line.startsWith(QLatin1String("wpa_state"))) {
+            statusText = SplitLine(line);
+            associated = statusText == QLatin1String("COMPLETED");
+            Log(4) << "WpaSuppThread::CheckStatus"
+                   << QStringLiteral("%1,%2,%3").arg(line, statusText, QString::number(associated));
+        }
+    }
+    Log(5) << "WpaSuppThread::CheckStatus done" << TrueFalse(associated);
+}
+
+void WpaSuppThread::CheckStatusIfRequested()
+{
+    if (!checkStatusRequested)
+        return;
+    checkStatusRequested = false;
+    CheckStatus();
+}
+
+QString WpaSuppThread::SplitLine(const QString &line)
+{
+    const QStringList parts = line.split(QLatin1Char('='));
+    return parts.size() < 2 ? QString() : parts.at(1);
+}
+
+void WpaSuppThread::TickRunning()
+{
+    NoticeDeadSupplicant();
+    const bool wasOpen = IsControlOpen();
+    if (wasOpen)
+        CheckStatusIfRequested();
+    const bool isOpen = wasOpen || ReopenControl();
+    if (isOpen || !HasWaitedTooLong())
+        CountUnassociatedTicks(isOpen);
+    ReportBadPassword();
+}
+
+/// A supplicant that was killed says nothing, and nothing is sent to one that has nothing to do.
+void WpaSuppThread::NoticeDeadSupplicant()
+{
+    if (!IsControlOpen())
+        return;
+    control->CheckPeer();
+    if (!control->isCtrlOpen())
+        associated = false;
+}
+
+bool WpaSuppThread::ReopenControl()
+{
+    if (control && control->openControlInterface(interface)) {
+        checkStatusRequested = false;
+        CheckStatus();
+        return true;
+    }
+    if (++openFailures == OPEN_FAILURE_LIMIT) {
+        openFailures = 0;
+        RestartWpaCtl();
+    }
+    return false;
+}
+
+/// Counts a tick without a control connection; asks for a stop when there were too many.
+bool WpaSuppThread::HasWaitedTooLong()
+{
+    if (++unassociatedTicks < UNASSOCIATED_LIMIT)
+        return false;
+    Log(2) << " failed to connect, Stopping wpa_supplicant";
+    qDebug() << "Stopping wpa_supplicant";
+    stopRunning = true;
+    return true;
+}
+
+void WpaSuppThread::CountUnassociatedTicks(bool controlOpen)
+{
+    if (associated) {
+        unassociatedTicks = 0;
+    } else if (++unassociatedTicks >= UNASSOCIATED_LIMIT) {
+        qDebug() << "wpa_supplicant can't connect to specified AP";
+        unassociatedTicks = 0;
+    }
+    if (controlOpen)
+        openFailures = 0;
+}
+
+void WpaSuppThread::ReportBadPassword()
+{
+    // While the status says so, the user has been told; the flag waits for the next change of the status.
+    if (!badPassword || statusText == BAD_PASSWORD)
+        return;
+    statusText = BAD_PASSWORD;
+    const QString name = ssid.isEmpty() ? QStringLiteral("network") : ssid;
+    const QStringList arguments{QStringLiteral("2"), QStringLiteral("Invalid password for '%1'").arg(name),
+                                QStringLiteral("Please use the network applet to correct this issue")};
+    Log(2) << "BAD PASSWORD -- warning" << arguments << ssid << interface;
+    const bool started = Utils::SpawnExecute(QStringLiteral("warning"), arguments);
+    Log(4) << "Spawned preccess returned " << int(started);
+    badPassword = false;
+}
+
+QString WpaSuppThread::toString() const
+{
+    return QStringLiteral("Running = %1\nStatus = %2\nAssociated = %3\nSSID = %4")
+        .arg(QLatin1String(YesNo(running)), statusText, QLatin1String(YesNo(associated)), ssid);
+}
