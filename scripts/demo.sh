@@ -1,0 +1,37 @@
+#!/bin/bash
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+#
+# Shows the daemon at work, in a private machine that is gone afterwards:
+#   demo.sh        Ethernet: DHCP, a pulled cable, a static address
+#   demo.sh wifi   Wi-Fi, with simulated radios in a virtual machine
+# Builds first, and installs what is missing for that.
+set -eu
+
+cd "$(dirname "$(readlink -f "$0")")/.."
+
+build_quietly() {
+    echo 'Building the daemon ...'
+    scripts/build.sh release corvi corvi-status >build/demo-build.log 2>&1 || {
+        tail -n 40 build/demo-build.log
+        exit 1
+    }
+}
+
+mkdir -p build
+case ${1:-wired} in
+    wired)
+        scripts/install-deps.sh
+        build_quietly
+        CORVI_BUILD_DIR=$PWD/build/release exec tests/sandbox/run --platform /usr/bin/python3 -B scripts/demo_wired.py
+        ;;
+    wifi)
+        scripts/install-deps.sh vm
+        build_quietly
+        exec tests/vm/run --build-dir "$PWD/build/release" demo
+        ;;
+    *)
+        echo 'usage: demo.sh [wifi]' >&2
+        exit 2
+        ;;
+esac

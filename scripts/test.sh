@@ -1,0 +1,16 @@
+#!/bin/bash
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+#
+# Builds everything and runs every test, and installs first what is missing for
+# that. Ends with CTest's summary and, when something failed, a status that says
+# so. Arguments go to ctest, for example: scripts/test.sh -L unit
+set -eu
+
+cd "$(dirname "$(readlink -f "$0")")/.."
+preset=${CORVI_PRESET:-release}
+
+scripts/install-deps.sh vm
+scripts/build.sh "$preset"
+# System tests wait more than they work, so more of them than cores run at once.
+exec ctest --test-dir "build/$preset" --output-on-failure -j "$(($(nproc) + 2))" "$@"
