@@ -1,0 +1,7 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+
+corvi_add_unit_test(tst_interfacekind LIBS support)
+corvi_add_unit_test(tst_logging LIBS support)
+corvi_add_unit_test(tst_securefile LIBS support)
+corvi_add_unit_test(tst_utils LIBS support)

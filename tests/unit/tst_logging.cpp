@@ -1,0 +1,395 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "logging.h"
+
+#include "allocationcounter.h"
+#include "testsupport.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QtTest>
+
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const char *const LOG_FILE = "/var/log/corvi-mon.log";
+
+Q_LOGGING_CATEGORY(platformCategory, "zeb")
+
+/// What goes to the debug output while the object lives.
+class DebugOutput
+{
+public:
+    DebugOutput()
+    {
+        messages.clear();
+        previous = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext &, const QString &text) { messages << text; });
+    }
+    ~DebugOutput() { qInstallMessageHandler(previous); }
+    DebugOutput(const DebugOutput &) = delete;
+    DebugOutput &operator=(const DebugOutput &) = delete;
+
+    static inline QStringList messages;
+
+private:
+    QtMessageHandler previous;
+};
+
+void SetLevel(int level)
+{
+    Logging::GetInstance(7, false)->SetLoggingLevel(level);
+}
+
+/// The lines of the log without their time stamps.
+QStringList Messages()
+{
+    QStringList messages;
+    const QStringList lines = TestSupport::LogText().split('\n', Qt::SkipEmptyParts);
+    for (const QString &line : lines)
+        messages << line.mid(QStringLiteral("2025-05-03 17:05:01.234 :  ").size());
+    return messages;
+}
+
+} // namespace
+
+/// The log file, its levels and its echo.
+class TestLogging : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+
+    void lineHasTimeStampAndBlanks();
+    void itemsAreApartByOneBlank();
+    void listIsJoined();
+    void emptyFirstItemLeavesLineEmpty();
+    void textBeyondLatin1IsReplaced();
+    void lineIsWrittenUpToTheLevel_data();
+    void lineIsWrittenUpToTheLevel();
+    void levelBelowOneCountsAsOne_data();
+    void levelBelowOneCountsAsOne();
+    void instanceIsOneAndKeepsItsLevel_data();
+    void instanceIsOneAndKeepsItsLevel();
+    void instanceDeletesTheFileOnRequest();
+    void messageWithoutLevelIsAlwaysWritten();
+    void messageAboveTheLevelIsDropped();
+    void messageIsEchoed_data();
+    void messageIsEchoed();
+    void levelZeroLineIsWrittenAndEchoed();
+    void lineOfOrdinaryLevelIsNotEchoed();
+    void unwritableFileLosesOnlyItsLines();
+    void lineIsLostWhenTheLockIsNotFreeInTime();
+    void linesOfSeveralThreadsStayWhole();
+    void lineThatIsNotWrittenAllocatesNothing();
+    void platformWarningsAreLogged();
+};
+
+void TestLogging::initTestCase()
+{
+    // The instance lives as long as the process: its beginning can be seen once only.
+    QCOMPARE(Logging::CurrentLevel(), 1);
+    DebugOutput output;
+
+    Logging::GetInstance(7, false);
+
+    QCOMPARE(Logging::CurrentLevel(), 1);
+    QCOMPARE(output.messages, QStringList{"Create Logging::Logging() 1"});
+}
+
+void TestLogging::init()
+{
+    TestSupport::Remove(LOG_FILE);
+    SetLevel(4);
+}
+
+void TestLogging::lineHasTimeStampAndBlanks()
+{
+    const QDateTime before = QDateTime::currentDateTime();
+    Log(4) << "Corvi::Init()";
+    const QDateTime after = QDateTime::currentDateTime();
+
+    const QString text = TestSupport::LogText();
+    QCOMPARE(text.mid(23), QString(" :  Corvi::Init() \n"));
+    const QDateTime stamp = QDateTime::fromString(text.left(23), "yyyy-MM-dd hh:mm:ss.zzz");
+    QVERIFY2(stamp >= before && stamp <= after, qPrintable(text));
+}
+
+void TestLogging::itemsAreApartByOneBlank()
+{
+    Log(4) << "text" << QString("value") << -12 << "";
+
+    QCOMPARE(Messages(), QStringList{"text value -12  "});
+}
+
+void TestLogging::listIsJoined()
+{
+    Log(4) << QStringList{"a", "b", "c"} << "end";
+
+    QCOMPARE(Messages(), QStringList{"a, b, c end "});
+}
+
+void TestLogging::emptyFirstItemLeavesLineEmpty()
+{
+    Logging::Logger(4) << QString() << "x";
+
+    QCOMPARE(TestSupport::LogText(), QString("x \n"));
+}
+
+void TestLogging::textBeyondLatin1IsReplaced()
+{
+    Log(4) << QStringLiteral("caf\u00e9 \u20ac");
+
+    QCOMPARE(Messages(), QStringList{QStringLiteral("caf\u00e9 ? ")});
+    QVERIFY(TestSupport::ReadFile(LOG_FILE).contains("caf\xe9 ?"));
+}
+
+void TestLogging::lineIsWrittenUpToTheLevel_data()
+{
+    QTest::addColumn<int>("current");
+    QTest::addColumn<int>("level");
+    QTest::addColumn<bool>("written");
+
+    QTest::newRow("trace at the ordinary level") << 2 << 4 << false;
+    QTest::newRow("one above") << 3 << 4 << false;
+    QTest::newRow("equal") << 4 << 4 << true;
+    QTest::newRow("below") << 5 << 4 << true;
+    QTest::newRow("always") << 1 << 0 << true;
+    QTest::newRow("verbose at the debug level") << 5 << 6 << false;
+}
+
+void TestLogging::lineIsWrittenUpToTheLevel()
+{
+    QFETCH(int, current);
+    QFETCH(int, level);
+    DebugOutput output;
+    SetLevel(current);
+
+    Log(level) << "line";
+
+    QTEST(!TestSupport::LogText().isEmpty(), "written");
+}
+
+void TestLogging::levelBelowOneCountsAsOne_data()
+{
+    QTest::addColumn<int>("asked");
+    QTest::addColumn<int>("level");
+
+    QTest::newRow("negative") << -3 << 1;
+    QTest::newRow("zero") << 0 << 1;
+    QTest::newRow("one") << 1 << 1;
+    QTest::newRow("debug") << 5 << 5;
+    QTest::newRow("above the most verbose") << 9 << 9;
+}
+
+void TestLogging::levelBelowOneCountsAsOne()
+{
+    QFETCH(int, asked);
+
+    SetLevel(asked);
+
+    QTEST(Logging::CurrentLevel(), "level");
+}
+
+void TestLogging::instanceIsOneAndKeepsItsLevel_data()
+{
+    QTest::addColumn<int>("asked");
+    QTest::addColumn<int>("level");
+
+    QTest::newRow("seven leaves it") << 7 << 4;
+    QTest::newRow("most verbose") << 6 << 6;
+    QTest::newRow("ordinary") << 2 << 2;
+    QTest::newRow("zero") << 0 << 1;
+}
+
+void TestLogging::instanceIsOneAndKeepsItsLevel()
+{
+    QFETCH(int, asked);
+    Logging *const first = Logging::GetInstance(7, false);
+    first->SetLoggingLevel(4);
+
+    Logging *const second = Logging::GetInstance(asked, false);
+
+    QCOMPARE(second, first);
+    QTEST(Logging::CurrentLevel(), "level");
+}
+
+void TestLogging::instanceDeletesTheFileOnRequest()
+{
+    Log(4) << "line";
+
+    Logging::GetInstance(7, false);
+    QVERIFY(QFile::exists(LOG_FILE));
+    Logging::GetInstance(7, true);
+    QVERIFY(!QFile::exists(LOG_FILE));
+}
+
+void TestLogging::messageWithoutLevelIsAlwaysWritten()
+{
+    SetLevel(1);
+
+    Logging::GetInstance(7, false)->LogMessage("Corvi::Start()", false);
+
+    QCOMPARE(Messages(), QStringList{"Corvi::Start() "});
+}
+
+void TestLogging::messageAboveTheLevelIsDropped()
+{
+    DebugOutput output;
+    SetLevel(2);
+
+    Logging::GetInstance(7, false)->LogMessage(3, "note", true);
+
+    QCOMPARE(TestSupport::LogText(), QString());
+    QCOMPARE(output.messages, QStringList());
+}
+
+void TestLogging::messageIsEchoed_data()
+{
+    QTest::addColumn<int>("current");
+    QTest::addColumn<bool>("echo");
+    QTest::addColumn<bool>("echoed");
+
+    QTest::newRow("not asked for") << 5 << false << false;
+    QTest::newRow("asked for") << 2 << true << true;
+    QTest::newRow("most verbose level") << 6 << false << true;
+}
+
+void TestLogging::messageIsEchoed()
+{
+    QFETCH(int, current);
+    QFETCH(bool, echo);
+    QFETCH(bool, echoed);
+    SetLevel(current);
+    DebugOutput output;
+
+    Logging::GetInstance(7, false)->LogMessage(2, "Corvi::Corvi", echo);
+
+    QCOMPARE(Messages(), QStringList{"Corvi::Corvi "});
+    QCOMPARE(output.messages.size(), echoed ? 1 : 0);
+    if (echoed)
+        QVERIFY2(QRegularExpression("^\"\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} : \" "
+                                    "Logging::LogMessage \"Corvi::Corvi\"$")
+                     .match(output.messages.first())
+                     .hasMatch(),
+                 qPrintable(output.messages.first()));
+}
+
+void TestLogging::levelZeroLineIsWrittenAndEchoed()
+{
+    DebugOutput output;
+    SetLevel(1);
+
+    Log(0) << "no segment";
+
+    QCOMPARE(Messages(), QStringList{"no segment "});
+    QCOMPARE(output.messages.size(), 1);
+    QVERIFY(output.messages.first().contains("no segment"));
+}
+
+void TestLogging::lineOfOrdinaryLevelIsNotEchoed()
+{
+    DebugOutput output;
+    SetLevel(6);
+
+    Log(1) << "line";
+
+    QCOMPARE(output.messages, QStringList());
+}
+
+void TestLogging::unwritableFileLosesOnlyItsLines()
+{
+    QVERIFY(QDir().mkpath(LOG_FILE));
+    Log(4) << "lost";
+    QVERIFY(QDir().rmdir(LOG_FILE));
+
+    Log(4) << "kept";
+
+    QCOMPARE(Messages(), QStringList{"kept "});
+}
+
+void TestLogging::lineIsLostWhenTheLockIsNotFreeInTime()
+{
+    // A thread that writes to a named pipe without a reader holds the lock until one comes.
+    QCOMPARE(::mkfifo(LOG_FILE, 0600), 0);
+    std::thread holder([] { Logging::Logger(4) << "holder"; });
+    QTest::qWait(200);
+    QElapsedTimer timer;
+    timer.start();
+
+    Log(4) << "lost";
+    const qint64 lineMs = timer.restart();
+    Logging::GetInstance(7, true);
+    const qint64 deletionMs = timer.elapsed();
+
+    const int reader = ::open(LOG_FILE, O_RDONLY | O_CLOEXEC);
+    holder.join();
+    char bytes[100] = {};
+    const auto size = ::read(reader, bytes, sizeof bytes);
+    ::close(reader);
+    QVERIFY2(lineMs >= 1000 && lineMs < 1500, qPrintable(QString::number(lineMs)));
+    QVERIFY2(deletionMs >= 1000 && deletionMs < 1500, qPrintable(QString::number(deletionMs)));
+    QCOMPARE(QByteArray(bytes, static_cast<int>(size)), QByteArray("holder \n"));
+}
+
+void TestLogging::linesOfSeveralThreadsStayWhole()
+{
+    constexpr int LINES = 200;
+    const QString longText(500, 'x');
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&longText] {
+            for (int line = 0; line < LINES; ++line)
+                Log(4) << longText << "end";
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+
+    const QStringList messages = Messages();
+    QCOMPARE(messages.size(), 4 * LINES);
+    for (const QString &message : messages)
+        QCOMPARE(message, longText + " end ");
+}
+
+void TestLogging::lineThatIsNotWrittenAllocatesNothing()
+{
+    const QString text("value");
+    const QStringList list{"a", "b"};
+    const long before = AllocationCounter::allocations;
+
+    Log(6) << "text" << text << 7 << list;
+    const long dropped = AllocationCounter::allocations - before;
+    Log(4) << "text" << text << 7 << list;
+    const long written = AllocationCounter::allocations - before;
+
+    QCOMPARE(dropped, 0L);
+    QVERIFY2(written > 0, "the counter does not count");
+}
+
+void TestLogging::platformWarningsAreLogged()
+{
+    SetLevel(2);
+    DebugOutput output;
+    LogPlatformWarnings();
+
+    qCWarning(platformCategory) << "bad store";
+    qWarning() << "something else";
+    qCDebug(platformCategory) << "detail";
+
+    QCOMPARE(Messages(), QStringList{"bad store "});
+    QCOMPARE(output.messages, (QStringList{"bad store", "something else", "detail"}));
+}
+
+QTEST_GUILESS_MAIN(TestLogging)
+#include "tst_logging.moc"

@@ -1,0 +1,333 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "utils.h"
+
+#include "testsupport.h"
+
+#include <QElapsedTimer>
+#include <QtTest>
+
+#include <csignal>
+
+namespace {
+
+const QString SHELL = QStringLiteral("sh");
+
+QStringList Script(const QString &script)
+{
+    return {"-c", script};
+}
+
+} // namespace
+
+/// The ways of running programs, and the decoder of escaped network names.
+class TestUtils : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void outputIsSplitAtLineFeeds_data();
+    void outputIsSplitAtLineFeeds();
+    void argumentsReachTheProgramAsTheyAre();
+    void lastArgumentChangesNothing();
+    void standardErrorIsDiscarded();
+    void crashIsTheWholeResult();
+    void missingProgramGivesOneEmptyLine();
+    void environmentIsOursWithADisplay();
+    void hugeOutputIsReadWhole();
+    void executeStopsWaitingAfterItsLimit();
+    void mergedHoldsBothChannelsInOrder();
+    void mergedTellsWhatItRuns();
+    void mergedStopsWaitingAfterItsLimit();
+    void mergedOfMissingProgramGivesOneEmptyLine();
+    void mergedCrashIsTheWholeResult();
+    void spawnedChildIsNotWaitedFor();
+    void spawnedChildHasADisplay();
+    void spawnOfMissingProgramFails();
+    void twoProgramsArePiped();
+    void threeProgramsArePiped();
+    void pipedProgramsHaveADisplay();
+    void pipedCrashOfTheLastIsTheWholeResult();
+    void pipedMissingProgram_data();
+    void pipedMissingProgram();
+    void ssidIsDecoded_data();
+    void ssidIsDecoded();
+};
+
+void TestUtils::init()
+{
+    TestSupport::ClearJournal();
+    TestSupport::ClearAnswers();
+}
+
+void TestUtils::outputIsSplitAtLineFeeds_data()
+{
+    QTest::addColumn<QString>("format");
+    QTest::addColumn<QStringList>("lines");
+
+    QTest::newRow("nothing") << "" << QStringList{""};
+    QTest::newRow("no line feed") << "a" << QStringList{"a"};
+    QTest::newRow("ends with a line feed") << "a\\nb\\n" << QStringList{"a", "b", ""};
+    QTest::newRow("empty lines") << "\\n\\na" << QStringList{"", "", "a"};
+    QTest::newRow("carriage return stays") << "a\\r\\n" << QStringList{"a\r", ""};
+    QTest::newRow("UTF-8") << "\\303\\251\\n" << QStringList{QStringLiteral("\u00e9"), ""};
+    QTest::newRow("NUL ends it") << "a\\nb\\000c\\nd" << QStringList{"a", "b"};
+    QTest::newRow("NUL first") << "\\000a" << QStringList{""};
+}
+
+void TestUtils::outputIsSplitAtLineFeeds()
+{
+    QFETCH(QString, format);
+    QFETCH(QStringList, lines);
+
+    QCOMPARE(Utils::Execute("printf", {format}, false), lines);
+    QCOMPARE(Utils::ExecuteMerged("printf", {format}, 5000), lines);
+    QCOMPARE(Utils::ExecutePiped("printf", {format}, "cat", {}, QString(), {}), lines);
+}
+
+void TestUtils::argumentsReachTheProgramAsTheyAre()
+{
+    Utils::Execute("route", {"add", "", "$(id)", "a b", "-x"}, false);
+
+    QCOMPARE(TestSupport::Journal(), QStringList{"route add '' '$(id)' 'a b' -x"});
+}
+
+void TestUtils::lastArgumentChangesNothing()
+{
+    QCOMPARE(Utils::Execute("printf", {"a"}, true), Utils::Execute("printf", {"a"}, false));
+}
+
+void TestUtils::standardErrorIsDiscarded()
+{
+    QCOMPARE(Utils::Execute(SHELL, Script("echo out; echo err >&2; exit 3"), false),
+             (QStringList{"out", ""}));
+}
+
+void TestUtils::crashIsTheWholeResult()
+{
+    QCOMPARE(Utils::Execute(SHELL, Script("echo out; kill -SEGV $$"), false), QStringList{"Process Crashed"});
+}
+
+void TestUtils::missingProgramGivesOneEmptyLine()
+{
+    QCOMPARE(Utils::Execute("no-such-program", {}, false), QStringList{""});
+}
+
+void TestUtils::environmentIsOursWithADisplay()
+{
+    qputenv("DISPLAY", ":7");
+    qputenv("OURS", "yes");
+
+    const QStringList lines = Utils::Execute(SHELL, Script("echo $DISPLAY $OURS"), false);
+    const QStringList merged = Utils::ExecuteMerged(SHELL, Script("echo $DISPLAY $OURS"), 5000);
+
+    QCOMPARE(lines, (QStringList{":0 yes", ""}));
+    QCOMPARE(merged, lines);
+    QCOMPARE(qgetenv("DISPLAY"), QByteArray(":7"));
+}
+
+void TestUtils::hugeOutputIsReadWhole()
+{
+    const QStringList lines = Utils::Execute("head", {"-c", "10000000", "/dev/zero"}, false);
+    QCOMPARE(lines, QStringList{""});
+
+    const QStringList text = Utils::Execute(SHELL, Script("head -c 10000000 /dev/zero | tr '\\0' x"), false);
+    QCOMPARE(text.size(), 1);
+    QCOMPARE(text.first().size(), 10000000);
+}
+
+void TestUtils::executeStopsWaitingAfterItsLimit()
+{
+    QElapsedTimer timer;
+    timer.start();
+
+    const QStringList lines = Utils::Execute(SHELL, Script("echo $$; exec sleep 60"), false);
+
+    QVERIFY2(timer.elapsed() >= 30000 && timer.elapsed() < 32000,
+             qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(lines.size(), 2);
+    QCOMPARE(::kill(lines.first().toInt(), 0), -1);
+}
+
+void TestUtils::mergedHoldsBothChannelsInOrder()
+{
+    const QStringList lines = Utils::ExecuteMerged(SHELL, Script("echo 1; echo 2 >&2; echo 3"), 5000);
+
+    QCOMPARE(lines, (QStringList{"1", "2", "3", ""}));
+}
+
+void TestUtils::mergedTellsWhatItRuns()
+{
+    QTest::ignoreMessage(QtDebugMsg, "ExecuteMerged \"ip\" (\"addr\", \"show\")");
+
+    Utils::ExecuteMerged("ip", {"addr", "show"}, 5000);
+}
+
+void TestUtils::mergedStopsWaitingAfterItsLimit()
+{
+    QElapsedTimer timer;
+    timer.start();
+
+    const QStringList lines = Utils::ExecuteMerged(SHELL, Script("echo $$; exec sleep 60"), 300);
+
+    QVERIFY2(timer.elapsed() >= 300 && timer.elapsed() < 2000, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(lines.size(), 2);
+    QVERIFY(lines.first().toInt() > 0);
+    QCOMPARE(::kill(lines.first().toInt(), 0), -1);
+}
+
+void TestUtils::mergedOfMissingProgramGivesOneEmptyLine()
+{
+    QCOMPARE(Utils::ExecuteMerged("no-such-program", {}, 5000), QStringList{""});
+}
+
+void TestUtils::mergedCrashIsTheWholeResult()
+{
+    QCOMPARE(Utils::ExecuteMerged(SHELL, Script("echo out; kill -SEGV $$"), 5000),
+             QStringList{"Process Crashed"});
+}
+
+void TestUtils::spawnedChildIsNotWaitedFor()
+{
+    TestSupport::Answer("warning", "sleep 1; ip -V >/tmp/spawned");
+    TestSupport::Remove("/tmp/spawned");
+    QElapsedTimer timer;
+    timer.start();
+    QTest::ignoreMessage(QtDebugMsg, "SpawnExecute \"warning\" (\"wrong\", \"password\")");
+    QTest::ignoreMessage(QtDebugMsg, "SpawnExecute started true");
+
+    QVERIFY(Utils::SpawnExecute("warning", {"wrong", "password"}));
+
+    QVERIFY2(timer.elapsed() < 900, qPrintable(QString::number(timer.elapsed())));
+    QTRY_VERIFY(QFile::exists("/tmp/spawned"));
+    QCOMPARE(TestSupport::Journal(), QStringList{"warning wrong password"});
+}
+
+void TestUtils::spawnedChildHasADisplay()
+{
+    TestSupport::Remove("/tmp/display");
+
+    QVERIFY(Utils::SpawnExecute(SHELL, Script("echo $DISPLAY >/tmp/display.new; "
+                                              "mv /tmp/display.new /tmp/display")));
+
+    QTRY_VERIFY(QFile::exists("/tmp/display"));
+    QCOMPARE(TestSupport::ReadFile("/tmp/display"), QByteArray(":0\n"));
+}
+
+void TestUtils::spawnOfMissingProgramFails()
+{
+    QTest::ignoreMessage(QtDebugMsg, "SpawnExecute \"no-such-program\" ()");
+    QTest::ignoreMessage(QtDebugMsg, "SpawnExecute started false");
+
+    QVERIFY(!Utils::SpawnExecute("no-such-program", {}));
+}
+
+void TestUtils::twoProgramsArePiped()
+{
+    QCOMPARE(Utils::ExecutePiped("printf", {"b\\na\\n"}, "sort", {}, QString(), {"ignored"}),
+             (QStringList{"a", "b", ""}));
+}
+
+void TestUtils::threeProgramsArePiped()
+{
+    QCOMPARE(Utils::ExecutePiped("printf", {"b\\na\\n"}, "sort", {}, "tr", {"a-z", "A-Z"}),
+             (QStringList{"A", "B", ""}));
+}
+
+void TestUtils::pipedProgramsHaveADisplay()
+{
+    QCOMPARE(Utils::ExecutePiped(SHELL, Script("echo 1 $DISPLAY"), SHELL, Script("cat; echo 2 $DISPLAY"),
+                                 SHELL, Script("cat; echo 3 $DISPLAY")),
+             (QStringList{"1 :0", "2 :0", "3 :0", ""}));
+}
+
+void TestUtils::pipedCrashOfTheLastIsTheWholeResult()
+{
+    QCOMPARE(Utils::ExecutePiped("printf", {"a"}, SHELL, Script("cat; kill -SEGV $$"), QString(), {}),
+             QStringList{"Process Crashed"});
+}
+
+void TestUtils::pipedMissingProgram_data()
+{
+    QTest::addColumn<QString>("first");
+    QTest::addColumn<QString>("second");
+    QTest::addColumn<QString>("third");
+
+    QTest::newRow("first of two") << "no-such-program"
+                                  << "cat"
+                                  << "";
+    QTest::newRow("second of two") << "true"
+                                   << "no-such-program"
+                                   << "";
+    QTest::newRow("first of three") << "no-such-program"
+                                    << "cat"
+                                    << "cat";
+    QTest::newRow("second of three") << "true"
+                                     << "no-such-program"
+                                     << "cat";
+    QTest::newRow("third of three") << "true"
+                                    << "cat"
+                                    << "no-such-program";
+}
+
+void TestUtils::pipedMissingProgram()
+{
+    QFETCH(QString, first);
+    QFETCH(QString, second);
+    QFETCH(QString, third);
+    QElapsedTimer timer;
+    timer.start();
+
+    QCOMPARE(Utils::ExecutePiped(first, {}, second, {}, third, {}), QStringList{""});
+
+    QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
+}
+
+void TestUtils::ssidIsDecoded_data()
+{
+    QTest::addColumn<QString>("escaped");
+    QTest::addColumn<QString>("ssid");
+
+    QTest::newRow("plain") << "Office"
+                           << "Office";
+    QTest::newRow("empty") << ""
+                           << "";
+    QTest::newRow("no escape, beyond Latin-1")
+        << QStringLiteral("\u4f60\u597d") << QStringLiteral("\u4f60\u597d");
+    QTest::newRow("other escape") << "a\\nb"
+                                  << "a\\nb";
+    QTest::newRow("escapes and a character") << "\\x41\\x42C"
+                                             << "ABC";
+    QTest::newRow("two bytes are one character") << "\\xc3\\xa9" << QStringLiteral("\u00e9");
+    QTest::newRow("four bytes are one character")
+        << "\\xf0\\x9f\\x98\\x80" << QString::fromUtf8("\xf0\x9f\x98\x80");
+    QTest::newRow("in the middle") << "caf\\xc3\\xa9 bar" << QStringLiteral("caf\u00e9 bar");
+    QTest::newRow("capital digits") << "\\xC3\\xA9" << QStringLiteral("\u00e9");
+    QTest::newRow("cut short at the end") << "ab\\x4"
+                                          << "ab\\x4";
+    QTest::newRow("nothing after the x") << "ab\\x"
+                                         << "ab\\x";
+    QTest::newRow("cut short after an escape") << "\\x41\\x4"
+                                               << "A\\x4";
+    QTest::newRow("last four positions") << "ab\\x43"
+                                         << "abC";
+    QTest::newRow("escaped zero ends it") << "ab\\x00cd"
+                                          << "ab";
+    QTest::newRow("beyond Latin-1 beside an escape ends it") << QStringLiteral("a\\x42\u4f60c") << "aB";
+    QTest::newRow("Latin-1 byte in a sequence") << QStringLiteral("\u00c3\\xa9") << QStringLiteral("\u00e9");
+    QTest::newRow("backslash before an escape") << "\\\\x41"
+                                                << "\\A";
+}
+
+void TestUtils::ssidIsDecoded()
+{
+    QFETCH(QString, escaped);
+
+    QTEST(Utils::SsidToString(escaped), "ssid");
+}
+
+QTEST_GUILESS_MAIN(TestUtils)
+#include "tst_utils.moc"
