@@ -93,10 +93,11 @@ bool NamedNetwork::IsWirelessName(const QString &networkName, bool wired)
 
 bool NamedNetwork::Load(const QString &networkName, bool isWireless)
 {
+    // Kept first: the argument may be a part of the record that goes.
+    name = networkName;
     propsHash = QString();
     netConfig = std::make_unique<ZebNetConfig>(nullptr);
-    netConfig->Load(networkName, false);
-    name = networkName;
+    netConfig->Load(name, false);
     wireless = isWireless;
 
     const QString properties = Properties();
@@ -173,17 +174,12 @@ void NamedNetwork::BuildBlock()
 QStringList NamedNetwork::ModeComplaints() const
 {
     const QString &mode = netConfig->securityMode;
-    const bool isKnown = SecurityModes.values().contains(mode);
     const bool isWiredMode = mode.startsWith(QLatin1String("wired_"));
-    if (IsUnsecured(mode) || (isKnown && isWiredMode != wireless))
-        return {};
-
-    const QString fault = isKnown ? QStringLiteral("the name makes it %1, which the mode is not for")
-                                        .arg(wireless ? QStringLiteral("wireless") : QStringLiteral("wired"))
-                                  : QStringLiteral("the security mode is not known");
-    const QString result = wireless ? QStringLiteral(", it is taken as unsecured")
-                                    : QStringLiteral(", the supplicant gets nothing");
-    return {fault + result};
+    if (wireless && isWiredMode)
+        return {QStringLiteral("a wired mode, but the name makes it wireless: it is taken as unsecured")};
+    if (!wireless && !isWiredMode && SecurityModes.values().contains(mode) && !IsUnsecured(mode))
+        return {QStringLiteral("a wireless mode, but the name makes it wired: the supplicant gets nothing")};
+    return {};
 }
 
 void NamedNetwork::ReportOnce(const QStringList &complaints) const

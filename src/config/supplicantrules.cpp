@@ -76,6 +76,8 @@ QString SupplicantObjection(const QString &key, const QString &value)
         return key + QStringLiteral(" holds a number sign after a quote, which begins a comment");
     if ((QLatin1Char('\t') + key + QLatin1Char('=') + value).toUtf8().size() > LINE_LIMIT)
         return key + QStringLiteral(" is too long");
+    if (key == QLatin1String("ssid") && QuotedLength(value) == 0)
+        return QStringLiteral("no ssid, which stands for any network");
     if (key == QLatin1String("ssid") && QuotedLength(value) > 32)
         return QStringLiteral("ssid is longer than 32 bytes");
     if (key == QLatin1String("psk") && IsQuoted(value) &&

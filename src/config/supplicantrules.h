@@ -5,7 +5,7 @@
 
 #include <QString>
 
-/// Why wpa_supplicant would refuse its whole configuration file, take a part of the value only or drop the
-/// network because of this option line; an empty text when it takes the line as meant. `value` is as written,
-/// with its quotes. The text never shows the value, which may be a secret. Limits as seen in version 2.10.
+/// Why wpa_supplicant would refuse its whole configuration file, drop the network or take it for another one
+/// because of this option line; an empty text when it takes the line as meant. `value` is as written, with
+/// its quotes. The text never shows the value, which may be a secret. Limits as seen in version 2.10.
 QString SupplicantObjection(const QString &key, const QString &value);

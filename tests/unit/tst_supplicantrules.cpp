@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "supplicantrules.h"
+#include "testsupport.h"
+
+#include <QProcess>
+#include <QtTest>
+
+namespace {
+
+const QString CONFIGURATION = QStringLiteral("/tmp/rule.conf");
+
+QString Repeated(int count)
+{
+    return QString(count, QLatin1Char('a'));
+}
+
+QString Quoted(const QString &text)
+{
+    return QLatin1Char('"') + text + QLatin1Char('"');
+}
+
+/// What the real supplicant prints when it reads a network with this line; the interface does not exist, so
+/// it ends after that.
+QByteArray RealAnswer(const QString &key, const QString &value)
+{
+    TestSupport::WriteFile(CONFIGURATION,
+                           "network={\n\t" + (key + QLatin1Char('=') + value).toUtf8() + "\n}\n");
+    QProcess supplicant;
+    supplicant.setProcessChannelMode(QProcess::MergedChannels);
+    supplicant.start("/usr/sbin/wpa_supplicant", {"-ddK", "-Dwired", "-inope0", "-c" + CONFIGURATION});
+    supplicant.waitForFinished();
+    return supplicant.readAll();
+}
+
+} // namespace
+
+class TestSupplicantRules : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void takesWhatTheSupplicantTakes_data();
+    void takesWhatTheSupplicantTakes();
+    void objectsToWhatTheSupplicantRefuses_data();
+    void objectsToWhatTheSupplicantRefuses();
+    void objectsToACommentInTheValue_data();
+    void objectsToACommentInTheValue();
+    void objectsToControlCharacters_data();
+    void objectsToControlCharacters();
+    void objectsToNoSsid();
+    void neverShowsTheValue();
+};
+
+void TestSupplicantRules::takesWhatTheSupplicantTakes_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("value");
+
+    QTest::newRow("ssid of 32 bytes") << "ssid" << Quoted(Repeated(32));
+    QTest::newRow("ssid of 32 bytes in 16 letters") << "ssid" << Quoted(QString(16, QChar(0xe9)));
+    QTest::newRow("ssid with a quote") << "ssid"
+                                       << "\"a\"b\"";
+    QTest::newRow("ssid with a number sign") << "ssid"
+                                             << "\"a#b\"";
+    QTest::newRow("passphrase of 8 bytes") << "psk" << Quoted(Repeated(8));
+    QTest::newRow("passphrase of 63 bytes") << "psk" << Quoted(Repeated(63));
+    QTest::newRow("passphrase of 8 bytes in 4 letters") << "psk" << Quoted(QString(4, QChar(0xe9)));
+    QTest::newRow("hashed key") << "psk" << QString(64, QLatin1Char('f'));
+    QTest::newRow("no WEP key") << "wep_key0"
+                                << "";
+    for (const int length : {5, 13, 16}) {
+        QTest::addRow("WEP text of %d bytes", length) << "wep_key0" << Quoted(Repeated(length));
+        QTest::addRow("WEP key of %d digits", 2 * length) << "wep_key0" << Repeated(2 * length);
+    }
+    for (const char *ciphers :
+         {"CCMP", "TKIP", "GCMP", "CCMP-256", "GCMP-256", "CCMP TKIP", " CCMP  TKIP "}) {
+        QTest::addRow("pairwise %s", ciphers) << "pairwise" << ciphers;
+        QTest::addRow("group %s", ciphers) << "group" << ciphers;
+    }
+    QTest::newRow("no identity") << "identity"
+                                 << "\"\"";
+    QTest::newRow("longest identity") << "identity" << Quoted(Repeated(1987));
+    QTest::newRow("longest key password") << "private_key_passwd" << Quoted(Repeated(1977));
+    QTest::newRow("no SAE password") << "sae_password"
+                                     << "\"\"";
+    QTest::newRow("negative priority") << "priority"
+                                       << "-5";
+}
+
+void TestSupplicantRules::takesWhatTheSupplicantTakes()
+{
+    QFETCH(QString, key);
+    QFETCH(QString, value);
+
+    QCOMPARE(SupplicantObjection(key, value), QString());
+
+    const QByteArray answer = RealAnswer(key, value);
+    QVERIFY2(answer.contains("Priority group") && !answer.contains("ignored"), answer.constData());
+}
+
+void TestSupplicantRules::objectsToWhatTheSupplicantRefuses_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("objection");
+
+    const QString wep = "a WEP key is 5, 13 or 16 quoted bytes or 10, 26 or 32 hexadecimal digits";
+    QTest::newRow("ssid of 33 bytes") << "ssid" << Quoted(Repeated(33)) << "ssid is longer than 32 bytes";
+    QTest::newRow("ssid of 34 bytes in 17 letters")
+        << "ssid" << Quoted(QString(17, QChar(0xe9))) << "ssid is longer than 32 bytes";
+    QTest::newRow("no passphrase") << "psk"
+                                   << "\"\""
+                                   << "a passphrase has 8 to 63 bytes";
+    QTest::newRow("passphrase of 7 bytes")
+        << "psk" << Quoted(Repeated(7)) << "a passphrase has 8 to 63 bytes";
+    QTest::newRow("passphrase of 64 bytes")
+        << "psk" << Quoted(Repeated(64)) << "a passphrase has 8 to 63 bytes";
+    QTest::newRow("WEP text without quotes") << "wep_key0"
+                                             << "hello" << wep;
+    QTest::newRow("WEP key of 9 digits") << "wep_key0"
+                                         << "123456789" << wep;
+    QTest::newRow("WEP key of 12 digits") << "wep_key0"
+                                          << "123456789012" << wep;
+    QTest::newRow("WEP key with one quote") << "wep_key0"
+                                            << "\"12345" << wep;
+    QTest::newRow("WEP text of 6 bytes") << "wep_key0"
+                                         << "\"123456\"" << wep;
+    QTest::newRow("WEP text of 17 bytes") << "wep_key0" << Quoted(Repeated(17)) << wep;
+    QTest::newRow("no cipher") << "pairwise"
+                               << ""
+                               << "pairwise is not a list of ciphers";
+    QTest::newRow("blank for a cipher") << "pairwise"
+                                        << " "
+                                        << "pairwise is not a list of ciphers";
+    QTest::newRow("small letters") << "group"
+                                   << "ccmp"
+                                   << "group is not a list of ciphers";
+    QTest::newRow("provisioning word") << "group"
+                                       << "automatic"
+                                       << "group is not a list of ciphers";
+    QTest::newRow("commas") << "pairwise"
+                            << "CCMP,TKIP"
+                            << "pairwise is not a list of ciphers";
+    QTest::newRow("one bad cipher of two") << "pairwise"
+                                           << "CCMP AES"
+                                           << "pairwise is not a list of ciphers";
+    QTest::newRow("identity too long") << "identity" << Quoted(Repeated(1988)) << "identity is too long";
+    QTest::newRow("identity too long in UTF-8")
+        << "identity" << Quoted(QString(994, QChar(0xe9))) << "identity is too long";
+    QTest::newRow("key password too long")
+        << "private_key_passwd" << Quoted(Repeated(1978)) << "private_key_passwd is too long";
+}
+
+void TestSupplicantRules::objectsToWhatTheSupplicantRefuses()
+{
+    QFETCH(QString, key);
+    QFETCH(QString, value);
+
+    QTEST(SupplicantObjection(key, value), "objection");
+
+    const QByteArray answer = RealAnswer(key, value);
+    QVERIFY2(answer.contains("Failed to read or parse configuration") || answer.contains("ignored"),
+             answer.constData());
+}
+
+void TestSupplicantRules::objectsToACommentInTheValue_data()
+{
+    QTest::addColumn<QString>("inner");
+    QTest::addColumn<bool>("isCut");
+
+    QTest::newRow("quote, then number sign") << "a\"#b" << true;
+    QTest::newRow("apart") << "a\" x #b" << true;
+    QTest::newRow("between two quotes") << "a\"#b\"c" << true;
+    QTest::newRow("number sign, then quote") << "#\"" << false;
+    QTest::newRow("after two quotes") << "x \"\"# y" << false;
+    QTest::newRow("after three quotes") << "\"\"\"#y" << true;
+}
+
+void TestSupplicantRules::objectsToACommentInTheValue()
+{
+    QFETCH(QString, inner);
+    QFETCH(bool, isCut);
+
+    const QString objection = SupplicantObjection("identity", Quoted(inner));
+
+    QCOMPARE(objection, isCut ? QString("identity holds a number sign after a quote, which begins a comment")
+                              : QString());
+    const QByteArray taken = "identity - hexdump_ascii(len=" + QByteArray::number(inner.size()) + ')';
+    QCOMPARE(RealAnswer("identity", Quoted(inner)).contains(taken), !isCut);
+}
+
+void TestSupplicantRules::objectsToControlCharacters_data()
+{
+    QTest::addColumn<QChar>("character");
+
+    for (const char code : {'\0', '\x01', '\t', '\n', '\r', '\x1f', '\x7f'})
+        QTest::addRow("%02x", uint(code)) << QChar(QLatin1Char(code));
+}
+
+void TestSupplicantRules::objectsToControlCharacters()
+{
+    QFETCH(QChar, character);
+
+    QCOMPARE(SupplicantObjection("identity", Quoted(QString("us") + character + "er")),
+             QString("identity holds a control character"));
+}
+
+void TestSupplicantRules::objectsToNoSsid()
+{
+    // The supplicant takes it, and with it any network in range.
+    QCOMPARE(SupplicantObjection("ssid", "\"\""), QString("no ssid, which stands for any network"));
+}
+
+void TestSupplicantRules::neverShowsTheValue()
+{
+    for (const QString &value : {Quoted("s3cret"), Quoted("s3cret\"#" + Repeated(70)), Quoted("s3cret\n")}) {
+        for (const char *key : {"psk", "wep_key0", "private_key_passwd"})
+            QVERIFY(!SupplicantObjection(key, value).contains("s3cret"));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestSupplicantRules)
+#include "tst_supplicantrules.moc"
