@@ -76,12 +76,12 @@ class SignalWatcher
 public:
     SignalWatcher()
     {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGINT);
-        sigaddset(&signals, SIGTERM);
-        sigprocmask(SIG_BLOCK, &signals, nullptr);
-        if (!file.open(::signalfd(-1, &signals, SFD_CLOEXEC), QIODevice::ReadOnly, QFile::AutoCloseHandle))
+        sigset_t stopSignals;
+        sigemptyset(&stopSignals);
+        sigaddset(&stopSignals, SIGINT);
+        sigaddset(&stopSignals, SIGTERM);
+        sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
+        if (!file.open(::signalfd(-1, &stopSignals, SFD_CLOEXEC), QIODevice::ReadOnly, QFile::AutoCloseHandle))
             return;
         notifier = std::make_unique<QSocketNotifier>(file.handle(), QSocketNotifier::Read);
         QObject::connect(notifier.get(), &QSocketNotifier::activated, qApp, &QCoreApplication::quit);
