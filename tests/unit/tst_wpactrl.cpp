@@ -1,0 +1,614 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "fakesupplicant.h"
+#include "testsupport.h"
+#include "wpactrl.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTest>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+struct CtrlDeleter
+{
+    void operator()(wpa_ctrl *ctrl) const { wpa_ctrl_close(ctrl); }
+};
+using Ctrl = std::unique_ptr<wpa_ctrl, CtrlDeleter>;
+
+const QByteArray WLAN0 = "/var/run/wpa_supplicant/wlan0";
+
+Ctrl Open(const QByteArray &path = WLAN0)
+{
+    return Ctrl(wpa_ctrl_open(path.constData()));
+}
+
+struct Reply
+{
+    int result;
+    QByteArray text;
+};
+
+Reply Request(const Ctrl &ctrl, const QByteArray &command, size_t room = 4096,
+              WpaCtrlMessageCallback callback = nullptr)
+{
+    QByteArray buffer(static_cast<int>(room), '\0');
+    size_t length = room;
+    const int result = wpa_ctrl_request(ctrl.get(), command.constData(), static_cast<size_t>(command.size()),
+                                        buffer.data(), &length, callback);
+    if (result != 0)
+        return {result, QByteArray()};
+    return {result, buffer.left(static_cast<int>(length))};
+}
+
+QStringList LocalNames()
+{
+    return QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System | QDir::Files);
+}
+
+int OpenDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
+}
+
+/// The counter in the connection's own name.
+int NumberOf(const Ctrl &ctrl)
+{
+    return QByteArray(ctrl->local.sun_path).split('-').last().toInt();
+}
+
+QList<QByteArray> seenEvents;
+void RememberEvent(char *message, size_t length)
+{
+    // Terminated in place: the text ends where the length says.
+    seenEvents.append(QByteArray(message));
+    QCOMPARE(size_t(seenEvents.last().size()), length);
+}
+
+sockaddr_un Address(const QByteArray &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
+    return address;
+}
+
+} // namespace
+
+class TestWpaCtrl : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void numbersItsNames();
+    void replacesAStaleName();
+    void givesUpOnANameThatStaysTaken();
+    void removesItsNameWhenClosed();
+    void closesNothing();
+    void isNotInheritedAndDoesNotBlock();
+    void failsToOpen_data();
+    void failsToOpen();
+    void takesTheLongestPath();
+    void opensAnAbstractSocket();
+
+    void returnsTheReply_data();
+    void returnsTheReply();
+    void cutsALongReply();
+    void dropsEventsBeforeTheReply();
+    void handsEventsToTheCallback();
+    void terminatesAnEventThatFillsTheBuffer();
+    void survivesAFloodOfEvents();
+    void waitsTenSecondsForAReply();
+    void waitsAfreshAfterAnInterruption();
+    void waitsAfreshAfterAnEvent();
+    void triesFiveSecondsToSend();
+    void sendsOnceThereIsRoom();
+    void failsAtOnceWhenThePeerIsGone();
+    void endsTheWaitWhenThePeerDies();
+
+    void attaches_data();
+    void attaches();
+    void detaches();
+    void receivesWithoutWaiting();
+
+    void seesAPeerAlive();
+    void keepsWaitingDatagramsWhenItLooks();
+    void seesADeadPeer();
+    void isNotFooledByASuccessor();
+    void seesAPeerWhoseNameWasRemoved();
+    void sendsNothingToLook();
+    void seesTheLifeOfAnAbstractPeer();
+};
+
+void TestWpaCtrl::init()
+{
+    seenEvents.clear();
+}
+
+void TestWpaCtrl::cleanup()
+{
+    QCOMPARE(LocalNames(), QStringList());
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+}
+
+void TestWpaCtrl::numbersItsNames()
+{
+    FakeSupplicant supplicant;
+
+    const Ctrl first = Open();
+    const Ctrl second = Open();
+
+    QVERIFY(first && second);
+    const QByteArray prefix = "/tmp/wpa_ctrl_" + QByteArray::number(getpid()) + '-';
+    QCOMPARE(QByteArray(first->local.sun_path), prefix + QByteArray::number(NumberOf(first)));
+    QCOMPARE(NumberOf(second), NumberOf(first) + 1);
+    // The first connection of the process has number 1; this test is the first one to open any.
+    QCOMPARE(NumberOf(first), 1);
+}
+
+void TestWpaCtrl::replacesAStaleName()
+{
+    FakeSupplicant supplicant;
+    const int next = NumberOf(Open()) + 1;
+    const QString stale = QStringLiteral("/tmp/wpa_ctrl_%1-%2").arg(getpid()).arg(next);
+    TestSupport::WriteFile(stale, "left behind");
+
+    const Ctrl ctrl = Open();
+
+    QVERIFY(ctrl);
+    QCOMPARE(QString::fromLatin1(ctrl->local.sun_path), stale);
+}
+
+void TestWpaCtrl::givesUpOnANameThatStaysTaken()
+{
+    FakeSupplicant supplicant;
+    const int next = NumberOf(Open()) + 1;
+    // A folder cannot be unlinked.
+    const QString taken = QStringLiteral("/tmp/wpa_ctrl_%1-%2").arg(getpid()).arg(next);
+    QVERIFY(QDir().mkdir(taken));
+    const int descriptors = OpenDescriptors();
+
+    QVERIFY(!Open());
+
+    QCOMPARE(OpenDescriptors(), descriptors);
+    QVERIFY(QDir().rmdir(taken));
+}
+
+void TestWpaCtrl::removesItsNameWhenClosed()
+{
+    FakeSupplicant supplicant;
+    const int descriptors = OpenDescriptors();
+    Ctrl ctrl = Open();
+    QCOMPARE(LocalNames().size(), 1);
+
+    ctrl.reset();
+
+    QCOMPARE(LocalNames(), QStringList());
+    QCOMPARE(OpenDescriptors(), descriptors);
+}
+
+void TestWpaCtrl::closesNothing()
+{
+    wpa_ctrl_close(nullptr);
+}
+
+void TestWpaCtrl::isNotInheritedAndDoesNotBlock()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    QVERIFY(ctrl);
+
+    QVERIFY(fcntl(wpa_ctrl_get_fd(ctrl.get()), F_GETFD) & FD_CLOEXEC);
+    QVERIFY(fcntl(wpa_ctrl_get_fd(ctrl.get()), F_GETFL) & O_NONBLOCK);
+    QVERIFY(fcntl(ctrl->destFile, F_GETFD) & FD_CLOEXEC);
+}
+
+void TestWpaCtrl::failsToOpen_data()
+{
+    QTest::addColumn<QByteArray>("path");
+    QTest::newRow("no path") << QByteArray();
+    QTest::newRow("no such socket") << QByteArray("/var/run/wpa_supplicant/none");
+    QTest::newRow("a plain file") << QByteArray("/etc/hosts");
+    QTest::newRow("path of 108 characters") << "/tmp/" + QByteArray(103, 'x');
+    QTest::newRow("no such abstract socket") << QByteArray("@abstract:nobody");
+}
+
+void TestWpaCtrl::failsToOpen()
+{
+    QFETCH(QByteArray, path);
+    const int descriptors = OpenDescriptors();
+
+    QVERIFY(!wpa_ctrl_open(path.isNull() ? nullptr : path.constData()));
+
+    QCOMPARE(OpenDescriptors(), descriptors);
+    QCOMPARE(LocalNames(), QStringList());
+}
+
+void TestWpaCtrl::takesTheLongestPath()
+{
+    const QByteArray path = "/tmp/" + QByteArray(102, 'x');
+    FakeSupplicant supplicant(Address(path));
+
+    QVERIFY(Open(path));
+
+    QVERIFY(QFile::remove(QString::fromLatin1(path)));
+}
+
+void TestWpaCtrl::opensAnAbstractSocket()
+{
+    // Bound as the supplicant binds it: the whole address is the name.
+    FakeSupplicant supplicant(Address(QByteArray("\0corvi", 6)));
+
+    const Ctrl ctrl = Open("@abstract:corvi");
+
+    QVERIFY(ctrl);
+    QCOMPARE(Request(ctrl, "PING").text, QByteArray("OK\n"));
+}
+
+void TestWpaCtrl::returnsTheReply_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::newRow("plain") << QByteArray("PONG\n");
+    QTest::newRow("empty datagram") << QByteArray("");
+    QTest::newRow("with a zero byte") << QByteArray("a\0b", 3);
+    QTest::newRow("six bytes like an event's prefix") << QByteArray("IFNAME");
+    QTest::newRow("event mark inside") << QByteArray("x<3>");
+}
+
+void TestWpaCtrl::returnsTheReply()
+{
+    QFETCH(QByteArray, reply);
+    FakeSupplicant supplicant;
+    supplicant.SetReply("PING", reply);
+    const Ctrl ctrl = Open();
+
+    const Reply got = Request(ctrl, "PING");
+
+    QCOMPARE(got.result, 0);
+    QCOMPARE(got.text, reply);
+    QCOMPARE(supplicant.Commands(), QStringList{"PING"});
+}
+
+void TestWpaCtrl::cutsALongReply()
+{
+    FakeSupplicant supplicant;
+    supplicant.SetReply("PING", QByteArray(5000, 'x'));
+    const Ctrl ctrl = Open();
+
+    QCOMPARE(Request(ctrl, "PING", 10).text, QByteArray(10, 'x'));
+}
+
+void TestWpaCtrl::dropsEventsBeforeTheReply()
+{
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {"<3>CTRL-EVENT-CONNECTED", "<", "IFNAME=wlan0 <3>X", "IFNAME="};
+    answer.reply = "PONG\n";
+    supplicant.SetAnswer("PING", answer);
+    const Ctrl ctrl = Open();
+
+    QCOMPARE(Request(ctrl, "PING").text, QByteArray("PONG\n"));
+
+    char buffer[64];
+    size_t length = sizeof(buffer);
+    QVERIFY(wpa_ctrl_recv(ctrl.get(), buffer, &length) < 0);
+}
+
+void TestWpaCtrl::handsEventsToTheCallback()
+{
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {"<3>one", "IFNAME=wlan0 <3>two"};
+    supplicant.SetAnswer("PING", answer);
+    const Ctrl ctrl = Open();
+
+    QCOMPARE(Request(ctrl, "PING", 4096, RememberEvent).text, QByteArray("OK\n"));
+
+    QCOMPARE(seenEvents, (QList<QByteArray>{"<3>one", "IFNAME=wlan0 <3>two"}));
+}
+
+void TestWpaCtrl::terminatesAnEventThatFillsTheBuffer()
+{
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {"<3>45678"};
+    supplicant.SetAnswer("PING", answer);
+    const Ctrl ctrl = Open();
+
+    QCOMPARE(Request(ctrl, "PING", 8, RememberEvent).result, 0);
+
+    QCOMPARE(seenEvents, QList<QByteArray>{"<3>4567"});
+}
+
+void TestWpaCtrl::survivesAFloodOfEvents()
+{
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    for (int i = 0; i < 5000; ++i)
+        answer.eventsFirst.append("<3>CTRL-EVENT-SCAN-STARTED " + QByteArray::number(i));
+    answer.reply = "PONG\n";
+    supplicant.SetAnswer("PING", answer);
+    const Ctrl ctrl = Open();
+
+    QCOMPARE(Request(ctrl, "PING").text, QByteArray("PONG\n"));
+}
+
+void TestWpaCtrl::waitsTenSecondsForAReply()
+{
+    FakeSupplicant supplicant;
+    supplicant.SetSilent("PING");
+    const Ctrl ctrl = Open();
+    QElapsedTimer timer;
+    timer.start();
+
+    QCOMPARE(Request(ctrl, "PING").result, -2);
+
+    const qint64 elapsed = timer.elapsed();
+    QVERIFY2(elapsed >= 10000 && elapsed < 10500, qPrintable(QString::number(elapsed)));
+}
+
+void TestWpaCtrl::waitsAfreshAfterAnInterruption()
+{
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    answer.delayMs = 11000;
+    supplicant.SetAnswer("PING", answer);
+    const Ctrl ctrl = Open();
+    // A handler without SA_RESTART: the wait itself is interrupted.
+    struct sigaction action
+    {
+    };
+    action.sa_handler = [](int) {
+    };
+    sigaction(SIGUSR1, &action, nullptr);
+    const pthread_t self = pthread_self();
+    std::thread interrupter([self] {
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        pthread_kill(self, SIGUSR1);
+    });
+
+    const Reply reply = Request(ctrl, "PING");
+
+    interrupter.join();
+    QCOMPARE(reply.text, QByteArray("OK\n"));
+}
+
+void TestWpaCtrl::waitsAfreshAfterAnEvent()
+{
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    answer.delayMs = 11000;
+    supplicant.SetAnswer("PING", answer);
+    const Ctrl ctrl = Open();
+    QCOMPARE(wpa_ctrl_attach(ctrl.get()), 0);
+    std::thread sender([&supplicant] {
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        supplicant.SendEvent("<3>event");
+    });
+
+    const Reply reply = Request(ctrl, "PING");
+
+    sender.join();
+    QCOMPARE(reply.text, QByteArray("OK\n"));
+}
+
+void TestWpaCtrl::triesFiveSecondsToSend()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    supplicant.Freeze();
+    while (send(ctrl->s, "x", 1, 0) == 1)
+        continue;
+    QElapsedTimer timer;
+    timer.start();
+
+    QCOMPARE(Request(ctrl, "PING").result, -1);
+
+    const qint64 elapsed = timer.elapsed();
+    QVERIFY2(elapsed >= 5000 && elapsed < 5500, qPrintable(QString::number(elapsed)));
+}
+
+void TestWpaCtrl::sendsOnceThereIsRoom()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    supplicant.Freeze();
+    while (send(ctrl->s, "<ignored by nobody>", 1, 0) == 1)
+        continue;
+    supplicant.SetSilent("<");
+    std::thread thawer([&supplicant] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        supplicant.Thaw();
+    });
+    QElapsedTimer timer;
+    timer.start();
+
+    const Reply reply = Request(ctrl, "PING");
+
+    const qint64 elapsed = timer.elapsed();
+    thawer.join();
+    QCOMPARE(reply.text, QByteArray("OK\n"));
+    // Tried again a second apart.
+    QVERIFY2(elapsed >= 2000 && elapsed < 2500, qPrintable(QString::number(elapsed)));
+}
+
+void TestWpaCtrl::failsAtOnceWhenThePeerIsGone()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    supplicant.Die();
+    QElapsedTimer timer;
+    timer.start();
+
+    QCOMPARE(Request(ctrl, "PING").result, -1);
+
+    QVERIFY(timer.elapsed() < 100);
+}
+
+void TestWpaCtrl::endsTheWaitWhenThePeerDies()
+{
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    answer.delayMs = 500;
+    answer.dies = true;
+    supplicant.SetAnswer("PING", answer);
+    const Ctrl ctrl = Open();
+    QElapsedTimer timer;
+    timer.start();
+
+    QCOMPARE(Request(ctrl, "PING").result, -1);
+
+    const qint64 elapsed = timer.elapsed();
+    QVERIFY2(elapsed >= 500 && elapsed < 1000, qPrintable(QString::number(elapsed)));
+}
+
+void TestWpaCtrl::attaches_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("OK") << QByteArray("OK\n") << 0;
+    QTest::newRow("refused") << QByteArray("FAIL\n") << -1;
+    QTest::newRow("without line feed") << QByteArray("OK") << -1;
+    QTest::newRow("more after it") << QByteArray("OK\n\n") << -1;
+    QTest::newRow("three other bytes") << QByteArray("ok\n") << -1;
+    QTest::newRow("nothing") << QByteArray("") << -1;
+    QTest::newRow("longer than there is room for") << QByteArray("OK\n          ") << -1;
+}
+
+void TestWpaCtrl::attaches()
+{
+    QFETCH(QByteArray, reply);
+    FakeSupplicant supplicant;
+    supplicant.SetReply("ATTACH", reply);
+    const Ctrl ctrl = Open();
+
+    QTEST(wpa_ctrl_attach(ctrl.get()), "expected");
+
+    QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
+}
+
+void TestWpaCtrl::detaches()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+
+    QCOMPARE(wpa_ctrl_detach(ctrl.get()), 0);
+
+    QCOMPARE(supplicant.Commands(), QStringList{"DETACH"});
+}
+
+void TestWpaCtrl::receivesWithoutWaiting()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    QCOMPARE(wpa_ctrl_attach(ctrl.get()), 0);
+    char buffer[4];
+    size_t length = sizeof(buffer);
+    QVERIFY(wpa_ctrl_recv(ctrl.get(), buffer, &length) < 0);
+    QVERIFY(supplicant.SendEvent("<3>event"));
+
+    QCOMPARE(wpa_ctrl_recv(ctrl.get(), buffer, &length), 0);
+
+    QCOMPARE(QByteArray(buffer, static_cast<int>(length)), QByteArray("<3>e"));
+}
+
+void TestWpaCtrl::seesAPeerAlive()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+
+    QVERIFY(wpa_ctrl_peer_alive(ctrl.get()));
+    supplicant.Freeze();
+    QVERIFY(wpa_ctrl_peer_alive(ctrl.get()));
+}
+
+void TestWpaCtrl::keepsWaitingDatagramsWhenItLooks()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    QCOMPARE(wpa_ctrl_attach(ctrl.get()), 0);
+    QVERIFY(supplicant.SendEvent("<3>event"));
+
+    QVERIFY(wpa_ctrl_peer_alive(ctrl.get()));
+
+    char buffer[64];
+    size_t length = sizeof(buffer);
+    QCOMPARE(wpa_ctrl_recv(ctrl.get(), buffer, &length), 0);
+    QCOMPARE(length, size_t(8));
+}
+
+void TestWpaCtrl::seesADeadPeer()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+
+    supplicant.Die();
+
+    QVERIFY(!wpa_ctrl_peer_alive(ctrl.get()));
+}
+
+void TestWpaCtrl::isNotFooledByASuccessor()
+{
+    FakeSupplicant first;
+    const Ctrl ctrl = Open();
+
+    first.Die();
+    FakeSupplicant second;
+
+    QVERIFY(!wpa_ctrl_peer_alive(ctrl.get()));
+    QCOMPARE(Request(ctrl, "PING").result, -1);
+    QCOMPARE(second.Commands(), QStringList());
+}
+
+void TestWpaCtrl::seesAPeerWhoseNameWasRemoved()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+
+    QVERIFY(wpa_ctrl_peer_alive(ctrl.get()));
+    QCOMPARE(Request(ctrl, "PING").text, QByteArray("OK\n"));
+
+    supplicant.Die();
+    QVERIFY(!wpa_ctrl_peer_alive(ctrl.get()));
+}
+
+void TestWpaCtrl::sendsNothingToLook()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+
+    for (int i = 0; i < 100; ++i)
+        QVERIFY(wpa_ctrl_peer_alive(ctrl.get()));
+    Request(ctrl, "PING");
+
+    QCOMPARE(supplicant.Commands(), QStringList{"PING"});
+}
+
+void TestWpaCtrl::seesTheLifeOfAnAbstractPeer()
+{
+    FakeSupplicant supplicant(Address(QByteArray("\0corvi", 6)));
+    const Ctrl ctrl = Open("@abstract:corvi");
+    QVERIFY(wpa_ctrl_peer_alive(ctrl.get()));
+
+    supplicant.Die();
+
+    QVERIFY(!wpa_ctrl_peer_alive(ctrl.get()));
+}
+
+QTEST_GUILESS_MAIN(TestWpaCtrl)
+#include "tst_wpactrl.moc"
