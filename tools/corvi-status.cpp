@@ -81,7 +81,8 @@ public:
         sigaddset(&stopSignals, SIGINT);
         sigaddset(&stopSignals, SIGTERM);
         sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
-        if (!file.open(::signalfd(-1, &stopSignals, SFD_CLOEXEC), QIODevice::ReadOnly, QFile::AutoCloseHandle))
+        if (!file.open(::signalfd(-1, &stopSignals, SFD_CLOEXEC), QIODevice::ReadOnly,
+                       QFile::AutoCloseHandle))
             return;
         notifier = std::make_unique<QSocketNotifier>(file.handle(), QSocketNotifier::Read);
         QObject::connect(notifier.get(), &QSocketNotifier::activated, qApp, &QCoreApplication::quit);

@@ -7,8 +7,8 @@
 
 QString ZebCert::GetFullPath(const QString &certName)
 {
-    if (certName.isEmpty())
-        return QString();
+    if (certName.isEmpty() || certName.startsWith(QLatin1Char('/')))
+        return certName;
 
     const QStringList folders = {QStringLiteral("/etc/ssl/certs/"), QStringLiteral("/etc/ssl/private/"),
                                  QStringLiteral("/tmp/config/files/certificates/")};

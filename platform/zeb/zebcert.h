@@ -10,6 +10,6 @@ class ZebCert
 {
 public:
     /// The absolute path of the certificate or key stored under `certName`; where no such file exists, the
-    /// path at which it would be looked for first. An empty name gives an empty path.
+    /// path at which it would be looked for first. An absolute path or an empty name is given back as it is.
     static QString GetFullPath(const QString &certName);
 };

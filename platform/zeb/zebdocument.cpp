@@ -50,10 +50,12 @@ void ReadHosts(QStringList &hosts, QXmlStreamReader &xml, QStringList &problems)
     while (xml.readNextStartElement()) {
         const bool isHost = xml.name() == QLatin1String("host");
         const std::optional<QString> text = ReadText(xml);
-        if (isHost && text)
-            hosts << *text;
-        else
+        if (isHost && text) {
+            if (!text->isEmpty())
+                hosts << *text;
+        } else {
             problems << QStringLiteral("hosts: an element that is not a plain host is not used");
+        }
     }
 }
 
@@ -83,7 +85,7 @@ void ReadNetwork(ZebDocument &document, QXmlStreamReader &xml, QStringList &prob
     }
 
     const QString name = network.properties.value(QStringLiteral("name"));
-    const QString reason = name.isEmpty() ? QStringLiteral("has no name") : ZebCheck::TextProblem(name);
+    const QString reason = name.isEmpty() ? QStringLiteral("is empty") : ZebCheck::TextProblem(name);
     if (!reason.isEmpty()) {
         problems << QStringLiteral("the network in line %1 is left out: its name %2").arg(line).arg(reason);
         return;

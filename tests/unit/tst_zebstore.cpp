@@ -1,0 +1,285 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "testsupport.h"
+#include "zebnetconfig.h"
+#include "zebwarnings.h"
+#include "zebxmlconfig.h"
+
+#include <QFile>
+#include <QtTest>
+
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const QByteArray GOOD = "<c><network><name>lan</name></network></c>";
+const QByteArray OTHER = "<c><network><name>lan</name></network><network><name>lan2</name></network></c>";
+const QByteArray CUT = "<c><network><name>lan</name></network><netw";
+
+QStringList Names()
+{
+    return ZebNetConfig::GetNetworkNames();
+}
+
+/// Past the time in which two versions of the file could look the same.
+void LetTheFileSettle()
+{
+    QTest::qSleep(30);
+}
+
+const char *StorePath()
+{
+    static const QByteArray path = TestSupport::STORE_FILE.toUtf8();
+    return path.constData();
+}
+
+/// Writes other bytes of the same number into the file and gives it its old time stamp back.
+void ChangeBehindItsBack(const QByteArray &bytes)
+{
+    struct stat info = {};
+    ::stat(StorePath(), &info);
+    QFile file(TestSupport::STORE_FILE);
+    if (!file.open(QIODevice::ReadWrite) || file.write(bytes) != info.st_size || !file.flush())
+        qFatal("cannot write the store");
+    const timespec times[2] = {info.st_atim, info.st_mtim};
+    ::futimens(file.handle(), times);
+}
+
+} // namespace
+
+/// How the store follows its file: every change is seen, every fault is told once, and what worked stays in
+/// force. The cache lives as long as the process, so each test begins with a good file.
+class TestZebStore : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void sectionNeverSeenIsEmptyAndToldOnce();
+    void seesEveryChange_data();
+    void seesEveryChange();
+    void seesAChangeWithinOneTickOfTheClock();
+    void badFileKeepsTheLastGoodContents_data();
+    void badFileKeepsTheLastGoodContents();
+    void mendedFileIsTaken_data();
+    void mendedFileIsTaken();
+    void problemsAreToldOncePerChange();
+    void sameTextWrittenAgainIsNotToldAgain();
+    void manyProblemsAreBounded();
+    void symbolicLinkIsFollowed();
+    void unchangedFileIsNotReadAgain();
+
+private:
+    // The test framework has a handler of its own, put in place when the tests begin.
+    std::optional<ZebWarnings> warnings;
+};
+
+void TestZebStore::init()
+{
+    warnings.emplace();
+    TestSupport::Remove("/tmp/config");
+    TestSupport::WriteStore(GOOD);
+    QCOMPARE(Names(), QStringList{"lan"});
+    warnings->Take();
+}
+
+void TestZebStore::cleanup()
+{
+    const QStringList untested = warnings->Take();
+    warnings.reset();
+    QCOMPARE(untested, QStringList());
+}
+
+void TestZebStore::sectionNeverSeenIsEmptyAndToldOnce()
+{
+    for (int call = 0; call < 3; ++call)
+        QCOMPARE(ZebXmlConfig().GetConfig("user/never", "key", false, "default", false), "default");
+
+    QCOMPARE(warnings->Take(),
+             QStringList{"/tmp/config/xmlconfig/user/never: No such file or directory; nothing "
+                         "is configured"});
+}
+
+void TestZebStore::seesEveryChange_data()
+{
+    QTest::addColumn<bool>("inPlace");
+    QTest::newRow("written in place") << true;
+    QTest::newRow("replaced by another file") << false;
+}
+
+void TestZebStore::seesEveryChange()
+{
+    QFETCH(bool, inPlace);
+    for (int round = 0; round < 20; ++round) {
+        const QByteArray name = "lan" + QByteArray::number(round);
+        const QByteArray xml = "<c><network><name>" + name + "</name></network></c>";
+
+        TestSupport::WriteFile(inPlace ? TestSupport::STORE_FILE : "/tmp/new", xml);
+        if (!inPlace)
+            QCOMPARE(::rename("/tmp/new", StorePath()), 0);
+
+        QCOMPARE(Names(), QStringList{QString::fromUtf8(name)});
+    }
+}
+
+void TestZebStore::seesAChangeWithinOneTickOfTheClock()
+{
+    // A busy machine may let the tick go by between the writing and the reading; hardly each time.
+    bool isSeen = false;
+    for (int round = 0; round < 100 && !isSeen; ++round) {
+        TestSupport::WriteStore(GOOD);
+        QCOMPARE(Names(), QStringList{"lan"});
+
+        ChangeBehindItsBack(QByteArray(GOOD).replace("lan", "lax"));
+
+        isSeen = Names() == QStringList{"lax"};
+    }
+    QVERIFY(isSeen);
+}
+
+void TestZebStore::badFileKeepsTheLastGoodContents_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("deleted") << "deleted"
+                             << "No such file or directory";
+    QTest::newRow("emptied") << "emptied"
+                             << "line 1, column 0: Premature end of document.";
+    QTest::newRow("cut") << "cut"
+                         << "line 1, column 43: Premature end of document.";
+    QTest::newRow("directory") << "directory"
+                               << "is not a regular file";
+    QTest::newRow("FIFO that nobody writes to") << "fifo"
+                                                << "is not a regular file";
+    QTest::newRow("device") << "device"
+                            << "is not a regular file";
+    QTest::newRow("link that leads to itself") << "loop"
+                                               << "Too many levels of symbolic links";
+    QTest::newRow("too large") << "large"
+                               << "is larger than 4 MiB";
+}
+
+void TestZebStore::badFileKeepsTheLastGoodContents()
+{
+    QFETCH(QString, fault);
+    QFETCH(QString, reason);
+    TestSupport::RemoveStore();
+    if (fault == "emptied")
+        TestSupport::WriteStore("");
+    else if (fault == "cut")
+        TestSupport::WriteStore(CUT);
+    else if (fault == "directory")
+        QCOMPARE(::mkdir(StorePath(), 0700), 0);
+    else if (fault == "fifo")
+        QCOMPARE(::mkfifo(StorePath(), 0600), 0);
+    else if (fault == "device")
+        QCOMPARE(::symlink("/dev/zero", StorePath()), 0);
+    else if (fault == "loop")
+        QCOMPARE(::symlink(StorePath(), StorePath()), 0);
+    else if (fault == "large")
+        TestSupport::WriteStore("<c><!--" + QByteArray(4 * 1024 * 1024, ' ') + "--></c>");
+
+    for (int call = 0; call < 3; ++call)
+        QCOMPARE(Names(), QStringList{"lan"});
+    LetTheFileSettle();
+    QCOMPARE(Names(), QStringList{"lan"});
+
+    QCOMPARE(warnings->Take(),
+             QStringList{TestSupport::STORE_FILE + ": " + reason + "; what was read before stays in force"});
+}
+
+void TestZebStore::mendedFileIsTaken_data()
+{
+    QTest::addColumn<bool>("isDeleted");
+    QTest::newRow("deleted, then there again") << true;
+    QTest::newRow("cut, then whole again") << false;
+}
+
+void TestZebStore::mendedFileIsTaken()
+{
+    QFETCH(bool, isDeleted);
+    if (isDeleted)
+        TestSupport::RemoveStore();
+    else
+        TestSupport::WriteStore(CUT);
+    QCOMPARE(Names(), QStringList{"lan"});
+    QCOMPARE(warnings->Take().size(), 1);
+
+    TestSupport::WriteStore(OTHER);
+
+    QCOMPARE(Names(), (QStringList{"lan", "lan2"}));
+}
+
+void TestZebStore::problemsAreToldOncePerChange()
+{
+    const QByteArray bad = "<c><network><name>lan</name><mtu>9</mtu></network></c>";
+    TestSupport::WriteStore(bad);
+    for (int call = 0; call < 3; ++call)
+        QCOMPARE(Names(), QStringList{"lan"});
+    QCOMPARE(
+        warnings->Take(),
+        QStringList{
+            TestSupport::STORE_FILE +
+            ": network \"lan\": mtu: \"9\" is not a whole number from 68 to 65535; its default is used"});
+
+    LetTheFileSettle();
+    TestSupport::WriteStore(bad + " ");
+    QCOMPARE(Names(), QStringList{"lan"});
+    QCOMPARE(warnings->Take().size(), 1);
+}
+
+void TestZebStore::sameTextWrittenAgainIsNotToldAgain()
+{
+    TestSupport::WriteStore(CUT);
+    QCOMPARE(Names(), QStringList{"lan"});
+    QCOMPARE(warnings->Take().size(), 1);
+
+    LetTheFileSettle();
+    TestSupport::WriteStore(CUT);
+
+    QCOMPARE(Names(), QStringList{"lan"});
+}
+
+void TestZebStore::manyProblemsAreBounded()
+{
+    TestSupport::WriteStore("<c><network><name>lan</name></network>" +
+                            QByteArray("<network/>").repeated(1000) + "</c>");
+
+    QCOMPARE(Names(), QStringList{"lan"});
+
+    const QStringList told = warnings->Take();
+    QCOMPARE(told.size(), 101);
+    QVERIFY(told.constLast().endsWith(": 900 more problems"));
+}
+
+void TestZebStore::symbolicLinkIsFollowed()
+{
+    TestSupport::WriteFile("/tmp/config/elsewhere", OTHER);
+    TestSupport::RemoveStore();
+    QCOMPARE(::symlink("/tmp/config/elsewhere", StorePath()), 0);
+    QCOMPARE(Names().size(), 2);
+
+    TestSupport::WriteFile("/tmp/config/elsewhere", GOOD);
+
+    QCOMPARE(Names().size(), 1);
+}
+
+void TestZebStore::unchangedFileIsNotReadAgain()
+{
+    LetTheFileSettle();
+    QCOMPARE(Names(), QStringList{"lan"});
+
+    ChangeBehindItsBack(QByteArray(GOOD).replace("lan", "lax"));
+
+    QCOMPARE(Names(), QStringList{"lan"});
+}
+
+QTEST_GUILESS_MAIN(TestZebStore)
+#include "tst_zebstore.moc"

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "testsupport.h"
+#include "zebsystem.h"
+
+#include <QElapsedTimer>
+#include <QtTest>
+
+/// Shell lines.
+class TestZebSystem : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void givesTheExitStatus_data();
+    void givesTheExitStatus();
+    void waitsForTheLine();
+    void doesNotWaitForBackgroundJobs();
+    void setsHostname();
+    void keepsTheRestOfTheEnvironment();
+};
+
+void TestZebSystem::givesTheExitStatus_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("success") << "true" << 0;
+    QTest::newRow("status") << "exit 7" << 7;
+    QTest::newRow("no such program") << "/no/such/program 2>/dev/null" << 127;
+    QTest::newRow("syntax error") << "if 2>/dev/null" << 2;
+    QTest::newRow("killed") << "kill -KILL $$" << -1;
+    QTest::newRow("several commands") << "false; true" << 0;
+}
+
+void TestZebSystem::givesTheExitStatus()
+{
+    QFETCH(QString, line);
+
+    QTEST(ZebSystem::execShell(line), "expected");
+}
+
+void TestZebSystem::waitsForTheLine()
+{
+    TestSupport::Remove("/tmp/done");
+
+    ZebSystem::execShell("/bin/sleep 0.3; echo done > /tmp/done");
+
+    QCOMPARE(TestSupport::ReadFile("/tmp/done"), "done\n");
+}
+
+void TestZebSystem::doesNotWaitForBackgroundJobs()
+{
+    QElapsedTimer timer;
+    timer.start();
+
+    ZebSystem::execShell("/bin/sleep 5 &");
+
+    QVERIFY(timer.elapsed() < 2500);
+}
+
+void TestZebSystem::setsHostname()
+{
+    qunsetenv("HOSTNAME");
+
+    ZebSystem::execShell("echo \"$HOSTNAME\" > /tmp/hostname; env | grep -c ^HOSTNAME= >> /tmp/hostname");
+
+    QCOMPARE(TestSupport::ReadFile("/tmp/hostname"), "corvi-sandbox\n1\n");
+}
+
+void TestZebSystem::keepsTheRestOfTheEnvironment()
+{
+    qputenv("TEST_OF_SHELL", "a b");
+
+    ZebSystem::execShell("echo \"$TEST_OF_SHELL\" > /tmp/environment");
+
+    QCOMPARE(TestSupport::ReadFile("/tmp/environment"), "a b\n");
+}
+
+QTEST_GUILESS_MAIN(TestZebSystem)
+#include "tst_zebsystem.moc"

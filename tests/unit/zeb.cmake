@@ -1,0 +1,15 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+
+# The insides of the bundled library; the device's own has none of them.
+if(NOT CORVI_DEVICE_ZEB)
+    corvi_add_unit_test(tst_zebcert LIBS zeb)
+    corvi_add_unit_test(tst_zebdocument LIBS zeb)
+    corvi_add_unit_test(tst_zebnetconfig LIBS zeb)
+    corvi_add_unit_test(tst_zebnetstatus LIBS zeb)
+    corvi_add_unit_test(tst_zebsamples LIBS zeb)
+    target_compile_definitions(tst_zebsamples PRIVATE SAMPLES_FOLDER="${PROJECT_SOURCE_DIR}/docs/samples/")
+    corvi_add_unit_test(tst_zebstore LIBS zeb)
+    corvi_add_unit_test(tst_zebsystem LIBS zeb)
+    corvi_add_unit_test(tst_zebxmlconfig LIBS zeb)
+endif()
