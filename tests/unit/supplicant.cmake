@@ -7,3 +7,4 @@ target_include_directories(fakesupplicant PUBLIC ../support)
 target_link_libraries(fakesupplicant PUBLIC Qt5::Core Threads::Threads)
 
 corvi_add_unit_test(tst_wpactrl LIBS supplicant fakesupplicant)
+corvi_add_unit_test(tst_wpasupplicantcontrol LIBS supplicant support fakesupplicant)

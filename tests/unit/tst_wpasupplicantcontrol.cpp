@@ -1,0 +1,554 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "fakesupplicant.h"
+#include "logging.h"
+#include "testsupport.h"
+#include "wpasupplicantcontrol.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QSocketNotifier>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+const QString CONTROL_ERROR = QStringLiteral("WPA_CTRL_ERROR: Control not Open");
+
+int OpenDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
+}
+
+int LocalNames()
+{
+    return QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System | QDir::Files).size();
+}
+
+/// Runs what waits in the event loop now.
+void Deliver()
+{
+    QCoreApplication::processEvents();
+}
+
+} // namespace
+
+class TestWpaSupplicantControl : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void startsClosed();
+    void knowsTheControlFolder();
+    void opensAndAttaches();
+    void opensWlan0ForAnEmptyName();
+    void logsWhenNobodyListens();
+    void closesWhenAttachIsRefused();
+    void opensAgainAfterARefusal();
+    void leavesNothingWhenOpenedTwice();
+    void detachesWhenClosed();
+    void closesTwice();
+    void closesWhenDestroyed();
+    void closesThoughDetachIsRefused();
+
+    void emitsEvents_data();
+    void emitsEvents();
+    void dropsNoise_data();
+    void dropsNoise();
+    void emitsUpToTheFirstZeroByte();
+    void cutsLongEvents();
+    void readsOneDatagramAtATime();
+    void emitsNothingAfterClosing();
+    void ignoresANotificationWithoutConnection();
+    void survivesItsOwnDeletionWhileItEmits();
+
+    void returnsReplies_data();
+    void returnsReplies();
+    void sendsTheLengthInCharacters();
+    void cutsLongReplies();
+    void failsWithoutConnection();
+    void failsAfterTenSeconds();
+    void failsAtOnceWhenTheSupplicantIsGone();
+    void losesEventsDuringACommand();
+
+    void noticesADeadSupplicant();
+    void leavesALiveSupplicantAlone();
+    void keepsTheConnectionWhenTheNameIsGone();
+    void opensToASuccessor();
+    void leavesNothingAfterManyOpenings();
+};
+
+void TestWpaSupplicantControl::init()
+{
+    Logging::GetInstance(7, false)->SetLoggingLevel(5);
+    TestSupport::ClearLog();
+}
+
+void TestWpaSupplicantControl::cleanup()
+{
+    QCOMPARE(LocalNames(), 0);
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+}
+
+void TestWpaSupplicantControl::startsClosed()
+{
+    FakeSupplicant supplicant;
+
+    WpaSupplicantControl control(nullptr);
+
+    QVERIFY(!control.isCtrlOpen());
+    QCOMPARE(supplicant.Commands(), QStringList());
+}
+
+void TestWpaSupplicantControl::knowsTheControlFolder()
+{
+    QCOMPARE(WpaSupplicantControl::CtrlInterfaceDir, QStringLiteral("/var/run/wpa_supplicant/"));
+}
+
+void TestWpaSupplicantControl::opensAndAttaches()
+{
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    WpaSupplicantControl control(nullptr);
+
+    QVERIFY(control.openControlInterface(QStringLiteral("eth0")));
+
+    QVERIFY(control.isCtrlOpen());
+    QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
+    QVERIFY(TestSupport::LogText().endsWith(
+        " :  WpaSupplicantControl -- Attached to control interface at /var/run/wpa_supplicant/eth0 \n"));
+}
+
+void TestWpaSupplicantControl::opensWlan0ForAnEmptyName()
+{
+    FakeSupplicant supplicant(QStringLiteral("wlan0"));
+    WpaSupplicantControl control(nullptr);
+
+    QVERIFY(control.openControlInterface(QString()));
+
+    QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
+}
+
+void TestWpaSupplicantControl::logsWhenNobodyListens()
+{
+    WpaSupplicantControl control(nullptr);
+
+    QVERIFY(!control.openControlInterface(QStringLiteral("eth0")));
+
+    QVERIFY(!control.isCtrlOpen());
+    QVERIFY(TestSupport::LogText().endsWith(" :  WpaSupplicantControl -- Failed to open control interface at "
+                                            "/var/run/wpa_supplicant/eth0 \n"));
+    QCOMPARE(TestSupport::LogText().count('\n'), 1);
+}
+
+void TestWpaSupplicantControl::closesWhenAttachIsRefused()
+{
+    FakeSupplicant supplicant;
+    supplicant.SetReply("ATTACH", "FAIL\n");
+    const int descriptors = OpenDescriptors();
+    WpaSupplicantControl control(nullptr);
+
+    QVERIFY(!control.openControlInterface(QStringLiteral("wlan0")));
+
+    QVERIFY(!control.isCtrlOpen());
+    QCOMPARE(OpenDescriptors(), descriptors);
+    QVERIFY(TestSupport::LogText().endsWith(
+        " :  WpaSupplicantControl -- Failed to attach to control interface at "
+        "/var/run/wpa_supplicant/wlan0 \n"));
+    // Nothing of the connection is used again.
+    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), CONTROL_ERROR);
+    control.closeControlInterface();
+    QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
+}
+
+void TestWpaSupplicantControl::opensAgainAfterARefusal()
+{
+    FakeSupplicant supplicant;
+    supplicant.SetReply("ATTACH", "FAIL\n");
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(!control.openControlInterface(QStringLiteral("wlan0")));
+    supplicant.SetReply("ATTACH", "OK\n");
+
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+}
+
+void TestWpaSupplicantControl::leavesNothingWhenOpenedTwice()
+{
+    FakeSupplicant supplicant;
+    const int descriptors = OpenDescriptors();
+    {
+        WpaSupplicantControl control(nullptr);
+        QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+        QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+        QCOMPARE(LocalNames(), 1);
+        QCOMPARE(control.findChildren<QSocketNotifier *>().size(), 1);
+    }
+    QCOMPARE(OpenDescriptors(), descriptors);
+}
+
+void TestWpaSupplicantControl::detachesWhenClosed()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+
+    control.closeControlInterface();
+
+    QVERIFY(!control.isCtrlOpen());
+    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "DETACH"}));
+    QCOMPARE(control.findChildren<QSocketNotifier *>().size(), 0);
+}
+
+void TestWpaSupplicantControl::closesTwice()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+
+    control.closeControlInterface();
+    control.closeControlInterface();
+
+    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "DETACH"}));
+}
+
+void TestWpaSupplicantControl::closesWhenDestroyed()
+{
+    FakeSupplicant supplicant;
+    {
+        WpaSupplicantControl control(nullptr);
+        QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    }
+    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "DETACH"}));
+}
+
+void TestWpaSupplicantControl::closesThoughDetachIsRefused()
+{
+    FakeSupplicant supplicant;
+    supplicant.SetReply("DETACH", "FAIL\n");
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+
+    control.closeControlInterface();
+
+    QVERIFY(!control.isCtrlOpen());
+}
+
+void TestWpaSupplicantControl::emitsEvents_data()
+{
+    QTest::addColumn<QByteArray>("event");
+    for (const char *event :
+         {"<3>CTRL-EVENT-CONNECTED - Connection to 02:00:00:00:01:00 completed [id=0 id_str=]",
+          "<3>CTRL-EVENT-SIGNAL-CHANGE above=1", "<3>CTRL-EVENT-REGDOM-CHANGE init=USER type=COUNTRY",
+          "<2>CTRL-EVENT-SCAN-RESULTS", "<4>CTRL-EVENT-BSS-ADDED 0", "CTRL-EVENT-SCAN-STARTED",
+          "<3>ctrl-event-scan-started", " <3>CTRL-EVENT-BSS-ADDED", "<3>CTRL-EVENT-EAP-STARTED", "PONG\n"})
+        QTest::newRow(event) << QByteArray(event);
+}
+
+void TestWpaSupplicantControl::emitsEvents()
+{
+    QFETCH(QByteArray, event);
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+
+    QVERIFY(supplicant.SendEvent(event));
+    Deliver();
+
+    QCOMPARE(events.size(), 1);
+    QCOMPARE(events.at(0).at(0).toString(), QString::fromLatin1(event));
+}
+
+void TestWpaSupplicantControl::dropsNoise_data()
+{
+    QTest::addColumn<QByteArray>("event");
+    for (const char *event :
+         {"<3>CTRL-EVENT-BSS-ADDED 0 02:00:00:00:01:00", "<3>CTRL-EVENT-BSS-REMOVED 0",
+          "<3>CTRL-EVENT-SCAN-STARTED ", "<3>CTRL-EVENT-SCAN-RESULTS ", "<3>CTRL-EVENT-SCAN-FAILED ret=-16",
+          "<3>CTRL-EVENT-REGDOM-CHANGE init=BEACON_HINT type=UNKNOWN",
+          "<3>CTRL-EVENT-EAP-PEER-CERT depth=0 subject='/CN=server'"})
+        QTest::newRow(event) << QByteArray(event);
+}
+
+void TestWpaSupplicantControl::dropsNoise()
+{
+    QFETCH(QByteArray, event);
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+
+    QVERIFY(supplicant.SendEvent(event));
+    QVERIFY(supplicant.SendEvent("<3>the next"));
+    QTRY_COMPARE(events.size(), 1);
+
+    QCOMPARE(events.at(0).at(0).toString(), QStringLiteral("<3>the next"));
+}
+
+void TestWpaSupplicantControl::emitsUpToTheFirstZeroByte()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+
+    QVERIFY(supplicant.SendEvent(QByteArray("<3>one\0two", 10)));
+    Deliver();
+
+    QCOMPARE(events.at(0).at(0).toString(), QStringLiteral("<3>one"));
+}
+
+void TestWpaSupplicantControl::cutsLongEvents()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+
+    QVERIFY(supplicant.SendEvent("<3>" + QByteArray(20000, '\xe9')));
+    Deliver();
+
+    QCOMPARE(events.at(0).at(0).toString(), "<3>" + QString(16380, QChar(0xe9)));
+}
+
+void TestWpaSupplicantControl::readsOneDatagramAtATime()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+    QVERIFY(supplicant.SendEvent("<3>one"));
+    QVERIFY(supplicant.SendEvent("<3>two"));
+
+    QVERIFY(QMetaObject::invokeMethod(&control, "ReadMessage"));
+    QCOMPARE(events.size(), 1);
+
+    Deliver();
+    QCOMPARE(events.size(), 2);
+}
+
+void TestWpaSupplicantControl::emitsNothingAfterClosing()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+    QVERIFY(supplicant.SendEvent("<3>one"));
+
+    control.closeControlInterface();
+    Deliver();
+
+    QCOMPARE(events.size(), 0);
+}
+
+void TestWpaSupplicantControl::ignoresANotificationWithoutConnection()
+{
+    WpaSupplicantControl control(nullptr);
+    QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+
+    QVERIFY(QMetaObject::invokeMethod(&control, "ReadMessage"));
+
+    QCOMPARE(events.size(), 0);
+}
+
+void TestWpaSupplicantControl::survivesItsOwnDeletionWhileItEmits()
+{
+    FakeSupplicant supplicant;
+    auto *control = new WpaSupplicantControl(nullptr);
+    QSignalSpy destroyed(control, &QObject::destroyed);
+    QVERIFY(control->openControlInterface(QStringLiteral("wlan0")));
+    connect(control, &WpaSupplicantControl::MessageReady, control, &QObject::deleteLater);
+
+    QVERIFY(supplicant.SendEvent("<3>one"));
+
+    QTRY_COMPARE(destroyed.size(), 1);
+    QCOMPARE(supplicant.Commands().last(), QStringLiteral("DETACH"));
+}
+
+void TestWpaSupplicantControl::returnsReplies_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("with its line feed") << QByteArray("OK\n") << "OK\n";
+    QTest::newRow("up to the first zero byte") << QByteArray("a\0b", 3) << "a";
+    QTest::newRow("nothing") << QByteArray("") << "";
+    QTest::newRow("any bytes") << QByteArray("\xff\xc3") << QString(QChar(0xff)) + QChar(0xc3);
+}
+
+void TestWpaSupplicantControl::returnsReplies()
+{
+    QFETCH(QByteArray, reply);
+    FakeSupplicant supplicant;
+    supplicant.SetReply("STATUS", reply);
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+
+    QTEST(control.SendCommand(QStringLiteral("STATUS")), "expected");
+}
+
+void TestWpaSupplicantControl::sendsTheLengthInCharacters()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+
+    // 3 characters and 4 bytes.
+    control.SendCommand(QString::fromUtf8("a\xc3\xa9z"));
+
+    QCOMPARE(supplicant.Commands().last(), QString::fromUtf8("a\xc3\xa9"));
+}
+
+void TestWpaSupplicantControl::cutsLongReplies()
+{
+    FakeSupplicant supplicant;
+    supplicant.SetReply("STATUS", QByteArray(20000, 'x'));
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+
+    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), QString(16383, QLatin1Char('x')));
+}
+
+void TestWpaSupplicantControl::failsWithoutConnection()
+{
+    WpaSupplicantControl control(nullptr);
+
+    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), CONTROL_ERROR);
+}
+
+void TestWpaSupplicantControl::failsAfterTenSeconds()
+{
+    FakeSupplicant supplicant;
+    supplicant.SetSilent("STATUS");
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    QElapsedTimer timer;
+    timer.start();
+
+    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), CONTROL_ERROR);
+
+    const qint64 elapsed = timer.elapsed();
+    QVERIFY2(elapsed >= 10000 && elapsed < 10500, qPrintable(QString::number(elapsed)));
+    // The connection itself stays.
+    QVERIFY(control.isCtrlOpen());
+}
+
+void TestWpaSupplicantControl::failsAtOnceWhenTheSupplicantIsGone()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    supplicant.Die();
+    QElapsedTimer timer;
+    timer.start();
+
+    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), CONTROL_ERROR);
+
+    QVERIFY(timer.elapsed() < 1000);
+}
+
+void TestWpaSupplicantControl::losesEventsDuringACommand()
+{
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {"<3>CTRL-EVENT-CONNECTED"};
+    supplicant.SetAnswer("STATUS", answer);
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+
+    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), QStringLiteral("OK\n"));
+    Deliver();
+
+    QCOMPARE(events.size(), 0);
+}
+
+void TestWpaSupplicantControl::noticesADeadSupplicant()
+{
+    FakeSupplicant supplicant;
+    const int descriptors = OpenDescriptors();
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    supplicant.Die();
+    TestSupport::ClearLog();
+
+    control.CheckPeer();
+    control.CheckPeer();
+
+    QVERIFY(!control.isCtrlOpen());
+    // The supplicant's own descriptor is gone, too.
+    QCOMPARE(OpenDescriptors(), descriptors - 1);
+    QCOMPARE(LocalNames(), 0);
+    QCOMPARE(TestSupport::LogText().count('\n'), 1);
+    QVERIFY(TestSupport::LogText().contains("Nobody answers any more at /var/run/wpa_supplicant/wlan0"));
+}
+
+void TestWpaSupplicantControl::leavesALiveSupplicantAlone()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    control.CheckPeer();
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    TestSupport::ClearLog();
+
+    for (int i = 0; i < 10; ++i)
+        control.CheckPeer();
+
+    QVERIFY(control.isCtrlOpen());
+    QCOMPARE(control.SendCommand(QStringLiteral("PING")), QStringLiteral("OK\n"));
+    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "PING"}));
+    QCOMPARE(TestSupport::LogText(), QString());
+}
+
+void TestWpaSupplicantControl::keepsTheConnectionWhenTheNameIsGone()
+{
+    FakeSupplicant supplicant;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+    TestSupport::ClearLog();
+
+    for (int i = 0; i < 10; ++i)
+        control.CheckPeer();
+
+    QVERIFY(control.isCtrlOpen());
+    QCOMPARE(control.SendCommand(QStringLiteral("TERMINATE")), QStringLiteral("OK\n"));
+    // Told once.
+    QCOMPARE(TestSupport::LogText().count('\n'), 1);
+    QVERIFY(TestSupport::LogText().contains("The name is gone, the connection goes on"));
+}
+
+void TestWpaSupplicantControl::opensToASuccessor()
+{
+    FakeSupplicant first;
+    WpaSupplicantControl control(nullptr);
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    first.Die();
+    FakeSupplicant second;
+
+    control.CheckPeer();
+    QVERIFY(!control.isCtrlOpen());
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+
+    QCOMPARE(second.Commands(), QStringList{"ATTACH"});
+}
+
+void TestWpaSupplicantControl::leavesNothingAfterManyOpenings()
+{
+    FakeSupplicant supplicant;
+    const int descriptors = OpenDescriptors();
+    for (int i = 0; i < 200; ++i) {
+        WpaSupplicantControl control(nullptr);
+        QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    }
+
+    QCOMPARE(OpenDescriptors(), descriptors);
+    QCOMPARE(LocalNames(), 0);
+}
+
+QTEST_GUILESS_MAIN(TestWpaSupplicantControl)
+#include "tst_wpasupplicantcontrol.moc"
