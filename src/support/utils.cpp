@@ -10,11 +10,30 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 
+#include <csignal>
 #include <initializer_list>
+
+#include <sys/types.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr int TIME_LIMIT_MS = static_cast<int>(PROGRAM_TIME_LIMIT.count());
+
+/// A program in a process group of its own, so that its time limit ends with it all that it started: a DHCP
+/// client works in a child from the start, which would go on alone and set an address behind our back.
+class Program : public QProcess
+{
+public:
+    ~Program() override
+    {
+        if (state() != NotRunning && processId() > 0)
+            ::kill(-static_cast<pid_t>(processId()), SIGKILL);
+    }
+
+protected:
+    void setupChildProcess() override { ::setpgid(0, 0); }
+};
 
 void SetEnvironment(QProcess &process)
 {
@@ -43,7 +62,7 @@ QStringList Utils::GetResults(QProcess *process)
 
 QStringList Utils::Execute(const QString &program, const QStringList &arguments, bool /*ignored*/)
 {
-    QProcess process;
+    Program process;
     SetEnvironment(process);
     process.start(program, arguments, QIODevice::ReadWrite);
     process.waitForFinished(TIME_LIMIT_MS);
@@ -53,7 +72,7 @@ QStringList Utils::Execute(const QString &program, const QStringList &arguments,
 QStringList Utils::ExecuteMerged(const QString &program, const QStringList &arguments, int timeoutMs)
 {
     qDebug() << "ExecuteMerged" << program << arguments;
-    QProcess process;
+    Program process;
     SetEnvironment(process);
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(program, arguments, QIODevice::ReadWrite);
@@ -78,9 +97,9 @@ QStringList Utils::ExecutePiped(const QString &program1, const QStringList &argu
                                 const QString &program3, const QStringList &arguments3)
 {
     const bool hasThird = !program3.isEmpty();
-    QProcess first;
-    QProcess second;
-    QProcess third;
+    Program first;
+    Program second;
+    Program third;
     for (QProcess *process : {&first, &second, &third})
         SetEnvironment(*process);
     first.setStandardOutputProcess(&second);

@@ -12,7 +12,8 @@ class QProcess;
 /// caller's environment and `DISPLAY` set to ":0". The result is the program's output decoded as UTF-8 up to
 /// the first NUL and split at each line feed, empty parts kept; the single item "Process Crashed" when it
 /// did not exit normally. A program that cannot be started gives one empty item; one that is still running at
-/// its time limit gives what it printed so far and is killed. No state: usable from every thread.
+/// its time limit gives what it printed so far and is killed with all that it started. No state: usable from
+/// every thread.
 class Utils
 {
 public:

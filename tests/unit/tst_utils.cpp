@@ -42,6 +42,7 @@ private Q_SLOTS:
     void mergedHoldsBothChannelsInOrder();
     void mergedTellsWhatItRuns();
     void mergedStopsWaitingAfterItsLimit();
+    void limitEndsTheChildrenToo();
     void mergedOfMissingProgramGivesOneEmptyLine();
     void mergedCrashIsTheWholeResult();
     void spawnedChildIsNotWaitedFor();
@@ -177,6 +178,15 @@ void TestUtils::mergedStopsWaitingAfterItsLimit()
     QCOMPARE(lines.size(), 2);
     QVERIFY(lines.first().toInt() > 0);
     QCOMPARE(::kill(lines.first().toInt(), 0), -1);
+}
+
+void TestUtils::limitEndsTheChildrenToo()
+{
+    const QStringList lines = Utils::ExecuteMerged(SHELL, Script("sleep 60 & echo $!; wait"), 300);
+
+    const int child = lines.first().toInt();
+    QVERIFY(child > 0);
+    QTRY_COMPARE(::kill(child, 0), -1);
 }
 
 void TestUtils::mergedOfMissingProgramGivesOneEmptyLine()
