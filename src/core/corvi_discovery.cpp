@@ -123,6 +123,7 @@ void Corvi::AddDevice(const QString &interfaceName)
 void Corvi::AdoptModem()
 {
     modemStarted = false;
+    modemDevice = nullptr;
     for (const QString &interfaceName : qAsConst(modemInterfaces)) {
         modemDevice = devices.value(interfaceName);
         if (modemDevice)

@@ -1,0 +1,6 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+
+set(CORE_TEST_LIBS core devices config supplicant support zeb Qt5::Network)
+corvi_add_unit_test(tst_corvi_discovery LIBS ${CORE_TEST_LIBS})
+corvi_add_unit_test(tst_corvi_life LIBS ${CORE_TEST_LIBS})
