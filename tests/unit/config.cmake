@@ -2,3 +2,8 @@
 # Copyright (c) 2026 The Corvi developers
 
 corvi_add_unit_test(tst_supplicantrules LIBS config)
+corvi_add_unit_test(tst_wpasupplicantcfg LIBS config)
+
+# What a real supplicant says of the files that the tests above compare with.
+corvi_add_sandboxed_test(golden_files LABEL unit MODE platform
+    COMMAND python3 ${CMAKE_CURRENT_SOURCE_DIR}/../golden/check.py)
