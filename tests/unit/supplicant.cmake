@@ -8,3 +8,5 @@ target_link_libraries(fakesupplicant PUBLIC Qt5::Core Threads::Threads)
 
 corvi_add_unit_test(tst_wpactrl LIBS supplicant fakesupplicant)
 corvi_add_unit_test(tst_wpasupplicantcontrol LIBS supplicant support fakesupplicant)
+corvi_add_unit_test(tst_wpasuppthread LIBS supplicant support fakesupplicant)
+corvi_add_unit_test(tst_wpasuppthread_events LIBS supplicant support fakesupplicant)

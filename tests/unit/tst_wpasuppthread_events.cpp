@@ -1,0 +1,732 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "barewpasuppthread.h"
+#include "fakesupplicant.h"
+#include "logging.h"
+#include "testsupport.h"
+#include "wpasupplicantcontrol.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+const QString WARNING = QStringLiteral("warning 2 'Invalid password for '\\''%1'\\''' "
+                                       "'Please use the network applet to correct this issue'");
+
+int LogLineCount()
+{
+    return TestSupport::LogText().count(QLatin1Char('\n'));
+}
+
+/// The last line of the log without its time stamp.
+QString LastLogLine()
+{
+    const QString line = TestSupport::LogText().split(QLatin1Char('\n'), Qt::SkipEmptyParts).last();
+    return line.mid(line.indexOf(QLatin1String(" :  ")) + 4);
+}
+
+int DebugLines = 0;
+void CountDebugLines(QtMsgType type, const QMessageLogContext &, const QString &text)
+{
+    if (type == QtDebugMsg && (text.contains(QLatin1String("wpa_supplicant can't connect to specified AP")) ||
+                               text.contains(QLatin1String("Stopping wpa_supplicant"))))
+        ++DebugLines;
+}
+
+} // namespace
+
+class TestWpaSuppThreadEvents : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void extractsTheSsid_data();
+    void extractsTheSsid();
+    void takesADisabledSsidForABadPassword();
+    void takesADisabledSsidForAWiredFailure();
+    void connects();
+    void disconnects();
+    void takesAnEapFailure_data();
+    void takesAnEapFailure();
+    void endsWithTheSupplicant();
+    void asksForTheStatusOnASignalChange();
+    void logsEverythingElse_data();
+    void logsEverythingElse();
+    void hearsTheSupplicant();
+
+    void splitsLines_data();
+    void splitsLines();
+    void readsTheStatus_data();
+    void readsTheStatus();
+    void readsNothingFromAFailure();
+    void logsTheStatus();
+    void readsTheStatusOnceWhenAsked();
+
+    void sendsNothingWhenThereIsNothingToDo();
+    void logsNothingWhenThereIsNothingToDo();
+    void reopensALostConnection();
+    void recreatesTheConnectionAfterSixFailures();
+    void startsCountingFailuresAfresh();
+    void countsTwiceWithoutConnection();
+    void stopsAfterThirtyOneTicksWithoutConnection();
+    void missesTheStopWhenItCountsFromOne();
+    void forgetsTheTicksWhenAssociated();
+    void saysEverySixtyTicksThatItCannotConnect();
+    void noticesADeathWithinTwoTicks();
+    void endsInIdleAfterADeath();
+    void staysWhenTheControlFolderIsRemoved();
+    void survivesARefusedAttach();
+    void stopsAfterATerminatingEvent();
+
+    void warnsOncePerEpisode();
+    void warnsOfTheNetwork_data();
+    void warnsOfTheNetwork();
+    void warnsAgainAfterAnotherStatus();
+    void neverWarnsOfAWiredNetwork();
+    void logsThatItCannotWarn();
+
+private:
+    std::unique_ptr<FakeSupplicant> supplicant;
+    std::unique_ptr<BareWpaSuppThread> supervisor;
+};
+
+void TestWpaSuppThreadEvents::init()
+{
+    Logging::GetInstance(7, false)->SetLoggingLevel(4);
+    TestSupport::ClearLog();
+    TestSupport::ClearJournal();
+    TestSupport::ClearAnswers();
+    supplicant = std::make_unique<FakeSupplicant>();
+    supervisor = std::make_unique<BareWpaSuppThread>();
+}
+
+void TestWpaSuppThreadEvents::cleanup()
+{
+    supervisor.reset();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    supplicant.reset();
+    TestSupport::RestorePrograms();
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+    QCOMPARE(QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System).size(), 0);
+}
+
+void TestWpaSuppThreadEvents::extractsTheSsid_data()
+{
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("expected");
+    const QString event = QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED ");
+    QTest::newRow("in quotes") << event + "id=0 ssid=\"MyNet\" auth_failures=1 duration=10"
+                               << "MyNet";
+    QTest::newRow("with blanks") << event + "id=0 ssid=\"My Net\" auth_failures=1"
+                                 << "My Net";
+    QTest::newRow("quotes first, whatever they hold") << event + "reason=\"WRONG KEY\" ssid=\"MyNet\""
+                                                      << "WRONG KEY";
+    QTest::newRow("empty in quotes") << event + "id=0 ssid=\"\" duration=10"
+                                     << "";
+    QTest::newRow("escaped in quotes")
+        << event + "id=0 ssid=\"\\xc3\\xa9\" duration=10" << QString(QChar(0xe9));
+    QTest::newRow("token") << event + "id=0 ssid=MyNet auth_failures=1"
+                           << "MyNet";
+    QTest::newRow("last token wins") << event + "ssid=one ssid=two"
+                                     << "two";
+    QTest::newRow("escaped token") << event + "ssid=a\\x20b"
+                                   << "a b";
+    QTest::newRow("bssid is another token") << event + "bssid=one"
+                                            << "network";
+    QTest::newRow("one quote is none") << event + "ssid=a\"b"
+                                       << "a\"b";
+    QTest::newRow("neither") << event + "id=0"
+                             << "network";
+}
+
+void TestWpaSuppThreadEvents::extractsTheSsid()
+{
+    QFETCH(QString, message);
+
+    supervisor->MessageReceived(message);
+
+    QTEST(supervisor->ssid, "expected");
+}
+
+void TestWpaSuppThreadEvents::takesADisabledSsidForABadPassword()
+{
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->associated = true;
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED id=0 ssid=\"MyNet\""));
+
+    QVERIFY(supervisor->badPassword);
+    QVERIFY(supervisor->associated);
+    QCOMPARE(LastLogLine(), QStringLiteral("INVALID PASSWORD FOR NETWORK MyNet "));
+    QCOMPARE(changes.size(), 0);
+}
+
+void TestWpaSuppThreadEvents::takesADisabledSsidForAWiredFailure()
+{
+    supervisor->wired = true;
+
+    supervisor->MessageReceived(
+        QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED id=0 ssid=\"\" duration=10"));
+
+    QVERIFY(!supervisor->badPassword);
+    QCOMPARE(LastLogLine(), QStringLiteral("FILED TO CONNECT TO WIRED SERVER  "));
+}
+
+void TestWpaSuppThreadEvents::connects()
+{
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->badPassword = true;
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
+
+    QVERIFY(supervisor->associated);
+    QVERIFY(!supervisor->badPassword);
+    QCOMPARE(supervisor->statusText, QStringLiteral("Associated"));
+    QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::MessageReceived -- connected "));
+    QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
+}
+
+void TestWpaSuppThreadEvents::disconnects()
+{
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->associated = true;
+    supervisor->badPassword = true;
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-DISCONNECTED bssid=x reason=3"));
+
+    QVERIFY(!supervisor->associated);
+    QVERIFY(!supervisor->badPassword);
+    QCOMPARE(supervisor->statusText, QStringLiteral("Disconnected"));
+    QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::MessageReceived -- disconnected "));
+    QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
+}
+
+void TestWpaSuppThreadEvents::takesAnEapFailure_data()
+{
+    QTest::addColumn<bool>("wired");
+    QTest::newRow("wireless") << false;
+    QTest::newRow("wired") << true;
+}
+
+void TestWpaSuppThreadEvents::takesAnEapFailure()
+{
+    QFETCH(bool, wired);
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->wired = wired;
+    supervisor->associated = true;
+    supervisor->interface = QStringLiteral("eth0");
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE EAP authentication failed"));
+
+    QVERIFY(!supervisor->associated);
+    QCOMPARE(supervisor->badPassword, !wired);
+    QVERIFY(TestSupport::LogText().contains(
+        " :  WpaSuppThread::MessageReceived --EAP Authentication Error eth0 \n"));
+    QCOMPARE(LastLogLine(), QStringLiteral("INVALID PASSWORD FOR NETWORK eth0 "));
+    QCOMPARE(changes.size(), 0);
+}
+
+void TestWpaSuppThreadEvents::endsWithTheSupplicant()
+{
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->associated = true;
+    supervisor->badPassword = true;
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-TERMINATING "));
+
+    QVERIFY(!supervisor->associated);
+    QVERIFY(!supervisor->badPassword);
+    QVERIFY(supervisor->stopRunning);
+    QVERIFY(supervisor->terminateAcknowledged);
+    QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::MessageReceived -- Terminating "));
+    QCOMPARE(changes.size(), 0);
+}
+
+void TestWpaSuppThreadEvents::asksForTheStatusOnASignalChange()
+{
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SIGNAL-CHANGE above=1 signal=-40"));
+
+    QVERIFY(supervisor->checkStatusRequested);
+    QCOMPARE(LogLineCount(), 0);
+}
+
+void TestWpaSuppThreadEvents::logsEverythingElse_data()
+{
+    QTest::addColumn<QString>("message");
+    for (const char *message :
+         {"<3>Trying to associate with 02:00:00:00:01:00", "<2>CTRL-EVENT-CONNECTED - ",
+          "<3>ctrl-event-connected", "CTRL-EVENT-DISCONNECTED", " <3>CTRL-EVENT-TERMINATING",
+          "<3>CTRL-EVENT-SSID-REENABLED id=0", "<3>CTRL-EVENT-EAP-SUCCESS", ""})
+        QTest::newRow(message) << QString::fromLatin1(message);
+}
+
+void TestWpaSuppThreadEvents::logsEverythingElse()
+{
+    QFETCH(QString, message);
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    const QString before = supervisor->toString();
+
+    supervisor->MessageReceived(message);
+
+    QCOMPARE(LastLogLine(), "WpaSuppThread::MessageReceived -- " + message + ' ');
+    QCOMPARE(supervisor->toString(), before);
+    QVERIFY(!supervisor->stopRunning && !supervisor->badPassword && !supervisor->checkStatusRequested);
+    QCOMPARE(changes.size(), 0);
+}
+
+void TestWpaSuppThreadEvents::hearsTheSupplicant()
+{
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->Supervise();
+
+    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
+
+    QTRY_COMPARE(changes.size(), 1);
+    QVERIFY(supervisor->IsAssociated());
+}
+
+void TestWpaSuppThreadEvents::splitsLines_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("key and value") << "ssid=MyNet"
+                                   << "MyNet";
+    QTest::newRow("no value") << "ssid="
+                              << "";
+    QTest::newRow("no equals sign") << "ssid"
+                                    << "";
+    QTest::newRow("nothing") << ""
+                             << "";
+    QTest::newRow("value cut at its own equals sign") << "ssid=a=b"
+                                                      << "a";
+    QTest::newRow("value that begins with one") << "ssid==b"
+                                                << "";
+}
+
+void TestWpaSuppThreadEvents::splitsLines()
+{
+    QFETCH(QString, line);
+
+    QTEST(BareWpaSuppThread::SplitLine(line), "expected");
+}
+
+void TestWpaSuppThreadEvents::readsTheStatus_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QString>("ssid");
+    QTest::addColumn<QString>("status");
+    QTest::addColumn<bool>("associated");
+    QTest::newRow("completed")
+        << QByteArray("bssid=02:00:00:00:01:00\nfreq=2412\nssid=MyNet\nid=0\nwpa_state=COMPLETED\n")
+        << "MyNet"
+        << "COMPLETED" << true;
+    QTest::newRow("scanning") << QByteArray("wpa_state=SCANNING\naddress=02:00:00:00:00:00\n") << "before"
+                              << "SCANNING" << false;
+    QTest::newRow("only the BSSID") << QByteArray("bssid=x\n") << "before"
+                                    << "Thread Created" << true;
+    QTest::newRow("another case") << QByteArray("WPA_STATE=SCANNING\nSSID=x\n") << "before"
+                                  << "Thread Created" << true;
+    QTest::newRow("completed in small letters") << QByteArray("wpa_state=completed") << "before"
+                                                << "completed" << false;
+    QTest::newRow("SSID with an equals sign") << QByteArray("ssid=a=b\n") << "a"
+                                              << "Thread Created" << true;
+    QTest::newRow("escaped SSID stays so") << QByteArray("ssid=\\xc3\\xa9\n") << "\\xc3\\xa9"
+                                           << "Thread Created" << true;
+    QTest::newRow("state without value") << QByteArray("wpa_state\n") << "before"
+                                         << "" << false;
+    QTest::newRow("last of two") << QByteArray("ssid=one\nssid=two\n") << "two"
+                                 << "Thread Created" << true;
+    QTest::newRow("nothing") << QByteArray("") << "before"
+                             << "Thread Created" << true;
+}
+
+void TestWpaSuppThreadEvents::readsTheStatus()
+{
+    QFETCH(QByteArray, reply);
+    supplicant->SetReply("STATUS", reply);
+    supervisor->Supervise();
+    supervisor->ssid = QStringLiteral("before");
+    supervisor->associated = true;
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+
+    supervisor->CheckStatus();
+
+    QTEST(supervisor->ssid, "ssid");
+    QTEST(supervisor->statusText, "status");
+    QTEST(supervisor->associated, "associated");
+    QCOMPARE(changes.size(), 0);
+}
+
+void TestWpaSuppThreadEvents::readsNothingFromAFailure()
+{
+    supervisor->ssid = QStringLiteral("before");
+    supervisor->associated = true;
+    const QString before = supervisor->toString();
+
+    supervisor->CheckStatus();
+
+    QCOMPARE(supervisor->toString(), before);
+}
+
+void TestWpaSuppThreadEvents::logsTheStatus()
+{
+    supplicant->SetReply("STATUS", "ssid=MyNet\nwpa_state=COMPLETED\n");
+    supervisor->Supervise();
+    TestSupport::ClearLog();
+    supervisor->CheckStatus();
+    QCOMPARE(LogLineCount(), 1);
+    QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::CheckStatus wpa_state=COMPLETED,COMPLETED,1 "));
+    Logging::GetInstance(7, false)->SetLoggingLevel(5);
+    TestSupport::ClearLog();
+
+    supervisor->CheckStatus();
+
+    const QString text = TestSupport::LogText();
+    QVERIFY(text.contains(" :  WpaSuppThread::CheckStatus start COMPLETED true \n"));
+    QVERIFY(text.contains(" :  WpaSuppThread::CheckStatus ssid=MyNet \n"));
+    QVERIFY(text.contains(" :  WpaSuppThread::CheckStatus wpa_state=COMPLETED \n"));
+    QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::CheckStatus done true "));
+    // The empty part after the last line feed counts as a line.
+    QCOMPARE(LogLineCount(), 6);
+}
+
+void TestWpaSuppThreadEvents::readsTheStatusOnceWhenAsked()
+{
+    supervisor->Supervise();
+    supervisor->checkStatusRequested = true;
+
+    supervisor->Tick(3);
+
+    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
+}
+
+void TestWpaSuppThreadEvents::sendsNothingWhenThereIsNothingToDo()
+{
+    supervisor->Supervise();
+    supervisor->associated = true;
+    supplicant->ClearCommands();
+
+    supervisor->Tick(100);
+
+    QCOMPARE(supplicant->Commands(), QStringList());
+}
+
+void TestWpaSuppThreadEvents::logsNothingWhenThereIsNothingToDo()
+{
+    Logging::GetInstance(7, false)->SetLoggingLevel(6);
+    supervisor->Supervise();
+    TestSupport::ClearLog();
+
+    supervisor->Tick(100);
+
+    QCOMPARE(TestSupport::LogText(), QString());
+}
+
+void TestWpaSuppThreadEvents::reopensALostConnection()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->Tick(3);
+    QCOMPARE(supervisor->openFailures, 3);
+    supplicant = std::make_unique<FakeSupplicant>();
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->checkStatusRequested = true;
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsControlOpen());
+    // The status is read at once, and not again for the request that was waiting.
+    supervisor->Tick();
+    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
+    QVERIFY(supervisor->associated);
+    QCOMPARE(supervisor->openFailures, 0);
+    QCOMPARE(supervisor->unassociatedTicks, 0);
+}
+
+void TestWpaSuppThreadEvents::recreatesTheConnectionAfterSixFailures()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    const WpaSupplicantControl *const first = supervisor->control;
+    supervisor->Tick(5);
+    QCOMPARE(supervisor->control, first);
+    QCOMPARE(supervisor->openFailures, 5);
+    TestSupport::ClearLog();
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->control != first);
+    QCOMPARE(supervisor->openFailures, 0);
+    QCOMPARE(TestSupport::LogText().count("WpaSuppThread::RestartWpaCtl \n"), 1);
+}
+
+void TestWpaSuppThreadEvents::startsCountingFailuresAfresh()
+{
+    supervisor->Supervise();
+    supervisor->openFailures = 5;
+
+    supervisor->Tick();
+
+    QCOMPARE(supervisor->openFailures, 0);
+}
+
+void TestWpaSuppThreadEvents::countsTwiceWithoutConnection()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+
+    supervisor->Tick(4);
+
+    QCOMPARE(supervisor->unassociatedTicks, 8);
+}
+
+void TestWpaSuppThreadEvents::stopsAfterThirtyOneTicksWithoutConnection()
+{
+    DebugLines = 0;
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->Tick(30);
+    QVERIFY(!supervisor->stopRunning);
+    QCOMPARE(supervisor->unassociatedTicks, 60);
+    qInstallMessageHandler(CountDebugLines);
+
+    supervisor->Tick();
+
+    qInstallMessageHandler(nullptr);
+    QCOMPARE(DebugLines, 1);
+    QVERIFY(supervisor->stopRunning);
+    QVERIFY(supervisor->running);
+    QCOMPARE(LastLogLine(), QStringLiteral(" failed to connect, Stopping wpa_supplicant "));
+    // The give-up leaves out the second count.
+    QCOMPARE(supervisor->unassociatedTicks, 61);
+    supervisor->Tick();
+    QVERIFY(!supervisor->running);
+    QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+void TestWpaSuppThreadEvents::missesTheStopWhenItCountsFromOne()
+{
+    supervisor->Supervise();
+    supervisor->Tick();
+    QCOMPARE(supervisor->unassociatedTicks, 1);
+    supplicant->Die();
+
+    // From an odd count the second count of a tick reaches the limit and starts afresh.
+    supervisor->Tick(30);
+    QCOMPARE(supervisor->unassociatedTicks, 0);
+    supervisor->Tick(30);
+    QVERIFY(!supervisor->stopRunning);
+
+    supervisor->Tick();
+    QVERIFY(supervisor->stopRunning);
+}
+
+void TestWpaSuppThreadEvents::forgetsTheTicksWhenAssociated()
+{
+    supervisor->Supervise();
+    supervisor->Tick(59);
+    QCOMPARE(supervisor->unassociatedTicks, 59);
+    supervisor->associated = true;
+
+    supervisor->Tick();
+
+    QCOMPARE(supervisor->unassociatedTicks, 0);
+}
+
+void TestWpaSuppThreadEvents::saysEverySixtyTicksThatItCannotConnect()
+{
+    DebugLines = 0;
+    supervisor->Supervise();
+    qInstallMessageHandler(CountDebugLines);
+    supervisor->Tick(60);
+    const int afterSixty = DebugLines;
+    supervisor->Tick();
+    const int afterSixtyOne = DebugLines;
+    supervisor->Tick(61);
+    qInstallMessageHandler(nullptr);
+
+    QCOMPARE(afterSixty, 0);
+    QCOMPARE(afterSixtyOne, 1);
+    QCOMPARE(DebugLines, 2);
+    QVERIFY(supervisor->running);
+    QVERIFY(!supervisor->stopRunning);
+}
+
+void TestWpaSuppThreadEvents::noticesADeathWithinTwoTicks()
+{
+    supervisor->Supervise();
+    supervisor->associated = true;
+    supervisor->Tick();
+    supplicant->ClearCommands();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    TestSupport::ClearLog();
+
+    supplicant->Die();
+    supervisor->Tick(2);
+
+    QVERIFY(!supervisor->IsControlOpen());
+    QVERIFY(!supervisor->IsAssociated());
+    QVERIFY(supervisor->running);
+    QCOMPARE(changes.size(), 0);
+    QCOMPARE(TestSupport::LogText().count("Nobody answers any more"), 1);
+}
+
+void TestWpaSuppThreadEvents::endsInIdleAfterADeath()
+{
+    supervisor->Supervise();
+    supervisor->associated = true;
+    supervisor->Tick();
+    supplicant->Die();
+    Logging::GetInstance(7, false)->SetLoggingLevel(2);
+    TestSupport::ClearLog();
+
+    supervisor->Tick(32);
+
+    QVERIFY(!supervisor->running && !supervisor->restarting);
+    // What an operator reads of 32 ticks: the death, five new control objects, the end.
+    QCOMPARE(LogLineCount(), 7);
+}
+
+void TestWpaSuppThreadEvents::staysWhenTheControlFolderIsRemoved()
+{
+    supervisor->Supervise();
+    supervisor->associated = true;
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+    TestSupport::ClearLog();
+
+    supervisor->Tick(40);
+
+    QVERIFY(supervisor->IsControlOpen());
+    QVERIFY(supervisor->IsAssociated());
+    QCOMPARE(LogLineCount(), 1);
+    // So that a stop still reaches it, and no second one is started beside it.
+    supervisor->Stop(5);
+    supervisor->Tick();
+    QVERIFY(supplicant->Commands().contains("TERMINATE"));
+}
+
+void TestWpaSuppThreadEvents::survivesARefusedAttach()
+{
+    supplicant->SetReply("ATTACH", "FAIL\n");
+    supervisor->Supervise();
+
+    supervisor->Tick(7);
+    QVERIFY(!supervisor->IsControlOpen());
+    supplicant->SetReply("ATTACH", "OK\n");
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsControlOpen());
+}
+
+void TestWpaSuppThreadEvents::stopsAfterATerminatingEvent()
+{
+    supervisor->Supervise();
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED"));
+    supplicant->Die();
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-TERMINATING "));
+    QVERIFY(supervisor->running);
+    supervisor->Tick();
+
+    QVERIFY(!supervisor->running && !supervisor->restarting && !supervisor->control);
+    QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+void TestWpaSuppThreadEvents::warnsOncePerEpisode()
+{
+    supervisor->Supervise();
+    for (int i = 0; i < 5; ++i) {
+        supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED id=0 ssid=\"MyNet\""));
+        supervisor->Tick(3);
+    }
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE"));
+    supervisor->Tick(3);
+
+    QVERIFY(TestSupport::WaitForJournal(1));
+    QTest::qWait(200);
+    QCOMPARE(TestSupport::Journal(), QStringList{WARNING.arg("MyNet")});
+    QCOMPARE(supervisor->statusText, QStringLiteral("BadPassword"));
+    // The flag of the later reports waits.
+    QVERIFY(supervisor->badPassword);
+}
+
+void TestWpaSuppThreadEvents::warnsOfTheNetwork_data()
+{
+    QTest::addColumn<QString>("ssid");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("by name") << "My Net"
+                             << "My Net";
+    QTest::newRow("without name") << ""
+                                  << "network";
+    QTest::newRow("with a place holder") << "%1 %2"
+                                         << "%1 %2";
+}
+
+void TestWpaSuppThreadEvents::warnsOfTheNetwork()
+{
+    QFETCH(QString, ssid);
+    QFETCH(QString, expected);
+    supervisor->Supervise();
+    supervisor->ssid = ssid;
+    supervisor->badPassword = true;
+    TestSupport::ClearLog();
+
+    supervisor->Tick();
+
+    QVERIFY(TestSupport::WaitForJournal(1));
+    QCOMPARE(TestSupport::Journal(), QStringList{QString(WARNING).replace("%1", expected)});
+    QVERIFY(!supervisor->badPassword);
+    QVERIFY(TestSupport::LogText().contains(
+        " :  BAD PASSWORD -- warning 2, Invalid password for '" + expected +
+        "', Please use the network applet to correct this issue " + ssid + " wlan0 \n"));
+    QCOMPARE(LastLogLine(), QStringLiteral("Spawned preccess returned  1 "));
+}
+
+void TestWpaSuppThreadEvents::warnsAgainAfterAnotherStatus()
+{
+    supervisor->Supervise();
+    supervisor->badPassword = true;
+    supervisor->Tick();
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-DISCONNECTED"));
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED ssid=\"MyNet\""));
+
+    supervisor->Tick();
+
+    QVERIFY(TestSupport::WaitForJournal(2));
+}
+
+void TestWpaSuppThreadEvents::neverWarnsOfAWiredNetwork()
+{
+    supervisor->Supervise(QStringLiteral("wlan0"), QStringLiteral("wired"));
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE"));
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED ssid=\"\""));
+    supervisor->Tick(5);
+    QTest::qWait(200);
+
+    QCOMPARE(TestSupport::Journal(), QStringList());
+    QCOMPARE(supervisor->statusText, QStringLiteral("Thread Created"));
+}
+
+void TestWpaSuppThreadEvents::logsThatItCannotWarn()
+{
+    TestSupport::RemoveProgram(QStringLiteral("warning"));
+    supervisor->Supervise();
+    supervisor->badPassword = true;
+
+    supervisor->Tick();
+
+    QCOMPARE(LastLogLine(), QStringLiteral("Spawned preccess returned  0 "));
+    QVERIFY(!supervisor->badPassword);
+}
+
+QTEST_GUILESS_MAIN(TestWpaSuppThreadEvents)
+#include "tst_wpasuppthread_events.moc"
