@@ -16,7 +16,8 @@ int main(int argc, char *argv[])
 
     Corvi corvi(nullptr);
     TerminationSignals signalSource(nullptr);
-    QObject::connect(&signalSource, &TerminationSignals::terminationRequested, &corvi, [&corvi] { corvi.Stop(0); });
+    QObject::connect(&signalSource, &TerminationSignals::terminationRequested, &corvi,
+                     [&corvi] { corvi.Stop(0); });
     corvi.Start();
     return QCoreApplication::exec();
 }

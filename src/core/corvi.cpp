@@ -45,8 +45,8 @@ Corvi::Corvi(QObject *parent) : QObject(parent), log(Logging::GetInstance(KEEP_L
     LogPlatformWarnings();
     ApplyDebugFlag();
     log->LogMessage(QStringLiteral("Corvi::Corvi"), true);
-    log->LogMessage(QStringLiteral("BUILD TIME %1T%2").arg(QStringLiteral(__DATE__), QStringLiteral(__TIME__)),
-                    true);
+    log->LogMessage(
+        QStringLiteral("BUILD TIME %1T%2").arg(QStringLiteral(__DATE__), QStringLiteral(__TIME__)), true);
     log->LogMessage(LoggingLevelText(), true);
 
     loopTimer = std::make_unique<QTimer>();

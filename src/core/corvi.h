@@ -110,7 +110,7 @@ protected: // data: what tests look at through a subclass
     QStringList wiredInterfaces;
     QStringList wirelessInterfaces;
     QStringList modemInterfaces;
-    QStringList operstateFiles; ///< grows with every rescan and is read by nobody: kept as it is
+    QStringList operstateFiles;              ///< grows with every rescan and is read by nobody: kept as it is
     QHash<QString, NetworkDevice *> devices; ///< owned
     bool wirelessFound = false;
     bool forceRescan = true;

@@ -31,7 +31,8 @@ int ReadLinkType(const QString &interfaceName)
 bool IsWirelessInterface(const QString &interfaceName)
 {
     return QFileInfo(SYS_NET + interfaceName + QStringLiteral("/wireless")).isDir() ||
-           interfaceName.startsWith(QStringLiteral("wlan")) || interfaceName.startsWith(QStringLiteral("mlan"));
+           interfaceName.startsWith(QStringLiteral("wlan")) ||
+           interfaceName.startsWith(QStringLiteral("mlan"));
 }
 
 } // namespace

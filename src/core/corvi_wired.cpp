@@ -99,7 +99,8 @@ void Corvi::SuperviseWired(NetworkDevice *d)
     if (!IsSupplicantActive()) {
         StartWiredSupplicant(d);
     } else if (reconfigureWpa) {
-        Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected" << static_cast<int>(d->usesSupplicant);
+        Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected"
+               << static_cast<int>(d->usesSupplicant);
         StartWiredSupplicant(d);
     } else {
         WaitForAuthentication(d);
@@ -177,7 +178,8 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
     }
     if (!pause.IsDue(RetryPause::Time::clock::now()))
         return;
-    // Once the pauses have stopped growing the line would only repeat itself for as long as the server is away.
+    // Once the pauses have stopped growing the line would only repeat itself for as long as the server is
+    // away.
     Log(pause.IsLongest() ? 4 : 2) << "Corvi::RetryDhcp - no address, trying again on" << d->name;
     d->ConfigureNetwork(true);
     pause.NoteAttempt(RetryPause::Time::clock::now());

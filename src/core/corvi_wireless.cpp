@@ -29,7 +29,8 @@ void Corvi::onAssociatedChanged(bool state)
         if (!state)
             return;
         wirelessDevice->ConfigureNetwork(true);
-        Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("on_wifi_assoc")}, false);
+        Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("on_wifi_assoc")},
+                       false);
         Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("qwebauth")}, false);
         Log(4) << "Corvi::onAssociatedChanged"
                << "start on_wifi_assoc";
@@ -135,8 +136,9 @@ void Corvi::SuperviseWireless()
     }
     wirelessDevice->RefreshStatus();
     if (reconfigureWpa) {
-        Log(4) << "Corvi::WirelessNetworkSetup wirelessConnected " << static_cast<int>(wirelessDevice->isRunning)
-               << " reconfigureWpa " << static_cast<int>(reconfigureWpa);
+        Log(4) << "Corvi::WirelessNetworkSetup wirelessConnected "
+               << static_cast<int>(wirelessDevice->isRunning) << " reconfigureWpa "
+               << static_cast<int>(reconfigureWpa);
         Log(4) << "Corvi::Loop:: reconfigureWpa -- Update conf File";
         ReconfigureWpa(wirelessDevice);
     }

@@ -155,7 +155,7 @@ bool BondedDevice::isAvailable()
 
 void BondedDevice::EnableBonding()
 {
-    Log(4) << "Renaming" << renaming << "BringUp" << bringUp << "usePrimary" << usePrimary;
+    Log(2) << "Renaming" << renaming << "BringUp" << bringUp << "usePrimary" << usePrimary;
     if (!isAvailable())
         Log(2) << "Bonding driver was not found";
     if (bondingActive || !slaves.isEmpty()) {
@@ -213,7 +213,7 @@ void BondedDevice::LoadDriver()
 
 void BondedDevice::DisableBonding()
 {
-    Log(4) << "Renaming" << renaming << "BringUp" << bringUp;
+    Log(2) << "Renaming" << renaming << "BringUp" << bringUp;
     QFile masters(BONDING_MASTERS);
     if (masters.open(QIODevice::ReadOnly)) {
         const QStringList entries =

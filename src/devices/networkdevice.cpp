@@ -177,8 +177,10 @@ void NetworkDevice::ReadCarrier()
 void NetworkDevice::UpdateIpInformation()
 {
     status->SetIfaceInfo(macAddress, ipAddress, broadcast, netmask);
-    Log(2) << "NetworkDevice::UpdateIpInformation" << macAddress << "," << ipAddress << ","
-           << status->GetBroadcast();
+    // The same address found again, or still none, is no news.
+    Log(ipAddress == lastToldAddress ? 4 : 2) << "NetworkDevice::UpdateIpInformation" << macAddress << ","
+                                              << ipAddress << "," << status->GetBroadcast();
+    lastToldAddress = ipAddress;
     if (ipAddress.isEmpty() || !isUp) {
         inFallback = false;
         ipAnnounced = false;

@@ -144,6 +144,8 @@ private:
 
     const QByteArray kernelName; ///< the name as the kernel's interfaces take it
     const QByteArray carrierPath;
+    QString lastToldAddress; ///< by UpdateIpInformation(), in the log
+    bool dhcpFailed = false; ///< the last attempt failed, and the log says so
 };
 
 Q_DECLARE_METATYPE(NetworkDevice *)

@@ -47,7 +47,7 @@ void NetworkDevice::ConfigureNetwork(bool renew)
 
 void NetworkDevice::ApplyConfig(bool renew)
 {
-    Log(2) << "NetworkDevice::ConfigureNetwork  Name=" << currentConfig->GetName()
+    Log(4) << "NetworkDevice::ConfigureNetwork  Name=" << currentConfig->GetName()
            << "Use Static DNS=" << currentConfig->staticIp;
     if (!isWireless)
         ApplyWiredFlags();
@@ -68,7 +68,8 @@ void NetworkDevice::ApplyConfig(bool renew)
 
 void NetworkDevice::ApplyWiredFlags()
 {
-    usesSupplicant = currentConfig->securityMode.toLower() != QLatin1String("unsecured");
+    if (currentConfig->securityMode.toLower() != QLatin1String("unsecured"))
+        usesSupplicant = true;
     fallbackEnabled = currentConfig->dot1xFallback == QLatin1String("fallback");
     Log(4) << "NetworkDevice::ConfigureNetwork 8021x Fallback enabled=" << fallbackEnabled
            << "inFallback =" << inFallback;
@@ -91,13 +92,17 @@ void NetworkDevice::ObtainAddress()
     Log(4) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
     if (!Dhclient(name)) {
-        Log(2) << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
+        // Attempts go on for as long as there is no server: the first failure is news, the others are not.
+        Log(dhcpFailed ? 4 : 2)
+            << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
+        dhcpFailed = true;
         // The attempt flushed the interface: the fields must not announce the address it had.
         ipAddress.clear();
         broadcast.clear();
         netmask.clear();
         return;
     }
+    dhcpFailed = false;
     Log(4) << "NetworkDevice::ConfigureNetwork - renewing ip address";
     RefreshStatus();
     Log(4) << "NetworkDevice::ConfigureNetwork - status refreshed";

@@ -19,6 +19,7 @@ const QString HOST_LIST = QStringLiteral("/tmp/.hostlist");
 const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
+/// Empty when there is no such file.
 QByteArray ReadAll(const QString &path)
 {
     QFile file(path);
@@ -35,19 +36,28 @@ QByteArray ResolverLines(const QString &dns1, const QString &dns2, const QString
     return lines.toUtf8();
 }
 
-/// Puts `earlier` and the new lines in place in one step, so that a program that resolves a name meanwhile
-/// reads the old or the new file, never a part. A symbolic link at the path is followed and stays.
+/// Puts the contents in place in one step, so that a program that resolves a name meanwhile reads the old or
+/// the new file, never a part. A symbolic link at the path is followed and stays. A file that is a mount
+/// point of its own cannot be replaced and is written in place.
+bool ReplaceResolver(const QByteArray &contents)
+{
+    QSaveFile replacement(RESOLV_CONF);
+    if (replacement.open(QIODevice::WriteOnly) && replacement.write(contents) == contents.size() &&
+        replacement.commit())
+        return true;
+    QFile file(RESOLV_CONF);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(contents) == contents.size();
+}
+
 void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2, const QString &domain)
 {
-    QSaveFile file(RESOLV_CONF);
-    if (!file.open(QIODevice::WriteOnly)) {
+    const QByteArray contents = earlier + ResolverLines(dns1, dns2, domain);
+    const bool isNews = contents != ReadAll(RESOLV_CONF);
+    if (!ReplaceResolver(contents)) {
         Log(2) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
         return;
     }
-    Log(2) << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
-    file.write(earlier + ResolverLines(dns1, dns2, domain));
-    if (!file.commit())
-        Log(2) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
+    Log(isNews ? 2 : 4) << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
 }
 
 } // namespace

@@ -132,7 +132,7 @@ void WpaSuppThread::Quit()
 void WpaSuppThread::RestartSupplicant()
 {
     restarting = true;
-    Log(2) << "WpaSuppThread::RestartSupplicant" << requestedInterface << requestedDriver
+    Log(4) << "WpaSuppThread::RestartSupplicant" << requestedInterface << requestedDriver
            << TrueFalse(running || restarting);
 
     statusText = QStringLiteral("Stopping");
@@ -201,10 +201,12 @@ void WpaSuppThread::LaunchSupplicant()
 
     statusText = QStringLiteral("Starting");
     wired = driver == WIRED_DRIVER;
-    Log(2) << " WpaSuppThread::Start execute" << program << arguments;
+    Log(4) << " WpaSuppThread::Start execute" << program << arguments;
     Log(4) << " WpaSuppThread::Start Driver=" << driver << int(wired);
     const QStringList response = Utils::Execute(program, arguments, false);
-    Log(2) << " WpaSuppThread::Start response=" << response;
+    // A supplicant that starts has nothing to say; a port that nobody authenticates starts one every minute.
+    const bool isSilent = response.join(QString()).trimmed().isEmpty();
+    Log(isSilent ? 4 : 2) << " WpaSuppThread::Start response=" << response;
     terminateAcknowledged = false;
     startingSupplicant = true;
     startPending = true;
