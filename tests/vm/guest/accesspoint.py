@@ -1,0 +1,161 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""Access points: hostapd on a simulated radio and dnsmasq for addresses.
+
+Each one lives in a network namespace of its own, so that its traffic really
+goes through the air.
+"""
+
+import os
+import re
+import subprocess
+from pathlib import Path
+
+import radios
+from harness import REAL_PATH, read, run, wait_for
+
+PASSPHRASE = "correct horse battery"
+WEP_KEY = "0b1c2d3e4f"
+IDENTITY = "thin-client"
+PASSWORD = "an EAP password"
+CERTIFICATES = Path("/etc/ssl/corvi-vm")
+
+# What hostapd needs for each kind of network, after the lines that all have.
+OPEN = ""
+WEP_OPEN = f"wep_key0={WEP_KEY}\nwep_default_key=0\nauth_algs=1"
+WEP_SHARED = f"wep_key0={WEP_KEY}\nwep_default_key=0\nauth_algs=2"
+WPA = f"wpa=1\nwpa_key_mgmt=WPA-PSK\nwpa_pairwise=TKIP\nwpa_passphrase={PASSPHRASE}"
+WPA2 = f"wpa=2\nwpa_key_mgmt=WPA-PSK\nrsn_pairwise=CCMP\nwpa_passphrase={PASSPHRASE}"
+WPA3 = f"wpa=2\nwpa_key_mgmt=SAE\nrsn_pairwise=CCMP\nieee80211w=2\nsae_pwe=2\nsae_password={PASSPHRASE}"
+WPA2_SHA256_AND_WPA3 = (
+    "wpa=2\nwpa_key_mgmt=WPA-PSK WPA-PSK-SHA256 SAE\nrsn_pairwise=CCMP\nieee80211w=1\nsae_pwe=2\n"
+    f"wpa_passphrase={PASSPHRASE}"
+)
+WPA2_AND_WPA3 = WPA2_SHA256_AND_WPA3.replace(" WPA-PSK-SHA256", "")
+ENTERPRISE = (
+    "wpa=2\nwpa_key_mgmt=WPA-EAP\nrsn_pairwise=CCMP\nieee8021x=1\neap_server=1\n"
+    f"eap_user_file=USERS\nca_cert={CERTIFICATES}/ca.crt\n"
+    f"server_cert={CERTIFICATES}/server.crt\nprivate_key={CERTIFICATES}/server.key\n"
+    "pac_opaque_encr_key=000102030405060708090a0b0c0d0e0f\neap_fast_a_id=101112131415161718191a1b1c1d1e1f\n"
+    "eap_fast_a_id_info=corvi-vm\neap_fast_prov=3\n"
+    f"dh_file={CERTIFICATES}/dh"
+)
+
+# hostapd's lines for a channel of each band.
+CHANNEL_1 = "hw_mode=g\nchannel=1"
+CHANNEL_6 = "hw_mode=g\nchannel=6"
+CHANNEL_36 = "hw_mode=a\nchannel=36"
+CHANNEL_6GHZ = "hw_mode=a\nchannel=5\nop_class=131\nieee80211ax=1\nhe_oper_centr_freq_seg0_idx=5"
+
+
+def users_file(method):
+    """hostapd's users: an outer method for everybody, and one person for the inner ones. The client only has
+    a hash of the password, which is enough for MSCHAPV2 and not for GTC."""
+    inner = "GTC" if method == "PEAP-GTC" else "MSCHAPV2"
+    return f'* {(method or "PEAP").split("-")[0]}\n"{IDENTITY}" {inner} "{PASSWORD}" [2]\n'
+
+
+def make_certificates():
+    """A small certificate authority, a server's and a client's certificate."""
+    CERTIFICATES.mkdir(parents=True)
+    # EAP-FAST hands out its first PAC over anonymous Diffie-Hellman.
+    run("openssl", "genpkey", "-genparam", "-algorithm", "DH", "-pkeyopt", "group:ffdhe2048",
+        "-out", CERTIFICATES / "dh")
+    key = ["openssl", "req", "-nodes", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1"]
+    run(*key, "-x509", "-days", "30", "-subj", "/CN=Corvi test CA",
+        "-keyout", CERTIFICATES / "ca.key", "-out", CERTIFICATES / "ca.crt")
+    for name, usage in (("server", "serverAuth"), ("client", "clientAuth")):
+        (CERTIFICATES / "usage").write_text(f"extendedKeyUsage={usage}\n")
+        run(*key, "-subj", f"/CN=corvi-{name}",
+            "-keyout", CERTIFICATES / f"{name}.key", "-out", CERTIFICATES / f"{name}.csr")
+        run("openssl", "x509", "-req", "-days", "30", "-in", CERTIFICATES / f"{name}.csr",
+            "-CA", CERTIFICATES / "ca.crt", "-CAkey", CERTIFICATES / "ca.key", "-CAcreateserial",
+            "-extfile", CERTIFICATES / "usage", "-out", CERTIFICATES / f"{name}.crt")
+
+
+class AccessPoint:
+    """One network in the air; number N serves addresses of 10.N.0.0/24."""
+
+    def __init__(self, number, ssid, security=OPEN, channel=CHANNEL_1, hidden=False, method=None):
+        self.ssid = ssid
+        self.namespace = f"ap{number}"
+        self.network = f"10.{number}.0"
+        self.folder = Path(f"/tmp/{self.namespace}")
+        self.folder.mkdir()
+        self.hostapd = None
+        self.configuration = (
+            f"interface=ap\ndriver=nl80211\nctrl_interface={self.folder}/control\n"
+            f"ssid2={ssid.encode().hex()}\nutf8_ssid=1\n{channel}\n{self._with_method(security, method)}\n"
+            f"ignore_broadcast_ssid={int(hidden)}\n"
+        )
+        self._make_link()
+        self.start()
+        self._serve_addresses()
+
+    def _with_method(self, security, method):
+        users = self.folder / "users"
+        users.write_text(users_file(method))
+        return security.replace("USERS", str(users))
+
+    def _make_link(self):
+        run("ip", "netns", "add", self.namespace)
+        radio = radios.unique_name()
+        interface = radios.make_radio(radio)
+        run("iw", "phy", radio, "set", "netns", "name", self.namespace)
+        self.run("ip", "link", "set", interface, "name", "ap")
+        self.run("ip", "link", "set", "lo", "up")
+
+    def run(self, *command, **options):
+        """Runs a program on the access point's machine."""
+        return run("ip", "netns", "exec", self.namespace, *command, **options)
+
+    def _start(self, log, *command):
+        with open(self.folder / log, "ab") as output:
+            return subprocess.Popen(["ip", "netns", "exec", self.namespace, *map(str, command)],
+                                    stdin=subprocess.DEVNULL, stdout=output, stderr=output,
+                                    env={**os.environ, "PATH": REAL_PATH})
+
+    def start(self):
+        """Goes on the air, and only returns once it is there."""
+        (self.folder / "hostapd.conf").write_text(self.configuration)
+        seen = self.log().count("AP-ENABLED")
+        self.hostapd = self._start("hostapd.log", "hostapd", "-d", self.folder / "hostapd.conf")
+        wait_for(f"{self.namespace} on the air", 
+                 lambda: self.log().count("AP-ENABLED") > seen or self.hostapd.poll() is not None, 30)
+        if self.hostapd.poll() is not None:
+            raise AssertionError("hostapd ended:\n" + "\n".join(self.log().splitlines()[-20:]))
+        self.run("ip", "addr", "replace", f"{self.network}.1/24", "dev", "ap")
+
+    def stop(self):
+        """Goes off the air as without power: nobody is told."""
+        self.hostapd.kill()
+        self.hostapd.wait()
+        self.run("ip", "link", "set", "ap", "down")
+
+    def log(self):
+        return read(self.folder / "hostapd.log")
+
+    def control(self, *command):
+        return self.run("hostapd_cli", "-p", self.folder / "control", "-i", "ap", *command)
+
+    def stations(self):
+        """The MAC addresses of those that are associated and authorised."""
+        return re.findall(r"^(\S+)\nflags=.*\[AUTHORIZED\]", self.control("all_sta"), re.M)
+
+    def station_value(self, key):
+        """What the access point says of its first station, for example its AKMSuiteSelector."""
+        found = re.search(rf"^{key}=(.*)$", self.control("all_sta"), re.M)
+        return found.group(1) if found else ""
+
+    def frequency(self):
+        return int(re.search(r"^freq=(\d+)", self.control("status"), re.M).group(1))
+
+    def serves(self, address):
+        return address.startswith(self.network + ".")
+
+    def _serve_addresses(self):
+        self._start("dnsmasq.log", "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0",
+                    "--user=root", "--interface=ap", "--log-dhcp", "--log-facility=-", "--dhcp-authoritative",
+                    "--no-ping", f"--dhcp-range={self.network}.50,{self.network}.99,255.255.255.0,1h",
+                    f"--dhcp-leasefile={self.folder}/leases", "--pid-file=")
+        wait_for("DHCP server ready", lambda: "DHCP, IP range" in read(self.folder / "dnsmasq.log"), 30)

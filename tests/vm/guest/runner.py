@@ -1,0 +1,115 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""Runs the scenarios in the guest and says how each went.
+
+    runner.py SOURCE BUILD SCENARIO...
+
+Scenarios mostly wait (for a supplicant's seven seconds, a scan, a lease), so
+several run side by side, each in its own private machine.
+"""
+
+import os
+import subprocess
+import sys
+import threading
+import time
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+import scenarios  # first: it says where the others are found
+import accesspoint
+from harness import run
+
+SIDE_BY_SIDE = 5
+# The longest scenario takes about two minutes; one that hangs must not take the others' time.
+LIMIT = 240
+# Python's own status for a fault of the runner is 1.
+SOME_FAILED = 3
+# More processes than a scenario starts.
+PROCESSES = 20000
+LOGS = Path("/mnt")
+# What a failed scenario leaves behind for the reader.
+KEPT = "/var/log /tmp/*.conf /tmp/*.log /tmp/ap* /tmp/corvi-output /tmp/config /tmp/fakes"
+
+print_lock = threading.Lock()
+
+
+def say(text):
+    with print_lock:
+        print(text, flush=True)
+
+
+def prepare():
+    Path("/proc/sys/kernel/pid_max").write_text("4194304")
+    # Radios are made by the scenarios. Without a country, access points may not use 5 and 6 GHz.
+    run("modprobe", "mac80211_hwsim", "radios=0")
+    run("modprobe", "veth")
+    run("mount", "-t", "debugfs", "debugfs", "/sys/kernel/debug")
+    run("iw", "reg", "set", "DE")
+    accesspoint.make_certificates()
+
+
+def private_machine(scenario, source):
+    sandbox = f"{source}/tests/sandbox/run"
+    if scenario.own_network:
+        return [sandbox, "--platform"]
+    return ["unshare", "--mount", "--ipc", "--uts", "--pid", "--fork", "--kill-child", "--mount-proc",
+            sandbox, "--inside", "platform"]
+
+
+def run_scenario(scenario, source, number):
+    logs = LOGS / scenario.name
+    logs.mkdir()
+    # The private machine's files go with it, so they are copied by its last command.
+    keep = f"find {KEPT} -type f -exec cp --parents -t {logs} {{}} + 2>/dev/null"
+    # The kernel tells users of its wireless interface apart by a number made from their process's, whatever
+    # namespace they are in: an access point stops when one of the same number ends elsewhere.
+    own_numbers = f"echo {number * PROCESSES} >/proc/sys/kernel/ns_last_pid"
+    script = f'{own_numbers} || exit; "$@"; status=$?; [ $status = 0 ] || {keep}; exit $status'
+    command = [*private_machine(scenario, source), "/bin/sh", "-c", script, "sh",
+               "/usr/bin/python3", "-B", "-u", scenarios.__file__, scenario.name]
+    begin = time.monotonic()
+    process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                               text=True, errors="replace")
+    killer = threading.Timer(LIMIT, process.kill)
+    killer.start()
+    output = []
+    for line in process.stdout:
+        output.append(line.rstrip())
+        if line.startswith("* "):
+            say(f"vm: {scenario.name}: {line[2:].rstrip()}")
+    process.wait()
+    hung = not killer.is_alive()
+    killer.cancel()
+    return report(scenario, process.returncode == 0, hung, time.monotonic() - begin, output)
+
+
+def report(scenario, passed, hung, seconds, output):
+    (LOGS / scenario.name / "output").write_text("\n".join(output) + "\n")
+    lines = [f"vm: {'pass' if passed else 'FAIL'} {scenario.name} ({seconds:.0f} s)"]
+    if hung:
+        lines.append(f"vm:      ended after {LIMIT} s")
+    if not passed:
+        lines += [f"vm:      {line}" for line in output]
+    say("\n".join(lines))
+    return scenario.name, passed
+
+
+def main():
+    source, build, names = sys.argv[1], sys.argv[2], sys.argv[3:]
+    os.environ["CORVI_BUILD_DIR"] = build
+    prepare()
+    wanted = scenarios.chosen(names)
+    begin = time.monotonic()
+    with ThreadPoolExecutor(SIDE_BY_SIDE) as radio_lane, ThreadPoolExecutor(1) as guest_lane:
+        results = [(radio_lane if scenario.own_network else guest_lane).submit(run_scenario, scenario, source, number)
+                   for number, scenario in enumerate(wanted, 1)]
+    failed = [name for name, passed in (result.result() for result in results) if not passed]
+    say(f"vm: {len(results) - len(failed)} of {len(results)} scenarios passed in {time.monotonic() - begin:.0f} s")
+    if failed:
+        say(f"vm: failed: {' '.join(failed)}")
+    return SOME_FAILED if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,73 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""Which scenarios there are, and how one runs.
+
+A scenario is a test method of a module in the folder scenarios: joins.open is
+test_open of scenarios/joins.py. Each runs in a private machine of its own
+(tests/sandbox) within the guest; a module that sets OWN_NETWORK = False keeps
+the guest's own network namespace, where the kernel puts the interfaces that a
+module's loading makes. Those never run side by side.
+
+    scenarios.py            lists the names
+    scenarios.py NAME       runs one; in the private machine
+"""
+
+import importlib
+import inspect
+import sys
+import unittest
+from pathlib import Path
+
+VM = Path(__file__).resolve().parents[1]
+sys.path[:0] = [str(VM / "guest"), str(VM / "scenarios"), str(VM.parent / "system")]
+
+
+class Scenario:
+    def __init__(self, module, case, method):
+        self.name = f"{module.__name__}.{method.removeprefix('test_')}"
+        self.what = inspect.getdoc(getattr(case, method)) or ""
+        self.own_network = getattr(module, "OWN_NETWORK", True)
+        self.test = (case, method)
+
+    def run(self):
+        """Prints what it has to say; true when it passed."""
+        case, method = self.test
+        result = unittest.TextTestRunner(stream=sys.stdout, verbosity=0, failfast=True).run(case(method))
+        return result.wasSuccessful() and result.testsRun == 1 and not result.skipped
+
+
+def all_scenarios():
+    found = []
+    for path in sorted((VM / "scenarios").glob("*.py")):
+        module = importlib.import_module(path.stem)
+        for _, case in inspect.getmembers(module, inspect.isclass):
+            if case.__module__ == module.__name__ and issubclass(case, unittest.TestCase):
+                found += [Scenario(module, case, name) for name in vars(case) if name.startswith("test_")]
+    return found
+
+
+def chosen(names):
+    """The scenarios of these names; a module's name stands for all of its scenarios, "all" for everything
+    but the demonstration. Raises KeyError for a name that there is not."""
+    scenarios = all_scenarios()
+    result = []
+    for name in names:
+        matching = [scenario for scenario in scenarios
+                    if name in (scenario.name, scenario.name.split(".")[0])
+                    or (name == "all" and not scenario.name.startswith("demo."))]
+        if not matching:
+            raise KeyError(name)
+        result += [scenario for scenario in matching if scenario not in result]
+    return result
+
+
+def main():
+    if len(sys.argv) == 1:
+        for scenario in all_scenarios():
+            print(f"{scenario.name:36} {scenario.what.splitlines()[0] if scenario.what else ''}")
+        return 0
+    return 0 if chosen(sys.argv[1:2])[0].run() else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

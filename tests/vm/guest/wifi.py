@@ -1,0 +1,99 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""What the Wi-Fi scenarios share: the daemon's radio and the networks around it."""
+
+from pathlib import Path
+
+import radios
+from accesspoint import AccessPoint
+from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_UP, LOG, SystemTest, addresses, network, read, run, status,
+                     wait_for, write_store)
+
+# Discovery, two ticks for a cable to show up, the hold-off, the supplicant's 7.1 s, a scan, a lease; and then
+# four times as much, as the processor is emulated and the scenarios share it.
+JOIN_TIME = 90
+
+
+def say(text):
+    """A line for whoever watches the run."""
+    print(f"* {text}", flush=True)
+
+
+def definition(ssid, mode, name="Office", **properties):
+    """A stored wireless network."""
+    return network(name, securityMode=mode, ssid=ssid, **properties)
+
+
+class WifiTest(SystemTest):
+    """Starts with one radio, wlan0, and nothing in the air."""
+
+    def setUp(self):
+        super().setUp()
+        self.access_points = 0
+        self.radio = None
+        self.plug_in_radio()
+
+    def plug_in_radio(self):
+        self.radio = radios.unique_name()
+        interface = radios.make_radio(self.radio)
+        if interface != "wlan0":
+            run("ip", "link", "set", "dev", interface, "name", "wlan0")
+
+    def pull_out_radio(self):
+        radios.remove_radio(self.radio)
+
+    def set_signal(self, dbm):
+        """How strongly the daemon's radio hears everybody from now on."""
+        Path(f"/sys/kernel/debug/ieee80211/{self.radio}/hwsim/rx_rssi").write_text(str(dbm))
+
+    def access_point(self, ssid, *security, **options):
+        self.access_points += 1
+        return AccessPoint(self.access_points, ssid, *security, **options)
+
+    def own_mac(self):
+        return read("/sys/class/net/wlan0/address").strip()
+
+    def wait_joined(self, access_point, timeout=JOIN_TIME):
+        """Waits until the network has let us in, we have its address, and say so to the other programs."""
+        address = self.wait_address("wlan0", access_point.serves, timeout)
+        self.assertIn(self.own_mac(), access_point.stations())
+        published = wait_for("the address is published", lambda: self.published(address), 10)
+        self.assertEqual(published["macAddress"].lower(), self.own_mac())
+        self.assertTrue(published["wireless"])
+        self.assertTrue(published["connected"])
+        access_point.run("ping", "-c", "1", "-W", "5", address)
+        return address
+
+    @staticmethod
+    def published(address):
+        record = status()
+        return record if record.get("ipAddress") == address else None
+
+    def join(self, access_point, *definitions, **settings):
+        """From a stored definition to an address, the events in between and the published status."""
+        write_store(*definitions, **settings)
+        listener = self.listen()
+        daemon = self.start_daemon()
+        address = self.wait_joined(access_point)
+        self.wait_events(listener, LINK_UP, DHCP_STARTED, ADDRESS_PRESENT)
+        say(f"joined '{access_point.ssid}' at {access_point.frequency()} MHz, address {address}")
+        return daemon
+
+    def wait_refused(self, access_point, text, timeout=JOIN_TIME):
+        """Waits until the supplicant's log says why it gets no further; nobody was let in by then."""
+        wait_for(f"the supplicant says: {text}", lambda: text in self.supplicant_log(), timeout)
+        self.assertEqual(access_point.stations(), [])
+        self.assertEqual(addresses("wlan0"), [])
+
+    @staticmethod
+    def supplicant_log():
+        return read("/var/log/wpa_supplicant.log")
+
+    @staticmethod
+    def supplicant_status():
+        lines = run("wpa_cli", "-i", "wlan0", "status", check=False).splitlines()
+        return dict(line.split("=", 1) for line in lines if "=" in line)
+
+    @staticmethod
+    def count_logged(text):
+        return read(LOG).count(text)
