@@ -21,14 +21,15 @@ COMPLAINT = re.compile(r"Line \d+: |invalid|unknown|unsupported|fail|warn|not al
 
 def read_by_supplicant(path):
     """What the supplicant prints up to the end of its start, and whether it started."""
+    # Left behind by the one before, which was killed in the middle of its start.
+    Path("/run/wpa_supplicant", INTERFACE).unlink(missing_ok=True)
     command = ["wpa_supplicant", "-ddK", "-Dwired", f"-i{INTERFACE}", f"-c{path}"]
     with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as supplicant:
         lines = []
         for line in supplicant.stdout:
             lines.append(line.decode("utf-8", "backslashreplace").rstrip("\n"))
             if lines[-1].startswith(f"{INTERFACE}: Added interface"):
-                supplicant.terminate()
-                supplicant.stdout.read()
+                supplicant.kill()
                 return lines, True
         return lines, False
 
