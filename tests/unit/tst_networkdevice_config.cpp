@@ -1,0 +1,700 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "logging.h"
+#include "namednetwork.h"
+#include "networkdevice.h"
+#include "testsupport.h"
+#include "zebnetstatus.h"
+
+#include <QtTest>
+
+#include <stdexcept>
+
+using TestSupport::Journal;
+using TestSupport::LogText;
+using TestSupport::RealIp;
+
+namespace {
+
+const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
+const QByteArray DHCP_ANSWER = "ip addr add 10.0.0.5/24 broadcast 10.0.0.255 dev eth0; "
+                               "echo bound to 10.0.0.5 -- renewal in 300 seconds.";
+const QByteArray STATIC_ADDRESS = "<staticIp>true</staticIp><ipAddress>10.0.0.9</ipAddress>"
+                                  "<netmask>255.255.255.0</netmask><gateway>10.0.0.1</gateway>";
+const QByteArray STATIC_DNS = "<staticDns>true</staticDns><dns1>1.1.1.1</dns1><dns2>9.9.9.9</dns2>"
+                              "<domain>example.org</domain>";
+
+QByteArray Network(const QByteArray &name, const QByteArray &properties = QByteArray())
+{
+    return "<network><name>" + name + "</name><ssid>" + name + "</ssid>" + properties + "</network>";
+}
+
+void GivenStore(const QByteArray &networks)
+{
+    TestSupport::WriteStore("<networkconfig>" + networks + "</networkconfig>");
+}
+
+/// eth0, up, with its cable in.
+void GivenInterface()
+{
+    TestSupport::MakeVeth("eth0", "peer0");
+    RealIp({"link", "set", "dev", "eth0", "up"});
+    TestSupport::SetCable("peer0", true);
+    QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/carrier"), QByteArray("1\n"));
+}
+
+/// A device with the definitions that apply to it. The kind is what the concrete classes set.
+class Device : public NetworkDevice
+{
+public:
+    explicit Device(const QString &interfaceName, bool wireless = false)
+        : NetworkDevice(interfaceName, nullptr)
+    {
+        isWireless = wireless;
+        connect(this, &NetworkDevice::SendEventMessage, this, [this](int code, int value) {
+            events << QStringLiteral("%1,%2").arg(code).arg(value);
+            programsAtEvent << Journal().join("; ");
+        });
+        InitDevice();
+    }
+
+    QStringList events;
+    QStringList programsAtEvent;
+};
+
+bool Contains(const QStringList &lines, const QString &part)
+{
+    return !lines.filter(part).isEmpty();
+}
+
+} // namespace
+
+/// Which definitions apply to a device, and how one is applied.
+class TestNetworkDeviceConfig : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void withoutConfigurationOneEventIsSent();
+    void flagsBeginClear();
+    void appliedConfigurationIsKept();
+    void configurationIsLogged_data();
+    void configurationIsLogged();
+    void wiredSecurityModeDecidesSupplicant_data();
+    void wiredSecurityModeDecidesSupplicant();
+    void supplicantInUseStaysInUse();
+    void wiredFallbackIsTakenFromTheDefinition_data();
+    void wiredFallbackIsTakenFromTheDefinition();
+    void wirelessKeepsItsFlags();
+    void staticAddressIsSet_data();
+    void staticAddressIsSet();
+    void staticAddressIsAnnounced();
+    void dhcpIsRunOnce();
+    void dhcpIsAnnouncedBeforeAndAfter();
+    void dhcpIsLogged();
+    void boundWithoutAddressIsNotAnnounced();
+    void failedDhcpIsLoggedAndTheRestApplied();
+    void failedDhcpForgetsTheEarlierAddress();
+    void repeatedFailureIsNoNews();
+    void withoutRenewDhcpIsNotRun();
+    void staticDnsIsWritten_data();
+    void staticDnsIsWritten();
+    void hostsAreAlwaysWritten();
+    void wiredSpeedIsSet_data();
+    void wiredSpeedIsSet();
+    void wirelessSpeedIsNotSet();
+    void mtuIsSet_data();
+    void mtuIsSet();
+    void stepsComeInOrder();
+    void exceptionSkipsTheRest();
+
+    void definitionsBelongToADevice_data();
+    void definitionsBelongToADevice();
+    void definitionsAreLogged();
+    void definitionsAreTakenOnce();
+    void laterDefinitionIsPutInItsPlace();
+    void withoutDefinitionsNothingIsFound();
+    void driverChoiceIsPassedOn_data();
+    void driverChoiceIsPassedOn();
+    void blocksFollowOneAnother();
+};
+
+void TestNetworkDeviceConfig::init()
+{
+    TestSupport::RestorePrograms();
+    TestSupport::ClearAnswers();
+    TestSupport::RemoveInterfaces();
+    TestSupport::Remove("/tmp/config");
+    TestSupport::Remove(RESOLV_CONF);
+    TestSupport::Remove("/tmp/.hostlist");
+    GivenStore(Network("lan"));
+    TestSupport::ClearLog();
+    TestSupport::ClearJournal();
+    Logging::GetInstance(7, false)->SetLoggingLevel(4);
+}
+
+void TestNetworkDeviceConfig::withoutConfigurationOneEventIsSent()
+{
+    GivenStore("");
+    Device device("eth0");
+    device.usesSupplicant = true;
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(device.events, QStringList{"1,-1"});
+    QCOMPARE(Journal(), QStringList());
+    QVERIFY(device.usesSupplicant);
+    QVERIFY(!QFile::exists("/tmp/.hostlist"));
+    QVERIFY(LogText().contains(" NetworkDevice::ConfigureNetwork -- Could not find configuration \n"));
+    QVERIFY(!LogText().contains("ConfigureNetwork -- end"));
+}
+
+void TestNetworkDeviceConfig::flagsBeginClear()
+{
+    GivenStore("");
+    Device device("eth0");
+    device.fallbackEnabled = true;
+    device.inFallback = true;
+    device.ipAnnounced = true;
+
+    device.ConfigureNetwork(true);
+
+    QVERIFY(!device.fallbackEnabled);
+    QVERIFY(!device.inFallback);
+    QVERIFY(!device.ipAnnounced);
+}
+
+void TestNetworkDeviceConfig::appliedConfigurationIsKept()
+{
+    GivenStore(Network("lan1") + Network("lan2"));
+    Device device("eth0");
+    ZebNetConfig *const second = device.namedNetworks.value("lan2")->Config();
+
+    device.ConfigureNetwork(false);
+    QCOMPARE(device.currentConfig, device.namedNetworks.value("lan1")->Config());
+
+    device.currentConfig = second;
+    device.ConfigureNetwork(false);
+    QCOMPARE(device.currentConfig, second);
+}
+
+void TestNetworkDeviceConfig::configurationIsLogged_data()
+{
+    QTest::addColumn<QByteArray>("properties");
+    QTest::addColumn<QString>("line");
+
+    // The label speaks of the name servers while the value is that of the address.
+    QTest::newRow("DHCP") << STATIC_DNS << " NetworkDevice::ConfigureNetwork  Name= lan Use Static DNS= 0 \n";
+    QTest::newRow("static") << STATIC_ADDRESS
+                            << " NetworkDevice::ConfigureNetwork  Name= lan Use Static DNS= 1 \n";
+}
+
+void TestNetworkDeviceConfig::configurationIsLogged()
+{
+    QFETCH(QByteArray, properties);
+    QFETCH(QString, line);
+    GivenStore(Network("lan", properties));
+    Device device("eth0");
+
+    device.ConfigureNetwork(false);
+
+    QVERIFY2(LogText().contains(line), qPrintable(LogText()));
+    QVERIFY(LogText().contains(" NetworkDevice::ConfigureNetwork -- start  eth0 \n"));
+    QVERIFY(LogText().endsWith(" NetworkDevice::ConfigureNetwork -- end \n"));
+}
+
+void TestNetworkDeviceConfig::wiredSecurityModeDecidesSupplicant_data()
+{
+    QTest::addColumn<QString>("mode");
+    QTest::addColumn<bool>("uses");
+
+    QTest::newRow("as stored") << "Unsecured" << false;
+    QTest::newRow("lower case") << "unsecured" << false;
+    QTest::newRow("any mix") << "uNSECUREd" << false;
+    QTest::newRow("802.1X") << "802.1X (PEAP/MSCHAPv2)" << true;
+    QTest::newRow("mode key") << "wired_tls" << true;
+    QTest::newRow("nothing") << "" << true;
+    QTest::newRow("only begins so") << "Unsecured network" << true;
+}
+
+void TestNetworkDeviceConfig::wiredSecurityModeDecidesSupplicant()
+{
+    QFETCH(QString, mode);
+    QFETCH(bool, uses);
+    Device device("eth0");
+    device.getCurrentConfig()->securityMode = mode;
+
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(device.usesSupplicant, uses);
+}
+
+void TestNetworkDeviceConfig::supplicantInUseStaysInUse()
+{
+    Device device("eth0");
+    device.usesSupplicant = true;
+
+    device.ConfigureNetwork(false);
+
+    QVERIFY(device.usesSupplicant);
+}
+
+void TestNetworkDeviceConfig::wiredFallbackIsTakenFromTheDefinition_data()
+{
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<bool>("enabled");
+
+    QTest::newRow("enabled") << "fallback" << true;
+    QTest::newRow("capital letter") << "Fallback" << false;
+    QTest::newRow("empty") << "" << false;
+}
+
+void TestNetworkDeviceConfig::wiredFallbackIsTakenFromTheDefinition()
+{
+    QFETCH(QString, value);
+    QFETCH(bool, enabled);
+    Device device("eth0");
+    device.getCurrentConfig()->dot1xFallback = value;
+
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(device.fallbackEnabled, enabled);
+    QVERIFY(LogText().contains(
+        QStringLiteral(" NetworkDevice::ConfigureNetwork 8021x Fallback enabled= %1 inFallback = 0 \n")
+            .arg(enabled)));
+}
+
+void TestNetworkDeviceConfig::wirelessKeepsItsFlags()
+{
+    GivenStore(Network("Office", "<dot1xFallback>fallback</dot1xFallback>"));
+    Device device("wlan0", true);
+    device.usesSupplicant = true;
+
+    device.ConfigureNetwork(false);
+
+    QVERIFY(device.usesSupplicant);
+    QVERIFY(!device.fallbackEnabled);
+    QVERIFY(!LogText().contains("8021x Fallback"));
+}
+
+void TestNetworkDeviceConfig::staticAddressIsSet_data()
+{
+    QTest::addColumn<bool>("renew");
+
+    QTest::newRow("renew") << true;
+    QTest::newRow("no renew") << false;
+}
+
+void TestNetworkDeviceConfig::staticAddressIsSet()
+{
+    QFETCH(bool, renew);
+    GivenStore(Network("lan", STATIC_ADDRESS));
+    Device device("eth0");
+
+    device.ConfigureNetwork(renew);
+
+    QCOMPARE(Journal(), (QStringList{"ifconfig eth0 10.0.0.9 netmask 255.255.255.0 up", "route del default",
+                                     "route add default gw 10.0.0.1", "update_hosts"}));
+    QVERIFY(device.linkUp);
+    QCOMPARE(device.events, QStringList());
+    QVERIFY(LogText().contains(" NetworkDevice::ConfigureNetwork - using static IP \n"));
+    QVERIFY(LogText().contains(" NetworkDevice::ConfigureNetwork - set gateway \n"));
+    QVERIFY2(!QFile::exists(RESOLV_CONF), "without static name servers the file is left as it was");
+}
+
+void TestNetworkDeviceConfig::staticAddressIsAnnounced()
+{
+    GivenInterface();
+    GivenStore(Network("lan", STATIC_ADDRESS));
+    TestSupport::Answer("ifconfig", "ip addr add $2/24 dev $1");
+    Device device("eth0");
+
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(device.events, QStringList{"1,1"});
+    QVERIFY(device.ipAnnounced);
+    QCOMPARE(device.status->GetIp(), QString("10.0.0.9"));
+}
+
+void TestNetworkDeviceConfig::dhcpIsRunOnce()
+{
+    TestSupport::Answer("dhclient", "echo No DHCPOFFERS received.");
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(Journal(), (QStringList{"stop_dhclient.sh", "ip addr flush eth0",
+                                     "dhclient -v -cf /etc/dhcp/dhclient.conf eth0", "update_hosts"}));
+}
+
+void TestNetworkDeviceConfig::dhcpIsAnnouncedBeforeAndAfter()
+{
+    GivenInterface();
+    TestSupport::Answer("dhclient", DHCP_ANSWER);
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(device.events, (QStringList{"1,0", "1,1"}));
+    QCOMPARE(device.programsAtEvent.at(0), QString());
+    QVERIFY(device.programsAtEvent.at(1).endsWith("dhclient -v -cf /etc/dhcp/dhclient.conf eth0"));
+    QCOMPARE(device.ipAddress, QString("10.0.0.5"));
+    QCOMPARE(device.status->GetIp(), QString("10.0.0.5"));
+    QVERIFY(device.ipAnnounced);
+}
+
+void TestNetworkDeviceConfig::dhcpIsLogged()
+{
+    GivenInterface();
+    TestSupport::Answer("dhclient", DHCP_ANSWER);
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    for (const char *line : {" NetworkDevice::ConfigureNetwork - renew ip address \n",
+                             " NetworkDevice::ConfigureNetwork  Interface eth0 \n",
+                             " NetworkDevice::ConfigureNetwork - start event (dhcp) sent  \n",
+                             " NetworkDevice::ConfigureNetwork - renewing ip address \n",
+                             " NetworkDevice::ConfigureNetwork - status refreshed \n",
+                             " NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set \n"})
+        QVERIFY2(LogText().contains(line), line);
+}
+
+void TestNetworkDeviceConfig::boundWithoutAddressIsNotAnnounced()
+{
+    GivenInterface();
+    TestSupport::Answer("dhclient", "echo bound to 10.0.0.5");
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(device.events, QStringList{"1,0"});
+    QVERIFY(LogText().contains("- status refreshed"));
+    QVERIFY(!LogText().contains("IP is set"));
+}
+
+void TestNetworkDeviceConfig::failedDhcpIsLoggedAndTheRestApplied()
+{
+    GivenStore(Network("lan", STATIC_DNS + "<mtu>1400</mtu><speed>100 Mbps Full</speed>"));
+    Logging::GetInstance(7, false)->SetLoggingLevel(2);
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    QVERIFY(LogText().contains(" NetworkDevice::ConfigureNetwork -dhclient(eth0) failed \n"));
+    QCOMPARE(Journal().mid(3),
+             (QStringList{"update_hosts", "ethtool -s eth0 autoneg off speed 100 duplex full",
+                          "ip link set eth0 mtu 1400"}));
+    QVERIFY(TestSupport::ReadFile(RESOLV_CONF).contains("nameserver 1.1.1.1"));
+}
+
+void TestNetworkDeviceConfig::failedDhcpForgetsTheEarlierAddress()
+{
+    GivenInterface();
+    RealIp({"addr", "add", "10.0.0.5/24", "dev", "eth0"});
+    Device device("eth0");
+    device.RefreshStatus();
+    QCOMPARE(device.ipAddress, QString("10.0.0.5"));
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(device.events, QStringList{"1,0"});
+    QCOMPARE(device.ipAddress + device.broadcast + device.netmask, QString());
+    QVERIFY(!device.macAddress.isEmpty());
+    QCOMPARE(device.status->GetIp(), QString());
+    QVERIFY(!device.ipAnnounced);
+}
+
+void TestNetworkDeviceConfig::repeatedFailureIsNoNews()
+{
+    GivenInterface();
+    Logging::GetInstance(7, false)->SetLoggingLevel(2);
+    Device device("eth0");
+    device.ConfigureNetwork(true);
+    QVERIFY(LogText().contains("-dhclient(eth0) failed"));
+    TestSupport::ClearLog();
+
+    device.ConfigureNetwork(true);
+    QCOMPARE(LogText(), QString());
+
+    TestSupport::Answer("dhclient", DHCP_ANSWER);
+    device.ConfigureNetwork(true);
+    TestSupport::ClearAnswers();
+    device.ConfigureNetwork(true);
+    QCOMPARE(LogText().count("-dhclient(eth0) failed"), 1);
+}
+
+void TestNetworkDeviceConfig::withoutRenewDhcpIsNotRun()
+{
+    GivenInterface();
+    RealIp({"addr", "add", "10.0.0.5/24", "dev", "eth0"});
+    Device device("eth0");
+    device.RefreshStatus();
+
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(Journal(), QStringList{"update_hosts"});
+    QCOMPARE(device.events, QStringList());
+    QCOMPARE(device.ipAddress, QString("10.0.0.5"));
+    QVERIFY(!LogText().contains("NetworkDevice::UpdateIpInformation"));
+    QVERIFY(QFile::exists("/tmp/.hostlist"));
+}
+
+void TestNetworkDeviceConfig::staticDnsIsWritten_data()
+{
+    QTest::addColumn<QByteArray>("properties");
+    QTest::addColumn<QByteArray>("contents");
+
+    const QByteArray written = "nameserver 1.1.1.1\nnameserver 9.9.9.9\nsearch example.org\n";
+    QTest::newRow("with DHCP") << STATIC_DNS << written;
+    QTest::newRow("with a static address") << STATIC_ADDRESS + STATIC_DNS << written;
+    QTest::newRow("servers without the flag")
+        << QByteArray("<dns1>1.1.1.1</dns1><dns2>9.9.9.9</dns2>") << QByteArray("nameserver 192.0.2.1\n");
+}
+
+void TestNetworkDeviceConfig::staticDnsIsWritten()
+{
+    QFETCH(QByteArray, properties);
+    TestSupport::WriteFile(RESOLV_CONF, "nameserver 192.0.2.1\n");
+    GivenStore(Network("lan", properties));
+    Device device("eth0");
+
+    device.ConfigureNetwork(false);
+
+    QTEST(TestSupport::ReadFile(RESOLV_CONF), "contents");
+}
+
+void TestNetworkDeviceConfig::hostsAreAlwaysWritten()
+{
+    GivenStore(Network("lan", "<hosts><host>10.0.0.9 printer</host><host>10.0.0.1 gate</host></hosts>"));
+    Device device("eth0");
+
+    device.ConfigureNetwork(false);
+
+    QVERIFY(TestSupport::ReadFile("/tmp/.hostlist").startsWith("10.0.0.9 printer\n10.0.0.1 gate\n127.0.0.1"));
+    QCOMPARE(Journal(), QStringList{"update_hosts"});
+}
+
+void TestNetworkDeviceConfig::wiredSpeedIsSet_data()
+{
+    QTest::addColumn<QString>("speed");
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<bool>("wrong");
+
+    QTest::newRow("auto") << "Auto"
+                          << "" << false;
+    QTest::newRow("empty") << ""
+                           << "" << false;
+    QTest::newRow("full") << "100 Mbps Full"
+                          << "ethtool -s eth0 autoneg off speed 100 duplex full" << false;
+    QTest::newRow("half") << "10 x Half"
+                          << "ethtool -s eth0 autoneg off speed 10 duplex half" << false;
+    QTest::newRow("any other word is half") << "1000 Mbps full"
+                                            << "ethtool -s eth0 autoneg off speed 1000 duplex half" << false;
+    QTest::newRow("empty middle part") << "100  Full"
+                                       << "ethtool -s eth0 autoneg off speed 100 duplex full" << false;
+    QTest::newRow("no number") << "x Mbps Full"
+                               << "ethtool -s eth0 autoneg off speed 0 duplex full" << false;
+    QTest::newRow("two words") << "1000 Full"
+                               << "" << true;
+    QTest::newRow("four words") << "1000 Mbps Full now"
+                                << "" << true;
+    QTest::newRow("other spelling of auto") << "auto"
+                                            << "" << true;
+}
+
+void TestNetworkDeviceConfig::wiredSpeedIsSet()
+{
+    QFETCH(QString, speed);
+    QFETCH(QString, command);
+    QFETCH(bool, wrong);
+    Device device("eth0");
+    device.getCurrentConfig()->speed = speed;
+
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(Journal().mid(1).join("; "), command);
+    QCOMPARE(LogText().contains(" ConfigureNetwork - Wrong format  " + speed + " \n"), wrong);
+}
+
+void TestNetworkDeviceConfig::wirelessSpeedIsNotSet()
+{
+    GivenStore(Network("Office", "<speed>100 Mbps Full</speed><mtu>1400</mtu>"));
+    Device device("wlan0", true);
+
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(Journal().mid(Journal().indexOf("update_hosts")),
+             (QStringList{"update_hosts", "ip link set wlan0 mtu 1400"}));
+}
+
+void TestNetworkDeviceConfig::mtuIsSet_data()
+{
+    QTest::addColumn<QByteArray>("properties");
+    QTest::addColumn<QStringList>("commands");
+
+    QTest::newRow("none") << QByteArray() << QStringList();
+    QTest::newRow("given") << QByteArray("<mtu>1400</mtu>") << QStringList{"ip link set eth0 mtu 1400"};
+    QTest::newRow("after a wrong speed")
+        << QByteArray("<mtu>1400</mtu>") << QStringList{"ip link set eth0 mtu 1400"};
+}
+
+void TestNetworkDeviceConfig::mtuIsSet()
+{
+    QFETCH(QByteArray, properties);
+    QFETCH(QStringList, commands);
+    GivenStore(Network("lan", properties));
+    Device device("eth0");
+    if (QByteArray(QTest::currentDataTag()) == "after a wrong speed")
+        device.getCurrentConfig()->speed = "fast";
+
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(Journal().mid(1), commands);
+}
+
+void TestNetworkDeviceConfig::stepsComeInOrder()
+{
+    GivenInterface();
+    GivenStore(Network("lan", STATIC_DNS + "<speed>100 Mbps Full</speed><mtu>1400</mtu>"));
+    TestSupport::Answer("dhclient", DHCP_ANSWER);
+    TestSupport::Answer("update_hosts", "cp /etc/resolv.conf /tmp/resolver.seen");
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(Journal(),
+             (QStringList{"stop_dhclient.sh", "ip addr flush eth0",
+                          "dhclient -v -cf /etc/dhcp/dhclient.conf eth0", "update_hosts",
+                          "ethtool -s eth0 autoneg off speed 100 duplex full", "ip link set eth0 mtu 1400"}));
+    QVERIFY(TestSupport::ReadFile("/tmp/resolver.seen").contains("1.1.1.1"));
+}
+
+void TestNetworkDeviceConfig::exceptionSkipsTheRest()
+{
+    Device device("eth0");
+    connect(&device, &NetworkDevice::SendEventMessage, &device,
+            [](int, int, NetworkDevice *) { throw std::runtime_error("receiver"); });
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(Journal(), QStringList());
+    QVERIFY(LogText().endsWith(" NetworkDevice::ConfigureNetwork -- Failed \n"));
+}
+
+void TestNetworkDeviceConfig::definitionsBelongToADevice_data()
+{
+    QTest::addColumn<QString>("interface");
+    QTest::addColumn<bool>("wireless");
+    QTest::addColumn<QStringList>("names");
+
+    QTest::newRow("wired, its own definition first")
+        << "eth0" << false << QStringList{"wiredeth0", "lan", "lan2", "lanA", "lana"};
+    QTest::newRow("wired, none of its own") << "eth2" << false << QStringList{"lan", "lan2", "lanA", "lana"};
+    QTest::newRow("wired, longer name") << "eth01" << false << QStringList{"lan", "lan2", "lanA", "lana"};
+    QTest::newRow("wireless") << "wlan0" << true << QStringList{"Home", "Office", "wiredusb0"};
+}
+
+void TestNetworkDeviceConfig::definitionsBelongToADevice()
+{
+    QFETCH(QString, interface);
+    QFETCH(bool, wireless);
+    QFETCH(QStringList, names);
+    GivenStore(Network("lana") + Network("Office") + Network("lan2") + Network("wiredeth1") +
+               Network("wiredethernet") + Network("lanA") + Network("Home") + Network("wiredeth0") +
+               Network("lan") + Network("wiredusb0"));
+
+    const Device device(interface, wireless);
+
+    QCOMPARE(device.GetNamedNetworks(), names);
+    QCOMPARE(device.namedNetworks.size(), names.size());
+    for (const QString &name : qAsConst(names))
+        QCOMPARE(device.namedNetworks.value(name)->IsWireless(), wireless);
+}
+
+void TestNetworkDeviceConfig::definitionsAreLogged()
+{
+    GivenStore(Network("lan2") + Network("Office") + Network("lan1"));
+
+    const Device device("eth0");
+
+    QVERIFY(LogText().contains(" NetworkDevice::getNamedNetworksForDevice()   lan2, Office, lan1 \n"));
+    QVERIFY(LogText().contains(" NetworkDevice::getNamedNetworksForDevice() -- Done  lan1, lan2 \n"));
+}
+
+void TestNetworkDeviceConfig::definitionsAreTakenOnce()
+{
+    GivenStore(Network("lan1") + Network("lan2"));
+    Device device("eth0");
+    NamedNetwork *const first = device.namedNetworks.value("lan1");
+
+    QVERIFY(device.getNamedNetworksForDevice());
+
+    QCOMPARE(device.GetNamedNetworks(), (QStringList{"lan1", "lan2"}));
+    QCOMPARE(device.namedNetworks.value("lan1"), first);
+}
+
+void TestNetworkDeviceConfig::laterDefinitionIsPutInItsPlace()
+{
+    GivenStore(Network("lan2"));
+    Device device("eth0");
+    GivenStore(Network("lan2") + Network("lan1") + Network("wiredeth0"));
+
+    device.getNamedNetworksForDevice();
+
+    QCOMPARE(device.GetNamedNetworks(), (QStringList{"wiredeth0", "lan1", "lan2"}));
+}
+
+void TestNetworkDeviceConfig::withoutDefinitionsNothingIsFound()
+{
+    GivenStore(Network("Office"));
+    Device device("eth0");
+
+    QVERIFY(!device.getNamedNetworksForDevice());
+    QCOMPARE(device.GetNamedNetworks(), QStringList());
+    QCOMPARE(device.GetNamedNetworkWpasInformation(), QStringList());
+}
+
+void TestNetworkDeviceConfig::driverChoiceIsPassedOn_data()
+{
+    QTest::addColumn<bool>("flagFile");
+    QTest::addColumn<bool>("wireless");
+    QTest::addColumn<bool>("passedOn");
+
+    QTest::newRow("wireless, asked for") << true << true << true;
+    QTest::newRow("wireless, not asked for") << false << true << false;
+    QTest::newRow("wired") << true << false << false;
+}
+
+void TestNetworkDeviceConfig::driverChoiceIsPassedOn()
+{
+    QFETCH(bool, flagFile);
+    QFETCH(bool, wireless);
+    QFETCH(bool, passedOn);
+    GivenStore(Network("Office") + Network("lan"));
+    if (flagFile)
+        TestSupport::WriteFile("/tmp/config/files/use_nl_driver", QByteArray());
+
+    const Device device(wireless ? "wlan0" : "eth0", wireless);
+
+    QCOMPARE(LogText().contains(" nn UseNewDriver \n"), passedOn);
+}
+
+void TestNetworkDeviceConfig::blocksFollowOneAnother()
+{
+    GivenStore(Network("Office") + Network("Home"));
+
+    const Device device("wlan0", true);
+
+    const QStringList lines = device.GetNamedNetworkWpasInformation();
+    QCOMPARE(device.getWpaConfig(), lines);
+    QCOMPARE(lines,
+             device.namedNetworks.value("Home")->Block() + device.namedNetworks.value("Office")->Block());
+    QVERIFY(Contains(lines, "Home") && Contains(lines, "Office"));
+}
+
+QTEST_GUILESS_MAIN(TestNetworkDeviceConfig)
+#include "tst_networkdevice_config.moc"

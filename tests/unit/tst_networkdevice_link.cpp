@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "logging.h"
+#include "networkdevice.h"
+#include "testsupport.h"
+
+#include <QTimer>
+#include <QtTest>
+
+#include <functional>
+
+namespace {
+
+using Operation = std::function<void(NetworkDevice &)>;
+
+} // namespace
+
+Q_DECLARE_METATYPE(Operation)
+
+/// The tools that link and address operations run.
+class TestNetworkDeviceLink : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void operationRunsItsTool_data();
+    void operationRunsItsTool();
+    void operationIsLogged_data();
+    void operationIsLogged();
+    void upAndDownKeepTheLinkFlag_data();
+    void upAndDownKeepTheLinkFlag();
+    void failingToolChangesNothing();
+    void startingTwiceRunsTheToolOnce();
+    void startingClearsStoppedAndPolls();
+    void stoppingAStartedDeviceTakesItDown();
+    void stoppingADeviceThatWasNotStartedRunsNothing();
+    void deviceCanBeStartedAgain();
+};
+
+void TestNetworkDeviceLink::init()
+{
+    TestSupport::RestorePrograms();
+    TestSupport::ClearJournal();
+    TestSupport::ClearAnswers();
+    TestSupport::ClearLog();
+    Logging::GetInstance(7, false)->SetLoggingLevel(4);
+}
+
+void TestNetworkDeviceLink::operationRunsItsTool_data()
+{
+    QTest::addColumn<Operation>("operation");
+    QTest::addColumn<QStringList>("journal");
+
+    const auto row = [](const char *name, const Operation &operation, const QStringList &journal) {
+        QTest::newRow(name) << operation << journal;
+    };
+    row("Up", [](NetworkDevice &d) { d.Up(); }, {"ifconfig eth0 up"});
+    row("Up another", [](NetworkDevice &d) { d.Up("eth1"); }, {"ifconfig eth1 up"});
+    row("Up with address", [](NetworkDevice &d) { d.Up("10.0.0.5", "255.0.0.0"); },
+        {"ifconfig eth0 10.0.0.5 netmask 255.0.0.0 up"});
+    row("Up another with address", [](NetworkDevice &d) { d.Up("eth1", "10.0.0.5", "255.0.0.0"); },
+        {"ifconfig eth1 10.0.0.5 netmask 255.0.0.0 up"});
+    row("Down", [](NetworkDevice &d) { d.Down(); }, {"ifconfig eth0 down"});
+    row("Down another", [](NetworkDevice &d) { d.Down("eth1"); }, {"ifconfig eth1 down"});
+    row("AutoNegotiate", [](NetworkDevice &d) { d.AutoNegotiate("eth0"); }, {"ethtool -s eth0 autoneg on"});
+    row("SetSpeed half", [](NetworkDevice &d) { d.SetSpeed("eth0", 100, 0); },
+        {"ethtool -s eth0 autoneg off speed 100 duplex half"});
+    row("SetSpeed full", [](NetworkDevice &d) { d.SetSpeed("eth0", 1000, 1); },
+        {"ethtool -s eth0 autoneg off speed 1000 duplex full"});
+    row("SetSpeed any other duplex", [](NetworkDevice &d) { d.SetSpeed("eth0", 10, 2); },
+        {"ethtool -s eth0 autoneg off speed 10 duplex half"});
+    row("SetMtu", [](NetworkDevice &d) { d.SetMtu("eth0", "1400"); }, {"ip link set eth0 mtu 1400"});
+    row("FlushIpAddress", [](NetworkDevice &d) { d.FlushIpAddress(); }, {"ip addr flush eth0"});
+    row("SetGateway deletes first", [](NetworkDevice &d) { d.SetGateway("10.0.0.1"); },
+        {"route del default", "route add default gw 10.0.0.1"});
+}
+
+void TestNetworkDeviceLink::operationRunsItsTool()
+{
+    QFETCH(Operation, operation);
+    NetworkDevice device("eth0", nullptr);
+
+    operation(device);
+
+    QTEST(TestSupport::Journal(), "journal");
+}
+
+void TestNetworkDeviceLink::operationIsLogged_data()
+{
+    QTest::addColumn<Operation>("operation");
+    QTest::addColumn<QString>("line");
+
+    const auto row = [](const char *name, const Operation &operation, const char *line) {
+        QTest::newRow(name) << operation << QString(line);
+    };
+    row(
+        "Up", [](NetworkDevice &d) { d.Up(); }, "NetworkDevice::Up eth0 ");
+    row(
+        "Up with address", [](NetworkDevice &d) { d.Up("10.0.0.5", "255.0.0.0"); },
+        "NetworkDevice::Up eth0 10.0.0.5 255.0.0.0 ");
+    row(
+        "Down", [](NetworkDevice &d) { d.Down(); }, "NetworkDevice::Down eth0 ");
+    row(
+        "SetSpeed", [](NetworkDevice &d) { d.SetSpeed("eth0", 100, 1); }, "speed:  100  duplex:  full ");
+    row(
+        "SetMtu", [](NetworkDevice &d) { d.SetMtu("eth0", "1400"); }, "NetworkDevice::MTU -  eth0 1400 ");
+    row(
+        "SetGateway", [](NetworkDevice &d) { d.SetGateway("10.0.0.1"); },
+        "NetworkDevice::SetGateway -   10.0.0.1 ");
+}
+
+void TestNetworkDeviceLink::operationIsLogged()
+{
+    QFETCH(Operation, operation);
+    QFETCH(QString, line);
+    NetworkDevice device("eth0", nullptr);
+    TestSupport::ClearLog();
+
+    operation(device);
+
+    const QStringList lines = TestSupport::LogText().split('\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 1);
+    QCOMPARE(lines.first().mid(QStringLiteral("2025-05-03 17:05:01.234 :  ").size()), line);
+}
+
+void TestNetworkDeviceLink::upAndDownKeepTheLinkFlag_data()
+{
+    QTest::addColumn<Operation>("operation");
+    QTest::addColumn<bool>("before");
+    QTest::addColumn<bool>("after");
+
+    const auto row = [](const char *name, const Operation &operation, bool before, bool after) {
+        QTest::newRow(name) << operation << before << after;
+    };
+    row(
+        "Up", [](NetworkDevice &d) { d.Up(); }, false, true);
+    row(
+        "Up with address", [](NetworkDevice &d) { d.Up("10.0.0.5", "255.0.0.0"); }, false, true);
+    row(
+        "Up another", [](NetworkDevice &d) { d.Up("eth1"); }, false, false);
+    row(
+        "Up another with address", [](NetworkDevice &d) { d.Up("eth1", "10.0.0.5", "255.0.0.0"); }, false,
+        false);
+    row(
+        "Down", [](NetworkDevice &d) { d.Down(); }, true, false);
+    row(
+        "Down another", [](NetworkDevice &d) { d.Down("eth1"); }, true, true);
+    row(
+        "Flush", [](NetworkDevice &d) { d.FlushIpAddress(); }, true, true);
+}
+
+void TestNetworkDeviceLink::upAndDownKeepTheLinkFlag()
+{
+    QFETCH(Operation, operation);
+    QFETCH(bool, before);
+    NetworkDevice device("eth0", nullptr);
+    device.linkUp = before;
+
+    operation(device);
+
+    QTEST(device.linkUp, "after");
+}
+
+void TestNetworkDeviceLink::failingToolChangesNothing()
+{
+    TestSupport::RemoveProgram("ifconfig");
+    TestSupport::Answer("route", "echo 'SIOCDELRT: No such process' >&2; exit 7");
+    NetworkDevice device("eth0", nullptr);
+
+    device.Up();
+    device.SetGateway("10.0.0.1");
+
+    QVERIFY(device.linkUp);
+    QCOMPARE(TestSupport::Journal(), (QStringList{"route del default", "route add default gw 10.0.0.1"}));
+}
+
+void TestNetworkDeviceLink::startingTwiceRunsTheToolOnce()
+{
+    NetworkDevice device("eth0", nullptr);
+
+    QCOMPARE(device.StartDevice(), 1);
+    QCOMPARE(device.StartDevice(), 1);
+
+    QCOMPARE(TestSupport::Journal(), QStringList{"ifconfig eth0 up"});
+}
+
+void TestNetworkDeviceLink::startingClearsStoppedAndPolls()
+{
+    NetworkDevice device("eth0", nullptr);
+    device.stopped = true;
+
+    device.StartDevice();
+
+    QVERIFY(!device.stopped);
+    QVERIFY(device.timer->isActive());
+    QVERIFY(!device.timer->isSingleShot());
+    QCOMPARE(device.timer->interval(), 250);
+}
+
+void TestNetworkDeviceLink::stoppingAStartedDeviceTakesItDown()
+{
+    NetworkDevice device("eth0", nullptr);
+    device.StartDevice();
+    TestSupport::ClearJournal();
+
+    QCOMPARE(device.StopDevice(), 1);
+
+    QCOMPARE(TestSupport::Journal(), QStringList{"ifconfig eth0 down"});
+    QVERIFY(device.stopped);
+    QVERIFY(!device.linkUp);
+    QVERIFY2(device.timer->isActive(), "the poll ends itself");
+}
+
+void TestNetworkDeviceLink::stoppingADeviceThatWasNotStartedRunsNothing()
+{
+    NetworkDevice device("eth0", nullptr);
+
+    QCOMPARE(device.StopDevice(), 1);
+    QCOMPARE(device.StopDevice(), 1);
+
+    QCOMPARE(TestSupport::Journal(), QStringList());
+    QVERIFY(device.stopped);
+}
+
+void TestNetworkDeviceLink::deviceCanBeStartedAgain()
+{
+    NetworkDevice device("eth0", nullptr);
+    device.StartDevice();
+    device.StopDevice();
+    TestSupport::ClearJournal();
+
+    device.StartDevice();
+
+    QCOMPARE(TestSupport::Journal(), QStringList{"ifconfig eth0 up"});
+    QVERIFY(!device.stopped);
+}
+
+QTEST_GUILESS_MAIN(TestNetworkDeviceLink)
+#include "tst_networkdevice_link.moc"
