@@ -89,6 +89,8 @@ void Corvi::SendEvent(NetworkDevice *nd, int event, int status)
         eventSocket->disconnectFromServer();
     } else {
         Log(4) << "SendEvent()  did not connect to socket";
+        // A listener whose queue is full leaves the socket trying on; it would connect later and say nothing.
+        eventSocket->abort();
     }
     Log(4) << "SendEvent()  Complete";
 }
