@@ -374,7 +374,7 @@ class SystemTest(unittest.TestCase):
             raise SystemExit("not in the sandbox; run this through tests/sandbox/run")
         self.clean()
         self.addCleanup(self.clean)
-        self.addCleanup(self.explain_failure)
+        self.addCleanup(self.explain_failure, self.failures())
 
     def start_daemon(self):
         daemon = Daemon()
@@ -410,8 +410,12 @@ class SystemTest(unittest.TestCase):
         except AssertionError as error:
             raise AssertionError(f"{error}; came: {listener.events()}") from None
 
-    def explain_failure(self):
-        if not self._outcome.success:
+    def failures(self):
+        result = self._outcome.result
+        return len(result.failures) + len(result.errors)
+
+    def explain_failure(self, failures_before):
+        if self.failures() > failures_before:
             log = read(LOG).splitlines()
             print(f"--- {self.id()}: the daemon's log, last lines ---", *log[-60:], sep="\n", flush=True)
             print("--- its output ---", read("/tmp/corvi-output")[-3000:], sep="\n", flush=True)

@@ -44,13 +44,15 @@ class Flags(SystemTest):
         for number in (signal.SIGTERM, signal.SIGINT):
             with self.subTest(signal.Signals(number).name):
                 daemon = self.start_daemon()
-                daemon.wait_logged("Corvi::LoopTimer started")
+                # Not earlier: system(3) ignores SIGINT while the rescan's shell command runs.
+                self.wait_events(self.listener, ADDRESS_PRESENT)
 
                 os.kill(daemon.pid, number)
 
                 self.assertEqual(daemon.wait_end(10), 0)
                 self.assertNotIn("QThread", read("/tmp/corvi-output"))
                 LOG.unlink()
+                self.listener.clear()
 
     def test_reload_file_forces_one_rescan_and_is_consumed(self):
         daemon = self.start_daemon()
