@@ -77,7 +77,7 @@ private:
     void Refuse(const QString &reason);
     void Warn(const QString &text) const
     {
-        qCWarning(zebLog).noquote() << filePath + QStringLiteral(": ") + text;
+        qCWarning(zebLog, "%s: %s", nativePath.constData(), qUtf8Printable(text));
     }
 
     const QString filePath;

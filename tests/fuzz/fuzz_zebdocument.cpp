@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "zebcheck.h"
+#include "zebdocument.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+namespace {
+
+void Require(bool isTrue)
+{
+    if (!isTrue)
+        std::abort();
+}
+
+} // namespace
+
+/// Any bytes as a file of the store: whatever is taken is harmless, whatever is told fits into a log line.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    ZebDocument document;
+    QStringList problems;
+    QString error;
+    const auto bytes = QByteArray::fromRawData(reinterpret_cast<const char *>(data), static_cast<int>(size));
+    if (!document.Parse(bytes, problems, error)) {
+        Require(!error.isEmpty());
+        return 0;
+    }
+
+    Require(document.networkNames.size() == document.networks.size());
+    for (const QString &name : qAsConst(document.networkNames)) {
+        const auto network = document.networks.constFind(name);
+        Require(network != document.networks.constEnd() && !name.isEmpty());
+        Require(network->properties.value(QStringLiteral("name")) == name);
+        for (const QString &value : network->properties)
+            Require(ZebCheck::TextProblem(value).isEmpty() && !value.isEmpty());
+        for (const QString &host : network->hosts)
+            Require(!host.contains(QLatin1Char('\n')));
+    }
+    for (const QString &value : qAsConst(document.settings))
+        Require(ZebCheck::TextProblem(value).isEmpty());
+    for (const QString &problem : qAsConst(problems))
+        Require(!problem.contains(QLatin1Char('\n')));
+    return 0;
+}
