@@ -50,6 +50,7 @@ public:
     using WpaSuppThread::SendReconfigure;
     using WpaSuppThread::SplitLine;
     using WpaSuppThread::StopSupplicant;
+    using WpaSuppThread::WaitForSupplicantToEnd;
 
     /// The state after a start whose control connection is open.
     void Supervise(const QString &interfaceName = QStringLiteral("wlan0"),

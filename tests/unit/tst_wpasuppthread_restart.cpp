@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+// Each restart blocks for 7.1 s, so a test looks at all that one restart shows.
+
+#include "barewpasuppthread.h"
+#include "fakesupplicant.h"
+#include "logging.h"
+#include "testsupport.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
+const QString LAUNCH =
+    QStringLiteral("wpa_supplicant -B '' -i%1 -D%2 -c/tmp/wpa_supplicant.conf -f/var/log/wpa_supplicant.log");
+
+} // namespace
+
+class TestWpaSuppThreadRestart : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void startsTheSupplicant();
+    void keepsAStartOverTheStopThatItWaitedFor();
+    void replacesARunningSupplicant();
+    void reachesTheSupplicantOfACancelledStart_data();
+    void reachesTheSupplicantOfACancelledStart();
+    void reachesTheSupplicantOfAnEarlierStart();
+    void endsInIdleWithoutConfiguration();
+    void waitsLessWhenNothingRuns();
+};
+
+void TestWpaSuppThreadRestart::init()
+{
+    Logging::GetInstance(7, false)->SetLoggingLevel(4);
+    TestSupport::ClearLog();
+    TestSupport::ClearJournal();
+    TestSupport::WriteFile(CONFIGURATION, "ctrl_interface=/var/run/wpa_supplicant\n");
+}
+
+void TestWpaSuppThreadRestart::cleanup()
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+    QCOMPARE(QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System).size(), 0);
+}
+
+void TestWpaSuppThreadRestart::startsTheSupplicant()
+{
+    BareWpaSuppThread supervisor;
+    QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
+    supervisor.badPassword = true;
+    supervisor.ssid = QStringLiteral("before");
+    supervisor.associated = true;
+    // A stop asked for just before does not cancel the start.
+    supervisor.Stop(1);
+    TestSupport::ClearLog();
+    QElapsedTimer timer;
+    timer.start();
+
+    supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QStringLiteral("peap"));
+
+    const qint64 elapsed = timer.elapsed();
+    QVERIFY2(elapsed >= 7110 && elapsed < 7600, qPrintable(QString::number(elapsed)));
+    QCOMPARE(TestSupport::Journal(),
+             (QStringList{"mkdir -p /var/run/wpa_supplicant", LAUNCH.arg("eth0", "wired")}));
+    QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
+    QCOMPARE(supervisor.interface, QStringLiteral("eth0"));
+    QCOMPARE(supervisor.driver, QStringLiteral("wired"));
+    QCOMPARE(supervisor.method, QStringLiteral("peap"));
+    QCOMPARE(supervisor.statusText, QStringLiteral("Starting"));
+    QCOMPARE(supervisor.ssid, QString());
+    QVERIFY(supervisor.IsRestarting());
+    QVERIFY(!supervisor.IsRunning());
+    QVERIFY(!supervisor.IsAssociated());
+    QVERIFY(supervisor.wired);
+    QVERIFY(!supervisor.stopRunning);
+    QVERIFY(!supervisor.badPassword);
+    const QString text = TestSupport::LogText();
+    int from = 0;
+    for (const char *line :
+         {"WpaSuppThread::Start eth0 wired peap \n", "WpaSuppThread::RestartSupplicant eth0 wired true \n",
+          "WpaSupplicant::Start supplicant is still running need to make sure it stops before continuing \n",
+          "WpaSupplicant::StopSupplicant STOP wpa \n",
+          "WpaSupplicant::Start we should have stopped by now \n",
+          "WpaSuppThread::Start -- Start wpa_supplicant \n"}) {
+        from = text.indexOf(QLatin1String(line), from);
+        QVERIFY2(from >= 0, line);
+    }
+}
+
+void TestWpaSuppThreadRestart::keepsAStartOverTheStopThatItWaitedFor()
+{
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    BareWpaSuppThread supervisor;
+    supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
+    TestSupport::ClearLog();
+
+    // The first tick finishes the stop, as it would without a start.
+    supervisor.Tick();
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run  stoppingSupplicant set"));
+    QVERIFY(!supervisor.IsRunning());
+    QVERIFY(!supervisor.stoppingSupplicant);
+    // Nobody may start a second one now.
+    QVERIFY(supervisor.IsRestarting());
+    QCOMPARE(supplicant.Commands(), QStringList());
+
+    supervisor.Tick();
+    QVERIFY(supervisor.IsRunning());
+    QVERIFY(!supervisor.IsRestarting());
+    QVERIFY(supervisor.IsControlOpen());
+    QVERIFY(supervisor.wired);
+    supervisor.Tick(10);
+    QVERIFY(supervisor.IsRunning());
+    QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
+}
+
+void TestWpaSuppThreadRestart::replacesARunningSupplicant()
+{
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {"<3>CTRL-EVENT-SIGNAL-CHANGE"};
+    supplicant.SetAnswer("TERMINATE", answer);
+    BareWpaSuppThread supervisor;
+    supervisor.Supervise(QStringLiteral("eth0"), QStringLiteral("wired"));
+
+    supervisor.Start(QStringLiteral("wlan0"), QStringLiteral("nl80211,wext"), QString());
+    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
+    // What the old one says while it ends must not end the new one.
+    QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-TERMINATING "));
+    FakeSupplicant successor(QStringLiteral("wlan0"));
+    supervisor.Tick();
+    QCoreApplication::processEvents();
+    supervisor.Tick(3);
+
+    QVERIFY(supervisor.IsRunning());
+    QVERIFY(supervisor.IsControlOpen());
+    QVERIFY(!supervisor.wired);
+    QCOMPARE(successor.Commands(), QStringList{"ATTACH"});
+    QCOMPARE(TestSupport::Journal().last(), LAUNCH.arg("wlan0", "nl80211,wext"));
+}
+
+void TestWpaSuppThreadRestart::reachesTheSupplicantOfACancelledStart_data()
+{
+    QTest::addColumn<int>("ticksBefore");
+    QTest::newRow("before the first tick") << 0;
+    QTest::newRow("between the two ticks") << 1;
+}
+
+void TestWpaSuppThreadRestart::reachesTheSupplicantOfACancelledStart()
+{
+    QFETCH(int, ticksBefore);
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    BareWpaSuppThread supervisor;
+    supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
+    supervisor.Tick(ticksBefore);
+
+    supervisor.Stop(5);
+    supervisor.Tick();
+
+    // Told to end, though no connection to it had been made yet.
+    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
+    QVERIFY(!supervisor.IsRunning() && !supervisor.IsRestarting());
+    supervisor.Tick(5);
+    QVERIFY(!supervisor.IsRunning() && !supervisor.IsRestarting());
+    QVERIFY(!supervisor.control);
+}
+
+void TestWpaSuppThreadRestart::reachesTheSupplicantOfAnEarlierStart()
+{
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    BareWpaSuppThread supervisor;
+    supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
+
+    supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
+
+    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
+    supervisor.Tick(2);
+    QVERIFY(supervisor.IsRunning());
+    QVERIFY(supervisor.IsControlOpen());
+}
+
+void TestWpaSuppThreadRestart::endsInIdleWithoutConfiguration()
+{
+    TestSupport::Remove(CONFIGURATION);
+    BareWpaSuppThread supervisor;
+
+    supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
+
+    QCOMPARE(TestSupport::Journal(), QStringList{"mkdir -p /var/run/wpa_supplicant"});
+    QVERIFY(supervisor.IsRestarting());
+    supervisor.Tick(2);
+    QVERIFY(!supervisor.IsRestarting() && !supervisor.IsRunning());
+    QVERIFY(!supervisor.control);
+}
+
+void TestWpaSuppThreadRestart::waitsLessWhenNothingRuns()
+{
+    BareWpaSuppThread supervisor;
+    QElapsedTimer timer;
+    timer.start();
+
+    supervisor.WaitForSupplicantToEnd();
+
+    QVERIFY(timer.elapsed() >= 100 && timer.elapsed() < 500);
+}
+
+QTEST_GUILESS_MAIN(TestWpaSuppThreadRestart)
+#include "tst_wpasuppthread_restart.moc"

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+// The supervisor as the daemon has it, with its worker thread and an event loop.
+
+#include "barewpasuppthread.h"
+#include "fakesupplicant.h"
+#include "logging.h"
+#include "testsupport.h"
+#include "wpasupplicantcontrol.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
+
+int CountOf(const QString &folder)
+{
+    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+}
+
+} // namespace
+
+class TestWpaSuppThreadWorker : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void hasOneInstance();
+    void ticksOnTheMainThread();
+    void endsItsLoopWhenAskedTo();
+    void endsWhenAskedBeforeItRuns();
+    void startsRestartsAndStops();
+    void leavesNothingAfterManyStartsAndStops();
+    void leavesQuietlyWithTheProcess();
+};
+
+void TestWpaSuppThreadWorker::init()
+{
+    Logging::GetInstance(7, false)->SetLoggingLevel(4);
+    TestSupport::ClearLog();
+    TestSupport::ClearJournal();
+    TestSupport::WriteFile(CONFIGURATION, "ctrl_interface=/var/run/wpa_supplicant\n");
+}
+
+void TestWpaSuppThreadWorker::cleanup()
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+}
+
+void TestWpaSuppThreadWorker::hasOneInstance()
+{
+    WpaSuppThread *const first = WpaSuppThread::GetInstance();
+
+    QCOMPARE(WpaSuppThread::GetInstance(), first);
+    QVERIFY(first->isRunning());
+    QVERIFY(!first->parent());
+    QCOMPARE(first->thread(), QCoreApplication::instance()->thread());
+    QCOMPARE(first->priority(), QThread::InheritPriority);
+}
+
+void TestWpaSuppThreadWorker::ticksOnTheMainThread()
+{
+    FakeSupplicant supplicant;
+    BareWpaSuppThread supervisor;
+    QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
+    supervisor.startingSupplicant = true;
+    QElapsedTimer timer;
+    timer.start();
+
+    supervisor.start();
+
+    QTRY_VERIFY_WITH_TIMEOUT(supervisor.IsRunning(), 3000);
+    QVERIFY(timer.elapsed() >= 950);
+    QCOMPARE(supervisor.control->thread(), QThread::currentThread());
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run() Start \n"));
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run() Start Exec \n"));
+}
+
+void TestWpaSuppThreadWorker::endsItsLoopWhenAskedTo()
+{
+    BareWpaSuppThread supervisor;
+    supervisor.start();
+
+    supervisor.Quit();
+
+    QTRY_VERIFY_WITH_TIMEOUT(supervisor.isFinished(), 3000);
+    QTRY_COMPARE(supervisor.StatusText(), QStringLiteral("Stopped"));
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run() End Exec \n"));
+    QVERIFY(!supervisor.timer);
+}
+
+void TestWpaSuppThreadWorker::endsWhenAskedBeforeItRuns()
+{
+    BareWpaSuppThread supervisor;
+    supervisor.start();
+
+    supervisor.exit(0);
+
+    QVERIFY(supervisor.wait(3000));
+}
+
+void TestWpaSuppThreadWorker::startsRestartsAndStops()
+{
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    BareWpaSuppThread supervisor;
+    supervisor.start();
+
+    supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
+    QTRY_VERIFY_WITH_TIMEOUT(supervisor.IsRunning(), 3000);
+    QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED - "));
+    QTRY_VERIFY(supervisor.IsAssociated());
+    supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
+    QVERIFY(!supervisor.IsAssociated());
+    QTRY_VERIFY_WITH_TIMEOUT(supervisor.IsRunning(), 3000);
+    supervisor.Stop(5);
+    QTRY_VERIFY_WITH_TIMEOUT(!supervisor.IsRunning(), 3000);
+
+    QTRY_COMPARE(supplicant.Commands().size(), 6);
+    for (const char *command : {"ATTACH", "TERMINATE", "DETACH"})
+        QCOMPARE(supplicant.Commands().count(QLatin1String(command)), 2);
+    QVERIFY(!supervisor.IsRestarting());
+    // One launch for each start.
+    QCOMPARE(TestSupport::Journal().filter(QStringLiteral("wpa_supplicant -B")).size(), 2);
+}
+
+void TestWpaSuppThreadWorker::leavesNothingAfterManyStartsAndStops()
+{
+    FakeSupplicant supplicant;
+    const int descriptors = CountOf(QStringLiteral("/proc/self/fd"));
+    const int threads = CountOf(QStringLiteral("/proc/self/task"));
+    for (int i = 0; i < 200; ++i) {
+        BareWpaSuppThread supervisor;
+        supervisor.start();
+        supervisor.LaunchSupplicant();
+        supervisor.Tick();
+        QVERIFY(supervisor.IsControlOpen());
+        supervisor.Stop(5);
+        supervisor.Tick();
+        QVERIFY(!supervisor.IsRunning());
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+
+    QCOMPARE(CountOf(QStringLiteral("/proc/self/fd")), descriptors);
+    QTRY_COMPARE(CountOf(QStringLiteral("/proc/self/task")), threads);
+    QCOMPARE(QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System).size(), 0);
+    QFile children(QStringLiteral("/proc/self/task/%1/children").arg(QCoreApplication::applicationPid()));
+    QVERIFY(children.open(QIODevice::ReadOnly));
+    QCOMPARE(children.readAll(), QByteArray());
+}
+
+void TestWpaSuppThreadWorker::leavesQuietlyWithTheProcess()
+{
+    // The instance is never deleted; its thread runs on until the process is gone.
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+
+    process.start(QCoreApplication::applicationFilePath(), {"hasOneInstance"});
+
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 0);
+    const QByteArray output = process.readAll();
+    QVERIFY2(output.contains("PASS   : TestWpaSuppThreadWorker::hasOneInstance"), output.constData());
+    QVERIFY2(!output.contains("QThread"), output.constData());
+}
+
+QTEST_GUILESS_MAIN(TestWpaSuppThreadWorker)
+#include "tst_wpasuppthread_worker.moc"
