@@ -154,7 +154,7 @@ private:
     void StartWiredSupplicant(NetworkDevice *d);
     void WaitForAuthentication(NetworkDevice *d);
     void StopUnneededSupplicant();
-    void CheckRefreshFile();
+    void CheckRefreshFile(bool isConnected);
     /// Configures a device again that carries, is set to DHCP and has no address, after growing pauses.
     void RetryDhcp(NetworkDevice *d, RetryPause &pause);
     bool IsSupplicantActive() const;

@@ -44,7 +44,7 @@ bool Corvi::WiredNetworkSetup()
         if (chosen->ipAddress.isEmpty())
             chosen->RefreshStatus();
     }
-    CheckRefreshFile();
+    CheckRefreshFile(isConnected);
     if (isConnected != wiredUp) {
         Log(2) << "Wired Device Connected" << static_cast<int>(isConnected);
         wiredUp = isConnected;
@@ -158,14 +158,16 @@ void Corvi::StopUnneededSupplicant()
     wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
 }
 
-void Corvi::CheckRefreshFile()
+void Corvi::CheckRefreshFile(bool isConnected)
 {
     if (!QFile::exists(REFRESH_FLAG))
         return;
     if (wiredDevice)
         wiredDevice->RefreshStatus();
     QFile::remove(REFRESH_FLAG);
-    wiredUp = false;
+    // The state is reported afresh. A link lost in this very tick is still to be reported as lost.
+    if (isConnected)
+        wiredUp = false;
 }
 
 void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)

@@ -1,0 +1,1040 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corviundertest.h"
+
+#include <QSignalSpy>
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+namespace {
+
+const QByteArray LAN_8021X_STATIC =
+    "<networkconfig><network><name>lan</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>"
+    "<identity>me</identity><password>secret</password><staticIp>true</staticIp>"
+    "<ipAddress>10.1.0.2</ipAddress><netmask>255.255.255.0</netmask><gateway>10.1.0.1</gateway>"
+    "</network></networkconfig>";
+
+/// The decisions about the supplicant, of all that a wired tick logs.
+QStringList Decisions()
+{
+    return LogLines().filter(QRegularExpression("^(Corvi::WiredNetworkSetup:: (starting|Start|Wired|Set)"
+                                                "|Corvi::ReconfigureWpa|WpaSuppThread::Stop)"));
+}
+
+} // namespace
+
+/// The wired network, 802.1X and its fallback. The supervisor's state is set by hand.
+class TestCorviWired : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    // Choice of the device
+    void firstDeviceThatCarriesIsChosen();
+    void deviceWithoutACableIsNotConnected();
+    void noDeviceIsNotConnected();
+    void missingDeviceIsSkipped();
+    void deviceThatIsDownIsStarted();
+    void secondCableIsStopped();
+    void secondCableIsToldToStopOnEveryTick();
+    void secondCableTakesOver();
+    void cableInTheSecondPortIsFound();
+    void changeOfDeviceIsAnnounced();
+    void tickWithoutACarrierKeepsTheDevice();
+
+    // The supplicant
+    void supplicantFollowsTheState_data();
+    void supplicantFollowsTheState();
+    void linkUpClearsTheFallback();
+    void authenticationTogglesTheCount_data();
+    void authenticationTogglesTheCount();
+    void waitIsCountedByTicks();
+    void announcedPortFallsBackAfterElevenTicks();
+    void fallbackAfterElevenTicksNeedsBothFlags_data();
+    void fallbackAfterElevenTicksNeedsBothFlags();
+    void fallbackIsForcedAfterSixtyTicks();
+    void portInFallbackIsLeftAlone();
+
+    // Reconfigure
+    void holdOffWithoutNeedStopsTheSupplicant_data();
+    void holdOffWithoutNeedStopsTheSupplicant();
+    void holdOffCountsOneStepACall();
+    void holdOffStopsAnActiveSupplicant_data();
+    void holdOffStopsAnActiveSupplicant();
+    void holdOffWaitsForAPendingStop();
+    void reconfigureWithoutNeedOnlyWritesTheFile();
+
+    // Changes of state
+    void linkUpConfiguresTheDevice();
+    void linkLossFlushesTheDevice();
+    void stateChangeWithoutDeviceIsLogged_data();
+    void stateChangeWithoutDeviceIsLogged();
+    void stateChangeRewritesTheSupplicantFile_data();
+    void stateChangeRewritesTheSupplicantFile();
+    void stateIsReportedOnChangeOnly();
+    void refreshFileReportsTheStateAgain();
+    void refreshFileWithoutLinkIsConsumed_data();
+    void refreshFileWithoutLinkIsConsumed();
+    void refreshFileDoesNotHideALoss();
+
+    // DHCP retries
+    void failedDhcpIsRetriedAfterGrowingPauses();
+    void lateServerIsFound();
+    void retryNeedsAReason_data();
+    void retryNeedsAReason();
+    void retriesStopFillingTheLog();
+    void lostLinkStartsThePausesAnew();
+
+    // Hook of the DHCP client
+    void dhcpEventUpdatesTheDevicesItNames_data();
+    void dhcpEventUpdatesTheDevicesItNames();
+    void dhcpEventIsReadOnce();
+};
+
+void TestCorviWired::init()
+{
+    StartFromNothing();
+}
+
+void TestCorviWired::firstDeviceThatCarriesIsChosen()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth1");
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    SetLevel(6);
+    ClearLog();
+
+    QVERIFY(corvi.WiredNetworkSetup());
+
+    QCOMPARE(corvi.wiredDevice, corvi.Device("eth0"));
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup::  eth0 active"), 1);
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup::  eth1 active"), 0);
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: status 1"), 1);
+}
+
+void TestCorviWired::deviceWithoutACableIsNotConnected()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    PullCable("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+    SetLevel(6);
+    Forget();
+
+    QVERIFY(!corvi.WiredNetworkSetup());
+
+    QVERIFY(corvi.Device("eth0")->isUp);
+    QVERIFY(!corvi.wiredDevice);
+    QCOMPARE(changes.size(), 0);
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: status 0"), 1);
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviWired::noDeviceIsNotConnected()
+{
+    CorviUnderTest corvi;
+    corvi.Tick();
+
+    QVERIFY(!corvi.WiredNetworkSetup());
+}
+
+void TestCorviWired::missingDeviceIsSkipped()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth1");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    corvi.wiredInterfaces.prepend("eth0");
+    SetLevel(4);
+    ClearLog();
+
+    QVERIFY(corvi.WiredNetworkSetup());
+
+    QCOMPARE(LogLines().first(), QString("1: Could not find device for  eth0"));
+    QCOMPARE(corvi.wiredDevice, corvi.Device("eth1"));
+}
+
+void TestCorviWired::deviceThatIsDownIsStarted()
+{
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    RealIp({"link", "set", "dev", "eth0", "down"});
+    corvi.Device("eth0")->linkUp = false;
+    SetLevel(4);
+    Forget();
+
+    QVERIFY(!corvi.WiredNetworkSetup());
+
+    QCOMPARE(LogLines().first(), QString("eth0  is not up so start it"));
+    QCOMPARE(Journal(), QStringList{"ifconfig eth0 up"});
+}
+
+void TestCorviWired::secondCableIsStopped()
+{
+    WriteStore(LAN_STATIC);
+    for (const char *name : {"eth0", "eth1", "eth2"})
+        MakeInterface(name);
+    CorviUnderTest corvi;
+    corvi.Tick();
+    Forget();
+
+    corvi.Tick();
+
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup::  eth0  is up but  eth1 is also up."), 1);
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup::  eth0  is up but  eth2 is also up."), 1);
+    QCOMPARE(JournalOf("ifconfig eth1"), QStringList{"ifconfig eth1 down"});
+    QCOMPARE(JournalOf("ifconfig eth2"), QStringList{"ifconfig eth2 down"});
+    QVERIFY(corvi.Device("eth1")->stopped);
+
+    Forget();
+    corvi.Tick(5);
+
+    QCOMPARE(LogLines(), QStringList());
+    QCOMPARE(Journal(), QStringList());
+    QVERIFY(!corvi.Device("eth1")->isUp);
+}
+
+void TestCorviWired::secondCableIsToldToStopOnEveryTick()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    MakeInterface("eth1");
+    CorviUnderTest corvi;
+    corvi.Tick(3);
+    // Somebody else brings it up.
+    corvi.Device("eth1")->Up();
+    Forget();
+
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth1 down"});
+}
+
+void TestCorviWired::secondCableTakesOver()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    MakeInterface("eth1");
+    CorviUnderTest corvi;
+    corvi.Tick(3);
+    Forget();
+
+    PullCable("eth0");
+    corvi.Tick();
+    QCOMPARE(Journal(), QStringList({"ifconfig eth1 up", "ip addr flush eth0"}));
+    QVERIFY(!corvi.wiredUp);
+
+    corvi.Tick();
+    QVERIFY(corvi.wiredUp);
+    QCOMPARE(corvi.wiredDevice, corvi.Device("eth1"));
+
+    PlugCable("eth0");
+    corvi.Tick();
+    QCOMPARE(corvi.wiredDevice, corvi.Device("eth0"));
+    QVERIFY(corvi.Device("eth1")->stopped);
+}
+
+void TestCorviWired::cableInTheSecondPortIsFound()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    MakeInterface("eth1");
+    PullCable("eth0");
+    CorviUnderTest corvi;
+
+    corvi.Tick(2);
+
+    QCOMPARE(corvi.wiredDevice, corvi.Device("eth1"));
+    QVERIFY(corvi.wiredUp);
+    QVERIFY(corvi.Device("eth0")->isUp);
+}
+
+void TestCorviWired::changeOfDeviceIsAnnounced()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    MakeInterface("eth1");
+    PullCable("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: Device Change"), 1);
+    corvi.wirelessDelayTicks = 0;
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+    ClearLog();
+
+    PlugCable("eth0");
+    corvi.Tick(2);
+
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: Device Change"), 1);
+    QCOMPARE(corvi.wirelessDelayTicks, 2);
+    QCOMPARE(changes.size(), 1);
+    QCOMPARE(changes.first().first().toBool(), true);
+}
+
+void TestCorviWired::tickWithoutACarrierKeepsTheDevice()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.wirelessDelayTicks = 1;
+
+    PullCable("eth0");
+    QVERIFY(!corvi.WiredNetworkSetup());
+
+    QCOMPARE(corvi.wiredDevice, corvi.Device("eth0"));
+    QCOMPARE(corvi.wirelessDelayTicks, 1);
+}
+
+void TestCorviWired::supplicantFollowsTheState_data()
+{
+    QTest::addColumn<bool>("wiredUp");
+    QTest::addColumn<bool>("usesSupplicant");
+    QTest::addColumn<bool>("running");
+    QTest::addColumn<bool>("restarting");
+    QTest::addColumn<bool>("reconfigure");
+    QTest::addColumn<QStringList>("decisions");
+    QTest::addColumn<int>("holdoff");
+    const QString starting = "Corvi::WiredNetworkSetup:: starting wired connected %1";
+    const QString start = "Corvi::WiredNetworkSetup:: Start Wpa supplicant";
+    const QString reconfigure = "Corvi::WiredNetworkSetup:: Wired 802.1x Reconfigure";
+
+    QTest::newRow("link stays, no supplicant wanted, none there")
+        << true << false << false << false << false << QStringList() << 2;
+    QTest::newRow("link stays, no supplicant wanted, one runs")
+        << true << false << true << false << false << QStringList{"WpaSuppThread::Stop 6 true 1"} << 2;
+    QTest::newRow("link stays, no supplicant wanted, one restarts")
+        << true << false << false << true << false << QStringList{"WpaSuppThread::Stop 6 false 1"} << 2;
+    QTest::newRow("link stays, supplicant wanted, none there")
+        << true << true << false << false << false
+        << QStringList{start, "Corvi::ReconfigureWpa 1", "Corvi::ReconfigureWpa in Holdoff"} << 0;
+    QTest::newRow("link stays, supplicant wanted, none there, file changed")
+        << true << true << false << false << true
+        << QStringList{start, "Corvi::ReconfigureWpa 1", "Corvi::ReconfigureWpa in Holdoff"} << 0;
+    QTest::newRow("link stays, supplicant wanted, one runs")
+        << true << true << true << false << false << QStringList() << 1;
+    QTest::newRow("link stays, supplicant wanted, one restarts")
+        << true << true << false << true << false << QStringList() << 1;
+    QTest::newRow("link stays, supplicant wanted, one runs, file changed")
+        << true << true << true << false << true
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 1", "WpaSuppThread::Stop 4 true 1"} << 1;
+    QTest::newRow("link stays, supplicant wanted, one restarts, file changed")
+        << true << true << false << true << true
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 1", "WpaSuppThread::Stop 4 false 1"} << 1;
+
+    QTest::newRow("link came up, no supplicant wanted, none there")
+        << false << false << false << false << false << QStringList{starting.arg(0)} << 2;
+    QTest::newRow("link came up, no supplicant wanted, one runs")
+        << false << false << true << false << false
+        << QStringList{starting.arg(0), "WpaSuppThread::Stop 6 true 1"} << 2;
+    QTest::newRow("link came up, supplicant wanted, none there")
+        << false << true << false << false << false
+        << QStringList{starting.arg(1), start, "Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff"} << 1;
+    QTest::newRow("link came up, supplicant wanted, one runs")
+        << false << true << true << false << false
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 2", "WpaSuppThread::Stop 4 true 1"} << 2;
+    QTest::newRow("link came up, supplicant wanted, one restarts")
+        << false << true << false << true << false
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 2", "WpaSuppThread::Stop 4 false 1"} << 2;
+}
+
+void TestCorviWired::supplicantFollowsTheState()
+{
+    QFETCH(bool, wiredUp);
+    QFETCH(bool, usesSupplicant);
+    QFETCH(bool, running);
+    QFETCH(bool, restarting);
+    QFETCH(bool, reconfigure);
+    QFETCH(int, holdoff);
+    WriteStore(usesSupplicant ? LAN_8021X_STATIC : LAN_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    QCOMPARE(corvi.wiredDevice->usesSupplicant, usesSupplicant);
+    corvi.wiredUp = wiredUp;
+    corvi.reconfigureWpa = reconfigure;
+    corvi.wpaHoldoffTicks = 1;
+    Supervisor::Set({running, restarting, false});
+    SetLevel(4);
+    ClearLog();
+
+    QVERIFY(corvi.WiredNetworkSetup());
+
+    QTEST(Decisions(), "decisions");
+    QCOMPARE(corvi.wpaHoldoffTicks, holdoff);
+    QVERIFY(!usesSupplicant || wiredUp || corvi.reconfigureWpa);
+}
+
+void TestCorviWired::linkUpClearsTheFallback()
+{
+    WriteStore(LAN_8021X_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.wiredDevice->inFallback = true;
+    corvi.wiredUp = false;
+    corvi.reconfigureWpa = false;
+    // Configuring the device would do the same.
+    corvi.disconnect(&corvi, &Corvi::wiredStateChange, &corvi, nullptr);
+
+    corvi.WiredNetworkSetup();
+
+    QVERIFY(!corvi.wiredDevice->inFallback);
+    QVERIFY(corvi.reconfigureWpa);
+}
+
+void TestCorviWired::authenticationTogglesTheCount_data()
+{
+    QTest::addColumn<int>("before");
+    QTest::addColumn<int>("after");
+    QTest::newRow("from 0") << 0 << 1;
+    QTest::newRow("from 1") << 1 << 0;
+    QTest::newRow("from a long wait") << 42 << 0;
+}
+
+void TestCorviWired::authenticationTogglesTheCount()
+{
+    QFETCH(int, before);
+    QFETCH(int, after);
+    WriteStore(LAN_8021X_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.reconfigureWpa = false;
+    Supervisor::Set({true, false, true});
+    corvi.wiredDevice->authWaitTicks = before;
+
+    corvi.WiredNetworkSetup();
+    QCOMPARE(corvi.wiredDevice->authWaitTicks, after);
+
+    corvi.WiredNetworkSetup();
+    QCOMPARE(corvi.wiredDevice->authWaitTicks, after == 0 ? 1 : 0);
+}
+
+void TestCorviWired::waitIsCountedByTicks()
+{
+    WriteStore(LAN_8021X_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.reconfigureWpa = false;
+    Supervisor::Set({true, false, false});
+
+    corvi.Tick(7);
+
+    QCOMPARE(corvi.wiredDevice->authWaitTicks, 7);
+}
+
+void TestCorviWired::announcedPortFallsBackAfterElevenTicks()
+{
+    WriteStore(LAN_8021X_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.reconfigureWpa = false;
+    NetworkDevice *const device = corvi.wiredDevice;
+    device->fallbackEnabled = true;
+    QVERIFY(device->ipAnnounced);
+    Supervisor::Set({true, false, false});
+    Forget();
+
+    corvi.Tick(11);
+    QVERIFY(!device->inFallback);
+    QCOMPARE(device->authWaitTicks, 11);
+
+    corvi.Tick();
+    QVERIFY(device->inFallback);
+    QCOMPARE(device->authWaitTicks, 11);
+    QCOMPARE(Decisions(), QStringList({"Corvi::WiredNetworkSetup:: Set in fallback mode",
+                                       "WpaSuppThread::Stop 0 true 1"}));
+    QVERIFY(Supervisor::IsStopRequested());
+    QCOMPARE(JournalOf("ifconfig"), QStringList());
+}
+
+void TestCorviWired::fallbackAfterElevenTicksNeedsBothFlags_data()
+{
+    QTest::addColumn<bool>("isAnnounced");
+    QTest::addColumn<bool>("isEnabled");
+    QTest::newRow("no address announced") << false << true;
+    QTest::newRow("fallback not enabled") << true << false;
+    QTest::newRow("neither") << false << false;
+}
+
+void TestCorviWired::fallbackAfterElevenTicksNeedsBothFlags()
+{
+    QFETCH(bool, isAnnounced);
+    QFETCH(bool, isEnabled);
+    WriteStore(LAN_8021X_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.reconfigureWpa = false;
+    corvi.wiredDevice->fallbackEnabled = isEnabled;
+    corvi.wiredDevice->ipAnnounced = isAnnounced;
+    Supervisor::Set({true, false, false});
+
+    corvi.Tick(60);
+
+    QVERIFY(!corvi.wiredDevice->inFallback);
+    QCOMPARE(corvi.wiredDevice->authWaitTicks, 60);
+    QCOMPARE(LogLines().filter("allback"), QStringList());
+}
+
+void TestCorviWired::fallbackIsForcedAfterSixtyTicks()
+{
+    WriteStore(LAN_8021X_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.reconfigureWpa = false;
+    Supervisor::Set({true, false, false});
+    corvi.Tick(60);
+    SetLevel(4);
+    Forget();
+
+    corvi.Tick();
+
+    const QStringList lines = LogLines();
+    const int decision = lines.indexOf("Corvi::WiredNetworkSetup:: Wired 802.1x Fallback");
+    QVERIFY(decision != -1);
+    QCOMPARE(lines.at(decision + 1), QString("WpaSuppThread::Stop 5 true 1"));
+    QCOMPARE(lines.at(decision + 2), QString("NetworkDevice::ConfigureNetwork -- start  eth0"));
+    QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth0 10.1.0.2 netmask 255.255.255.0 up"});
+    QVERIFY(Supervisor::IsStopRequested());
+    // An unsecured attempt now, and authentication again: the configuration clears the flag.
+    QVERIFY(!corvi.wiredDevice->inFallback);
+}
+
+void TestCorviWired::portInFallbackIsLeftAlone()
+{
+    WriteStore(LAN_8021X_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.wiredDevice->inFallback = true;
+    corvi.wiredDevice->authWaitTicks = 5;
+    Supervisor::Set({});
+    SetLevel(4);
+    Forget();
+
+    corvi.Tick(3);
+
+    QCOMPARE(Decisions(), QStringList());
+    QCOMPARE(corvi.wiredDevice->authWaitTicks, 5);
+    QVERIFY(corvi.wiredDevice->inFallback);
+
+    // The cable out and in again ends it.
+    corvi.wiredDevice->fallbackEnabled = true;
+    PullCable("eth0");
+    corvi.Tick();
+    QVERIFY(!corvi.wiredDevice->inFallback);
+}
+
+void TestCorviWired::holdOffWithoutNeedStopsTheSupplicant_data()
+{
+    QTest::addColumn<bool>("running");
+    QTest::addColumn<bool>("restarting");
+    QTest::addColumn<QStringList>("stop");
+    QTest::newRow("none there") << false << false << QStringList();
+    QTest::newRow("running") << true << false << QStringList{"WpaSuppThread::Stop 3 true 1"};
+    QTest::newRow("restarting") << false << true << QStringList{"WpaSuppThread::Stop 3 false 1"};
+}
+
+void TestCorviWired::holdOffWithoutNeedStopsTheSupplicant()
+{
+    QFETCH(bool, running);
+    QFETCH(bool, restarting);
+    QFETCH(QStringList, stop);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    corvi.reconfigureWpa = true;
+    corvi.wpaHoldoffTicks = 2;
+    Supervisor::Set({running, restarting, false});
+    SetLevel(4);
+    ClearLog();
+
+    corvi.ReconfigureWpa(corvi.Device("eth0"));
+
+    QCOMPARE(LogLines(),
+             QStringList({"Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa wpa not required"}) + stop);
+    QVERIFY(!corvi.reconfigureWpa);
+    QCOMPARE(corvi.wpaHoldoffTicks, 0);
+}
+
+void TestCorviWired::holdOffCountsOneStepACall()
+{
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    NetworkDevice *const device = corvi.Device("eth0");
+    device->usesSupplicant = true;
+    corvi.reconfigureWpa = true;
+    corvi.wpaHoldoffTicks = 2;
+    SetLevel(4);
+    ClearLog();
+
+    corvi.ReconfigureWpa(device);
+    QCOMPARE(corvi.wpaHoldoffTicks, 1);
+    corvi.ReconfigureWpa(device);
+    QCOMPARE(corvi.wpaHoldoffTicks, 0);
+
+    QCOMPARE(LogLines(), QStringList({"Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff",
+                                      "Corvi::ReconfigureWpa 1", "Corvi::ReconfigureWpa in Holdoff"}));
+    QVERIFY(corvi.reconfigureWpa);
+    QVERIFY(!QFile::exists(SUPPLICANT_FILE));
+}
+
+void TestCorviWired::holdOffStopsAnActiveSupplicant_data()
+{
+    QTest::addColumn<bool>("running");
+    QTest::addColumn<bool>("restarting");
+    QTest::addColumn<QString>("stop");
+    QTest::newRow("running") << true << false << "WpaSuppThread::Stop 4 true 1";
+    QTest::newRow("restarting") << false << true << "WpaSuppThread::Stop 4 false 1";
+}
+
+void TestCorviWired::holdOffStopsAnActiveSupplicant()
+{
+    QFETCH(bool, running);
+    QFETCH(bool, restarting);
+    QFETCH(QString, stop);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    NetworkDevice *const device = corvi.Device("eth0");
+    device->usesSupplicant = true;
+    corvi.reconfigureWpa = true;
+    corvi.wpaHoldoffTicks = 2;
+    Supervisor::Set({running, restarting, false});
+    SetLevel(4);
+    ClearLog();
+
+    corvi.ReconfigureWpa(device);
+
+    QCOMPARE(LogLines(), QStringList({"Corvi::ReconfigureWpa 2", stop}));
+    QCOMPARE(corvi.wpaHoldoffTicks, 2);
+    QVERIFY(corvi.reconfigureWpa);
+}
+
+void TestCorviWired::holdOffWaitsForAPendingStop()
+{
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    NetworkDevice *const device = corvi.Device("eth0");
+    device->usesSupplicant = true;
+    corvi.wpaHoldoffTicks = 2;
+    Supervisor::Set({true, false, false});
+    Supervisor::SetStopPending(true);
+    SetLevel(4);
+    ClearLog();
+
+    corvi.ReconfigureWpa(device);
+
+    QCOMPARE(LogLines(), QStringList({"Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff, wst stopping"}));
+    QCOMPARE(corvi.wpaHoldoffTicks, 2);
+}
+
+void TestCorviWired::reconfigureWithoutNeedOnlyWritesTheFile()
+{
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    NetworkDevice *const device = corvi.Device("eth0");
+    device->authWaitTicks = 5;
+    device->inFallback = true;
+    corvi.wpaHoldoffTicks = 0;
+    corvi.reconfigureWpa = true;
+    SetLevel(4);
+    Forget();
+
+    corvi.ReconfigureWpa(device);
+
+    QCOMPARE(LogLines().filter("Corvi::"),
+             QStringList({"Corvi::ReconfigureWpa 0", "Corvi::ReconfigureWpa Set reconfigureWpa to false"}));
+    QVERIFY(QFile::exists(SUPPLICANT_FILE));
+    QVERIFY(!corvi.reconfigureWpa);
+    QCOMPARE(device->authWaitTicks, 0);
+    QVERIFY(!device->inFallback);
+    QCOMPARE(JournalOf("wpa_supplicant"), QStringList());
+}
+
+void TestCorviWired::linkUpConfiguresTheDevice()
+{
+    WriteStore(LAN_DHCP);
+    UseDhcpServer();
+    MakeInterface("eth0");
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick();
+    SetLevel(4);
+    ClearLog();
+
+    corvi.Tick();
+
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, DHCP_STARTED, ADDRESS_PRESENT}));
+    QStringList own = LogLines().filter(QRegularExpression("^(Wired Device|Configure|Corvi::onWired)"));
+    QCOMPARE(own, QStringList({"Wired Device Connected 1", "Corvi::onWiredStateChange(bool state) 1",
+                               "Configure Wired Network", "Configure Wired Network Complete",
+                               "Corvi::onWiredStateChange(bool state)  complete"}));
+    QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.0.0.5"));
+}
+
+void TestCorviWired::linkLossFlushesTheDevice()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    listener.Take();
+    SetLevel(4);
+    Forget();
+
+    PullCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(Journal(), QStringList{"ip addr flush eth0"});
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
+    const QStringList own = LogLines().filter(QRegularExpression("^(Wired Device|Configure|Corvi::onWired)"));
+    QCOMPARE(own, QStringList({"Wired Device Connected 0", "Corvi::onWiredStateChange(bool state) 0",
+                               "Corvi::onWiredStateChange(bool state)  complete"}));
+    QVERIFY(!QFile::exists(SUPPLICANT_FILE));
+}
+
+void TestCorviWired::stateChangeWithoutDeviceIsLogged_data()
+{
+    QTest::addColumn<bool>("state");
+    QTest::newRow("up") << true;
+    QTest::newRow("down") << false;
+}
+
+void TestCorviWired::stateChangeWithoutDeviceIsLogged()
+{
+    QFETCH(bool, state);
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick();
+    SetLevel(4);
+    Forget();
+
+    corvi.onWiredStateChange(state);
+
+    QCOMPARE(LogLines(), QStringList({QString("Corvi::onWiredStateChange(bool state) %1").arg(int(state)),
+                                      "WIRED DEVICE UNDEFINED", "Corvi::onWiredStateChange(bool state)  complete"}));
+    QCOMPARE(listener.Take(), Events());
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviWired::stateChangeRewritesTheSupplicantFile_data()
+{
+    QTest::addColumn<bool>("state");
+    QTest::addColumn<bool>("usesSupplicant");
+    QTest::newRow("up, 802.1X") << true << true;
+    QTest::newRow("down, 802.1X") << false << true;
+    QTest::newRow("up, unsecured") << true << false;
+    QTest::newRow("down, unsecured") << false << false;
+}
+
+void TestCorviWired::stateChangeRewritesTheSupplicantFile()
+{
+    QFETCH(bool, state);
+    QFETCH(bool, usesSupplicant);
+    WriteStore(usesSupplicant ? LAN_8021X_STATIC : LAN_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    Remove(SUPPLICANT_FILE);
+    corvi.reconfigureWpa = false;
+
+    corvi.onWiredStateChange(state);
+
+    QCOMPARE(QFile::exists(SUPPLICANT_FILE), usesSupplicant);
+    QCOMPARE(corvi.reconfigureWpa, usesSupplicant);
+}
+
+void TestCorviWired::stateIsReportedOnChangeOnly()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+
+    corvi.Tick(4);
+    QCOMPARE(changes.size(), 1);
+    QCOMPARE(changes.takeFirst().first().toBool(), true);
+
+    PullCable("eth0");
+    corvi.Tick(3);
+    QCOMPARE(changes.size(), 1);
+    QCOMPARE(changes.takeFirst().first().toBool(), false);
+
+    PlugCable("eth0");
+    corvi.Tick(3);
+    QCOMPARE(changes.size(), 1);
+    QCOMPARE(changes.takeFirst().first().toBool(), true);
+}
+
+void TestCorviWired::refreshFileReportsTheStateAgain()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(3);
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+    Forget();
+
+    WriteFile(REFRESH_FLAG, "");
+    corvi.Tick();
+
+    QVERIFY(!QFile::exists(REFRESH_FLAG));
+    QCOMPARE(changes.size(), 1);
+    QCOMPARE(changes.first().first().toBool(), true);
+    QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth0 10.1.0.2 netmask 255.255.255.0 up"});
+
+    corvi.Tick();
+    QCOMPARE(changes.size(), 1);
+}
+
+void TestCorviWired::refreshFileWithoutLinkIsConsumed_data()
+{
+    QTest::addColumn<bool>("hasDevice");
+    QTest::newRow("no device") << false;
+    QTest::newRow("device without a cable") << true;
+}
+
+void TestCorviWired::refreshFileWithoutLinkIsConsumed()
+{
+    QFETCH(bool, hasDevice);
+    WriteStore(LAN_STATIC);
+    CorviUnderTest corvi;
+    if (hasDevice)
+        MakeInterface("eth0");
+    corvi.Tick(2);
+    if (hasDevice) {
+        PullCable("eth0");
+        corvi.Tick();
+    }
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+
+    WriteFile(REFRESH_FLAG, "");
+    corvi.Tick();
+
+    QVERIFY(!QFile::exists(REFRESH_FLAG));
+    QCOMPARE(changes.size(), 0);
+}
+
+void TestCorviWired::refreshFileDoesNotHideALoss()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(3);
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+    Forget();
+
+    PullCable("eth0");
+    WriteFile(REFRESH_FLAG, "");
+    corvi.Tick();
+
+    QCOMPARE(changes.size(), 1);
+    QCOMPARE(changes.first().first().toBool(), false);
+    QCOMPARE(Journal(), QStringList{"ip addr flush eth0"});
+}
+
+namespace {
+
+/// As if the last DHCP attempt were this long ago.
+void Age(RetryPause &pause, int attempts, std::chrono::seconds age)
+{
+    const auto then = RetryPause::Time::clock::now() - age;
+    pause.Reset();
+    pause.IsDue(then);
+    for (int i = 0; i < attempts; ++i)
+        pause.NoteAttempt(then);
+}
+
+int DhcpAttempts()
+{
+    return JournalOf("dhclient -v").size();
+}
+
+} // namespace
+
+void TestCorviWired::failedDhcpIsRetriedAfterGrowingPauses()
+{
+    WriteStore(LAN_DHCP);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    QCOMPARE(DhcpAttempts(), 1);
+
+    int expected = 1;
+    int attempt = 0;
+    for (const int pauseSeconds : {10, 20, 40, 60, 60}) {
+        Age(corvi.wiredRetry, attempt, std::chrono::seconds(pauseSeconds - 1));
+        corvi.Tick();
+        QCOMPARE(DhcpAttempts(), expected);
+
+        Age(corvi.wiredRetry, attempt, std::chrono::seconds(pauseSeconds));
+        corvi.Tick(3);
+        ++expected;
+        ++attempt;
+        QCOMPARE(DhcpAttempts(), expected);
+    }
+}
+
+void TestCorviWired::lateServerIsFound()
+{
+    WriteStore(LAN_DHCP);
+    MakeInterface("eth0");
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, DHCP_STARTED}));
+
+    UseDhcpServer();
+    Age(corvi.wiredRetry, 0, std::chrono::seconds(10));
+    corvi.Tick();
+
+    QCOMPARE(listener.Take(), Events({DHCP_STARTED, ADDRESS_PRESENT}));
+    QCOMPARE(LogCount("Corvi::RetryDhcp - no address, trying again on eth0"), 1);
+
+    // The address is there: the next loss starts with the shortest pause.
+    corvi.Tick();
+    QCOMPARE(corvi.wiredRetry.Pause(), std::chrono::seconds(10));
+}
+
+void TestCorviWired::retryNeedsAReason_data()
+{
+    QTest::addColumn<QByteArray>("store");
+    QTest::addColumn<bool>("associated");
+    QTest::addColumn<bool>("inFallback");
+    QTest::addColumn<bool>("isRetried");
+    QTest::newRow("DHCP without an address") << LAN_DHCP << false << false << true;
+    QTest::newRow("static address") << LAN_STATIC << false << false << false;
+    QTest::newRow("no definition") << QByteArray("<networkconfig/>") << false << false << false;
+    QTest::newRow("waits for authentication") << LAN_8021X << false << false << false;
+    QTest::newRow("authenticated") << LAN_8021X << true << false << true;
+    QTest::newRow("in fallback") << LAN_8021X << false << true << true;
+}
+
+void TestCorviWired::retryNeedsAReason()
+{
+    QFETCH(QByteArray, store);
+    QFETCH(bool, associated);
+    QFETCH(bool, inFallback);
+    QFETCH(bool, isRetried);
+    WriteStore(store);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.reconfigureWpa = false;
+    corvi.wiredDevice->inFallback = inFallback;
+    Supervisor::Set({true, false, associated});
+    RealIp({"addr", "flush", "dev", "eth0"});
+    Age(corvi.wiredRetry, 0, std::chrono::seconds(10));
+    Forget();
+
+    corvi.Tick();
+
+    QCOMPARE(DhcpAttempts(), int(isRetried));
+    QCOMPARE(LogLines().filter("RetryDhcp").size(), int(isRetried));
+}
+
+void TestCorviWired::retriesStopFillingTheLog()
+{
+    WriteStore(LAN_DHCP);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+
+    for (int attempt = 0; attempt < 6; ++attempt) {
+        Age(corvi.wiredRetry, attempt, std::chrono::seconds(60));
+        corvi.Tick();
+    }
+
+    QCOMPARE(DhcpAttempts(), 7);
+    QCOMPARE(LogCount("Corvi::RetryDhcp - no address, trying again on eth0"), 3);
+}
+
+void TestCorviWired::lostLinkStartsThePausesAnew()
+{
+    WriteStore(LAN_DHCP);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    Age(corvi.wiredRetry, 3, std::chrono::seconds(0));
+
+    PullCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(corvi.wiredRetry.Pause(), std::chrono::seconds(10));
+}
+
+void TestCorviWired::dhcpEventUpdatesTheDevicesItNames_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QStringList>("updated");
+    QTest::newRow("wired") << QByteArray("BOUND eth0\n") << QStringList{"eth0"};
+    QTest::newRow("wireless") << QByteArray("BOUND wlan0\n") << QStringList{"wlan0"};
+    QTest::newRow("wireless of the other name") << QByteArray("BOUND mlan0\n") << QStringList{"wlan0"};
+    QTest::newRow("modem") << QByteArray("BOUND wwan0\n") << QStringList{"wwan0"};
+    QTest::newRow("all") << QByteArray("eth wlan wwan") << QStringList{"eth0", "wlan0", "wwan0"};
+    QTest::newRow("none") << QByteArray("usb0") << QStringList();
+    QTest::newRow("empty") << QByteArray() << QStringList();
+}
+
+void TestCorviWired::dhcpEventUpdatesTheDevicesItNames()
+{
+    QFETCH(QByteArray, text);
+    EventListener listener;
+    for (const char *name : {"eth0", "wlan0", "wwan0"})
+        MakeInterface(name);
+    CorviUnderTest corvi;
+    corvi.Tick();
+    corvi.wiredDevice = corvi.Device("eth0");
+    corvi.wirelessDevice = corvi.Device("wlan0");
+    for (const char *name : {"eth0", "wlan0", "wwan0"}) {
+        corvi.Device(name)->ipAddress = "10.0.0.5";
+        corvi.Device(name)->isUp = true;
+    }
+    WriteFile(DHCP_EVENT, text);
+
+    corvi.CheckDhcpEvent();
+
+    QStringList updated;
+    for (const char *name : {"eth0", "wlan0", "wwan0"}) {
+        if (corvi.Device(name)->ipAnnounced)
+            updated << name;
+    }
+    QTEST(updated, "updated");
+    QCOMPARE(listener.Take(), Events(updated.size(), ADDRESS_PRESENT));
+    QVERIFY(!QFile::exists(DHCP_EVENT));
+}
+
+void TestCorviWired::dhcpEventIsReadOnce()
+{
+    EventListener listener;
+    CorviUnderTest corvi;
+
+    corvi.CheckDhcpEvent();
+    WriteFile(DHCP_EVENT, "eth0 wlan0 wwan0");
+    corvi.CheckDhcpEvent();
+
+    QVERIFY(!QFile::exists(DHCP_EVENT));
+    QCOMPARE(listener.Take(), Events());
+}
+
+QTEST_GUILESS_MAIN(TestCorviWired)
+#include "tst_corvi_wired.moc"
