@@ -62,13 +62,13 @@ WpaSuppThread::~WpaSuppThread()
 void WpaSuppThread::run()
 {
     Log(4) << "WpaSuppThread::run() Start";
-    timer = std::make_unique<QTimer>();
+    QTimer timer;
     // The object lives on the main thread, so each timeout is queued to it.
-    connect(timer.get(), &QTimer::timeout, this, &WpaSuppThread::MyTimerTimeout);
-    timer->start(TICK_INTERVAL);
+    connect(&timer, &QTimer::timeout, this, &WpaSuppThread::MyTimerTimeout);
+    timer.start(TICK_INTERVAL);
     Log(4) << "WpaSuppThread::run() Start Exec";
     exec();
-    timer.reset();
+    timer.stop();
     Log(4) << "WpaSuppThread::run() End Exec";
     // The text belongs to the main thread.
     QMetaObject::invokeMethod(

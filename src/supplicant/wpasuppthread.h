@@ -7,10 +7,7 @@
 #include <QStringList>
 #include <QThread>
 
-#include <memory>
-
 class Logging;
-class QTimer;
 class WpaSupplicantControl;
 
 /// The one supervisor of wpa_supplicant: starts, watches, restarts and stops it and interprets its events.
@@ -131,7 +128,6 @@ protected:
     bool badPassword = false;
     bool restarting = false;
     WpaSupplicantControl *control = nullptr; ///< owned
-    std::unique_ptr<QTimer> timer;           ///< belongs to the worker thread
 
     /// A supplicant was launched and has no control connection yet. Unlike the requests above it survives
     /// the stop that the launch itself asked for.

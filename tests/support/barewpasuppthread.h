@@ -35,7 +35,6 @@ public:
     using WpaSuppThread::stoppingSupplicant;
     using WpaSuppThread::stopRunning;
     using WpaSuppThread::terminateAcknowledged;
-    using WpaSuppThread::timer;
     using WpaSuppThread::unassociatedTicks;
     using WpaSuppThread::wired;
 

@@ -136,7 +136,6 @@ void TestWpaSuppThread::startsWithTheseValues()
           supervisor.startPending})
         QVERIFY(!flag);
     QVERIFY(!supervisor.control);
-    QVERIFY(!supervisor.timer);
 }
 
 void TestWpaSuppThread::reinitializesTheStateOnly()
