@@ -1,0 +1,467 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "testsupport.h"
+#include "zebnetstatus.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocalSocket>
+#include <QProcess>
+#include <QSharedMemory>
+#include <QtTest>
+
+#include <cstring>
+#include <memory>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+const QString KEY = QStringLiteral("com.qarbo.zebnetstatus");
+const QString SOCKET = QStringLiteral("/tmp/corvin");
+
+struct Result
+{
+    int exitCode = -1;
+    QString output;
+    QString error;
+};
+
+Result Run(const QStringList &arguments)
+{
+    QProcess tool;
+    tool.start(QStringLiteral(CORVI_STATUS), arguments);
+    if (!tool.waitForFinished(10000) || tool.exitStatus() != QProcess::NormalExit)
+        return {};
+    return {tool.exitCode(), QString::fromUtf8(tool.readAllStandardOutput()),
+            QString::fromUtf8(tool.readAllStandardError())};
+}
+
+ZebNetStatus WiredStatus()
+{
+    ZebNetStatus status;
+    status.SetConnected(true);
+    status.SetIfaceInfo("02:00:5E:10:00:01", "10.0.0.5", "10.0.0.255", "255.255.255.0");
+    return status;
+}
+
+/// Publishes as the daemon does.
+class Publisher
+{
+public:
+    Publisher() : segment(KEY)
+    {
+        if (!segment.create(512))
+            qFatal("cannot create the segment: %s", qPrintable(segment.errorString()));
+    }
+
+    void Publish(const QByteArray &record)
+    {
+        segment.lock();
+        std::memcpy(segment.data(), record.constData(), 512);
+        segment.unlock();
+    }
+
+    QSharedMemory segment;
+};
+
+/// The tool, watching.
+class Watcher
+{
+public:
+    explicit Watcher(const QStringList &arguments = {"--watch"})
+    {
+        tool.start(QStringLiteral(CORVI_STATUS), arguments);
+        tool.waitForStarted();
+    }
+    ~Watcher()
+    {
+        tool.terminate();
+        tool.waitForFinished();
+    }
+    Watcher(const Watcher &) = delete;
+    Watcher &operator=(const Watcher &) = delete;
+
+    /// The output so far; waits until it holds `text`.
+    QString OutputWith(const QString &text)
+    {
+        QDeadlineTimer deadline(10000);
+        while (!output.contains(text) && !deadline.hasExpired()) {
+            tool.waitForReadyRead(50);
+            output += QString::fromUtf8(tool.readAllStandardOutput());
+        }
+        return output;
+    }
+
+    QProcess tool;
+
+private:
+    QString output;
+};
+
+/// Sends one event as the daemon does, once somebody listens.
+bool SendEvent(const QByteArray &bytes)
+{
+    QDeadlineTimer deadline(10000);
+    while (!deadline.hasExpired()) {
+        QLocalSocket socket;
+        socket.connectToServer("corvin");
+        if (!socket.waitForConnected(1000)) {
+            QTest::qSleep(20);
+            continue;
+        }
+        socket.write(bytes);
+        socket.flush();
+        socket.disconnectFromServer();
+        return true;
+    }
+    return false;
+}
+
+} // namespace
+
+/// The tool as a person or a script starts it; this process plays the daemon.
+class TestCorviStatus : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void saysThatThereIsNoDaemon_data();
+    void saysThatThereIsNoDaemon();
+    void recordOfADeadDaemonIsNotShown();
+    void saysThatNothingIsPublished();
+    void showsTheStatusToAPerson();
+    void showsTheStatusToAProgram();
+    void refusesADamagedRecord();
+    void waitsForTheLock();
+    void watchPrintsEvents_data();
+    void watchPrintsEvents();
+    void watchPrintsTheRecordToAProgram();
+    void watchPrintsEveryEvent();
+    void watchWorksWithoutADaemon();
+    void watchDoesNotKeepTheSegment();
+    void watchReportsABrokenEvent();
+    void secondWatcherIsRefused();
+    void deadListenersSocketIsTakenOver();
+    void watchRemovesItsSocket_data();
+    void watchRemovesItsSocket();
+    void helpNamesTheOptions();
+    void versionIsShown();
+    void badCommandLineFails_data();
+    void badCommandLineFails();
+};
+
+void TestCorviStatus::saysThatThereIsNoDaemon_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("for a person") << QStringList();
+    QTest::newRow("for a program") << QStringList{"--json"};
+}
+
+void TestCorviStatus::saysThatThereIsNoDaemon()
+{
+    QFETCH(QStringList, arguments);
+
+    const Result result = Run(arguments);
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.output, QString());
+    QCOMPARE(result.error, "corvi-status: No daemon is running.\n");
+}
+
+void TestCorviStatus::recordOfADeadDaemonIsNotShown()
+{
+    const pid_t daemon = fork();
+    if (daemon == 0) {
+        auto *const publisher = new Publisher;
+        publisher->Publish(WiredStatus().GetData());
+        _exit(0); // like a crash: nothing is cleaned up, and the segment stays
+    }
+    QCOMPARE(waitpid(daemon, nullptr, 0), daemon);
+
+    const Result result = Run({});
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.output, QString());
+    QCOMPARE(result.error, "corvi-status: No daemon is running.\n");
+}
+
+void TestCorviStatus::saysThatNothingIsPublished()
+{
+    const Publisher publisher;
+
+    const Result person = Run({});
+    const Result program = Run({"--json"});
+
+    QCOMPARE(person.exitCode, 0);
+    QCOMPARE(person.output, "The daemon has not published a status yet.\n");
+    QCOMPARE(program.exitCode, 0);
+    QCOMPARE(program.output, "{\"published\":false}\n");
+}
+
+void TestCorviStatus::showsTheStatusToAPerson()
+{
+    Publisher publisher;
+    ZebNetStatus status;
+    status.SetWireless(true);
+    status.SetIfaceInfo("02:00:5E:10:00:01", QString(), QString(), QString());
+    publisher.Publish(WiredStatus().GetData());
+
+    const Result wired = Run({});
+    publisher.Publish(status.GetData());
+    const Result wireless = Run({});
+
+    QCOMPARE(wired.exitCode, 0);
+    QCOMPARE(wired.error, QString());
+    QCOMPARE(wired.output, "Connected:    yes\n"
+                           "Interface:    wired\n"
+                           "MAC address:  02:00:5E:10:00:01\n"
+                           "IP address:   10.0.0.5\n"
+                           "Netmask:      255.255.255.0\n"
+                           "Broadcast:    10.0.0.255\n");
+    QCOMPARE(wireless.output, "Connected:    no\n"
+                              "Interface:    wireless\n"
+                              "MAC address:  02:00:5E:10:00:01\n"
+                              "IP address:   none\n"
+                              "Netmask:      none\n"
+                              "Broadcast:    none\n");
+}
+
+void TestCorviStatus::showsTheStatusToAProgram()
+{
+    Publisher publisher;
+    publisher.Publish(WiredStatus().GetData());
+
+    const Result result = Run({"--json"});
+
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.output.count('\n'), 1);
+    const QJsonObject expected = {{"published", true},        {"connected", true},
+                                  {"wireless", false},        {"macAddress", "02:00:5E:10:00:01"},
+                                  {"ipAddress", "10.0.0.5"},  {"netmask", "255.255.255.0"},
+                                  {"broadcast", "10.0.0.255"}};
+    QCOMPARE(QJsonDocument::fromJson(result.output.toUtf8()).object(), expected);
+}
+
+void TestCorviStatus::refusesADamagedRecord()
+{
+    Publisher publisher;
+    publisher.Publish(QByteArray(512, 'x'));
+
+    const Result result = Run({});
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.output, QString());
+    QVERIFY2(result.error.contains("damaged or of a version"), qPrintable(result.error));
+}
+
+void TestCorviStatus::waitsForTheLock()
+{
+    Publisher publisher;
+    publisher.Publish(QByteArray(512, 'x'));
+    QVERIFY(publisher.segment.lock());
+    QProcess tool;
+
+    tool.start(CORVI_STATUS, QStringList());
+
+    QVERIFY(!tool.waitForFinished(500));
+    std::memcpy(publisher.segment.data(), WiredStatus().GetData().constData(), 512);
+    QVERIFY(publisher.segment.unlock());
+    QVERIFY(tool.waitForFinished(10000));
+    QVERIFY(tool.readAllStandardOutput().contains("10.0.0.5"));
+}
+
+void TestCorviStatus::watchPrintsEvents_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("connected") << QByteArray::fromHex("00000001") << "event 0, status 1: connected";
+    QTest::newRow("not connected") << QByteArray::fromHex("0000ffff") << "event 0, status -1: not connected";
+    QTest::newRow("no configuration")
+        << QByteArray::fromHex("0001ffff") << "event 1, status -1: no address, or no configuration found";
+    QTest::newRow("DHCP started") << QByteArray::fromHex("00010000") << "event 1, status 0: DHCP started";
+    QTest::newRow("address") << QByteArray::fromHex("00010001") << "event 1, status 1: address present";
+    QTest::newRow("associated") << QByteArray::fromHex("00020001") << "event 2, status 1: associated";
+    QTest::newRow("association lost")
+        << QByteArray::fromHex("0002ffff") << "event 2, status -1: association lost";
+    QTest::newRow("configured") << QByteArray::fromHex("00030000")
+                                << "event 3, status 0: configuration applied";
+    QTest::newRow("unknown event") << QByteArray::fromHex("7fff8000")
+                                   << "event 32767, status -32768: unknown event";
+    QTest::newRow("unknown status") << QByteArray::fromHex("00020007")
+                                    << "event 2, status 7: association status";
+}
+
+void TestCorviStatus::watchPrintsEvents()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, expected);
+    Publisher publisher;
+    publisher.Publish(WiredStatus().GetData());
+    Watcher watcher;
+
+    QVERIFY(SendEvent(bytes));
+
+    const QString output = watcher.OutputWith("Broadcast");
+    QVERIFY2(output.contains(expected + "\n"), qPrintable(output));
+    QVERIFY2(output.contains("\n  IP address:   10.0.0.5\n"), qPrintable(output));
+}
+
+void TestCorviStatus::watchPrintsTheRecordToAProgram()
+{
+    Publisher publisher;
+    publisher.Publish(WiredStatus().GetData());
+    Watcher watcher({"--watch", "--json"});
+
+    QVERIFY(SendEvent(QByteArray::fromHex("00010001")));
+
+    const QJsonObject event = QJsonDocument::fromJson(watcher.OutputWith("\n").toUtf8()).object();
+    QCOMPARE(event.value("event").toInt(), 1);
+    QCOMPARE(event.value("status").toInt(), 1);
+    QCOMPARE(event.value("meaning").toString(), "address present");
+    QVERIFY(QDateTime::fromString(event.value("time").toString(), Qt::ISODateWithMs).isValid());
+    QCOMPARE(event.value("record").toObject().value("ipAddress").toString(), "10.0.0.5");
+}
+
+void TestCorviStatus::watchPrintsEveryEvent()
+{
+    Watcher watcher({"--watch", "--json"});
+
+    for (int i = 0; i < 50; ++i)
+        QVERIFY(SendEvent(QByteArray::fromHex("0000") + '\0' + static_cast<char>(i + 1)));
+
+    const QString output = watcher.OutputWith("\"status\":50,");
+    QCOMPARE(output.count("\"event\":0"), 50);
+}
+
+void TestCorviStatus::watchWorksWithoutADaemon()
+{
+    Watcher watcher;
+
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+
+    QVERIFY(watcher.OutputWith("No daemon is running.").contains("event 3, status 0: configuration applied"));
+}
+
+void TestCorviStatus::watchDoesNotKeepTheSegment()
+{
+    auto publisher = std::make_unique<Publisher>();
+    publisher->Publish(WiredStatus().GetData());
+    Watcher watcher;
+    QVERIFY(SendEvent(QByteArray::fromHex("00010001")));
+    QVERIFY(watcher.OutputWith("Broadcast").contains("10.0.0.5"));
+
+    publisher.reset();
+
+    QSharedMemory segment(KEY);
+    QVERIFY(!segment.attach(QSharedMemory::ReadOnly));
+    QCOMPARE(segment.error(), QSharedMemory::NotFound);
+}
+
+void TestCorviStatus::watchReportsABrokenEvent()
+{
+    Watcher watcher;
+
+    QVERIFY(SendEvent("ab"));
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+
+    QCOMPARE(watcher.OutputWith("event 3").count("event"), 1);
+    // It was written before the event that came after it was printed.
+    watcher.tool.waitForReadyRead(0);
+    QCOMPARE(QString::fromUtf8(watcher.tool.readAllStandardError()),
+             "corvi-status: an event of 2 bytes instead of 4 was left out\n");
+}
+
+void TestCorviStatus::secondWatcherIsRefused()
+{
+    Watcher watcher;
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+
+    const Result second = Run({"--watch"});
+
+    QCOMPARE(second.exitCode, 1);
+    QCOMPARE(second.error, "corvi-status: another program already listens for events\n");
+    QVERIFY(SendEvent(QByteArray::fromHex("00030001")));
+    QVERIFY(watcher.OutputWith("status 1").contains("event 3, status 1"));
+    QCOMPARE(QString::fromUtf8(watcher.tool.readAllStandardError()), QString());
+}
+
+void TestCorviStatus::deadListenersSocketIsTakenOver()
+{
+    {
+        Watcher killed;
+        QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+        killed.tool.kill();
+        QVERIFY(killed.tool.waitForFinished());
+    }
+    QVERIFY(QFile::exists(SOCKET));
+    Watcher watcher;
+
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+
+    QVERIFY(watcher.OutputWith("event 3").contains("event 3, status 0"));
+}
+
+void TestCorviStatus::watchRemovesItsSocket_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("terminated") << SIGTERM;
+    QTest::newRow("interrupted") << SIGINT;
+}
+
+void TestCorviStatus::watchRemovesItsSocket()
+{
+    QFETCH(int, signal);
+    Watcher watcher;
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+    watcher.OutputWith("event 3");
+
+    ::kill(static_cast<pid_t>(watcher.tool.processId()), signal);
+
+    QVERIFY(watcher.tool.waitForFinished(10000));
+    QCOMPARE(watcher.tool.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(watcher.tool.exitCode(), 0);
+    QVERIFY(!QFile::exists(SOCKET));
+}
+
+void TestCorviStatus::helpNamesTheOptions()
+{
+    const Result result = Run({"--help"});
+
+    QCOMPARE(result.exitCode, 0);
+    QVERIFY(result.output.contains("--json"));
+    QVERIFY(result.output.contains("--watch"));
+}
+
+void TestCorviStatus::versionIsShown()
+{
+    const Result result = Run({"--version"});
+
+    QCOMPARE(result.exitCode, 0);
+    QVERIFY(QRegularExpression("^corvi-status \\d+\\.\\d+\\.\\d+\n$").match(result.output).hasMatch());
+}
+
+void TestCorviStatus::badCommandLineFails_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("unknown option") << QStringList{"--colour"} << "colour";
+    QTest::newRow("argument") << QStringList{"eth0"} << "unexpected argument: eth0";
+}
+
+void TestCorviStatus::badCommandLineFails()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, reason);
+
+    const Result result = Run(arguments);
+
+    QCOMPARE(result.exitCode, 1);
+    QVERIFY2(result.error.contains(reason), qPrintable(result.error));
+}
+
+QTEST_GUILESS_MAIN(TestCorviStatus)
+#include "tst_statustool.moc"
