@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+// From definitions in the store to the supplicant's file, by number of definitions. "WPA3" needs no outside
+// program; "WPA2" runs wpa_passphrase once for each definition, and tool_share is the part of the time that
+// goes there. The floor is writing a file of the same size with bare system calls.
+
+#include "logging.h"
+#include "namednetwork.h"
+#include "utils.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+const QString STORE_FOLDER = QStringLiteral("/tmp/config/xmlconfig/user/hardware");
+const QString WRITTEN_FILE = QStringLiteral("/tmp/wpa_supplicant.conf");
+
+void WriteStore(int count, const QByteArray &mode)
+{
+    QByteArray xml = "<networkconfig>";
+    for (int i = 0; i < count; ++i) {
+        const QByteArray number = QByteArray::number(i);
+        xml += "<network><name>net" + number + "</name><ssid>ssid" + number + "</ssid><securityMode>" + mode +
+               "</securityMode><passphrase>passphrase" + number + "</passphrase></network>";
+    }
+    QDir().mkpath(STORE_FOLDER);
+    QFile file(STORE_FOLDER + QStringLiteral("/networkconfig"));
+    if (!file.open(QIODevice::WriteOnly) || file.write(xml + "</networkconfig>\n") == -1)
+        std::abort();
+}
+
+void BuildAndWrite()
+{
+    QStringList lines;
+    const QStringList names = ZebNetConfig::GetNetworkNames();
+    for (const QString &name : names)
+        lines += NamedNetwork(name, false, nullptr).Block();
+    if (!WpaSupplicantCfg::WriteCfg(lines))
+        std::abort();
+}
+
+void Wpa3Definitions(benchmark::State &state)
+{
+    WriteStore(int(state.range(0)), "WPA Personal 3");
+    for (auto _ : state)
+        BuildAndWrite();
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void Wpa2Definitions(benchmark::State &state)
+{
+    WriteStore(int(state.range(0)), "WPA Personal 1/2");
+    using Clock = std::chrono::steady_clock;
+    std::chrono::duration<double> inTool{0};
+    std::chrono::duration<double> inAll{0};
+    for (auto _ : state) {
+        const auto start = Clock::now();
+        BuildAndWrite();
+        const auto end = Clock::now();
+        inAll += end - start;
+
+        state.PauseTiming();
+        const auto toolStart = Clock::now();
+        for (int i = 0; i < state.range(0); ++i) {
+            const QString number = QString::number(i);
+            Utils::Execute(QStringLiteral("wpa_passphrase"),
+                           {QStringLiteral("ssid") + number, QStringLiteral("passphrase") + number}, false);
+        }
+        inTool += Clock::now() - toolStart;
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    state.counters["tool_share"] = inTool / inAll;
+}
+
+/// The file as left by the benchmark above it.
+void FloorWriteOnly(benchmark::State &state)
+{
+    WriteStore(int(state.range(0)), "WPA Personal 3");
+    BuildAndWrite();
+    QFile file(WRITTEN_FILE);
+    if (!file.open(QIODevice::ReadOnly))
+        std::abort();
+    const QByteArray contents = file.readAll();
+    for (auto _ : state) {
+        const int fd = ::open("/tmp/floor.conf", O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+        benchmark::DoNotOptimize(::write(fd, contents.constData(), size_t(contents.size())));
+        ::close(fd);
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void Counts(benchmark::internal::Benchmark *bench)
+{
+    bench->Arg(1)->Arg(10)->Arg(100)->Arg(500)->Unit(benchmark::kMicrosecond)->UseRealTime();
+}
+
+BENCHMARK(FloorWriteOnly)->Apply(Counts);
+BENCHMARK(Wpa3Definitions)->Apply(Counts);
+BENCHMARK(Wpa2Definitions)->Apply(Counts);
+
+bool IsSandbox()
+{
+    char name[64] = {};
+    return ::gethostname(name, sizeof name - 1) == 0 && qstrcmp(name, "corvi-sandbox") == 0;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    if (!IsSandbox()) {
+        std::fputs("bench_config writes the store: run it through tests/sandbox/run\n", stderr);
+        return 1;
+    }
+    Logging::GetInstance(2, false);
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
