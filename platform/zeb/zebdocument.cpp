@@ -108,6 +108,20 @@ void CheckSettings(QMap<QString, QString> &settings, QStringList &problems)
     }
 }
 
+/// Whether more than 16 KiB go by without the end of a tag. The reader's time grows with the square of the
+/// number of attributes: 4 MiB of them in one tag would hold the program up for minutes.
+bool HasOverlongTag(const QByteArray &bytes)
+{
+    constexpr int LIMIT = 16 * 1024;
+    for (int begin = 0; bytes.size() - begin > LIMIT;) {
+        const int end = bytes.lastIndexOf('>', begin + LIMIT);
+        if (end < begin)
+            return true;
+        begin = end + 1;
+    }
+    return false;
+}
+
 void FindRoot(QXmlStreamReader &xml)
 {
     while (!xml.atEnd() && xml.readNext() != QXmlStreamReader::StartElement) {
@@ -120,6 +134,10 @@ void FindRoot(QXmlStreamReader &xml)
 
 bool ZebDocument::Parse(const QByteArray &bytes, QStringList &problems, QString &error)
 {
+    if (HasOverlongTag(bytes)) {
+        error = QStringLiteral("a tag or a text is longer than 16 KiB");
+        return false;
+    }
     QXmlStreamReader xml(bytes);
     FindRoot(xml);
     while (xml.readNextStartElement()) {

@@ -21,7 +21,8 @@ struct ZebDocument
 {
     /// Reads a section's XML. What is well-formed but wrong is left out and told in `problems`, one line of
     /// text each. False, with the place and the reason in `error` and the rest undefined, when the text as a
-    /// whole is not well-formed or has a document type definition, which could define entities.
+    /// whole is not well-formed, has a document type definition, which could define entities, or has a tag or
+    /// a text longer than 16 KiB.
     [[nodiscard]] bool Parse(const QByteArray &bytes, QStringList &problems, QString &error);
 
     QMap<QString, QString> settings;

@@ -46,6 +46,7 @@ class TestZebDocument : public QObject
 private Q_SLOTS:
     void malformedTextIsRefused_data();
     void malformedTextIsRefused();
+    void longDocumentIsTaken();
     void rootMayHaveAnyName();
     void fewOddElementsAreLeftOut_data();
     void fewOddElementsAreLeftOut();
@@ -92,6 +93,11 @@ void TestZebDocument::malformedTextIsRefused_data()
     QTest::newRow("external entity")
         << QByteArray("<!DOCTYPE c [<!ENTITY a SYSTEM \"file:///etc/passwd\">]><c><a>&a;</a></c>")
         << "document type definition is not accepted";
+    QTest::newRow("tag with very many attributes") << "<c" + QByteArray(" a=''").repeated(4000) + "/>"
+                                                   << "a tag or a text is longer than 16 KiB";
+    QTest::newRow("very long text") << "<c><a>" + QByteArray(17000, 'x') + "</a></c>"
+                                    << "a tag or a text is longer than 16 KiB";
+    QTest::newRow("nothing but text") << QByteArray(17000, 'x') << "a tag or a text is longer than 16 KiB";
     QTest::newRow("plain document type")
         << QByteArray("<!DOCTYPE c>\n<c></c>") << "document type definition is not accepted";
 }
@@ -105,6 +111,15 @@ void TestZebDocument::malformedTextIsRefused()
 
     QVERIFY(!result.isWellFormed);
     QVERIFY2(result.error.contains(reason), qPrintable(result.error));
+}
+
+void TestZebDocument::longDocumentIsTaken()
+{
+    const Result result = Parse("<c><!--" + QByteArray(15000, ' ') + "-->" +
+                                QByteArray("<a>1</a>\n").repeated(100000) + "</c>");
+
+    QVERIFY2(result.isWellFormed, qPrintable(result.error));
+    QCOMPARE(result.document.settings.value("a"), "1");
 }
 
 void TestZebDocument::rootMayHaveAnyName()
