@@ -1,467 +1,529 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "testsupport.h"
+#include "corviundertest.h"
+
 #include "zebnetstatus.h"
 
-#include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QLocalSocket>
 #include <QProcess>
 #include <QSharedMemory>
-#include <QtTest>
 
-#include <cstring>
-#include <memory>
-
-#include <sys/wait.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
+
+using namespace CorviWorld;
+using namespace TestSupport;
 
 namespace {
 
-const QString KEY = QStringLiteral("com.qarbo.zebnetstatus");
-const QString SOCKET = QStringLiteral("/tmp/corvin");
+const QString SEGMENT_KEY = QStringLiteral("com.qarbo.zebnetstatus");
+constexpr int SEGMENT_SIZE = 512;
 
-struct Result
+/// The segment as another program reads it.
+QByteArray ReadSegment()
 {
-    int exitCode = -1;
-    QString output;
-    QString error;
-};
-
-Result Run(const QStringList &arguments)
-{
-    QProcess tool;
-    tool.start(QStringLiteral(CORVI_STATUS), arguments);
-    if (!tool.waitForFinished(10000) || tool.exitStatus() != QProcess::NormalExit)
-        return {};
-    return {tool.exitCode(), QString::fromUtf8(tool.readAllStandardOutput()),
-            QString::fromUtf8(tool.readAllStandardError())};
+    QSharedMemory reader(SEGMENT_KEY);
+    if (!reader.attach(QSharedMemory::ReadOnly))
+        return QByteArray();
+    reader.lock();
+    const QByteArray contents(static_cast<const char *>(reader.constData()), reader.size());
+    reader.unlock();
+    return contents;
 }
 
-ZebNetStatus WiredStatus()
+void FillSegment(char byte)
 {
-    ZebNetStatus status;
-    status.SetConnected(true);
-    status.SetIfaceInfo("02:00:5E:10:00:01", "10.0.0.5", "10.0.0.255", "255.255.255.0");
-    return status;
+    QSharedMemory writer(SEGMENT_KEY);
+    if (!writer.attach() || !writer.lock())
+        qFatal("no segment");
+    memset(writer.data(), byte, static_cast<size_t>(writer.size()));
+    writer.unlock();
 }
 
-/// Publishes as the daemon does.
-class Publisher
+/// A listener that never takes a connection and whose queue holds only a few.
+class DeafListener
 {
 public:
-    Publisher() : segment(KEY)
+    DeafListener() : fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
-        if (!segment.create(512))
-            qFatal("cannot create the segment: %s", qPrintable(segment.errorString()));
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        qstrncpy(address.sun_path, "/tmp/corvin", sizeof address.sun_path);
+        if (::bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 || ::listen(fd, 0) != 0)
+            qFatal("no listener");
     }
-
-    void Publish(const QByteArray &record)
+    ~DeafListener()
     {
-        segment.lock();
-        std::memcpy(segment.data(), record.constData(), 512);
-        segment.unlock();
+        ::close(fd);
+        ::unlink("/tmp/corvin");
     }
-
-    QSharedMemory segment;
-};
-
-/// The tool, watching.
-class Watcher
-{
-public:
-    explicit Watcher(const QStringList &arguments = {"--watch"})
-    {
-        tool.start(QStringLiteral(CORVI_STATUS), arguments);
-        tool.waitForStarted();
-    }
-    ~Watcher()
-    {
-        tool.terminate();
-        tool.waitForFinished();
-    }
-    Watcher(const Watcher &) = delete;
-    Watcher &operator=(const Watcher &) = delete;
-
-    /// The output so far; waits until it holds `text`.
-    QString OutputWith(const QString &text)
-    {
-        QDeadlineTimer deadline(10000);
-        while (!output.contains(text) && !deadline.hasExpired()) {
-            tool.waitForReadyRead(50);
-            output += QString::fromUtf8(tool.readAllStandardOutput());
-        }
-        return output;
-    }
-
-    QProcess tool;
 
 private:
-    QString output;
+    const int fd;
 };
-
-/// Sends one event as the daemon does, once somebody listens.
-bool SendEvent(const QByteArray &bytes)
-{
-    QDeadlineTimer deadline(10000);
-    while (!deadline.hasExpired()) {
-        QLocalSocket socket;
-        socket.connectToServer("corvin");
-        if (!socket.waitForConnected(1000)) {
-            QTest::qSleep(20);
-            continue;
-        }
-        socket.write(bytes);
-        socket.flush();
-        socket.disconnectFromServer();
-        return true;
-    }
-    return false;
-}
 
 } // namespace
 
-/// The tool as a person or a script starts it; this process plays the daemon.
+/// The status segment and the events.
 class TestCorviStatus : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void saysThatThereIsNoDaemon_data();
-    void saysThatThereIsNoDaemon();
-    void recordOfADeadDaemonIsNotShown();
-    void saysThatNothingIsPublished();
-    void showsTheStatusToAPerson();
-    void showsTheStatusToAProgram();
-    void refusesADamagedRecord();
-    void waitsForTheLock();
-    void watchPrintsEvents_data();
-    void watchPrintsEvents();
-    void watchPrintsTheRecordToAProgram();
-    void watchPrintsEveryEvent();
-    void watchWorksWithoutADaemon();
-    void watchDoesNotKeepTheSegment();
-    void watchReportsABrokenEvent();
-    void secondWatcherIsRefused();
-    void deadListenersSocketIsTakenOver();
-    void watchRemovesItsSocket_data();
-    void watchRemovesItsSocket();
-    void helpNamesTheOptions();
-    void versionIsShown();
-    void badCommandLineFails_data();
-    void badCommandLineFails();
+    void init();
+
+    // The segment
+    void segmentIsMadeAtConstruction();
+    void segmentThatExistsIsTaken_data();
+    void segmentThatExistsIsTaken();
+    void segmentThatCannotBeHadEndsTheProcess();
+    void recordIsPublished();
+    void copyIsBoundedByTheSegment();
+    void copyLeavesTheRestOfALargerSegment();
+    void publishingWaitsForTheLock();
+    void publishingIsTraced();
+
+    // Events
+    void messageIsFourBytesBigEndian_data();
+    void messageIsFourBytesBigEndian();
+    void wrapperSendsItsCode_data();
+    void wrapperSendsItsCode();
+    void slotTakesTheArgumentsInItsOrder();
+    void statusIsPublishedBeforeTheEvent();
+    void nullDeviceLeavesTheSegment();
+    void eachEventHasAConnection();
+    void missingListenerLosesTheEvent();
+    void deafListenerBlocksForASecond();
+    void deafListenerLosesOnlyItsOwnEvents();
+    void sendingIsTraced_data();
+    void sendingIsTraced();
+    void sendingIsSilentAtTheNormalLevel();
 };
 
-void TestCorviStatus::saysThatThereIsNoDaemon_data()
+void TestCorviStatus::init()
 {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::newRow("for a person") << QStringList();
-    QTest::newRow("for a program") << QStringList{"--json"};
+    StartFromNothing();
 }
 
-void TestCorviStatus::saysThatThereIsNoDaemon()
+void TestCorviStatus::segmentIsMadeAtConstruction()
 {
-    QFETCH(QStringList, arguments);
+    WriteFile(DEBUG_FLAG, "");
 
-    const Result result = Run(arguments);
+    const CorviUnderTest corvi;
 
-    QCOMPARE(result.exitCode, 1);
-    QCOMPARE(result.output, QString());
-    QCOMPARE(result.error, "corvi-status: No daemon is running.\n");
+    QVERIFY(corvi.shm.isAttached());
+    QVERIFY(corvi.eventSocket);
+    QCOMPARE(ReadSegment().size(), SEGMENT_SIZE);
+    QCOMPARE(LogLines().filter("Corvi::InitSharedMemory"), QStringList{"Corvi::InitSharedMemory"});
+    QCOMPARE(LogLines().filter("Corvi::run"), QStringList());
 }
 
-void TestCorviStatus::recordOfADeadDaemonIsNotShown()
+void TestCorviStatus::segmentThatExistsIsTaken_data()
 {
-    const pid_t daemon = fork();
-    if (daemon == 0) {
-        auto *const publisher = new Publisher;
-        publisher->Publish(WiredStatus().GetData());
-        _exit(0); // like a crash: nothing is cleaned up, and the segment stays
-    }
-    QCOMPARE(waitpid(daemon, nullptr, 0), daemon);
-
-    const Result result = Run({});
-
-    QCOMPARE(result.exitCode, 1);
-    QCOMPARE(result.output, QString());
-    QCOMPARE(result.error, "corvi-status: No daemon is running.\n");
+    QTest::addColumn<int>("size");
+    QTest::newRow("as ours") << 512;
+    QTest::newRow("smaller") << 100;
+    QTest::newRow("larger") << 4096;
 }
 
-void TestCorviStatus::saysThatNothingIsPublished()
+void TestCorviStatus::segmentThatExistsIsTaken()
 {
-    const Publisher publisher;
+    QFETCH(int, size);
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(earlier.create(size));
+    WriteFile(DEBUG_FLAG, "");
 
-    const Result person = Run({});
-    const Result program = Run({"--json"});
+    const CorviUnderTest corvi;
 
-    QCOMPARE(person.exitCode, 0);
-    QCOMPARE(person.output, "The daemon has not published a status yet.\n");
-    QCOMPARE(program.exitCode, 0);
-    QCOMPARE(program.output, "{\"published\":false}\n");
+    QCOMPARE(corvi.shm.size(), size);
+    QCOMPARE(LogLines().filter("Corvi::run"), QStringList({"Corvi::run - Unable to create shared memory segment",
+                                                           "Corvi::run - Attached to shared memory segment"}));
 }
 
-void TestCorviStatus::showsTheStatusToAPerson()
+void TestCorviStatus::segmentThatCannotBeHadEndsTheProcess()
 {
-    Publisher publisher;
-    ZebNetStatus status;
-    status.SetWireless(true);
-    status.SetIfaceInfo("02:00:5E:10:00:01", QString(), QString(), QString());
-    publisher.Publish(WiredStatus().GetData());
+    // Neither the key files nor the segment can be made.
+    QCOMPARE(QProcess::execute("mount", {"-o", "remount,ro", "/tmp"}), 0);
+    const auto remount = qScopeGuard([] { QProcess::execute("mount", {"-o", "remount,rw", "/tmp"}); });
+    QProcess process;
 
-    const Result wired = Run({});
-    publisher.Publish(status.GetData());
-    const Result wireless = Run({});
+    process.start(QCoreApplication::applicationFilePath(), {"--construct"});
 
-    QCOMPARE(wired.exitCode, 0);
-    QCOMPARE(wired.error, QString());
-    QCOMPARE(wired.output, "Connected:    yes\n"
-                           "Interface:    wired\n"
-                           "MAC address:  02:00:5E:10:00:01\n"
-                           "IP address:   10.0.0.5\n"
-                           "Netmask:      255.255.255.0\n"
-                           "Broadcast:    10.0.0.255\n");
-    QCOMPARE(wireless.output, "Connected:    no\n"
-                              "Interface:    wireless\n"
-                              "MAC address:  02:00:5E:10:00:01\n"
-                              "IP address:   none\n"
-                              "Netmask:      none\n"
-                              "Broadcast:    none\n");
+    QVERIFY(process.waitForFinished(10000));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 0);
+    QCOMPARE(LogLines().last(), QString("Corvi::run - Unable to attach to shared memory segment"));
+    QVERIFY(process.readAllStandardError().contains("Unable to attach to shared memory segment"));
 }
 
-void TestCorviStatus::showsTheStatusToAProgram()
+void TestCorviStatus::recordIsPublished()
 {
-    Publisher publisher;
-    publisher.Publish(WiredStatus().GetData());
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    FillSegment('x');
+    ZebNetStatus *const status = corvi.Device("eth0")->status;
+    status->SetConnected(true);
+    status->SetIfaceInfo("00:11:22:33:44:55", "10.0.0.5", "10.0.0.255", "255.255.255.0");
 
-    const Result result = Run({"--json"});
+    corvi.ShareStatus(corvi.Device("eth0"));
 
-    QCOMPARE(result.exitCode, 0);
-    QCOMPARE(result.output.count('\n'), 1);
-    const QJsonObject expected = {{"published", true},        {"connected", true},
-                                  {"wireless", false},        {"macAddress", "02:00:5E:10:00:01"},
-                                  {"ipAddress", "10.0.0.5"},  {"netmask", "255.255.255.0"},
-                                  {"broadcast", "10.0.0.255"}};
-    QCOMPARE(QJsonDocument::fromJson(result.output.toUtf8()).object(), expected);
+    QCOMPARE(ReadSegment(), status->GetData());
+    ZebNetStatus copy;
+    QVERIFY(copy.SetData(ReadSegment()));
+    QCOMPARE(copy.GetIp(), QString("10.0.0.5"));
+    QVERIFY(copy.IsConnected());
 }
 
-void TestCorviStatus::refusesADamagedRecord()
+void TestCorviStatus::copyIsBoundedByTheSegment()
 {
-    Publisher publisher;
-    publisher.Publish(QByteArray(512, 'x'));
+    MakeInterface("eth0");
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(earlier.create(100));
+    CorviUnderTest corvi;
+    corvi.Tick();
 
-    const Result result = Run({});
+    corvi.ShareStatus(corvi.Device("eth0"));
 
-    QCOMPARE(result.exitCode, 1);
-    QCOMPARE(result.output, QString());
-    QVERIFY2(result.error.contains("damaged or of a version"), qPrintable(result.error));
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData().left(100));
 }
 
-void TestCorviStatus::waitsForTheLock()
+void TestCorviStatus::copyLeavesTheRestOfALargerSegment()
 {
-    Publisher publisher;
-    publisher.Publish(QByteArray(512, 'x'));
-    QVERIFY(publisher.segment.lock());
-    QProcess tool;
+    MakeInterface("eth0");
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(earlier.create(1000));
+    CorviUnderTest corvi;
+    corvi.Tick();
+    FillSegment('x');
 
-    tool.start(CORVI_STATUS, QStringList());
+    corvi.ShareStatus(corvi.Device("eth0"));
 
-    QVERIFY(!tool.waitForFinished(500));
-    std::memcpy(publisher.segment.data(), WiredStatus().GetData().constData(), 512);
-    QVERIFY(publisher.segment.unlock());
-    QVERIFY(tool.waitForFinished(10000));
-    QVERIFY(tool.readAllStandardOutput().contains("10.0.0.5"));
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData() + QByteArray(488, 'x'));
 }
 
-void TestCorviStatus::watchPrintsEvents_data()
+void TestCorviStatus::publishingWaitsForTheLock()
 {
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    FillSegment('x');
+    QElapsedTimer elapsed;
+    QProcess reader;
+    reader.start(QCoreApplication::applicationFilePath(), {"--hold-lock", "300"});
+    QVERIFY(reader.waitForReadyRead(5000));
+    elapsed.start();
+
+    corvi.ShareStatus(corvi.Device("eth0"));
+
+    QVERIFY(elapsed.elapsed() >= 200);
+    QVERIFY(reader.waitForFinished());
+    // What it read under its lock was the old record, whole.
+    QCOMPARE(reader.readAllStandardOutput(), QByteArray("locked\n") + QByteArray(SEGMENT_SIZE, 'x'));
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviStatus::publishingIsTraced()
+{
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    NetworkDevice *const device = corvi.Device("eth0");
+
+    SetLevel(3);
+    ClearLog();
+    corvi.ShareStatus(device);
+    QCOMPARE(LogLines(), QStringList());
+
+    SetLevel(4);
+    corvi.ShareStatus(device);
+    QCOMPARE(LogLines(), QStringList({"ShareStatus()  Start", "ShareStatus()  Complete"}));
+
+    SetLevel(6);
+    ClearLog();
+    corvi.ShareStatus(device);
+    QCOMPARE(LogLines(), QStringList({"ShareStatus()  Start", "ShareStatus BA Size 512 _shm.size 512",
+                                      "ShareStatus()  Complete"}));
+}
+
+void TestCorviStatus::messageIsFourBytesBigEndian_data()
+{
+    QTest::addColumn<int>("event");
+    QTest::addColumn<int>("status");
     QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("connected") << QByteArray::fromHex("00000001") << "event 0, status 1: connected";
-    QTest::newRow("not connected") << QByteArray::fromHex("0000ffff") << "event 0, status -1: not connected";
-    QTest::newRow("no configuration")
-        << QByteArray::fromHex("0001ffff") << "event 1, status -1: no address, or no configuration found";
-    QTest::newRow("DHCP started") << QByteArray::fromHex("00010000") << "event 1, status 0: DHCP started";
-    QTest::newRow("address") << QByteArray::fromHex("00010001") << "event 1, status 1: address present";
-    QTest::newRow("associated") << QByteArray::fromHex("00020001") << "event 2, status 1: associated";
-    QTest::newRow("association lost")
-        << QByteArray::fromHex("0002ffff") << "event 2, status -1: association lost";
-    QTest::newRow("configured") << QByteArray::fromHex("00030000")
-                                << "event 3, status 0: configuration applied";
-    QTest::newRow("unknown event") << QByteArray::fromHex("7fff8000")
-                                   << "event 32767, status -32768: unknown event";
-    QTest::newRow("unknown status") << QByteArray::fromHex("00020007")
-                                    << "event 2, status 7: association status";
+    QTest::newRow("small") << 1 << 2 << QByteArray("\x00\x01\x00\x02", 4);
+    QTest::newRow("negative") << 2 << -1 << QByteArray("\x00\x02\xff\xff", 4);
+    QTest::newRow("both bytes") << 0x1234 << 0x5678 << QByteArray("\x12\x34\x56\x78", 4);
+    QTest::newRow("truncated") << 0x12345678 << -65537 << QByteArray("\x56\x78\xff\xff", 4);
+    QTest::newRow("truncated to nothing") << 65536 << 0x7fff0000 << QByteArray("\x00\x00\x00\x00", 4);
 }
 
-void TestCorviStatus::watchPrintsEvents()
+void TestCorviStatus::messageIsFourBytesBigEndian()
 {
+    QFETCH(int, event);
+    QFETCH(int, status);
     QFETCH(QByteArray, bytes);
-    QFETCH(QString, expected);
-    Publisher publisher;
-    publisher.Publish(WiredStatus().GetData());
-    Watcher watcher;
+    EventListener listener;
+    CorviUnderTest corvi;
 
-    QVERIFY(SendEvent(bytes));
+    corvi.SendEvent(nullptr, event, status);
 
-    const QString output = watcher.OutputWith("Broadcast");
-    QVERIFY2(output.contains(expected + "\n"), qPrintable(output));
-    QVERIFY2(output.contains("\n  IP address:   10.0.0.5\n"), qPrintable(output));
+    QCOMPARE(listener.TakeMessages(), QVector<QByteArray>{bytes});
 }
 
-void TestCorviStatus::watchPrintsTheRecordToAProgram()
+void TestCorviStatus::wrapperSendsItsCode_data()
 {
-    Publisher publisher;
-    publisher.Publish(WiredStatus().GetData());
-    Watcher watcher({"--watch", "--json"});
-
-    QVERIFY(SendEvent(QByteArray::fromHex("00010001")));
-
-    const QJsonObject event = QJsonDocument::fromJson(watcher.OutputWith("\n").toUtf8()).object();
-    QCOMPARE(event.value("event").toInt(), 1);
-    QCOMPARE(event.value("status").toInt(), 1);
-    QCOMPARE(event.value("meaning").toString(), "address present");
-    QVERIFY(QDateTime::fromString(event.value("time").toString(), Qt::ISODateWithMs).isValid());
-    QCOMPARE(event.value("record").toObject().value("ipAddress").toString(), "10.0.0.5");
+    QTest::addColumn<QString>("wrapper");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<int>("status");
+    QTest::newRow("connections, good") << "connections" << true << 0 << 1;
+    QTest::newRow("connections, bad") << "connections" << false << 0 << -1;
+    QTest::newRow("DHCP, good") << "dhcp" << true << 1 << 1;
+    QTest::newRow("DHCP, bad") << "dhcp" << false << 1 << -1;
+    QTest::newRow("association, good") << "association" << true << 2 << 1;
+    QTest::newRow("association, bad") << "association" << false << 2 << -1;
+    QTest::newRow("configuration") << "config" << true << 3 << 0;
 }
 
-void TestCorviStatus::watchPrintsEveryEvent()
+void TestCorviStatus::wrapperSendsItsCode()
 {
-    Watcher watcher({"--watch", "--json"});
+    QFETCH(QString, wrapper);
+    QFETCH(bool, ok);
+    QFETCH(int, code);
+    QFETCH(int, status);
+    MakeInterface("eth0");
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick();
+    NetworkDevice *const device = corvi.Device("eth0");
+    FillSegment('x');
 
-    for (int i = 0; i < 50; ++i)
-        QVERIFY(SendEvent(QByteArray::fromHex("0000") + '\0' + static_cast<char>(i + 1)));
+    if (wrapper == "connections")
+        corvi.SendConnectionsMessage(device, ok);
+    else if (wrapper == "dhcp")
+        corvi.SendDhcpMessage(device, ok);
+    else if (wrapper == "association")
+        corvi.SendAssociationMessage(device, ok);
+    else
+        corvi.SendConfigMessage(device);
 
-    const QString output = watcher.OutputWith("\"status\":50,");
-    QCOMPARE(output.count("\"event\":0"), 50);
+    QCOMPARE(listener.Take(), Events({{code, status}}));
+    QCOMPARE(ReadSegment(), device->status->GetData());
 }
 
-void TestCorviStatus::watchWorksWithoutADaemon()
+void TestCorviStatus::slotTakesTheArgumentsInItsOrder()
 {
-    Watcher watcher;
+    MakeInterface("eth0");
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick();
+    FillSegment('x');
 
-    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+    corvi.onSendEventMessage(5, 6, corvi.Device("eth0"));
 
-    QVERIFY(watcher.OutputWith("No daemon is running.").contains("event 3, status 0: configuration applied"));
+    QCOMPARE(listener.Take(), Events({{5, 6}}));
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
 }
 
-void TestCorviStatus::watchDoesNotKeepTheSegment()
+void TestCorviStatus::statusIsPublishedBeforeTheEvent()
 {
-    auto publisher = std::make_unique<Publisher>();
-    publisher->Publish(WiredStatus().GetData());
-    Watcher watcher;
-    QVERIFY(SendEvent(QByteArray::fromHex("00010001")));
-    QVERIFY(watcher.OutputWith("Broadcast").contains("10.0.0.5"));
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    FillSegment('x');
+    QProcess reader;
+    reader.start(QCoreApplication::applicationFilePath(), {"--read-on-event"});
+    QVERIFY(reader.waitForReadyRead(5000));
 
-    publisher.reset();
+    corvi.SendAssociationMessage(corvi.Device("eth0"), true);
 
-    QSharedMemory segment(KEY);
-    QVERIFY(!segment.attach(QSharedMemory::ReadOnly));
-    QCOMPARE(segment.error(), QSharedMemory::NotFound);
+    QVERIFY(reader.waitForFinished(5000));
+    QCOMPARE(reader.readAllStandardOutput(), "listening\n" + corvi.Device("eth0")->status->GetData());
 }
 
-void TestCorviStatus::watchReportsABrokenEvent()
+void TestCorviStatus::nullDeviceLeavesTheSegment()
 {
-    Watcher watcher;
+    EventListener listener;
+    CorviUnderTest corvi;
+    FillSegment('x');
 
-    QVERIFY(SendEvent("ab"));
-    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+    corvi.SendEvent(nullptr, 1, 1);
 
-    QCOMPARE(watcher.OutputWith("event 3").count("event"), 1);
-    // It was written before the event that came after it was printed.
-    watcher.tool.waitForReadyRead(0);
-    QCOMPARE(QString::fromUtf8(watcher.tool.readAllStandardError()),
-             "corvi-status: an event of 2 bytes instead of 4 was left out\n");
+    QCOMPARE(listener.Take(), Events({{1, 1}}));
+    QCOMPARE(ReadSegment(), QByteArray(SEGMENT_SIZE, 'x'));
 }
 
-void TestCorviStatus::secondWatcherIsRefused()
+void TestCorviStatus::eachEventHasAConnection()
 {
-    Watcher watcher;
-    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+    EventListener listener;
+    CorviUnderTest corvi;
 
-    const Result second = Run({"--watch"});
+    for (int i = 0; i < 5; ++i)
+        corvi.SendEvent(nullptr, i, -i);
 
-    QCOMPARE(second.exitCode, 1);
-    QCOMPARE(second.error, "corvi-status: another program already listens for events\n");
-    QVERIFY(SendEvent(QByteArray::fromHex("00030001")));
-    QVERIFY(watcher.OutputWith("status 1").contains("event 3, status 1"));
-    QCOMPARE(QString::fromUtf8(watcher.tool.readAllStandardError()), QString());
+    QCOMPARE(listener.Take(), Events({{0, 0}, {1, -1}, {2, -2}, {3, -3}, {4, -4}}));
 }
 
-void TestCorviStatus::deadListenersSocketIsTakenOver()
+void TestCorviStatus::missingListenerLosesTheEvent()
 {
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    FillSegment('x');
+    QElapsedTimer elapsed;
+    elapsed.start();
+
+    corvi.SendAssociationMessage(corvi.Device("eth0"), true);
+
+    QVERIFY(elapsed.elapsed() < 500);
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+
+    // Neither queued nor sent again.
+    EventListener listener;
+    corvi.SendEvent(nullptr, 9, 9);
+    QCOMPARE(listener.Take(), Events({{9, 9}}));
+}
+
+void TestCorviStatus::deafListenerBlocksForASecond()
+{
+    const DeafListener listener;
+    CorviUnderTest corvi;
+    SetLevel(4);
+    // The first one waits in the queue.
+    corvi.SendEvent(nullptr, 1, 1);
+    ClearLog();
+    QElapsedTimer elapsed;
+    elapsed.start();
+
+    corvi.SendEvent(nullptr, 2, 2);
+
+    QVERIFY2(elapsed.elapsed() >= 900 && elapsed.elapsed() < 1500, qPrintable(QString::number(elapsed.elapsed())));
+    QCOMPARE(LogCount("SendEvent()  did not connect to socket"), 1);
+    QCOMPARE(LogCount("Connected To Client"), 0);
+}
+
+void TestCorviStatus::deafListenerLosesOnlyItsOwnEvents()
+{
+    CorviUnderTest corvi;
     {
-        Watcher killed;
-        QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
-        killed.tool.kill();
-        QVERIFY(killed.tool.waitForFinished());
+        const DeafListener listener;
+        corvi.SendEvent(nullptr, 1, 1);
+        corvi.SendEvent(nullptr, 2, 2);
     }
-    QVERIFY(QFile::exists(SOCKET));
-    Watcher watcher;
+    EventListener listener;
 
-    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+    corvi.SendEvent(nullptr, 3, 3);
 
-    QVERIFY(watcher.OutputWith("event 3").contains("event 3, status 0"));
+    QCOMPARE(listener.Take(), Events({{3, 3}}));
 }
 
-void TestCorviStatus::watchRemovesItsSocket_data()
+void TestCorviStatus::sendingIsTraced_data()
 {
-    QTest::addColumn<int>("signal");
-    QTest::newRow("terminated") << SIGTERM;
-    QTest::newRow("interrupted") << SIGINT;
+    QTest::addColumn<bool>("hasListener");
+    QTest::addColumn<bool>("hasDevice");
+    QTest::addColumn<QStringList>("lines");
+    const QStringList published{"SendEvent()  Start", "ShareStatus()  Start", "ShareStatus()  Complete",
+                                "SendEvent()  ShareStatus complete"};
+    const QStringList nothing{"SendEvent()  Start", "SendEvent -- nd is null"};
+    const QStringList sent{"Connected To Client", "SendEvent()  Complete"};
+    const QStringList lost{"SendEvent()  did not connect to socket", "SendEvent()  Complete"};
+    QTest::newRow("device and listener") << true << true << published + sent;
+    QTest::newRow("device, no listener") << false << true << published + lost;
+    QTest::newRow("no device, listener") << true << false << nothing + sent;
+    QTest::newRow("neither") << false << false << nothing + lost;
 }
 
-void TestCorviStatus::watchRemovesItsSocket()
+void TestCorviStatus::sendingIsTraced()
 {
-    QFETCH(int, signal);
-    Watcher watcher;
-    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
-    watcher.OutputWith("event 3");
+    QFETCH(bool, hasListener);
+    QFETCH(bool, hasDevice);
+    MakeInterface("eth0");
+    std::unique_ptr<EventListener> listener;
+    if (hasListener)
+        listener = std::make_unique<EventListener>();
+    CorviUnderTest corvi;
+    corvi.Tick();
+    SetLevel(4);
+    ClearLog();
 
-    ::kill(static_cast<pid_t>(watcher.tool.processId()), signal);
+    corvi.SendEvent(hasDevice ? corvi.Device("eth0") : nullptr, 1, 1);
 
-    QVERIFY(watcher.tool.waitForFinished(10000));
-    QCOMPARE(watcher.tool.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(watcher.tool.exitCode(), 0);
-    QVERIFY(!QFile::exists(SOCKET));
+    QTEST(LogLines(), "lines");
 }
 
-void TestCorviStatus::helpNamesTheOptions()
+void TestCorviStatus::sendingIsSilentAtTheNormalLevel()
 {
-    const Result result = Run({"--help"});
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    SetLevel(3);
+    ClearLog();
 
-    QCOMPARE(result.exitCode, 0);
-    QVERIFY(result.output.contains("--json"));
-    QVERIFY(result.output.contains("--watch"));
+    corvi.SendEvent(corvi.Device("eth0"), 1, 1);
+    corvi.SendEvent(nullptr, 1, 1);
+
+    QCOMPARE(LogLines(), QStringList());
 }
 
-void TestCorviStatus::versionIsShown()
+namespace {
+
+int Construct()
 {
-    const Result result = Run({"--version"});
-
-    QCOMPARE(result.exitCode, 0);
-    QVERIFY(QRegularExpression("^corvi-status \\d+\\.\\d+\\.\\d+\n$").match(result.output).hasMatch());
+    // Ends the process when there is no segment.
+    const CorviUnderTest corvi;
+    return 1;
 }
 
-void TestCorviStatus::badCommandLineFails_data()
+void Print(const QByteArray &bytes)
 {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QString>("reason");
-    QTest::newRow("unknown option") << QStringList{"--colour"} << "colour";
-    QTest::newRow("argument") << QStringList{"eth0"} << "unexpected argument: eth0";
+    QFile output;
+    output.open(1, QIODevice::WriteOnly);
+    output.write(bytes);
 }
 
-void TestCorviStatus::badCommandLineFails()
+int HoldLock(int milliseconds)
 {
-    QFETCH(QStringList, arguments);
-    QFETCH(QString, reason);
-
-    const Result result = Run(arguments);
-
-    QCOMPARE(result.exitCode, 1);
-    QVERIFY2(result.error.contains(reason), qPrintable(result.error));
+    QSharedMemory reader(SEGMENT_KEY);
+    if (!reader.attach(QSharedMemory::ReadOnly) || !reader.lock())
+        return 1;
+    Print("locked\n");
+    QThread::msleep(static_cast<unsigned long>(milliseconds));
+    Print(QByteArray(static_cast<const char *>(reader.constData()), reader.size()));
+    reader.unlock();
+    return 0;
 }
 
-QTEST_GUILESS_MAIN(TestCorviStatus)
+int ReadOnEvent()
+{
+    EventListener listener;
+    Print("listening\n");
+    for (int i = 0; i < 500; ++i) {
+        if (!listener.TakeMessages().isEmpty()) {
+            Print(ReadSegment());
+            return 0;
+        }
+        QThread::msleep(5);
+    }
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    // Other programs, as the tests need them beside the service.
+    const QStringList arguments = application.arguments();
+    if (arguments.value(1) == "--construct")
+        return Construct();
+    if (arguments.value(1) == "--hold-lock")
+        return HoldLock(arguments.value(2).toInt());
+    if (arguments.value(1) == "--read-on-event")
+        return ReadOnEvent();
+    TestCorviStatus test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_corvi_status.moc"

@@ -1,0 +1,359 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corviundertest.h"
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+namespace {
+
+/// What the modem tool tells from now on.
+void SetModemStatus(const QByteArray &text)
+{
+    WriteFile("/tmp/modem-status", text);
+    Answer("modem-tool.sh", "[ \"$1\" = status ] && cat /tmp/modem-status\nexit 0");
+}
+
+QStringList ModemCalls()
+{
+    return JournalOf("modem-tool.sh");
+}
+
+} // namespace
+
+/// The modem network.
+class TestCorviModem : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void firstBringUpStartsAndConnects();
+    void laterBringUpsOnlyAsk();
+    void bringUpAfterATakeDownConnectsAgain();
+    void adoptionAfterARescanConnectsAgain();
+    void changeOfTheConnectionIsReported_data();
+    void changeOfTheConnectionIsReported();
+    void connectionThatStaysIsNotReported();
+    void modemIsGivenUpAfterElevenFailures();
+    void runningLinkIsNotCounted();
+    void counterIsKeptOverARescan();
+    void wirelessResetsTheCounter();
+    void droppedModemComesBackWithARescan();
+    void wirelessFollowsADroppedModem();
+    void takeDownDisconnects();
+    void takeDownIsRepeatedOnEveryTick();
+    void bringUpGoesBeforeTakeDown();
+    void neitherOnlyLogs();
+    void withoutModemNothingHappens_data();
+    void withoutModemNothingHappens();
+    void resultTellsWhetherTheLinkRuns();
+};
+
+void TestCorviModem::init()
+{
+    StartFromNothing();
+    SetModemStatus("disconnected\n");
+}
+
+void TestCorviModem::firstBringUpStartsAndConnects()
+{
+    MakeInterface("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    SetLevel(4);
+    Forget();
+
+    corvi.ModemNetworkSetup(false, true);
+
+    QCOMPARE(Journal(), QStringList({"ifconfig wwan0 up", "modem-tool.sh connect", "modem-tool.sh status"}));
+    QVERIFY(corvi.modemDevice->timer->isActive());
+    QCOMPARE(LogLines().first(), QString("Corvi::ModemNetworkSetup"));
+}
+
+void TestCorviModem::laterBringUpsOnlyAsk()
+{
+    MakeInterface("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    Forget();
+
+    corvi.Tick(2);
+
+    QCOMPARE(Journal(), QStringList({"modem-tool.sh status", "modem-tool.sh status"}));
+}
+
+void TestCorviModem::bringUpAfterATakeDownConnectsAgain()
+{
+    MakeInterface("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    corvi.ModemNetworkSetup(true, false);
+    Forget();
+
+    corvi.ModemNetworkSetup(false, true);
+
+    QCOMPARE(Journal(), QStringList({"ifconfig wwan0 up", "modem-tool.sh connect", "modem-tool.sh status"}));
+}
+
+void TestCorviModem::adoptionAfterARescanConnectsAgain()
+{
+    MakeInterface("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    WriteFile(RELOAD_FLAG, "");
+    corvi.Tick();
+    Forget();
+
+    corvi.Tick();
+
+    QCOMPARE(ModemCalls(), QStringList({"modem-tool.sh connect", "modem-tool.sh status"}));
+}
+
+void TestCorviModem::changeOfTheConnectionIsReported_data()
+{
+    QTest::addColumn<bool>("before");
+    QTest::addColumn<QByteArray>("status");
+    QTest::addColumn<bool>("after");
+    QTest::newRow("connected") << false << QByteArray(" connected \n") << true;
+    QTest::newRow("disconnected") << true << QByteArray("disconnected\n") << false;
+    QTest::newRow("gone") << true << QByteArray("cannot find modem\n") << false;
+    QTest::newRow("silent") << true << QByteArray() << false;
+}
+
+void TestCorviModem::changeOfTheConnectionIsReported()
+{
+    QFETCH(bool, before);
+    QFETCH(QByteArray, status);
+    QFETCH(bool, after);
+    MakeInterface("wwan0");
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    auto *const modem = qobject_cast<Modem *>(corvi.modemDevice);
+    modem->modemConnected = before;
+    SetModemStatus(status);
+    listener.Take();
+    Forget();
+
+    corvi.Tick();
+
+    QCOMPARE(modem->modemConnected, after);
+    QCOMPARE(LogCount("modem connected"), 1);
+    QCOMPARE(ModemCalls(), QStringList({"modem-tool.sh status", "modem-tool.sh ip_config"}));
+    // The status is true in either direction.
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP}));
+}
+
+void TestCorviModem::connectionThatStaysIsNotReported()
+{
+    MakeInterface("wwan0");
+    SetModemStatus("connected\n");
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    listener.Take();
+    Forget();
+
+    corvi.Tick(3);
+
+    QCOMPARE(LogLines(), QStringList());
+    QCOMPARE(listener.Take(), Events());
+    QCOMPARE(ModemCalls(), QStringList({"modem-tool.sh status", "modem-tool.sh status", "modem-tool.sh status"}));
+}
+
+void TestCorviModem::modemIsGivenUpAfterElevenFailures()
+{
+    MakeInterface("wwan0");
+    PullCable("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+
+    corvi.Tick(10);
+    QVERIFY(corvi.modemDevice);
+    QCOMPARE(Corvi::conn_counter, 10);
+    Forget();
+
+    corvi.Tick();
+    QVERIFY(!corvi.modemDevice);
+    QCOMPARE(Corvi::conn_counter, 11);
+    QCOMPARE(Journal(), QStringList({"modem-tool.sh status", "ifconfig wwan0 down"}));
+    QVERIFY(corvi.Device("wwan0"));
+}
+
+void TestCorviModem::runningLinkIsNotCounted()
+{
+    MakeInterface("wwan0");
+    SetModemStatus("connected\n");
+    CorviUnderTest corvi;
+
+    corvi.Tick(15);
+
+    // Running since the change of the connection refreshed the device.
+    QCOMPARE(Corvi::conn_counter, 0);
+    QVERIFY(corvi.modemDevice);
+    QVERIFY(corvi.modemDevice->isRunning);
+}
+
+void TestCorviModem::counterIsKeptOverARescan()
+{
+    MakeInterface("wwan0");
+    PullCable("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick(12);
+    QCOMPARE(Corvi::conn_counter, 11);
+
+    WriteFile(RELOAD_FLAG, "");
+    corvi.Tick();
+    QCOMPARE(corvi.modemDevice, corvi.Device("wwan0"));
+    corvi.Tick();
+
+    QVERIFY(!corvi.modemDevice);
+    QCOMPARE(Corvi::conn_counter, 12);
+}
+
+void TestCorviModem::wirelessResetsTheCounter()
+{
+    MakeInterface("wwan0");
+    MakeInterface("wlan0");
+    PullCable("wwan0");
+    RealIp({"link", "set", "dev", "wlan0", "up"});
+    CorviUnderTest corvi;
+    corvi.Tick(12);
+    QCOMPARE(Corvi::conn_counter, 11);
+
+    corvi.Tick(3);
+
+    QCOMPARE(Corvi::conn_counter, 0);
+    QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan0"));
+}
+
+void TestCorviModem::droppedModemComesBackWithARescan()
+{
+    MakeInterface("wwan0");
+    PullCable("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick(12);
+    QVERIFY(!corvi.modemDevice);
+
+    corvi.forceRescan = true;
+    corvi.Tick();
+
+    QCOMPARE(corvi.modemDevice, corvi.Device("wwan0"));
+}
+
+void TestCorviModem::wirelessFollowsADroppedModem()
+{
+    MakeInterface("wwan0");
+    MakeInterface("wlan0");
+    PullCable("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick(12);
+    QVERIFY(!corvi.modemDevice);
+    QVERIFY(!corvi.wirelessDevice);
+
+    corvi.Tick(2);
+    QVERIFY(!corvi.wirelessDevice);
+    corvi.Tick();
+    QVERIFY(corvi.wirelessDevice);
+}
+
+void TestCorviModem::takeDownDisconnects()
+{
+    MakeInterface("wwan0");
+    SetModemStatus("connected\n");
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    listener.Take();
+    Forget();
+
+    corvi.ModemNetworkSetup(true, false);
+
+    QCOMPARE(Journal(), QStringList({"modem-tool.sh disconnect", "ifconfig wwan0 down"}));
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
+    QVERIFY(!qobject_cast<Modem *>(corvi.modemDevice)->modemConnected);
+    QCOMPARE(corvi.modemDevice, corvi.Device("wwan0"));
+}
+
+void TestCorviModem::takeDownIsRepeatedOnEveryTick()
+{
+    WriteStore(LAN_STATIC);
+    for (const char *name : {"eth0", "wwan0", "wwan1"})
+        MakeInterface(name);
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    listener.Take();
+    Forget();
+
+    corvi.Tick(3);
+
+    QCOMPARE(ModemCalls().size(), 3);
+    QCOMPARE(listener.Take(), Events(3, ASSOCIATION_DOWN));
+}
+
+void TestCorviModem::bringUpGoesBeforeTakeDown()
+{
+    MakeInterface("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    Forget();
+
+    corvi.ModemNetworkSetup(true, true);
+
+    QCOMPARE(ModemCalls(), QStringList({"modem-tool.sh connect", "modem-tool.sh status"}));
+}
+
+void TestCorviModem::neitherOnlyLogs()
+{
+    MakeInterface("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    SetLevel(4);
+    Forget();
+
+    corvi.ModemNetworkSetup(false, false);
+
+    QCOMPARE(LogLines(), QStringList{"Corvi::ModemNetworkSetup"});
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviModem::withoutModemNothingHappens_data()
+{
+    QTest::addColumn<bool>("takeDown");
+    QTest::addColumn<bool>("bringUp");
+    QTest::newRow("neither") << false << false;
+    QTest::newRow("take down") << true << false;
+    QTest::newRow("bring up") << false << true;
+}
+
+void TestCorviModem::withoutModemNothingHappens()
+{
+    QFETCH(bool, takeDown);
+    QFETCH(bool, bringUp);
+    EventListener listener;
+    CorviUnderTest corvi;
+    Forget();
+
+    QCOMPARE(corvi.ModemNetworkSetup(takeDown, bringUp), 0);
+
+    QCOMPARE(Journal(), QStringList());
+    QCOMPARE(listener.Take(), Events());
+}
+
+void TestCorviModem::resultTellsWhetherTheLinkRuns()
+{
+    MakeInterface("wwan0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    QCOMPARE(corvi.ModemNetworkSetup(false, true), 0);
+
+    SetModemStatus("connected\n");
+    QCOMPARE(corvi.ModemNetworkSetup(false, true), 1);
+}
+
+QTEST_GUILESS_MAIN(TestCorviModem)
+#include "tst_corvi_modem.moc"
