@@ -90,7 +90,8 @@ void Corvi::SendEvent(NetworkDevice *nd, int event, int status)
     } else {
         Log(4) << "SendEvent()  did not connect to socket";
         // A listener whose queue is full leaves the socket trying on; it would connect later and say nothing.
-        eventSocket->abort();
+        // abort() does not end that, close() does.
+        eventSocket->close();
     }
     Log(4) << "SendEvent()  Complete";
 }
