@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corviundertest.h"
+
+#include <QProcess>
+#include <QSharedMemory>
+
+#include <csignal>
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+/// The daemon as built, as a process of its own.
+class TestCorviProcess : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void firstRescanComesAfterASecond();
+    void killFileEndsTheProcessAfterTheSetup();
+    void killFileOfAnEarlierRunIsForgotten();
+    void killFileEndsARescanTickToo();
+    void signalEndsTheProcess_data();
+    void signalEndsTheProcess();
+    void secondDaemonAttachesToTheSegment();
+    void eventsReachAListener();
+    void argumentsAreUtf8InEveryLocale();
+
+private:
+    void Start(const QStringList &environment = {});
+    bool WaitForLine(const QString &line, int timeoutMs = 5000);
+
+    std::unique_ptr<QProcess> daemon;
+};
+
+void TestCorviProcess::init()
+{
+    StartFromNothing();
+    // A daemon that was ended leaves its segment, which goes with the last one to detach.
+    QSharedMemory left(QStringLiteral("com.qarbo.zebnetstatus"));
+    left.attach();
+}
+
+void TestCorviProcess::cleanup()
+{
+    if (!daemon)
+        return;
+    daemon->kill();
+    daemon->waitForFinished();
+    daemon.reset();
+}
+
+void TestCorviProcess::Start(const QStringList &environment)
+{
+    daemon = std::make_unique<QProcess>();
+    daemon->setProcessChannelMode(QProcess::MergedChannels);
+    daemon->setEnvironment(QProcess::systemEnvironment() + environment);
+    daemon->start(qEnvironmentVariable("CORVI_BUILD_DIR") + "/bin/corvi", QStringList());
+    QVERIFY2(daemon->waitForStarted(), qPrintable(daemon->errorString()));
+}
+
+bool TestCorviProcess::WaitForLine(const QString &line, int timeoutMs)
+{
+    return QTest::qWaitFor([&line] { return LogLines().contains(line); }, timeoutMs);
+}
+
+void TestCorviProcess::firstRescanComesAfterASecond()
+{
+    Start();
+    QVERIFY(WaitForLine("Corvi::Start()"));
+    QElapsedTimer elapsed;
+    elapsed.start();
+    QVERIFY(!LogLines().contains("Corvi::Loop Force Rescan "));
+
+    QVERIFY(WaitForLine("Corvi::Loop Force Rescan "));
+
+    QVERIFY2(elapsed.elapsed() > 700 && elapsed.elapsed() < 1500, qPrintable(QString::number(elapsed.elapsed())));
+}
+
+void TestCorviProcess::killFileEndsTheProcessAfterTheSetup()
+{
+    WriteStore(LAN_STATIC);
+    WriteFile(DEBUG_FLAG, "");
+    MakeInterface("eth0");
+    // The file appears in the middle of a tick's work.
+    Answer("route", "touch /tmp/kill_corvi");
+
+    Start();
+
+    QVERIFY(daemon->waitForFinished(10000));
+    QCOMPARE(daemon->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(daemon->exitCode(), 0);
+    const QStringList lines = LogLines();
+    QCOMPARE(lines.mid(lines.size() - 2),
+             QStringList({"Corvi::onWiredStateChange(bool state)  complete", "Corvi::LoopTimer exit"}));
+    QVERIFY(!daemon->readAll().contains("Corvi::LoopTimer exit"));
+    // At once: nobody tells the supervisor.
+    QCOMPARE(lines.filter("WpaSuppThread::Stop"), QStringList{"WpaSuppThread::Stop 2 false 0"});
+}
+
+void TestCorviProcess::killFileOfAnEarlierRunIsForgotten()
+{
+    WriteFile(KILL_FLAG, "");
+
+    Start();
+
+    QVERIFY(WaitForLine("Corvi::Loop Force Rescan "));
+    QVERIFY(!daemon->waitForFinished(1500));
+    QVERIFY(!QFile::exists(KILL_FLAG));
+}
+
+void TestCorviProcess::killFileEndsARescanTickToo()
+{
+    Start();
+    QVERIFY(WaitForLine("Corvi::Start()"));
+
+    WriteFile(KILL_FLAG, "");
+
+    QVERIFY(daemon->waitForFinished(5000));
+    QCOMPARE(daemon->exitCode(), 0);
+    const QStringList lines = LogLines();
+    QCOMPARE(lines.count("Corvi::Loop Force Rescan "), 1);
+    QCOMPARE(lines.last(), QString("Corvi::LoopTimer exit"));
+}
+
+void TestCorviProcess::signalEndsTheProcess_data()
+{
+    QTest::addColumn<int>("number");
+    QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGINT") << SIGINT;
+}
+
+void TestCorviProcess::signalEndsTheProcess()
+{
+    QFETCH(int, number);
+    WriteFile(DEBUG_FLAG, "");
+    Start();
+    // Not before: system(3), which the rescan calls, ignores SIGINT meanwhile.
+    QVERIFY(WaitForLine("Corvi::Init() Complete"));
+
+    ::kill(static_cast<pid_t>(daemon->processId()), number);
+
+    QVERIFY(daemon->waitForFinished(5000));
+    QCOMPARE(daemon->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(daemon->exitCode(), 0);
+    QCOMPARE(LogLines().filter("WpaSuppThread::Stop").last(), QString("WpaSuppThread::Stop 0 false 0"));
+    QVERIFY(!daemon->readAll().contains("QThread"));
+}
+
+void TestCorviProcess::secondDaemonAttachesToTheSegment()
+{
+    WriteFile(DEBUG_FLAG, "");
+    Start();
+    QVERIFY(WaitForLine("Corvi::Start()"));
+    QVERIFY(!LogLines().contains("Corvi::run - Attached to shared memory segment"));
+    const std::unique_ptr<QProcess> first = std::move(daemon);
+
+    Start();
+
+    QVERIFY(WaitForLine("Corvi::run - Attached to shared memory segment"));
+    first->kill();
+    first->waitForFinished();
+}
+
+void TestCorviProcess::eventsReachAListener()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    EventListener listener;
+    Start();
+
+    QVERIFY(WaitForLine("Wired Device Connected 1"));
+
+    Events events;
+    QTRY_VERIFY((events += listener.Take()).size() >= 2);
+    QCOMPARE(events, Events({ASSOCIATION_UP, ADDRESS_PRESENT}));
+}
+
+void TestCorviProcess::argumentsAreUtf8InEveryLocale()
+{
+    WriteStore("<networkconfig><network><name>Cafe</name><securityMode>WPA Personal 1/2</securityMode>"
+               "<ssid>Caf\xc3\xa9</ssid><passphrase>long enough</passphrase></network></networkconfig>");
+    MakeInterface("wlan0");
+
+    Start({"LC_ALL=C"});
+
+    QVERIFY(QTest::qWaitFor([] { return !JournalOf("wpa_passphrase").isEmpty(); }, 5000));
+    QVERIFY2(JournalOf("wpa_passphrase").first().contains(QString::fromUtf8("Caf\xc3\xa9")),
+             qPrintable(JournalOf("wpa_passphrase").first()));
+}
+
+QTEST_GUILESS_MAIN(TestCorviProcess)
+#include "tst_corvi_process.moc"

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corviundertest.h"
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+namespace {
+
+const QByteArray LAN_8021X_STATIC =
+    "<networkconfig><network><name>lan</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>"
+    "<identity>me</identity><password>secret</password><staticIp>true</staticIp>"
+    "<ipAddress>10.1.0.2</ipAddress><netmask>255.255.255.0</netmask><gateway>10.1.0.1</gateway>"
+    "</network></networkconfig>";
+
+} // namespace
+
+/// The log has no rotation, and the daemon runs for months: a state that lasts must not write to it.
+class TestCorviQuiet : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void lastingStateIsSilent_data();
+    void lastingStateIsSilent();
+    void vanishedInterfaceIsSilent();
+    void idleTickStartsNoProgram();
+};
+
+void TestCorviQuiet::init()
+{
+    StartFromNothing();
+}
+
+void TestCorviQuiet::lastingStateIsSilent_data()
+{
+    QTest::addColumn<QByteArray>("store");
+    QTest::addColumn<QStringList>("interfaces");
+    QTest::addColumn<QStringList>("pulled");
+    QTest::addColumn<bool>("running");
+    QTest::addColumn<bool>("associated");
+    QTest::addColumn<QByteArray>("modemStatus");
+    const QStringList none;
+    const QStringList eth0{"eth0"};
+    const QByteArray empty = "<networkconfig/>";
+    QTest::newRow("nothing at all") << empty << none << none << false << false << QByteArray();
+    QTest::newRow("no cable") << LAN_STATIC << eth0 << eth0 << false << false << QByteArray();
+    QTest::newRow("wired, static") << LAN_STATIC << eth0 << none << false << false << QByteArray();
+    QTest::newRow("wired, no DHCP server") << LAN_DHCP << eth0 << none << false << false << QByteArray();
+    QTest::newRow("wired, no definition") << empty << eth0 << none << false << false << QByteArray();
+    QTest::newRow("two cables") << LAN_STATIC << QStringList({"eth0", "eth1"}) << none << false << false
+                                << QByteArray();
+    QTest::newRow("second of two ports") << LAN_STATIC << QStringList({"eth0", "eth1"}) << eth0 << false << false
+                                         << QByteArray();
+    QTest::newRow("802.1X, waiting") << LAN_8021X_STATIC << eth0 << none << true << false << QByteArray();
+    QTest::newRow("802.1X, authenticated") << LAN_8021X_STATIC << eth0 << none << true << true << QByteArray();
+    QTest::newRow("wireless, not associated") << WLAN << QStringList{"wlan0"} << QStringList{"wlan0"} << true
+                                              << false << QByteArray();
+    QTest::newRow("wireless, associated, no DHCP server") << WLAN << QStringList{"wlan0"} << none << true << true
+                                                          << QByteArray();
+    QTest::newRow("wireless, no definition") << empty << QStringList{"wlan0"} << QStringList{"wlan0"} << true
+                                             << false << QByteArray();
+    QTest::newRow("modem, connected") << empty << QStringList{"wwan0"} << none << false << false
+                                      << QByteArray("connected");
+    QTest::newRow("modem given up") << empty << QStringList{"wwan0"} << QStringList{"wwan0"} << false << false
+                                    << QByteArray("cannot find modem");
+    QTest::newRow("two modems given up") << empty << QStringList({"wwan0", "wwan1"})
+                                         << QStringList({"wwan0", "wwan1"}) << false << false
+                                         << QByteArray("disconnected");
+    QTest::newRow("wired and two modems") << LAN_STATIC << QStringList({"eth0", "wwan0", "wwan1"}) << none << false
+                                          << false << QByteArray("disconnected");
+    QTest::newRow("wired and wireless") << LAN_STATIC << QStringList({"eth0", "wlan0"}) << none << false << false
+                                        << QByteArray();
+}
+
+void TestCorviQuiet::lastingStateIsSilent()
+{
+    QFETCH(QByteArray, store);
+    QFETCH(QStringList, interfaces);
+    QFETCH(QStringList, pulled);
+    QFETCH(bool, running);
+    QFETCH(bool, associated);
+    QFETCH(QByteArray, modemStatus);
+    WriteStore(store);
+    for (const QString &name : interfaces)
+        MakeInterface(name);
+    for (const QString &name : pulled)
+        PullCable(name);
+    Answer("modem-tool.sh", "[ \"$1\" = status ] && echo '" + modemStatus + "'\nexit 0");
+    CorviUnderTest corvi;
+    corvi.Tick(4);
+    corvi.reconfigureWpa = false;
+    Supervisor::Set({running, false, associated});
+    corvi.Tick(11);
+    QCOMPARE(Logging::CurrentLevel(), 2);
+    ClearLog();
+
+    corvi.Tick(30);
+
+    QCOMPARE(LogLines(), QStringList());
+}
+
+void TestCorviQuiet::vanishedInterfaceIsSilent()
+{
+    WriteStore(LAN_STATIC);
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick(3);
+    RemoveInterfaces();
+    corvi.Tick(2);
+    ClearLog();
+
+    corvi.Tick(20);
+
+    QCOMPARE(LogLines(), QStringList());
+    QVERIFY(!corvi.wiredUp);
+}
+
+void TestCorviQuiet::idleTickStartsNoProgram()
+{
+    WriteStore(LAN_STATIC);
+    for (const char *name : {"eth0", "eth1", "wlan0", "wwan0"})
+        MakeInterface(name);
+    CorviUnderTest corvi;
+    corvi.Tick(4);
+    Forget();
+
+    corvi.Tick(20);
+
+    QCOMPARE(Journal(), QStringList());
+}
+
+QTEST_GUILESS_MAIN(TestCorviQuiet)
+#include "tst_corvi_quiet.moc"

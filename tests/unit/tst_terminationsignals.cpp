@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "terminationsignals.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QtTest>
+
+#include <csignal>
+
+/// SIGTERM and SIGINT as a signal of the event loop.
+class TestTerminationSignals : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void signalIsDeliveredByTheEventLoop_data();
+    void signalIsDeliveredByTheEventLoop();
+    void severalSignalsAreOneRequest();
+    void signalDuringASystemCallDoesNotInterruptIt();
+    void childrenAreNotAffected();
+    void endRestoresTheDefault();
+    void endClosesThePipe();
+};
+
+void TestTerminationSignals::signalIsDeliveredByTheEventLoop_data()
+{
+    QTest::addColumn<int>("number");
+    QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGINT") << SIGINT;
+}
+
+void TestTerminationSignals::signalIsDeliveredByTheEventLoop()
+{
+    QFETCH(int, number);
+    TerminationSignals source(nullptr);
+    QSignalSpy requests(&source, &TerminationSignals::terminationRequested);
+
+    ::raise(number);
+    QCOMPARE(requests.size(), 0);
+
+    QTRY_COMPARE(requests.size(), 1);
+}
+
+void TestTerminationSignals::severalSignalsAreOneRequest()
+{
+    TerminationSignals source(nullptr);
+    QSignalSpy requests(&source, &TerminationSignals::terminationRequested);
+
+    for (int i = 0; i < 100; ++i)
+        ::raise(SIGTERM);
+
+    QTRY_COMPARE(requests.size(), 1);
+    QTest::qWait(50);
+    QCOMPARE(requests.size(), 1);
+}
+
+void TestTerminationSignals::signalDuringASystemCallDoesNotInterruptIt()
+{
+    TerminationSignals source(nullptr);
+    QSignalSpy requests(&source, &TerminationSignals::terminationRequested);
+    QProcess child;
+
+    child.start("/bin/sh", {"-c", QString("kill -TERM %1; sleep 0.2; echo whole").arg(::getpid())});
+
+    QVERIFY(child.waitForFinished(5000));
+    QCOMPARE(child.readAllStandardOutput(), QByteArray("whole\n"));
+    QTRY_COMPARE(requests.size(), 1);
+}
+
+void TestTerminationSignals::childrenAreNotAffected()
+{
+    TerminationSignals source(nullptr);
+    QProcess child;
+    child.start("/bin/sleep", {"60"});
+    QVERIFY(child.waitForStarted());
+
+    child.terminate();
+
+    QVERIFY(child.waitForFinished(5000));
+    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+}
+
+void TestTerminationSignals::endRestoresTheDefault()
+{
+    delete new TerminationSignals(nullptr);
+
+    for (const int number : {SIGTERM, SIGINT}) {
+        struct sigaction action = {};
+        ::sigaction(number, nullptr, &action);
+        QVERIFY(action.sa_handler == SIG_DFL);
+    }
+}
+
+void TestTerminationSignals::endClosesThePipe()
+{
+    const auto openFiles = [] { return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size(); };
+    const int before = openFiles();
+
+    for (int i = 0; i < 10; ++i)
+        delete new TerminationSignals(nullptr);
+
+    QCOMPARE(openFiles(), before);
+}
+
+QTEST_GUILESS_MAIN(TestTerminationSignals)
+#include "tst_terminationsignals.moc"
