@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+// A full rescan by number of interfaces, beside the bare system calls that list and read them, and beside
+// running `ifconfig NAME up` for each of them: a rescan brings every wired interface up.
+
+#include "corvi.h"
+#include "logging.h"
+
+#include "sandboxed.h"
+
+#include <QCoreApplication>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+extern char **environ;
+
+namespace {
+
+QByteArray NameOf(long number)
+{
+    return "eth" + QByteArray::number(static_cast<qlonglong>(number));
+}
+
+/// Makes the interfaces eth0 ... and takes away those beyond `count`.
+void GivenInterfaces(long count)
+{
+    static long present = 0;
+    QByteArray commands;
+    for (; present < count; ++present)
+        commands += "link add name " + NameOf(present) + " type bridge\n";
+    for (; present > count; --present)
+        commands += "link delete dev " + NameOf(present - 1) + "\n";
+    Sandboxed::Ip(commands);
+    Sandboxed::WriteStore("<network><name>lan</name></network>");
+}
+
+void FloorListAndRead(benchmark::State &state)
+{
+    GivenInterfaces(state.range(0));
+    for (auto _ : state) {
+        DIR *const folder = ::opendir("/sys/class/net");
+        long found = 0;
+        while (const dirent *const entry = ::readdir(folder)) {
+            if (entry->d_name[0] == '.')
+                continue;
+            const QByteArray path = QByteArray("/sys/class/net/") + entry->d_name + "/type";
+            const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
+            char type[16] = {};
+            if (::read(fd, type, sizeof type) <= 0)
+                Sandboxed::Fail("read a type");
+            ::close(fd);
+            ++found;
+        }
+        ::closedir(folder);
+        if (found < state.range(0))
+            Sandboxed::Fail("find the interfaces");
+    }
+}
+
+void FloorBringUp(benchmark::State &state)
+{
+    GivenInterfaces(state.range(0));
+    for (auto _ : state) {
+        for (long i = 0; i < state.range(0); ++i) {
+            QByteArray program = "ifconfig";
+            QByteArray name = NameOf(i);
+            QByteArray up = "up";
+            char *const arguments[] = {program.data(), name.data(), up.data(), nullptr};
+            pid_t child = 0;
+            int status = 0;
+            if (::posix_spawnp(&child, "ifconfig", nullptr, nullptr, arguments, environ) != 0 ||
+                ::waitpid(child, &status, 0) != child || status != 0)
+                Sandboxed::Fail("run ifconfig");
+        }
+    }
+}
+
+void Rescan(benchmark::State &state)
+{
+    GivenInterfaces(state.range(0));
+    static Corvi corvi(nullptr);
+    for (auto _ : state)
+        corvi.Init();
+}
+
+void Counts(benchmark::internal::Benchmark *bench)
+{
+    bench->Arg(1)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+BENCHMARK(FloorListAndRead)->Apply(Counts);
+BENCHMARK(FloorBringUp)->Apply(Counts);
+BENCHMARK(Rescan)->Apply(Counts);
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    return Sandboxed::RunBenchmarks(argc, argv);
+}
