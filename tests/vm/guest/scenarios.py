@@ -8,8 +8,9 @@ test_open of scenarios/joins.py. Each runs in a private machine of its own
 the guest's own network namespace, where the kernel puts the interfaces that a
 module's loading makes. Those never run side by side.
 
-    scenarios.py            lists the names
-    scenarios.py NAME       runs one; in the private machine
+    scenarios.py --list             says which there are
+    scenarios.py --names NAME...    expands the names of modules and "all"
+    scenarios.py NAME               runs one; in the private machine
 """
 
 import importlib
@@ -62,11 +63,19 @@ def chosen(names):
 
 
 def main():
-    if len(sys.argv) == 1:
+    arguments = sys.argv[1:]
+    if arguments == ["--list"]:
         for scenario in all_scenarios():
-            print(f"{scenario.name:36} {scenario.what.splitlines()[0] if scenario.what else ''}")
+            print(f"{scenario.name:36} {scenario.what.partition(chr(10))[0]}")
         return 0
-    return 0 if chosen(sys.argv[1:2])[0].run() else 1
+    if arguments[:1] == ["--names"]:
+        try:
+            print(*[scenario.name for scenario in chosen(arguments[1:])])
+            return 0
+        except KeyError as error:
+            print(f"vm: no scenario {error}; --list shows them", file=sys.stderr)
+            return 2
+    return 0 if chosen(arguments)[0].run() else 1
 
 
 if __name__ == "__main__":

@@ -7,7 +7,8 @@ from pathlib import Path
 import radios
 from accesspoint import AccessPoint
 from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_UP, LOG, SystemTest, addresses, network, read, run, status,
-                     wait_for, write_store)
+                     write_store)
+from waiting import wait_for
 
 # Discovery, two ticks for a cable to show up, the hold-off, the supplicant's 7.1 s, a scan, a lease; and then
 # four times as much, as the processor is emulated and the scenarios share it.
@@ -52,6 +53,10 @@ class WifiTest(SystemTest):
 
     def own_mac(self):
         return read("/sys/class/net/wlan0/address").strip()
+
+    def wait_address(self, interface, accept=lambda address: True, timeout=JOIN_TIME):
+        return wait_for(f"an address on {interface}",
+                        lambda: next(filter(accept, addresses(interface)), None), timeout)
 
     def wait_joined(self, access_point, timeout=JOIN_TIME):
         """Waits until the network has let us in, we have its address, and say so to the other programs."""

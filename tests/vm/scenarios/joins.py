@@ -7,7 +7,8 @@ from pathlib import Path
 
 import accesspoint
 from accesspoint import CERTIFICATES, ENTERPRISE, IDENTITY, PASSPHRASE, PASSWORD, WEP_KEY
-from harness import run, wait_for, write_store
+from harness import run, write_store
+from waiting import wait_for
 from wifi import JOIN_TIME, WifiTest, definition, say
 
 PEAP = {"identity": IDENTITY, "password": PASSWORD, "caCert": "corvi-ca.crt"}

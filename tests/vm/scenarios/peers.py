@@ -4,7 +4,8 @@
 
 import accesspoint
 from accesspoint import IDENTITY, PASSPHRASE, PASSWORD
-from harness import end_process, run, wait_for
+from harness import end_process, run
+from waiting import wait_for
 from wifi import WifiTest, say
 
 CONFIGURATION = """ctrl_interface=/var/run/wpa_supplicant
