@@ -140,7 +140,8 @@ public:
         while (server.hasPendingConnections() || server.waitForNewConnection(0)) {
             QLocalSocket *const connection = server.nextPendingConnection();
             // The sender has written and closed before it went on.
-            while (connection->state() == QLocalSocket::ConnectedState && connection->waitForReadyRead(1000)) {
+            while (connection->state() == QLocalSocket::ConnectedState &&
+                   connection->waitForReadyRead(1000)) {
             }
             messages << connection->readAll();
             delete connection;
@@ -211,7 +212,8 @@ inline int LogCount(const QString &text)
 /// The journal's lines that begin with this.
 inline QStringList JournalOf(const QString &start)
 {
-    return TestSupport::Journal().filter(QRegularExpression(QLatin1Char('^') + QRegularExpression::escape(start)));
+    return TestSupport::Journal().filter(
+        QRegularExpression(QLatin1Char('^') + QRegularExpression::escape(start)));
 }
 
 /// An Ethernet interface with a cable to a far end that discovery does not see. It is down, the cable is in.
@@ -237,10 +239,11 @@ inline void PullCable(const QString &name)
 /// Where the tools that set links and addresses do it, as the daemon's decisions follow from what they did.
 inline void UseWorkingTools()
 {
-    TestSupport::Answer(QStringLiteral("ifconfig"), "case $2 in\n"
-                                                    "up | down) ip link set dev $1 $2 ;;\n"
-                                                    "*) ip addr replace $2/24 dev $1; ip link set dev $1 up ;;\n"
-                                                    "esac");
+    TestSupport::Answer(QStringLiteral("ifconfig"),
+                        "case $2 in\n"
+                        "up | down) ip link set dev $1 $2 ;;\n"
+                        "*) ip addr replace $2/24 dev $1; ip link set dev $1 up ;;\n"
+                        "esac");
     TestSupport::Answer(QStringLiteral("ip"), "exec ip \"$@\"");
 }
 

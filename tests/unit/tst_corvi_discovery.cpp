@@ -64,7 +64,10 @@ public:
         QDir().mkpath(FOLDER + '/' + name);
         WriteFile(FOLDER + '/' + name + "/type", type);
     }
-    static void WriteEntry(const QString &path, const QByteArray &bytes) { WriteFile(FOLDER + '/' + path, bytes); }
+    static void WriteEntry(const QString &path, const QByteArray &bytes)
+    {
+        WriteFile(FOLDER + '/' + path, bytes);
+    }
 
 private:
     static void Run(const QString &program, const QStringList &arguments)
@@ -92,17 +95,28 @@ void TestCorviDiscovery::interfaceIsClassified_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("kind");
-    QTest::newRow("wlan prefix") << "wlan0" << "wireless";
-    QTest::newRow("wlan prefix alone") << "wlan" << "wireless";
-    QTest::newRow("mlan prefix without a wireless folder") << "mlan0" << "wireless";
-    QTest::newRow("wwan prefix") << "wwan0" << "modem";
-    QTest::newRow("Ethernet") << "eth0" << "wired";
-    QTest::newRow("USB") << "usb0" << "wired";
-    QTest::newRow("bond") << "bond0" << "wired";
-    QTest::newRow("wlan in capitals") << "WLAN0" << "wired";
-    QTest::newRow("wwan in capitals") << "Wwan0" << "wired";
-    QTest::newRow("wlan not in front") << "xwlan0" << "wired";
-    QTest::newRow("15 characters") << "enx0123456789ab" << "wired";
+    QTest::newRow("wlan prefix") << "wlan0"
+                                 << "wireless";
+    QTest::newRow("wlan prefix alone") << "wlan"
+                                       << "wireless";
+    QTest::newRow("mlan prefix without a wireless folder") << "mlan0"
+                                                           << "wireless";
+    QTest::newRow("wwan prefix") << "wwan0"
+                                 << "modem";
+    QTest::newRow("Ethernet") << "eth0"
+                              << "wired";
+    QTest::newRow("USB") << "usb0"
+                         << "wired";
+    QTest::newRow("bond") << "bond0"
+                          << "wired";
+    QTest::newRow("wlan in capitals") << "WLAN0"
+                                      << "wired";
+    QTest::newRow("wwan in capitals") << "Wwan0"
+                                      << "wired";
+    QTest::newRow("wlan not in front") << "xwlan0"
+                                       << "wired";
+    QTest::newRow("15 characters") << "enx0123456789ab"
+                                   << "wired";
 }
 
 void TestCorviDiscovery::interfaceIsClassified()
@@ -254,8 +268,7 @@ void TestCorviDiscovery::namesAreSorted()
     QCOMPARE(corvi.wiredInterfaces, QStringList({"Eth2", "eth0", "eth1", "eth10"}));
     QCOMPARE(corvi.wirelessInterfaces, QStringList({"wlan0", "wlan1"}));
     QCOMPARE(corvi.modemInterfaces, QStringList({"wwan0", "wwan1"}));
-    QCOMPARE(corvi.allInterfaces,
-             corvi.wiredInterfaces + corvi.wirelessInterfaces + corvi.modemInterfaces);
+    QCOMPARE(corvi.allInterfaces, corvi.wiredInterfaces + corvi.wirelessInterfaces + corvi.modemInterfaces);
     QCOMPARE(corvi.devices.size(), 8);
 }
 
@@ -452,13 +465,14 @@ void TestCorviDiscovery::discoveryIsTraced()
     QStringList listed = lines.at(1).mid(QString("Corvi::FindAllInterfaces() ").size()).split(", ");
     listed.sort();
     QCOMPARE(listed, QStringList({"eth0", "lo", "wlan0", "wwan0"}));
-    QCOMPARE(lines.mid(lines.size() - 8),
-             QStringList({"Corvi::FindAllInterfaces() -- interfaces eth0, wlan0, wwan0",
-                          "Corvi::FindAllInterfaces() -- wireless wlan0", "Corvi::FindAllInterfaces() -- wired eth0",
-                          "Corvi::FindAllInterfaces() -- modems wwan0",
-                          "Corvi::FindAllInterfaces() -- networkdevices eth0, wlan0, wwan0",
-                          "Corvi::FindAllInterfaces() --named lan", "Corvi::FindAllInterfaces() --named ",
-                          "Corvi::FindAllInterfaces() --named lan"}));
+    QCOMPARE(
+        lines.mid(lines.size() - 8),
+        QStringList({"Corvi::FindAllInterfaces() -- interfaces eth0, wlan0, wwan0",
+                     "Corvi::FindAllInterfaces() -- wireless wlan0",
+                     "Corvi::FindAllInterfaces() -- wired eth0", "Corvi::FindAllInterfaces() -- modems wwan0",
+                     "Corvi::FindAllInterfaces() -- networkdevices eth0, wlan0, wwan0",
+                     "Corvi::FindAllInterfaces() --named lan", "Corvi::FindAllInterfaces() --named ",
+                     "Corvi::FindAllInterfaces() --named lan"}));
 }
 
 void TestCorviDiscovery::cleanupIsTracedOnlyWithDevices()

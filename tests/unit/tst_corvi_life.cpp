@@ -153,9 +153,9 @@ void TestCorviLife::constructionStartsFromTheInitialValues()
     QCOMPARE(corvi.wirelessDelayTicks, 2);
     QCOMPARE(corvi.wpaHoldoffTicks, 2);
     QVERIFY(corvi.forceRescan);
-    for (const bool flag : {corvi.loopStarted, corvi.wirelessFound, corvi.wpaConfUpdated, corvi.wirelessConfigured,
-                            corvi.reconfigureWpa, corvi.wiredUp, corvi.wiredPending, corvi.wirelessCarrierSeen,
-                            corvi.bondingEnabled})
+    for (const bool flag : {corvi.loopStarted, corvi.wirelessFound, corvi.wpaConfUpdated,
+                            corvi.wirelessConfigured, corvi.reconfigureWpa, corvi.wiredUp, corvi.wiredPending,
+                            corvi.wirelessCarrierSeen, corvi.bondingEnabled})
         QVERIFY(!flag);
     for (const QStringList &list : {corvi.allInterfaces, corvi.wiredInterfaces, corvi.wirelessInterfaces,
                                     corvi.modemInterfaces, corvi.operstateFiles})
@@ -220,10 +220,10 @@ void TestCorviLife::supervisorSignalsReachTheService()
     emit corvi.supThread->scanningFailed();
     emit corvi.wiredStateChange(false);
 
-    QCOMPARE(LogLines(),
-             QStringList({"Corvi::onAssociatedChanged(bool state) 1", "Wireless and Wired devices not defined",
-                          "Corvi::onWifiConnected()", "Corvi::onWiredStateChange(bool state) 0",
-                          "WIRED DEVICE UNDEFINED", "Corvi::onWiredStateChange(bool state)  complete"}));
+    QCOMPARE(LogLines(), QStringList({"Corvi::onAssociatedChanged(bool state) 1",
+                                      "Wireless and Wired devices not defined", "Corvi::onWifiConnected()",
+                                      "Corvi::onWiredStateChange(bool state) 0", "WIRED DEVICE UNDEFINED",
+                                      "Corvi::onWiredStateChange(bool state)  complete"}));
 }
 
 void TestCorviLife::bondIsSetUpToTakeOverTheName()
@@ -351,7 +351,8 @@ void TestCorviLife::rescanTellsTheLevel()
 
     corvi.Tick();
 
-    QCOMPARE(LogLines(), QStringList({"Corvi::LoopTimer started", "Logginglevel = 2", "Corvi::Loop Force Rescan "}));
+    QCOMPARE(LogLines(),
+             QStringList({"Corvi::LoopTimer started", "Logginglevel = 2", "Corvi::Loop Force Rescan "}));
     QVERIFY(WasEchoed("Logginglevel = 2"));
     QVERIFY(!WasEchoed("Corvi::Loop Force Rescan "));
 }
@@ -390,8 +391,8 @@ void TestCorviLife::rescanForgetsTheNetworksInUse()
 
     corvi.Init();
 
-    for (const bool flag : {corvi.wirelessFound, corvi.wpaConfUpdated, corvi.wirelessConfigured, corvi.wiredUp,
-                            corvi.wiredPending, corvi.wirelessCarrierSeen})
+    for (const bool flag : {corvi.wirelessFound, corvi.wpaConfUpdated, corvi.wirelessConfigured,
+                            corvi.wiredUp, corvi.wiredPending, corvi.wirelessCarrierSeen})
         QVERIFY(!flag);
 }
 

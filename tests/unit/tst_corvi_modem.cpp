@@ -161,7 +161,8 @@ void TestCorviModem::connectionThatStaysIsNotReported()
 
     QCOMPARE(LogLines(), QStringList());
     QCOMPARE(listener.Take(), Events());
-    QCOMPARE(ModemCalls(), QStringList({"modem-tool.sh status", "modem-tool.sh status", "modem-tool.sh status"}));
+    QCOMPARE(ModemCalls(),
+             QStringList({"modem-tool.sh status", "modem-tool.sh status", "modem-tool.sh status"}));
 }
 
 void TestCorviModem::modemIsGivenUpAfterElevenFailures()

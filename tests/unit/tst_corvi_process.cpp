@@ -78,7 +78,8 @@ void TestCorviProcess::firstRescanComesAfterASecond()
 
     QVERIFY(WaitForLine("Corvi::Loop Force Rescan "));
 
-    QVERIFY2(elapsed.elapsed() > 700 && elapsed.elapsed() < 1500, qPrintable(QString::number(elapsed.elapsed())));
+    QVERIFY2(elapsed.elapsed() > 700 && elapsed.elapsed() < 1500,
+             qPrintable(QString::number(elapsed.elapsed())));
 }
 
 void TestCorviProcess::killFileEndsTheProcessAfterTheSetup()

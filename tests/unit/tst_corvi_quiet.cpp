@@ -53,27 +53,28 @@ void TestCorviQuiet::lastingStateIsSilent_data()
     QTest::newRow("wired, no definition") << empty << eth0 << none << false << false << QByteArray();
     QTest::newRow("two cables") << LAN_STATIC << QStringList({"eth0", "eth1"}) << none << false << false
                                 << QByteArray();
-    QTest::newRow("second of two ports") << LAN_STATIC << QStringList({"eth0", "eth1"}) << eth0 << false << false
-                                         << QByteArray();
+    QTest::newRow("second of two ports")
+        << LAN_STATIC << QStringList({"eth0", "eth1"}) << eth0 << false << false << QByteArray();
     QTest::newRow("802.1X, waiting") << LAN_8021X_STATIC << eth0 << none << true << false << QByteArray();
-    QTest::newRow("802.1X, authenticated") << LAN_8021X_STATIC << eth0 << none << true << true << QByteArray();
-    QTest::newRow("wireless, not associated") << WLAN << QStringList{"wlan0"} << QStringList{"wlan0"} << true
-                                              << false << QByteArray();
-    QTest::newRow("wireless, associated, no DHCP server") << WLAN << QStringList{"wlan0"} << none << true << true
-                                                          << QByteArray();
-    QTest::newRow("wireless, no definition") << empty << QStringList{"wlan0"} << QStringList{"wlan0"} << true
-                                             << false << QByteArray();
-    QTest::newRow("modem, connected") << empty << QStringList{"wwan0"} << none << false << false
-                                      << QByteArray("connected");
+    QTest::newRow("802.1X, authenticated")
+        << LAN_8021X_STATIC << eth0 << none << true << true << QByteArray();
+    QTest::newRow("wireless, not associated")
+        << WLAN << QStringList{"wlan0"} << QStringList{"wlan0"} << true << false << QByteArray();
+    QTest::newRow("wireless, associated, no DHCP server")
+        << WLAN << QStringList{"wlan0"} << none << true << true << QByteArray();
+    QTest::newRow("wireless, no definition")
+        << empty << QStringList{"wlan0"} << QStringList{"wlan0"} << true << false << QByteArray();
+    QTest::newRow("modem, connected")
+        << empty << QStringList{"wwan0"} << none << false << false << QByteArray("connected");
     QTest::newRow("modem given up") << empty << QStringList{"wwan0"} << QStringList{"wwan0"} << false << false
                                     << QByteArray("cannot find modem");
-    QTest::newRow("two modems given up") << empty << QStringList({"wwan0", "wwan1"})
-                                         << QStringList({"wwan0", "wwan1"}) << false << false
-                                         << QByteArray("disconnected");
-    QTest::newRow("wired and two modems") << LAN_STATIC << QStringList({"eth0", "wwan0", "wwan1"}) << none << false
-                                          << false << QByteArray("disconnected");
-    QTest::newRow("wired and wireless") << LAN_STATIC << QStringList({"eth0", "wlan0"}) << none << false << false
-                                        << QByteArray();
+    QTest::newRow("two modems given up")
+        << empty << QStringList({"wwan0", "wwan1"}) << QStringList({"wwan0", "wwan1"}) << false << false
+        << QByteArray("disconnected");
+    QTest::newRow("wired and two modems") << LAN_STATIC << QStringList({"eth0", "wwan0", "wwan1"}) << none
+                                          << false << false << QByteArray("disconnected");
+    QTest::newRow("wired and wireless")
+        << LAN_STATIC << QStringList({"eth0", "wlan0"}) << none << false << false << QByteArray();
 }
 
 void TestCorviQuiet::lastingStateIsSilent()

@@ -45,13 +45,16 @@ void TestCorviRestart::thirdCallStartsTheSupplicant()
 
     corvi.ReconfigureWpa(device);
 
-    const QStringList own = LogLines().filter(QRegularExpression("^(Corvi::Reconf|WpaSuppThread::Sto|WpaSuppThread::Start )"));
+    const QStringList own =
+        LogLines().filter(QRegularExpression("^(Corvi::Reconf|WpaSuppThread::Sto|WpaSuppThread::Start )"));
     QCOMPARE(own, QStringList({"Corvi::ReconfigureWpa 0", "Corvi::ReconfigureWpa Start wst eth0 wired",
                                "WpaSuppThread::Stop 1 false 0", "WpaSuppThread::Start eth0 wired ",
                                "WpaSuppThread::Start -- Start wpa_supplicant",
                                "Corvi::ReconfigureWpa Set reconfigureWpa to false"}));
-    QCOMPARE(JournalOf("wpa_supplicant"),
-             QStringList{"wpa_supplicant -B '' -ieth0 -Dwired -c/tmp/wpa_supplicant.conf -f/var/log/wpa_supplicant.log"});
+    QCOMPARE(
+        JournalOf("wpa_supplicant"),
+        QStringList{
+            "wpa_supplicant -B '' -ieth0 -Dwired -c/tmp/wpa_supplicant.conf -f/var/log/wpa_supplicant.log"});
     QVERIFY(ReadFile(SUPPLICANT_FILE).contains("IEEE8021X"));
     QVERIFY(!corvi.reconfigureWpa);
     QCOMPARE(device->authWaitTicks, 0);

@@ -45,18 +45,39 @@ void FillSegment(char byte)
 class DeafListener
 {
 public:
-    DeafListener() : fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    DeafListener() : fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
     {
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
         qstrncpy(address.sun_path, "/tmp/corvin", sizeof address.sun_path);
-        if (::bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 || ::listen(fd, 0) != 0)
+        if (::bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+            ::listen(fd, 0) != 0)
             qFatal("no listener");
     }
     ~DeafListener()
     {
         ::close(fd);
         ::unlink("/tmp/corvin");
+    }
+
+    /// Takes what waits for it, within this time; the bytes of each connection.
+    QVector<QByteArray> TakeAll(int timeoutMs) const
+    {
+        QVector<QByteArray> messages;
+        // Never true: the whole time is waited for.
+        (void)QTest::qWaitFor(
+            [&] {
+                const int connection = ::accept4(fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+                if (connection != -1) {
+                    char bytes[64];
+                    const ssize_t length = ::read(connection, bytes, sizeof bytes);
+                    messages << QByteArray(bytes, length > 0 ? static_cast<int>(length) : 0);
+                    ::close(connection);
+                }
+                return false;
+            },
+            timeoutMs);
+        return messages;
     }
 
 private:
@@ -96,6 +117,7 @@ private Q_SLOTS:
     void missingListenerLosesTheEvent();
     void deafListenerBlocksForASecond();
     void deafListenerLosesOnlyItsOwnEvents();
+    void listenerThatWakesUpSeesNoEmptyConnection();
     void sendingIsTraced_data();
     void sendingIsTraced();
     void sendingIsSilentAtTheNormalLevel();
@@ -137,8 +159,9 @@ void TestCorviStatus::segmentThatExistsIsTaken()
     const CorviUnderTest corvi;
 
     QCOMPARE(corvi.shm.size(), size);
-    QCOMPARE(LogLines().filter("Corvi::run"), QStringList({"Corvi::run - Unable to create shared memory segment",
-                                                           "Corvi::run - Attached to shared memory segment"}));
+    QCOMPARE(LogLines().filter("Corvi::run"),
+             QStringList({"Corvi::run - Unable to create shared memory segment",
+                          "Corvi::run - Attached to shared memory segment"}));
 }
 
 void TestCorviStatus::segmentThatCannotBeHadEndsTheProcess()
@@ -399,7 +422,8 @@ void TestCorviStatus::deafListenerBlocksForASecond()
 
     corvi.SendEvent(nullptr, 2, 2);
 
-    QVERIFY2(elapsed.elapsed() >= 900 && elapsed.elapsed() < 1500, qPrintable(QString::number(elapsed.elapsed())));
+    QVERIFY2(elapsed.elapsed() >= 900 && elapsed.elapsed() < 1500,
+             qPrintable(QString::number(elapsed.elapsed())));
     QCOMPARE(LogCount("SendEvent()  did not connect to socket"), 1);
     QCOMPARE(LogCount("Connected To Client"), 0);
 }
@@ -417,6 +441,16 @@ void TestCorviStatus::deafListenerLosesOnlyItsOwnEvents()
     corvi.SendEvent(nullptr, 3, 3);
 
     QCOMPARE(listener.Take(), Events({{3, 3}}));
+}
+
+void TestCorviStatus::listenerThatWakesUpSeesNoEmptyConnection()
+{
+    const DeafListener listener;
+    CorviUnderTest corvi;
+    corvi.SendEvent(nullptr, 1, 1);
+    corvi.SendEvent(nullptr, 2, 2);
+
+    QCOMPARE(listener.TakeAll(500), QVector<QByteArray>{QByteArray("\x00\x01\x00\x01", 4)});
 }
 
 void TestCorviStatus::sendingIsTraced_data()

@@ -326,10 +326,14 @@ void TestCorviWired::supplicantFollowsTheState_data()
         << true << true << false << true << false << QStringList() << 1;
     QTest::newRow("link stays, supplicant wanted, one runs, file changed")
         << true << true << true << false << true
-        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 1", "WpaSuppThread::Stop 4 true 1"} << 1;
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 1",
+                       "WpaSuppThread::Stop 4 true 1"}
+        << 1;
     QTest::newRow("link stays, supplicant wanted, one restarts, file changed")
         << true << true << false << true << true
-        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 1", "WpaSuppThread::Stop 4 false 1"} << 1;
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 1",
+                       "WpaSuppThread::Stop 4 false 1"}
+        << 1;
 
     QTest::newRow("link came up, no supplicant wanted, none there")
         << false << false << false << false << false << QStringList{starting.arg(0)} << 2;
@@ -338,13 +342,18 @@ void TestCorviWired::supplicantFollowsTheState_data()
         << QStringList{starting.arg(0), "WpaSuppThread::Stop 6 true 1"} << 2;
     QTest::newRow("link came up, supplicant wanted, none there")
         << false << true << false << false << false
-        << QStringList{starting.arg(1), start, "Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff"} << 1;
+        << QStringList{starting.arg(1), start, "Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff"}
+        << 1;
     QTest::newRow("link came up, supplicant wanted, one runs")
         << false << true << true << false << false
-        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 2", "WpaSuppThread::Stop 4 true 1"} << 2;
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 2",
+                       "WpaSuppThread::Stop 4 true 1"}
+        << 2;
     QTest::newRow("link came up, supplicant wanted, one restarts")
         << false << true << false << true << false
-        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 2", "WpaSuppThread::Stop 4 false 1"} << 2;
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 2",
+                       "WpaSuppThread::Stop 4 false 1"}
+        << 2;
 }
 
 void TestCorviWired::supplicantFollowsTheState()
@@ -641,7 +650,8 @@ void TestCorviWired::holdOffWaitsForAPendingStop()
 
     corvi.ReconfigureWpa(device);
 
-    QCOMPARE(LogLines(), QStringList({"Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff, wst stopping"}));
+    QCOMPARE(LogLines(),
+             QStringList({"Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff, wst stopping"}));
     QCOMPARE(corvi.wpaHoldoffTicks, 2);
 }
 
@@ -730,8 +740,9 @@ void TestCorviWired::stateChangeWithoutDeviceIsLogged()
 
     corvi.onWiredStateChange(state);
 
-    QCOMPARE(LogLines(), QStringList({QString("Corvi::onWiredStateChange(bool state) %1").arg(int(state)),
-                                      "WIRED DEVICE UNDEFINED", "Corvi::onWiredStateChange(bool state)  complete"}));
+    QCOMPARE(LogLines(),
+             QStringList({QString("Corvi::onWiredStateChange(bool state) %1").arg(int(state)),
+                          "WIRED DEVICE UNDEFINED", "Corvi::onWiredStateChange(bool state)  complete"}));
     QCOMPARE(listener.Take(), Events());
     QCOMPARE(Journal(), QStringList());
 }

@@ -21,8 +21,8 @@ const QString START = "Corvi::Loop:: Start wpa_supplicant, Driver= wext,nl80211"
 /// What the service itself logs, without the devices and the supplicant's file.
 QStringList OwnLines()
 {
-    return LogLines().filter(
-        QRegularExpression("^(Corvi::|Check for|!wired|Wireless |Setup |Start |Restart |Set |wirelessInter|2: )"));
+    return LogLines().filter(QRegularExpression(
+        "^(Corvi::|Check for|!wired|Wireless |Setup |Start |Restart |Set |wirelessInter|2: )"));
 }
 
 QByteArray SupplicantFile()
@@ -228,9 +228,9 @@ void TestCorviWireless::firstBringUpStartsTheDevice()
     QCOMPARE(OwnLines(),
              QStringList({"Corvi::WirelessNetworkSetup -- Wireless Device not defined",
                           "Check for wireless already connected", "Wireless not Connected ",
-                          "Wireless Start up wpa supplicant", "Setup wpa config file", "Start Wireless interface",
-                          "wirelessInterfaces: named networks:  Office", START, "Corvi::ReconfigureWpa 2",
-                          "Corvi::ReconfigureWpa in Holdoff"}));
+                          "Wireless Start up wpa supplicant", "Setup wpa config file",
+                          "Start Wireless interface", "wirelessInterfaces: named networks:  Office", START,
+                          "Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff"}));
     // Started, then brought up once more.
     QCOMPARE(JournalOf("ifconfig"), QStringList({"ifconfig wlan0 up", "ifconfig wlan0 up"}));
     QVERIFY(corvi.Device("wlan0")->timer->isActive());
@@ -273,8 +273,9 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
 
     corvi.WirelessNetworkSetup(false);
 
-    QCOMPARE(OwnLines(), QStringList({"Corvi::WirelessNetworkSetup -- Wireless Device not defined",
-                                      "Check for wireless already connected", "!wiredConnected, wireless connected"}));
+    QCOMPARE(OwnLines(),
+             QStringList({"Corvi::WirelessNetworkSetup -- Wireless Device not defined",
+                          "Check for wireless already connected", "!wiredConnected, wireless connected"}));
     QCOMPARE(Corvi::conn_counter, 0);
     QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan0"));
     QVERIFY(!corvi.wirelessConfigured);
@@ -297,12 +298,11 @@ void TestCorviWireless::unconfiguredDeviceBeginsTheHoldOff()
     corvi.WirelessNetworkSetup(false);
 
     // Once for the beginning, once for the tick.
-    QCOMPARE(OwnLines(),
-             QStringList({"Corvi::WirelessNetworkSetup -- Wireless Device defined", "Corvi::ReconfigureWpa 2",
-                          "Corvi::ReconfigureWpa in Holdoff",
-                          "Corvi::WirelessNetworkSetup wirelessConnected  0  reconfigureWpa  1",
-                          "Corvi::Loop:: reconfigureWpa -- Update conf File", "Corvi::ReconfigureWpa 1",
-                          "Corvi::ReconfigureWpa in Holdoff"}));
+    QCOMPARE(OwnLines(), QStringList({"Corvi::WirelessNetworkSetup -- Wireless Device defined",
+                                      "Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff",
+                                      "Corvi::WirelessNetworkSetup wirelessConnected  0  reconfigureWpa  1",
+                                      "Corvi::Loop:: reconfigureWpa -- Update conf File",
+                                      "Corvi::ReconfigureWpa 1", "Corvi::ReconfigureWpa in Holdoff"}));
     QVERIFY(corvi.wirelessConfigured);
     QVERIFY(corvi.reconfigureWpa);
     QCOMPARE(corvi.wpaHoldoffTicks, 0);
@@ -481,8 +481,8 @@ void TestCorviWireless::associationConfiguresWireless()
     corvi.onAssociatedChanged(true);
 
     QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, DHCP_STARTED, ADDRESS_PRESENT}));
-    QCOMPARE(OwnLines(),
-             QStringList({"Corvi::onAssociatedChanged(bool state) 1", "Corvi::onAssociatedChanged start on_wifi_assoc"}));
+    QCOMPARE(OwnLines(), QStringList({"Corvi::onAssociatedChanged(bool state) 1",
+                                      "Corvi::onAssociatedChanged start on_wifi_assoc"}));
     QVERIFY(WaitForJournal(Journal().size() + (JournalOf("on_wifi_assoc").isEmpty() ? 1 : 0)));
     const QStringList journal = Journal();
     QCOMPARE(journal.mid(journal.size() - 3),

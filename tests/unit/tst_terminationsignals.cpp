@@ -96,7 +96,9 @@ void TestTerminationSignals::endRestoresTheDefault()
 
 void TestTerminationSignals::endClosesThePipe()
 {
-    const auto openFiles = [] { return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size(); };
+    const auto openFiles = [] {
+        return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
+    };
     const int before = openFiles();
 
     for (int i = 0; i < 10; ++i)
