@@ -1,0 +1,266 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""The bond, with the real driver: on and off, its address, a link that is lost, what stays behind.
+
+The driver makes its first bond in the guest's own network, so these run there, one after another.
+"""
+
+import re
+import subprocess
+import time
+from pathlib import Path
+
+import missingmodule
+from harness import SystemTest, addresses, link, read, run, wired, write_store
+from waiting import wait_for
+from wifi import say
+
+OWN_NETWORK = False
+
+SAVED_MAC = Path("/tmp/config/files/network/bondedMac")
+MODES = ("balance-rr", "active-backup", "balance-xor", "broadcast", "802.3ad", "balance-tlb", "balance-alb")
+ACTIVE_BACKUP = 1
+SETTLE_TIME = 90
+PINGS = 100
+FAR_END = "10.77.0.1"
+
+
+class Switch:
+    """A switch with a DHCP server in a namespace of its own; ports are the far ends of cables."""
+
+    netns = "lan"
+    far_end = "switch"
+
+    def __init__(self):
+        run("ip", "netns", "add", self.netns)
+        self.run("ip", "link", "add", "name", self.far_end, "type", "bridge")
+        self.run("ip", "addr", "add", f"{FAR_END}/24", "dev", self.far_end)
+        self.run("ip", "link", "set", "dev", self.far_end, "up")
+
+    def run(self, *command, **options):
+        return run("ip", "netns", "exec", self.netns, *command, **options)
+
+    def start(self, *command, output):
+        with open(output, "wb") as stream:
+            return subprocess.Popen(["ip", "netns", "exec", self.netns, *map(str, command)], stdin=subprocess.DEVNULL,
+                                    stdout=stream, stderr=subprocess.STDOUT)
+
+    def add_port(self, interface):
+        port = f"to-{interface}"
+        run("ip", "link", "add", "name", interface, "type", "veth", "peer", "name", port, "netns", self.netns)
+        run("ethtool", "-K", interface, "tx", "off")
+        self.run("ethtool", "-K", port, "tx", "off")
+        self.run("ip", "link", "set", "dev", port, "master", self.far_end, "up")
+
+    def pull(self, interface):
+        self.run("ip", "link", "set", "dev", f"to-{interface}", "down")
+
+    def plug(self, interface):
+        self.run("ip", "link", "set", "dev", f"to-{interface}", "up")
+
+
+def bond_mode(interface="eth0"):
+    return read(f"/sys/class/net/{interface}/bonding/mode").split(" ")[0]
+
+
+def ports(bond="eth0"):
+    return sorted(read(f"/sys/class/net/{bond}/bonding/slaves").split())
+
+
+def is_loaded(module):
+    return Path(f"/sys/module/{module}").exists()
+
+
+def machine_state():
+    """What must be as before once bonding is off again: interfaces, their numbers, addresses and masters."""
+    state = {}
+    for path in Path("/sys/class/net").iterdir():
+        if path.is_dir():
+            name = path.name
+            state[name] = (read(path / "ifindex").strip(), read(path / "address").strip(), link(name).get("master"))
+    return state, is_loaded("bonding")
+
+
+class BondingTest(SystemTest):
+    def setUp(self):
+        run("modprobe", "-r", "bonding", check=False)
+        super().setUp()
+        self.switch = Switch()
+        self.switch.add_port("eth0")
+        self.switch.add_port("eth1")
+        self.dhcp_server(self.switch)
+        self.before = machine_state()
+
+    def set_bonding(self, enabled, mode=ACTIVE_BACKUP):
+        write_store(wired(), bonding_enable=enabled, bonding_mode=mode)
+
+    def wait_bonded(self, timeout=SETTLE_TIME):
+        wait_for("the bond is eth0", lambda: bond_mode(), timeout)
+        wait_for("both ports", lambda: ports() == ["eth0-swap", "eth1"], 20)
+        return self.wait_lease(timeout)
+
+    def wait_lease(self, timeout=SETTLE_TIME):
+        address = wait_for("an address on eth0", lambda: next(iter(addresses("eth0")), None), timeout)
+        self.assert_reached()
+        return address
+
+    def assert_reached(self):
+        wait_for("the far end answers", lambda: "1 received" in run("ping", "-c1", "-W2", FAR_END, check=False), 20)
+
+    def wait_unbonded(self):
+        wait_for("no bond", lambda: not bond_mode() and "eth0-swap" not in machine_state()[0], SETTLE_TIME)
+        return self.wait_lease()
+
+
+class OnAndOff(BondingTest):
+    def test_on_and_off(self):
+        """Switched on and off by the store and the reload file, three times over."""
+        self.set_bonding(False)
+        daemon = self.start_daemon()
+        self.wait_lease()
+        for turn in range(1, 4):
+            self.set_bonding(True)
+            daemon.rescan()
+            address = self.wait_bonded()
+            say(f"turn {turn}: on: {bond_mode()} with {ports()}, address {address}, "
+                f"bonds {read('/sys/class/net/bonding_masters').split()}")
+            self.assertEqual(bond_mode(), "active-backup")
+
+            self.set_bonding(False)
+            daemon.rescan()
+            address = self.wait_unbonded()
+            after = machine_state()
+            say(f"turn {turn}: off: address {address}")
+            self.assertEqual(after, self.before)
+
+    def test_from_the_start(self):
+        """On from the start, in the mode of the store."""
+        self.set_bonding(True, mode=5)
+        self.start_daemon()
+        self.wait_bonded()
+        self.assertEqual(bond_mode(), "balance-tlb")
+        self.assertEqual(read("/sys/class/net/eth0/bonding/miimon").strip(), "100")
+
+    def test_restart_while_up(self):
+        """The daemon is started anew while the bond is up: the same bond, address and lease afterwards."""
+        self.set_bonding(True)
+        daemon = self.start_daemon()
+        address = self.wait_bonded()
+        mac = read("/sys/class/net/eth0/address")
+        daemon.stop()
+
+        self.start_daemon()
+        wait_for("the second daemon has looked", lambda: read("/var/log/corvi-mon.log").count("Force Rescan") == 2,
+                 SETTLE_TIME)
+        self.assertEqual(self.wait_bonded(), address)
+        self.assertEqual(read("/sys/class/net/eth0/address"), mac)
+
+    def test_driver_missing(self):
+        """Without the driver there is no bond; the log says so."""
+        missingmodule.hide("bonding")
+        self.addCleanup(missingmodule.show, "bonding")
+        self.set_bonding(True)
+        daemon = self.start_daemon()
+        daemon.wait_logged("Bonding driver was not found", SETTLE_TIME)
+        time.sleep(10)
+        daemon.assert_runs()
+        state = machine_state()[0]
+        say(f"without the driver: interfaces {sorted(state)}, addresses "
+            f"{ {name: addresses(name) for name in state if name.startswith('e')} }")
+        self.assertFalse(is_loaded("bonding"))
+
+        self.set_bonding(False)
+        daemon.rescan()
+        self.wait_unbonded()
+        say("switched off again: eth0 has its address")
+
+
+class SavedMac(BondingTest):
+    FORCED = "02:42:ac:11:00:77"
+
+    def bond_mac_with(self, content):
+        SAVED_MAC.parent.mkdir(parents=True, exist_ok=True)
+        SAVED_MAC.write_text(content)
+        self.set_bonding(True)
+        self.start_daemon()
+        self.wait_bonded()
+        return read("/sys/class/net/eth0/address").strip()
+
+    def test_saved_mac_with_line_feed(self):
+        """A saved address becomes the bond's."""
+        self.assertEqual(self.bond_mac_with(self.FORCED + "\n"), self.FORCED)
+        self.assertEqual(SAVED_MAC.read_text(), self.FORCED + "\n")
+
+    def test_saved_mac_without_line_feed(self):
+        """A saved address without its line feed is not used, but replaced by the bond's."""
+        mac = self.bond_mac_with(self.FORCED)
+        self.assertNotEqual(mac, self.FORCED)
+        self.assertEqual(SAVED_MAC.read_text(), mac + "\n")
+
+    def test_saved_mac_kept(self):
+        """Without a saved address the bond's first one is saved, and is its own from then on: same lease."""
+        self.set_bonding(True)
+        daemon = self.start_daemon()
+        address = self.wait_bonded()
+        saved = SAVED_MAC.read_text()
+        self.assertEqual(saved.strip(), read("/sys/class/net/eth0/address").strip())
+
+        self.set_bonding(False)
+        daemon.rescan()
+        self.wait_unbonded()
+        self.set_bonding(True)
+        daemon.rescan()
+
+        self.assertEqual(self.wait_bonded(), address)
+        self.assertEqual(SAVED_MAC.read_text(), saved)
+        say(f"the address {address} is the same after off and on")
+
+
+class LinkLost(BondingTest):
+    def lose_a_link(self, mode):
+        self.set_bonding(True, mode=mode)
+        self.start_daemon()
+        address = self.wait_bonded()
+        self.assertEqual(bond_mode(), MODES[mode])
+
+        ping = subprocess.Popen(["ping", "-n", "-i", "0.1", "-c", str(PINGS), "-W", "1", FAR_END],
+                                stdout=subprocess.PIPE, text=True)
+        time.sleep(3)
+        self.switch.pull("eth0")
+        wait_for("the driver has seen it", lambda: "down" in read("/proc/net/bonding/eth0"), 5)
+        time.sleep(3)
+        self.switch.plug("eth0")
+        output = ping.communicate(timeout=60)[0]
+
+        received = int(re.search(r"(\d+) received", output).group(1))
+        say(f"{MODES[mode]}: {PINGS - received} of {PINGS} packets lost over a link lost and regained")
+        self.assertEqual(addresses("eth0"), [address])
+        self.assert_reached()
+
+    def test_link_lost_balance_rr(self):
+        """One of two links is lost and regained under traffic, mode 0."""
+        self.lose_a_link(0)
+
+    def test_link_lost_active_backup(self):
+        """The same, mode 1."""
+        self.lose_a_link(1)
+
+    def test_link_lost_balance_xor(self):
+        """The same, mode 2."""
+        self.lose_a_link(2)
+
+    def test_link_lost_broadcast(self):
+        """The same, mode 3."""
+        self.lose_a_link(3)
+
+    def test_link_lost_802_3ad(self):
+        """The same, mode 4, at a switch that knows no aggregation."""
+        self.lose_a_link(4)
+
+    def test_link_lost_balance_tlb(self):
+        """The same, mode 5."""
+        self.lose_a_link(5)
+
+    def test_link_lost_balance_alb(self):
+        """The same, mode 6."""
+        self.lose_a_link(6)

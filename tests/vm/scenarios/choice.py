@@ -1,0 +1,68 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""Which network is found and taken: hidden and odd names, bands, priorities."""
+
+import accesspoint
+from accesspoint import CHANNEL_1, CHANNEL_6, CHANNEL_36, CHANNEL_6GHZ, PASSPHRASE
+from harness import holds_for, write_store
+from waiting import wait_for
+from wifi import JOIN_TIME, WifiTest, definition, say
+
+
+class Names(WifiTest):
+    def test_hidden(self):
+        """A network that does not tell its name."""
+        self.join(self.access_point("hidden", accesspoint.WPA2, hidden=True),
+                  definition("hidden", "WPA Personal 1/2", passphrase=PASSPHRASE, scanSsid=True))
+
+    def test_utf8(self):
+        """A name beyond ASCII, protected, so that the key is made from the same bytes."""
+        self.join(self.access_point("Café Ωmega 電波", accesspoint.WPA2),
+                  definition("Café Ωmega 電波", "WPA Personal 1/2", passphrase=PASSPHRASE))
+
+
+class Bands(WifiTest):
+    """The same name on two bands; the one of the definition's band comes on the air last."""
+
+    def take_band(self, band, wanted_channel, other_channel, security, mode):
+        other = self.access_point("office", security, channel=other_channel)
+        write_store(definition("office", mode, passphrase=PASSPHRASE, band=band), useNewDriver=True)
+        self.start_daemon()
+        wait_for("the supplicant scans", lambda: self.supplicant_status().get("wpa_state") == "SCANNING", JOIN_TIME)
+        # Two scans' time: the name is in the air, only on the wrong band.
+        holds_for("not joined on the wrong band", lambda: not other.stations(), 12)
+
+        wanted = self.access_point("office", security, channel=wanted_channel)
+
+        self.wait_joined(wanted)
+        self.assertEqual(other.stations(), [])
+        say(f"band {band}: joined at {wanted.frequency()} MHz, not at {other.frequency()} MHz")
+
+    def test_band_2_4(self):
+        """2.4 GHz only."""
+        self.take_band("2.4 GHz", CHANNEL_6, CHANNEL_36, accesspoint.WPA2, "WPA Personal 1/2")
+
+    def test_band_5(self):
+        """5 GHz only."""
+        self.take_band("5.0 GHz", CHANNEL_36, CHANNEL_1, accesspoint.WPA2, "WPA Personal 1/2")
+
+    def test_band_6(self):
+        """6 GHz only, which there is with WPA3 alone."""
+        self.take_band("6.0 GHz", CHANNEL_6GHZ, CHANNEL_1, accesspoint.WPA3, "WPA Personal 3")
+
+
+class Priorities(WifiTest):
+    def test_priority(self):
+        """Two definitions with both networks in the air: the higher priority is taken, and the other one
+        when that network goes away."""
+        low = self.access_point("low", accesspoint.WPA2)
+        high = self.access_point("high", accesspoint.WPA2, channel=CHANNEL_6)
+        definitions = (definition("low", "WPA Personal 1/2", "Annex", passphrase=PASSPHRASE, priority=1),
+                       definition("high", "WPA Personal 1/2", "Office", passphrase=PASSPHRASE, priority=9))
+
+        self.join(high, *definitions)
+        self.assertEqual(low.stations(), [])
+
+        high.stop()
+        self.wait_joined(low)
+        say("the preferred network went off the air, the other one was taken")

@@ -1,0 +1,132 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""What goes wrong in the air, and the way back."""
+
+import time
+
+import accesspoint
+from accesspoint import PASSPHRASE
+from harness import DEBUG_FLAG, LINK_DOWN, LINK_UP, addresses, touch, write_store
+from waiting import wait_for
+from wifi import JOIN_TIME, WifiTest, definition, say
+
+
+def office(**properties):
+    return definition("office", "WPA Personal 1/2", **{"passphrase": PASSPHRASE, **properties})
+
+
+class Passphrase(WifiTest):
+    def test_wrong_passphrase(self):
+        """One warning and no address; joined once the definition is mended and reloaded."""
+        access_point = self.access_point("office", accesspoint.WPA2)
+        write_store(office(passphrase="not the one"))
+        daemon = self.start_daemon()
+        daemon.wait_logged("BAD PASSWORD -- warning", JOIN_TIME)
+        self.assertEqual(self.count_logged("BAD PASSWORD -- warning"), 1)
+        self.assertEqual(addresses("wlan0"), [])
+        self.assertEqual(access_point.stations(), [])
+        say("one warning, no address")
+
+        write_store(office())
+        daemon.rescan()
+
+        self.wait_joined(access_point)
+        say("the definition was mended: joined")
+
+
+class AccessPointGone(WifiTest):
+    def test_access_point_off_for_a_minute(self):
+        """The access point loses its power for 60 s."""
+        access_point = self.access_point("office", accesspoint.WPA2)
+        listener = self.listen()
+        write_store(office())
+        self.start_daemon()
+        self.wait_joined(access_point)
+        listener.clear()
+
+        access_point.stop()
+        stopped = time.monotonic()
+        self.wait_events(listener, LINK_DOWN, timeout=60)
+        say(f"the loss was noticed after {time.monotonic() - stopped:.0f} s")
+        time.sleep(max(0.0, 60 - (time.monotonic() - stopped)))
+        listener.clear()
+        access_point.start()
+
+        self.wait_events(listener, LINK_UP, timeout=JOIN_TIME)
+        self.wait_joined(access_point)
+        say(f"back after {time.monotonic() - stopped - 60:.0f} s of power")
+
+    def test_access_point_changes_channel(self):
+        """The access point announces a move to another channel and goes there: nothing is lost."""
+        access_point = self.access_point("office", accesspoint.WPA2)
+        listener = self.listen()
+        write_store(office(), useNewDriver=True)
+        self.start_daemon()
+        address = self.wait_joined(access_point)
+        listener.clear()
+
+        access_point.control("chan_switch", "5", "2437")
+
+        wait_for("the new channel", lambda: access_point.frequency() == 2437, 30)
+        wait_for("still in", lambda: self.supplicant_status().get("freq") == "2437", 30)
+        access_point.run("ping", "-c", "3", "-W", "5", address)
+        self.assertEqual(addresses("wlan0"), [address])
+        self.assertNotIn(LINK_DOWN, listener.events())
+        say("moved from 2412 to 2437 MHz with the access point, the address stayed")
+
+
+class Signal(WifiTest):
+    def test_signal_events(self):
+        """A signal that crosses the threshold of the background scan makes the daemon ask for the status."""
+        touch(DEBUG_FLAG)
+        access_point = self.access_point("office", accesspoint.WPA2)
+        write_store(office(useBgScan=True, bgScanSignal=-60), useNewDriver=True)
+        self.start_daemon()
+        self.wait_joined(access_point)
+        self.wait_for_scans_to_end()
+        before = self.count_logged("WpaSuppThread::CheckStatus start")
+
+        self.set_signal(-80)
+
+        wait_for("the status was asked for",
+                 lambda: self.count_logged("WpaSuppThread::CheckStatus start") > before, 60)
+        self.assertEqual(self.supplicant_status()["wpa_state"], "COMPLETED")
+        say("a weak signal was noticed, the association stays")
+
+    def wait_for_scans_to_end(self):
+        wait_for("association is settled", lambda: self.supplicant_status().get("wpa_state") == "COMPLETED", 30)
+
+
+class Radio(WifiTest):
+    def test_radio_removed_and_added(self):
+        """The radio's driver goes and comes again while the network is in use."""
+        access_point = self.access_point("office", accesspoint.WPA2)
+        write_store(office())
+        daemon = self.start_daemon()
+        self.wait_joined(access_point)
+
+        self.pull_out_radio()
+        time.sleep(5)
+        daemon.assert_runs()
+        say("the interface is gone, the daemon runs")
+        self.plug_in_radio()
+
+        self.wait_joined(access_point, 2 * JOIN_TIME)
+        say("the interface is back and joined")
+
+    def test_carrier_file_late(self):
+        """No wired and no wireless interface at the start; the radio shows up later."""
+        self.pull_out_radio()
+        access_point = self.access_point("office", accesspoint.WPA2)
+        write_store(office())
+        daemon = self.start_daemon()
+        daemon.wait_logged("Corvi::Loop Force Rescan", 30)
+        time.sleep(3)
+        self.assertEqual(self.count_logged("Corvi::Loop Force Rescan"), 1)
+
+        self.plug_in_radio()
+
+        daemon.wait_logged("Corvi::Loop Force Rescan", 20, count=2)
+        self.wait_joined(access_point)
+        say("a radio that showed up late was found and used")
+        self.assertEqual(self.count_logged("Corvi::Loop Force Rescan"), 2)
