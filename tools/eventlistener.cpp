@@ -50,7 +50,9 @@ void EventListener::AcceptConnections()
     while (QLocalSocket *connection = server.nextPendingConnection()) {
         connect(connection, &QLocalSocket::readyRead, this, [this, connection] { Receive(connection); });
         connect(connection, &QLocalSocket::disconnected, this, [this, connection] { Abandon(connection); });
-        QTimer::singleShot(CONNECTION_LIMIT, connection, [this, connection] { Abandon(connection); });
+        auto *const limit = new QTimer(connection);
+        connect(limit, &QTimer::timeout, this, [this, connection] { Abandon(connection); });
+        limit->start(CONNECTION_LIMIT);
         // What came together with the connection was announced before anybody could hear it.
         Receive(connection);
     }

@@ -20,7 +20,7 @@ Q_LOGGING_CATEGORY(zebLog, "zeb")
 namespace {
 
 const QString STORE_FOLDER = QStringLiteral("/tmp/config/xmlconfig/");
-constexpr qint64 SIZE_LIMIT = 4 * 1024 * 1024; // 200 networks take a twentieth of it
+constexpr int SIZE_LIMIT = 4 * 1024 * 1024; // 200 networks take a twentieth of it
 
 // The log has no rotation: a store that is wrong all over must not fill it.
 constexpr int PROBLEM_LIMIT = 100;

@@ -12,7 +12,8 @@ class ZebXmlConfig
 {
 public:
     /// The text stored under `key` in the section `path`, or `defaultValue`. A path that continues a section
-    /// with "/" and a network's name addresses that network's properties. Both flags are reserved: pass false.
+    /// with "/" and a network's name addresses that network's properties. Both flags are reserved: pass
+    /// false.
     QString GetConfig(const QString &path, const QString &key, bool reserved1, const QString &defaultValue,
                       bool reserved2);
 };
