@@ -107,6 +107,8 @@ private Q_SLOTS:
     void wpsSaeSettingEndsWithTheNextBlock();
     void weakCertificatesAreForTlsModes_data();
     void weakCertificatesAreForTlsModes();
+    void lastTlsNetworkDecidesForTheWholeFile_data();
+    void lastTlsNetworkDecidesForTheWholeFile();
 
     void scepKeyIsFilledIn_data();
     void scepKeyIsFilledIn();
@@ -663,6 +665,30 @@ void TestNamedNetwork::weakCertificatesAreForTlsModes()
     QTEST(WpaSupplicantCfg::_allowWeakCerts, "after");
 }
 
+void TestNamedNetwork::lastTlsNetworkDecidesForTheWholeFile_data()
+{
+    QTest::addColumn<QString>("last");
+    QTest::addColumn<bool>("areAllowed");
+
+    QTest::newRow("last one allows them") << "true" << true;
+    QTest::newRow("last one does not") << "false" << false;
+}
+
+void TestNamedNetwork::lastTlsNetworkDecidesForTheWholeFile()
+{
+    QFETCH(QString, last);
+    QFETCH(bool, areAllowed);
+    WriteNetwork("lan 1",
+                 {{"securityMode", "802.1X (TLS/EAP)"}, {"allowWeakCerts", areAllowed ? "false" : "true"}});
+    const NamedNetwork first("lan 1", false, nullptr);
+    WriteNetwork("lan 2", {{"securityMode", "802.1X (TLS/EAP)"}, {"allowWeakCerts", last}});
+    const NamedNetwork second("lan 2", false, nullptr);
+
+    QVERIFY(WpaSupplicantCfg::WriteCfg(first.Block() + second.Block()));
+
+    QCOMPARE(TestSupport::ReadFile(FILE_PATH).contains("openssl_ciphers="), areAllowed);
+}
+
 void TestNamedNetwork::scepKeyIsFilledIn_data()
 {
     QTest::addColumn<QString>("stored");
@@ -745,6 +771,7 @@ void TestNamedNetwork::scepClientCertificateIsLookedFor_data()
     QTest::newRow("name in the folder") << "c.pem" << QStringList{"a.crt", "c.pem"} << folder + "c.pem";
     QTest::newRow("name elsewhere") << "c.pem" << QStringList{"a.crt"} << "/etc/ssl/certs/c.pem";
     QTest::newRow("path") << "/opt/c.pem" << QStringList{"a.crt"} << "/opt/c.pem";
+    QTest::newRow("path, its name in the folder") << "/a.crt" << QStringList{"a.crt"} << "/a.crt";
     QTest::newRow("existing file") << "tmp/config/files/scep/a.crt" << QStringList{"a.crt"}
                                    << "/etc/ssl/certs/tmp/config/files/scep/a.crt";
 }
