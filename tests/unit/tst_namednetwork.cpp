@@ -8,6 +8,8 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QProcess>
+#include <QRandomGenerator>
 #include <QTextCodec>
 #include <QtTest>
 
@@ -127,6 +129,7 @@ private Q_SLOTS:
     void ssidOf32BytesIsWritten_data();
     void ssidOf32BytesIsWritten();
     void fiveHundredDefinitionsBecomeOneFile();
+    void supplicantTakesTheFileOfAnyStore();
     void noSecretIsLogged();
 };
 
@@ -966,6 +969,65 @@ void TestNamedNetwork::fiveHundredDefinitionsBecomeOneFile()
     QCOMPARE(written.count("\nnetwork={\n"), 500);
     QVERIFY(written.contains("\tssid=\"ssid499\"\n"));
     QVERIFY(written.indexOf("\"ssid0\"") < written.indexOf("\"ssid499\""));
+}
+
+void TestNamedNetwork::supplicantTakesTheFileOfAnyStore()
+{
+    // A fixed seed: what fails once fails again.
+    QRandomGenerator random(20);
+    const QStringList pieces = {"\"",    "#",
+                                "\\",    "=",
+                                "{",     "}",
+                                " ",     "\t",
+                                "\n",    QString(QChar(0xe9)),
+                                "0",     "none",
+                                "CCMP",  "automatic",
+                                "short", "long enough",
+                                "'",     "network={",
+                                "}\n",   QString::fromUtf8("\xf0\x9f\x94\x91"),
+                                "P\"",   "a1b2c3d4e5",
+                                "$mac",  QString(400, 'x')};
+    const QStringList keys = {"ssid",     "wepKey", "passphrase", "identity",    "password",
+                              "caCert",   "cipher", "clientCert", "privateKey",  "privateKeyPassword",
+                              "priority", "band",   "pacFile",    "bgScanSignal"};
+    const auto any = [&random](const QStringList &list) {
+        return list.at(random.bounded(list.size()));
+    };
+    QByteArray xml = "<networkconfig>";
+    for (int i = 0; i < 400; ++i) {
+        Properties properties = {{"securityMode", any(SecurityModes.keys())},
+                                 {"ssid", "Office"},
+                                 {"passphrase", "long enough"},
+                                 {"wepKey", "a1b2c3d4e5"},
+                                 {"scep", "false"}};
+        for (int change = random.bounded(3); change > 0; --change)
+            properties.insert(any(keys), any(pieces) + any(pieces) + any(pieces));
+        xml += "<network>" + Element("name", any({"lan", "Home"}) + QString::number(i));
+        for (auto property = properties.begin(); property != properties.end(); ++property)
+            xml += Element(property.key(), property.value());
+        xml += "</network>";
+    }
+    TestSupport::WriteStore(xml + "</networkconfig>");
+
+    QStringList lines;
+    int blocks = 0;
+    const QStringList names = ZebNetConfig::GetNetworkNames();
+    for (const QString &name : names) {
+        const NamedNetwork network(name, false, nullptr);
+        blocks += network.Block().isEmpty() ? 0 : 1;
+        lines += network.Block();
+    }
+    QVERIFY(WpaSupplicantCfg::WriteCfg(lines));
+
+    QProcess supplicant;
+    supplicant.setProcessChannelMode(QProcess::MergedChannels);
+    supplicant.start("/usr/sbin/wpa_supplicant", {"-dd", "-Dwired", "-inope0", "-c" + FILE_PATH});
+    QVERIFY(supplicant.waitForFinished());
+    const QByteArray said = supplicant.readAll();
+    QVERIFY2(!said.contains("Failed to read or parse"), said.right(4000).constData());
+    QCOMPARE(said.count(" - start of a new network block"), blocks);
+    QVERIFY(!said.contains("this network block will be ignored"));
+    QVERIFY2(blocks > 150 && blocks < 400, QByteArray::number(blocks).constData());
 }
 
 void TestNamedNetwork::noSecretIsLogged()
