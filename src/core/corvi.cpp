@@ -11,6 +11,7 @@
 #include "utils.h"
 #include "wpasuppthread.h"
 
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QLocalSocket>
 #include <QTimer>
@@ -103,6 +104,8 @@ void Corvi::Stop(int status)
     if (supThread) {
         supThread->Stop(0);
         supThread->exit(0);
+        // Its thread must have left its loop before the process takes down what the thread uses.
+        supThread->wait(QDeadlineTimer(TICK_INTERVAL));
     }
     std::exit(status);
 }

@@ -289,6 +289,7 @@ void TestCorviLife::stopEndsTheProcess_data()
 void TestCorviLife::stopEndsTheProcess()
 {
     QFETCH(int, status);
+    WriteFile(DEBUG_FLAG, "");
     QProcess process;
 
     process.start(QCoreApplication::applicationFilePath(), {"--stop", QString::number(status)});
@@ -298,6 +299,7 @@ void TestCorviLife::stopEndsTheProcess()
     QCOMPARE(process.exitCode(), status);
     QVERIFY2(!process.readAllStandardError().contains("QThread"), "the supervisor's thread was not ended");
     QCOMPARE(LogLines().filter("WpaSuppThread::Stop").last(), QString("WpaSuppThread::Stop 0 false 0"));
+    QCOMPARE(LogLines().last(), QString("WpaSuppThread::run() End Exec"));
 }
 
 void TestCorviLife::firstTickTellsThatTheLoopStarted()

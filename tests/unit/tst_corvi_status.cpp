@@ -210,6 +210,8 @@ void TestCorviStatus::copyIsBoundedByTheSegment()
     corvi.ShareStatus(corvi.Device("eth0"));
 
     QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData().left(100));
+    // The kernel maps whole pages: what follows the segment is there, and is still as it was.
+    QCOMPARE(QByteArray(static_cast<const char *>(earlier.constData()) + 100, 412), QByteArray(412, '\0'));
 }
 
 void TestCorviStatus::copyLeavesTheRestOfALargerSegment()
