@@ -38,15 +38,16 @@ QString AddressMeaning(int status)
     }
 }
 
-QString AssociationMeaning(int status)
+// Sent for wired links too.
+QString LinkMeaning(int status)
 {
     switch (status) {
     case 1:
-        return QStringLiteral("associated");
+        return QStringLiteral("link established");
     case -1:
-        return QStringLiteral("association lost");
+        return QStringLiteral("link lost");
     default:
-        return QStringLiteral("association status");
+        return QStringLiteral("link status");
     }
 }
 
@@ -93,7 +94,7 @@ QString StatusText::EventMeaning(int code, int status)
     case 1:
         return AddressMeaning(status);
     case 2:
-        return AssociationMeaning(status);
+        return LinkMeaning(status);
     case 3:
         return QStringLiteral("configuration applied");
     default:

@@ -284,15 +284,14 @@ void TestCorviStatus::watchPrintsEvents_data()
         << QByteArray::fromHex("0001ffff") << "event 1, status -1: no address, or no configuration found";
     QTest::newRow("DHCP started") << QByteArray::fromHex("00010000") << "event 1, status 0: DHCP started";
     QTest::newRow("address") << QByteArray::fromHex("00010001") << "event 1, status 1: address present";
-    QTest::newRow("associated") << QByteArray::fromHex("00020001") << "event 2, status 1: associated";
-    QTest::newRow("association lost")
-        << QByteArray::fromHex("0002ffff") << "event 2, status -1: association lost";
+    QTest::newRow("link established")
+        << QByteArray::fromHex("00020001") << "event 2, status 1: link established";
+    QTest::newRow("link lost") << QByteArray::fromHex("0002ffff") << "event 2, status -1: link lost";
     QTest::newRow("configured") << QByteArray::fromHex("00030000")
                                 << "event 3, status 0: configuration applied";
     QTest::newRow("unknown event") << QByteArray::fromHex("7fff8000")
                                    << "event 32767, status -32768: unknown event";
-    QTest::newRow("unknown status") << QByteArray::fromHex("00020007")
-                                    << "event 2, status 7: association status";
+    QTest::newRow("unknown status") << QByteArray::fromHex("00020007") << "event 2, status 7: link status";
 }
 
 void TestCorviStatus::watchPrintsEvents()
