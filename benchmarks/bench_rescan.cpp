@@ -16,8 +16,6 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-extern char **environ;
-
 namespace {
 
 QByteArray NameOf(long number)
