@@ -184,6 +184,7 @@ void Corvi::BringModemUp()
         return;
     ++conn_counter;
     if (conn_counter > MODEM_ATTEMPTS) {
+        Log(2) << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << modem->name;
         modem->Down();
         modemDevice = nullptr;
     }

@@ -181,6 +181,8 @@ void TestCorviModem::modemIsGivenUpAfterElevenFailures()
     QVERIFY(!corvi.modemDevice);
     QCOMPARE(Corvi::conn_counter, 11);
     QCOMPARE(Journal(), QStringList({"modem-tool.sh status", "ifconfig wwan0 down"}));
+    QCOMPARE(LogLines(),
+             QStringList{"Corvi::ModemNetworkSetup - no link, unused until the next rescan: wwan0"});
     QVERIFY(corvi.Device("wwan0"));
 }
 

@@ -16,7 +16,8 @@ const QByteArray LAN_8021X_STATIC =
 
 } // namespace
 
-/// The log has no rotation, and the daemon runs for months: a state that lasts must not write to it.
+/// What is logged at which level. The log has no rotation of its own, and the daemon runs for months: a state
+/// that lasts must not write to it.
 class TestCorviQuiet : public QObject
 {
     Q_OBJECT
@@ -28,6 +29,13 @@ private Q_SLOTS:
     void lastingStateIsSilent();
     void vanishedInterfaceIsSilent();
     void idleTickStartsNoProgram();
+    void lineHasItsLevel_data();
+    void lineHasItsLevel();
+
+private:
+    QStringList LinesAtLevel(int level);
+
+    QHash<int, QStringList> linesAtLevel;
 };
 
 void TestCorviQuiet::init()
@@ -132,6 +140,94 @@ void TestCorviQuiet::idleTickStartsNoProgram()
     corvi.Tick(20);
 
     QCOMPARE(Journal(), QStringList());
+}
+
+/// What the service logs at this level from a rescan over wireless, which is begun, to a wired link that
+/// comes, and a modem.
+QStringList TestCorviQuiet::LinesAtLevel(int level)
+{
+    if (linesAtLevel.contains(level))
+        return linesAtLevel.value(level);
+    StartFromNothing();
+    WriteStore(LAN_8021X_STATIC);
+    for (const char *name : {"eth0", "wlan0", "wwan0", "wwan1"}) {
+        MakeInterface(name);
+        PullCable(name);
+    }
+    CorviUnderTest corvi;
+    corvi.Tick();
+    SetLevel(level);
+    corvi.Init();
+    corvi.Tick();
+    corvi.modemDevice = nullptr;
+    corvi.Tick(4);
+    PlugCable("eth0");
+    corvi.Tick(2);
+    corvi.modemDevice = corvi.Device("wwan0");
+    corvi.Tick();
+    PullCable("eth0");
+    corvi.Tick();
+    WriteFile(RELOAD_FLAG, "");
+    corvi.CheckReload();
+    linesAtLevel.insert(level, LogLines());
+    return linesAtLevel.value(level);
+}
+
+void TestCorviQuiet::lineHasItsLevel_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<int>("level");
+    const auto add = [](int level, const QVector<const char *> &lines) {
+        for (const char *const line : lines)
+            QTest::newRow(line) << QString(line) << level;
+    };
+    add(2,
+        {"Corvi::WiredNetworkSetup:: Device Change", "Wired Device Connected 1", "Wired Device Connected 0",
+         "Start Wireless interface", "Corvi::Loop:: Stopping wireless device"});
+    add(4, {"Corvi::Init()",
+            "Corvi::Init() Complete",
+            "Corvi::FindAllInterfaces()",
+            "Corvi::FindAllInterfaces()  Cleanup network Devices",
+            "Corvi::FindAllInterfaces()  bonding 0",
+            "found interface eth0",
+            "Corvi::FindAllInterfaces() -- wired eth0",
+            "Reload forced",
+            "Corvi::WiredNetworkSetup:: starting wired connected 0",
+            "Corvi::WiredNetworkSetup:: Start Wpa supplicant",
+            "Corvi::ReconfigureWpa 2",
+            "Corvi::ReconfigureWpa in Holdoff",
+            "Corvi::onWiredStateChange(bool state) 1",
+            "Configure Wired Network",
+            "Configure Wired Network Complete",
+            "Corvi::onWiredStateChange(bool state)  complete",
+            "Corvi::WirelessNetworkSetup -- Wireless Device not defined",
+            "Corvi::WirelessNetworkSetup -- Wireless Device defined",
+            "Check for wireless already connected",
+            "Wireless not Connected ",
+            "Wireless Start up wpa supplicant",
+            "Setup wpa config file",
+            "Set wireless device to 0",
+            "UpdateWpaConfFile -- Get NetworkDevice",
+            "UpdateWpaConfFile -- isActive 0",
+            "Corvi::ModemNetworkSetup",
+            "SendEvent()  Start",
+            "ShareStatus()  Start"});
+    add(6, {"Corvi::WiredNetworkSetup::  eth0 active", "Corvi::WiredNetworkSetup:: status 1",
+            "Corvi::WiredNetworkSetup:: status 0", "Wired not connected",
+            "Calling ModemNetworkSetup wwan0, wwan1", "Called ModemNetworkSetup ",
+            "Calling WirelessNetworkSetup 0", "Called WirelessNetworkSetup 0",
+            "Calling WirelessNetworkSetup 2", "Called WirelessNetworkSetup 2", "Calling ModemNetworkSetup 2",
+            "Called ModemNetworkSetup 2", "Calling ModemNetworkSetup 3", "Called ModemNetworkSetup 3",
+            "ShareStatus BA Size 512 _shm.size 512"});
+}
+
+void TestCorviQuiet::lineHasItsLevel()
+{
+    QFETCH(QString, line);
+    QFETCH(int, level);
+
+    QVERIFY(LinesAtLevel(level).contains(line));
+    QVERIFY(level == 2 || !LinesAtLevel(level - 1).contains(line));
 }
 
 QTEST_GUILESS_MAIN(TestCorviQuiet)
