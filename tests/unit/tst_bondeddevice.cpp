@@ -10,6 +10,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QSignalSpy>
+#include <QTimer>
 #include <QtTest>
 
 #include <memory>
@@ -594,6 +595,7 @@ void TestBondedDevice::clientIsStartedAndReportsOnce()
     QVERIFY2(timer.elapsed() >= 900, qPrintable(QString::number(timer.elapsed())));
     QTest::qWait(1200);
     QCOMPARE(ready.size(), 1);
+    QVERIFY2(!bond.findChild<QTimer *>()->isActive(), "nothing is left to poll for");
     QCOMPARE(Journal(), QStringList{"dhclient eth0"});
     QVERIFY(LogText().contains(" Calling dhclient eth0 \n"));
     QVERIFY(LogText().contains(" Process exitCode 2 \n"));

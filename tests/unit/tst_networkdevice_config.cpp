@@ -594,7 +594,8 @@ void TestNetworkDeviceConfig::definitionsBelongToADevice_data()
     QTest::newRow("wired, its own definition first")
         << "eth0" << false << QStringList{"wiredeth0", "lan", "lan2", "lanA", "lana"};
     QTest::newRow("wired, none of its own") << "eth2" << false << QStringList{"lan", "lan2", "lanA", "lana"};
-    QTest::newRow("wired, longer name") << "eth01" << false << QStringList{"lan", "lan2", "lanA", "lana"};
+    QTest::newRow("wired, longer name")
+        << "eth01" << false << QStringList{"wiredeth01", "lan", "lan2", "lanA", "lana"};
     QTest::newRow("wireless") << "wlan0" << true << QStringList{"Home", "Office", "wiredusb0"};
 }
 
@@ -604,8 +605,8 @@ void TestNetworkDeviceConfig::definitionsBelongToADevice()
     QFETCH(bool, wireless);
     QFETCH(QStringList, names);
     GivenStore(Network("lana") + Network("Office") + Network("lan2") + Network("wiredeth1") +
-               Network("wiredethernet") + Network("lanA") + Network("Home") + Network("wiredeth0") +
-               Network("lan") + Network("wiredusb0"));
+               Network("wiredethernet") + Network("wiredeth01") + Network("lanA") + Network("Home") +
+               Network("wiredeth0") + Network("lan") + Network("wiredusb0"));
 
     const Device device(interface, wireless);
 
