@@ -5,11 +5,6 @@ corvi_add_unit_test(tst_supplicantrules LIBS config)
 corvi_add_unit_test(tst_wpasupplicantcfg LIBS config)
 corvi_add_unit_test(tst_namednetwork LIBS config)
 
-# The file and the arguments of programs are UTF-8 whatever the locale is.
-corvi_add_sandboxed_test(tst_wpasupplicantcfg_c_locale LABEL unit
-    COMMAND env LC_ALL=C $<TARGET_FILE:tst_wpasupplicantcfg>
-        passphraseBecomesTheHashedKey fileIsUtf8)
-
 # What a real supplicant says of the files that the tests above compare with.
 corvi_add_sandboxed_test(golden_files LABEL unit MODE platform
     COMMAND python3 ${CMAKE_CURRENT_SOURCE_DIR}/../golden/check.py)
