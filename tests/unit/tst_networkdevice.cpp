@@ -504,9 +504,9 @@ void TestNetworkDevice::startedDeviceFollowsTheCable()
     device.StartDevice();
 
     QCOMPARE(device.timer->interval(), 250);
-    QTRY_VERIFY_WITH_TIMEOUT(device.isRunning, 1000);
+    QTRY_VERIFY_WITH_TIMEOUT(device.isRunning, 3000);
     TestSupport::SetCable("peer0", false);
-    QTRY_VERIFY_WITH_TIMEOUT(!device.isRunning, 1000);
+    QTRY_VERIFY_WITH_TIMEOUT(!device.isRunning, 3000);
     QVERIFY(device.isUp);
 }
 
