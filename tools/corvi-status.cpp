@@ -82,8 +82,10 @@ public:
         sigaddset(&stopSignals, SIGTERM);
         sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
         if (!file.open(::signalfd(-1, &stopSignals, SFD_CLOEXEC), QIODevice::ReadOnly,
-                       QFile::AutoCloseHandle))
+                       QFile::AutoCloseHandle)) {
+            sigprocmask(SIG_UNBLOCK, &stopSignals, nullptr); // Then they end the program outright.
             return;
+        }
         notifier = std::make_unique<QSocketNotifier>(file.handle(), QSocketNotifier::Read);
         QObject::connect(notifier.get(), &QSocketNotifier::activated, qApp, &QCoreApplication::quit);
     }

@@ -65,8 +65,8 @@ void EventListener::Receive(QLocalSocket *connection)
     const QByteArray event = connection->read(EVENT_SIZE);
     connection->disconnect(this);
     connection->deleteLater();
-    Q_EMIT eventReceived(qFromBigEndian<qint16>(event.constData()),
-                         qFromBigEndian<qint16>(event.constData() + sizeof(qint16)));
+    emit eventReceived(qFromBigEndian<qint16>(event.constData()),
+                       qFromBigEndian<qint16>(event.constData() + sizeof(qint16)));
 }
 
 void EventListener::Abandon(QLocalSocket *connection)
@@ -76,5 +76,5 @@ void EventListener::Abandon(QLocalSocket *connection)
     connection->deleteLater();
     // Another listener that finds out whether this one is alive says nothing.
     if (byteCount > 0)
-        Q_EMIT brokenEvent(byteCount);
+        emit brokenEvent(byteCount);
 }

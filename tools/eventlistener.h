@@ -21,7 +21,7 @@ public:
     /// when another one is alive or the socket cannot be made.
     [[nodiscard]] bool Listen(QString &error);
 
-Q_SIGNALS:
+signals:
     void eventReceived(int code, int status);
     /// A connection that ended, or lasted too long, with a part of an event.
     void brokenEvent(int byteCount);

@@ -58,13 +58,14 @@ bearer() {
 
 write_resolv_conf() {
     target=$(readlink -f "$RESOLV_CONF")
+    [ -n "$target" ] || return 1
     printf '%s\n' "$1" | sed -n 's/^bearer.ipv4-config.dns.value\[[0-9]*\][[:blank:]]*: *\([0-9.]*\)$/nameserver \1/p' \
         >"$target.new.$$"
     if [ -s "$target.new.$$" ]; then
-        chmod 644 "$target.new.$$" && mv -f "$target.new.$$" "$target"
-    else
-        rm -f "$target.new.$$"
+        chmod 644 "$target.new.$$"
+        mv -f "$target.new.$$" "$target"
     fi
+    rm -f "$target.new.$$"
 }
 
 ip_config() {

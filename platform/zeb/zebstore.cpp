@@ -22,7 +22,7 @@ namespace {
 const QString STORE_FOLDER = QStringLiteral("/tmp/config/xmlconfig/");
 constexpr int SIZE_LIMIT = 4 * 1024 * 1024; // 200 networks take a twentieth of it
 
-// The log has no rotation: a store that is wrong all over must not fill it.
+// A store that is wrong all over must not flood the log.
 constexpr int PROBLEM_LIMIT = 100;
 
 // Two writes within one tick of the file system's clock (at most 10 ms) leave the same time stamp.

@@ -18,8 +18,7 @@ public:
 
     void SetSSID(const QString &networkSsid, bool scan);
     void SetPriority(int networkPriority) { priority = networkPriority; }
-    /// Background scan: short interval and long interval in seconds, signal threshold in dBm, in the order in
-    /// which the definition's three numbers are handed over: short interval, long interval, threshold.
+    /// Background scan. `a`: short interval, `b`: long interval, both in seconds; `c`: threshold in dBm.
     void SetBgParameters(bool use, int a, int b, int c);
     /// Empty means no restriction.
     void SetFrequencyBand(const QString &band) { frequencyBand = band; }

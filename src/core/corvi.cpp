@@ -16,6 +16,7 @@
 #include <QLocalSocket>
 #include <QTimer>
 
+#include <chrono>
 #include <cstdlib>
 
 #include <unistd.h>
@@ -26,6 +27,9 @@ const QString DEBUG_FLAG = QStringLiteral("/tmp/debug_corvi");
 const QString KILL_FLAG = QStringLiteral("/tmp/kill_corvi");
 const QString RELOAD_FLAG = QStringLiteral("/tmp/config/files/network/reload");
 const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
+
+/// The thread only has to leave its event loop; a process that is asked to end must not hang in the attempt.
+constexpr std::chrono::milliseconds THREAD_END_LIMIT{1000};
 
 constexpr int DEBUG_LEVEL = 5;
 constexpr int NORMAL_LEVEL = 2;
@@ -88,7 +92,7 @@ void Corvi::Init()
     wirelessConfigured = false;
     for (NetworkDevice **device : {&wiredDevice, &wirelessDevice, &modemDevice}) {
         if (*device)
-            (*device)->deleteLater();
+            (*device)->deleteLater(); // Discovery is quicker: its delete takes this request along.
         *device = nullptr;
     }
     wiredUp = false;
@@ -105,7 +109,7 @@ void Corvi::Stop(int status)
         supThread->Stop(0);
         supThread->exit(0);
         // Its thread must have left its loop before the process takes down what the thread uses.
-        supThread->wait(QDeadlineTimer(TICK_INTERVAL));
+        supThread->wait(QDeadlineTimer(THREAD_END_LIMIT));
     }
     std::exit(status);
 }

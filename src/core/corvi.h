@@ -73,7 +73,8 @@ public:
 
     void InitSharedMemory();
     void ShareStatus(NetworkDevice *nd);
-    /// Publishes the device's status and notifies the listener; blocks for at most 1 s.
+    /// Publishes the device's status and notifies the listener. Waits for the segment's lock without limit
+    /// and for the listener at most 1 s.
     void SendEvent(NetworkDevice *nd, int event, int status);
     void SendConfigMessage(NetworkDevice *nd);
     void SendConnectionsMessage(NetworkDevice *nd, bool ok);
@@ -98,12 +99,18 @@ public slots:
     void onScanningFailed();
     void onWiredStateChange(bool state);
 
-protected: // data: what tests look at through a subclass
+protected:
+    /// Ticks without a wired link before wireless gets its turn.
+    static constexpr int WIRELESS_DELAY_TICKS = 2;
+    /// Calls of ReconfigureWpa() that only count down before one that starts the supplicant.
+    static constexpr int WPA_HOLDOFF_TICKS = 2;
+
+    // Data
     QSharedMemory shm;
     std::unique_ptr<QLocalSocket> eventSocket;
     std::unique_ptr<QTimer> loopTimer;
-    int wirelessDelayTicks = 2; ///< ticks to wait, while wired is down, before wireless is set up
-    int wpaHoldoffTicks = 2;
+    int wirelessDelayTicks = WIRELESS_DELAY_TICKS;
+    int wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
     bool loopStarted = false;
     Logging *log;
     QStringList allInterfaces;

@@ -17,7 +17,7 @@
 namespace {
 
 const QString SEGMENT_KEY = QStringLiteral("com.qarbo.zebnetstatus");
-constexpr int SEGMENT_SIZE = 512; // bytes
+constexpr int SEGMENT_SIZE = ZebNetStatus::RECORD_SIZE; // bytes
 const QString LISTENER_NAME = QStringLiteral("corvin");
 /// The listener is on this machine: one that does not accept within this time is not going to.
 constexpr int CONNECT_TIME_LIMIT_MS = 1000;
@@ -61,7 +61,10 @@ void Corvi::ShareStatus(NetworkDevice *nd)
 {
     Log(4) << "ShareStatus()  Start";
     const QByteArray record = nd->status->GetData();
-    shm.lock();
+    if (!shm.lock()) {
+        Log(2) << "ShareStatus() the segment cannot be locked, its record stays as it was";
+        return;
+    }
     Log(6) << "ShareStatus"
            << "BA Size" << record.size() << "_shm.size" << shm.size();
     const int length = std::min({shm.size(), SEGMENT_SIZE, record.size()});

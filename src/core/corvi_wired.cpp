@@ -15,10 +15,6 @@ namespace {
 const QString REFRESH_FLAG = QStringLiteral("/tmp/refresh_network");
 const QString DHCP_EVENT_FILE = QStringLiteral("/tmp/dhcp_event");
 
-/// Ticks before wireless gets its turn, counted anew by every tick with a wired link.
-constexpr int WIRELESS_DELAY_TICKS = 2;
-/// Calls of ReconfigureWpa() that only count down before one that starts the supplicant.
-constexpr int WPA_HOLDOFF_TICKS = 2;
 /// Ticks without authentication after which a port that already has an address gives up.
 constexpr int ANNOUNCED_FALLBACK_TICKS = 10;
 /// Ticks without authentication after which the unsecured configuration is tried.

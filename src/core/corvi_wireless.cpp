@@ -5,6 +5,7 @@
 
 #include "logging.h"
 #include "modem.h"
+#include "networkdevice.h"
 #include "utils.h"
 #include "wpasupplicantcfg.h"
 #include "wpasuppthread.h"
@@ -14,7 +15,6 @@
 namespace {
 
 const QString KEEP_WIRELESS_UP_FLAG = QStringLiteral("/tmp/keepwirelessup");
-constexpr int WPA_HOLDOFF_TICKS = 2;
 /// Bring-ups without a running link after which a modem is given up until the next discovery.
 constexpr int MODEM_ATTEMPTS = 10;
 

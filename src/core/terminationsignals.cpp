@@ -45,6 +45,7 @@ TerminationSignals::~TerminationSignals()
 {
     ::signal(SIGTERM, SIG_DFL);
     ::signal(SIGINT, SIG_DFL);
+    delete notifier; // Before the descriptor that it watches.
     for (int &end : pipeEnds) {
         if (end != -1)
             ::close(end);

@@ -296,7 +296,7 @@ void BondedDevice::onMyTimerTrip()
 {
     if (!dhclientFinished)
         return;
-    Q_EMIT dhclientReady();
+    emit dhclientReady();
     pollTimer->stop();
     dhclientFinished = false;
 }

@@ -42,10 +42,10 @@ public:
     static bool enableChecked;
     static const QStringList BondingModeList;
 
-Q_SIGNALS:
+signals:
     void dhclientReady();
 
-public Q_SLOTS:
+public slots:
     void onStartProcessFinished(int exitCode);
     void onMyTimerTrip();
 

@@ -14,6 +14,8 @@ public:
     Modem(const QString &interfaceName, QObject *parent);
     ~Modem() override;
 
+    // Each waits for the tool to end.
+
     void Connect();
     void Disconnect();
     void ConfigureIFace();

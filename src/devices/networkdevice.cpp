@@ -207,7 +207,7 @@ QString NetworkDevice::toString() const
 void NetworkDevice::SendEvent(int code, int value)
 {
     Log(4) << "NetworkDevice::SendEvent" << code << value;
-    Q_EMIT SendEventMessage(code, value, this);
+    emit SendEventMessage(code, value, this);
 }
 
 void NetworkDevice::onTimerTrip()

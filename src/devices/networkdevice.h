@@ -86,11 +86,11 @@ public:
     QStringList GetNamedNetworkWpasInformation() const;
     QStringList getWpaConfig() const;
 
-Q_SIGNALS:
+signals:
     void SendEventMessage(int code, int value, NetworkDevice *device);
     void ConnectionStatusChange(NetworkDevice *device, bool connected);
 
-public Q_SLOTS:
+public slots:
     void onTimerTrip();
 
 public:

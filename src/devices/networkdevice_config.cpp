@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "networkdevice.h"
+
 #include "logging.h"
 #include "namednetwork.h"
-#include "networkdevice.h"
 #include "paths.h"
 #include "zebnetconfig.h"
 #include "zebxmlconfig.h"

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "logging.h"
 #include "networkdevice.h"
+
+#include "logging.h"
 #include "paths.h"
 #include "securefile.h"
 #include "timing.h"

@@ -96,14 +96,15 @@ void WpaSupplicantControl::closeControlInterface()
 
 void WpaSupplicantControl::Disconnect()
 {
-    wpa_ctrl_close(connection);
-    connection = nullptr;
-    open = false;
+    // First the notifier: the descriptor's number may be taken again as soon as it is closed.
     if (notifier) {
         notifier->disconnect(this);
         delete notifier;
         notifier = nullptr;
     }
+    wpa_ctrl_close(connection);
+    connection = nullptr;
+    open = false;
 }
 
 bool WpaSupplicantControl::isCtrlOpen() const

@@ -124,20 +124,16 @@ QString Utils::SsidToString(const QString &escaped)
         return escaped;
 
     QByteArray output;
-    QByteArray pending;
     int i = 0;
     while (i < escaped.length()) {
         if (escaped.at(i) == QLatin1Char('\\') && i < escaped.length() - 3 &&
             escaped.at(i + 1) == QLatin1Char('x')) {
-            pending += QByteArray::fromHex(escaped.mid(i + 2, 2).toLatin1());
+            output += QByteArray::fromHex(escaped.mid(i + 2, 2).toLatin1());
             i += 4;
             continue;
         }
-        output += pending;
-        pending.clear();
         output += escaped.at(i).toLatin1();
         ++i;
     }
-    output += pending;
     return DecodeToFirstNul(output);
 }
