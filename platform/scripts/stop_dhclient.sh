@@ -3,7 +3,9 @@
 # Copyright (c) 2026 The Corvi developers
 #
 # Ends every running DHCP client and returns once they are gone, so that a new
-# attempt never meets an old client. Asks first; after 2 s it insists.
+# attempt never meets an old client. Asks first; after 2 s it insists. A client
+# that is ended leaves its default route behind, and the next one's is refused
+# while there is one: so it goes, too.
 
 clients() {
     pidof dhclient
@@ -25,8 +27,22 @@ signal_clients() {
     done
 }
 
+# The interfaces that the clients were started for: their last argument.
+interfaces() {
+    for pid in $(clients); do
+        tr '\0' '\n' <"/proc/$pid/cmdline" | tail -n 1
+    done 2>/dev/null
+}
+
 clients >/dev/null || exit 0
+served=$(interfaces)
 signal_clients TERM
-wait_until_gone 20 && exit 0
-signal_clients KILL
-wait_until_gone 20
+wait_until_gone 20 || {
+    signal_clients KILL
+    wait_until_gone 20
+}
+gone=$?
+for interface in $served; do
+    [ ! -e "/sys/class/net/$interface" ] || ip -4 route flush default dev "$interface"
+done
+exit $gone

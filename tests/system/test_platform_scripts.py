@@ -44,12 +44,12 @@ class ScriptTest(SystemTest):
 
 
 class StopDhclient(ScriptTest):
-    def start_client(self, body):
+    def start_client(self, body, *arguments):
         """A process that is called dhclient and, unlike a shell script, shows as such."""
         program = FAKES / "dhclient"
         if not program.exists():
             shutil.copy(os.path.realpath(sys.executable), program)
-        process = subprocess.Popen([program, "-c", body], stdout=subprocess.PIPE)
+        process = subprocess.Popen([program, "-c", body, *arguments], stdout=subprocess.PIPE)
         process.stdout.readline()
         self.addCleanup(process.stdout.close)
         self.addCleanup(process.wait)
@@ -77,6 +77,18 @@ class StopDhclient(ScriptTest):
 
         self.assertEqual(client.wait(0.5), -9)
         self.assertLess(time.monotonic() - start, 5)
+
+    def test_takes_away_the_way_out_that_the_client_set(self):
+        for number, name in enumerate(("wlan0", "eth0")):
+            self.cable(name)
+            run("ip", "addr", "add", f"10.{number}.0.2/24", "dev", name)
+            run("ip", "link", "set", "dev", name, "up")
+            run("ip", "route", "add", "default", "via", f"10.{number}.0.1", "dev", name, "metric", number)
+        self.start_client("import time; print(flush=True); time.sleep(60)", "-v", "wlan0")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual([route["dev"] for route in default_routes()], ["eth0"])
 
 
 class UpdateHosts(ScriptTest):
