@@ -70,9 +70,13 @@ void WpaSuppThread::run()
     exec();
     timer.stop();
     Log(4) << "WpaSuppThread::run() End Exec";
-    // The text belongs to the main thread.
-    QMetaObject::invokeMethod(
-        this, [this] { statusText = QStringLiteral("Stopped"); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, "OnWorkerEnded", Qt::QueuedConnection);
+}
+
+/// On the main thread, which the status text belongs to.
+void WpaSuppThread::OnWorkerEnded()
+{
+    statusText = QStringLiteral("Stopped");
 }
 
 void WpaSuppThread::Reinit()
@@ -109,7 +113,7 @@ void WpaSuppThread::Start(const QString &interfaceName, const QString &driverNam
 
 void WpaSuppThread::Stop(int reason)
 {
-    Log(2) << "WpaSuppThread::Stop" << reason << TrueFalse(running) << int(restarting || running);
+    Log(4) << "WpaSuppThread::Stop" << reason << TrueFalse(running) << int(restarting || running);
     emit TriggerStopSupplicant();
 }
 
@@ -263,7 +267,7 @@ void WpaSuppThread::CreateWpaCtl()
     interface.remove(WpaSupplicantControl::CtrlInterfaceDir);
     const bool opened = control->openControlInterface(interface);
     badPassword = false;
-    Log(2) << "WpaSuppThread::CreateWpaCtl() Open wpactl" << interface << int(opened);
+    Log(4) << "WpaSuppThread::CreateWpaCtl() Open wpactl" << interface << int(opened);
 }
 
 void WpaSuppThread::DeleteWpaCtl()
@@ -357,4 +361,6 @@ void WpaSuppThread::TickStarting()
     startPending = false;
     running = true;
     restarting = false;
+    // It may be connected already, and says so only once: a supplicant that an earlier daemon left is.
+    checkStatusRequested = true;
 }

@@ -56,6 +56,9 @@ public slots:
     void RestartSupplicant();
     void OnStopSupplicant();
 
+private slots:
+    void OnWorkerEnded();
+
 protected:
     /// Does not start the thread yet: run() must find the object complete.
     WpaSuppThread();

@@ -5,6 +5,8 @@
 
 #include "wpasuppthread.h"
 
+#include <atomic>
+
 /// The supervisor with its state and its steps open to a test. Its worker thread is not started, so that only
 /// the ticks that the test calls happen.
 class BareWpaSuppThread : public WpaSuppThread
@@ -51,6 +53,14 @@ public:
     using WpaSuppThread::StopSupplicant;
     using WpaSuppThread::WaitForSupplicantToEnd;
 
+    ~BareWpaSuppThread() override
+    {
+        quit();
+        wait();
+        // The thread sanitizer cannot see that wait() orders the two threads; this it can.
+        (void)hasEnded.load();
+    }
+
     /// The state after a start whose control connection is open.
     void Supervise(const QString &interfaceName = QStringLiteral("wlan0"),
                    const QString &driverName = QStringLiteral("nl80211,wext"))
@@ -67,4 +77,14 @@ public:
         for (int i = 0; i < times; ++i)
             MyTimerTimeout();
     }
+
+protected:
+    void run() override
+    {
+        WpaSuppThread::run();
+        hasEnded = true;
+    }
+
+private:
+    std::atomic<bool> hasEnded{false};
 };
