@@ -200,6 +200,7 @@ void TestCorviLife::hostNameIsInitialisedWithoutAClientConfiguration()
 
 void TestCorviLife::supervisorIsStoppedWithTheModeOfItsUse()
 {
+    WriteFile(DEBUG_FLAG, "");
     CorviUnderTest corvi;
     QCOMPARE(LogLines().filter("WpaSuppThread::Stop"), QStringList{"WpaSuppThread::Stop 2 false 0"});
     ClearLog();

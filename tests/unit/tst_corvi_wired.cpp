@@ -454,6 +454,7 @@ void TestCorviWired::announcedPortFallsBackAfterElevenTicks()
     device->fallbackEnabled = true;
     QVERIFY(device->ipAnnounced);
     Supervisor::Set({true, false, false});
+    SetLevel(4);
     Forget();
 
     corvi.Tick(11);

@@ -402,11 +402,12 @@ void TestCorviWireless::changedFileStopsTheSupplicant()
     corvi.reconfigureWpa = true;
     corvi.wpaHoldoffTicks = 2;
     Supervisor::Set({true, false, true});
+    SetLevel(4);
     ClearLog();
 
     corvi.WirelessNetworkSetup(false);
 
-    QCOMPARE(LogLines(), QStringList{"WpaSuppThread::Stop 4 true 1"});
+    QCOMPARE(LogLines().filter("WpaSuppThread"), QStringList{"WpaSuppThread::Stop 4 true 1"});
 }
 
 void TestCorviWireless::resultTellsWhetherWirelessIsConfigured()
