@@ -103,6 +103,7 @@ private Q_SLOTS:
     void copyIsBoundedByTheSegment();
     void copyLeavesTheRestOfALargerSegment();
     void publishingWaitsForTheLock();
+    void segmentThatCannotBeLockedIsLeftAlone();
     void publishingIsTraced();
 
     // Events
@@ -244,6 +245,22 @@ void TestCorviStatus::publishingWaitsForTheLock()
     // What it read at the end of its lock was the old record, whole.
     QCOMPARE(reader.readAllStandardOutput(), QByteArray("locked\n") + QByteArray(SEGMENT_SIZE, 'x'));
     QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviStatus::segmentThatCannotBeLockedIsLeftAlone()
+{
+    MakeInterface("eth0");
+    EventListener listener;
+    CorviUnderTest corvi;
+    corvi.Tick();
+    corvi.shm.detach();
+    ClearLog();
+
+    corvi.SendAssociationMessage(corvi.Device("eth0"), true);
+
+    QCOMPARE(LogLines(),
+             QStringList{"ShareStatus() the segment cannot be locked, its record stays as it was"});
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP}));
 }
 
 void TestCorviStatus::publishingIsTraced()
