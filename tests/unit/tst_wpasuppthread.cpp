@@ -59,6 +59,7 @@ private slots:
     void logsTheStop_data();
     void logsTheStop();
     void asksForAReconfiguration();
+    void noticesASupplicantThatIsConnectedAlready();
     void asksForTheEnd();
 
     void tellsTheSupplicantToTerminate_data();
@@ -89,7 +90,7 @@ private slots:
     void prefersAStopToEverythingElse();
     void finishesAStopBeforeTheRest();
     void reconfiguresBeforeItStarts();
-    void opensTheConnectionBeforeItPolls();
+    void opensTheConnectionAndThenAsksForTheStatus();
     void countsNothingWhenIdle();
     void goesOnWithTheTickWhenAskedToQuit();
 };
@@ -234,6 +235,7 @@ void TestWpaSuppThread::asksForAReconfiguration()
     FakeSupplicant supplicant;
     BareWpaSuppThread supervisor;
     supervisor.Supervise();
+    supervisor.Tick();
     supplicant.ClearCommands();
 
     supervisor.Reconfigure();
@@ -241,6 +243,19 @@ void TestWpaSuppThread::asksForAReconfiguration()
     supervisor.Tick(2);
 
     QCOMPARE(supplicant.Commands(), QStringList{"RECONFIGURE"});
+}
+
+void TestWpaSuppThread::noticesASupplicantThatIsConnectedAlready()
+{
+    FakeSupplicant supplicant;
+    supplicant.SetReply("STATUS", "ssid=office\nwpa_state=COMPLETED\n");
+    BareWpaSuppThread supervisor;
+
+    supervisor.Supervise();
+    supervisor.Tick();
+
+    QVERIFY(supervisor.IsAssociated());
+    QCOMPARE(supervisor.Ssid(), QStringLiteral("office"));
 }
 
 void TestWpaSuppThread::asksForTheEnd()
@@ -635,13 +650,13 @@ void TestWpaSuppThread::reconfiguresBeforeItStarts()
     QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
 }
 
-void TestWpaSuppThread::opensTheConnectionBeforeItPolls()
+void TestWpaSuppThread::opensTheConnectionAndThenAsksForTheStatus()
 {
     FakeSupplicant supplicant;
+    supplicant.SetReply("STATUS", "wpa_state=COMPLETED\n");
     BareWpaSuppThread supervisor;
     supervisor.startingSupplicant = true;
     supervisor.restarting = true;
-    supervisor.checkStatusRequested = true;
 
     supervisor.Tick();
 
@@ -650,8 +665,11 @@ void TestWpaSuppThread::opensTheConnectionBeforeItPolls()
     QVERIFY(!supervisor.restarting);
     QVERIFY(!supervisor.startingSupplicant);
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run  startingSupplicant set \n"));
+    QVERIFY(!supervisor.associated);
+    // A supplicant that connected when nobody was there to hear it says so here.
     supervisor.Tick();
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "STATUS"}));
+    QVERIFY(supervisor.associated);
 }
 
 void TestWpaSuppThread::countsNothingWhenIdle()
