@@ -61,7 +61,7 @@ public:
         (void)hasEnded.load();
     }
 
-    /// The state after a start whose control connection is open.
+    /// The state after a start whose control connection is open and whose first status was read.
     void Supervise(const QString &interfaceName = QStringLiteral("wlan0"),
                    const QString &driverName = QStringLiteral("nl80211,wext"))
     {
@@ -70,6 +70,7 @@ public:
         wired = driverName == QLatin1String("wired");
         startingSupplicant = true;
         MyTimerTimeout();
+        checkStatusRequested = false;
     }
 
     void Tick(int times = 1)

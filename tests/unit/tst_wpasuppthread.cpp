@@ -59,7 +59,6 @@ private slots:
     void logsTheStop_data();
     void logsTheStop();
     void asksForAReconfiguration();
-    void noticesASupplicantThatIsConnectedAlready();
     void asksForTheEnd();
 
     void tellsTheSupplicantToTerminate_data();
@@ -235,7 +234,6 @@ void TestWpaSuppThread::asksForAReconfiguration()
     FakeSupplicant supplicant;
     BareWpaSuppThread supervisor;
     supervisor.Supervise();
-    supervisor.Tick();
     supplicant.ClearCommands();
 
     supervisor.Reconfigure();
@@ -243,19 +241,6 @@ void TestWpaSuppThread::asksForAReconfiguration()
     supervisor.Tick(2);
 
     QCOMPARE(supplicant.Commands(), QStringList{"RECONFIGURE"});
-}
-
-void TestWpaSuppThread::noticesASupplicantThatIsConnectedAlready()
-{
-    FakeSupplicant supplicant;
-    supplicant.SetReply("STATUS", "ssid=office\nwpa_state=COMPLETED\n");
-    BareWpaSuppThread supervisor;
-
-    supervisor.Supervise();
-    supervisor.Tick();
-
-    QVERIFY(supervisor.IsAssociated());
-    QCOMPARE(supervisor.Ssid(), QStringLiteral("office"));
 }
 
 void TestWpaSuppThread::asksForTheEnd()
@@ -653,7 +638,7 @@ void TestWpaSuppThread::reconfiguresBeforeItStarts()
 void TestWpaSuppThread::opensTheConnectionAndThenAsksForTheStatus()
 {
     FakeSupplicant supplicant;
-    supplicant.SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supplicant.SetReply("STATUS", "ssid=office\nwpa_state=COMPLETED\n");
     BareWpaSuppThread supervisor;
     supervisor.startingSupplicant = true;
     supervisor.restarting = true;
@@ -669,7 +654,8 @@ void TestWpaSuppThread::opensTheConnectionAndThenAsksForTheStatus()
     // A supplicant that connected when nobody was there to hear it says so here.
     supervisor.Tick();
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "STATUS"}));
-    QVERIFY(supervisor.associated);
+    QVERIFY(supervisor.IsAssociated());
+    QCOMPARE(supervisor.Ssid(), QStringLiteral("office"));
 }
 
 void TestWpaSuppThread::countsNothingWhenIdle()

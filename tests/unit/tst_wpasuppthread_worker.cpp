@@ -126,7 +126,7 @@ void TestWpaSuppThreadWorker::startsRestartsAndStops()
     supervisor.Stop(5);
     QTRY_VERIFY_WITH_TIMEOUT(!supervisor.IsRunning(), 3000);
 
-    QTRY_COMPARE(supplicant.Commands().size(), 6);
+    QTRY_COMPARE(supplicant.Commands().filter(QStringLiteral("ACH")).size(), 4);
     for (const char *command : {"ATTACH", "TERMINATE", "DETACH"})
         QCOMPARE(supplicant.Commands().count(QLatin1String(command)), 2);
     QVERIFY(!supervisor.IsRestarting());
