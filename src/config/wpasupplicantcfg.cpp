@@ -198,7 +198,7 @@ QString WpaSupplicantCfg::GetMac()
         if (fields.size() >= 3 && interfaceIsWireless(fields.at(0).section(QLatin1Char('@'), 0, 0)))
             return fields.at(2);
     }
-    return Utils::Execute(QStringLiteral("getmac"), {}, false).join(QLatin1Char('\n')).trimmed();
+    return QString();
 }
 
 bool WpaSupplicantCfg::WriteCfg(const QStringList &lines)

@@ -68,8 +68,7 @@ public:
     /// band is not known.
     static QString GetFrequencyListForBand(const QString &band);
 
-    /// The MAC address of the first wireless link that `ip` lists. Only where there is none is the platform's
-    /// `getmac` asked; empty when that gives nothing either.
+    /// The MAC address of the first wireless link that `ip` lists; empty when there is none.
     static QString GetMac();
 
     /// Replaces /tmp/wpa_supplicant.conf by the global header and these block lines. False when it cannot be

@@ -389,41 +389,5 @@ bearer.ipv4-config.mtu             : 1400
         script("modem-tool.sh", "dance", expect=2)
 
 
-class GetMac(ScriptTest):
-    CLASS = Path("/tmp/class")
-
-    def setUp(self):
-        super().setUp()
-        shutil.rmtree(self.CLASS, ignore_errors=True)
-        self.CLASS.mkdir()
-        run("mount", "--bind", self.CLASS, "/sys/class/net")
-        self.addCleanup(run, "umount", "/sys/class/net")
-
-    def given_interface(self, name, address, kind=None):
-        (self.CLASS / name).mkdir()
-        (self.CLASS / name / "address").write_text(address + "\n")
-        if kind:
-            (self.CLASS / name / kind).mkdir()
-
-    def test_first_wireless_interface_is_taken(self):
-        for kind in ("phy80211", "wireless"):
-            with self.subTest(kind):
-                self.given_interface(f"eth-{kind}", "02:00:00:00:00:01")
-                self.given_interface(f"wlan1-{kind}", "02:00:00:00:00:03", kind)
-                self.given_interface(f"wlan0-{kind}", "02:00:00:00:00:02", kind)
-
-                self.assertEqual(script("getmac"), "02:00:00:00:00:02\n")
-                shutil.rmtree(self.CLASS / f"wlan0-{kind}")
-                shutil.rmtree(self.CLASS / f"wlan1-{kind}")
-
-    def test_wired_machine_has_none(self):
-        self.given_interface("eth0", "02:00:00:00:00:01")
-
-        self.assertEqual(script("getmac"), "")
-
-    def test_machine_without_interfaces_has_none(self):
-        self.assertEqual(script("getmac"), "")
-
-
 if __name__ == "__main__":
     main()
