@@ -253,7 +253,14 @@ void TestCorviStatus::segmentThatCannotBeLockedIsLeftAlone()
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.shm.detach();
+    FillSegment('x');
+    // The semaphore behind the lock is gone, and it cannot be made again.
+    QCOMPARE(QProcess::execute("ipcrm", {"--all=sem"}), 0);
+    const QStringList keyFiles = QDir("/tmp").entryList({"qipc_systemsem_*"}, QDir::Files);
+    QCOMPARE(keyFiles.size(), 1);
+    Remove("/tmp/" + keyFiles.first());
+    QCOMPARE(QProcess::execute("mount", {"-o", "remount,bind,ro", "/tmp"}), 0);
+    const auto remount = qScopeGuard([] { QProcess::execute("mount", {"-o", "remount,bind,rw", "/tmp"}); });
     ClearLog();
 
     corvi.SendAssociationMessage(corvi.Device("eth0"), true);
@@ -261,6 +268,8 @@ void TestCorviStatus::segmentThatCannotBeLockedIsLeftAlone()
     QCOMPARE(LogLines(),
              QStringList{"ShareStatus() the segment cannot be locked, its record stays as it was"});
     QCOMPARE(listener.Take(), Events({ASSOCIATION_UP}));
+    QCOMPARE(QByteArray(static_cast<const char *>(corvi.shm.constData()), SEGMENT_SIZE),
+             QByteArray(SEGMENT_SIZE, 'x'));
 }
 
 void TestCorviStatus::publishingIsTraced()

@@ -66,6 +66,7 @@ private Q_SLOTS:
     // DHCP retries
     void addressIsRetriedWhileAssociated_data();
     void addressIsRetriedWhileAssociated();
+    void deviceThatMissedItsEventIsConfigured();
 
     // Association
     void associationConfiguresWireless();
@@ -464,6 +465,27 @@ void TestCorviWireless::addressIsRetriedWhileAssociated()
     corvi.WirelessNetworkSetup(false);
 
     QTEST(JournalOf("dhclient -v").size(), "attempts");
+}
+
+void TestCorviWireless::deviceThatMissedItsEventIsConfigured()
+{
+    // The supplicant was connected before anybody listened to it.
+    WriteStore(WLAN);
+    UseDhcpServer();
+    MakeInterface("wlan0");
+    RealIp({"link", "set", "dev", "wlan0", "up"});
+    CorviUnderTest corvi;
+    corvi.Tick();
+    corvi.wirelessDevice = corvi.Device("wlan0");
+    corvi.wirelessConfigured = true;
+    corvi.reconfigureWpa = false;
+    Supervisor::Set({true, false, true});
+    corvi.wirelessRetry.Reset();
+    corvi.wirelessRetry.IsDue(RetryPause::Time::clock::now() - std::chrono::seconds(10));
+
+    corvi.WirelessNetworkSetup(false);
+
+    QCOMPARE(corvi.wirelessDevice->ipAddress, QString("10.0.0.5"));
 }
 
 void TestCorviWireless::associationConfiguresWireless()
