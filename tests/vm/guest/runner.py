@@ -53,8 +53,9 @@ def private_machine(scenario, source):
     sandbox = f"{source}/tests/sandbox/run"
     if scenario.own_network:
         return [sandbox, "--platform"]
+    # The same network's /sys cannot be mounted over itself.
     return ["unshare", "--mount", "--ipc", "--uts", "--pid", "--fork", "--kill-child", "--mount-proc",
-            sandbox, "--inside", "platform"]
+            "/bin/sh", "-c", 'umount -l /sys && exec "$@"', "sh", sandbox, "--inside", "platform"]
 
 
 def run_scenario(scenario, source, number):

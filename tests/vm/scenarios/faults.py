@@ -6,7 +6,7 @@ import time
 
 import accesspoint
 from accesspoint import PASSPHRASE
-from harness import DEBUG_FLAG, LINK_DOWN, LINK_UP, addresses, touch, write_store
+from harness import ADDRESS_PRESENT, DEBUG_FLAG, LINK_DOWN, LINK_UP, addresses, touch, write_store
 from waiting import wait_for
 from wifi import JOIN_TIME, WifiTest, definition, say
 
@@ -52,7 +52,7 @@ class AccessPointGone(WifiTest):
         listener.clear()
         access_point.start()
 
-        self.wait_events(listener, LINK_UP, timeout=JOIN_TIME)
+        self.wait_events(listener, LINK_UP, ADDRESS_PRESENT, timeout=JOIN_TIME)
         self.wait_joined(access_point)
         say(f"back after {time.monotonic() - stopped - 60:.0f} s of power")
 
