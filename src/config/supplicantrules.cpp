@@ -44,6 +44,12 @@ int QuotedLength(const QString &value)
     return value.toUtf8().size() - 2;
 }
 
+bool IsHashedKey(const QString &value)
+{
+    static const QRegularExpression key(QStringLiteral("\\A[0-9A-Fa-f]{64}\\z"));
+    return key.match(value).hasMatch();
+}
+
 /// Text of 5, 13 or 16 bytes in quotes, or twice as many hexadecimal digits. No key at all is let through.
 bool IsWepKey(const QString &value)
 {
@@ -83,6 +89,8 @@ QString SupplicantObjection(const QString &key, const QString &value)
     if (key == QLatin1String("psk") && IsQuoted(value) &&
         (QuotedLength(value) < 8 || QuotedLength(value) > 63))
         return QStringLiteral("a passphrase has 8 to 63 bytes");
+    if (key == QLatin1String("psk") && !IsQuoted(value) && !IsHashedKey(value))
+        return QStringLiteral("a hashed key has 64 hexadecimal digits");
     if (key == QLatin1String("wep_key0") && !IsWepKey(value))
         return QStringLiteral("a WEP key is 5, 13 or 16 quoted bytes or 10, 26 or 32 hexadecimal digits");
     if ((key == QLatin1String("pairwise") || key == QLatin1String("group")) && !IsCipherList(value))

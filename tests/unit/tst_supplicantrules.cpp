@@ -68,6 +68,7 @@ void TestSupplicantRules::takesWhatTheSupplicantTakes_data()
     QTest::newRow("passphrase of 63 bytes") << "psk" << Quoted(Repeated(63));
     QTest::newRow("passphrase of 8 bytes in 4 letters") << "psk" << Quoted(QString(4, QChar(0xe9)));
     QTest::newRow("hashed key") << "psk" << QString(64, QLatin1Char('f'));
+    QTest::newRow("hashed key in capitals") << "psk" << QString(64, QLatin1Char('F'));
     QTest::newRow("no WEP key") << "wep_key0"
                                 << "";
     for (const int length : {5, 13, 16}) {
@@ -106,6 +107,7 @@ void TestSupplicantRules::objectsToWhatTheSupplicantRefuses_data()
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("objection");
 
+    const QString key = "a hashed key has 64 hexadecimal digits";
     const QString wep = "a WEP key is 5, 13 or 16 quoted bytes or 10, 26 or 32 hexadecimal digits";
     QTest::newRow("ssid of 33 bytes") << "ssid" << Quoted(Repeated(33)) << "ssid is longer than 32 bytes";
     QTest::newRow("ssid of 34 bytes in 17 letters")
@@ -117,6 +119,13 @@ void TestSupplicantRules::objectsToWhatTheSupplicantRefuses_data()
         << "psk" << Quoted(Repeated(7)) << "a passphrase has 8 to 63 bytes";
     QTest::newRow("passphrase of 64 bytes")
         << "psk" << Quoted(Repeated(64)) << "a passphrase has 8 to 63 bytes";
+    QTest::newRow("key cut short") << "psk" << QString(63, QLatin1Char('f')) << key;
+    QTest::newRow("key with a digit too many") << "psk" << QString(65, QLatin1Char('f')) << key;
+    QTest::newRow("key with another letter") << "psk" << QString(63, QLatin1Char('f')) + 'g' << key;
+    QTest::newRow("no key") << "psk"
+                            << "" << key;
+    QTest::newRow("key with one quote") << "psk"
+                                        << "\"long enough" << key;
     QTest::newRow("WEP text without quotes") << "wep_key0"
                                              << "hello" << wep;
     QTest::newRow("WEP key of 9 digits") << "wep_key0"
