@@ -169,7 +169,7 @@ void Corvi::CheckRefreshFile(bool isConnected)
 void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
 {
     const bool waitsForAuthentication = d->usesSupplicant && !d->inFallback && !supThread->IsAssociated();
-    // A device that was never configured missed its event: the supplicant says once only that it is connected.
+    // A device that was never configured missed its event: the supplicant says only once that it connected.
     const bool isStatic = d->currentConfig && d->currentConfig->staticIp;
     if (!d->isRunning || !d->ipAddress.isEmpty() || waitsForAuthentication || d->namedNetworks.isEmpty() ||
         isStatic) {
