@@ -384,8 +384,9 @@ bool ZebCheck::CheckNetwork(ZebNetwork &network, QStringList &problems)
     const ModeKind kind = KindOf(securityMode);
     const bool isWired = HasWiredName(network.properties.value(QStringLiteral("name")));
     if (kind == ModeKind::Unknown)
-        problems << QStringLiteral("securityMode: \"%1\" is not known, the network counts as unsecured")
-                        .arg(securityMode);
+        problems << QStringLiteral("securityMode: \"%1\" is not known, %2")
+                        .arg(securityMode, isWired ? QStringLiteral("the supplicant gets nothing")
+                                                   : QStringLiteral("the network counts as unsecured"));
     CheckCipher(kind, network, problems);
 
     if (refusal.isEmpty())

@@ -50,6 +50,8 @@ private Q_SLOTS:
     void rootMayHaveAnyName();
     void fewOddElementsAreLeftOut_data();
     void fewOddElementsAreLeftOut();
+    void unknownModeIsToldWithWhatFollows_data();
+    void unknownModeIsToldWithWhatFollows();
     void goodValueIsKept_data();
     void goodValueIsKept();
     void badValueFallsBackToTheDefault_data();
@@ -160,9 +162,6 @@ void TestZebDocument::fewOddElementsAreLeftOut_data()
     QTest::newRow("not a host")
         << QByteArray("<network><name>lan</name><hosts><ip>1</ip></hosts><mtu>1400</mtu></network>")
         << "network \"lan\": hosts: an element that is not a plain host is not used";
-    QTest::newRow("unknown mode")
-        << QByteArray("<network><name>lan</name><securityMode>WPA9</securityMode><mtu>1400</mtu></network>")
-        << "network \"lan\": securityMode: \"WPA9\" is not known, the network counts as unsecured";
 }
 
 void TestZebDocument::fewOddElementsAreLeftOut()
@@ -176,6 +175,31 @@ void TestZebDocument::fewOddElementsAreLeftOut()
     QCOMPARE(result.problems, QStringList{problem});
     QCOMPARE(result.document.networkNames, QStringList{"lan"});
     QCOMPARE(result.document.networks.value("lan").properties.value("mtu"), "1400");
+}
+
+void TestZebDocument::unknownModeIsToldWithWhatFollows_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("consequence");
+    QTest::newRow("wireless name") << "Office"
+                                   << "the network counts as unsecured";
+    QTest::newRow("wired name") << "lan 2"
+                                << "the supplicant gets nothing";
+    QTest::newRow("wired name with the interface") << "wiredeth0"
+                                                   << "the supplicant gets nothing";
+}
+
+void TestZebDocument::unknownModeIsToldWithWhatFollows()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, consequence);
+
+    const Result result = Parse("<c><network>" + Element("name", name.toUtf8()) +
+                                "<ssid>Office</ssid><securityMode>WPA9</securityMode></network></c>");
+
+    QCOMPARE(result.problems, QStringList{QString("network \"%1\": securityMode: \"WPA9\" is not known, %2")
+                                              .arg(name, consequence)});
+    QCOMPARE(result.document.networkNames, QStringList{name});
 }
 
 void TestZebDocument::goodValueIsKept_data()
