@@ -13,4 +13,4 @@ preset=${CORVI_PRESET:-release}
 scripts/install-deps.sh vm
 scripts/build.sh "$preset"
 # System tests wait more than they work, so more of them than cores run at once.
-exec ctest --test-dir "build/$preset" --output-on-failure -j "$(($(nproc) + 2))" "$@"
+exec ctest --test-dir "build/$preset" --output-on-failure -j "$((3 * $(nproc)))" "$@"
