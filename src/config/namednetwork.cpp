@@ -124,12 +124,15 @@ void NamedNetwork::TranslateSecurityMode()
 {
     const QString displayName = netConfig->securityMode;
     const auto found = SecurityModes.constFind(displayName);
-    if (found == SecurityModes.constEnd()) {
-        Log(4) << QStringLiteral("Security mode %1 NOT FOUND").arg(displayName);
-        return;
-    }
-    netConfig->securityMode = *found;
-    Log(4) << QStringLiteral("Security mode %1 modified to %2").arg(displayName, *found);
+    const bool isKnown = found != SecurityModes.constEnd();
+    if (isKnown)
+        netConfig->securityMode = *found;
+
+    // One item, without a blank before its end: put together only where it is written.
+    Log line(4);
+    if (line.IsEnabled())
+        line << QStringLiteral("Security mode ") + displayName +
+                    (isKnown ? QStringLiteral(" modified to ") + *found : QStringLiteral(" NOT FOUND"));
 }
 
 bool NamedNetwork::CheckWirelessDriver()
@@ -253,12 +256,12 @@ void NamedNetwork::BuildWireless()
 void NamedNetwork::ConfigureWriter()
 {
     const ZebNetConfig &c = *netConfig;
+    wpaCfg.SetSSID(c.ssid, c.scanSsid);
     const bool useApScan = Setting("UseApScan");
     const bool filterSsids = Setting("FilterSsids");
     const bool addWpsSaeCred = Setting("AddWpsSaeCred");
     CheckWirelessDriver();
 
-    wpaCfg.SetSSID(c.ssid, c.scanSsid);
     wpaCfg.SetPriority(c.priority);
     wpaCfg.SetPacFile(c.pacFile);
     wpaCfg.SetBgParameters(c.useBgScan, c.bgScanShortInterval, c.bgScanLongInterval, c.bgScanSignal);

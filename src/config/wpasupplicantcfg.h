@@ -94,7 +94,6 @@ private:
 
     QStringList options;
     QStringList block;
-    QString objection;
     QString ssid;
     bool scanSsid = false;
     int priority = 0;
@@ -104,4 +103,5 @@ private:
     int bgParam3 = 0;
     QString frequencyBand;
     QString pacFile;
+    QString objection;
 };
