@@ -3,7 +3,7 @@
 
 corvi_add_unit_test(tst_supplicantrules LIBS config)
 corvi_add_unit_test(tst_wpasupplicantcfg LIBS config)
-corvi_add_unit_test(tst_namednetwork LIBS config)
+corvi_add_unit_test(tst_namednetwork LIBS config support)
 
 # What a real supplicant says of the files that the tests above compare with.
 corvi_add_sandboxed_test(golden_files LABEL unit MODE platform

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "logging.h"
 #include "namednetwork.h"
+
+#include "allocationcounter.h"
+#include "logging.h"
 #include "testsupport.h"
 
 #include <QCryptographicHash>
@@ -61,6 +63,30 @@ void WriteScepFiles(const QStringList &names)
         TestSupport::WriteFile(SCEP_FOLDER + name, "");
 }
 
+/// What the real supplicant says of the written file; the interface does not exist, so it ends after that.
+QByteArray RealReading()
+{
+    QProcess supplicant;
+    supplicant.setProcessChannelMode(QProcess::MergedChannels);
+    supplicant.start("/usr/sbin/wpa_supplicant", {"-dd", "-Dwired", "-inope0", "-c" + FILE_PATH});
+    supplicant.waitForFinished();
+    return supplicant.readAll();
+}
+
+/// The bytes that the supplicant took for `key`: rows of 16 under a headline, each in hexadecimal and then
+/// as text.
+QByteArray ValueTaken(const QByteArray &reading, const QByteArray &key)
+{
+    const QByteArrayList lines = reading.mid(reading.indexOf('\n' + key + " - hexdump_ascii(") + 1).split('\n');
+    QByteArray value;
+    for (const QByteArray &line : lines.mid(1)) {
+        if (!line.startsWith("     "))
+            break;
+        value += QByteArray::fromHex(line.mid(5, 48));
+    }
+    return value;
+}
+
 QStringList Values(const NamedNetwork &network, const QString &key)
 {
     return network.Block().filter('\t' + key + '=').replaceInStrings('\t' + key + '=', "");
@@ -89,6 +115,7 @@ private Q_SLOTS:
     void displayNameBecomesAModeKey_data();
     void displayNameBecomesAModeKey();
     void unknownModeIsKept();
+    void modeLineThatIsNotWrittenAllocatesNothing();
     void storedModeKeyIsKept_data();
     void storedModeKeyIsKept();
     void driverIsChosenByStoreOrFlagFile_data();
@@ -106,6 +133,9 @@ private Q_SLOTS:
     void settingsBecomeSwitches_data();
     void settingsBecomeSwitches();
     void settingsAreLogged();
+    void settingsThatAreNotSetAreLoggedAsOff();
+    void certificatesOfAWirelessTlsNetworkAreLogged_data();
+    void certificatesOfAWirelessTlsNetworkAreLogged();
     void wpsSaeSettingEndsWithTheNextBlock();
     void weakCertificatesAreForTlsModes_data();
     void weakCertificatesAreForTlsModes();
@@ -119,15 +149,18 @@ private Q_SLOTS:
     void scepClientCertificateIsLookedFor_data();
     void scepClientCertificateIsLookedFor();
     void scepSettingOffChangesNothing();
+    void scepDefaultsAreNotForAWiredUnsecuredNetwork();
     void scepDaemonIsRestartedAfterTlsOnly_data();
     void scepDaemonIsRestartedAfterTlsOnly();
+    void scepDaemonRunsInTheBackground();
 
     void networkThatCostsAllOthersIsLeftOut_data();
     void networkThatCostsAllOthersIsLeftOut();
     void complaintIsToldOncePerChange();
     void lineFeedNeverReachesTheFile();
-    void ssidOf32BytesIsWritten_data();
-    void ssidOf32BytesIsWritten();
+    void ssidOf32BytesIsTaken_data();
+    void ssidOf32BytesIsTaken();
+    void supplicantTakesTheExtraOptions();
     void fiveHundredDefinitionsBecomeOneFile();
     void supplicantTakesTheFileOfAnyStore();
     void noSecretIsLogged();
@@ -153,8 +186,7 @@ void TestNamedNetwork::init()
     TestSupport::ClearAnswers();
     TestSupport::Answer("wpa_passphrase", "wpa_passphrase \"$@\"");
     // The shell line that restarts the SCEP daemon pauses for a second.
-    TestSupport::WriteFile("/tmp/standins/bin/sleep", "#!/bin/sh\n");
-    QFile::setPermissions("/tmp/standins/bin/sleep", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    TestSupport::AddProgram("sleep");
     TestSupport::ClearJournal();
     TestSupport::ClearLog();
     debugText.clear();
@@ -380,6 +412,24 @@ void TestNamedNetwork::unknownModeIsKept()
         QCOMPARE(network.Config()->securityMode, QString(mode));
         QVERIFY(TestSupport::LogText().endsWith(QString(" :  Security mode %1 NOT FOUND \n").arg(mode)));
     }
+}
+
+void TestNamedNetwork::modeLineThatIsNotWrittenAllocatesNothing()
+{
+    NamedNetwork network("lan", true, nullptr);
+    const auto allocationsAt = [&network](int level, const QString &mode) {
+        Logging::GetInstance(7, false)->SetLoggingLevel(level);
+        network.Config()->securityMode = mode;
+        const long before = AllocationCounter::allocations;
+        network.TranslateSecurityMode();
+        return AllocationCounter::allocations - before;
+    };
+    const QString known("WEP");
+    const QString unknown("OWE");
+
+    QCOMPARE(allocationsAt(2, known), 0L);
+    QCOMPARE(allocationsAt(2, unknown), 0L);
+    QVERIFY2(allocationsAt(4, known) > 0, "the counter does not count");
 }
 
 void TestNamedNetwork::storedModeKeyIsKept_data()
@@ -612,6 +662,43 @@ void TestNamedNetwork::settingsAreLogged()
         " :  UseBgSettings= 1 UseApScan= 0 FilterSsids= 1 AddWpsSaeCred= 0 useNewDriver= 1 \n"));
 }
 
+void TestNamedNetwork::settingsThatAreNotSetAreLoggedAsOff()
+{
+    WriteNetwork("Home", Wireless("Unsecured"));
+
+    const NamedNetwork network("Home", false, nullptr);
+
+    QVERIFY(TestSupport::LogText().contains(
+        " :  UseBgSettings= 0 UseApScan= 0 FilterSsids= 0 AddWpsSaeCred= 0 useNewDriver= 0 \n"));
+}
+
+void TestNamedNetwork::certificatesOfAWirelessTlsNetworkAreLogged_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("securityMode");
+    QTest::addColumn<bool>("isLogged");
+
+    QTest::newRow("wireless TLS") << "Home"
+                                  << "WPA Enterprise 1/2 (TLS)" << true;
+    QTest::newRow("wireless PEAP") << "Home"
+                                   << "WPA Enterprise 1/2 (PEAP/MSCHAPv2)" << false;
+    QTest::newRow("wired TLS") << "lan"
+                               << "802.1X (TLS/EAP)" << false;
+}
+
+void TestNamedNetwork::certificatesOfAWirelessTlsNetworkAreLogged()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, securityMode);
+    WriteNetwork(name, Wireless(securityMode, {{"caCert", "company.pem"}, {"clientCert", "/opt/t.pem"}}));
+
+    const NamedNetwork network(name, false, nullptr);
+
+    const QString line =
+        " :  NamedNetwork::BuildNetworkOptions -- CACert company.pem client cert /opt/t.pem \n";
+    QTEST(TestSupport::LogText().contains(line), "isLogged");
+}
+
 void TestNamedNetwork::wpsSaeSettingEndsWithTheNextBlock()
 {
     WriteNetwork("Home", Wireless("Unsecured"), {{"AddWpsSaeCred", "true"}});
@@ -809,6 +896,21 @@ void TestNamedNetwork::scepSettingOffChangesNothing()
              QStringList());
 }
 
+void TestNamedNetwork::scepDefaultsAreNotForAWiredUnsecuredNetwork()
+{
+    TestSupport::WriteFile(SCEP_CA.arg(0), "");
+    WriteScepFiles({"a.crt", "scep.key"});
+    WriteNetwork("lan", {{"securityMode", "Unsecured"}, {"scep", "true"}});
+
+    const NamedNetwork network("lan", false, nullptr);
+
+    QVERIFY(network.Config()->scep);
+    QCOMPARE(network.Config()->privateKey, QString("none"));
+    QCOMPARE(network.Config()->caCert, QString("none"));
+    QCOMPARE(network.Config()->clientCert, QString("none"));
+    QVERIFY(!TestSupport::LogText().contains("NetworkDevice::Associate"));
+}
+
 void TestNamedNetwork::scepDaemonIsRestartedAfterTlsOnly_data()
 {
     QTest::addColumn<QString>("name");
@@ -862,9 +964,23 @@ void TestNamedNetwork::scepDaemonIsRestartedAfterTlsOnly()
     const NamedNetwork network(name, false, nullptr);
 
     if (isRestarted)
-        QVERIFY(TestSupport::WaitForJournal(2));
+        QVERIFY(TestSupport::WaitForJournal(3));
     QCOMPARE(TestSupport::Journal(),
-             isRestarted ? (QStringList{"killall scepd", "scepd -d"}) : QStringList());
+             isRestarted ? (QStringList{"killall scepd", "sleep 1", "scepd -d"}) : QStringList());
+}
+
+void TestNamedNetwork::scepDaemonRunsInTheBackground()
+{
+    // It ends when told to, or after five seconds.
+    TestSupport::Answer("scepd", "for i in $(seq 50); do [ -e /tmp/scepd.go ] && break; sleep 0.1; done\n"
+                                 "touch /tmp/scepd.ended");
+    WriteNetwork("lan", {{"securityMode", "802.1X (TLS/EAP with SCEP)"}});
+
+    const NamedNetwork network("lan", false, nullptr);
+
+    QVERIFY(!QFile::exists("/tmp/scepd.ended"));
+    TestSupport::WriteFile("/tmp/scepd.go", "");
+    QTRY_VERIFY(QFile::exists("/tmp/scepd.ended"));
 }
 
 void TestNamedNetwork::networkThatCostsAllOthersIsLeftOut_data()
@@ -925,7 +1041,7 @@ void TestNamedNetwork::lineFeedNeverReachesTheFile()
     QVERIFY(TestSupport::LogText().contains("network lan: client_cert holds a control character"));
 }
 
-void TestNamedNetwork::ssidOf32BytesIsWritten_data()
+void TestNamedNetwork::ssidOf32BytesIsTaken_data()
 {
     QTest::addColumn<QString>("ssid");
 
@@ -937,7 +1053,7 @@ void TestNamedNetwork::ssidOf32BytesIsWritten_data()
     QTest::newRow("blanks around") << "  x  ";
 }
 
-void TestNamedNetwork::ssidOf32BytesIsWritten()
+void TestNamedNetwork::ssidOf32BytesIsTaken()
 {
     QFETCH(QString, ssid);
     Properties properties = Wireless("Unsecured");
@@ -947,6 +1063,25 @@ void TestNamedNetwork::ssidOf32BytesIsWritten()
     const NamedNetwork network("Home", false, nullptr);
 
     QCOMPARE(Values(network, "ssid"), QStringList{'"' + ssid + '"'});
+    QVERIFY(WpaSupplicantCfg::WriteCfg(network.Block()));
+    QCOMPARE(ValueTaken(RealReading(), "ssid").toHex(), ssid.toUtf8().toHex());
+}
+
+void TestNamedNetwork::supplicantTakesTheExtraOptions()
+{
+    TestSupport::WriteFile("/tmp/config/files/wpa_supp_wifi", "bssid=02:00:00:00:00:05\n\ndisabled=1\n");
+    WriteNetwork("Home", Wireless("WPA Personal 3", {{"passphrase", "s3cret"}}));
+    const NamedNetwork network("Home", false, nullptr);
+    QVERIFY(network.Block().contains("\t#START TEST CONF\n"));
+    QVERIFY(WpaSupplicantCfg::WriteCfg(network.Block()));
+
+    const QByteArray said = RealReading();
+
+    QVERIFY2(!said.contains("Failed to read or parse") && !said.contains("Line "), said.constData());
+    QVERIFY(said.contains("\nBSSID - hexdump(len=6): 02 00 00 00 00 05\n"));
+    QVERIFY(said.contains("\ndisabled=1 (0x1)\n"));
+    // What follows them counts as before.
+    QVERIFY(said.contains("\nkey_mgmt: 0x400\n"));
 }
 
 void TestNamedNetwork::fiveHundredDefinitionsBecomeOneFile()
@@ -1019,11 +1154,7 @@ void TestNamedNetwork::supplicantTakesTheFileOfAnyStore()
     }
     QVERIFY(WpaSupplicantCfg::WriteCfg(lines));
 
-    QProcess supplicant;
-    supplicant.setProcessChannelMode(QProcess::MergedChannels);
-    supplicant.start("/usr/sbin/wpa_supplicant", {"-dd", "-Dwired", "-inope0", "-c" + FILE_PATH});
-    QVERIFY(supplicant.waitForFinished());
-    const QByteArray said = supplicant.readAll();
+    const QByteArray said = RealReading();
     QVERIFY2(!said.contains("Failed to read or parse"), said.right(4000).constData());
     QCOMPARE(said.count(" - start of a new network block"), blocks);
     QVERIFY(!said.contains("this network block will be ignored"));
