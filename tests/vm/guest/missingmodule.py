@@ -1,27 +1,22 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
-"""A kernel module that the machine does not have, for programs and for the kernel that asks for it."""
+"""A machine without drivers to load: for programs, and for the kernel where it asks by itself."""
 
-import shutil
 from pathlib import Path
 
-# The folder that the kernel's helper (guest/modprobe) sees too; a private machine's own files it does not.
+from harness import run
+
+# In the folder that the kernel's helper (guest/modprobe) sees too; a private machine's own files it does not.
 MISSING = Path("/mnt/missing")
-_TAKEN = Path("/run/taken-modules")
 
 
-def _folder(module):
-    return next(Path("/usr/lib/modules").glob(f"*/kernel/drivers/net/{module}"))
-
-
-def hide(module):
-    _TAKEN.mkdir(exist_ok=True)
-    shutil.move(_folder(module), _TAKEN / module)
+def hide(alias):
+    """From now on programs find no module at all, and the kernel not the one of this alias."""
+    run("mount", "-t", "tmpfs", "tmpfs", "/usr/lib/modules")
     MISSING.mkdir(exist_ok=True)
-    (MISSING / f"rtnl-link-{module.removesuffix('ing')}").touch()
+    (MISSING / alias).touch()
 
 
-def show(module):
-    (MISSING / f"rtnl-link-{module.removesuffix('ing')}").unlink()
-    drivers = next(Path("/usr/lib/modules").glob("*/kernel/drivers/net"))
-    shutil.move(_TAKEN / module, drivers / module)
+def show(alias):
+    (MISSING / alias).unlink()
+    run("umount", "/usr/lib/modules")

@@ -85,12 +85,12 @@ class WifiTest(SystemTest):
     def answers(access_point, address):
         return "1 received" in access_point.run("ping", "-c", "1", "-W", "2", address, check=False)
 
-    def join(self, access_point, *definitions, **settings):
+    def join(self, access_point, *definitions, timeout=JOIN_TIME, **settings):
         """From a stored definition to an address, the events in between and the published status."""
         write_store(*definitions, **settings)
         listener = self.listen()
         daemon = self.start_daemon()
-        address = self.wait_joined(access_point)
+        address = self.wait_joined(access_point, timeout)
         self.wait_events(listener, LINK_UP, DHCP_STARTED, ADDRESS_PRESENT)
         say(f"joined '{access_point.ssid}' at {access_point.frequency()} MHz, address {address}")
         return daemon

@@ -12,8 +12,9 @@ from wifi import JOIN_TIME, WifiTest, definition, say
 class Names(WifiTest):
     def test_hidden(self):
         """A network that does not tell its name."""
+        # Its answer must come within the 30 ms that a scan stays on the channel.
         self.join(self.access_point("hidden", accesspoint.WPA2, hidden=True),
-                  definition("hidden", "WPA Personal 1/2", passphrase=PASSPHRASE, scanSsid=True))
+                  definition("hidden", "WPA Personal 1/2", passphrase=PASSPHRASE, scanSsid=True), timeout=180)
 
     def test_utf8(self):
         """A name beyond ASCII, protected, so that the key is made from the same bytes."""
