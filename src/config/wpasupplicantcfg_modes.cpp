@@ -5,15 +5,19 @@
 
 #include "wpasupplicantcfg.h"
 
+#include "supplicantrules.h"
 #include "utils.h"
 #include "zebcert.h"
 
 #include <QByteArray>
 #include <QCryptographicHash>
+#include <QHash>
 
 namespace {
 
 const QString PAC_FOLDER = QStringLiteral("/tmp/config/files/eap-fast-pac/");
+/// Far more networks than a store holds, and a bound for one that changes for years.
+constexpr int KEY_LIMIT = 1000;
 
 QByteArray Utf16LittleEndian(const QString &text)
 {
@@ -24,6 +28,41 @@ QByteArray Utf16LittleEndian(const QString &text)
         bytes += static_cast<char>(unit.row());
     }
     return bytes;
+}
+
+/// What the tool prints after the first `psk=`; a null text when it prints none.
+QString KeyFromTool(const QString &ssid, const QString &passphrase)
+{
+    const QStringList lines = Utils::Execute(QStringLiteral("wpa_passphrase"), {ssid, passphrase}, false);
+    for (const QString &line : lines) {
+        const QString text = line.trimmed();
+        if (text.startsWith(QLatin1String("psk=")))
+            return text.mid(4);
+    }
+    return QString();
+}
+
+/// As KeyFromTool(), which takes 15 to 40 ms of the main thread for its 4096 rounds: every rescan would spend
+/// them again for each network and wireless device, always with the same result. A key depends on nothing
+/// else, so that it never becomes stale.
+QString HashedKey(const QString &ssid, const QString &passphrase)
+{
+    // By a digest: no passphrase stays in memory for this.
+    static QHash<QByteArray, QString> keys;
+    const QByteArray id = QCryptographicHash::hash(ssid.toUtf8() + '\0' + passphrase.toUtf8(),
+                                                   QCryptographicHash::Sha256);
+    const auto found = keys.constFind(id);
+    if (found != keys.constEnd())
+        return *found;
+
+    const QString key = KeyFromTool(ssid, passphrase);
+    // The tool is asked again for a key that it did not give or that was cut.
+    if (SupplicantObjection(QStringLiteral("psk"), key).isEmpty()) {
+        if (keys.size() == KEY_LIMIT)
+            keys.clear();
+        keys.insert(id, key);
+    }
+    return key;
 }
 
 } // namespace
@@ -194,17 +233,11 @@ void WpaSupplicantCfg::AddCertificate(const QString &key, const QString &value)
 
 void WpaSupplicantCfg::AddPasswordOption(const QString &passphrase)
 {
-    if (_useHashedPsk) {
-        const QStringList lines = Utils::Execute(QStringLiteral("wpa_passphrase"), {ssid, passphrase}, false);
-        for (const QString &line : lines) {
-            const QString text = line.trimmed();
-            if (text.startsWith(QLatin1String("psk="))) {
-                AddOption(QStringLiteral("psk"), text.mid(4), false);
-                return;
-            }
-        }
-    }
-    AddOption(QStringLiteral("psk"), passphrase, true);
+    const QString key = _useHashedPsk ? HashedKey(ssid, passphrase) : QString();
+    if (key.isNull())
+        AddOption(QStringLiteral("psk"), passphrase, true);
+    else
+        AddOption(QStringLiteral("psk"), key, false);
 }
 
 void WpaSupplicantCfg::AddHashedPasswordOption(const QString &key, const QString &password)

@@ -16,6 +16,13 @@ const QString FILE_PATH = QStringLiteral("/tmp/wpa_supplicant.conf");
 const QString FLAGS = QStringLiteral("/tmp/config/files/");
 const QByteArray REAL_PASSPHRASE_TOOL = "wpa_passphrase \"$@\"";
 
+QString debugText;
+
+void CollectDebugOutput(QtMsgType /*type*/, const QMessageLogContext & /*context*/, const QString &text)
+{
+    debugText += text + '\n';
+}
+
 void ResetSwitches()
 {
     WpaSupplicantCfg::_useHashedPsk = true;
@@ -104,6 +111,9 @@ private Q_SLOTS:
     void passphraseBecomesTheHashedKey_data();
     void passphraseBecomesTheHashedKey();
     void passphraseToolGetsSsidAndPassphrase();
+    void hashedKeyIsAskedForOnce();
+    void keyThatIsCutIsAskedForAgain();
+    void aThousandKeysAreRemembered();
     void passphraseWithoutAKeyIsQuoted_data();
     void passphraseWithoutAKeyIsQuoted();
     void passphraseIsQuotedWhereHashingIsOff();
@@ -113,6 +123,8 @@ private Q_SLOTS:
 
     void switchesDecideTheHead_data();
     void switchesDecideTheHead();
+    void priorityIsSearchedForAsItIsSpelt_data();
+    void priorityIsSearchedForAsItIsSpelt();
     void extraGlobalsAreCopied_data();
     void extraGlobalsAreCopied();
     void blocksAreJoinedAsTheyStand();
@@ -298,9 +310,13 @@ void TestWpaSupplicantCfg::hiddenNetworksAreScannedForUnlessSwitchedOff()
     WpaSupplicantCfg cfg(nullptr);
     cfg.SetSSID("Office", scanSsid);
 
+    debugText.clear();
+    const auto previous = qInstallMessageHandler(CollectDebugOutput);
     cfg.StartWirelessCfg();
+    qInstallMessageHandler(previous);
 
     QTEST(Options(cfg).contains("scan_ssid=1"), "isScannedFor");
+    QTEST(debugText == "Setting scan_ssid option\n", "isScannedFor");
 }
 
 void TestWpaSupplicantCfg::bandBecomesAFrequencyList_data()
@@ -654,6 +670,65 @@ void TestWpaSupplicantCfg::passphraseToolGetsSsidAndPassphrase()
     QCOMPARE(TestSupport::Journal(), QStringList{"wpa_passphrase 'Old Hall' 'it is secret'"});
 }
 
+void TestWpaSupplicantCfg::hashedKeyIsAskedForOnce()
+{
+    TestSupport::Answer("wpa_passphrase", REAL_PASSPHRASE_TOOL);
+    const auto keyOf = [](const QString &ssid, const QString &passphrase) {
+        WpaSupplicantCfg cfg(nullptr);
+        cfg.SetSSID(ssid, false);
+        cfg.AddPasswordOption(passphrase);
+        return Options(cfg).value(0);
+    };
+
+    const QString first = keyOf("Once", "old passphrase");
+    QCOMPARE(keyOf("Once", "old passphrase"), first);
+    QCOMPARE(TestSupport::Journal().size(), 1);
+
+    QVERIFY(keyOf("Once", "new passphrase") != first);
+    QCOMPARE(TestSupport::Journal().size(), 2);
+
+    QVERIFY(keyOf("Other", "old passphrase") != first);
+    QCOMPARE(TestSupport::Journal().size(), 3);
+
+    QVERIFY(keyOf("Once" "old", " passphrase") != first);
+    QCOMPARE(TestSupport::Journal().size(), 4);
+}
+
+void TestWpaSupplicantCfg::keyThatIsCutIsAskedForAgain()
+{
+    WpaSupplicantCfg cfg(nullptr);
+    cfg.SetSSID("Cut", false);
+    TestSupport::Answer("wpa_passphrase", "echo psk=0123");
+    cfg.AddPasswordOption("long enough");
+    TestSupport::Answer("wpa_passphrase", REAL_PASSPHRASE_TOOL);
+
+    cfg.AddPasswordOption("long enough");
+
+    QCOMPARE(Options(cfg).value(0), QString("psk=0123"));
+    QCOMPARE(Options(cfg).value(1).size(), int(qstrlen("psk=")) + 64);
+}
+
+void TestWpaSupplicantCfg::aThousandKeysAreRemembered()
+{
+    TestSupport::Answer("wpa_passphrase", "echo psk=" + QByteArray(64, 'a'));
+    WpaSupplicantCfg cfg(nullptr);
+    const auto addNumbered = [&cfg](int number) {
+        cfg.AddPasswordOption(QString("passphrase%1").arg(number));
+    };
+    for (int i = 0; i < 1000; ++i)
+        addNumbered(i);
+    TestSupport::ClearJournal();
+
+    addNumbered(999);
+    QCOMPARE(TestSupport::Journal(), QStringList());
+
+    // No more than that: the ones before were forgotten at the latest now.
+    for (int i = 1000; i < 1002; ++i)
+        addNumbered(i);
+    addNumbered(0);
+    QVERIFY(TestSupport::Journal().filter("passphrase0").size() == 1);
+}
+
 void TestWpaSupplicantCfg::passphraseWithoutAKeyIsQuoted_data()
 {
     QTest::addColumn<QByteArray>("answer");
@@ -770,6 +845,28 @@ void TestWpaSupplicantCfg::switchesDecideTheHead()
     }
     QCOMPARE(written,
              head + "# Could not open /tmp/config/files/wpa_supp_conf\n\n" + block.join('\n').toUtf8());
+}
+
+void TestWpaSupplicantCfg::priorityIsSearchedForAsItIsSpelt_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<bool>("hasWirelessHead");
+
+    QTest::newRow("capital in a value") << "\tidentity=\"Priority=1\"" << false;
+    QTest::newRow("capitals") << "\tPRIORITY=1" << false;
+    QTest::newRow("blank before the equals sign") << "\tpriority =1" << false;
+    QTest::newRow("inside a value") << "\tidentity=\"priority=1\"" << true;
+}
+
+void TestWpaSupplicantCfg::priorityIsSearchedForAsItIsSpelt()
+{
+    QFETCH(QString, option);
+
+    const QByteArray written = WrittenFile({"network={", option, "}\n"});
+
+    QTEST(written.contains("\nap_scan=2\nfilter_ssids=1\nsae_pwe=2\n"), "hasWirelessHead");
+    QTEST(written.contains("ap_scan") || written.contains("filter_ssids") || written.contains("sae_pwe"),
+          "hasWirelessHead");
 }
 
 void TestWpaSupplicantCfg::extraGlobalsAreCopied_data()
