@@ -6,9 +6,9 @@ add_library(fakesupplicant STATIC ../support/fakesupplicant.cpp ../support/fakes
 target_include_directories(fakesupplicant PUBLIC ../support)
 target_link_libraries(fakesupplicant PUBLIC Qt5::Core Threads::Threads)
 
-corvi_add_unit_test(tst_wpactrl LIBS supplicant fakesupplicant)
+corvi_add_unit_test(tst_wpactrl TIMEOUT 240 LIBS supplicant fakesupplicant)
 corvi_add_unit_test(tst_wpasupplicantcontrol LIBS supplicant support fakesupplicant)
 corvi_add_unit_test(tst_wpasuppthread LIBS supplicant support fakesupplicant)
 corvi_add_unit_test(tst_wpasuppthread_events LIBS supplicant support fakesupplicant)
-corvi_add_unit_test(tst_wpasuppthread_restart LIBS supplicant support fakesupplicant)
-corvi_add_unit_test(tst_wpasuppthread_worker LIBS supplicant support fakesupplicant)
+corvi_add_unit_test(tst_wpasuppthread_restart TIMEOUT 240 LIBS supplicant support fakesupplicant)
+corvi_add_unit_test(tst_wpasuppthread_worker TIMEOUT 240 LIBS supplicant support fakesupplicant)

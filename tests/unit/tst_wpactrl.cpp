@@ -358,7 +358,7 @@ void TestWpaCtrl::waitsTenSecondsForAReply()
     QCOMPARE(Request(ctrl, "PING").result, -2);
 
     const qint64 elapsed = timer.elapsed();
-    QVERIFY2(elapsed >= 10000 && elapsed < 10500, qPrintable(QString::number(elapsed)));
+    QVERIFY2(elapsed >= 10000 && elapsed < 11000, qPrintable(QString::number(elapsed)));
 }
 
 void TestWpaCtrl::waitsAfreshAfterAnInterruption()
@@ -419,7 +419,7 @@ void TestWpaCtrl::triesFiveSecondsToSend()
     QCOMPARE(Request(ctrl, "PING").result, -1);
 
     const qint64 elapsed = timer.elapsed();
-    QVERIFY2(elapsed >= 5000 && elapsed < 5500, qPrintable(QString::number(elapsed)));
+    QVERIFY2(elapsed >= 5000 && elapsed < 5900, qPrintable(QString::number(elapsed)));
 }
 
 void TestWpaCtrl::sendsOnceThereIsRoom()
@@ -443,7 +443,7 @@ void TestWpaCtrl::sendsOnceThereIsRoom()
     thawer.join();
     QCOMPARE(reply.text, QByteArray("OK\n"));
     // Tried again a second apart.
-    QVERIFY2(elapsed >= 2000 && elapsed < 2500, qPrintable(QString::number(elapsed)));
+    QVERIFY2(elapsed >= 2000 && elapsed < 2900, qPrintable(QString::number(elapsed)));
 }
 
 void TestWpaCtrl::failsAtOnceWhenThePeerIsGone()
@@ -456,7 +456,7 @@ void TestWpaCtrl::failsAtOnceWhenThePeerIsGone()
 
     QCOMPARE(Request(ctrl, "PING").result, -1);
 
-    QVERIFY(timer.elapsed() < 100);
+    QVERIFY(timer.elapsed() < 1000);
 }
 
 void TestWpaCtrl::endsTheWaitWhenThePeerDies()
@@ -473,7 +473,7 @@ void TestWpaCtrl::endsTheWaitWhenThePeerDies()
     QCOMPARE(Request(ctrl, "PING").result, -1);
 
     const qint64 elapsed = timer.elapsed();
-    QVERIFY2(elapsed >= 500 && elapsed < 1000, qPrintable(QString::number(elapsed)));
+    QVERIFY2(elapsed >= 500 && elapsed < 2000, qPrintable(QString::number(elapsed)));
 }
 
 void TestWpaCtrl::attaches_data()
