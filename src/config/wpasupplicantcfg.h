@@ -56,8 +56,8 @@ public:
                   const QString &privateKey, const QString &privateKeyPassword);
     void WiredPeap(const QString &identity, const QString &password, const QString &caCert);
 
-    /// `psk=` with the hashed key from wpa_passphrase, or the quoted passphrase where the tool gives none. The
-    /// tool is run once for each pair of SSID and passphrase.
+    /// `psk=` with the hashed key from wpa_passphrase, or the quoted passphrase where the tool gives none.
+    /// The tool is run once for each pair of SSID and passphrase.
     void AddPasswordOption(const QString &passphrase);
     /// The NT hash of the password (MD4 of its UTF-16LE form, RFC 2759 section 8.3) as `hash:` text.
     void AddHashedPasswordOption(const QString &key, const QString &password);

@@ -77,7 +77,8 @@ QByteArray RealReading()
 /// as text.
 QByteArray ValueTaken(const QByteArray &reading, const QByteArray &key)
 {
-    const QByteArrayList lines = reading.mid(reading.indexOf('\n' + key + " - hexdump_ascii(") + 1).split('\n');
+    const QByteArrayList lines =
+        reading.mid(reading.indexOf('\n' + key + " - hexdump_ascii(") + 1).split('\n');
     QByteArray value;
     for (const QByteArray &line : lines.mid(1)) {
         if (!line.startsWith("     "))

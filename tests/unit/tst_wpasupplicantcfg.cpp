@@ -690,7 +690,9 @@ void TestWpaSupplicantCfg::hashedKeyIsAskedForOnce()
     QVERIFY(keyOf("Other", "old passphrase") != first);
     QCOMPARE(TestSupport::Journal().size(), 3);
 
-    QVERIFY(keyOf("Once" "old", " passphrase") != first);
+    QVERIFY(keyOf("Once"
+                  "old",
+                  " passphrase") != first);
     QCOMPARE(TestSupport::Journal().size(), 4);
 }
 

@@ -197,8 +197,9 @@ void TestZebDocument::unknownModeIsToldWithWhatFollows()
     const Result result = Parse("<c><network>" + Element("name", name.toUtf8()) +
                                 "<ssid>Office</ssid><securityMode>WPA9</securityMode></network></c>");
 
-    QCOMPARE(result.problems, QStringList{QString("network \"%1\": securityMode: \"WPA9\" is not known, %2")
-                                              .arg(name, consequence)});
+    QCOMPARE(result.problems,
+             QStringList{
+                 QString("network \"%1\": securityMode: \"WPA9\" is not known, %2").arg(name, consequence)});
     QCOMPARE(result.document.networkNames, QStringList{name});
 }
 
