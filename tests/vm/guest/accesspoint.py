@@ -12,8 +12,8 @@ import subprocess
 from pathlib import Path
 
 import radios
-from waiting import wait_for
 from harness import REAL_PATH, read, run
+from waiting import wait_for
 
 PASSPHRASE = "correct horse battery"
 WEP_KEY = "0b1c2d3e4f"
@@ -122,7 +122,7 @@ class AccessPoint:
         (self.folder / "hostapd.conf").write_text(self.configuration)
         seen = self.log().count("AP-ENABLED")
         self.hostapd = self._start("hostapd.log", "hostapd", "-d", self.folder / "hostapd.conf")
-        wait_for(f"{self.namespace} on the air", 
+        wait_for(f"{self.namespace} on the air",
                  lambda: self.log().count("AP-ENABLED") > seen or self.hostapd.poll() is not None, 30)
         if self.hostapd.poll() is not None:
             raise AssertionError("hostapd ended:\n" + "\n".join(self.log().splitlines()[-20:]))

@@ -4,7 +4,7 @@
 
 import accesspoint
 from accesspoint import IDENTITY, PASSPHRASE, PASSWORD
-from harness import end_process, run
+from harness import run
 from waiting import wait_for
 from wifi import WifiTest, say
 
