@@ -54,11 +54,11 @@ QString Frequencies6Ghz()
 /// The platform's own settings for the head of the file; a comment marks that there are none.
 QByteArray ExtraGlobals()
 {
-    QFile file(EXTRA_GLOBALS);
-    if (!file.open(QIODevice::ReadOnly))
+    const auto contents = SecureFile::ReadRegular(EXTRA_GLOBALS);
+    if (!contents)
         return "# Could not open " + EXTRA_GLOBALS.toUtf8() + '\n';
     QByteArray text;
-    for (const QByteArray &line : file.readAll().split('\n')) {
+    for (const QByteArray &line : contents->split('\n')) {
         if (!line.isEmpty())
             text += line + '\n';
     }
@@ -158,10 +158,8 @@ void WpaSupplicantCfg::StartWirelessCfg()
 
 void WpaSupplicantCfg::AddExtraWirelessOptions()
 {
-    QFile file(EXTRA_WIRELESS_OPTIONS);
-    if (!file.open(QIODevice::ReadOnly))
-        return;
-    const QString text = QString::fromUtf8(file.readAll());
+    const QString text =
+        QString::fromUtf8(SecureFile::ReadRegular(EXTRA_WIRELESS_OPTIONS).value_or(QByteArray()));
     if (text.isEmpty())
         return;
     options << QStringLiteral("#START TEST CONF\n");

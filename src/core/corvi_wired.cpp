@@ -5,10 +5,13 @@
 
 #include "logging.h"
 #include "networkdevice.h"
+#include "securefile.h"
 #include "wpasuppthread.h"
 #include "zebnetconfig.h"
 
 #include <QFile>
+
+#include <fcntl.h>
 
 namespace {
 
@@ -249,14 +252,11 @@ void Corvi::ReconfigureWpa(NetworkDevice *d)
 
 void Corvi::CheckDhcpEvent()
 {
-    QFile file(DHCP_EVENT_FILE);
-    if (!file.exists())
+    if (!QFile::exists(DHCP_EVENT_FILE))
         return;
-    QString text;
-    if (file.open(QIODevice::ReadOnly))
-        text = QString::fromLatin1(file.readAll());
-    file.close();
-    file.remove();
+    const QString text =
+        QString::fromLatin1(SecureFile::ReadRegular(DHCP_EVENT_FILE, O_NOFOLLOW).value_or(QByteArray()));
+    QFile::remove(DHCP_EVENT_FILE);
 
     if (wiredDevice && text.contains(QStringLiteral("eth")))
         wiredDevice->UpdateIpInformation();

@@ -56,3 +56,18 @@ bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t
     ::unlink(temporary.constData());
     return false;
 }
+
+std::optional<QByteArray> SecureFile::ReadRegular(const QString &path, int flags)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags);
+    if (fd == -1)
+        return std::nullopt;
+    const auto closer = qScopeGuard([fd] { ::close(fd); });
+    struct stat info = {};
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
+        return std::nullopt;
+    QFile file;
+    if (!file.open(fd, QIODevice::ReadOnly, QFileDevice::DontCloseHandle))
+        return std::nullopt;
+    return file.readAll();
+}

@@ -6,10 +6,12 @@
 #include <QByteArray>
 #include <QString>
 
+#include <optional>
+
 #include <sys/types.h>
 
-/// Files at fixed names in folders that others may write to. None of these operations follows a symbolic
-/// link in the last part of the path, and no descriptor is inherited by a child.
+/// Files at fixed names in folders that others may write to. No writing operation follows a symbolic link in
+/// the last part of the path, and no descriptor is inherited by a child.
 namespace SecureFile {
 
 /// Replaces the contents of `path` in place. The file has exactly `mode` before the first byte is written.
@@ -20,5 +22,10 @@ namespace SecureFile {
 /// Replaces the file by a new one in a single step, so that a reader sees the old or the new contents and
 /// never a part. A symbolic link at `path` is replaced, not followed.
 [[nodiscard]] bool Replace(const QString &path, const QByteArray &contents, mode_t mode);
+
+/// The contents of a plain file; nothing for one that cannot be read and for anything else at `path`, such as
+/// a named pipe, on which reading would wait. `flags` are further ones for open(2): a symbolic link is
+/// followed unless they hold O_NOFOLLOW.
+[[nodiscard]] std::optional<QByteArray> ReadRegular(const QString &path, int flags = 0);
 
 } // namespace SecureFile

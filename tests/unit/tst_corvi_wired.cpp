@@ -3,7 +3,10 @@
 
 #include "corviundertest.h"
 
+#include <QFileInfo>
 #include <QSignalSpy>
+
+#include <sys/stat.h>
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -93,6 +96,8 @@ private Q_SLOTS:
     void dhcpEventUpdatesTheDevicesItNames_data();
     void dhcpEventUpdatesTheDevicesItNames();
     void dhcpEventIsReadOnce();
+    void dhcpEventIsAPlainFile_data();
+    void dhcpEventIsAPlainFile();
 };
 
 void TestCorviWired::init()
@@ -1046,6 +1051,37 @@ void TestCorviWired::dhcpEventIsReadOnce()
 
     QVERIFY(!QFile::exists(DHCP_EVENT));
     QCOMPARE(listener.Take(), Events());
+}
+
+void TestCorviWired::dhcpEventIsAPlainFile_data()
+{
+    QTest::addColumn<bool>("isPipe");
+    QTest::newRow("named pipe") << true;
+    QTest::newRow("symbolic link") << false;
+}
+
+void TestCorviWired::dhcpEventIsAPlainFile()
+{
+    QFETCH(bool, isPipe);
+    EventListener listener;
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    corvi.wiredDevice = corvi.Device("eth0");
+    corvi.wiredDevice->ipAddress = "10.0.0.5";
+    corvi.wiredDevice->isUp = true;
+    WriteFile("/tmp/event_elsewhere", "BOUND eth0");
+    if (isPipe)
+        QCOMPARE(::mkfifo(QFile::encodeName(DHCP_EVENT).constData(), 0600), 0);
+    else
+        QVERIFY(QFile::link("/tmp/event_elsewhere", DHCP_EVENT));
+
+    corvi.CheckDhcpEvent();
+
+    QVERIFY(!corvi.wiredDevice->ipAnnounced);
+    QCOMPARE(listener.Take(), Events());
+    QVERIFY(!QFileInfo(DHCP_EVENT).isSymLink() && !QFile::exists(DHCP_EVENT));
+    QVERIFY(QFile::exists("/tmp/event_elsewhere"));
 }
 
 QTEST_GUILESS_MAIN(TestCorviWired)

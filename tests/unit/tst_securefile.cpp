@@ -52,6 +52,11 @@ private Q_SLOTS:
     void replaceGivesReadersOldOrNew();
     void replacePutsAFileInPlaceOfASymbolicLink();
     void replaceLeavesNothingBehindWhenItFails();
+    void readGivesTheContents_data();
+    void readGivesTheContents();
+    void readRefuses_data();
+    void readRefuses();
+    void readFollowsASymbolicLinkUnlessToldNotTo();
 };
 
 void TestSecureFile::init()
@@ -195,6 +200,66 @@ void TestSecureFile::replaceLeavesNothingBehindWhenItFails()
     QVERIFY(!SecureFile::Replace(PATH, "new", 0644));
 
     QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
+}
+
+void TestSecureFile::readGivesTheContents_data()
+{
+    QTest::addColumn<QByteArray>("contents");
+
+    QTest::newRow("text") << QByteArray("one\ntwo\n");
+    QTest::newRow("empty") << QByteArray("");
+    QTest::newRow("any bytes") << QByteArray("\0\xff\r\n", 4);
+    QTest::newRow("long") << QByteArray(100000, 'x');
+}
+
+void TestSecureFile::readGivesTheContents()
+{
+    QFETCH(QByteArray, contents);
+    TestSupport::WriteFile(PATH, contents);
+
+    const auto read = SecureFile::ReadRegular(PATH);
+
+    QVERIFY(read);
+    QCOMPARE(*read, contents);
+}
+
+void TestSecureFile::readRefuses_data()
+{
+    QTest::addColumn<QString>("kind");
+
+    for (const char *kind : {"nothing", "dangling symbolic link", "named pipe", "named pipe with a writer",
+                             "link to a named pipe", "device", "folder"})
+        QTest::newRow(kind) << QString(kind);
+}
+
+void TestSecureFile::readRefuses()
+{
+    QFETCH(QString, kind);
+    const QByteArray path = QFile::encodeName(PATH);
+    const QByteArray pipe = QFile::encodeName(FOLDER + "pipe");
+    QFile writer;
+    if (kind == "dangling symbolic link")
+        QVERIFY(QFile::link(FOLDER + "nothing", PATH));
+    else if (kind.startsWith("named pipe"))
+        QCOMPARE(::mkfifo(path.constData(), 0600), 0);
+    else if (kind == "link to a named pipe")
+        QVERIFY(::mkfifo(pipe.constData(), 0600) == 0 && QFile::link(pipe, PATH));
+    else if (kind == "device")
+        QVERIFY(QFile::link("/dev/zero", PATH));
+    else if (kind == "folder")
+        QVERIFY(QDir().mkdir(PATH));
+    if (kind == "named pipe with a writer")
+        QVERIFY(writer.open(::open(path.constData(), O_RDWR | O_CLOEXEC), QIODevice::WriteOnly));
+
+    QVERIFY(!SecureFile::ReadRegular(PATH));
+}
+
+void TestSecureFile::readFollowsASymbolicLinkUnlessToldNotTo()
+{
+    QVERIFY(QFile::link(OTHER, PATH));
+
+    QCOMPARE(SecureFile::ReadRegular(PATH).value_or("nothing"), QByteArray("other"));
+    QVERIFY(!SecureFile::ReadRegular(PATH, O_NOFOLLOW));
 }
 
 QTEST_GUILESS_MAIN(TestSecureFile)

@@ -127,6 +127,7 @@ private Q_SLOTS:
     void priorityIsSearchedForAsItIsSpelt();
     void extraGlobalsAreCopied_data();
     void extraGlobalsAreCopied();
+    void namedPipesAreNotWaitedFor();
     void blocksAreJoinedAsTheyStand();
     void fileIsUtf8();
     void longerFileIsReplacedWhole();
@@ -892,6 +893,19 @@ void TestWpaSupplicantCfg::extraGlobalsAreCopied()
 
     QCOMPARE(WrittenFile({"network={", "}\n"}),
              "ctrl_interface=/var/run/wpa_supplicant\n" + copied + "\nnetwork={\n}\n");
+}
+
+void TestWpaSupplicantCfg::namedPipesAreNotWaitedFor()
+{
+    QVERIFY(QDir().mkpath(FLAGS));
+    for (const char *name : {"wpa_supp_wifi", "wpa_supp_conf"})
+        QCOMPARE(::mkfifo(QFile::encodeName(FLAGS + name).constData(), 0600), 0);
+    WpaSupplicantCfg cfg(nullptr);
+
+    cfg.Unsecured();
+
+    QCOMPARE(ModeOptions(cfg), QStringList{"key_mgmt=NONE"});
+    QVERIFY(WrittenFile(cfg.Block()).contains("\n# Could not open /tmp/config/files/wpa_supp_conf\n"));
 }
 
 void TestWpaSupplicantCfg::blocksAreJoinedAsTheyStand()
