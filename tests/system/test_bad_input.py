@@ -117,9 +117,29 @@ class Properties(SystemTest):
            ("staticIp", "perhaps", {}),
            ("staticDns", "perhaps", {}),
            ("priority", "high", {}),
-           ("band", "7 GHz", {"securityMode": "Unsecured", "ssid": "x"}),
+           ("band", "7 GHz", {}),
+           ("ssid", "x" * 33, {}),
+           ("scanSsid", "1", {}),
+           ("useBgScan", "yes", {}),
+           ("bgScanShortInterval", "soon", {}),
+           ("bgScanSignal", "loud", {}),
+           ("bgScanLongInterval", "-1", {}),
+           ("wepKey", "12345", {}),
+           ("passphrase", "two\nlines", {}),
            ("identity", "user\x7fname", {"securityMode": "802.1X (PEAP/MSCHAPv2)"}),
-           ("password", "pass\u2028word", {"securityMode": "802.1X (PEAP/MSCHAPv2)"}))
+           ("password", "pass\u2028word", {"securityMode": "802.1X (PEAP/MSCHAPv2)"}),
+           ("caCert", "../../shadow", {"securityMode": "802.1X (TLS/EAP)"}),
+           ("clientCert", "../../shadow", {"securityMode": "802.1X (TLS/EAP)"}),
+           ("privateKey", "../../shadow", {"securityMode": "802.1X (TLS/EAP)"}),
+           ("privateKeyPassword", "two\nlines", {"securityMode": "802.1X (TLS/EAP)"}),
+           ("pacFile", "../pac", {}),
+           ("scep", "perhaps", {}),
+           ("allowWeakCerts", "perhaps", {}),
+           ("dot1xFallback", "sometimes", {}),
+           ("securityMode", "WPA9", {}),
+           ("speed", "100\tMbps\tFull", {}),
+           ("hosts", ["10.0.0.9 printer\n6.6.6.6 bank"], {}),
+           ("favouriteColour", "green", {}))
 
     def test_every_bad_value_is_named_with_its_network(self):
         self.cable("eth0")
