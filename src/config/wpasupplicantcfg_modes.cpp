@@ -55,7 +55,7 @@ QString HashedKey(const QString &ssid, const QString &passphrase)
     if (found != keys.constEnd())
         return *found;
 
-    const QString key = KeyFromTool(ssid, passphrase);
+    QString key = KeyFromTool(ssid, passphrase);
     // The tool is asked again for a key that it did not give or that was cut.
     if (SupplicantObjection(QStringLiteral("psk"), key).isEmpty()) {
         if (keys.size() == KEY_LIMIT)
