@@ -68,7 +68,7 @@ def run_scenario(scenario, source, number):
     own_numbers = f"echo {number * PROCESSES} >/proc/sys/kernel/ns_last_pid"
     script = f'{own_numbers} || exit; "$@"; status=$?; [ $status = 0 ] || {keep}; exit $status'
     command = [*private_machine(scenario, source), "/bin/sh", "-c", script, "sh",
-               "/usr/bin/python3", "-B", "-u", scenarios.__file__, scenario.name]
+               "/usr/bin/python3", "-X", "pycache_prefix=/dev/shm/pycache", "-u", scenarios.__file__, scenario.name]
     begin = time.monotonic()
     process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                text=True, errors="replace")

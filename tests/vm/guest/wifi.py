@@ -9,7 +9,7 @@ import radios
 from accesspoint import AccessPoint
 from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_UP, LOG, SystemTest, addresses, network, read, run, status,
                      write_store)
-from waiting import wait_for
+from waiting import address_on, wait_for
 
 # Discovery, two ticks for a cable to show up, the hold-off, the supplicant's 7.1 s, a scan, a lease; and then
 # four times as much, as the processor is emulated and the scenarios share it.
@@ -59,8 +59,7 @@ class WifiTest(SystemTest):
         return read("/sys/class/net/wlan0/address").strip()
 
     def wait_address(self, interface, accept=lambda address: True, timeout=JOIN_TIME):
-        return wait_for(f"an address on {interface}",
-                        lambda: next(filter(accept, addresses(interface)), None), timeout)
+        return wait_for(f"an address on {interface}", lambda: address_on(interface, accept), timeout)
 
     def wait_joined(self, access_point, timeout=JOIN_TIME):
         """Waits until the network has let us in, we have its address and are reached there, and say so to the
@@ -74,10 +73,8 @@ class WifiTest(SystemTest):
 
     def joined(self, access_point):
         """Our address there, or nothing."""
-        if self.own_mac() not in access_point.stations():
-            return None
-        address = next(filter(access_point.serves, addresses("wlan0")), None)
-        if not address or status().get("ipAddress") != address:
+        address = address_on("wlan0", access_point.serves)
+        if not address or self.own_mac() not in access_point.stations() or status().get("ipAddress") != address:
             return None
         return address if self.answers(access_point, address) else None
 
