@@ -34,6 +34,14 @@ interfaces() {
     done 2>/dev/null
 }
 
+# A wired interface that carries keeps its route: it comes first, whichever client is renewed beside it.
+keeps_its_route() {
+    case $1 in
+        wlan* | mlan* | wwan*) return 1 ;;
+    esac
+    [ ! -e "/sys/class/net/$1/wireless" ] && [ "$(cat "/sys/class/net/$1/carrier" 2>/dev/null)" = 1 ]
+}
+
 clients >/dev/null || exit 0
 served=$(interfaces)
 signal_clients TERM
@@ -43,6 +51,7 @@ wait_until_gone 20 || {
 }
 gone=$?
 for interface in $served; do
-    [ ! -e "/sys/class/net/$interface" ] || ip -4 route flush default dev "$interface"
+    [ -e "/sys/class/net/$interface" ] || continue
+    keeps_its_route "$interface" || ip -4 route flush default dev "$interface"
 done
 exit $gone

@@ -108,16 +108,17 @@ void CheckSettings(QMap<QString, QString> &settings, QStringList &problems)
     }
 }
 
-/// Whether more than 16 KiB go by without the end of a tag. The reader's time grows with the square of the
+/// Whether more than 16 KiB go by without the start of a tag; a '<' cannot stand inside one, a '>' can, in an
+/// attribute's value. The reader's time grows with the square of the
 /// number of attributes: 4 MiB of them in one tag would hold the program up for minutes.
 bool HasOverlongTag(const QByteArray &bytes)
 {
     constexpr int LIMIT = 16 * 1024;
     for (int begin = 0; bytes.size() - begin > LIMIT;) {
-        const int end = bytes.lastIndexOf('>', begin + LIMIT);
-        if (end < begin)
+        const int start = bytes.lastIndexOf('<', begin + LIMIT);
+        if (start < begin)
             return true;
-        begin = end + 1;
+        begin = start + 1;
     }
     return false;
 }

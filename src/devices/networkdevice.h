@@ -145,6 +145,7 @@ private:
     const QByteArray kernelName; ///< the name as the kernel's interfaces take it
     const QByteArray carrierPath;
     QString lastToldAddress; ///< by UpdateIpInformation(), in the log
+    QString lastToldSpeed;   ///< the last speed text that was refused, and the log says so
     bool dhcpFailed = false; ///< the last attempt failed, and the log says so
 };
 

@@ -126,7 +126,9 @@ void NetworkDevice::ApplySpeed()
         return;
     const QStringList words = speed.split(QLatin1Char(' '));
     if (words.size() != 3) {
-        Log(2) << "ConfigureNetwork - Wrong format " << speed;
+        // Attempts to get an address apply the speed again and again: once is enough.
+        Log(speed == lastToldSpeed ? 4 : 2) << "ConfigureNetwork - Wrong format " << speed;
+        lastToldSpeed = speed;
         return;
     }
     SetSpeed(name, words.at(0).toInt(), words.at(2) == QLatin1String("Full") ? 1 : 0);

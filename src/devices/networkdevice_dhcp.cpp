@@ -43,11 +43,15 @@ QByteArray ResolverLines(const QString &dns1, const QString &dns2, const QString
 bool ReplaceResolver(const QByteArray &contents)
 {
     QSaveFile replacement(RESOLV_CONF);
-    if (replacement.open(QIODevice::WriteOnly) && replacement.write(contents) == contents.size() &&
-        replacement.commit())
-        return true;
+    if (replacement.open(QIODevice::WriteOnly)) {
+        if (replacement.write(contents) != contents.size() || !replacement.flush())
+            return false; // The disk is full: the old file is better than a part of the new one.
+        if (replacement.commit())
+            return true;
+    }
     QFile file(RESOLV_CONF);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(contents) == contents.size();
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(contents) == contents.size() &&
+           file.flush();
 }
 
 void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2, const QString &domain)

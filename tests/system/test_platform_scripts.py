@@ -90,6 +90,18 @@ class StopDhclient(ScriptTest):
 
         self.assertEqual([route["dev"] for route in default_routes()], ["eth0"])
 
+    def test_leaves_a_cable_that_carries_its_way_out(self):
+        for number, name in enumerate(("eth0", "wlan0")):
+            self.cable(name)
+            run("ip", "addr", "add", f"10.{number}.0.2/24", "dev", name)
+            run("ip", "link", "set", "dev", name, "up")
+            run("ip", "route", "add", "default", "via", f"10.{number}.0.1", "dev", name, "metric", number)
+            self.start_client("import time; print(flush=True); time.sleep(60)", "-v", name)
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual([route["dev"] for route in default_routes()], ["eth0"])
+
 
 class UpdateHosts(ScriptTest):
     LISTED = "10.0.0.9\tprinter\n127.0.0.1\tlocalhost\n"

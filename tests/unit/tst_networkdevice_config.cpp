@@ -105,6 +105,7 @@ private Q_SLOTS:
     void hostsAreAlwaysWritten();
     void wiredSpeedIsSet_data();
     void wiredSpeedIsSet();
+    void wrongSpeedIsToldOnce();
     void wirelessSpeedIsNotSet();
     void mtuIsSet_data();
     void mtuIsSet();
@@ -518,6 +519,18 @@ void TestNetworkDeviceConfig::wiredSpeedIsSet()
 
     QCOMPARE(Journal().mid(1).join("; "), command);
     QCOMPARE(LogText().contains(" ConfigureNetwork - Wrong format  " + speed + " \n"), wrong);
+}
+
+void TestNetworkDeviceConfig::wrongSpeedIsToldOnce()
+{
+    Device device("eth0");
+    device.getCurrentConfig()->speed = "1000 Full";
+    Logging::GetInstance(7, false)->SetLoggingLevel(2);
+
+    device.ConfigureNetwork(false);
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(LogText().count("Wrong format"), 1);
 }
 
 void TestNetworkDeviceConfig::wirelessSpeedIsNotSet()

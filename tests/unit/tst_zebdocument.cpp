@@ -97,6 +97,9 @@ void TestZebDocument::malformedTextIsRefused_data()
         << "document type definition is not accepted";
     QTest::newRow("tag with very many attributes") << "<c" + QByteArray(" a=''").repeated(4000) + "/>"
                                                    << "a tag or a text is longer than 16 KiB";
+    QTest::newRow("tag with ends of tags in its attributes")
+        << "<c" + QByteArray(" a='>'").repeated(4000) + "/>"
+        << "a tag or a text is longer than 16 KiB";
     QTest::newRow("very long text") << "<c><a>" + QByteArray(17000, 'x') + "</a></c>"
                                     << "a tag or a text is longer than 16 KiB";
     QTest::newRow("nothing but text") << QByteArray(17000, 'x') << "a tag or a text is longer than 16 KiB";
