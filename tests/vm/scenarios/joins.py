@@ -41,11 +41,6 @@ class Personal(WifiTest):
         self.join(self.access_point("office", accesspoint.WPA2),
                   definition("office", "WPA Personal 1/2", passphrase=PASSPHRASE))
 
-    def test_wpa2_new_driver(self):
-        """WPA2 personal, with nl80211 first."""
-        self.join(self.access_point("office", accesspoint.WPA2),
-                  definition("office", "WPA Personal 1/2", passphrase=PASSPHRASE), useNewDriver=True)
-
     def test_wpa3(self):
         """WPA3 personal (SAE), with nl80211 first."""
         access_point = self.access_point("office", accesspoint.WPA3)
