@@ -54,7 +54,7 @@ def run(*command, check=True, timeout=30):
     return result.stdout
 
 
-def wait_for(what, condition, timeout=10.0, interval=0.05):
+def wait_for(what, condition, timeout=30.0, interval=0.05):
     """Waits until condition() gives something true, and returns it; fails the test after timeout seconds."""
     deadline = time.monotonic() + timeout
     while True:

@@ -39,7 +39,7 @@ class Tools(SystemTest):
         os.unlink(path)
         self.addCleanup(os.symlink, target, path)
 
-    def wait_configured(self, daemon, timeout=10):
+    def wait_configured(self, daemon, timeout=30):
         """The hosts list is applied near the end of a configuration, the MTU last of all."""
         wait_for("configuration came to its end",
                  lambda: "ip link set eth0 mtu 1400" in journal() or not daemon.runs(), timeout)
