@@ -77,6 +77,7 @@ private slots:
     void startsCountingFailuresAfresh();
     void countsTwiceWithoutConnection();
     void stopsAfterThirtyOneTicksWithoutConnection();
+    void reportsThePasswordWhileItGivesUp();
     void missesTheStopWhenItCountsFromOne();
     void forgetsTheTicksWhenAssociated();
     void saysEverySixtyTicksThatItCannotConnect();
@@ -246,6 +247,7 @@ void TestWpaSuppThreadEvents::endsWithTheSupplicant()
     QVERIFY(!supervisor->badPassword);
     QVERIFY(supervisor->stopRunning);
     QVERIFY(supervisor->terminateAcknowledged);
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Thread Created"));
     QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::MessageReceived -- Terminating "));
     QCOMPARE(changes.size(), 0);
 }
@@ -342,6 +344,8 @@ void TestWpaSuppThreadEvents::readsTheStatus_data()
                                            << "Thread Created" << true;
     QTest::newRow("state without value") << QByteArray("wpa_state\n") << "before"
                                          << "" << false;
+    QTest::newRow("SSID without value") << QByteArray("ssid\n") << ""
+                                        << "Thread Created" << true;
     QTest::newRow("last of two") << QByteArray("ssid=one\nssid=two\n") << "two"
                                  << "Thread Created" << true;
     QTest::newRow("nothing") << QByteArray("") << "before"
@@ -510,6 +514,20 @@ void TestWpaSuppThreadEvents::stopsAfterThirtyOneTicksWithoutConnection()
     supervisor->Tick();
     QVERIFY(!supervisor->running);
     QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+void TestWpaSuppThreadEvents::reportsThePasswordWhileItGivesUp()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->Tick(30);
+    supervisor->badPassword = true;
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->stopRunning);
+    QVERIFY(TestSupport::WaitForJournal(1));
+    QVERIFY(TestSupport::Journal().first().startsWith("warning 2 "));
 }
 
 void TestWpaSuppThreadEvents::missesTheStopWhenItCountsFromOne()
