@@ -128,6 +128,34 @@ bool SendWithRetries(const wpa_ctrl *ctrl, const char *cmd, size_t length)
     return true;
 }
 
+/// Asks the kernel to name the sender of each datagram (SO_PASSCRED, unix(7)). Without it we only know less.
+void AskForSender(const wpa_ctrl *ctrl)
+{
+    const int on = 1;
+    (void)setsockopt(ctrl->s, SOL_SOCKET, SO_PASSCRED, &on, sizeof(on));
+}
+
+/// One receive, which also takes note of the sender.
+ssize_t ReceiveReply(wpa_ctrl *ctrl, char *buffer, size_t size)
+{
+    iovec text{buffer, size};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
+    msghdr message{};
+    message.msg_iov = &text;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof(control);
+
+    const ssize_t received = recvmsg(ctrl->s, &message, 0);
+    const cmsghdr *const header = received < 0 ? nullptr : CMSG_FIRSTHDR(&message);
+    if (header && header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_CREDENTIALS) {
+        ucred sender{};
+        memcpy(&sender, CMSG_DATA(header), sizeof(sender));
+        ctrl->peer = sender.pid;
+    }
+    return received;
+}
+
 /// 1 when there is something to read, 0 when the time is up, negative on an error or when nobody is left
 /// who could answer.
 int WaitForDatagram(const wpa_ctrl *ctrl)
@@ -195,6 +223,7 @@ wpa_ctrl *wpa_ctrl_open(const char *path)
         return nullptr;
     }
     SetNonBlocking(ctrl);
+    AskForSender(ctrl);
     return ctrl;
 }
 
@@ -221,7 +250,7 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *re
             return ready;
         if (ready == 0)
             return -2;
-        const ssize_t received = recv(ctrl->s, reply, *replyLength, 0);
+        const ssize_t received = ReceiveReply(ctrl, reply, *replyLength);
         if (received < 0)
             return static_cast<int>(received);
         const auto length = static_cast<size_t>(received);
@@ -269,4 +298,22 @@ bool wpa_ctrl_peer_alive(const wpa_ctrl *ctrl)
     if (ctrl->destFile >= 0)
         snprintf(address.sun_path, sizeof(address.sun_path), "/proc/self/fd/%d", ctrl->destFile);
     return connect(ctrl->s, Generic(address), sizeof(address)) == 0 || errno != ECONNREFUSED;
+}
+
+bool wpa_ctrl_peer_stopped(const wpa_ctrl *ctrl)
+{
+    char path[32];
+    snprintf(path, sizeof(path), "/proc/%d/stat", ctrl->peer);
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    char text[128];
+    const ssize_t length = read(file, text, sizeof(text) - 1);
+    close(file);
+    if (length <= 0)
+        return false;
+    text[length] = '\0';
+    // "PID (NAME) STATE ...", and a name may hold anything (proc(5)).
+    const char *const nameEnd = strrchr(text, ')');
+    return nameEnd && strncmp(nameEnd, ") T", 3) == 0;
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include <sys/types.h>
 #include <sys/un.h>
 
 /// A client of the supplicant's control interface: one Unix datagram socket, bound to a name of its own and
@@ -17,6 +18,7 @@ struct wpa_ctrl
     sockaddr_un local; ///< our bound name
     sockaddr_un dest;  ///< the supplicant's socket
     int destFile;      ///< holds the inode of the supplicant's socket (O_PATH); -1 when it has none
+    pid_t peer;        ///< the process that sent the last reply; 0 before the first one
 };
 
 /// Called with the text of an event that arrives while a reply is awaited.
@@ -45,3 +47,6 @@ int wpa_ctrl_get_fd(const wpa_ctrl *ctrl);
 /// False when the socket that we are connected to is gone. Sends nothing. What happens to its name does not
 /// matter: it may be removed, or taken by a new supplicant that does not know us.
 bool wpa_ctrl_peer_alive(const wpa_ctrl *ctrl);
+/// True when the process that sent the last reply is stopped, by SIGSTOP for one: it is alive and answers
+/// nobody. Sends nothing.
+bool wpa_ctrl_peer_stopped(const wpa_ctrl *ctrl);

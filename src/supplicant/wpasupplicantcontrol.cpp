@@ -78,6 +78,7 @@ bool WpaSupplicantControl::openControlInterface(const QString &interfaceName)
            << QString::fromLocal8Bit(socketPath);
     open = true;
     removalTold = false;
+    stopTold = false;
     return true;
 }
 
@@ -121,12 +122,30 @@ void WpaSupplicantControl::CheckPeer()
         Disconnect();
         return;
     }
-    // Our connection outlives the name, and a supplicant that we let go of could not be stopped any more.
-    if (!removalTold && access(socketPath.constData(), F_OK) != 0) {
-        Log(2) << "WpaSupplicantControl -- The name is gone, the connection goes on at"
-               << QString::fromLocal8Bit(socketPath);
-        removalTold = true;
-    }
+    TellOfRemoval();
+    TellOfStop();
+}
+
+/// Our connection outlives the name, and a supplicant that we let go of could not be stopped any more.
+void WpaSupplicantControl::TellOfRemoval()
+{
+    if (removalTold || access(socketPath.constData(), F_OK) == 0)
+        return;
+    Log(2) << "WpaSupplicantControl -- The name is gone, the connection goes on at"
+           << QString::fromLocal8Bit(socketPath);
+    removalTold = true;
+}
+
+/// Nothing is done about it: whoever stopped the process has a reason, and it goes on where it was.
+void WpaSupplicantControl::TellOfStop()
+{
+    const bool isStopped = wpa_ctrl_peer_stopped(connection);
+    if (isStopped == stopTold)
+        return;
+    Log(2) << (isStopped ? "WpaSupplicantControl -- The supplicant is stopped and answers nobody at"
+                         : "WpaSupplicantControl -- The supplicant goes on at")
+           << QString::fromLocal8Bit(socketPath);
+    stopTold = isStopped;
 }
 
 QString WpaSupplicantControl::SendCommand(const QString &cmd)

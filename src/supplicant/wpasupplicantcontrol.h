@@ -25,6 +25,7 @@ public:
     void closeControlInterface();
     bool isCtrlOpen() const;
     /// Notices a supplicant that is gone without sending it anything: isCtrlOpen() is false from then on.
+    /// Tells of one that is stopped or out of sight; the connection to it stays.
     void CheckPeer();
 
     /// The supplicant's reply with its line feed, or "WPA_CTRL_ERROR: Control not Open" where there is no
@@ -41,6 +42,8 @@ private slots:
     void ReadMessage();
 
 private:
+    void TellOfRemoval();
+    void TellOfStop();
     void Listen();
     void Disconnect();
 
@@ -52,4 +55,5 @@ private:
     bool open = false;
     [[maybe_unused]] Logging *log;
     bool removalTold = false; ///< the log already says that the socket's name is gone
+    bool stopTold = false;    ///< the last word in the log about it is that the supplicant is stopped
 };

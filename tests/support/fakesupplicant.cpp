@@ -8,8 +8,10 @@
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -171,4 +173,42 @@ void FakeSupplicant::Deliver(const QByteArray &datagram, const sockaddr_un &clie
                   reinterpret_cast<const sockaddr *>(&client), length) < 0 &&
            errno == EAGAIN)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+FakeSupplicantProcess::FakeSupplicantProcess()
+{
+    int ready[2];
+    if (pipe(ready) != 0)
+        qFatal("FakeSupplicantProcess: %s", strerror(errno));
+    pid = fork();
+    if (pid < 0)
+        qFatal("FakeSupplicantProcess: %s", strerror(errno));
+    if (pid == 0) {
+        FakeSupplicant supplicant;
+        close(ready[1]);
+        for (;;)
+            pause();
+    }
+    close(ready[1]);
+    char byte;
+    (void)!read(ready[0], &byte, 1); // Its end is closed once it listens.
+    close(ready[0]);
+}
+
+FakeSupplicantProcess::~FakeSupplicantProcess()
+{
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+}
+
+void FakeSupplicantProcess::Stop()
+{
+    kill(pid, SIGSTOP);
+    waitpid(pid, nullptr, WUNTRACED);
+}
+
+void FakeSupplicantProcess::Continue()
+{
+    kill(pid, SIGCONT);
+    waitpid(pid, nullptr, WCONTINUED);
 }

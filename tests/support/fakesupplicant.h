@@ -75,3 +75,21 @@ private:
     std::atomic<bool> frozen{false};
     std::thread thread;
 };
+
+/// A FakeSupplicant on wlan0 in a process of its own, for what is done to processes. To be made while the
+/// test has no other thread, as it forks.
+class FakeSupplicantProcess
+{
+public:
+    FakeSupplicantProcess();
+    ~FakeSupplicantProcess();
+    FakeSupplicantProcess(const FakeSupplicantProcess &) = delete;
+    FakeSupplicantProcess &operator=(const FakeSupplicantProcess &) = delete;
+
+    /// Return when it has happened.
+    void Stop();
+    void Continue();
+
+private:
+    pid_t pid;
+};

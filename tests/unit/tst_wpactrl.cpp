@@ -132,6 +132,8 @@ private slots:
     void seesAPeerWhoseNameWasRemoved();
     void sendsNothingToLook();
     void seesTheLifeOfAnAbstractPeer();
+    void seesAStoppedPeer();
+    void knowsNoPeerBeforeItsFirstReply();
 };
 
 void TestWpaCtrl::init()
@@ -608,6 +610,30 @@ void TestWpaCtrl::seesTheLifeOfAnAbstractPeer()
     supplicant.Die();
 
     QVERIFY(!wpa_ctrl_peer_alive(ctrl.get()));
+}
+
+void TestWpaCtrl::seesAStoppedPeer()
+{
+    FakeSupplicantProcess supplicant;
+    const Ctrl ctrl = Open();
+    QCOMPARE(wpa_ctrl_attach(ctrl.get()), 0);
+    QVERIFY(!wpa_ctrl_peer_stopped(ctrl.get()));
+
+    supplicant.Stop();
+    QVERIFY(wpa_ctrl_peer_stopped(ctrl.get()));
+    QVERIFY(wpa_ctrl_peer_alive(ctrl.get()));
+
+    supplicant.Continue();
+    QVERIFY(!wpa_ctrl_peer_stopped(ctrl.get()));
+}
+
+void TestWpaCtrl::knowsNoPeerBeforeItsFirstReply()
+{
+    FakeSupplicantProcess supplicant;
+    const Ctrl ctrl = Open();
+    supplicant.Stop();
+
+    QVERIFY(!wpa_ctrl_peer_stopped(ctrl.get()));
 }
 
 QTEST_GUILESS_MAIN(TestWpaCtrl)
