@@ -74,6 +74,7 @@ private slots:
     void logsNothingWhenThereIsNothingToDo();
     void reopensALostConnection();
     void recreatesTheConnectionAfterSixFailures();
+    void countsTheRecreatedConnectionFromTheNextTick();
     void startsCountingFailuresAfresh();
     void countsTwiceWithoutConnection();
     void stopsAfterThirtyOneTicksWithoutConnection();
@@ -470,6 +471,25 @@ void TestWpaSuppThreadEvents::recreatesTheConnectionAfterSixFailures()
     QVERIFY(supervisor->control != first);
     QCOMPARE(supervisor->openFailures, 0);
     QCOMPARE(TestSupport::LogText().count("WpaSuppThread::RestartWpaCtl \n"), 1);
+}
+
+void TestWpaSuppThreadEvents::countsTheRecreatedConnectionFromTheNextTick()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->Tick(5);
+    supplicant = std::make_unique<FakeSupplicant>();
+    // Only a new control object drops the folder from the name, so that of the sixth failure is the first to
+    // open.
+    supervisor->interface = QStringLiteral("/var/run/wpa_supplicant/wlan0");
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsControlOpen());
+    QCOMPARE(supervisor->unassociatedTicks, 12);
+    QCOMPARE(supplicant->Commands(), QStringList{"ATTACH"});
+    supervisor->Tick();
+    QCOMPARE(supervisor->unassociatedTicks, 13);
 }
 
 void TestWpaSuppThreadEvents::startsCountingFailuresAfresh()

@@ -63,6 +63,13 @@ void TestWpaSuppThreadRestart::startsTheSupplicant()
     supervisor.badPassword = true;
     supervisor.ssid = QStringLiteral("before");
     supervisor.associated = true;
+    // Told while the old state is still in force.
+    QString seenInterface;
+    bool seenAssociated = false;
+    connect(&supervisor, &WpaSuppThread::associatedChanged, &supervisor, [&] {
+        seenInterface = supervisor.interface;
+        seenAssociated = supervisor.IsAssociated();
+    });
     // A stop asked for just before does not cancel the start.
     supervisor.Stop(1);
     TestSupport::ClearLog();
@@ -76,6 +83,8 @@ void TestWpaSuppThreadRestart::startsTheSupplicant()
     QCOMPARE(TestSupport::Journal(),
              (QStringList{"mkdir -p /var/run/wpa_supplicant", LAUNCH.arg("eth0", "wired")}));
     QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
+    QCOMPARE(seenInterface, QStringLiteral("wlan0"));
+    QVERIFY(seenAssociated);
     QCOMPARE(supervisor.interface, QStringLiteral("eth0"));
     QCOMPARE(supervisor.driver, QStringLiteral("wired"));
     QCOMPARE(supervisor.method, QStringLiteral("peap"));
