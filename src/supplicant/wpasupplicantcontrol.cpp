@@ -63,19 +63,17 @@ bool WpaSupplicantControl::openControlInterface(const QString &interfaceName)
     // Level 4 for both failures: they come on every tick for as long as there is no supplicant.
     connection = wpa_ctrl_open(socketPath.constData());
     if (!connection) {
-        Log(4) << "WpaSupplicantControl -- Failed to open control interface at"
-               << QString::fromLocal8Bit(socketPath);
+        Log(4) << "WpaSupplicantControl -- Failed to open control interface at" << socketPath.constData();
         return false;
     }
     if (wpa_ctrl_attach(connection) != 0) {
         Log(4) << "WpaSupplicantControl -- Failed to attach to control interface at"
-               << QString::fromLocal8Bit(socketPath);
+               << socketPath.constData();
         Disconnect();
         return false;
     }
     Listen();
-    Log(2) << "WpaSupplicantControl -- Attached to control interface at"
-           << QString::fromLocal8Bit(socketPath);
+    Log(2) << "WpaSupplicantControl -- Attached to control interface at" << socketPath.constData();
     open = true;
     removalTold = false;
     stopTold = false;
@@ -118,7 +116,7 @@ void WpaSupplicantControl::CheckPeer()
     if (!isCtrlOpen())
         return;
     if (!wpa_ctrl_peer_alive(connection)) {
-        Log(2) << "WpaSupplicantControl -- Nobody answers any more at" << QString::fromLocal8Bit(socketPath);
+        Log(2) << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
         Disconnect();
         return;
     }
@@ -131,8 +129,7 @@ void WpaSupplicantControl::TellOfRemoval()
 {
     if (removalTold || access(socketPath.constData(), F_OK) == 0)
         return;
-    Log(2) << "WpaSupplicantControl -- The name is gone, the connection goes on at"
-           << QString::fromLocal8Bit(socketPath);
+    Log(2) << "WpaSupplicantControl -- The name is gone, the connection goes on at" << socketPath.constData();
     removalTold = true;
 }
 
@@ -144,7 +141,7 @@ void WpaSupplicantControl::TellOfStop()
         return;
     Log(2) << (isStopped ? "WpaSupplicantControl -- The supplicant is stopped and answers nobody at"
                          : "WpaSupplicantControl -- The supplicant goes on at")
-           << QString::fromLocal8Bit(socketPath);
+           << socketPath.constData();
     stopTold = isStopped;
 }
 

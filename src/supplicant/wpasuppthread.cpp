@@ -26,11 +26,6 @@ constexpr unsigned long END_PASS_MS = 1000;
 constexpr unsigned long END_PAUSE_MS = 100;
 constexpr unsigned long LAUNCH_PAUSE_MS = 10;
 
-const char *TrueFalse(bool value)
-{
-    return value ? "true" : "false";
-}
-
 } // namespace
 
 WpaSuppThread *WpaSuppThread::_me = nullptr;
@@ -99,6 +94,11 @@ void WpaSuppThread::Reinit()
     ssid.clear();
 }
 
+const char *WpaSuppThread::TrueFalse(bool value)
+{
+    return value ? "true" : "false";
+}
+
 void WpaSuppThread::Start(const QString &interfaceName, const QString &driverName, const QString &methodName)
 {
     log = Logging::GetInstance(7, false);
@@ -154,6 +154,7 @@ void WpaSuppThread::RestartSupplicant()
     LaunchSupplicant();
 }
 
+/// In a restart the whole time: it has set one of the flags, and nobody clears them while this blocks.
 void WpaSuppThread::WaitForSupplicantToEnd()
 {
     for (int pass = 0; pass < END_PASSES; ++pass) {

@@ -40,8 +40,6 @@ public:
     bool IsAssociated() const { return associated; }
     /// Never set: kept for the hold-off that asks for it.
     bool IsStopPending() const { return stopPending; }
-    QString Ssid() const { return ssid; }
-    QString StatusText() const { return statusText; }
 
 signals:
     void associatedChanged(bool state);
@@ -64,6 +62,8 @@ protected:
     WpaSuppThread();
     void run() override;
     void Reinit();
+
+    static const char *TrueFalse(bool value);
 
     // Start and stop
     void StopSupplicant();
@@ -100,8 +100,8 @@ protected:
     void OnTerminating();
     void NoticeDeadSupplicant();
     bool ReopenControl();
-    bool HasWaitedTooLong();
-    void CountUnassociatedTicks(bool controlOpen);
+    bool GivesUpWithoutControl();
+    void CountUnassociatedTicks();
     void ReportBadPassword();
 
     Logging *log;

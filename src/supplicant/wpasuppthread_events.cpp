@@ -19,11 +19,6 @@ constexpr int UNASSOCIATED_LIMIT = 61;
 
 const QString BAD_PASSWORD = QStringLiteral("BadPassword");
 
-const char *TrueFalse(bool value)
-{
-    return value ? "true" : "false";
-}
-
 const char *YesNo(bool value)
 {
     return value ? "yes" : "no";
@@ -151,8 +146,10 @@ void WpaSuppThread::TickRunning()
     if (wasOpen)
         CheckStatusIfRequested();
     const bool isOpen = wasOpen || ReopenControl();
-    if (isOpen || !HasWaitedTooLong())
-        CountUnassociatedTicks(isOpen);
+    if (isOpen || !GivesUpWithoutControl())
+        CountUnassociatedTicks();
+    if (isOpen)
+        openFailures = 0;
     ReportBadPassword();
 }
 
@@ -181,7 +178,7 @@ bool WpaSuppThread::ReopenControl()
 }
 
 /// Counts a tick without a control connection; asks for a stop when there were too many.
-bool WpaSuppThread::HasWaitedTooLong()
+bool WpaSuppThread::GivesUpWithoutControl()
 {
     if (++unassociatedTicks < UNASSOCIATED_LIMIT)
         return false;
@@ -191,7 +188,7 @@ bool WpaSuppThread::HasWaitedTooLong()
     return true;
 }
 
-void WpaSuppThread::CountUnassociatedTicks(bool controlOpen)
+void WpaSuppThread::CountUnassociatedTicks()
 {
     if (associated) {
         unassociatedTicks = 0;
@@ -199,8 +196,6 @@ void WpaSuppThread::CountUnassociatedTicks(bool controlOpen)
         qDebug() << "wpa_supplicant can't connect to specified AP";
         unassociatedTicks = 0;
     }
-    if (controlOpen)
-        openFailures = 0;
 }
 
 void WpaSuppThread::ReportBadPassword()

@@ -655,7 +655,7 @@ void TestWpaSuppThread::opensTheConnectionAndThenAsksForTheStatus()
     supervisor.Tick();
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "STATUS"}));
     QVERIFY(supervisor.IsAssociated());
-    QCOMPARE(supervisor.Ssid(), QStringLiteral("office"));
+    QCOMPARE(supervisor.ssid, QStringLiteral("office"));
 }
 
 void TestWpaSuppThread::countsNothingWhenIdle()

@@ -248,7 +248,7 @@ void TestWpaSuppThreadEvents::endsWithTheSupplicant()
     QVERIFY(!supervisor->badPassword);
     QVERIFY(supervisor->stopRunning);
     QVERIFY(supervisor->terminateAcknowledged);
-    QCOMPARE(supervisor->StatusText(), QStringLiteral("Thread Created"));
+    QCOMPARE(supervisor->statusText, QStringLiteral("Thread Created"));
     QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::MessageReceived -- Terminating "));
     QCOMPARE(changes.size(), 0);
 }

@@ -96,7 +96,7 @@ void TestWpaSuppThreadWorker::endsItsLoopWhenAskedTo()
     supervisor.Quit();
 
     QTRY_VERIFY_WITH_TIMEOUT(supervisor.isFinished(), 3000);
-    QTRY_COMPARE(supervisor.StatusText(), QStringLiteral("Stopped"));
+    QTRY_COMPARE(supervisor.statusText, QStringLiteral("Stopped"));
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run() End Exec \n"));
 }
 
