@@ -110,6 +110,7 @@ void Corvi::Stop(int status)
         supThread->exit(0);
         // Its thread must have left its loop before the process takes down what the thread uses.
         supThread->wait(QDeadlineTimer(THREAD_END_LIMIT));
+        supThread->LetGo();
     }
     std::exit(status);
 }

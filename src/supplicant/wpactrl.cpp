@@ -31,6 +31,9 @@ constexpr auto REPLY_TIME_LIMIT = 10s;
 constexpr auto REPLY_WAIT_STEP = 100ms;
 constexpr auto SEND_TIME_LIMIT = 5s;
 constexpr unsigned SEND_RETRY_SECONDS = 1;
+/// More than a socket's queue holds (net.unix.max_dgram_qlen, 10 to 512); a peer that sends without end must
+/// not keep us from sending.
+constexpr int WAITING_DATAGRAMS_LIMIT = 1000;
 
 /// Tells the names of several connections of one process apart.
 uint32_t openCounter = 0;
@@ -135,7 +138,7 @@ void AskForSender(const wpa_ctrl *ctrl)
     (void)setsockopt(ctrl->s, SOL_SOCKET, SO_PASSCRED, &on, sizeof(on));
 }
 
-/// One receive, which also takes note of the sender.
+/// One receive that does not wait, and takes note of the sender.
 ssize_t ReceiveReply(wpa_ctrl *ctrl, char *buffer, size_t size)
 {
     iovec text{buffer, size};
@@ -146,7 +149,7 @@ ssize_t ReceiveReply(wpa_ctrl *ctrl, char *buffer, size_t size)
     message.msg_control = control;
     message.msg_controllen = sizeof(control);
 
-    const ssize_t received = recvmsg(ctrl->s, &message, 0);
+    const ssize_t received = recvmsg(ctrl->s, &message, MSG_DONTWAIT);
     const cmsghdr *const header = received < 0 ? nullptr : CMSG_FIRSTHDR(&message);
     if (header && header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_CREDENTIALS) {
         ucred sender{};
@@ -180,6 +183,29 @@ int WaitForDatagram(const wpa_ctrl *ctrl)
 bool IsEvent(const char *datagram, size_t length)
 {
     return (length > 0 && datagram[0] == '<') || (length >= 7 && memcmp(datagram, "IFNAME=", 7) == 0);
+}
+
+/// False when the datagram is not an event.
+bool HandEventOver(char *datagram, size_t length, size_t room, WpaCtrlMessageCallback callback)
+{
+    if (!IsEvent(datagram, length))
+        return false;
+    if (callback) {
+        const size_t end = std::min(length, room - 1);
+        datagram[end] = '\0';
+        callback(datagram, end);
+    }
+    return true;
+}
+
+void DropWaitingDatagrams(wpa_ctrl *ctrl, char *buffer, size_t room, WpaCtrlMessageCallback callback)
+{
+    for (int i = 0; i < WAITING_DATAGRAMS_LIMIT; ++i) {
+        const ssize_t received = ReceiveReply(ctrl, buffer, room);
+        if (received < 0)
+            return;
+        (void)HandEventOver(buffer, static_cast<size_t>(received), room, callback);
+    }
 }
 
 int RequestOk(wpa_ctrl *ctrl, const char *cmd)
@@ -242,6 +268,7 @@ void wpa_ctrl_close(wpa_ctrl *ctrl)
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *reply, size_t *replyLength,
                      WpaCtrlMessageCallback callback)
 {
+    DropWaitingDatagrams(ctrl, reply, *replyLength, callback);
     if (!SendWithRetries(ctrl, cmd, cmdLength))
         return -1;
     for (;;) {
@@ -254,14 +281,9 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *re
         if (received < 0)
             return static_cast<int>(received);
         const auto length = static_cast<size_t>(received);
-        if (!IsEvent(reply, length)) {
+        if (!HandEventOver(reply, length, *replyLength, callback)) {
             *replyLength = length;
             return 0;
-        }
-        if (callback) {
-            const size_t end = std::min(length, *replyLength - 1);
-            reply[end] = '\0';
-            callback(reply, end);
         }
     }
 }
@@ -300,18 +322,18 @@ bool wpa_ctrl_peer_alive(const wpa_ctrl *ctrl)
     return connect(ctrl->s, Generic(address), sizeof(address)) == 0 || errno != ECONNREFUSED;
 }
 
-bool wpa_ctrl_peer_stopped(const wpa_ctrl *ctrl)
+std::optional<bool> wpa_ctrl_peer_stopped(const wpa_ctrl *ctrl)
 {
     char path[32];
     snprintf(path, sizeof(path), "/proc/%d/stat", ctrl->peer);
     const int file = open(path, O_RDONLY | O_CLOEXEC);
     if (file < 0)
-        return false;
+        return std::nullopt;
     char text[128];
     const ssize_t length = read(file, text, sizeof(text) - 1);
     close(file);
     if (length <= 0)
-        return false;
+        return std::nullopt;
     text[length] = '\0';
     // "PID (NAME) STATE ...", and a name may hold anything (proc(5)).
     const char *const nameEnd = strrchr(text, ')');

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 
 #include <sys/types.h>
 #include <sys/un.h>
@@ -31,8 +32,9 @@ void wpa_ctrl_close(wpa_ctrl *ctrl);
 
 /// Sends one command and waits for its reply. 0 on success, -2 when no reply came within 10 s, -1 or a
 /// negative system result on error; a supplicant that ends before it answers is an error. Events that arrive
-/// meanwhile go to the callback or are dropped, and each gives the reply another 10 s.
-/// A supplicant that takes no more datagrams is tried again for 5 s.
+/// meanwhile go to the callback or are dropped, and each gives the reply another 10 s. What waits in the
+/// socket from before is treated alike: a reply among it is the late one of a command that was given up. A
+/// supplicant that takes no more datagrams is tried again for 5 s.
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *reply, size_t *replyLength,
                      WpaCtrlMessageCallback callback);
 
@@ -47,6 +49,6 @@ int wpa_ctrl_get_fd(const wpa_ctrl *ctrl);
 /// False when the socket that we are connected to is gone. Sends nothing. What happens to its name does not
 /// matter: it may be removed, or taken by a new supplicant that does not know us.
 bool wpa_ctrl_peer_alive(const wpa_ctrl *ctrl);
-/// True when the process that sent the last reply is stopped, by SIGSTOP for one: it is alive and answers
-/// nobody. Sends nothing.
-bool wpa_ctrl_peer_stopped(const wpa_ctrl *ctrl);
+/// Whether the process that sent the last reply is stopped, by SIGSTOP for one: it is alive and answers
+/// nobody. Nothing when that cannot be told. Sends nothing.
+std::optional<bool> wpa_ctrl_peer_stopped(const wpa_ctrl *ctrl);

@@ -41,7 +41,7 @@ bool IsNoise(const QString &message)
 const QString WpaSupplicantControl::CtrlInterfaceDir = QStringLiteral("/var/run/wpa_supplicant/");
 
 WpaSupplicantControl::WpaSupplicantControl(QObject *parent)
-    : QObject(parent), log(Logging::GetInstance(7, false))
+    : QObject(parent), connection(nullptr, wpa_ctrl_close), log(Logging::GetInstance(7, false))
 {
 }
 
@@ -61,12 +61,12 @@ bool WpaSupplicantControl::openControlInterface(const QString &interfaceName)
     socketPath = CtrlInterfaceDir.toLocal8Bit() + name.toLocal8Bit();
 
     // Level 4 for both failures: they come on every tick for as long as there is no supplicant.
-    connection = wpa_ctrl_open(socketPath.constData());
+    connection.reset(wpa_ctrl_open(socketPath.constData()));
     if (!connection) {
         Log(4) << "WpaSupplicantControl -- Failed to open control interface at" << socketPath.constData();
         return false;
     }
-    if (wpa_ctrl_attach(connection) != 0) {
+    if (wpa_ctrl_attach(connection.get()) != 0) {
         Log(4) << "WpaSupplicantControl -- Failed to attach to control interface at"
                << socketPath.constData();
         Disconnect();
@@ -82,14 +82,15 @@ bool WpaSupplicantControl::openControlInterface(const QString &interfaceName)
 
 void WpaSupplicantControl::Listen()
 {
-    notifier = new QSocketNotifier(wpa_ctrl_get_fd(connection), QSocketNotifier::Read, this);
+    notifier = new QSocketNotifier(wpa_ctrl_get_fd(connection.get()), QSocketNotifier::Read, this);
     connect(notifier, &QSocketNotifier::activated, this, &WpaSupplicantControl::ReadMessage);
 }
 
 void WpaSupplicantControl::closeControlInterface()
 {
     if (connection)
-        (void)wpa_ctrl_detach(connection); // A supplicant that does not answer forgets us when we are gone.
+        (void)wpa_ctrl_detach(
+            connection.get()); // A supplicant that does not answer forgets us when we are gone.
     Disconnect();
 }
 
@@ -101,8 +102,7 @@ void WpaSupplicantControl::Disconnect()
         delete notifier;
         notifier = nullptr;
     }
-    wpa_ctrl_close(connection);
-    connection = nullptr;
+    connection.reset();
     open = false;
 }
 
@@ -115,7 +115,7 @@ void WpaSupplicantControl::CheckPeer()
 {
     if (!isCtrlOpen())
         return;
-    if (!wpa_ctrl_peer_alive(connection)) {
+    if (!wpa_ctrl_peer_alive(connection.get())) {
         Log(2) << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
         Disconnect();
         return;
@@ -136,7 +136,7 @@ void WpaSupplicantControl::TellOfRemoval()
 /// Nothing is done about it: whoever stopped the process has a reason, and it goes on where it was.
 void WpaSupplicantControl::TellOfStop()
 {
-    const bool isStopped = wpa_ctrl_peer_stopped(connection);
+    const bool isStopped = wpa_ctrl_peer_stopped(connection.get()).value_or(stopTold);
     if (isStopped == stopTold)
         return;
     Log(2) << (isStopped ? "WpaSupplicantControl -- The supplicant is stopped and answers nobody at"
@@ -154,8 +154,8 @@ QString WpaSupplicantControl::SendCommand(const QString &cmd)
     const QByteArray encoded = cmd.toLocal8Bit();
     // Counted in characters: every command is plain ASCII.
     const auto commandLength = static_cast<size_t>(qMin(cmd.length(), encoded.size()));
-    if (wpa_ctrl_request(connection, encoded.constData(), commandLength, buffer.data(), &length, nullptr) !=
-        0)
+    if (wpa_ctrl_request(connection.get(), encoded.constData(), commandLength, buffer.data(), &length,
+                         nullptr) != 0)
         return CONTROL_ERROR;
     buffer[length] = '\0';
     return QString::fromLatin1(buffer.data());
@@ -167,7 +167,7 @@ void WpaSupplicantControl::ReadMessage()
         return;
     Buffer buffer;
     size_t length = buffer.size() - 1;
-    if (wpa_ctrl_recv(connection, buffer.data(), &length) != 0)
+    if (wpa_ctrl_recv(connection.get(), buffer.data(), &length) != 0)
         return;
     buffer[length] = '\0';
     const QString message = QString::fromLatin1(buffer.data());

@@ -7,6 +7,8 @@
 #include <QObject>
 #include <QString>
 
+#include <memory>
+
 class Logging;
 class QSocketNotifier;
 struct wpa_ctrl;
@@ -23,6 +25,8 @@ public:
     /// Opens, registers for events and starts listening. An empty name means wlan0.
     bool openControlInterface(const QString &interfaceName);
     void closeControlInterface();
+    /// Closes without a word to the supplicant, whose answer might have to be waited for.
+    void Disconnect();
     bool isCtrlOpen() const;
     /// Notices a supplicant that is gone without sending it anything: isCtrlOpen() is false from then on.
     /// Tells of one that is stopped or out of sight; the connection to it stays.
@@ -45,12 +49,11 @@ private:
     void TellOfRemoval();
     void TellOfStop();
     void Listen();
-    void Disconnect();
 
     [[maybe_unused]] QString interface; ///< kept empty
     QString defaultInterface = QStringLiteral("wlan0");
     QByteArray socketPath;
-    wpa_ctrl *connection = nullptr;      ///< owned
+    std::unique_ptr<wpa_ctrl, void (*)(wpa_ctrl *)> connection;
     QSocketNotifier *notifier = nullptr; ///< child
     bool open = false;
     [[maybe_unused]] Logging *log;

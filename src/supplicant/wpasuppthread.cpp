@@ -26,6 +26,9 @@ constexpr unsigned long END_PASS_MS = 1000;
 constexpr unsigned long END_PAUSE_MS = 100;
 constexpr unsigned long LAUNCH_PAUSE_MS = 10;
 
+/// One to finish the stop that a start began with, one to open the control connection.
+constexpr int WAITING_TICKS_LIMIT = 2;
+
 } // namespace
 
 WpaSuppThread *WpaSuppThread::_me = nullptr;
@@ -58,14 +61,28 @@ void WpaSuppThread::run()
 {
     Log(4) << "WpaSuppThread::run() Start";
     QTimer timer;
-    // The object lives on the main thread, so each timeout is queued to it.
-    connect(&timer, &QTimer::timeout, this, &WpaSuppThread::MyTimerTimeout);
+    connect(&timer, &QTimer::timeout, &timer, [this] { QueueTick(); });
     timer.start(TICK_INTERVAL);
     Log(4) << "WpaSuppThread::run() Start Exec";
     exec();
     timer.stop();
     Log(4) << "WpaSuppThread::run() End Exec";
     QMetaObject::invokeMethod(this, "OnWorkerEnded", Qt::QueuedConnection);
+}
+
+/// On the worker thread. The object lives on the main thread, so each tick is queued to it. Of those that it
+/// is too busy for, no more wait than a start needs at once: where a tick itself waits 10 s for a supplicant
+/// that does not answer, ten more would follow each one and leave the main thread time for nothing else.
+void WpaSuppThread::QueueTick()
+{
+    if (waitingTicks >= WAITING_TICKS_LIMIT)
+        return;
+    ++waitingTicks;
+    const auto tick = [this] {
+        MyTimerTimeout();
+        --waitingTicks;
+    };
+    QMetaObject::invokeMethod(this, tick, Qt::QueuedConnection);
 }
 
 /// On the main thread, which the status text belongs to.
@@ -131,6 +148,12 @@ void WpaSuppThread::Quit()
 {
     Log(2) << "WpaSuppThread::Quit";
     quitRequested = true;
+}
+
+void WpaSuppThread::LetGo()
+{
+    if (control)
+        control->Disconnect();
 }
 
 void WpaSuppThread::RestartSupplicant()

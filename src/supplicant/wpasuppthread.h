@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <QThread>
 
+#include <atomic>
+
 class Logging;
 class WpaSupplicantControl;
 
@@ -32,6 +34,8 @@ public:
     void Reconfigure();
     /// Asks the worker's event loop to end on the next tick.
     void Quit();
+    /// Lets go of the supplicant, which runs on: closes our end of the control connection.
+    void LetGo();
     /// Four lines for a person: running, status, associated, SSID.
     QString toString() const;
 
@@ -137,5 +141,8 @@ protected:
     bool startPending = false;
 
 private:
+    void QueueTick();
+
     static WpaSuppThread *_me;
+    std::atomic<int> waitingTicks{0}; ///< queued to the main thread, or just carried out there
 };

@@ -38,6 +38,7 @@ private slots:
 
     void hasOneInstance();
     void ticksOnTheMainThread();
+    void keepsFewTicksForABusyMainThread();
     void endsItsLoopWhenAskedTo();
     void endsWhenAskedBeforeItRuns();
     void startsRestartsAndStops();
@@ -86,6 +87,20 @@ void TestWpaSuppThreadWorker::ticksOnTheMainThread()
     QCOMPARE(supervisor.control->thread(), QThread::currentThread());
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run() Start \n"));
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run() Start Exec \n"));
+}
+
+void TestWpaSuppThreadWorker::keepsFewTicksForABusyMainThread()
+{
+    FakeSupplicant supplicant;
+    BareWpaSuppThread supervisor;
+    supervisor.Supervise();
+    supervisor.start();
+
+    QThread::msleep(5500);
+    QCoreApplication::processEvents();
+
+    QCOMPARE(supervisor.unassociatedTicks, 2);
+    QTRY_COMPARE_WITH_TIMEOUT(supervisor.unassociatedTicks, 4, 3000);
 }
 
 void TestWpaSuppThreadWorker::endsItsLoopWhenAskedTo()
