@@ -76,7 +76,7 @@ NamedNetwork::NamedNetwork(const QString &networkName, bool wired, QObject *pare
     : QObject(parent),
       name(networkName),
       wpaCfg(nullptr),
-      log(Logging::GetInstance(7, false)),
+      log(Logging::GetInstance(Logging::KEEP_LEVEL, false)),
       xmlConfig(std::make_unique<ZebXmlConfig>())
 {
     Load(networkName, IsWirelessName(networkName, wired));

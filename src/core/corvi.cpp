@@ -33,8 +33,6 @@ constexpr std::chrono::milliseconds THREAD_END_LIMIT{1000};
 
 constexpr int DEBUG_LEVEL = 5;
 constexpr int NORMAL_LEVEL = 2;
-/// Given to Logging::GetInstance(): leave the level alone.
-constexpr int KEEP_LEVEL = 7;
 
 QString LoggingLevelText()
 {
@@ -45,7 +43,7 @@ QString LoggingLevelText()
 
 int Corvi::conn_counter = 0;
 
-Corvi::Corvi(QObject *parent) : QObject(parent), log(Logging::GetInstance(KEEP_LEVEL, false))
+Corvi::Corvi(QObject *parent) : QObject(parent), log(Logging::GetInstance(Logging::KEEP_LEVEL, false))
 {
     LogPlatformWarnings();
     ApplyDebugFlag();

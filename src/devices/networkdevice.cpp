@@ -44,7 +44,7 @@ ifreq RequestFor(const QByteArray &interfaceName)
 
 NetworkDevice::NetworkDevice(const QString &interfaceName, QObject *parent)
     : QObject(parent),
-      logger(Logging::GetInstance(7, false)),
+      logger(Logging::GetInstance(Logging::KEEP_LEVEL, false)),
       name(interfaceName),
       status(new ZebNetStatus),
       socketFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),

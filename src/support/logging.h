@@ -20,8 +20,9 @@ public:
     /// 4: ordinary trace. 5: the level chosen for debugging. 6: most verbose.
     using LoggingLevel = int;
 
-    /// Any level above this one, given to GetInstance(), leaves the level alone.
     static constexpr LoggingLevel MOST_VERBOSE = 6;
+    /// Given to GetInstance(), as any above the most verbose one: the level stays as it is.
+    static constexpr LoggingLevel KEEP_LEVEL = MOST_VERBOSE + 1;
 
     class Logger;
 
