@@ -24,7 +24,6 @@ const QString DHCLIENT = QStringLiteral("dhclient");
 const QString WIRED_NAME = QStringLiteral("eth0");
 const QString BONDING_MASTERS = SYS_NET + QStringLiteral("bonding_masters");
 const QString SAVED_MAC_FILE = QStringLiteral("/tmp/config/files/network/bondedMac");
-constexpr int TIME_LIMIT_MS = static_cast<int>(PROGRAM_TIME_LIMIT.count());
 
 void Ip(const QStringList &arguments)
 {
@@ -125,7 +124,7 @@ BondedDevice::~BondedDevice()
     dhcpProcess->disconnect(this);
     if (dhcpProcess->state() != QProcess::NotRunning) {
         dhcpProcess->kill();
-        dhcpProcess->waitForFinished(TIME_LIMIT_MS);
+        dhcpProcess->waitForFinished(PROGRAM_TIME_LIMIT_MS);
     }
 }
 
@@ -257,14 +256,14 @@ void BondedDevice::StartDhclientInit(const QString &iface)
     pollTimer->start(TICK_INTERVAL);
     const QStringList arguments = {iface};
     dhcpProcess->start(DHCLIENT, arguments);
-    dhcpProcess->waitForStarted(TIME_LIMIT_MS);
+    dhcpProcess->waitForStarted(PROGRAM_TIME_LIMIT_MS);
     Log(4) << QStringLiteral("Calling ") + DHCLIENT + QLatin1Char(' ') + arguments.join(QLatin1Char(' '));
 }
 
 void BondedDevice::WaitForDhclient()
 {
     if (dhcpProcess->state() != QProcess::NotRunning)
-        dhcpProcess->waitForFinished(TIME_LIMIT_MS);
+        dhcpProcess->waitForFinished(PROGRAM_TIME_LIMIT_MS);
 }
 
 void BondedDevice::ReleaseDhclient()

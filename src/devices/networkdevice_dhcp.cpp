@@ -78,9 +78,9 @@ bool NetworkDevice::Dhclient(const QString &iface)
     const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, iface};
     Log(4) << "NetworkDevice::Dhclient"
            << "dhclient" << arguments;
-    const QString transcript = Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments,
-                                                    static_cast<int>(PROGRAM_TIME_LIMIT.count()))
-                                   .join(QLatin1Char('\n'));
+    const QString transcript =
+        Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS)
+            .join(QLatin1Char('\n'));
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Write(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     return transcript.contains(QStringLiteral("bound to"));

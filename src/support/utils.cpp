@@ -18,8 +18,6 @@
 
 namespace {
 
-constexpr int TIME_LIMIT_MS = static_cast<int>(PROGRAM_TIME_LIMIT.count());
-
 /// A program in a process group of its own, so that its time limit ends with it all that it started: a DHCP
 /// client works in a child from the start, which would go on alone and set an address behind our back.
 class Program : public QProcess
@@ -65,7 +63,7 @@ QStringList Utils::Execute(const QString &program, const QStringList &arguments,
     Program process;
     SetEnvironment(process);
     process.start(program, arguments, QIODevice::ReadWrite);
-    process.waitForFinished(TIME_LIMIT_MS);
+    process.waitForFinished(PROGRAM_TIME_LIMIT_MS);
     return GetResults(&process);
 }
 
@@ -111,10 +109,10 @@ QStringList Utils::ExecutePiped(const QString &program1, const QStringList &argu
     if (hasThird)
         third.start(program3, arguments3, QIODevice::ReadWrite);
 
-    first.waitForFinished(TIME_LIMIT_MS);
-    second.waitForFinished(TIME_LIMIT_MS);
+    first.waitForFinished(PROGRAM_TIME_LIMIT_MS);
+    second.waitForFinished(PROGRAM_TIME_LIMIT_MS);
     if (hasThird)
-        third.waitForFinished(TIME_LIMIT_MS);
+        third.waitForFinished(PROGRAM_TIME_LIMIT_MS);
     return GetResults(hasThird ? &third : &second);
 }
 
