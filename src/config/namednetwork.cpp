@@ -270,9 +270,8 @@ void NamedNetwork::ConfigureWriter()
     // Every wireless block clears this one again as it is begun.
     WpaSupplicantCfg::_fixWpa3 = addWpsSaeCred;
     wpaCfg.SetFrequencyBand(c.band);
-    Log(4) << "UseBgSettings=" << int(c.useBgScan) << "UseApScan=" << int(useApScan)
-           << "FilterSsids=" << int(filterSsids) << "AddWpsSaeCred=" << int(addWpsSaeCred)
-           << "useNewDriver=" << int(useNewDriver);
+    Log(4) << "UseBgSettings=" << c.useBgScan << "UseApScan=" << useApScan << "FilterSsids=" << filterSsids
+           << "AddWpsSaeCred=" << addWpsSaeCred << "useNewDriver=" << useNewDriver;
 }
 
 void NamedNetwork::BuildEapTls()

@@ -78,7 +78,7 @@ void Corvi::UpdateBonding()
     else if (bondingEnabled && !bondedDevice->isBondingActive())
         bondedDevice->EnableBonding();
     Log(4) << "Corvi::FindAllInterfaces() "
-           << "bonding" << static_cast<int>(bondingEnabled);
+           << "bonding" << bondingEnabled;
 }
 
 void Corvi::AddInterface(const QString &interfaceName)

@@ -29,7 +29,7 @@ bool Corvi::WiredNetworkSetup()
 {
     NetworkDevice *const chosen = ChooseWiredDevice();
     const bool isConnected = chosen != nullptr;
-    Log(6) << "Corvi::WiredNetworkSetup:: status" << static_cast<int>(isConnected);
+    Log(6) << "Corvi::WiredNetworkSetup:: status" << isConnected;
     if (chosen) {
         if (chosen != wiredDevice) {
             Log(2) << "Corvi::WiredNetworkSetup:: Device Change";
@@ -45,7 +45,7 @@ bool Corvi::WiredNetworkSetup()
     }
     CheckRefreshFile(isConnected);
     if (isConnected != wiredUp) {
-        Log(2) << "Wired Device Connected" << static_cast<int>(isConnected);
+        Log(2) << "Wired Device Connected" << isConnected;
         wiredUp = isConnected;
         wiredRetry.Reset();
         emit wiredStateChange(isConnected);
@@ -98,8 +98,7 @@ void Corvi::SuperviseWired(NetworkDevice *d)
     if (!IsSupplicantActive()) {
         StartWiredSupplicant(d);
     } else if (reconfigureWpa) {
-        Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected"
-               << static_cast<int>(d->usesSupplicant);
+        Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
         StartWiredSupplicant(d);
     } else {
         WaitForAuthentication(d);
@@ -109,7 +108,7 @@ void Corvi::SuperviseWired(NetworkDevice *d)
 /// The link has just come up.
 void Corvi::SuperviseWiredLinkUp(NetworkDevice *d)
 {
-    Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected" << static_cast<int>(d->usesSupplicant);
+    Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
     wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
     if (!d->usesSupplicant) {
         StopUnneededSupplicant();
@@ -195,7 +194,7 @@ bool Corvi::IsSupplicantActive() const
 
 void Corvi::onWiredStateChange(bool state)
 {
-    Log(4) << "Corvi::onWiredStateChange(bool state)" << static_cast<int>(state);
+    Log(4) << "Corvi::onWiredStateChange(bool state)" << state;
     if (!wiredDevice) {
         Log(2) << "WIRED DEVICE UNDEFINED";
     } else {

@@ -22,7 +22,7 @@ constexpr int MODEM_ATTEMPTS = 10;
 
 void Corvi::onAssociatedChanged(bool state)
 {
-    Log(4) << "Corvi::onAssociatedChanged(bool state)" << static_cast<int>(state);
+    Log(4) << "Corvi::onAssociatedChanged(bool state)" << state;
     if (wirelessDevice) {
         wirelessDevice->RefreshStatus();
         SendAssociationMessage(wirelessDevice, state);
@@ -136,9 +136,8 @@ void Corvi::SuperviseWireless()
     }
     wirelessDevice->RefreshStatus();
     if (reconfigureWpa) {
-        Log(4) << "Corvi::WirelessNetworkSetup wirelessConnected "
-               << static_cast<int>(wirelessDevice->isRunning) << " reconfigureWpa "
-               << static_cast<int>(reconfigureWpa);
+        Log(4) << "Corvi::WirelessNetworkSetup wirelessConnected " << wirelessDevice->isRunning
+               << " reconfigureWpa " << reconfigureWpa;
         Log(4) << "Corvi::Loop:: reconfigureWpa -- Update conf File";
         ReconfigureWpa(wirelessDevice);
     }
@@ -213,7 +212,7 @@ void Corvi::UpdateWpaConfFile(const QString &interfaceName)
         const NetworkDevice *const device = devices.value(candidate);
         if (!device)
             continue;
-        Log(4) << "UpdateWpaConfFile -- isActive" << static_cast<int>(device->isRunning);
+        Log(4) << "UpdateWpaConfFile -- isActive" << device->isRunning;
         if (Contributes(device))
             lines += device->GetNamedNetworkWpasInformation();
     }

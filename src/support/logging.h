@@ -64,6 +64,7 @@ public:
 
     Logger &operator<<(const QString &item);
     Logger &operator<<(const char *item);
+    /// A bool comes out as 0 or 1.
     Logger &operator<<(int item);
     Logger &operator<<(const QStringList &items);
 
