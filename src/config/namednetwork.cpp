@@ -4,6 +4,7 @@
 #include "namednetwork.h"
 
 #include "logging.h"
+#include "networksetting.h"
 #include "paths.h"
 
 #include <QCryptographicHash>
@@ -76,8 +77,7 @@ NamedNetwork::NamedNetwork(const QString &networkName, bool wired, QObject *pare
     : QObject(parent),
       name(networkName),
       wpaCfg(nullptr),
-      log(Logging::GetInstance(Logging::KEEP_LEVEL, false)),
-      xmlConfig(std::make_unique<ZebXmlConfig>())
+      log(Logging::GetInstance(Logging::KEEP_LEVEL, false))
 {
     Load(networkName, IsWirelessName(networkName, wired));
 }
@@ -137,14 +137,8 @@ void NamedNetwork::TranslateSecurityMode()
 
 bool NamedNetwork::CheckWirelessDriver()
 {
-    useNewDriver = Setting("useNewDriver") || QFile::exists(USE_NL_DRIVER_FLAG);
+    useNewDriver = IsNetworkSettingOn(QStringLiteral("useNewDriver")) || QFile::exists(USE_NL_DRIVER_FLAG);
     return useNewDriver;
-}
-
-bool NamedNetwork::Setting(const char *key) const
-{
-    return xmlConfig->GetConfig(XML_NETWORK_PATH, QLatin1String(key), false, QString(), false) ==
-           QLatin1String("true");
 }
 
 void NamedNetwork::BuildNetworkOptions()
@@ -257,9 +251,9 @@ void NamedNetwork::ConfigureWriter()
 {
     const ZebNetConfig &c = *netConfig;
     wpaCfg.SetSSID(c.ssid, c.scanSsid);
-    const bool useApScan = Setting("UseApScan");
-    const bool filterSsids = Setting("FilterSsids");
-    const bool addWpsSaeCred = Setting("AddWpsSaeCred");
+    const bool useApScan = IsNetworkSettingOn(QStringLiteral("UseApScan"));
+    const bool filterSsids = IsNetworkSettingOn(QStringLiteral("FilterSsids"));
+    const bool addWpsSaeCred = IsNetworkSettingOn(QStringLiteral("AddWpsSaeCred"));
     CheckWirelessDriver();
 
     wpaCfg.SetPriority(c.priority);

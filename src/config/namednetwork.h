@@ -5,7 +5,6 @@
 
 #include "wpasupplicantcfg.h"
 #include "zebnetconfig.h"
-#include "zebxmlconfig.h"
 
 #include <QMap>
 #include <QObject>
@@ -57,9 +56,6 @@ public:
     QStringList Block() const { return wpaCfg.Block(); }
 
 private:
-    /// Whether a setting of the daemon is on in the store.
-    bool Setting(const char *key) const;
-
     // The steps of BuildNetworkOptions().
     void BuildBlock();
     void ApplyScepDefaults();
@@ -81,6 +77,5 @@ private:
     WpaSupplicantCfg wpaCfg;
     std::unique_ptr<ZebNetConfig> netConfig;
     Logging *log;
-    std::unique_ptr<ZebXmlConfig> xmlConfig;
     bool useNewDriver = true;
 };

@@ -4,11 +4,11 @@
 #include "bondeddevice.h"
 
 #include "logging.h"
+#include "networksetting.h"
 #include "paths.h"
 #include "securefile.h"
 #include "timing.h"
 #include "utils.h"
-#include "zebxmlconfig.h"
 
 #include <QDir>
 #include <QFile>
@@ -38,11 +38,6 @@ void SetLink(const QString &device, const QStringList &change)
 void Rename(const QString &newName, const QString &device)
 {
     Ip({QStringLiteral("link"), QStringLiteral("set"), QStringLiteral("name"), newName, device});
-}
-
-QString GetSetting(const QString &key)
-{
-    return ZebXmlConfig().GetConfig(XML_NETWORK_PATH, key, false, QString(), false);
 }
 
 bool InterfaceExists(const QString &name)
@@ -130,12 +125,12 @@ BondedDevice::~BondedDevice()
 
 bool BondedDevice::isBondingEnabled() const
 {
-    return GetSetting(QStringLiteral("bonding_enable")) == QLatin1String("true");
+    return IsNetworkSettingOn(QStringLiteral("bonding_enable"));
 }
 
 QString BondedDevice::GetDesiredMode() const
 {
-    return QString::number(GetSetting(QStringLiteral("bonding_mode")).toInt());
+    return QString::number(NetworkSetting(QStringLiteral("bonding_mode")).toInt());
 }
 
 bool BondedDevice::isAvailable()

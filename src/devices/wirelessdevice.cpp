@@ -4,9 +4,9 @@
 #include "wirelessdevice.h"
 
 #include "logging.h"
+#include "networksetting.h"
 #include "paths.h"
 #include "utils.h"
-#include "zebxmlconfig.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -21,9 +21,7 @@ constexpr int LINE_LIMIT = 512;
 
 bool IsNewDriverWanted()
 {
-    const QString setting =
-        ZebXmlConfig().GetConfig(XML_NETWORK_PATH, QStringLiteral("useNewDriver"), false, QString(), false);
-    return setting == QLatin1String("true") || QFile::exists(USE_NL_DRIVER_FLAG) ||
+    return IsNetworkSettingOn(QStringLiteral("useNewDriver")) || QFile::exists(USE_NL_DRIVER_FLAG) ||
            QFile::exists(USE_NL_DRIVER_TEMPORARY_FLAG);
 }
 
