@@ -3,6 +3,8 @@
 
 #include "eventlistener.h"
 
+#include "zebnetstatus.h"
+
 #include <QLocalSocket>
 #include <QTimer>
 #include <QtEndian>
@@ -11,7 +13,6 @@
 
 namespace {
 
-const QString SERVER_NAME = QStringLiteral("corvin");
 constexpr int EVENT_SIZE = 4;
 // The daemon itself gives a connection one second.
 constexpr std::chrono::seconds CONNECTION_LIMIT{5};
@@ -19,7 +20,7 @@ constexpr std::chrono::seconds CONNECTION_LIMIT{5};
 bool AnotherListenerIsAlive()
 {
     QLocalSocket probe;
-    probe.connectToServer(SERVER_NAME);
+    probe.connectToServer(ZebNetStatus::LISTENER_NAME);
     return probe.waitForConnected(1000);
 }
 
@@ -38,8 +39,8 @@ bool EventListener::Listen(QString &error)
         error = QStringLiteral("another program already listens for events");
         return false;
     }
-    QLocalServer::removeServer(SERVER_NAME);
-    if (server.listen(SERVER_NAME))
+    QLocalServer::removeServer(ZebNetStatus::LISTENER_NAME);
+    if (server.listen(ZebNetStatus::LISTENER_NAME))
         return true;
     error = server.errorString();
     return false;

@@ -14,8 +14,6 @@
 
 namespace {
 
-const QString SEGMENT_KEY = QStringLiteral("com.qarbo.zebnetstatus");
-
 struct Mapping
 {
     std::uintptr_t begin = 0;
@@ -85,7 +83,7 @@ StatusReading Decode(const QByteArray &bytes)
 
 StatusReading ReadStatus()
 {
-    QSharedMemory segment(SEGMENT_KEY);
+    QSharedMemory segment(ZebNetStatus::SEGMENT_KEY);
     if (!segment.attach(QSharedMemory::ReadOnly)) {
         if (segment.error() == QSharedMemory::NotFound)
             return {};

@@ -16,9 +16,6 @@
 
 namespace {
 
-const QString SEGMENT_KEY = QStringLiteral("com.qarbo.zebnetstatus");
-constexpr int SEGMENT_SIZE = ZebNetStatus::RECORD_SIZE; // bytes
-const QString LISTENER_NAME = QStringLiteral("corvin");
 /// The listener is on this machine: one that does not accept within this time is not going to.
 constexpr int CONNECT_TIME_LIMIT_MS = 1000;
 
@@ -44,8 +41,8 @@ void Corvi::InitSharedMemory()
 {
     Log(4) << "Corvi::InitSharedMemory";
     eventSocket = std::make_unique<QLocalSocket>();
-    shm.setKey(SEGMENT_KEY);
-    if (shm.create(SEGMENT_SIZE, QSharedMemory::ReadWrite))
+    shm.setKey(ZebNetStatus::SEGMENT_KEY);
+    if (shm.create(ZebNetStatus::RECORD_SIZE, QSharedMemory::ReadWrite))
         return;
     Log(3) << "Corvi::run - Unable to create shared memory segment";
     if (shm.attach(QSharedMemory::ReadWrite)) {
@@ -67,7 +64,7 @@ void Corvi::ShareStatus(NetworkDevice *nd)
     }
     Log(6) << "ShareStatus"
            << "BA Size" << record.size() << "_shm.size" << shm.size();
-    const int length = std::min({shm.size(), SEGMENT_SIZE, record.size()});
+    const int length = std::min({shm.size(), ZebNetStatus::RECORD_SIZE, record.size()});
     std::memcpy(shm.data(), record.constData(), static_cast<size_t>(length));
     shm.unlock();
     Log(4) << "ShareStatus()  Complete";
@@ -84,7 +81,7 @@ void Corvi::SendEvent(NetworkDevice *nd, int event, int status)
     }
 
     eventSocket->abort();
-    eventSocket->connectToServer(LISTENER_NAME, QIODevice::ReadWrite);
+    eventSocket->connectToServer(ZebNetStatus::LISTENER_NAME, QIODevice::ReadWrite);
     if (eventSocket->waitForConnected(CONNECT_TIME_LIMIT_MS)) {
         Log(4) << "Connected To Client";
         eventSocket->write(EventMessage(event, status));
