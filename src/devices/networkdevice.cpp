@@ -48,18 +48,17 @@ NetworkDevice::NetworkDevice(const QString &interfaceName, QObject *parent)
       name(interfaceName),
       status(new ZebNetStatus),
       socketFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
-      timer(new QTimer),
+      timer(std::make_unique<QTimer>()),
       kernelName(QFile::encodeName(interfaceName)),
       carrierPath(QFile::encodeName(SYS_NET + interfaceName + QStringLiteral("/carrier")))
 {
     qRegisterMetaType<NetworkDevice *>();
-    connect(timer, &QTimer::timeout, this, &NetworkDevice::onTimerTrip);
+    connect(timer.get(), &QTimer::timeout, this, &NetworkDevice::onTimerTrip);
     Log(4) << "Create NetworkDevice" << name;
 }
 
 NetworkDevice::~NetworkDevice()
 {
-    delete timer;
     qDeleteAll(namedNetworks);
     delete status;
     if (socketFd != -1)

@@ -10,6 +10,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+
 class Logging;
 class NamedNetwork;
 class QTimer;
@@ -121,7 +123,7 @@ public:
     QString encKey;
     int linkQuality = 0;
     QString driver;
-    QTimer *timer; ///< owned
+    const std::unique_ptr<QTimer> timer;
     int wirelessTicks = 0;
     bool configurable = true;
     bool driverChosen = false;

@@ -154,7 +154,7 @@ void TestNetworkDevice::takesTimerSocketAndNetworksWithIt()
     {
         NetworkDevice device("eth0", nullptr);
         device.InitDevice();
-        timer = device.timer;
+        timer = device.timer.get();
         network = device.namedNetworks.value("lan");
         QVERIFY(network);
         QCOMPARE(OpenDescriptors(), before + 1);
