@@ -3,6 +3,8 @@
 
 #include "terminationsignals.h"
 
+#include "logging.h"
+
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -29,8 +31,11 @@ void HandleSignal(int /*number*/)
 
 TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
 {
-    if (::pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0)
+    if (::pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) {
+        const QString reason = qt_error_string();
+        Log(2) << "TerminationSignals -- no pipe, a signal ends the daemon without its shutdown:" << reason;
         return;
+    }
     notifier = new QSocketNotifier(pipeEnds[0], QSocketNotifier::Read, this);
     connect(notifier, &QSocketNotifier::activated, this, &TerminationSignals::OnReadable);
 

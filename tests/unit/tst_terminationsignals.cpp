@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "logging.h"
 #include "terminationsignals.h"
+#include "testsupport.h"
 
 #include <QDir>
 #include <QProcess>
@@ -9,6 +11,9 @@
 #include <QtTest>
 
 #include <csignal>
+
+#include <sys/resource.h>
+#include <unistd.h>
 
 /// SIGTERM and SIGINT as a signal of the event loop.
 class TestTerminationSignals : public QObject
@@ -23,6 +28,7 @@ private Q_SLOTS:
     void childrenAreNotAffected();
     void endRestoresTheDefault();
     void endClosesThePipe();
+    void withoutAPipeSignalsStillEndTheProgram();
 };
 
 void TestTerminationSignals::signalIsDeliveredByTheEventLoop_data()
@@ -105,6 +111,31 @@ void TestTerminationSignals::endClosesThePipe()
         delete new TerminationSignals(nullptr);
 
     QCOMPARE(openFiles(), before);
+}
+
+void TestTerminationSignals::withoutAPipeSignalsStillEndTheProgram()
+{
+    Logging::GetInstance(2, true);
+    const int lowestFree = ::dup(STDOUT_FILENO);
+    QVERIFY(lowestFree != -1);
+    ::close(lowestFree);
+    rlimit limit = {};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const auto restore = qScopeGuard([limit] { ::setrlimit(RLIMIT_NOFILE, &limit); });
+    // One descriptor is left, for the log.
+    const rlimit tight = {static_cast<rlim_t>(lowestFree) + 1, limit.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+
+    const TerminationSignals source(nullptr);
+
+    for (const int number : {SIGTERM, SIGINT}) {
+        struct sigaction action = {};
+        ::sigaction(number, nullptr, &action);
+        QVERIFY(action.sa_handler == SIG_DFL);
+    }
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    QVERIFY(TestSupport::LogText().contains(
+        "TerminationSignals -- no pipe, a signal ends the daemon without its shutdown: "));
 }
 
 QTEST_GUILESS_MAIN(TestTerminationSignals)
