@@ -6,7 +6,7 @@
 #include <QString>
 
 /// Where the device keeps certificates and keys.
-class ZebCert
+class Q_DECL_EXPORT ZebCert
 {
 public:
     /// The absolute path of the certificate or key stored under `certName`; where no such file exists, the

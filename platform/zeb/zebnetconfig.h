@@ -10,7 +10,7 @@ class ZebXmlConfig;
 
 /// One stored network definition. Every member holds a valid value: what the store refused has its default.
 /// docs/configuration.md documents each one under the name of its member.
-class ZebNetConfig
+class Q_DECL_EXPORT ZebNetConfig
 {
 public:
     /// An empty definition. The store handle may be null: all handles share one store.

@@ -7,7 +7,7 @@
 #include <QString>
 
 /// The status record of one interface and its serialised form, which docs/status-interface.md describes.
-class ZebNetStatus
+class Q_DECL_EXPORT ZebNetStatus
 {
 public:
     /// Size of the serialised record and of the shared segment, in bytes.

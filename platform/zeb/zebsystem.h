@@ -5,7 +5,7 @@
 
 #include <QString>
 
-class ZebSystem
+class Q_DECL_EXPORT ZebSystem
 {
 public:
     /// Runs a shell line with `HOSTNAME` set in its environment and waits for it without limit. Returns its

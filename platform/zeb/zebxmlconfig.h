@@ -8,7 +8,7 @@
 /// A handle on the device's XML configuration store: one file per section path under
 /// /tmp/config/xmlconfig/. Handles are cheap; the parsed documents are shared by all of them, read once per
 /// change of the file and kept when a later version cannot be read. Main thread only.
-class ZebXmlConfig
+class Q_DECL_EXPORT ZebXmlConfig
 {
 public:
     /// The text stored under `key` in the section `path`, or `defaultValue`. A path that continues a section
