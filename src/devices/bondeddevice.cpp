@@ -66,12 +66,9 @@ void ReplaceName(QStringList &names, const QString &oldName, const QString &newN
 QString ReadSavedMac()
 {
     constexpr int SAVED_LINE_LENGTH = 18;
-    QFile file(SAVED_MAC_FILE);
-    if (!file.open(QIODevice::ReadOnly))
-        return QString();
-    const QByteArray line = file.readLine(SAVED_LINE_LENGTH + 2);
-    return line.size() == SAVED_LINE_LENGTH && line.endsWith('\n') ? QString::fromLatin1(line.trimmed())
-                                                                   : QString();
+    const QByteArray contents = SecureFile::ReadRegular(SAVED_MAC_FILE).value_or(QByteArray());
+    const QByteArray line = contents.left(contents.indexOf('\n') + 1);
+    return line.size() == SAVED_LINE_LENGTH ? QString::fromLatin1(line.trimmed()) : QString();
 }
 
 /// The bond keeps its first address over restarts, and so its lease.

@@ -21,10 +21,9 @@ const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
 /// Empty when there is no such file.
-QByteArray ReadAll(const QString &path)
+QByteArray ReadResolver()
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return SecureFile::ReadRegular(RESOLV_CONF).value_or(QByteArray());
 }
 
 /// An empty second server gives a bare "nameserver " line, which resolvers skip.
@@ -57,7 +56,7 @@ bool ReplaceResolver(const QByteArray &contents)
 void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2, const QString &domain)
 {
     const QByteArray contents = earlier + ResolverLines(dns1, dns2, domain);
-    const bool isNews = contents != ReadAll(RESOLV_CONF);
+    const bool isNews = contents != ReadResolver();
     if (!ReplaceResolver(contents)) {
         Log(2) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
         return;
@@ -98,7 +97,7 @@ void NetworkDevice::SetDNS(const QString &dns1, const QString &dns2, const QStri
 
 void NetworkDevice::AppendDNS(const QString &dns1, const QString &dns2, const QString &domain)
 {
-    WriteResolver(ReadAll(RESOLV_CONF), dns1, dns2, domain);
+    WriteResolver(ReadResolver(), dns1, dns2, domain);
 }
 
 void NetworkDevice::SetHosts(const QStringList &lines)

@@ -15,6 +15,8 @@
 
 #include <memory>
 
+#include <sys/stat.h>
+
 using TestSupport::Journal;
 using TestSupport::LogText;
 
@@ -92,6 +94,7 @@ private Q_SLOTS:
     void addressIsSavedWhereThereIsNoFolder();
     void addressThatCannotBeReadIsNotSaved();
     void savedAddressDoesNotFollowALink();
+    void namedPipeInPlaceOfTheAddressIsNotWaitedFor();
     void disablingTearsTheBondDown();
     void disablingWithoutRenamingKeepsNames();
     void disablingWithoutBondSkipsTheTeardown_data();
@@ -459,6 +462,19 @@ void TestBondedDevice::savedAddressDoesNotFollowALink()
 
     QCOMPARE(TestSupport::ReadFile("/tmp/victim"), QByteArray("untouched"));
     QVERIFY(LogText().contains(SAVED_MAC));
+}
+
+void TestBondedDevice::namedPipeInPlaceOfTheAddressIsNotWaitedFor()
+{
+    QVERIFY(QDir().mkpath("/tmp/config/files/network"));
+    QCOMPARE(::mkfifo(QFile::encodeName(SAVED_MAC).constData(), 0600), 0);
+    BondedDevice bond(nullptr);
+    bond.setRenaming(true);
+
+    bond.EnableBonding();
+
+    QVERIFY(bond.isBondingActive());
+    QVERIFY(Journal().filter(" address ").isEmpty());
 }
 
 void TestBondedDevice::disablingTearsTheBondDown()
