@@ -246,10 +246,9 @@ void BondedDevice::StartDhclientInit(const QString &iface)
     WaitForDhclient();
     dhclientFinished = false;
     pollTimer->start(TICK_INTERVAL);
-    const QStringList arguments = {iface};
-    dhcpProcess->start(DHCLIENT, arguments);
+    dhcpProcess->start(DHCLIENT, {iface});
     dhcpProcess->waitForStarted(PROGRAM_TIME_LIMIT_MS);
-    Log(4) << QStringLiteral("Calling ") + DHCLIENT + QLatin1Char(' ') + arguments.join(QLatin1Char(' '));
+    Log(4) << "Calling" << DHCLIENT << iface;
 }
 
 void BondedDevice::WaitForDhclient()

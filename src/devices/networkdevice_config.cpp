@@ -94,8 +94,9 @@ void NetworkDevice::ObtainAddress()
 
     if (!Dhclient(name)) {
         // Attempts go on for as long as there is no server: the first failure is news, the others are not.
-        Log(dhcpFailed ? 4 : 2)
-            << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
+        Log line(dhcpFailed ? 4 : 2);
+        if (line.IsEnabled())
+            line << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
         dhcpFailed = true;
         // The attempt flushed the interface: the fields must not announce the address it had.
         ipAddress.clear();
