@@ -26,7 +26,6 @@ namespace {
 const QString DEBUG_FLAG = QStringLiteral("/tmp/debug_corvi");
 const QString KILL_FLAG = QStringLiteral("/tmp/kill_corvi");
 const QString RELOAD_FLAG = QStringLiteral("/tmp/config/files/network/reload");
-const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
 
 /// The thread only has to leave its event loop; a process that is asked to end must not hang in the attempt.
 constexpr std::chrono::milliseconds THREAD_END_LIMIT{1000};

@@ -17,7 +17,6 @@ namespace {
 
 const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
 const QString HOST_LIST = QStringLiteral("/tmp/.hostlist");
-const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
 /// Empty when there is no such file.

@@ -19,6 +19,7 @@ inline const QString DEFAULT_NETWORK_NAME = QStringLiteral("Unspecified Network 
 inline const QString SYS_NET = QStringLiteral("/sys/class/net/");
 inline const QString WirelessCarrierFile = SYS_NET + QStringLiteral("wlan0/carrier");
 
+inline const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
 /// Transcript of the last DHCP client run.
 inline const QString CORVI_DHCP_LOG = QStringLiteral("/tmp/dhclient.log");
 inline const QString WPA_SUPPLICANT_CONF = QStringLiteral("/tmp/wpa_supplicant.conf");
