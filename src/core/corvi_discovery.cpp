@@ -124,12 +124,8 @@ void Corvi::AddDevice(const QString &interfaceName)
 void Corvi::AdoptModem()
 {
     modemStarted = false;
-    modemDevice = nullptr;
-    for (const QString &interfaceName : qAsConst(modemInterfaces)) {
-        modemDevice = devices.value(interfaceName);
-        if (modemDevice)
-            return;
-    }
+    // The first by name, none where there is no modem.
+    modemDevice = devices.value(modemInterfaces.value(0));
 }
 
 void Corvi::LogDiscovery() const

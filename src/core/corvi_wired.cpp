@@ -34,7 +34,6 @@ bool Corvi::WiredNetworkSetup()
         if (chosen != wiredDevice) {
             Log(2) << "Corvi::WiredNetworkSetup:: Device Change";
             wiredUp = false;
-            wirelessDelayTicks = WIRELESS_DELAY_TICKS;
             wiredRetry.Reset();
         }
         wiredDevice = chosen;
