@@ -36,8 +36,8 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
         Log(2) << "TerminationSignals -- no pipe, a signal ends the daemon without its shutdown:" << reason;
         return;
     }
-    notifier = new QSocketNotifier(pipeEnds[0], QSocketNotifier::Read, this);
-    connect(notifier, &QSocketNotifier::activated, this, &TerminationSignals::OnReadable);
+    notifier = std::make_unique<QSocketNotifier>(pipeEnds[0], QSocketNotifier::Read);
+    connect(notifier.get(), &QSocketNotifier::activated, this, &TerminationSignals::OnReadable);
 
     struct sigaction action = {};
     action.sa_handler = HandleSignal;
@@ -50,7 +50,7 @@ TerminationSignals::~TerminationSignals()
 {
     ::signal(SIGTERM, SIG_DFL);
     ::signal(SIGINT, SIG_DFL);
-    delete notifier; // Before the descriptor that it watches.
+    notifier.reset(); // Before the descriptor that it watches.
     for (int &end : pipeEnds) {
         if (end != -1)
             ::close(end);

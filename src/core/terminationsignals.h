@@ -5,6 +5,8 @@
 
 #include <QObject>
 
+#include <memory>
+
 class QSocketNotifier;
 
 /// Turns SIGTERM and SIGINT into a Qt signal delivered by the event loop. The signals are caught, not
@@ -22,5 +24,5 @@ signals:
 private:
     void OnReadable();
 
-    QSocketNotifier *notifier = nullptr; ///< child
+    std::unique_ptr<QSocketNotifier> notifier;
 };
