@@ -55,6 +55,15 @@ QStringList EthernetNames()
     return names;
 }
 
+/// Empty where the driver is not loaded.
+QStringList BondNames()
+{
+    QFile masters(BONDING_MASTERS);
+    return masters.open(QIODevice::ReadOnly)
+               ? QString::fromLatin1(masters.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts)
+               : QStringList();
+}
+
 void ReplaceName(QStringList &names, const QString &oldName, const QString &newName)
 {
     std::replace(names.begin(), names.end(), oldName, newName);
@@ -205,17 +214,11 @@ void BondedDevice::LoadDriver()
 void BondedDevice::DisableBonding()
 {
     Log(2) << "Renaming" << renaming << "BringUp" << bringUp;
-    QFile masters(BONDING_MASTERS);
-    if (masters.open(QIODevice::ReadOnly)) {
-        const QStringList entries =
-            QString::fromLatin1(masters.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-        masters.close();
-        if (!entries.isEmpty()) {
-            wiredName = entries.first();
-            TearDown();
-        }
+    const QStringList bonds = BondNames();
+    if (!bonds.isEmpty()) {
+        wiredName = bonds.first();
+        TearDown();
     }
-
     // Loading the driver made this one, whatever ours is called.
     Ip({QStringLiteral("link"), QStringLiteral("delete"), QStringLiteral("bond0"), QStringLiteral("type"),
         QStringLiteral("bond")});

@@ -14,8 +14,6 @@ public:
     Modem(const QString &interfaceName, QObject *parent);
     ~Modem() override;
 
-    // Each waits for the tool to end.
-
     void Connect();
     void Disconnect();
     void ConfigureIFace();

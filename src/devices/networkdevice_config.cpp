@@ -42,7 +42,6 @@ void NetworkDevice::ConfigureNetwork(bool renew)
         ApplyConfig(renew);
     } catch (...) {
         Log(2) << "NetworkDevice::ConfigureNetwork -- Failed";
-        return;
     }
 }
 
