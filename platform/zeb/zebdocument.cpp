@@ -109,8 +109,8 @@ void CheckSettings(QMap<QString, QString> &settings, QStringList &problems)
 }
 
 /// Whether more than 16 KiB go by without the start of a tag; a '<' cannot stand inside one, a '>' can, in an
-/// attribute's value. The reader's time grows with the square of the
-/// number of attributes: 4 MiB of them in one tag would hold the program up for minutes.
+/// attribute's value. The reader's time grows with the square of the number of attributes: 4 MiB of them in
+/// one tag would hold the program up for minutes.
 bool HasOverlongTag(const QByteArray &bytes)
 {
     constexpr int LIMIT = 16 * 1024;
