@@ -46,7 +46,7 @@ NetworkDevice::NetworkDevice(const QString &interfaceName, QObject *parent)
     : QObject(parent),
       logger(Logging::GetInstance(Logging::KEEP_LEVEL, false)),
       name(interfaceName),
-      status(new ZebNetStatus),
+      status(std::make_unique<ZebNetStatus>()),
       socketFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
       timer(std::make_unique<QTimer>()),
       kernelName(QFile::encodeName(interfaceName)),
@@ -60,7 +60,6 @@ NetworkDevice::NetworkDevice(const QString &interfaceName, QObject *parent)
 NetworkDevice::~NetworkDevice()
 {
     qDeleteAll(namedNetworks);
-    delete status;
     if (socketFd != -1)
         ::close(socketFd);
 }

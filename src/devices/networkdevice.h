@@ -104,8 +104,8 @@ public:
     QString name;
     bool isWireless = false;
     ZebNetConfig *currentConfig = nullptr; ///< owned by the current network
-    ZebNetStatus *status;                  ///< owned
-    int socketFd;                          ///< datagram socket for interface ioctls, -1 when there is none
+    const std::unique_ptr<ZebNetStatus> status;
+    int socketFd; ///< datagram socket for interface ioctls, -1 when there is none
     bool linkUp = false;
     bool stopped = false;
     bool isUp = false;

@@ -187,7 +187,7 @@ void TestCorviStatus::recordIsPublished()
     CorviUnderTest corvi;
     corvi.Tick();
     FillSegment('x');
-    ZebNetStatus *const status = corvi.Device("eth0")->status;
+    ZebNetStatus *const status = corvi.Device("eth0")->status.get();
     status->SetConnected(true);
     status->SetIfaceInfo("00:11:22:33:44:55", "10.0.0.5", "10.0.0.255", "255.255.255.0");
 
