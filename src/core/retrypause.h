@@ -20,7 +20,6 @@ public:
     bool IsDue(Time now);
     /// An attempt has just ended: starts the next, longer pause.
     void NoteAttempt(Time now);
-    std::chrono::seconds Pause() const { return pause; }
     /// Whether the pauses have stopped growing.
     bool IsLongest() const { return pause == LONGEST; }
 

@@ -929,7 +929,9 @@ void TestCorviWired::lateServerIsFound()
 
     // The address is there: the next loss starts with the shortest pause.
     corvi.Tick();
-    QCOMPARE(corvi.wiredRetry.Pause(), std::chrono::seconds(10));
+    const auto now = RetryPause::Time::clock::now();
+    QVERIFY(!corvi.wiredRetry.IsDue(now));
+    QVERIFY(corvi.wiredRetry.IsDue(now + std::chrono::seconds(10)));
 }
 
 void TestCorviWired::retryNeedsAReason_data()
@@ -996,7 +998,9 @@ void TestCorviWired::lostLinkStartsThePausesAnew()
     PullCable("eth0");
     corvi.Tick();
 
-    QCOMPARE(corvi.wiredRetry.Pause(), std::chrono::seconds(10));
+    const auto now = RetryPause::Time::clock::now();
+    QVERIFY(!corvi.wiredRetry.IsDue(now));
+    QVERIFY(corvi.wiredRetry.IsDue(now + std::chrono::seconds(10)));
 }
 
 void TestCorviWired::dhcpEventUpdatesTheDevicesItNames_data()
