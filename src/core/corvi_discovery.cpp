@@ -44,7 +44,7 @@ void Corvi::FindAllInterfaces()
         names->clear();
     wirelessFound = false;
     if (!devices.isEmpty()) {
-        Log(4) << "Corvi::FindAllInterfaces()  Cleanup network Devices";
+        Log(4) << "Corvi::FindAllInterfaces  Cleanup network Devices";
         DeleteDevices();
     }
 

@@ -482,10 +482,10 @@ void TestCorviDiscovery::cleanupIsTracedOnlyWithDevices()
     SetLevel(4);
 
     corvi.FindAllInterfaces();
-    QCOMPARE(LogCount("Corvi::FindAllInterfaces()  Cleanup network Devices"), 0);
+    QCOMPARE(LogCount("Corvi::FindAllInterfaces  Cleanup network Devices"), 0);
 
     corvi.FindAllInterfaces();
-    QCOMPARE(LogCount("Corvi::FindAllInterfaces()  Cleanup network Devices"), 1);
+    QCOMPARE(LogCount("Corvi::FindAllInterfaces  Cleanup network Devices"), 1);
 }
 
 void TestCorviDiscovery::discoveryIsSilentAtTheNormalLevel()

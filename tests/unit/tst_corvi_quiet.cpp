@@ -187,7 +187,7 @@ void TestCorviQuiet::lineHasItsLevel_data()
     add(4, {"Corvi::Init()",
             "Corvi::Init() Complete",
             "Corvi::FindAllInterfaces()",
-            "Corvi::FindAllInterfaces()  Cleanup network Devices",
+            "Corvi::FindAllInterfaces  Cleanup network Devices",
             "Corvi::FindAllInterfaces()  bonding 0",
             "found interface eth0",
             "Corvi::FindAllInterfaces() -- wired eth0",
