@@ -137,7 +137,7 @@ void Corvi::SuperviseWireless()
     wirelessDevice->RefreshStatus();
     if (reconfigureWpa) {
         Log(4) << "Corvi::WirelessNetworkSetup wirelessConnected " << wirelessDevice->isRunning
-               << " reconfigureWpa " << reconfigureWpa;
+               << " reconfigureWpa ";
         Log(4) << "Corvi::Loop:: reconfigureWpa -- Update conf File";
         ReconfigureWpa(wirelessDevice);
     }

@@ -301,7 +301,7 @@ void TestCorviWireless::unconfiguredDeviceBeginsTheHoldOff()
     // Once for the beginning, once for the tick.
     QCOMPARE(OwnLines(), QStringList({"Corvi::WirelessNetworkSetup -- Wireless Device defined",
                                       "Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff",
-                                      "Corvi::WirelessNetworkSetup wirelessConnected  0  reconfigureWpa  1",
+                                      "Corvi::WirelessNetworkSetup wirelessConnected  0  reconfigureWpa ",
                                       "Corvi::Loop:: reconfigureWpa -- Update conf File",
                                       "Corvi::ReconfigureWpa 1", "Corvi::ReconfigureWpa in Holdoff"}));
     QVERIFY(corvi.wirelessConfigured);
