@@ -41,7 +41,9 @@ bool IsNoise(const QString &message)
 const QString WpaSupplicantControl::CtrlInterfaceDir = QStringLiteral("/var/run/wpa_supplicant/");
 
 WpaSupplicantControl::WpaSupplicantControl(QObject *parent)
-    : QObject(parent), connection(nullptr, wpa_ctrl_close), log(Logging::GetInstance(7, false))
+    : QObject(parent),
+      connection(nullptr, wpa_ctrl_close),
+      log(Logging::GetInstance(Logging::KEEP_LEVEL, false))
 {
 }
 

@@ -42,7 +42,8 @@ WpaSuppThread *WpaSuppThread::GetInstance()
     return _me;
 }
 
-WpaSuppThread::WpaSuppThread() : log(Logging::GetInstance(7, false)), configurationPath(WPA_SUPPLICANT_CONF)
+WpaSuppThread::WpaSuppThread()
+    : log(Logging::GetInstance(Logging::KEEP_LEVEL, false)), configurationPath(WPA_SUPPLICANT_CONF)
 {
     // Here rather than in run(): the worker must touch nothing that the main thread reads.
     Reinit();
@@ -118,7 +119,7 @@ const char *WpaSuppThread::TrueFalse(bool value)
 
 void WpaSuppThread::Start(const QString &interfaceName, const QString &driverName, const QString &methodName)
 {
-    log = Logging::GetInstance(7, false);
+    log = Logging::GetInstance(Logging::KEEP_LEVEL, false);
     requestedInterface = interfaceName;
     requestedDriver = driverName;
     requestedMethod = methodName;
@@ -130,7 +131,7 @@ void WpaSuppThread::Start(const QString &interfaceName, const QString &driverNam
 
 void WpaSuppThread::Stop(int reason)
 {
-    Log(4) << "WpaSuppThread::Stop" << reason << TrueFalse(running) << int(restarting || running);
+    Log(4) << "WpaSuppThread::Stop" << reason << TrueFalse(running) << (restarting || running);
     emit TriggerStopSupplicant();
 }
 
@@ -230,7 +231,7 @@ void WpaSuppThread::LaunchSupplicant()
     statusText = QStringLiteral("Starting");
     wired = driver == WIRED_DRIVER;
     Log(4) << " WpaSuppThread::Start execute" << program << arguments;
-    Log(4) << " WpaSuppThread::Start Driver=" << driver << int(wired);
+    Log(4) << " WpaSuppThread::Start Driver=" << driver << wired;
     const QStringList response = Utils::Execute(program, arguments, false);
     // A supplicant that starts has nothing to say; a port that nobody authenticates starts one every minute.
     const bool isSilent = response.join(QString()).trimmed().isEmpty();
@@ -291,7 +292,7 @@ void WpaSuppThread::CreateWpaCtl()
     interface.remove(WpaSupplicantControl::CtrlInterfaceDir);
     const bool opened = control->openControlInterface(interface);
     badPassword = false;
-    Log(4) << "WpaSuppThread::CreateWpaCtl() Open wpactl" << interface << int(opened);
+    Log(4) << "WpaSuppThread::CreateWpaCtl() Open wpactl" << interface << opened;
 }
 
 void WpaSuppThread::DeleteWpaCtl()

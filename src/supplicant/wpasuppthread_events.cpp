@@ -209,7 +209,7 @@ void WpaSuppThread::ReportBadPassword()
                                 QStringLiteral("Please use the network applet to correct this issue")};
     Log(2) << "BAD PASSWORD -- warning" << arguments << ssid << interface;
     const bool started = Utils::SpawnExecute(QStringLiteral("warning"), arguments);
-    Log(4) << "Spawned preccess returned " << int(started);
+    Log(4) << "Spawned preccess returned " << started;
     badPassword = false;
 }
 
