@@ -83,12 +83,14 @@ private Q_SLOTS:
     void refreshFileWithoutLinkIsConsumed_data();
     void refreshFileWithoutLinkIsConsumed();
     void refreshFileDoesNotHideALoss();
+    void refreshFileReadsTheDeviceAgain();
 
     // DHCP retries
     void failedDhcpIsRetriedAfterGrowingPauses();
     void lateServerIsFound();
     void retryNeedsAReason_data();
     void retryNeedsAReason();
+    void addressThatCameInTheSameTickNeedsNoRetry();
     void retriesStopFillingTheLog();
     void lostLinkStartsThePausesAnew();
 
@@ -869,6 +871,23 @@ void TestCorviWired::refreshFileDoesNotHideALoss()
     QCOMPARE(Journal(), QStringList{"ip addr flush eth0"});
 }
 
+void TestCorviWired::refreshFileReadsTheDeviceAgain()
+{
+    MakeInterface("eth0");
+    CorviUnderTest corvi;
+    corvi.Tick();
+    corvi.wiredDevice = corvi.Device("eth0");
+    corvi.wiredDevice->ipAddress = "10.0.0.5";
+    RealIp({"addr", "add", "10.0.0.7/24", "dev", "eth0"});
+    // Without a name among the wired ones, nothing else reads the device.
+    corvi.wiredInterfaces.clear();
+    WriteFile(REFRESH_FLAG, "");
+
+    QVERIFY(!corvi.WiredNetworkSetup());
+
+    QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.0.0.7"));
+}
+
 namespace {
 
 /// As if the last DHCP attempt were this long ago.
@@ -969,6 +988,26 @@ void TestCorviWired::retryNeedsAReason()
 
     QCOMPARE(DhcpAttempts(), int(isRetried));
     QCOMPARE(LogLines().filter("RetryDhcp").size(), int(isRetried));
+}
+
+void TestCorviWired::addressThatCameInTheSameTickNeedsNoRetry()
+{
+    WriteStore(LAN_DHCP);
+    MakeInterface("eth0");
+    MakeInterface("eth1");
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    // The second port is stopped when the first one has been looked at.
+    corvi.Device("eth1")->Up();
+    Answer("ifconfig", "ip addr add 10.0.0.5/24 dev eth0");
+    Age(corvi.wiredRetry, 0, std::chrono::seconds(10));
+    Forget();
+
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth1 down"});
+    QCOMPARE(DhcpAttempts(), 0);
+    QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.0.0.5"));
 }
 
 void TestCorviWired::retriesStopFillingTheLog()
