@@ -19,6 +19,43 @@
 #include <QtEndian>
 #include <QtTest>
 
+/// The supervisor's state, set at once: its own way there takes 7 s for every start.
+class Supervisor : public WpaSuppThread
+{
+public:
+    struct State
+    {
+        bool running = false;
+        bool restarting = false;
+        bool associated = false;
+    };
+
+    static void Set(const State &state)
+    {
+        WpaSuppThread *const self = GetInstance();
+        (self->*&Supervisor::Reinit)();
+        self->*&Supervisor::startPending = false;
+        self->*&Supervisor::running = state.running;
+        self->*&Supervisor::restarting = state.restarting;
+        self->*&Supervisor::associated = state.associated;
+    }
+    static void SetStopPending(bool pending) { GetInstance()->*&Supervisor::stopPending = pending; }
+    static bool IsStopRequested() { return GetInstance()->*&Supervisor::stopRunning; }
+    /// Ends the worker thread, so that the supervisor ticks only when a test tells it to.
+    static void StopTicking()
+    {
+        GetInstance()->exit(0);
+        GetInstance()->wait();
+        QCoreApplication::sendPostedEvents(GetInstance());
+    }
+};
+
+/// What may have become of the supplicant.
+inline constexpr Supervisor::State GONE{};
+inline constexpr Supervisor::State RUNNING{true, false, false};
+inline constexpr Supervisor::State RESTARTING{false, true, false};
+inline constexpr Supervisor::State ASSOCIATED{true, false, true};
+
 /// What the tests of the service object share: the object with its data open to view, and the small world it
 /// runs in: stand-in tools that act on real interfaces, the supervisor's state, a listener for events.
 /// Its ticks are given by hand.
@@ -34,6 +71,25 @@ public:
             Tick();
     }
     NetworkDevice *Device(const QString &name) const { return devices.value(name); }
+
+    /// As earlier ticks leave it: the wireless device is chosen and its supplicant has been asked for.
+    void AdoptWireless(const QString &name)
+    {
+        wirelessDevice = Device(name);
+        wirelessConfigured = true;
+    }
+    /// The supplicant is to be configured anew, after a hold-off of which nothing has passed yet.
+    void BeginHoldOff()
+    {
+        reconfigureWpa = true;
+        wpaHoldoffTicks = 2;
+    }
+    /// The supplicant has been configured, and this has become of it.
+    void SettleSupplicant(const Supervisor::State &state)
+    {
+        reconfigureWpa = false;
+        Supervisor::Set(state);
+    }
 
     using Corvi::allInterfaces;
     using Corvi::bondedDevice;
@@ -64,37 +120,6 @@ public:
     using Corvi::wpaConfContents;
     using Corvi::wpaConfUpdated;
     using Corvi::wpaHoldoffTicks;
-};
-
-/// The supervisor's state, set at once: its own way there takes 7 s for every start.
-class Supervisor : public WpaSuppThread
-{
-public:
-    struct State
-    {
-        bool running = false;
-        bool restarting = false;
-        bool associated = false;
-    };
-
-    static void Set(const State &state)
-    {
-        WpaSuppThread *const self = GetInstance();
-        (self->*&Supervisor::Reinit)();
-        self->*&Supervisor::startPending = false;
-        self->*&Supervisor::running = state.running;
-        self->*&Supervisor::restarting = state.restarting;
-        self->*&Supervisor::associated = state.associated;
-    }
-    static void SetStopPending(bool pending) { GetInstance()->*&Supervisor::stopPending = pending; }
-    static bool IsStopRequested() { return GetInstance()->*&Supervisor::stopRunning; }
-    /// Ends the worker thread, so that the supervisor ticks only when a test tells it to.
-    static void StopTicking()
-    {
-        GetInstance()->exit(0);
-        GetInstance()->wait();
-        QCoreApplication::sendPostedEvents(GetInstance());
-    }
 };
 
 struct Event
@@ -184,6 +209,11 @@ inline const QByteArray LAN_STATIC = "<networkconfig><network><name>lan</name><s
 inline const QByteArray LAN_8021X =
     "<networkconfig><network><name>lan</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>"
     "<identity>me</identity><password>secret</password></network></networkconfig>";
+inline const QByteArray LAN_8021X_STATIC =
+    "<networkconfig><network><name>lan</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>"
+    "<identity>me</identity><password>secret</password><staticIp>true</staticIp>"
+    "<ipAddress>10.1.0.2</ipAddress><netmask>255.255.255.0</netmask><gateway>10.1.0.1</gateway>"
+    "</network></networkconfig>";
 inline const QByteArray WLAN = "<networkconfig><network><name>Office</name><ssid>Office</ssid>"
                                "<securityMode>Unsecured</securityMode></network></networkconfig>";
 
@@ -223,6 +253,20 @@ inline void MakeInterface(const QString &name)
     TestSupport::RealIp(
         {"link", "add", "name", name, "type", "veth", "peer", "name", farEnd, "netns", "far"});
     TestSupport::RealIp({"-n", "far", "link", "set", "dev", farEnd, "up"});
+}
+
+/// The machine of a test: its configuration, and its interfaces in the order in which they come.
+inline void MakeMachine(const QByteArray &store, const QStringList &interfaces)
+{
+    TestSupport::WriteStore(store);
+    for (const QString &name : interfaces)
+        MakeInterface(name);
+}
+
+/// As somebody other than the daemon does it.
+inline void BringUp(const QString &name)
+{
+    TestSupport::RealIp({"link", "set", "dev", name, "up"});
 }
 
 /// Puts the cable in again.
@@ -271,7 +315,7 @@ inline void StartFromNothing()
     UseWorkingTools();
     SetLevel(2);
     Supervisor::StopTicking();
-    Supervisor::Set({});
+    Supervisor::Set(GONE);
     Corvi::conn_counter = 0;
     if (!QFileInfo::exists(QStringLiteral("/run/netns/far")))
         RealIp({"netns", "add", "far"});
@@ -284,6 +328,28 @@ inline void Forget()
 {
     TestSupport::ClearJournal();
     TestSupport::ClearLog();
+}
+
+/// What a test is not about is forgotten, and from here on the log takes all up to this level.
+inline void LogFromHere(int level)
+{
+    SetLevel(level);
+    Forget();
+}
+
+/// As if the last DHCP attempt were this long ago.
+inline void Age(RetryPause &pause, int attempts, std::chrono::seconds age)
+{
+    const auto then = RetryPause::Time::clock::now() - age;
+    pause.Reset();
+    pause.IsDue(then);
+    for (int i = 0; i < attempts; ++i)
+        pause.NoteAttempt(then);
+}
+
+inline int DhcpAttempts()
+{
+    return JournalOf(QStringLiteral("dhclient -v")).size();
 }
 
 } // namespace CorviWorld

@@ -412,8 +412,7 @@ void TestCorviDiscovery::bondingFollowsTheStore()
         WriteStore("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>");
     else
         WriteStore("<networkconfig/>");
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.FindAllInterfaces();
 
@@ -428,15 +427,13 @@ void TestCorviDiscovery::bondingFollowsTheStore()
 
 void TestCorviDiscovery::enslavedInterfacesAreSkipped()
 {
-    WriteStore("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>");
-    for (const char *name : {"eth0", "eth1", "wlan0", "usb0"})
-        MakeInterface(name);
+    MakeMachine("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>",
+                {"eth0", "eth1", "wlan0", "usb0"});
     Answer("ip", "");
     CorviUnderTest corvi;
     // The bond stands; its ports are eth0-swap and eth1, and it is called eth0 itself.
     corvi.bondedDevice->EnableBonding();
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.FindAllInterfaces();
 
@@ -450,12 +447,9 @@ void TestCorviDiscovery::enslavedInterfacesAreSkipped()
 
 void TestCorviDiscovery::discoveryIsTraced()
 {
-    WriteStore(LAN_STATIC);
-    for (const char *name : {"eth0", "wlan0", "wwan0"})
-        MakeInterface(name);
+    MakeMachine(LAN_STATIC, {"eth0", "wlan0", "wwan0"});
     CorviUnderTest corvi;
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.FindAllInterfaces();
 
@@ -490,9 +484,7 @@ void TestCorviDiscovery::cleanupIsTracedOnlyWithDevices()
 
 void TestCorviDiscovery::discoveryIsSilentAtTheNormalLevel()
 {
-    WriteStore(LAN_STATIC);
-    for (const char *name : {"eth0", "wlan0", "wwan0"})
-        MakeInterface(name);
+    MakeMachine(LAN_STATIC, {"eth0", "wlan0", "wwan0"});
     CorviUnderTest corvi;
     SetLevel(3);
     corvi.FindAllInterfaces();

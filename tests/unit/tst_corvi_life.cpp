@@ -213,8 +213,7 @@ void TestCorviLife::supervisorIsStoppedWithTheModeOfItsUse()
 void TestCorviLife::supervisorSignalsReachTheService()
 {
     CorviUnderTest corvi;
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     emit corvi.supThread->associatedChanged(true);
     emit corvi.supThread->wifiConnected();
@@ -333,8 +332,7 @@ void TestCorviLife::firstTickOnlyRescans()
 
 void TestCorviLife::secondTickSetsUp()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     CorviUnderTest corvi;
 
     corvi.Tick(2);
@@ -436,8 +434,7 @@ void TestCorviLife::rescanSetsUpTheResolver()
 void TestCorviLife::rescanIsTracedInOrder()
 {
     CorviUnderTest corvi;
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.Init();
 
@@ -512,8 +509,7 @@ void TestCorviLife::wirelessCarrierAtStartForcesNoRescan()
 
 void TestCorviLife::wirelessCarrierForcesNoRescanWhileWiredIsUp()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     QVERIFY(corvi.wiredUp);
@@ -547,14 +543,11 @@ void TestCorviLife::carrierFileCountsByItsExistence()
 
 void TestCorviLife::wiredTakesWirelessDown()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
-    MakeInterface("wlan0");
+    MakeMachine(LAN_STATIC, {"eth0", "wlan0"});
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.wirelessDevice = corvi.Device("wlan0");
-    SetLevel(6);
-    ClearLog();
+    LogFromHere(6);
 
     corvi.Tick();
 
@@ -570,13 +563,10 @@ void TestCorviLife::wiredTakesWirelessDown()
 
 void TestCorviLife::wiredWithoutWirelessCallsNothing()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
-    MakeInterface("wlan0");
+    MakeMachine(LAN_STATIC, {"eth0", "wlan0"});
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(6);
-    ClearLog();
+    LogFromHere(6);
 
     corvi.Tick(2);
 
@@ -597,14 +587,10 @@ void TestCorviLife::wiredTakesOneOfSeveralModemsDown()
 {
     QFETCH(QStringList, modems);
     QFETCH(bool, isCalled);
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
-    for (const QString &modem : modems)
-        MakeInterface(modem);
+    MakeMachine(LAN_STATIC, QStringList{"eth0"} + modems);
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(6);
-    Forget();
+    LogFromHere(6);
 
     corvi.Tick();
 
@@ -619,8 +605,7 @@ void TestCorviLife::modemComesBeforeWireless()
     MakeInterface("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(6);
-    ClearLog();
+    LogFromHere(6);
 
     corvi.Tick(4);
 
@@ -652,8 +637,7 @@ void TestCorviLife::wirelessWaitsTwoTicks()
 
 void TestCorviLife::wiredArmsTheWaitAgain()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     PullCable("eth0");
     CorviUnderTest corvi;
     corvi.Tick(4);
@@ -703,8 +687,7 @@ void TestCorviLife::modemThatIsReadyIsCalledLast()
         corvi.modemDevice = nullptr;
     if (hasWireless)
         corvi.wirelessDevice = corvi.Device("wlan0");
-    SetLevel(6);
-    ClearLog();
+    LogFromHere(6);
 
     corvi.Tick();
 

@@ -63,8 +63,7 @@ void TestCorviModem::firstBringUpStartsAndConnects()
     MakeInterface("wwan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.ModemNetworkSetup(false, true);
 
@@ -222,7 +221,7 @@ void TestCorviModem::wirelessResetsTheCounter()
     MakeInterface("wwan0");
     MakeInterface("wlan0");
     PullCable("wwan0");
-    RealIp({"link", "set", "dev", "wlan0", "up"});
+    BringUp("wlan0");
     CorviUnderTest corvi;
     corvi.Tick(12);
     QCOMPARE(Corvi::conn_counter, 11);
@@ -283,9 +282,7 @@ void TestCorviModem::takeDownDisconnects()
 
 void TestCorviModem::takeDownIsRepeatedOnEveryTick()
 {
-    WriteStore(LAN_STATIC);
-    for (const char *name : {"eth0", "wwan0", "wwan1"})
-        MakeInterface(name);
+    MakeMachine(LAN_STATIC, {"eth0", "wwan0", "wwan1"});
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick(2);
@@ -315,8 +312,7 @@ void TestCorviModem::neitherOnlyLogs()
     MakeInterface("wwan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.ModemNetworkSetup(false, false);
 

@@ -174,8 +174,7 @@ void TestCorviProcess::secondDaemonAttachesToTheSegment()
 
 void TestCorviProcess::eventsReachAListener()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     EventListener listener;
     Start();
 

@@ -6,16 +6,6 @@
 using namespace CorviWorld;
 using namespace TestSupport;
 
-namespace {
-
-const QByteArray LAN_8021X_STATIC =
-    "<networkconfig><network><name>lan</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>"
-    "<identity>me</identity><password>secret</password><staticIp>true</staticIp>"
-    "<ipAddress>10.1.0.2</ipAddress><netmask>255.255.255.0</netmask><gateway>10.1.0.1</gateway>"
-    "</network></networkconfig>";
-
-} // namespace
-
 /// What is logged at which level. The log has no rotation of its own, and the daemon runs for months: a state
 /// that lasts must not write to it.
 class TestCorviQuiet : public QObject
@@ -93,16 +83,13 @@ void TestCorviQuiet::lastingStateIsSilent()
     QFETCH(bool, running);
     QFETCH(bool, associated);
     QFETCH(QByteArray, modemStatus);
-    WriteStore(store);
-    for (const QString &name : interfaces)
-        MakeInterface(name);
+    MakeMachine(store, interfaces);
     for (const QString &name : pulled)
         PullCable(name);
     Answer("modem-tool.sh", "[ \"$1\" = status ] && echo '" + modemStatus + "'\nexit 0");
     CorviUnderTest corvi;
     corvi.Tick(4);
-    corvi.reconfigureWpa = false;
-    Supervisor::Set({running, false, associated});
+    corvi.SettleSupplicant({running, false, associated});
     corvi.Tick(11);
     QCOMPARE(Logging::CurrentLevel(), 2);
     ClearLog();
@@ -114,8 +101,7 @@ void TestCorviQuiet::lastingStateIsSilent()
 
 void TestCorviQuiet::vanishedInterfaceIsSilent()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(3);
     RemoveInterfaces();
@@ -130,9 +116,7 @@ void TestCorviQuiet::vanishedInterfaceIsSilent()
 
 void TestCorviQuiet::idleTickStartsNoProgram()
 {
-    WriteStore(LAN_STATIC);
-    for (const char *name : {"eth0", "eth1", "wlan0", "wwan0"})
-        MakeInterface(name);
+    MakeMachine(LAN_STATIC, {"eth0", "eth1", "wlan0", "wwan0"});
     CorviUnderTest corvi;
     corvi.Tick(4);
     Forget();
@@ -149,11 +133,10 @@ QStringList TestCorviQuiet::LinesAtLevel(int level)
     if (linesAtLevel.contains(level))
         return linesAtLevel.value(level);
     StartFromNothing();
-    WriteStore(LAN_8021X_STATIC);
-    for (const char *name : {"eth0", "wlan0", "wwan0", "wwan1"}) {
-        MakeInterface(name);
+    const QStringList interfaces{"eth0", "wlan0", "wwan0", "wwan1"};
+    MakeMachine(LAN_8021X_STATIC, interfaces);
+    for (const QString &name : interfaces)
         PullCable(name);
-    }
     CorviUnderTest corvi;
     corvi.Tick();
     SetLevel(level);

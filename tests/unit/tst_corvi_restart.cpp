@@ -25,14 +25,12 @@ void TestCorviRestart::init()
 
 void TestCorviRestart::thirdCallStartsTheSupplicant()
 {
-    WriteStore(LAN_8021X);
-    MakeInterface("eth0");
+    MakeMachine(LAN_8021X, {"eth0"});
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick(2);
     NetworkDevice *const device = corvi.Device("eth0");
-    corvi.reconfigureWpa = true;
-    corvi.wpaHoldoffTicks = 2;
+    corvi.BeginHoldOff();
     corvi.ReconfigureWpa(device);
     corvi.ReconfigureWpa(device);
     QCOMPARE(JournalOf("wpa_supplicant"), QStringList());
@@ -40,8 +38,7 @@ void TestCorviRestart::thirdCallStartsTheSupplicant()
     device->inFallback = true;
     Remove(SUPPLICANT_FILE);
     listener.Take();
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.ReconfigureWpa(device);
 
@@ -65,8 +62,7 @@ void TestCorviRestart::thirdCallStartsTheSupplicant()
 
 void TestCorviRestart::wirelessStartsTheSupplicantAfterTheHoldOff()
 {
-    WriteStore(WLAN);
-    MakeInterface("wlan0");
+    MakeMachine(WLAN, {"wlan0"});
     PullCable("wlan0");
     CorviUnderTest corvi;
 

@@ -279,8 +279,7 @@ void TestCorviStatus::publishingIsTraced()
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
 
-    SetLevel(3);
-    ClearLog();
+    LogFromHere(3);
     corvi.ShareStatus(device);
     QCOMPARE(LogLines(), QStringList());
 
@@ -288,8 +287,7 @@ void TestCorviStatus::publishingIsTraced()
     corvi.ShareStatus(device);
     QCOMPARE(LogLines(), QStringList({"ShareStatus()  Start", "ShareStatus()  Complete"}));
 
-    SetLevel(6);
-    ClearLog();
+    LogFromHere(6);
     corvi.ShareStatus(device);
     QCOMPARE(LogLines(), QStringList({"ShareStatus()  Start", "ShareStatus BA Size 512 _shm.size 512",
                                       "ShareStatus()  Complete"}));
@@ -504,8 +502,7 @@ void TestCorviStatus::sendingIsTraced()
         listener = std::make_unique<EventListener>();
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.SendEvent(hasDevice ? corvi.Device("eth0") : nullptr, 1, 1);
 
@@ -517,8 +514,7 @@ void TestCorviStatus::sendingIsSilentAtTheNormalLevel()
     MakeInterface("eth0");
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(3);
-    ClearLog();
+    LogFromHere(3);
 
     corvi.SendEvent(corvi.Device("eth0"), 1, 1);
     corvi.SendEvent(nullptr, 1, 1);

@@ -13,17 +13,28 @@ using namespace TestSupport;
 
 namespace {
 
-const QByteArray LAN_8021X_STATIC =
-    "<networkconfig><network><name>lan</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>"
-    "<identity>me</identity><password>secret</password><staticIp>true</staticIp>"
-    "<ipAddress>10.1.0.2</ipAddress><netmask>255.255.255.0</netmask><gateway>10.1.0.1</gateway>"
-    "</network></networkconfig>";
-
 /// The decisions about the supplicant, of all that a wired tick logs.
 QStringList Decisions()
 {
     return LogLines().filter(QRegularExpression("^(Corvi::WiredNetworkSetup:: (starting|Start|Wired|Set)"
                                                 "|Corvi::ReconfigureWpa|WpaSuppThread::Stop)"));
+}
+
+/// What is logged about a change of the wired state.
+QStringList StateLines()
+{
+    return LogLines().filter(QRegularExpression("^(Wired Device|Configure|Corvi::onWired)"));
+}
+
+using States = QVector<bool>;
+
+/// The states reported since the last call.
+States TakeStates(QSignalSpy &changes)
+{
+    States states;
+    while (!changes.isEmpty())
+        states << changes.takeFirst().first().toBool();
+    return states;
 }
 
 } // namespace
@@ -109,13 +120,10 @@ void TestCorviWired::init()
 
 void TestCorviWired::firstDeviceThatCarriesIsChosen()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth1");
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth1", "eth0"});
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(6);
-    ClearLog();
+    LogFromHere(6);
 
     QVERIFY(corvi.WiredNetworkSetup());
 
@@ -127,20 +135,18 @@ void TestCorviWired::firstDeviceThatCarriesIsChosen()
 
 void TestCorviWired::deviceWithoutACableIsNotConnected()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     PullCable("eth0");
     CorviUnderTest corvi;
     corvi.Tick();
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
-    SetLevel(6);
-    Forget();
+    LogFromHere(6);
 
     QVERIFY(!corvi.WiredNetworkSetup());
 
     QVERIFY(corvi.Device("eth0")->isUp);
     QVERIFY(!corvi.wiredDevice);
-    QCOMPARE(changes.size(), 0);
+    QCOMPARE(TakeStates(changes), States());
     QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: status 0"), 1);
     QCOMPARE(Journal(), QStringList());
 }
@@ -155,13 +161,11 @@ void TestCorviWired::noDeviceIsNotConnected()
 
 void TestCorviWired::missingDeviceIsSkipped()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth1");
+    MakeMachine(LAN_STATIC, {"eth1"});
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.wiredInterfaces.prepend("eth0");
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     QVERIFY(corvi.WiredNetworkSetup());
 
@@ -176,8 +180,7 @@ void TestCorviWired::deviceThatIsDownIsStarted()
     corvi.Tick();
     RealIp({"link", "set", "dev", "eth0", "down"});
     corvi.Device("eth0")->linkUp = false;
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     QVERIFY(!corvi.WiredNetworkSetup());
 
@@ -187,9 +190,7 @@ void TestCorviWired::deviceThatIsDownIsStarted()
 
 void TestCorviWired::secondCableIsStopped()
 {
-    WriteStore(LAN_STATIC);
-    for (const char *name : {"eth0", "eth1", "eth2"})
-        MakeInterface(name);
+    MakeMachine(LAN_STATIC, {"eth0", "eth1", "eth2"});
     CorviUnderTest corvi;
     corvi.Tick();
     Forget();
@@ -212,9 +213,7 @@ void TestCorviWired::secondCableIsStopped()
 
 void TestCorviWired::secondCableIsToldToStopOnEveryTick()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
-    MakeInterface("eth1");
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
     CorviUnderTest corvi;
     corvi.Tick(3);
     // Somebody else brings it up.
@@ -228,9 +227,7 @@ void TestCorviWired::secondCableIsToldToStopOnEveryTick()
 
 void TestCorviWired::secondCableTakesOver()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
-    MakeInterface("eth1");
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
     CorviUnderTest corvi;
     corvi.Tick(3);
     Forget();
@@ -252,9 +249,7 @@ void TestCorviWired::secondCableTakesOver()
 
 void TestCorviWired::cableInTheSecondPortIsFound()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
-    MakeInterface("eth1");
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
     PullCable("eth0");
     CorviUnderTest corvi;
 
@@ -267,9 +262,7 @@ void TestCorviWired::cableInTheSecondPortIsFound()
 
 void TestCorviWired::changeOfDeviceIsAnnounced()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
-    MakeInterface("eth1");
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
     PullCable("eth0");
     CorviUnderTest corvi;
     corvi.Tick(2);
@@ -283,14 +276,12 @@ void TestCorviWired::changeOfDeviceIsAnnounced()
 
     QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: Device Change"), 1);
     QCOMPARE(corvi.wirelessDelayTicks, 2);
-    QCOMPARE(changes.size(), 1);
-    QCOMPARE(changes.first().first().toBool(), true);
+    QCOMPARE(TakeStates(changes), States{true});
 }
 
 void TestCorviWired::tickWithoutACarrierKeepsTheDevice()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     corvi.wirelessDelayTicks = 1;
@@ -371,8 +362,7 @@ void TestCorviWired::supplicantFollowsTheState()
     QFETCH(bool, restarting);
     QFETCH(bool, reconfigure);
     QFETCH(int, holdoff);
-    WriteStore(usesSupplicant ? LAN_8021X_STATIC : LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(usesSupplicant ? LAN_8021X_STATIC : LAN_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     QCOMPARE(corvi.wiredDevice->usesSupplicant, usesSupplicant);
@@ -380,8 +370,7 @@ void TestCorviWired::supplicantFollowsTheState()
     corvi.reconfigureWpa = reconfigure;
     corvi.wpaHoldoffTicks = 1;
     Supervisor::Set({running, restarting, false});
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     QVERIFY(corvi.WiredNetworkSetup());
 
@@ -392,8 +381,7 @@ void TestCorviWired::supplicantFollowsTheState()
 
 void TestCorviWired::linkUpClearsTheFallback()
 {
-    WriteStore(LAN_8021X_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_8021X_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     corvi.wiredDevice->inFallback = true;
@@ -421,12 +409,10 @@ void TestCorviWired::authenticationTogglesTheCount()
 {
     QFETCH(int, before);
     QFETCH(int, after);
-    WriteStore(LAN_8021X_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_8021X_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
-    corvi.reconfigureWpa = false;
-    Supervisor::Set({true, false, true});
+    corvi.SettleSupplicant(ASSOCIATED);
     corvi.wiredDevice->authWaitTicks = before;
 
     corvi.WiredNetworkSetup();
@@ -438,12 +424,10 @@ void TestCorviWired::authenticationTogglesTheCount()
 
 void TestCorviWired::waitIsCountedByTicks()
 {
-    WriteStore(LAN_8021X_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_8021X_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
-    corvi.reconfigureWpa = false;
-    Supervisor::Set({true, false, false});
+    corvi.SettleSupplicant(RUNNING);
 
     corvi.Tick(7);
 
@@ -452,17 +436,14 @@ void TestCorviWired::waitIsCountedByTicks()
 
 void TestCorviWired::announcedPortFallsBackAfterElevenTicks()
 {
-    WriteStore(LAN_8021X_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_8021X_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
-    corvi.reconfigureWpa = false;
     NetworkDevice *const device = corvi.wiredDevice;
     device->fallbackEnabled = true;
     QVERIFY(device->ipAnnounced);
-    Supervisor::Set({true, false, false});
-    SetLevel(4);
-    Forget();
+    corvi.SettleSupplicant(RUNNING);
+    LogFromHere(4);
 
     corvi.Tick(11);
     QVERIFY(!device->inFallback);
@@ -490,14 +471,12 @@ void TestCorviWired::fallbackAfterElevenTicksNeedsBothFlags()
 {
     QFETCH(bool, isAnnounced);
     QFETCH(bool, isEnabled);
-    WriteStore(LAN_8021X_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_8021X_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
-    corvi.reconfigureWpa = false;
     corvi.wiredDevice->fallbackEnabled = isEnabled;
     corvi.wiredDevice->ipAnnounced = isAnnounced;
-    Supervisor::Set({true, false, false});
+    corvi.SettleSupplicant(RUNNING);
 
     corvi.Tick(60);
 
@@ -508,15 +487,12 @@ void TestCorviWired::fallbackAfterElevenTicksNeedsBothFlags()
 
 void TestCorviWired::fallbackIsForcedAfterSixtyTicks()
 {
-    WriteStore(LAN_8021X_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_8021X_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
-    corvi.reconfigureWpa = false;
-    Supervisor::Set({true, false, false});
+    corvi.SettleSupplicant(RUNNING);
     corvi.Tick(60);
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.Tick();
 
@@ -533,15 +509,13 @@ void TestCorviWired::fallbackIsForcedAfterSixtyTicks()
 
 void TestCorviWired::portInFallbackIsLeftAlone()
 {
-    WriteStore(LAN_8021X_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_8021X_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     corvi.wiredDevice->inFallback = true;
     corvi.wiredDevice->authWaitTicks = 5;
-    Supervisor::Set({});
-    SetLevel(4);
-    Forget();
+    Supervisor::Set(GONE);
+    LogFromHere(4);
 
     corvi.Tick(3);
 
@@ -574,11 +548,9 @@ void TestCorviWired::holdOffWithoutNeedStopsTheSupplicant()
     MakeInterface("eth0");
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.reconfigureWpa = true;
-    corvi.wpaHoldoffTicks = 2;
+    corvi.BeginHoldOff();
     Supervisor::Set({running, restarting, false});
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.ReconfigureWpa(corvi.Device("eth0"));
 
@@ -595,10 +567,8 @@ void TestCorviWired::holdOffCountsOneStepACall()
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
     device->usesSupplicant = true;
-    corvi.reconfigureWpa = true;
-    corvi.wpaHoldoffTicks = 2;
-    SetLevel(4);
-    ClearLog();
+    corvi.BeginHoldOff();
+    LogFromHere(4);
 
     corvi.ReconfigureWpa(device);
     QCOMPARE(corvi.wpaHoldoffTicks, 1);
@@ -630,11 +600,9 @@ void TestCorviWired::holdOffStopsAnActiveSupplicant()
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
     device->usesSupplicant = true;
-    corvi.reconfigureWpa = true;
-    corvi.wpaHoldoffTicks = 2;
+    corvi.BeginHoldOff();
     Supervisor::Set({running, restarting, false});
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.ReconfigureWpa(device);
 
@@ -650,11 +618,10 @@ void TestCorviWired::holdOffWaitsForAPendingStop()
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
     device->usesSupplicant = true;
-    corvi.wpaHoldoffTicks = 2;
-    Supervisor::Set({true, false, false});
+    corvi.BeginHoldOff();
+    Supervisor::Set(RUNNING);
     Supervisor::SetStopPending(true);
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.ReconfigureWpa(device);
 
@@ -673,8 +640,7 @@ void TestCorviWired::reconfigureWithoutNeedOnlyWritesTheFile()
     device->inFallback = true;
     corvi.wpaHoldoffTicks = 0;
     corvi.reconfigureWpa = true;
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.ReconfigureWpa(device);
 
@@ -689,44 +655,38 @@ void TestCorviWired::reconfigureWithoutNeedOnlyWritesTheFile()
 
 void TestCorviWired::linkUpConfiguresTheDevice()
 {
-    WriteStore(LAN_DHCP);
+    MakeMachine(LAN_DHCP, {"eth0"});
     UseDhcpServer();
-    MakeInterface("eth0");
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.Tick();
 
     QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, DHCP_STARTED, ADDRESS_PRESENT}));
-    QStringList own = LogLines().filter(QRegularExpression("^(Wired Device|Configure|Corvi::onWired)"));
-    QCOMPARE(own, QStringList({"Wired Device Connected 1", "Corvi::onWiredStateChange(bool state) 1",
-                               "Configure Wired Network", "Configure Wired Network Complete",
-                               "Corvi::onWiredStateChange(bool state)  complete"}));
+    QCOMPARE(StateLines(), QStringList({"Wired Device Connected 1", "Corvi::onWiredStateChange(bool state) 1",
+                                        "Configure Wired Network", "Configure Wired Network Complete",
+                                        "Corvi::onWiredStateChange(bool state)  complete"}));
     QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.0.0.5"));
 }
 
 void TestCorviWired::linkLossFlushesTheDevice()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick(2);
     listener.Take();
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     PullCable("eth0");
     corvi.Tick();
 
     QCOMPARE(Journal(), QStringList{"ip addr flush eth0"});
     QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
-    const QStringList own = LogLines().filter(QRegularExpression("^(Wired Device|Configure|Corvi::onWired)"));
-    QCOMPARE(own, QStringList({"Wired Device Connected 0", "Corvi::onWiredStateChange(bool state) 0",
-                               "Corvi::onWiredStateChange(bool state)  complete"}));
+    QCOMPARE(StateLines(), QStringList({"Wired Device Connected 0", "Corvi::onWiredStateChange(bool state) 0",
+                                        "Corvi::onWiredStateChange(bool state)  complete"}));
     QVERIFY(!QFile::exists(SUPPLICANT_FILE));
 }
 
@@ -743,8 +703,7 @@ void TestCorviWired::stateChangeWithoutDeviceIsLogged()
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.onWiredStateChange(state);
 
@@ -769,8 +728,7 @@ void TestCorviWired::stateChangeRewritesTheSupplicantFile()
 {
     QFETCH(bool, state);
     QFETCH(bool, usesSupplicant);
-    WriteStore(usesSupplicant ? LAN_8021X_STATIC : LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(usesSupplicant ? LAN_8021X_STATIC : LAN_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     Remove(SUPPLICANT_FILE);
@@ -784,30 +742,25 @@ void TestCorviWired::stateChangeRewritesTheSupplicantFile()
 
 void TestCorviWired::stateIsReportedOnChangeOnly()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     CorviUnderTest corvi;
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
 
     corvi.Tick(4);
-    QCOMPARE(changes.size(), 1);
-    QCOMPARE(changes.takeFirst().first().toBool(), true);
+    QCOMPARE(TakeStates(changes), States{true});
 
     PullCable("eth0");
     corvi.Tick(3);
-    QCOMPARE(changes.size(), 1);
-    QCOMPARE(changes.takeFirst().first().toBool(), false);
+    QCOMPARE(TakeStates(changes), States{false});
 
     PlugCable("eth0");
     corvi.Tick(3);
-    QCOMPARE(changes.size(), 1);
-    QCOMPARE(changes.takeFirst().first().toBool(), true);
+    QCOMPARE(TakeStates(changes), States{true});
 }
 
 void TestCorviWired::refreshFileReportsTheStateAgain()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(3);
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
@@ -817,12 +770,11 @@ void TestCorviWired::refreshFileReportsTheStateAgain()
     corvi.Tick();
 
     QVERIFY(!QFile::exists(REFRESH_FLAG));
-    QCOMPARE(changes.size(), 1);
-    QCOMPARE(changes.first().first().toBool(), true);
+    QCOMPARE(TakeStates(changes), States{true});
     QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth0 10.1.0.2 netmask 255.255.255.0 up"});
 
     corvi.Tick();
-    QCOMPARE(changes.size(), 1);
+    QCOMPARE(TakeStates(changes), States());
 }
 
 void TestCorviWired::refreshFileWithoutLinkIsConsumed_data()
@@ -850,13 +802,12 @@ void TestCorviWired::refreshFileWithoutLinkIsConsumed()
     corvi.Tick();
 
     QVERIFY(!QFile::exists(REFRESH_FLAG));
-    QCOMPARE(changes.size(), 0);
+    QCOMPARE(TakeStates(changes), States());
 }
 
 void TestCorviWired::refreshFileDoesNotHideALoss()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
+    MakeMachine(LAN_STATIC, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(3);
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
@@ -866,8 +817,7 @@ void TestCorviWired::refreshFileDoesNotHideALoss()
     WriteFile(REFRESH_FLAG, "");
     corvi.Tick();
 
-    QCOMPARE(changes.size(), 1);
-    QCOMPARE(changes.first().first().toBool(), false);
+    QCOMPARE(TakeStates(changes), States{false});
     QCOMPARE(Journal(), QStringList{"ip addr flush eth0"});
 }
 
@@ -888,29 +838,9 @@ void TestCorviWired::refreshFileReadsTheDeviceAgain()
     QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.0.0.7"));
 }
 
-namespace {
-
-/// As if the last DHCP attempt were this long ago.
-void Age(RetryPause &pause, int attempts, std::chrono::seconds age)
-{
-    const auto then = RetryPause::Time::clock::now() - age;
-    pause.Reset();
-    pause.IsDue(then);
-    for (int i = 0; i < attempts; ++i)
-        pause.NoteAttempt(then);
-}
-
-int DhcpAttempts()
-{
-    return JournalOf("dhclient -v").size();
-}
-
-} // namespace
-
 void TestCorviWired::failedDhcpIsRetriedAfterGrowingPauses()
 {
-    WriteStore(LAN_DHCP);
-    MakeInterface("eth0");
+    MakeMachine(LAN_DHCP, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     QCOMPARE(DhcpAttempts(), 1);
@@ -932,8 +862,7 @@ void TestCorviWired::failedDhcpIsRetriedAfterGrowingPauses()
 
 void TestCorviWired::lateServerIsFound()
 {
-    WriteStore(LAN_DHCP);
-    MakeInterface("eth0");
+    MakeMachine(LAN_DHCP, {"eth0"});
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick(2);
@@ -973,13 +902,11 @@ void TestCorviWired::retryNeedsAReason()
     QFETCH(bool, associated);
     QFETCH(bool, inFallback);
     QFETCH(bool, isRetried);
-    WriteStore(store);
-    MakeInterface("eth0");
+    MakeMachine(store, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
-    corvi.reconfigureWpa = false;
     corvi.wiredDevice->inFallback = inFallback;
-    Supervisor::Set({true, false, associated});
+    corvi.SettleSupplicant({true, false, associated});
     RealIp({"addr", "flush", "dev", "eth0"});
     Age(corvi.wiredRetry, 0, std::chrono::seconds(10));
     Forget();
@@ -992,9 +919,7 @@ void TestCorviWired::retryNeedsAReason()
 
 void TestCorviWired::addressThatCameInTheSameTickNeedsNoRetry()
 {
-    WriteStore(LAN_DHCP);
-    MakeInterface("eth0");
-    MakeInterface("eth1");
+    MakeMachine(LAN_DHCP, {"eth0", "eth1"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     // The second port is stopped when the first one has been looked at.
@@ -1012,8 +937,7 @@ void TestCorviWired::addressThatCameInTheSameTickNeedsNoRetry()
 
 void TestCorviWired::retriesStopFillingTheLog()
 {
-    WriteStore(LAN_DHCP);
-    MakeInterface("eth0");
+    MakeMachine(LAN_DHCP, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
 
@@ -1028,8 +952,7 @@ void TestCorviWired::retriesStopFillingTheLog()
 
 void TestCorviWired::lostLinkStartsThePausesAnew()
 {
-    WriteStore(LAN_DHCP);
-    MakeInterface("eth0");
+    MakeMachine(LAN_DHCP, {"eth0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     Age(corvi.wiredRetry, 3, std::chrono::seconds(0));

@@ -96,11 +96,9 @@ void TestCorviWireless::wiredStopsAndForgetsWireless()
     MakeInterface("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
+    corvi.AdoptWireless("wlan0");
     corvi.wirelessDevice->Up();
-    corvi.wirelessConfigured = true;
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(true);
 
@@ -116,12 +114,10 @@ void TestCorviWireless::keepFileLeavesWirelessAsItIs()
     MakeInterface("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
+    corvi.AdoptWireless("wlan0");
     corvi.wirelessDevice->Up();
-    corvi.wirelessConfigured = true;
     WriteFile(KEEP_WIRELESS_FLAG, "");
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(true);
 
@@ -136,8 +132,7 @@ void TestCorviWireless::wiredWithoutWirelessDoesNothing()
     MakeInterface("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(6);
-    Forget();
+    LogFromHere(6);
 
     corvi.WirelessNetworkSetup(true);
 
@@ -147,9 +142,7 @@ void TestCorviWireless::wiredWithoutWirelessDoesNothing()
 
 void TestCorviWireless::wirelessIsPickedAfreshAfterWired()
 {
-    WriteStore(LAN_STATIC);
-    MakeInterface("eth0");
-    MakeInterface("wlan0");
+    MakeMachine(LAN_STATIC, {"eth0", "wlan0"});
     PullCable("eth0");
     CorviUnderTest corvi;
     corvi.Tick(4);
@@ -171,8 +164,7 @@ void TestCorviWireless::noWirelessInterfaceDoesNothing()
 {
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
 
@@ -186,8 +178,7 @@ void TestCorviWireless::missingDeviceIsSkipped()
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.wirelessInterfaces = QStringList({"wlan0", "wlan1"});
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
 
@@ -213,16 +204,14 @@ void TestCorviWireless::firstDeviceByNameIsUsed()
 
 void TestCorviWireless::firstBringUpStartsTheDevice()
 {
-    WriteStore(WLAN);
-    MakeInterface("wlan0");
+    MakeMachine(WLAN, {"wlan0"});
     PullCable("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.wpaHoldoffTicks = 0;
     corvi.reconfigureWpa = false;
     Corvi::conn_counter = 5;
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
 
@@ -246,13 +235,11 @@ void TestCorviWireless::firstBringUpStartsTheDevice()
 
 void TestCorviWireless::fileThatIsCurrentIsNotWrittenAgain()
 {
-    WriteStore(WLAN);
-    MakeInterface("wlan0");
+    MakeMachine(WLAN, {"wlan0"});
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.wpaConfUpdated = true;
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
 
@@ -263,14 +250,12 @@ void TestCorviWireless::fileThatIsCurrentIsNotWrittenAgain()
 
 void TestCorviWireless::carrierThatIsThereIsUsed()
 {
-    WriteStore(WLAN);
-    MakeInterface("wlan0");
-    RealIp({"link", "set", "dev", "wlan0", "up"});
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
     Corvi::conn_counter = 5;
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
 
@@ -286,15 +271,13 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
 
 void TestCorviWireless::unconfiguredDeviceBeginsTheHoldOff()
 {
-    WriteStore(WLAN);
-    MakeInterface("wlan0");
+    MakeMachine(WLAN, {"wlan0"});
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.wirelessDevice = corvi.Device("wlan0");
     corvi.reconfigureWpa = false;
     corvi.wpaHoldoffTicks = 0;
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
 
@@ -311,25 +294,22 @@ void TestCorviWireless::unconfiguredDeviceBeginsTheHoldOff()
 
 void TestCorviWireless::holdOffGoesOnEveryTick()
 {
-    WriteStore(WLAN);
-    MakeInterface("wlan0");
+    MakeMachine(WLAN, {"wlan0"});
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
-    corvi.wirelessConfigured = true;
-    corvi.reconfigureWpa = true;
-    corvi.wpaHoldoffTicks = 2;
+    corvi.AdoptWireless("wlan0");
+    corvi.BeginHoldOff();
 
     corvi.WirelessNetworkSetup(false);
     QCOMPARE(corvi.wpaHoldoffTicks, 1);
 
     // Something else starts one meanwhile: it is stopped, and nothing is counted.
-    Supervisor::Set({true, false, false});
+    Supervisor::Set(RUNNING);
     corvi.WirelessNetworkSetup(false);
     QCOMPARE(corvi.wpaHoldoffTicks, 1);
     QVERIFY(Supervisor::IsStopRequested());
 
-    Supervisor::Set({});
+    Supervisor::Set(GONE);
     corvi.WirelessNetworkSetup(false);
     QCOMPARE(corvi.wpaHoldoffTicks, 0);
     QVERIFY(corvi.reconfigureWpa);
@@ -340,12 +320,9 @@ void TestCorviWireless::nothingIsToDoWhileTheSupplicantRuns()
     MakeInterface("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
-    corvi.wirelessConfigured = true;
-    corvi.reconfigureWpa = false;
-    Supervisor::Set({true, false, false});
-    SetLevel(4);
-    Forget();
+    corvi.AdoptWireless("wlan0");
+    corvi.SettleSupplicant(RUNNING);
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
 
@@ -358,11 +335,9 @@ void TestCorviWireless::supplicantThatIsGoneIsStartedAgain()
     MakeInterface("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
-    corvi.wirelessConfigured = true;
-    corvi.reconfigureWpa = false;
+    corvi.AdoptWireless("wlan0");
     corvi.wpaHoldoffTicks = 0;
-    Supervisor::Set({});
+    corvi.SettleSupplicant(GONE);
     ClearLog();
 
     corvi.WirelessNetworkSetup(false);
@@ -381,10 +356,8 @@ void TestCorviWireless::supplicantThatRestartsIsNotStartedAgain()
     MakeInterface("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
-    corvi.wirelessConfigured = true;
-    corvi.reconfigureWpa = false;
-    Supervisor::Set({false, true, false});
+    corvi.AdoptWireless("wlan0");
+    corvi.SettleSupplicant(RESTARTING);
     ClearLog();
 
     corvi.WirelessNetworkSetup(false);
@@ -398,13 +371,10 @@ void TestCorviWireless::changedFileStopsTheSupplicant()
     MakeInterface("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
-    corvi.wirelessConfigured = true;
-    corvi.reconfigureWpa = true;
-    corvi.wpaHoldoffTicks = 2;
-    Supervisor::Set({true, false, true});
-    SetLevel(4);
-    ClearLog();
+    corvi.AdoptWireless("wlan0");
+    corvi.BeginHoldOff();
+    Supervisor::Set(ASSOCIATED);
+    LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
 
@@ -444,44 +414,36 @@ void TestCorviWireless::addressIsRetriedWhileAssociated()
     QFETCH(bool, hasCarrier);
     QFETCH(bool, hasAddress);
     QFETCH(int, ageSeconds);
-    WriteStore(WLAN);
-    MakeInterface("wlan0");
-    RealIp({"link", "set", "dev", "wlan0", "up"});
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
     if (!hasCarrier)
         PullCable("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
-    corvi.wirelessConfigured = true;
-    corvi.reconfigureWpa = false;
+    corvi.AdoptWireless("wlan0");
     corvi.wirelessDevice->ConfigureNetwork(true);
     if (hasAddress)
         RealIp({"addr", "add", "10.0.0.5/24", "dev", "wlan0"});
-    Supervisor::Set({true, false, associated});
-    corvi.wirelessRetry.Reset();
-    corvi.wirelessRetry.IsDue(RetryPause::Time::clock::now() - std::chrono::seconds(ageSeconds));
+    corvi.SettleSupplicant({true, false, associated});
+    Age(corvi.wirelessRetry, 0, std::chrono::seconds(ageSeconds));
     Forget();
 
     corvi.WirelessNetworkSetup(false);
 
-    QTEST(JournalOf("dhclient -v").size(), "attempts");
+    QTEST(DhcpAttempts(), "attempts");
 }
 
 void TestCorviWireless::deviceThatMissedItsEventIsConfigured()
 {
     // The supplicant was connected before anybody listened to it.
-    WriteStore(WLAN);
+    MakeMachine(WLAN, {"wlan0"});
     UseDhcpServer();
-    MakeInterface("wlan0");
-    RealIp({"link", "set", "dev", "wlan0", "up"});
+    BringUp("wlan0");
     CorviUnderTest corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
-    corvi.wirelessConfigured = true;
-    corvi.reconfigureWpa = false;
-    Supervisor::Set({true, false, true});
-    corvi.wirelessRetry.Reset();
-    corvi.wirelessRetry.IsDue(RetryPause::Time::clock::now() - std::chrono::seconds(10));
+    corvi.AdoptWireless("wlan0");
+    corvi.SettleSupplicant(ASSOCIATED);
+    Age(corvi.wirelessRetry, 0, std::chrono::seconds(10));
 
     corvi.WirelessNetworkSetup(false);
 
@@ -490,16 +452,14 @@ void TestCorviWireless::deviceThatMissedItsEventIsConfigured()
 
 void TestCorviWireless::associationConfiguresWireless()
 {
-    WriteStore(WLAN);
+    MakeMachine(WLAN, {"wlan0"});
     UseDhcpServer();
-    MakeInterface("wlan0");
-    RealIp({"link", "set", "dev", "wlan0", "up"});
+    BringUp("wlan0");
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.wirelessDevice = corvi.Device("wlan0");
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.onAssociatedChanged(true);
 
@@ -516,9 +476,8 @@ void TestCorviWireless::associationConfiguresWireless()
 
 void TestCorviWireless::lossOfAssociationIsOnlyReported()
 {
-    WriteStore(WLAN);
-    MakeInterface("wlan0");
-    RealIp({"link", "set", "dev", "wlan0", "up"});
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick();
@@ -543,16 +502,14 @@ void TestCorviWireless::associationOfAWiredDevice_data()
 void TestCorviWireless::associationOfAWiredDevice()
 {
     QFETCH(bool, state);
-    WriteStore(LAN_DHCP);
+    MakeMachine(LAN_DHCP, {"eth0"});
     UseDhcpServer();
-    MakeInterface("eth0");
-    RealIp({"link", "set", "dev", "eth0", "up"});
+    BringUp("eth0");
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.wiredDevice = corvi.Device("eth0");
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.onAssociatedChanged(state);
 
@@ -560,7 +517,7 @@ void TestCorviWireless::associationOfAWiredDevice()
                                       "Wireless device not defined"}));
     QCOMPARE(listener.Take(),
              state ? Events({ASSOCIATION_UP, DHCP_STARTED, ADDRESS_PRESENT}) : Events({ASSOCIATION_DOWN}));
-    QCOMPARE(JournalOf("dhclient -v").size(), int(state));
+    QCOMPARE(DhcpAttempts(), int(state));
     QCOMPARE(JournalOf("killall"), QStringList());
 }
 
@@ -577,8 +534,7 @@ void TestCorviWireless::associationWithoutDevices()
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick();
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.onAssociatedChanged(state);
 
@@ -591,8 +547,7 @@ void TestCorviWireless::associationWithoutDevices()
 void TestCorviWireless::slotsOfSilentSignalsOnlyLog()
 {
     CorviUnderTest corvi;
-    SetLevel(4);
-    Forget();
+    LogFromHere(4);
 
     corvi.onWifiConnected();
     corvi.onScanningFailed();
@@ -617,9 +572,7 @@ void TestCorviWireless::fileHoldsTheNamedInterface()
     QFETCH(QString, interfaceName);
     QFETCH(bool, hasWired);
     QFETCH(bool, hasWireless);
-    WriteStore(WLAN_AND_8021X);
-    MakeInterface("eth0");
-    MakeInterface("wlan0");
+    MakeMachine(WLAN_AND_8021X, {"eth0", "wlan0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     QVERIFY(corvi.Device("eth0")->usesSupplicant && corvi.Device("eth0")->isRunning);
@@ -655,8 +608,7 @@ void TestCorviWireless::fileHoldsWhoContributes()
     QFETCH(bool, usesSupplicant);
     QFETCH(bool, isRunning);
     QFETCH(bool, contributes);
-    WriteStore(WLAN_AND_8021X);
-    MakeInterface(interfaceName);
+    MakeMachine(WLAN_AND_8021X, {interfaceName});
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.Device(interfaceName)->usesSupplicant = usesSupplicant;
@@ -675,8 +627,7 @@ void TestCorviWireless::fileIsTracedByInterface()
     corvi.Tick();
     corvi.allInterfaces = QStringList({"wlan0", "gone0", "eth0"});
     corvi.Device("wlan0")->isRunning = true;
-    SetLevel(4);
-    ClearLog();
+    LogFromHere(4);
 
     corvi.UpdateWpaConfFile(QString());
 
