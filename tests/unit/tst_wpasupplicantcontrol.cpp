@@ -35,6 +35,17 @@ void Deliver()
     QCoreApplication::processEvents();
 }
 
+/// Open on wlan0, where the test has put a supplicant.
+class OpenControl : public WpaSupplicantControl
+{
+public:
+    OpenControl() : WpaSupplicantControl(nullptr)
+    {
+        if (!openControlInterface(QStringLiteral("wlan0")))
+            qFatal("no control connection");
+    }
+};
+
 } // namespace
 
 class TestWpaSupplicantControl : public QObject
@@ -183,8 +194,7 @@ void TestWpaSupplicantControl::leavesNothingWhenOpenedTwice()
     FakeSupplicant supplicant;
     const int descriptors = OpenDescriptors();
     {
-        WpaSupplicantControl control(nullptr);
-        QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+        OpenControl control;
         QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
         QCOMPARE(LocalNames(), 1);
         QCOMPARE(control.findChildren<QSocketNotifier *>().size(), 1);
@@ -195,8 +205,7 @@ void TestWpaSupplicantControl::leavesNothingWhenOpenedTwice()
 void TestWpaSupplicantControl::detachesWhenClosed()
 {
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
 
     control.closeControlInterface();
 
@@ -208,8 +217,7 @@ void TestWpaSupplicantControl::detachesWhenClosed()
 void TestWpaSupplicantControl::closesTwice()
 {
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
 
     control.closeControlInterface();
     control.closeControlInterface();
@@ -221,8 +229,7 @@ void TestWpaSupplicantControl::closesWhenDestroyed()
 {
     FakeSupplicant supplicant;
     {
-        WpaSupplicantControl control(nullptr);
-        QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+        OpenControl control;
     }
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "DETACH"}));
 }
@@ -231,8 +238,7 @@ void TestWpaSupplicantControl::closesThoughDetachIsRefused()
 {
     FakeSupplicant supplicant;
     supplicant.SetReply("DETACH", "FAIL\n");
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
 
     control.closeControlInterface();
 
@@ -254,8 +260,7 @@ void TestWpaSupplicantControl::emitsEvents()
 {
     QFETCH(QByteArray, event);
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
 
     QVERIFY(supplicant.SendEvent(event));
@@ -280,8 +285,7 @@ void TestWpaSupplicantControl::dropsNoise()
 {
     QFETCH(QByteArray, event);
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
 
     QVERIFY(supplicant.SendEvent(event));
@@ -294,8 +298,7 @@ void TestWpaSupplicantControl::dropsNoise()
 void TestWpaSupplicantControl::emitsUpToTheFirstZeroByte()
 {
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
 
     QVERIFY(supplicant.SendEvent(QByteArray("<3>one\0two", 10)));
@@ -307,8 +310,7 @@ void TestWpaSupplicantControl::emitsUpToTheFirstZeroByte()
 void TestWpaSupplicantControl::cutsLongEvents()
 {
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
 
     QVERIFY(supplicant.SendEvent("<3>" + QByteArray(20000, '\xe9')));
@@ -320,8 +322,7 @@ void TestWpaSupplicantControl::cutsLongEvents()
 void TestWpaSupplicantControl::readsOneDatagramAtATime()
 {
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
     QVERIFY(supplicant.SendEvent("<3>one"));
     QVERIFY(supplicant.SendEvent("<3>two"));
@@ -336,8 +337,7 @@ void TestWpaSupplicantControl::readsOneDatagramAtATime()
 void TestWpaSupplicantControl::emitsNothingAfterClosing()
 {
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
     QVERIFY(supplicant.SendEvent("<3>one"));
 
@@ -386,8 +386,7 @@ void TestWpaSupplicantControl::returnsReplies()
     QFETCH(QByteArray, reply);
     FakeSupplicant supplicant;
     supplicant.SetReply("STATUS", reply);
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
 
     QTEST(control.SendCommand(QStringLiteral("STATUS")), "expected");
 }
@@ -395,8 +394,7 @@ void TestWpaSupplicantControl::returnsReplies()
 void TestWpaSupplicantControl::sendsTheLengthInCharacters()
 {
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
 
     // 3 characters and 4 bytes.
     control.SendCommand(QString::fromUtf8("a\xc3\xa9z"));
@@ -408,8 +406,7 @@ void TestWpaSupplicantControl::cutsLongReplies()
 {
     FakeSupplicant supplicant;
     supplicant.SetReply("STATUS", QByteArray(20000, 'x'));
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
 
     QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), QString(16383, QLatin1Char('x')));
 }
@@ -425,8 +422,7 @@ void TestWpaSupplicantControl::failsAfterTenSeconds()
 {
     FakeSupplicant supplicant;
     supplicant.SetSilent("STATUS");
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     QElapsedTimer timer;
     timer.start();
 
@@ -441,8 +437,7 @@ void TestWpaSupplicantControl::failsAfterTenSeconds()
 void TestWpaSupplicantControl::failsAtOnceWhenTheSupplicantIsGone()
 {
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     supplicant.Die();
     QElapsedTimer timer;
     timer.start();
@@ -458,8 +453,7 @@ void TestWpaSupplicantControl::losesEventsDuringACommand()
     FakeSupplicant::Answer answer;
     answer.eventsFirst = {"<3>CTRL-EVENT-CONNECTED"};
     supplicant.SetAnswer("STATUS", answer);
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
 
     QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), QStringLiteral("OK\n"));
@@ -472,8 +466,7 @@ void TestWpaSupplicantControl::noticesADeadSupplicant()
 {
     FakeSupplicant supplicant;
     const int descriptors = OpenDescriptors();
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     supplicant.Die();
     TestSupport::ClearLog();
 
@@ -508,8 +501,7 @@ void TestWpaSupplicantControl::leavesALiveSupplicantAlone()
 void TestWpaSupplicantControl::keepsTheConnectionWhenTheNameIsGone()
 {
     FakeSupplicant supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
     TestSupport::ClearLog();
 
@@ -526,8 +518,7 @@ void TestWpaSupplicantControl::keepsTheConnectionWhenTheNameIsGone()
 void TestWpaSupplicantControl::tellsOnceThatTheSupplicantIsStopped()
 {
     FakeSupplicantProcess supplicant;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     TestSupport::ClearLog();
 
     supplicant.Stop();
@@ -553,8 +544,7 @@ void TestWpaSupplicantControl::tellsOnceThatTheSupplicantIsStopped()
 void TestWpaSupplicantControl::opensToASuccessor()
 {
     FakeSupplicant first;
-    WpaSupplicantControl control(nullptr);
-    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    OpenControl control;
     first.Die();
     FakeSupplicant second;
 
@@ -570,8 +560,7 @@ void TestWpaSupplicantControl::leavesNothingAfterManyOpenings()
     FakeSupplicant supplicant;
     const int descriptors = OpenDescriptors();
     for (int i = 0; i < 200; ++i) {
-        WpaSupplicantControl control(nullptr);
-        QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+        OpenControl control;
     }
 
     QCOMPARE(OpenDescriptors(), descriptors);
