@@ -31,9 +31,6 @@ constexpr auto REPLY_TIME_LIMIT = 10s;
 constexpr auto REPLY_WAIT_STEP = 100ms;
 constexpr auto SEND_TIME_LIMIT = 5s;
 constexpr unsigned SEND_RETRY_SECONDS = 1;
-/// More than a socket's queue holds (net.unix.max_dgram_qlen, 10 to 512); a peer that sends without end must
-/// not keep us from sending.
-constexpr int WAITING_DATAGRAMS_LIMIT = 1000;
 
 /// Tells the names of several connections of one process apart.
 uint32_t openCounter = 0;
@@ -185,29 +182,6 @@ bool IsEvent(const char *datagram, size_t length)
     return (length > 0 && datagram[0] == '<') || (length >= 7 && memcmp(datagram, "IFNAME=", 7) == 0);
 }
 
-/// False when the datagram is not an event.
-bool HandEventOver(char *datagram, size_t length, size_t room, WpaCtrlMessageCallback callback)
-{
-    if (!IsEvent(datagram, length))
-        return false;
-    if (callback) {
-        const size_t end = std::min(length, room - 1);
-        datagram[end] = '\0';
-        callback(datagram, end);
-    }
-    return true;
-}
-
-void DropWaitingDatagrams(wpa_ctrl *ctrl, char *buffer, size_t room, WpaCtrlMessageCallback callback)
-{
-    for (int i = 0; i < WAITING_DATAGRAMS_LIMIT; ++i) {
-        const ssize_t received = ReceiveReply(ctrl, buffer, room);
-        if (received < 0)
-            return;
-        (void)HandEventOver(buffer, static_cast<size_t>(received), room, callback);
-    }
-}
-
 int RequestOk(wpa_ctrl *ctrl, const char *cmd)
 {
     char reply[10];
@@ -268,7 +242,6 @@ void wpa_ctrl_close(wpa_ctrl *ctrl)
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *reply, size_t *replyLength,
                      WpaCtrlMessageCallback callback)
 {
-    DropWaitingDatagrams(ctrl, reply, *replyLength, callback);
     if (!SendWithRetries(ctrl, cmd, cmdLength))
         return -1;
     for (;;) {
@@ -281,9 +254,14 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *re
         if (received < 0)
             return static_cast<int>(received);
         const auto length = static_cast<size_t>(received);
-        if (!HandEventOver(reply, length, *replyLength, callback)) {
+        if (!IsEvent(reply, length)) {
             *replyLength = length;
             return 0;
+        }
+        if (callback) {
+            const size_t end = std::min(length, *replyLength - 1);
+            reply[end] = '\0';
+            callback(reply, end);
         }
     }
 }

@@ -32,9 +32,8 @@ void wpa_ctrl_close(wpa_ctrl *ctrl);
 
 /// Sends one command and waits for its reply. 0 on success, -2 when no reply came within 10 s, -1 or a
 /// negative system result on error; a supplicant that ends before it answers is an error. Events that arrive
-/// meanwhile go to the callback or are dropped, and each gives the reply another 10 s. What waits in the
-/// socket from before is treated alike: a reply among it is the late one of a command that was given up. A
-/// supplicant that takes no more datagrams is tried again for 5 s.
+/// meanwhile go to the callback or are dropped, and each gives the reply another 10 s.
+/// A supplicant that takes no more datagrams is tried again for 5 s.
 int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *reply, size_t *replyLength,
                      WpaCtrlMessageCallback callback);
 

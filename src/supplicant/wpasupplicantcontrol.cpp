@@ -119,6 +119,8 @@ void WpaSupplicantControl::CheckPeer()
         return;
     if (!wpa_ctrl_peer_alive(connection.get())) {
         Log(2) << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
+        while (ReceiveMessage())
+            continue;
         Disconnect();
         return;
     }
@@ -165,14 +167,21 @@ QString WpaSupplicantControl::SendCommand(const QString &cmd)
 
 void WpaSupplicantControl::ReadMessage()
 {
+    (void)ReceiveMessage(); // The notifier speaks again when more is waiting.
+}
+
+/// Reads one datagram and passes it on; false when there is none.
+bool WpaSupplicantControl::ReceiveMessage()
+{
     if (!connection)
-        return;
+        return false;
     Buffer buffer;
     size_t length = buffer.size() - 1;
     if (wpa_ctrl_recv(connection.get(), buffer.data(), &length) != 0)
-        return;
+        return false;
     buffer[length] = '\0';
     const QString message = QString::fromLatin1(buffer.data());
     if (!IsNoise(message))
         emit MessageReady(message);
+    return true;
 }

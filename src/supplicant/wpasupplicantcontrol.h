@@ -28,8 +28,8 @@ public:
     /// Closes without a word to the supplicant, whose answer might have to be waited for.
     void Disconnect();
     bool isCtrlOpen() const;
-    /// Notices a supplicant that is gone without sending it anything: isCtrlOpen() is false from then on.
-    /// Tells of one that is stopped or out of sight; the connection to it stays.
+    /// Notices a supplicant that is gone without sending it anything: isCtrlOpen() is false from then on. Its
+    /// last events come first. Tells of one that is stopped or out of sight; the connection to it stays.
     void CheckPeer();
 
     /// The supplicant's reply with its line feed, or "WPA_CTRL_ERROR: Control not Open" where there is no
@@ -48,6 +48,7 @@ private slots:
 private:
     void TellOfRemoval();
     void TellOfStop();
+    bool ReceiveMessage();
     void Listen();
 
     [[maybe_unused]] QString interface; ///< kept empty

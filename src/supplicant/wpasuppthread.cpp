@@ -26,8 +26,8 @@ constexpr unsigned long END_PASS_MS = 1000;
 constexpr unsigned long END_PAUSE_MS = 100;
 constexpr unsigned long LAUNCH_PAUSE_MS = 10;
 
-/// One to finish the stop that a start began with, one to open the control connection.
-constexpr int WAITING_TICKS_LIMIT = 2;
+/// Ticks that a busy main thread still gets afterwards: the 7 of a restart, and not all those of an hour.
+constexpr int WAITING_TICKS_LIMIT = 8;
 
 } // namespace
 
@@ -71,17 +71,21 @@ void WpaSuppThread::run()
     QMetaObject::invokeMethod(this, "OnWorkerEnded", Qt::QueuedConnection);
 }
 
-/// On the worker thread. The object lives on the main thread, so each tick is queued to it. Of those that it
-/// is too busy for, no more wait than a start needs at once: where a tick itself waits 10 s for a supplicant
-/// that does not answer, ten more would follow each one and leave the main thread time for nothing else.
+/// On the worker thread. The object lives on the main thread, so each tick is queued to it.
 void WpaSuppThread::QueueTick()
 {
-    if (waitingTicks >= WAITING_TICKS_LIMIT)
-        return;
-    ++waitingTicks;
+    if (waitingTicks < WAITING_TICKS_LIMIT && waitingTicks++ == 0)
+        PostTick();
+}
+
+/// One at a time: where each tick waits 10 s for a supplicant that does not answer, a queue of them would
+/// keep the main thread from all else for minutes.
+void WpaSuppThread::PostTick()
+{
     const auto tick = [this] {
         MyTimerTimeout();
-        --waitingTicks;
+        if (--waitingTicks > 0)
+            PostTick();
     };
     QMetaObject::invokeMethod(this, tick, Qt::QueuedConnection);
 }

@@ -142,7 +142,8 @@ protected:
 
 private:
     void QueueTick();
+    void PostTick();
 
     static WpaSuppThread *_me;
-    std::atomic<int> waitingTicks{0}; ///< queued to the main thread, or just carried out there
+    std::atomic<int> waitingTicks{0}; ///< for the main thread, the one that it carries out included
 };

@@ -117,8 +117,6 @@ private slots:
     void waitsAfreshAfterAnEvent();
     void triesFiveSecondsToSend();
     void sendsOnceThereIsRoom();
-    void dropsALateReply();
-    void handsEarlierEventsToTheCallback();
     void failsAtOnceWhenThePeerIsGone();
     void endsTheWaitWhenThePeerDies();
 
@@ -448,31 +446,6 @@ void TestWpaCtrl::sendsOnceThereIsRoom()
     QCOMPARE(reply.text, QByteArray("OK\n"));
     // Tried again a second apart.
     QVERIFY2(elapsed >= 2000 && elapsed < 2900, qPrintable(QString::number(elapsed)));
-}
-
-void TestWpaCtrl::dropsALateReply()
-{
-    FakeSupplicant supplicant;
-    supplicant.SetReply("PING", "PONG\n");
-    const Ctrl ctrl = Open();
-    QCOMPARE(wpa_ctrl_attach(ctrl.get()), 0);
-    // What a command that was given up is answered in the end.
-    for (int i = 0; i < 3; ++i)
-        QVERIFY(supplicant.SendEvent("wpa_state=COMPLETED\n"));
-
-    QCOMPARE(Request(ctrl, "PING").text, QByteArray("PONG\n"));
-}
-
-void TestWpaCtrl::handsEarlierEventsToTheCallback()
-{
-    FakeSupplicant supplicant;
-    const Ctrl ctrl = Open();
-    QCOMPARE(wpa_ctrl_attach(ctrl.get()), 0);
-    QVERIFY(supplicant.SendEvent("<3>one"));
-
-    QCOMPARE(Request(ctrl, "PING", 4096, RememberEvent).text, QByteArray("OK\n"));
-
-    QCOMPARE(seenEvents, QList<QByteArray>{"<3>one"});
 }
 
 void TestWpaCtrl::failsAtOnceWhenThePeerIsGone()

@@ -83,6 +83,7 @@ private slots:
     void forgetsTheTicksWhenAssociated();
     void saysEverySixtyTicksThatItCannotConnect();
     void noticesADeathWithinTwoTicks();
+    void hearsTheLastWordsOfADeadSupplicant();
     void endsInIdleAfterADeath();
     void staysWhenTheControlFolderIsRemoved();
     void survivesARefusedAttach();
@@ -615,6 +616,24 @@ void TestWpaSuppThreadEvents::noticesADeathWithinTwoTicks()
     QVERIFY(supervisor->running);
     QCOMPARE(changes.size(), 0);
     QCOMPARE(TestSupport::LogText().count("Nobody answers any more"), 1);
+}
+
+void TestWpaSuppThreadEvents::hearsTheLastWordsOfADeadSupplicant()
+{
+    supervisor->Supervise();
+    supervisor->associated = true;
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+
+    // A tick that waited for a busy main thread comes before the notifier.
+    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-DISCONNECTED reason=3"));
+    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-TERMINATING "));
+    supplicant->Die();
+    supervisor->Tick();
+
+    QVERIFY(supervisor->stopRunning);
+    QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
+    supervisor->Tick();
+    QVERIFY(!supervisor->running);
 }
 
 void TestWpaSuppThreadEvents::endsInIdleAfterADeath()
