@@ -18,17 +18,21 @@ build_quietly() {
     }
 }
 
+# The servers of the demo and the virtual machine need root.
+elevate=
+[ "$(id -u)" = 0 ] || elevate=sudo
 mkdir -p build
 case ${1:-wired} in
     wired)
         scripts/install-deps.sh
         build_quietly
-        CORVI_BUILD_DIR=$PWD/build/release exec tests/sandbox/run --platform /usr/bin/python3 -B scripts/demo_wired.py
+        exec $elevate env CORVI_BUILD_DIR="$PWD/build/release" \
+            tests/sandbox/run --platform /usr/bin/python3 -B scripts/demo_wired.py
         ;;
     wifi)
         scripts/install-deps.sh vm
         build_quietly
-        exec tests/vm/run --build-dir "$PWD/build/release" demo
+        exec $elevate tests/vm/run --build-dir "$PWD/build/release" demo
         ;;
     *)
         echo 'usage: demo.sh [wifi]' >&2

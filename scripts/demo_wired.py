@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
-"""The first act of demo.sh: Ethernet, from nothing to a static address. Runs in the sandbox."""
+"""What demo.sh shows of Ethernet, from nothing to a static address. Runs in the sandbox."""
 
 import subprocess
 import sys
