@@ -7,7 +7,7 @@
 set -eu
 
 cd "$(dirname "$(readlink -f "$0")")/.."
-preset=$1
+preset=${1:?usage: build.sh PRESET [TARGET...]}
 shift
 
 if command -v ccache >/dev/null; then

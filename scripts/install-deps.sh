@@ -32,7 +32,6 @@ done
 [ -n "$missing" ] || exit 0
 
 echo "Installing Debian packages:$missing"
-export DEBIAN_FRONTEND=noninteractive
 as_root apt-get -qq update
 # The names must become separate words.
 # shellcheck disable=SC2086
