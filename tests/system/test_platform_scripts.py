@@ -25,6 +25,11 @@ def script(name, *arguments, expect=0, timeout=30):
     return result.stdout
 
 
+def update(listed="10.0.0.9\tprinter\n127.0.0.1\tlocalhost\n"):
+    HOST_LIST.write_text(listed)
+    script("update_hosts")
+
+
 def fake(name, body):
     """A program of this name that notes its arguments in /tmp/fakes/calls and then runs the shell lines."""
     path = FAKES / name
@@ -44,7 +49,7 @@ class ScriptTest(SystemTest):
 
 
 class StopDhclient(ScriptTest):
-    def start_client(self, body, *arguments):
+    def start_client(self, *arguments, body="import time; print(flush=True); time.sleep(60)"):
         """A process that is called dhclient and, unlike a shell script, shows as such."""
         program = FAKES / "dhclient"
         if not program.exists():
@@ -56,12 +61,17 @@ class StopDhclient(ScriptTest):
         self.addCleanup(process.kill)
         return process
 
+    def given_default_route(self, name, metric):
+        self.cable(name)
+        run("ip", "addr", "add", f"10.{metric}.0.2/24", "dev", name)
+        run("ip", "link", "set", "dev", name, "up")
+        run("ip", "route", "add", "default", "via", f"10.{metric}.0.1", "dev", name, "metric", metric)
+
     def test_nothing_to_end(self):
         script("stop_dhclient.sh")
 
     def test_ends_every_client_before_it_returns(self):
-        body = "import time; print(flush=True); time.sleep(60)"
-        clients = [self.start_client(body), self.start_client(body)]
+        clients = [self.start_client(), self.start_client()]
 
         script("stop_dhclient.sh")
 
@@ -69,8 +79,8 @@ class StopDhclient(ScriptTest):
             self.assertEqual(client.wait(0.5), -15)
 
     def test_insists_with_a_client_that_does_not_listen(self):
-        client = self.start_client("import signal, time; signal.signal(signal.SIGTERM, signal.SIG_IGN);"
-                                   "print(flush=True); time.sleep(60)")
+        client = self.start_client(body="import signal, time; signal.signal(signal.SIGTERM, signal.SIG_IGN);"
+                                        "print(flush=True); time.sleep(60)")
         start = time.monotonic()
 
         script("stop_dhclient.sh")
@@ -79,24 +89,18 @@ class StopDhclient(ScriptTest):
         self.assertLess(time.monotonic() - start, 5)
 
     def test_takes_away_the_way_out_that_the_client_set(self):
-        for number, name in enumerate(("wlan0", "eth0")):
-            self.cable(name)
-            run("ip", "addr", "add", f"10.{number}.0.2/24", "dev", name)
-            run("ip", "link", "set", "dev", name, "up")
-            run("ip", "route", "add", "default", "via", f"10.{number}.0.1", "dev", name, "metric", number)
-        self.start_client("import time; print(flush=True); time.sleep(60)", "-v", "wlan0")
+        self.given_default_route("wlan0", metric=0)
+        self.given_default_route("eth0", metric=1)
+        self.start_client("-v", "wlan0")
 
         script("stop_dhclient.sh")
 
         self.assertEqual([route["dev"] for route in default_routes()], ["eth0"])
 
     def test_leaves_a_cable_that_carries_its_way_out(self):
-        for number, name in enumerate(("eth0", "wlan0")):
-            self.cable(name)
-            run("ip", "addr", "add", f"10.{number}.0.2/24", "dev", name)
-            run("ip", "link", "set", "dev", name, "up")
-            run("ip", "route", "add", "default", "via", f"10.{number}.0.1", "dev", name, "metric", number)
-            self.start_client("import time; print(flush=True); time.sleep(60)", "-v", name)
+        for metric, name in enumerate(("eth0", "wlan0")):
+            self.given_default_route(name, metric)
+            self.start_client("-v", name)
 
         script("stop_dhclient.sh")
 
@@ -104,12 +108,8 @@ class StopDhclient(ScriptTest):
 
 
 class UpdateHosts(ScriptTest):
-    LISTED = "10.0.0.9\tprinter\n127.0.0.1\tlocalhost\n"
-
     def test_adds_the_list_and_keeps_foreign_lines(self):
-        HOST_LIST.write_text(self.LISTED)
-
-        script("update_hosts")
+        update()
 
         lines = read(HOSTS).splitlines()
         self.assertEqual(lines[:2], ["127.0.0.1 localhost", "192.0.2.7 kept-by-the-site"])
@@ -117,8 +117,7 @@ class UpdateHosts(ScriptTest):
         self.assertEqual(run("getent", "hosts", "printer").split(), ["10.0.0.9", "printer"])
 
     def test_second_run_changes_nothing(self):
-        HOST_LIST.write_text(self.LISTED)
-        script("update_hosts")
+        update()
         before = HOSTS.stat()
 
         script("update_hosts")
@@ -126,30 +125,25 @@ class UpdateHosts(ScriptTest):
         self.assertEqual((HOSTS.stat().st_ino, HOSTS.stat().st_mtime_ns), (before.st_ino, before.st_mtime_ns))
 
     def test_new_list_replaces_the_old_one(self):
-        HOST_LIST.write_text(self.LISTED)
-        script("update_hosts")
-        HOST_LIST.write_text("10.0.0.10\tscanner\n")
+        update()
 
-        script("update_hosts")
+        update("10.0.0.10\tscanner\n")
 
         self.assertIn("scanner", read(HOSTS))
         self.assertNotIn("printer", read(HOSTS))
         self.assertIn("kept-by-the-site", read(HOSTS))
 
     def test_lines_added_after_the_block_are_kept(self):
-        HOST_LIST.write_text(self.LISTED)
-        script("update_hosts")
+        update()
         with HOSTS.open("a") as hosts:
             hosts.write("192.0.2.8 added-later\n")
-        HOST_LIST.write_text("10.0.0.10\tscanner\n")
 
-        script("update_hosts")
+        update("10.0.0.10\tscanner\n")
 
         self.assertIn("192.0.2.8 added-later", read(HOSTS))
 
     def test_block_without_an_end_loses_no_line(self):
-        HOST_LIST.write_text(self.LISTED)
-        script("update_hosts")
+        update()
         HOSTS.write_text(read(HOSTS).replace("# END corvi hosts\n", "192.0.2.8 after-the-cut\n"))
 
         script("update_hosts")
@@ -157,9 +151,7 @@ class UpdateHosts(ScriptTest):
         self.assertIn("192.0.2.8 after-the-cut", read(HOSTS))
 
     def test_lines_that_are_no_host_entries_are_left_out(self):
-        HOST_LIST.write_text("rubbish\n10.0.0.9\tprinter\n# BEGIN corvi hosts\n10.0.0.11\n")
-
-        script("update_hosts")
+        update("rubbish\n10.0.0.9\tprinter\n# BEGIN corvi hosts\n10.0.0.11\n")
 
         self.assertNotIn("rubbish", read(HOSTS))
         self.assertNotIn("10.0.0.11", read(HOSTS))
@@ -180,9 +172,7 @@ class UpdateHosts(ScriptTest):
         self.assertNotIn("BEGIN", read(HOSTS))
 
     def test_hosts_file_stays_readable_for_all(self):
-        HOST_LIST.write_text(self.LISTED)
-
-        script("update_hosts")
+        update()
 
         self.assertEqual(HOSTS.stat().st_mode & 0o777, 0o644)
 
@@ -192,9 +182,8 @@ class UpdateHosts(ScriptTest):
         self.addCleanup(real.unlink)
         HOSTS.symlink_to(real)
         self.addCleanup(HOSTS.unlink)
-        HOST_LIST.write_text(self.LISTED)
 
-        script("update_hosts")
+        update()
 
         self.assertTrue(HOSTS.is_symlink())
         self.assertIn("printer", read(real))
