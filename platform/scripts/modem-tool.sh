@@ -59,13 +59,12 @@ bearer() {
 write_resolv_conf() {
     target=$(readlink -f "$RESOLV_CONF")
     [ -n "$target" ] || return 1
+    trap 'rm -f "$target.new.$$"' EXIT
     printf '%s\n' "$1" | sed -n 's/^bearer.ipv4-config.dns.value\[[0-9]*\][[:blank:]]*: *\([0-9.]*\)$/nameserver \1/p' \
-        >"$target.new.$$"
-    if [ -s "$target.new.$$" ]; then
-        chmod 644 "$target.new.$$"
-        mv -f "$target.new.$$" "$target"
-    fi
-    rm -f "$target.new.$$"
+        >"$target.new.$$" || return 1
+    [ -s "$target.new.$$" ] || return 0
+    chmod 644 "$target.new.$$"
+    mv -f "$target.new.$$" "$target"
 }
 
 ip_config() {

@@ -6,6 +6,7 @@
 # attempt never meets an old client. Asks first; after 2 s it insists. A client
 # that is ended leaves its default route behind, and the next one's is refused
 # while there is one: so it goes, too.
+set -u
 
 clients() {
     pidof dhclient

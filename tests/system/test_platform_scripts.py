@@ -221,6 +221,16 @@ class InitHostname(ScriptTest):
         self.assertEqual(run("hostname").strip(), "client-abcdef")
         self.assertEqual(read("/etc/hostname"), "client-abcdef\n")
 
+    def test_failure_is_told_and_leaves_no_file_behind(self):
+        run("hostname", "localhost")
+        Path("/etc/hostname").write_text("")
+        fake("hostname", "[ $# = 0 ] && echo localhost")
+        fake("mv", "exit 1")
+
+        script("init_hostname", expect=1)
+
+        self.assertEqual(list(Path("/etc").glob("*.new.*")), [])
+
     def test_dhcp_client_configuration_is_made_and_is_valid(self):
         DHCLIENT_CONF.unlink(missing_ok=True)
 
