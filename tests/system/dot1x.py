@@ -5,11 +5,10 @@ certificates, and a view of the supplicants that run."""
 
 import os
 import signal
-from datetime import datetime
 from pathlib import Path
 
-from harness import (LOG, Cable, SystemTest, addresses, end_process, holds_for, network, read, run, wait_for,
-                     write_store)
+from harness import (DEBUG_FLAG, LOG, Cable, SystemTest, addresses, end_process, holds_for, logged_at, network, read,
+                     run, wait_for, write_store)
 
 CERTIFICATES = Path("/tmp/dot1x")
 CONTROL_FOLDER = Path("/run/wpa_supplicant")
@@ -167,19 +166,13 @@ def socket_files(daemon):
     return list(Path("/tmp").glob(f"wpa_ctrl_{daemon.pid}-*"))
 
 
-def logged_at(text, index=-1):
-    """When the daemon logged a text, in seconds."""
-    lines = [line for line in read(LOG).splitlines() if text in line]
-    return datetime.fromisoformat(lines[index].split(" : ")[0]).timestamp()
-
-
 class Dot1xTest(SystemTest):
     """One interface in a port with an authenticator."""
 
     def setUp(self):
         super().setUp()
         make_certificates()
-        Path("/tmp/debug_corvi").touch()
+        DEBUG_FLAG.touch()
         SUPPLICANT_LOG.unlink(missing_ok=True)
         self.listener = self.listen()
 
@@ -192,9 +185,6 @@ class Dot1xTest(SystemTest):
         self.addCleanup(authenticator.stop)
         return authenticator
 
-    def store(self, *networks, **settings):
-        write_store(*networks, **settings)
-
     def wait_authenticated(self, daemon, count=1, timeout=60):
         """Waits until the port is authenticated and the DHCP client that runs then is done."""
         daemon.wait_logged(AUTHENTICATED, count=count, timeout=timeout)
@@ -205,7 +195,7 @@ class Dot1xTest(SystemTest):
         """The port gives a guest some access, and the authenticator is broken at first."""
         self.switch_port()
         authenticator = self.authenticator(**broken)
-        self.store(peap(dot1xFallback="fallback"))
+        write_store(peap(dot1xFallback="fallback"))
         daemon = self.start_daemon()
 
         daemon.wait_logged(IN_FALLBACK, timeout=60)
@@ -250,7 +240,7 @@ class SupervisedTest(Dot1xTest):
         super().setUp()
         self.switch_port()
         self.authenticator()
-        self.store(peap())
+        write_store(peap())
         self.daemon = self.start_daemon()
         self.wait_authenticated(self.daemon)
 

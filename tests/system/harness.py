@@ -13,6 +13,7 @@ import subprocess
 import threading
 import time
 import unittest
+from datetime import datetime
 from pathlib import Path
 from xml.sax.saxutils import escape
 
@@ -185,6 +186,10 @@ def wired(name="lan", **properties):
     return network(name, **{"securityMode": "Unsecured", **properties})
 
 
+# What makes a wired network one with a fixed address.
+STATIC = {"staticIp": True, "ipAddress": "10.77.0.5", "netmask": "255.255.255.0", "gateway": "10.77.0.1"}
+
+
 def store_text(*networks, **settings):
     lines = [f"  <{key}>{escape(str(value).lower() if isinstance(value, bool) else str(value))}</{key}>\n"
              for key, value in settings.items()]
@@ -338,6 +343,12 @@ class Daemon:
                 self.process.kill()
                 self.process.wait()
                 raise AssertionError("the daemon did not end on SIGTERM within 40 s") from None
+
+
+def logged_at(text):
+    """When the daemon last logged a text, in seconds."""
+    line = next(line for line in reversed(read(LOG).splitlines()) if text in line)
+    return datetime.fromisoformat(line.split(" : ")[0]).timestamp()
 
 
 def status():

@@ -5,10 +5,9 @@
 import os
 import threading
 
-from harness import (ADDRESS_PRESENT, LOG, NO_CONFIGURATION, RELOAD_FLAG, STORE, SystemTest, addresses, holds_for, main,
-                     read, run, store_text, touch, wait_for, wired, write_store, write_store_bytes)
+from harness import (ADDRESS_PRESENT, LOG, NO_CONFIGURATION, RELOAD_FLAG, STATIC, STORE, SystemTest, addresses,
+                     holds_for, main, read, run, store_text, touch, wait_for, wired, write_store, write_store_bytes)
 
-STATIC = {"staticIp": True, "ipAddress": "10.77.0.5", "netmask": "255.255.255.0"}
 OTHER = {**STATIC, "ipAddress": "10.77.0.6"}
 
 
@@ -160,7 +159,7 @@ class Properties(SystemTest):
 
     def test_bad_value_falls_back_to_the_default(self):
         self.cable("eth0")
-        write_store(wired(**STATIC, mtu="70000", gateway="nowhere"))
+        write_store(wired(**{**STATIC, "mtu": "70000", "gateway": "nowhere"}))
 
         self.start_daemon()
 

@@ -2,8 +2,8 @@
 # Copyright (c) 2026 The Corvi developers
 """Cables that come and go."""
 
-from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_DOWN, LINK_UP, SystemTest, addresses, holds_for, is_up, link,
-                     main, run, status, wait_for, wired, write_store)
+from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_DOWN, LINK_UP, STATIC, SystemTest, addresses, holds_for, is_up,
+                     link, main, run, status, wait_for, wired, write_store)
 
 
 class OneCable(SystemTest):
@@ -133,8 +133,7 @@ class TwoCables(SystemTest):
 class OwnDefinition(SystemTest):
     def test_definition_named_after_the_interface_comes_first(self):
         self.cable("eth0")
-        write_store(wired("lan", staticIp=True, ipAddress="10.77.0.5", netmask="255.255.255.0"),
-                    wired("wiredeth0", staticIp=True, ipAddress="10.77.0.6", netmask="255.255.255.0"))
+        write_store(wired("lan", **STATIC), wired("wiredeth0", **{**STATIC, "ipAddress": "10.77.0.6"}))
 
         self.start_daemon()
 

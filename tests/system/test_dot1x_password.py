@@ -2,8 +2,8 @@
 # Copyright (c) 2026 The Corvi developers
 """Wired authentication with a wrong password."""
 
-from dot1x import FORCED_FALLBACK, IN_FALLBACK, LAUNCHED, Dot1xTest, logged_at, peap
-from harness import LOG, main, read
+from dot1x import FORCED_FALLBACK, IN_FALLBACK, LAUNCHED, Dot1xTest, peap
+from harness import LOG, logged_at, main, read, write_store
 
 
 class WrongPassword(Dot1xTest):
@@ -13,7 +13,7 @@ class WrongPassword(Dot1xTest):
     def test_tries_unsecured_after_a_minute_and_then_again(self):
         self.switch_port()
         authenticator = self.authenticator(password="another")
-        self.store(peap())
+        write_store(peap())
         daemon = self.start_daemon()
 
         daemon.wait_logged(FORCED_FALLBACK, timeout=100)

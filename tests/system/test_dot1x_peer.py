@@ -5,7 +5,7 @@
 import signal
 
 from dot1x import ATTACHED, Dot1xTest, peap, socket_files, supplicants
-from harness import addresses, holds_for, link, main, wait_for
+from harness import addresses, holds_for, link, main, wait_for, write_store
 
 
 class Peer(Dot1xTest):
@@ -13,7 +13,7 @@ class Peer(Dot1xTest):
         super().setUp()
         self.switch_port()
         self.first = self.authenticator()
-        self.store(peap())
+        write_store(peap())
 
     def test_switch_restarts(self):
         daemon = self.start_daemon()

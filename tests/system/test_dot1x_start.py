@@ -8,7 +8,7 @@ import time
 from pathlib import Path
 
 from dot1x import ATTACHED, GAVE_UP, Dot1xTest, peap, socket_files, supplicants
-from harness import LOG, holds_for, main, wait_for
+from harness import LOG, holds_for, main, wait_for, write_store
 
 PROGRAM = Path("/usr/sbin/wpa_supplicant")
 
@@ -17,7 +17,7 @@ class StoppedInTheWay(Dot1xTest):
     def test_restart_while_the_supplicant_is_stopped(self):
         self.switch_port()
         self.authenticator()
-        self.store(peap())
+        write_store(peap())
         daemon = self.start_daemon()
         self.wait_authenticated(daemon)
         stopped = self.signal_supplicant(signal.SIGSTOP)
@@ -41,7 +41,7 @@ class Missing(Dot1xTest):
         self.addCleanup(lambda: away.exists() and away.rename(PROGRAM))
         self.switch_port()
         self.authenticator()
-        self.store(peap())
+        write_store(peap())
         daemon = self.start_daemon()
 
         daemon.wait_logged("WpaSuppThread::CreateWpaCtl() Open wpactl eth0 0", timeout=40)
@@ -55,7 +55,7 @@ class LeftBehind(Dot1xTest):
     def test_supplicant_of_an_earlier_daemon(self):
         self.switch_port()
         self.authenticator()
-        self.store(peap())
+        write_store(peap())
         daemon = self.start_daemon()
         self.wait_authenticated(daemon)
         daemon.process.kill()

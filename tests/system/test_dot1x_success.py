@@ -3,14 +3,14 @@
 """Wired authentication that succeeds at a port that lets nothing through before, and DHCP after it."""
 
 from dot1x import AUTHENTICATED, Dot1xTest, peap, socket_files, supplicants, tls
-from harness import ADDRESS_PRESENT, LINK_UP, LOG, addresses, holds_for, main, read, status
+from harness import ADDRESS_PRESENT, LINK_UP, LOG, addresses, holds_for, main, read, status, write_store
 
 
 class Success(Dot1xTest):
     def authenticates(self, definition):
         self.switch_port(is_open=False)
         self.authenticator(controls_port=True)
-        self.store(definition)
+        write_store(definition)
         daemon = self.start_daemon()
 
         self.wait_authenticated(daemon)

@@ -5,8 +5,8 @@
 import signal
 import time
 
-from dot1x import AUTHENTICATED, GAVE_UP, GONE, SupervisedTest, logged_at, supplicants
-from harness import LOG, holds_for, main, read
+from dot1x import AUTHENTICATED, GAVE_UP, GONE, SupervisedTest, supplicants
+from harness import LOG, holds_for, logged_at, main, read
 
 
 class Ends(SupervisedTest):

@@ -6,9 +6,7 @@ import os
 import signal
 
 from harness import (ADDRESS_PRESENT, DEBUG_FLAG, DHCP_STARTED, KILL_FLAG, LINK_UP, LOG, REFRESH_FLAG, RELOAD_FLAG,
-                     Daemon, SystemTest, holds_for, main, read, status, touch, wait_for, wired, write_store)
-
-STATIC = {"staticIp": True, "ipAddress": "10.77.0.5", "netmask": "255.255.255.0"}
+                     STATIC, Daemon, SystemTest, holds_for, main, read, status, touch, wait_for, wired, write_store)
 
 
 def rescans():

@@ -6,8 +6,8 @@ import os
 import time
 from pathlib import Path
 
-from harness import (ADDRESS_PRESENT, EVENT_SOCKET, LINK_UP, RELOAD_FLAG, SystemTest, holds_for, main, status, touch,
-                     wait_for, wired, write_store)
+from harness import (ADDRESS_PRESENT, EVENT_SOCKET, LINK_UP, RELOAD_FLAG, STATIC, SystemTest, holds_for, main, status,
+                     touch, wait_for, wired, write_store)
 
 
 def descriptors(daemon):
@@ -18,7 +18,7 @@ class Listeners(SystemTest):
     def setUp(self):
         super().setUp()
         self.cable("eth0")
-        write_store(wired(staticIp=True, ipAddress="10.77.0.5", netmask="255.255.255.0"))
+        write_store(wired(**STATIC))
 
     def test_each_event_is_one_connection_of_four_bytes(self):
         listener = self.listen()

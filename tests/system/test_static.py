@@ -2,11 +2,9 @@
 # Copyright (c) 2026 The Corvi developers
 """Addresses and settings that the definition gives."""
 
-from harness import (ADDRESS_PRESENT, DEBUG_FLAG, DHCP_STARTED, LINK_UP, LOG, RELOAD_FLAG, RESOLV_CONF, SystemTest,
-                     addresses, default_gateway, default_routes, holds_for, main, read, run, status, touch, wait_for,
-                     wired, write_store)
-
-STATIC = {"staticIp": True, "ipAddress": "10.77.0.5", "netmask": "255.255.255.0", "gateway": "10.77.0.1"}
+from harness import (ADDRESS_PRESENT, DEBUG_FLAG, DHCP_STARTED, LINK_UP, LOG, RELOAD_FLAG, RESOLV_CONF, STATIC,
+                     SystemTest, addresses, default_gateway, default_routes, holds_for, main, read, run, status, touch,
+                     wait_for, wired, write_store)
 
 
 class Static(SystemTest):

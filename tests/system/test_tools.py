@@ -5,13 +5,12 @@
 import os
 import time
 
-from harness import (REAL_PATH, RELOAD_FLAG, STANDINS, Daemon, SystemTest, answer, clear_journal, journal, main, run,
-                     touch, wait_for, wired, write_store)
+from harness import (REAL_PATH, RELOAD_FLAG, STANDINS, STATIC, Daemon, SystemTest, answer, clear_journal, journal, main,
+                     run, touch, wait_for, wired, write_store)
 
 # Those that configuring by DHCP runs; a static address takes route, too.
 PROGRAMS = ("setup_resolved", "ifconfig", "ip", "ethtool", "stop_dhclient.sh", "dhclient", "update_hosts")
 FLOOD = "head -c 10000000 /dev/zero | tr '\\0' x"
-STATIC = {"staticIp": True, "ipAddress": "10.77.0.5", "netmask": "255.255.255.0", "gateway": "10.77.0.1"}
 
 
 class Tools(SystemTest):

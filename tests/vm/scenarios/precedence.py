@@ -4,13 +4,11 @@
 
 import os
 import time
-from datetime import datetime
 from pathlib import Path
 
 import accesspoint
 from accesspoint import PASSPHRASE
-from harness import (LINK_UP, LOG, addresses, default_gateway, is_up, read, run, status, touch, wired,
-                     write_store)
+from harness import LINK_UP, addresses, default_gateway, is_up, logged_at, read, run, status, touch, wired, write_store
 from waiting import wait_for
 from wifi import JOIN_TIME, WifiTest, definition, say
 
@@ -30,12 +28,6 @@ esac
 
 def office():
     return definition("office", "WPA Personal 1/2", passphrase=PASSPHRASE)
-
-
-def log_times(text):
-    """When the log's lines with this text were written, in seconds."""
-    return [datetime.strptime(line[:23], "%Y-%m-%d %H:%M:%S.%f").timestamp()
-            for line in read(LOG).splitlines() if text in line]
 
 
 class Precedence(WifiTest):
@@ -67,11 +59,11 @@ class Cable(Precedence):
         wait_for("the way out is the cable", lambda: default_gateway() == "10.77.0.1", 10)
         say("cable in: wired has the address, wireless is down")
 
-        starts = len(log_times("Start Wireless interface"))
+        starts = self.count_logged("Start Wireless interface")
         self.lan.pull()
-        wait_for("wireless starts again", lambda: len(log_times("Start Wireless interface")) > starts, 60)
+        wait_for("wireless starts again", lambda: self.count_logged("Start Wireless interface") > starts, 60)
         # Two ticks without a cable come first.
-        delay = log_times("Start Wireless interface")[-1] - log_times("Wired Device Connected")[-1]
+        delay = logged_at("Start Wireless interface") - logged_at("Wired Device Connected")
         self.assertGreater(delay, 1.5)
         self.assertEqual(addresses("eth0"), [])
         self.wait_joined(self.access)
