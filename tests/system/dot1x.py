@@ -112,7 +112,7 @@ ca_cert={CERTIFICATES}/authority.pem
 server_cert={CERTIFICATES}/{server}.pem
 private_key={CERTIFICATES}/{server}.key
 """)
-        self.process = port.start("hostapd", "-dd", settings, output=self.log)
+        self.process = port.spawn("hostapd", "-dd", settings, output=self.log)
         wait_for("authenticator ready", lambda: "AP-ENABLED" in read(self.log))
         self.controller = None
         if controls_port:
@@ -127,7 +127,7 @@ case $2 in
 esac
 """)
         action.chmod(0o755)
-        self.controller = self.port.start("hostapd_cli", "-p", "/run/hostapd", "-a", action,
+        self.controller = self.port.spawn("hostapd_cli", "-p", "/run/hostapd", "-a", action,
                                           output="/tmp/hostapd-cli.log")
 
     def attempts(self):

@@ -112,15 +112,30 @@ def default_gateway():
     return next((route.get("gateway") for route in default_routes()), None)
 
 
-class Cable:
-    """A cable from an interface here to a network of its own (a network namespace) at the other end.
-    It is in from the start."""
+class FarEnd:
+    """A network of its own (a network namespace), in which the interface far_end is the one nearest to us."""
+
+    def __init__(self, netns, far_end):
+        self.netns = netns
+        self.far_end = far_end
+        run("ip", "netns", "add", netns)
+
+    def run(self, *command, **options):
+        """Runs a program there."""
+        return run("ip", "netns", "exec", self.netns, *command, **options)
+
+    def spawn(self, *command, output):
+        """Starts a program there that goes on, its output in a file."""
+        with open(output, "wb") as stream:
+            return subprocess.Popen(["ip", "netns", "exec", self.netns, *map(str, command)], stdin=subprocess.DEVNULL,
+                                    stdout=stream, stderr=subprocess.STDOUT, env={**os.environ, "PATH": REAL_PATH})
+
+
+class Cable(FarEnd):
+    """A cable from an interface here to a network of its own at the other end. It is in from the start."""
 
     def __init__(self, interface, address="10.77.0.1/24"):
-        self.interface = interface
-        self.netns = "lan-" + interface
-        self.far_end = "port0"
-        run("ip", "netns", "add", self.netns)
+        super().__init__("lan-" + interface, "port0")
         run("ip", "link", "add", "name", interface, "type", "veth", "peer", "name", self.far_end, "netns", self.netns)
         # A veth leaves checksums to hardware that is not there, and DHCP clients drop such packets.
         run("ethtool", "-K", interface, "tx", "off")
@@ -128,16 +143,6 @@ class Cable:
         self.run("ip", "link", "set", "dev", "lo", "up")
         self.run("ip", "addr", "add", address, "dev", self.far_end)
         self.plug()
-
-    def run(self, *command, **options):
-        """Runs a program at the other end."""
-        return run("ip", "netns", "exec", self.netns, *command, **options)
-
-    def start(self, *command, output):
-        """Starts a program at the other end that goes on, its output in a file."""
-        with open(output, "wb") as stream:
-            return subprocess.Popen(["ip", "netns", "exec", self.netns, *map(str, command)], stdin=subprocess.DEVNULL,
-                                    stdout=stream, stderr=subprocess.STDOUT, env={**os.environ, "PATH": REAL_PATH})
 
     def plug(self):
         self.run("ip", "link", "set", "dev", self.far_end, "up")
@@ -147,18 +152,18 @@ class Cable:
 
 
 class DhcpServer:
-    """A real DHCP server (dnsmasq) at the other end of a cable."""
+    """A real DHCP server (dnsmasq) at a far end."""
 
-    def __init__(self, cable, network="10.77.0", options=()):
+    def __init__(self, far_end, network="10.77.0"):
         self.network = network
-        self.log = Path(f"/tmp/dnsmasq-{cable.netns}.log")
-        self.process = cable.start(
+        log = Path(f"/tmp/dnsmasq-{far_end.netns}.log")
+        self.process = far_end.spawn(
             "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--user=root", "--no-ping",
-            f"--interface={cable.far_end}", "--bind-interfaces", "--pid-file=", "--log-dhcp", "--log-facility=-",
-            f"--dhcp-leasefile=/tmp/dnsmasq-{cable.netns}.leases", "--dhcp-authoritative",
+            f"--interface={far_end.far_end}", "--bind-interfaces", "--pid-file=", "--log-dhcp", "--log-facility=-",
+            f"--dhcp-leasefile=/tmp/dnsmasq-{far_end.netns}.leases", "--dhcp-authoritative",
             f"--dhcp-range={network}.50,{network}.99,255.255.255.0,10m",
-            f"--dhcp-option=option:dns-server,{network}.1", *options, output=self.log)
-        wait_for("DHCP server ready", lambda: "DHCP, IP range" in read(self.log))
+            f"--dhcp-option=option:dns-server,{network}.1", output=log)
+        wait_for("DHCP server ready", lambda: "DHCP, IP range" in read(log))
 
     def serves(self, address):
         return address.startswith(self.network + ".") and 50 <= int(address.rsplit(".", 1)[1]) <= 99
@@ -401,8 +406,8 @@ class SystemTest(unittest.TestCase):
     def cable(self, interface="eth0", **options):
         return Cable(interface, **options)
 
-    def dhcp_server(self, cable, **options):
-        server = DhcpServer(cable, **options)
+    def dhcp_server(self, far_end, **options):
+        server = DhcpServer(far_end, **options)
         self.addCleanup(server.stop)
         return server
 

@@ -6,13 +6,11 @@ Each one lives in a network namespace of its own, so that its traffic really
 goes through the air.
 """
 
-import os
 import re
-import subprocess
 from pathlib import Path
 
 import radios
-from harness import REAL_PATH, read, run
+from harness import DhcpServer, FarEnd, read, run
 from waiting import wait_for
 
 PASSPHRASE = "correct horse battery"
@@ -75,14 +73,14 @@ def make_certificates():
             "-extfile", CERTIFICATES / "usage", "-out", CERTIFICATES / f"{name}.crt")
 
 
-class AccessPoint:
+class AccessPoint(FarEnd):
     """One network in the air; number N serves addresses of 10.N.0.0/24."""
 
     def __init__(self, number, ssid, security=OPEN, channel=CHANNEL_1, hidden=False, method=None):
+        super().__init__(f"ap{number}", "ap")
         self.ssid = ssid
-        self.namespace = f"ap{number}"
         self.network = f"10.{number}.0"
-        self.folder = Path(f"/tmp/{self.namespace}")
+        self.folder = Path(f"/tmp/{self.netns}")
         self.folder.mkdir()
         self.hostapd = None
         self.configuration = (
@@ -92,7 +90,7 @@ class AccessPoint:
         )
         self._make_link()
         self.start()
-        self._serve_addresses()
+        self.serves = DhcpServer(self, self.network).serves
 
     def _with_method(self, security, method):
         users = self.folder / "users"
@@ -100,30 +98,17 @@ class AccessPoint:
         return security.replace("USERS", str(users))
 
     def _make_link(self):
-        run("ip", "netns", "add", self.namespace)
         radio = radios.unique_name()
         interface = radios.make_radio(radio)
-        run("iw", "phy", radio, "set", "netns", "name", self.namespace)
+        run("iw", "phy", radio, "set", "netns", "name", self.netns)
         self.run("ip", "link", "set", interface, "name", "ap")
         self.run("ip", "link", "set", "lo", "up")
-
-    def run(self, *command, **options):
-        """Runs a program on the access point's machine."""
-        return run("ip", "netns", "exec", self.namespace, *command, **options)
-
-    def _start(self, log, *command):
-        with open(self.folder / log, "ab") as output:
-            return subprocess.Popen(["ip", "netns", "exec", self.namespace, *map(str, command)],
-                                    stdin=subprocess.DEVNULL, stdout=output, stderr=output,
-                                    env={**os.environ, "PATH": REAL_PATH})
 
     def start(self):
         """Goes on the air, and only returns once it is there."""
         (self.folder / "hostapd.conf").write_text(self.configuration)
-        seen = self.log().count("AP-ENABLED")
-        self.hostapd = self._start("hostapd.log", "hostapd", "-d", self.folder / "hostapd.conf")
-        wait_for(f"{self.namespace} on the air",
-                 lambda: self.log().count("AP-ENABLED") > seen or self.hostapd.poll() is not None, 30)
+        self.hostapd = self.spawn("hostapd", "-d", self.folder / "hostapd.conf", output=self.folder / "hostapd.log")
+        wait_for(f"{self.netns} on the air", lambda: "AP-ENABLED" in self.log() or self.hostapd.poll() is not None, 30)
         if self.hostapd.poll() is not None:
             raise AssertionError("hostapd ended:\n" + "\n".join(self.log().splitlines()[-20:]))
         self.run("ip", "addr", "replace", f"{self.network}.1/24", "dev", "ap")
@@ -144,20 +129,5 @@ class AccessPoint:
         """The MAC addresses of those that are associated and authorised."""
         return re.findall(r"^(\S+)\nflags=.*\[AUTHORIZED\]", self.control("all_sta"), re.M)
 
-    def station_value(self, key):
-        """What the access point says of its first station, for example its AKMSuiteSelector."""
-        found = re.search(rf"^{key}=(.*)$", self.control("all_sta"), re.M)
-        return found.group(1) if found else ""
-
     def frequency(self):
         return int(re.search(r"^freq=(\d+)", self.control("status"), re.M).group(1))
-
-    def serves(self, address):
-        return address.startswith(self.network + ".")
-
-    def _serve_addresses(self):
-        self._start("dnsmasq.log", "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0",
-                    "--user=root", "--interface=ap", "--log-dhcp", "--log-facility=-", "--dhcp-authoritative",
-                    "--no-ping", f"--dhcp-range={self.network}.50,{self.network}.99,255.255.255.0,1h",
-                    f"--dhcp-leasefile={self.folder}/leases", "--pid-file=")
-        wait_for("DHCP server ready", lambda: "DHCP, IP range" in read(self.folder / "dnsmasq.log"), 30)

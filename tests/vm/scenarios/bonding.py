@@ -11,7 +11,7 @@ import time
 from pathlib import Path
 
 import missingmodule
-from harness import SystemTest, addresses, end_by_name, link, read, run, wired, write_store
+from harness import FarEnd, SystemTest, addresses, end_by_name, link, read, run, wired, write_store
 from waiting import address_on, wait_for
 from wifi import say
 
@@ -23,28 +23,17 @@ ACTIVE_BACKUP = 1
 SETTLE_TIME = 90
 # At ten a second, for as long as the links take to go and come.
 PINGS = 120
-FAR_END = "10.77.0.1"
+SERVER = "10.77.0.1"
 
 
-class Switch:
-    """A switch with a DHCP server in a namespace of its own; ports are the far ends of cables."""
-
-    netns = "lan"
-    far_end = "switch"
+class Switch(FarEnd):
+    """A switch; its ports are the far ends of cables."""
 
     def __init__(self):
-        run("ip", "netns", "add", self.netns)
+        super().__init__("lan", "switch")
         self.run("ip", "link", "add", "name", self.far_end, "type", "bridge")
-        self.run("ip", "addr", "add", f"{FAR_END}/24", "dev", self.far_end)
+        self.run("ip", "addr", "add", f"{SERVER}/24", "dev", self.far_end)
         self.run("ip", "link", "set", "dev", self.far_end, "up")
-
-    def run(self, *command, **options):
-        return run("ip", "netns", "exec", self.netns, *command, **options)
-
-    def start(self, *command, output):
-        with open(output, "wb") as stream:
-            return subprocess.Popen(["ip", "netns", "exec", self.netns, *map(str, command)], stdin=subprocess.DEVNULL,
-                                    stdout=stream, stderr=subprocess.STDOUT)
 
     def add_port(self, interface):
         port = f"to-{interface}"
@@ -120,7 +109,7 @@ class BondingTest(SystemTest):
         return address
 
     def assert_reached(self):
-        wait_for("the far end answers", lambda: "1 received" in run("ping", "-c1", "-W2", FAR_END, check=False), 20)
+        wait_for("the far end answers", lambda: "1 received" in run("ping", "-c1", "-W2", SERVER, check=False), 20)
 
     def wait_unbonded(self):
         wait_for("no bond", lambda: not bond_mode() and "eth0-swap" not in machine_state()[0], SETTLE_TIME)
@@ -268,7 +257,7 @@ class LinkLost(BondingTest):
         address = self.wait_bonded()
         self.assertEqual(bond_mode(), MODES[mode])
 
-        ping = subprocess.Popen(["ping", "-n", "-i", "0.1", "-c", str(PINGS), "-W", "1", FAR_END],
+        ping = subprocess.Popen(["ping", "-n", "-i", "0.1", "-c", str(PINGS), "-W", "1", SERVER],
                                 stdout=subprocess.PIPE, text=True)
         # Each in turn: the traffic may use only one of them.
         for interface in ("eth0", "eth1"):
