@@ -8,38 +8,32 @@
 
 #include "logging.h"
 #include "namednetwork.h"
+#include "sandboxed.h"
 #include "utils.h"
 
 #include <QByteArray>
-#include <QDir>
 #include <QFile>
 
 #include <benchmark/benchmark.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace {
 
-const QString STORE_FOLDER = QStringLiteral("/tmp/config/xmlconfig/user/hardware");
 const QString WRITTEN_FILE = QStringLiteral("/tmp/wpa_supplicant.conf");
 
 void WriteStore(int count, const QByteArray &mode, const QByteArray &passphrase = "passphrase")
 {
-    QByteArray xml = "<networkconfig>";
+    QByteArray networks;
     for (int i = 0; i < count; ++i) {
         const QByteArray number = QByteArray::number(i);
-        xml += "<network><name>net" + number + "</name><ssid>ssid" + number + "</ssid><securityMode>" + mode +
-               "</securityMode><passphrase>" + passphrase + number + "</passphrase></network>";
+        networks += "<network><name>net" + number + "</name><ssid>ssid" + number + "</ssid><securityMode>" +
+                    mode + "</securityMode><passphrase>" + passphrase + number + "</passphrase></network>";
     }
-    QDir().mkpath(STORE_FOLDER);
-    QFile file(STORE_FOLDER + QStringLiteral("/networkconfig"));
-    if (!file.open(QIODevice::WriteOnly) || file.write(xml + "</networkconfig>\n") == -1)
-        std::abort();
+    Sandboxed::WriteStore(networks);
 }
 
 void BuildAndWrite()
@@ -49,7 +43,7 @@ void BuildAndWrite()
     for (const QString &name : names)
         lines += NamedNetwork(name, false, nullptr).Block();
     if (!WpaSupplicantCfg::WriteCfg(lines))
-        std::abort();
+        Sandboxed::Fail("write the supplicant's file");
 }
 
 void Wpa3Definitions(benchmark::State &state)
@@ -99,14 +93,14 @@ void Wpa2DefinitionsAnew(benchmark::State &state)
     state.counters["tool_share"] = inTool / inAll;
 }
 
-/// The file as left by the benchmark above it.
+/// The file that Wpa3Definitions writes.
 void FloorWriteOnly(benchmark::State &state)
 {
     WriteStore(int(state.range(0)), "WPA Personal 3");
     BuildAndWrite();
     QFile file(WRITTEN_FILE);
     if (!file.open(QIODevice::ReadOnly))
-        std::abort();
+        Sandboxed::Fail("read the supplicant's file");
     const QByteArray contents = file.readAll();
     for (auto _ : state) {
         const int fd = ::open("/tmp/floor.conf", O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -126,23 +120,10 @@ BENCHMARK(Wpa3Definitions)->Apply(Counts);
 BENCHMARK(Wpa2Definitions)->Apply(Counts);
 BENCHMARK(Wpa2DefinitionsAnew)->Apply(Counts);
 
-bool IsSandbox()
-{
-    char name[64] = {};
-    return ::gethostname(name, sizeof name - 1) == 0 && qstrcmp(name, "corvi-sandbox") == 0;
-}
-
 } // namespace
 
 int main(int argc, char *argv[])
 {
-    if (!IsSandbox()) {
-        std::fputs("bench_config writes the store: run it through tests/sandbox/run\n", stderr);
-        return 1;
-    }
     Logging::GetInstance(2, false);
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return Sandboxed::RunBenchmarks(argc, argv);
 }
