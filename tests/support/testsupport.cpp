@@ -160,6 +160,13 @@ void Remove(const QString &path)
         QFile::remove(path);
 }
 
+int EntryCount(const QString &folder, const QStringList &wildcards)
+{
+    return QDir(folder)
+        .entryList(wildcards, QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot)
+        .size();
+}
+
 void WriteStore(const QByteArray &xml)
 {
     WriteFile(STORE_FILE, xml);

@@ -43,6 +43,8 @@ void WriteFile(const QString &path, const QByteArray &bytes);
 QByteArray ReadFile(const QString &path);
 /// Removes a file, or a folder with all that is in it; nothing when there is neither.
 void Remove(const QString &path);
+/// How many entries of a folder have names that match a wildcard; without any, how many there are.
+int EntryCount(const QString &folder, const QStringList &wildcards = {});
 
 /// The store's section that holds the networks and the daemon's settings.
 inline const QString STORE_FILE = QStringLiteral("/tmp/config/xmlconfig/user/hardware/networkconfig");

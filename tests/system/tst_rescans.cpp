@@ -5,7 +5,6 @@
 #include "testsupport.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QLoggingCategory>
 #include <QtTest>
 
@@ -22,12 +21,6 @@ namespace {
 constexpr int RESCANS = 1000;
 const QString RELOAD_FLAG = QStringLiteral("/tmp/config/files/network/reload");
 const QStringList INTERFACES = {"eth0", "eth1", "wlan0", "wwan0"};
-
-int EntryCount(const QString &folder)
-{
-    return static_cast<int>(
-        QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot).size());
-}
 
 /// One tick that rescans, one that sets up, and what the event loop does between them.
 void Rescan(Corvi &corvi)
@@ -74,8 +67,8 @@ void TestRescans::leaveNothingBehind()
     // Caches and the allocator fill up in the first rounds.
     for (int i = 0; i < 20; ++i)
         Rescan(corvi);
-    const int descriptors = EntryCount("/proc/self/fd");
-    const int threads = EntryCount("/proc/self/task");
+    const int descriptors = TestSupport::EntryCount("/proc/self/fd");
+    const int threads = TestSupport::EntryCount("/proc/self/task");
     const int sockets = static_cast<int>(TestSupport::ReadFile("/proc/net/udp").count('\n'));
     const size_t bytes = mallinfo2().uordblks;
 
@@ -85,8 +78,8 @@ void TestRescans::leaveNothingBehind()
             TestSupport::ClearJournal();
     }
 
-    QCOMPARE(EntryCount("/proc/self/fd"), descriptors);
-    QCOMPARE(EntryCount("/proc/self/task"), threads);
+    QCOMPARE(TestSupport::EntryCount("/proc/self/fd"), descriptors);
+    QCOMPARE(TestSupport::EntryCount("/proc/self/task"), threads);
     QCOMPARE(static_cast<int>(TestSupport::ReadFile("/proc/net/udp").count('\n')), sockets);
     if (!IS_SANITIZED) {
         // An interface and its other end each add a path; with the share of the list that is about 165 bytes.

@@ -4,22 +4,15 @@
 // Starts and stops of the real supplicant, without the 7.1 s that a restart waits for the one before.
 
 #include "barewpasuppthread.h"
+#include "testsupport.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QProcess>
 #include <QTest>
 
-#include <unistd.h>
-
 namespace {
-
-int CountOf(const QString &folder, const QStringList &filters = {})
-{
-    return QDir(folder).entryList(filters, QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
-}
 
 int ProcessesNamed(const QByteArray &name)
 {
@@ -44,13 +37,11 @@ private slots:
 
 void TestSupplicantStarts::initTestCase()
 {
-    char name[64] = {};
-    QVERIFY(gethostname(name, sizeof(name) - 1) == 0 && qstrcmp(name, "corvi-sandbox") == 0);
-    QCOMPARE(QProcess::execute(QStringLiteral("ip"), {"link", "add", "eth0", "up", "type", "veth"}), 0);
+    TestSupport::MakeVeth("eth0", "port-eth0");
+    TestSupport::RealIp({"link", "set", "dev", "eth0", "up"});
     QVERIFY(QDir().mkpath(QStringLiteral("/var/run/wpa_supplicant")));
-    QFile configuration(QStringLiteral("/tmp/wpa_supplicant.conf"));
-    QVERIFY(configuration.open(QIODevice::WriteOnly));
-    configuration.write(
+    TestSupport::WriteFile(
+        "/tmp/wpa_supplicant.conf",
         "ctrl_interface=/var/run/wpa_supplicant\nap_scan=0\n"
         "network={\n\tkey_mgmt=IEEE8021X\n\teap=PEAP\n\tidentity=\"a\"\n\tpassword=\"b\"\n}\n");
 }
@@ -60,8 +51,8 @@ void TestSupplicantStarts::leaveNothing()
     BareWpaSuppThread supervisor;
     supervisor.interface = QStringLiteral("eth0");
     supervisor.driver = QStringLiteral("wired");
-    const int descriptors = CountOf(QStringLiteral("/proc/self/fd"));
-    const int threads = CountOf(QStringLiteral("/proc/self/task"));
+    const int descriptors = TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
+    const int threads = TestSupport::EntryCount(QStringLiteral("/proc/self/task"));
     qint64 longestStop = 0;
 
     for (int i = 0; i < 200; ++i) {
@@ -79,11 +70,11 @@ void TestSupplicantStarts::leaveNothing()
 
         QTRY_COMPARE(ProcessesNamed("wpa_supplicant"), 0);
         QVERIFY(!supervisor.IsRunning());
-        QCOMPARE(CountOf(QStringLiteral("/tmp"), {"wpa_ctrl_*"}), 0);
+        QCOMPARE(TestSupport::EntryCount(QStringLiteral("/tmp"), {"wpa_ctrl_*"}), 0);
     }
 
-    QCOMPARE(CountOf(QStringLiteral("/proc/self/fd")), descriptors);
-    QCOMPARE(CountOf(QStringLiteral("/proc/self/task")), threads);
+    QCOMPARE(TestSupport::EntryCount(QStringLiteral("/proc/self/fd")), descriptors);
+    QCOMPARE(TestSupport::EntryCount(QStringLiteral("/proc/self/task")), threads);
     // A supplicant that ends does not answer the goodbye: nobody waits 10 s for that.
     QVERIFY2(longestStop < 3000, qPrintable(QString::number(longestStop)));
     qInfo("longest stop: %lld ms", static_cast<long long>(longestStop));
