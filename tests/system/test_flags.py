@@ -5,8 +5,9 @@
 import os
 import signal
 
-from harness import (ADDRESS_PRESENT, DEBUG_FLAG, DHCP_STARTED, KILL_FLAG, LINK_UP, LOG, REFRESH_FLAG, RELOAD_FLAG,
-                     STATIC, Daemon, SystemTest, holds_for, main, read, status, touch, wait_for, wired, write_store)
+from harness import (ADDRESS_PRESENT, DEBUG_FLAG, DHCP_STARTED, KILL_FLAG, LINK_DOWN, LINK_UP, LOG, REFRESH_FLAG,
+                     RELOAD_FLAG, STATIC, Daemon, SystemTest, holds_for, main, read, status, touch, wait_for, wired,
+                     write_store)
 
 
 def rescans():
@@ -89,6 +90,7 @@ class Flags(SystemTest):
         self.start_daemon()
         self.wait_events(self.listener, ADDRESS_PRESENT)
         self.lan.pull()
+        self.wait_events(self.listener, LINK_DOWN)
 
         REFRESH_FLAG.touch()
 
