@@ -19,7 +19,7 @@ class Success(Dot1xTest):
         self.wait_events(self.listener, LINK_UP, ADDRESS_PRESENT)
         self.assertTrue(status()["connected"])
         holds_for("one supplicant, one connection, one address",
-                  lambda: len(supplicants()) == 1 and len(socket_files(daemon)) == 1 and addresses("eth0"), 3)
+                  lambda: len(supplicants()) == len(socket_files(daemon)) == len(addresses("eth0")) == 1, 3)
         # One attempt was enough.
         self.assertEqual(read(LOG).count(AUTHENTICATED), 1)
 
