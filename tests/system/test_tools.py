@@ -5,8 +5,8 @@
 import os
 import time
 
-from harness import (REAL_PATH, RELOAD_FLAG, STANDINS, STATIC, Daemon, SystemTest, answer, clear_journal, journal, main,
-                     run, touch, wait_for, wired, write_store)
+from harness import (REAL_PATH, RELOAD_FLAG, STANDINS, STATIC, Daemon, SystemTest, answer, clear_journal, holds_for,
+                     journal, main, run, touch, wait_for, wired, write_store)
 
 # Those that configuring by DHCP runs; a static address takes route, too.
 PROGRAMS = ("setup_resolved", "ifconfig", "ip", "ethtool", "stop_dhclient.sh", "dhclient", "update_hosts")
@@ -46,22 +46,22 @@ class Tools(SystemTest):
 
     def assert_survives(self, misbehave, programs=PROGRAMS, **properties):
         for program in programs:
+            # Each begins with nothing that the one before left, however that one ended.
+            self.doCleanups()
+            self.setUp()
             with self.subTest(program):
-                self.clean()
-                self.setUp()
                 write_store(wired(mtu="1400", speed="100 Mbps Full", **properties))
                 misbehave(program)
                 daemon = self.start_among_standins()
 
                 if program == "ip" and misbehave == self.remove:
                     daemon.wait_logged("Corvi::Loop Force Rescan")
-                    time.sleep(3)
+                    holds_for("the daemon runs", daemon.runs, 3)
                 else:
                     self.wait_configured(daemon)
 
                 daemon.rescan()
                 daemon.stop()
-                self.doCleanups()
 
     def test_missing(self):
         self.assert_survives(self.remove)
