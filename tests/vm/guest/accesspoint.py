@@ -6,6 +6,7 @@ Each one lives in a network namespace of its own, so that its traffic really
 goes through the air.
 """
 
+import os
 import re
 from pathlib import Path
 
@@ -79,6 +80,7 @@ class AccessPoint(FarEnd):
     def __init__(self, number, ssid, security=OPEN, channel=CHANNEL_1, hidden=False, method=None):
         super().__init__(f"ap{number}", "ap")
         self.ssid = ssid
+        self.radio = radios.unique_name()
         self.network = f"10.{number}.0"
         self.folder = Path(f"/tmp/{self.netns}")
         self.folder.mkdir()
@@ -98,9 +100,8 @@ class AccessPoint(FarEnd):
         return security.replace("USERS", str(users))
 
     def _make_link(self):
-        radio = radios.unique_name()
-        interface = radios.make_radio(radio)
-        run("iw", "phy", radio, "set", "netns", "name", self.netns)
+        interface = radios.make_radio(self.radio)
+        run("iw", "phy", self.radio, "set", "netns", "name", self.netns)
         self.run("ip", "link", "set", interface, "name", "ap")
         self.run("ip", "link", "set", "lo", "up")
 
@@ -118,6 +119,14 @@ class AccessPoint(FarEnd):
         self.hostapd.kill()
         self.hostapd.wait()
         self.run("ip", "link", "set", "ap", "down")
+
+    def set_signal(self, dbm):
+        """How strongly it is heard from now on."""
+        if not os.path.ismount("/sys/kernel/debug"):
+            run("mount", "-t", "debugfs", "debugfs", "/sys/kernel/debug")
+        # The kernel's file shows a signed number and takes an unsigned one. What it holds is received by others with
+        # the sender's power, 20 dBm, on top.
+        Path(f"/sys/kernel/debug/ieee80211/{self.radio}/hwsim/rx_rssi").write_text(str(2**64 + dbm - 20))
 
     def log(self):
         return read(self.folder / "hostapd.log")

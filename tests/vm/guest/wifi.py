@@ -2,9 +2,6 @@
 # Copyright (c) 2026 The Corvi developers
 """What the Wi-Fi scenarios share: the daemon's radio and the networks around it."""
 
-import os
-from pathlib import Path
-
 import radios
 from accesspoint import AccessPoint
 from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_UP, LOG, SystemTest, addresses, network, read, run, status,
@@ -43,13 +40,6 @@ class WifiTest(SystemTest):
 
     def pull_out_radio(self):
         radios.remove_radio(self.radio)
-
-    def set_signal(self, dbm):
-        """How strongly the daemon's radio hears everybody from now on."""
-        # The kernel's file shows a signed number and takes an unsigned one.
-        if not os.path.ismount("/sys/kernel/debug"):
-            run("mount", "-t", "debugfs", "debugfs", "/sys/kernel/debug")
-        Path(f"/sys/kernel/debug/ieee80211/{self.radio}/hwsim/rx_rssi").write_text(str(2**64 + dbm))
 
     def access_point(self, ssid, *security, **options):
         self.access_points += 1

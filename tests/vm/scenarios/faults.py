@@ -91,21 +91,18 @@ class Signal(WifiTest):
         write_store(office(useBgScan=True, bgScanSignal=-60), useNewDriver=True)
         self.start_daemon()
         self.wait_joined(access_point)
-        self.wait_for_scans_to_end()
-        before = self.count_logged("WpaSuppThread::CheckStatus start")
+        asked = self.count_logged("WpaSuppThread::CheckStatus start")
 
-        # The kernel reports a crossing only once it has measured the other side for a while.
-        for dbm in (-80, -30, -80):
-            self.set_signal(dbm)
-            time.sleep(15)
+        for dbm, event in ((-80, "CTRL-EVENT-SIGNAL-CHANGE above=0"), (-30, "CTRL-EVENT-SIGNAL-CHANGE above=1")):
+            told = self.supplicant_log().count(event)
+            access_point.set_signal(dbm)
+            wait_for(event, lambda event=event, told=told: self.supplicant_log().count(event) > told, 60)
 
-        wait_for("the status was asked for",
-                 lambda: self.count_logged("WpaSuppThread::CheckStatus start") > before, 30)
+        # Both crossings, as the first signal after the association may be asked for just now, too.
+        wait_for("the status was asked for twice",
+                 lambda: self.count_logged("WpaSuppThread::CheckStatus start") >= asked + 2, 10)
         self.assertEqual(self.supplicant_status()["wpa_state"], "COMPLETED")
-        say("a weak signal was noticed, the association stays")
-
-    def wait_for_scans_to_end(self):
-        wait_for("association is settled", lambda: self.supplicant_status().get("wpa_state") == "COMPLETED", 30)
+        say("a signal that became weak and strong again was noticed, the association stays")
 
 
 class Radio(WifiTest):
