@@ -23,6 +23,11 @@ class Success(Dot1xTest):
         # One attempt was enough.
         self.assertEqual(read(LOG).count(AUTHENTICATED), 1)
 
+        # The supplicant outlives the daemon; the daemon's end of their connection does not.
+        daemon.stop()
+        self.assertEqual(len(supplicants()), 1)
+        self.assertEqual(socket_files(daemon), [])
+
     def test_peap(self):
         self.authenticates(peap())
 
