@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <future>
 #include <memory>
 
 #include <fcntl.h>
@@ -95,6 +96,7 @@ private slots:
     void cleanup();
 
     void numbersItsNames();
+    void countsNoOpeningWithoutAPath();
     void replacesAStaleName();
     void givesUpOnANameThatStaysTaken();
     void removesItsNameWhenClosed();
@@ -104,6 +106,8 @@ private slots:
     void failsToOpen();
     void takesTheLongestPath();
     void opensAnAbstractSocket();
+    void cutsALongAbstractName_data();
+    void cutsALongAbstractName();
 
     void returnsTheReply_data();
     void returnsTheReply();
@@ -122,6 +126,7 @@ private slots:
 
     void attaches_data();
     void attaches();
+    void detaches_data();
     void detaches();
     void receivesWithoutWaiting();
 
@@ -160,6 +165,16 @@ void TestWpaCtrl::numbersItsNames()
     QCOMPARE(NumberOf(second), NumberOf(first) + 1);
     // The first connection of the process has number 1; this test is the first one to open any.
     QCOMPARE(NumberOf(first), 1);
+}
+
+void TestWpaCtrl::countsNoOpeningWithoutAPath()
+{
+    FakeSupplicant supplicant;
+    const int before = NumberOf(Open());
+
+    QVERIFY(!wpa_ctrl_open(nullptr));
+
+    QCOMPARE(NumberOf(Open()), before + 1);
 }
 
 void TestWpaCtrl::replacesAStaleName()
@@ -261,6 +276,23 @@ void TestWpaCtrl::opensAnAbstractSocket()
     QCOMPARE(Request(ctrl, "PING").text, QByteArray("OK\n"));
 }
 
+void TestWpaCtrl::cutsALongAbstractName_data()
+{
+    QTest::addColumn<int>("length");
+    QTest::newRow("the longest name that fits") << 106;
+    QTest::newRow("one character more") << 107;
+    QTest::newRow("far too long") << 500;
+}
+
+void TestWpaCtrl::cutsALongAbstractName()
+{
+    QFETCH(int, length);
+    // The name and its terminator fill the address.
+    FakeSupplicant supplicant(Address('\0' + QByteArray(106, 'x')));
+
+    QVERIFY(Open("@abstract:" + QByteArray(length, 'x')));
+}
+
 void TestWpaCtrl::returnsTheReply_data()
 {
     QTest::addColumn<QByteArray>("reply");
@@ -353,14 +385,19 @@ void TestWpaCtrl::waitsTenSecondsForAReply()
 {
     FakeSupplicant supplicant;
     supplicant.SetSilent("PING");
+    supplicant.SetSilent("ATTACH");
     const Ctrl ctrl = Open();
+    const Ctrl attaching = Open();
     QElapsedTimer timer;
     timer.start();
+    // At the same time, as it takes as long.
+    auto attached = std::async(std::launch::async, [&attaching] { return wpa_ctrl_attach(attaching.get()); });
 
     QCOMPARE(Request(ctrl, "PING").result, -2);
 
     const qint64 elapsed = timer.elapsed();
     QVERIFY2(elapsed >= 10000 && elapsed < 11000, qPrintable(QString::number(elapsed)));
+    QCOMPARE(attached.get(), -2);
 }
 
 void TestWpaCtrl::waitsAfreshAfterAnInterruption()
@@ -503,12 +540,22 @@ void TestWpaCtrl::attaches()
     QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
 }
 
+void TestWpaCtrl::detaches_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("OK") << QByteArray("OK\n") << 0;
+    QTest::newRow("refused") << QByteArray("FAIL\n") << -1;
+}
+
 void TestWpaCtrl::detaches()
 {
+    QFETCH(QByteArray, reply);
     FakeSupplicant supplicant;
+    supplicant.SetReply("DETACH", reply);
     const Ctrl ctrl = Open();
 
-    QCOMPARE(wpa_ctrl_detach(ctrl.get()), 0);
+    QTEST(wpa_ctrl_detach(ctrl.get()), "expected");
 
     QCOMPARE(supplicant.Commands(), QStringList{"DETACH"});
 }
