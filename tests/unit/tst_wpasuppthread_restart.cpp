@@ -205,11 +205,18 @@ void TestWpaSuppThreadRestart::endsInIdleWithoutConfiguration()
 {
     TestSupport::Remove(CONFIGURATION);
     BareWpaSuppThread supervisor;
+    supervisor.openFailures = 3;
+    supervisor.unassociatedTicks = 30;
 
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
 
     QCOMPARE(TestSupport::Journal(), QStringList{"mkdir -p /var/run/wpa_supplicant"});
     QVERIFY(supervisor.IsRestarting());
+    // What comes before a launch has happened.
+    QCOMPARE(supervisor.statusText, QStringLiteral("Stopping"));
+    QVERIFY(supervisor.wired);
+    QCOMPARE(supervisor.openFailures, 0);
+    QCOMPARE(supervisor.unassociatedTicks, 0);
     supervisor.Tick(2);
     QVERIFY(!supervisor.IsRestarting() && !supervisor.IsRunning());
     QVERIFY(!supervisor.control);
