@@ -10,8 +10,10 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTextCodec>
 
 namespace {
 
@@ -71,6 +73,8 @@ private slots:
     void createsTheControlConnection();
     void createsAConnectionThatFails();
     void takesTheFolderOutOfTheInterfaceName();
+    void namesTheSocketInTheLocalEncoding_data();
+    void namesTheSocketInTheLocalEncoding();
     void deletesTheConnectionLater();
     void deletesNoConnection();
     void recreatesTheConnection();
@@ -367,6 +371,34 @@ void TestWpaSuppThread::takesTheFolderOutOfTheInterfaceName()
     FakeSupplicant supplicant(QStringLiteral("eth0"));
     BareWpaSuppThread supervisor;
     supervisor.interface = QStringLiteral("/var/run/wpa_supplicant/eth/var/run/wpa_supplicant/0");
+
+    supervisor.CreateWpaCtl();
+
+    QVERIFY(supervisor.IsControlOpen());
+}
+
+void TestWpaSuppThread::namesTheSocketInTheLocalEncoding_data()
+{
+    QTest::addColumn<QByteArray>("codec");
+    QTest::addColumn<QByteArray>("path");
+    QTest::newRow("UTF-8") << QByteArray("UTF-8") << QByteArray("/var/run/wpa_supplicant/l\xc3\xa4n0");
+    QTest::newRow("Latin-1") << QByteArray("ISO-8859-1") << QByteArray("/var/run/wpa_supplicant/l\xe4n0");
+}
+
+void TestWpaSuppThread::namesTheSocketInTheLocalEncoding()
+{
+    QFETCH(QByteArray, codec);
+    QFETCH(QByteArray, path);
+    QVERIFY(QDir().mkpath(QStringLiteral("/var/run/wpa_supplicant")));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
+    FakeSupplicant supplicant(address);
+    const auto restore =
+        qScopeGuard([before = QTextCodec::codecForLocale()] { QTextCodec::setCodecForLocale(before); });
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName(codec));
+    BareWpaSuppThread supervisor;
+    supervisor.interface = QStringLiteral("l\u00e4n0");
 
     supervisor.CreateWpaCtl();
 
