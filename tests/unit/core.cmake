@@ -3,7 +3,7 @@
 
 set(CORE_TEST_LIBS core devices config supplicant support zeb Qt5::Network)
 corvi_add_unit_test(tst_corvi_discovery LIBS ${CORE_TEST_LIBS})
-corvi_add_unit_test(tst_corvi_life LIBS ${CORE_TEST_LIBS})
+corvi_add_unit_test(tst_corvi_life LIBS ${CORE_TEST_LIBS} fakesupplicant)
 corvi_add_unit_test(tst_corvi_modem LIBS ${CORE_TEST_LIBS})
 corvi_add_unit_test(tst_corvi_process LIBS ${CORE_TEST_LIBS})
 corvi_add_unit_test(tst_corvi_quiet LIBS ${CORE_TEST_LIBS})

@@ -41,6 +41,8 @@ public:
     }
     static void SetStopPending(bool pending) { GetInstance()->*&Supervisor::stopPending = pending; }
     static bool IsStopRequested() { return GetInstance()->*&Supervisor::stopRunning; }
+    /// Opens the control connection, as the tick after a launch does.
+    static void Connect() { (GetInstance()->*&Supervisor::CreateWpaCtl)(); }
     /// Ends the worker thread, so that the supervisor ticks only when a test tells it to.
     static void StopTicking()
     {

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corviundertest.h"
+#include "fakesupplicant.h"
 
 #include <QLocale>
 #include <QPointer>
@@ -290,6 +291,7 @@ void TestCorviLife::stopEndsTheProcess()
 {
     QFETCH(int, status);
     WriteFile(DEBUG_FLAG, "");
+    FakeSupplicant supplicant;
     QProcess process;
 
     process.start(QCoreApplication::applicationFilePath(), {"--stop", QString::number(status)});
@@ -300,6 +302,9 @@ void TestCorviLife::stopEndsTheProcess()
     QVERIFY2(!process.readAllStandardError().contains("QThread"), "the supervisor's thread was not ended");
     QCOMPARE(LogLines().filter("WpaSuppThread::Stop").last(), QString("WpaSuppThread::Stop 0 false 0"));
     QCOMPARE(LogLines().last(), QString("WpaSuppThread::run() End Exec"));
+    // The supplicant runs on and is told nothing; our end of the connection leaves no name behind.
+    QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
+    QCOMPARE(QDir("/tmp").entryList({"wpa_ctrl_*"}, QDir::System), QStringList());
 }
 
 void TestCorviLife::firstTickTellsThatTheLoopStarted()
@@ -702,6 +707,7 @@ int main(int argc, char *argv[])
         // A process of its own, for Stop() does not return.
         Corvi corvi(nullptr);
         corvi.Start();
+        Supervisor::Connect();
         corvi.Stop(application.arguments().value(2).toInt());
     }
     TestCorviLife test;
