@@ -218,6 +218,13 @@ inline const QByteArray LAN_8021X_STATIC =
     "</network></networkconfig>";
 inline const QByteArray WLAN = "<networkconfig><network><name>Office</name><ssid>Office</ssid>"
                                "<securityMode>Unsecured</securityMode></network></networkconfig>";
+inline const QByteArray WLAN_AND_8021X =
+    "<networkconfig>"
+    "<network><name>lan</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode><identity>me</identity>"
+    "<password>secret</password><staticIp>true</staticIp><ipAddress>10.1.0.2</ipAddress>"
+    "<netmask>255.255.255.0</netmask><gateway>10.1.0.1</gateway></network>"
+    "<network><name>Office</name><ssid>Office</ssid><securityMode>Unsecured</securityMode></network>"
+    "</networkconfig>";
 
 inline void SetLevel(int level)
 {

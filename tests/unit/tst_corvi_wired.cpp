@@ -59,6 +59,7 @@ private Q_SLOTS:
     void cableInTheSecondPortIsFound();
     void changeOfDeviceIsAnnounced();
     void tickWithoutACarrierKeepsTheDevice();
+    void deviceWithAnAddressIsReadOnceATick();
 
     // The supplicant
     void supplicantFollowsTheState_data();
@@ -90,6 +91,7 @@ private Q_SLOTS:
     void stateChangeRewritesTheSupplicantFile_data();
     void stateChangeRewritesTheSupplicantFile();
     void stateIsReportedOnChangeOnly();
+    void stateIsInForceWhenItIsReported();
     void refreshFileReportsTheStateAgain();
     void refreshFileWithoutLinkIsConsumed_data();
     void refreshFileWithoutLinkIsConsumed();
@@ -293,6 +295,22 @@ void TestCorviWired::tickWithoutACarrierKeepsTheDevice()
     QCOMPARE(corvi.wirelessDelayTicks, 1);
 }
 
+void TestCorviWired::deviceWithAnAddressIsReadOnceATick()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    // The second port is stopped when the first one has been read.
+    corvi.Device("eth1")->Up();
+    Answer("ifconfig", "ip addr flush dev eth0; ip addr add 10.0.0.5/24 dev eth0");
+    Forget();
+
+    QVERIFY(corvi.WiredNetworkSetup());
+
+    QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth1 down"});
+    QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.1.0.2"));
+}
+
 void TestCorviWired::supplicantFollowsTheState_data()
 {
     QTest::addColumn<bool>("wiredUp");
@@ -492,6 +510,9 @@ void TestCorviWired::fallbackIsForcedAfterSixtyTicks()
     corvi.Tick(2);
     corvi.SettleSupplicant(RUNNING);
     corvi.Tick(60);
+    bool wasInFallbackWhenStopped = false;
+    connect(corvi.supThread, &WpaSuppThread::TriggerStopSupplicant, &corvi,
+            [&] { wasInFallbackWhenStopped = corvi.wiredDevice->inFallback; });
     LogFromHere(4);
 
     corvi.Tick();
@@ -503,6 +524,7 @@ void TestCorviWired::fallbackIsForcedAfterSixtyTicks()
     QCOMPARE(lines.at(decision + 2), QString("NetworkDevice::ConfigureNetwork -- start  eth0"));
     QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth0 10.1.0.2 netmask 255.255.255.0 up"});
     QVERIFY(Supervisor::IsStopRequested());
+    QVERIFY(wasInFallbackWhenStopped);
     // An unsecured attempt now, and authentication again: the configuration clears the flag.
     QVERIFY(!corvi.wiredDevice->inFallback);
 }
@@ -728,7 +750,7 @@ void TestCorviWired::stateChangeRewritesTheSupplicantFile()
 {
     QFETCH(bool, state);
     QFETCH(bool, usesSupplicant);
-    MakeMachine(usesSupplicant ? LAN_8021X_STATIC : LAN_STATIC, {"eth0"});
+    MakeMachine(usesSupplicant ? WLAN_AND_8021X : LAN_STATIC, {"eth0", "wlan0"});
     CorviUnderTest corvi;
     corvi.Tick(2);
     Remove(SUPPLICANT_FILE);
@@ -737,6 +759,8 @@ void TestCorviWired::stateChangeRewritesTheSupplicantFile()
     corvi.onWiredStateChange(state);
 
     QCOMPARE(QFile::exists(SUPPLICANT_FILE), usesSupplicant);
+    // From every interface, not from the wired one alone.
+    QCOMPARE(ReadFile(SUPPLICANT_FILE).contains("\"Office\""), usesSupplicant);
     QCOMPARE(corvi.reconfigureWpa, usesSupplicant);
 }
 
@@ -756,6 +780,20 @@ void TestCorviWired::stateIsReportedOnChangeOnly()
     PlugCable("eth0");
     corvi.Tick(3);
     QCOMPARE(TakeStates(changes), States{true});
+}
+
+void TestCorviWired::stateIsInForceWhenItIsReported()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviUnderTest corvi;
+    States inForce;
+    connect(&corvi, &Corvi::wiredStateChange, &corvi, [&] { inForce << corvi.wiredUp; });
+
+    corvi.Tick(2);
+    PullCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(inForce, States({true, false}));
 }
 
 void TestCorviWired::refreshFileReportsTheStateAgain()

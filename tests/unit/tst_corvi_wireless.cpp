@@ -3,18 +3,12 @@
 
 #include "corviundertest.h"
 
+#include "zebnetstatus.h"
+
 using namespace CorviWorld;
 using namespace TestSupport;
 
 namespace {
-
-const QByteArray WLAN_AND_8021X =
-    "<networkconfig>"
-    "<network><name>lan</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode><identity>me</identity>"
-    "<password>secret</password><staticIp>true</staticIp><ipAddress>10.1.0.2</ipAddress>"
-    "<netmask>255.255.255.0</netmask><gateway>10.1.0.1</gateway></network>"
-    "<network><name>Office</name><ssid>Office</ssid><securityMode>Unsecured</securityMode></network>"
-    "</networkconfig>";
 
 const QString START = "Corvi::Loop:: Start wpa_supplicant, Driver= wext,nl80211";
 
@@ -452,12 +446,14 @@ void TestCorviWireless::deviceThatMissedItsEventIsConfigured()
 
 void TestCorviWireless::associationConfiguresWireless()
 {
-    MakeMachine(WLAN, {"wlan0"});
+    MakeMachine(WLAN, {"eth0", "wlan0"});
     UseDhcpServer();
     BringUp("wlan0");
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick();
+    // Wireless comes first where there is a wired device too.
+    corvi.wiredDevice = corvi.Device("eth0");
     corvi.wirelessDevice = corvi.Device("wlan0");
     LogFromHere(4);
 
@@ -477,19 +473,23 @@ void TestCorviWireless::associationConfiguresWireless()
 void TestCorviWireless::lossOfAssociationIsOnlyReported()
 {
     MakeMachine(WLAN, {"wlan0"});
-    BringUp("wlan0");
     EventListener listener;
     CorviUnderTest corvi;
     corvi.Tick();
     corvi.wirelessDevice = corvi.Device("wlan0");
+    BringUp("wlan0");
     Forget();
 
     corvi.onAssociatedChanged(false);
 
     QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
     QCOMPARE(Journal(), QStringList());
-    // Refreshed.
+    // Read again before it is published.
     QVERIFY(corvi.wirelessDevice->isRunning);
+    ZebNetStatus published;
+    QVERIFY(
+        published.SetData(QByteArray(static_cast<const char *>(corvi.shm.constData()), corvi.shm.size())));
+    QVERIFY(published.IsConnected());
 }
 
 void TestCorviWireless::associationOfAWiredDevice_data()
