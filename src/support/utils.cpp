@@ -3,6 +3,7 @@
 
 #include "utils.h"
 
+#include "program.h"
 #include "timing.h"
 
 #include <QByteArray>
@@ -10,28 +11,9 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 
-#include <csignal>
 #include <initializer_list>
 
-#include <sys/types.h>
-#include <unistd.h>
-
 namespace {
-
-/// A program in a process group of its own, so that its time limit ends with it all that it started: a DHCP
-/// client works in a child from the start, which would go on alone and set an address behind our back.
-class Program : public QProcess
-{
-public:
-    ~Program() override
-    {
-        if (state() != NotRunning && processId() > 0)
-            ::kill(-static_cast<pid_t>(processId()), SIGKILL);
-    }
-
-protected:
-    void setupChildProcess() override { ::setpgid(0, 0); }
-};
 
 void SetEnvironment(QProcess &process)
 {
