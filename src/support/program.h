@@ -12,7 +12,7 @@ class Program : public QProcess
 {
 public:
     using QProcess::QProcess;
-    /// Kills what still runs.
+    /// Kills what still runs and waits for its end.
     ~Program() override;
 
 protected:

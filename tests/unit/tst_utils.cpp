@@ -43,6 +43,7 @@ private Q_SLOTS:
     void mergedTellsWhatItRuns();
     void mergedStopsWaitingAfterItsLimit();
     void limitEndsTheChildrenToo();
+    void limitIsNotComplainedAbout();
     void mergedOfMissingProgramGivesOneEmptyLine();
     void mergedCrashIsTheWholeResult();
     void spawnedChildIsNotWaitedFor();
@@ -187,6 +188,21 @@ void TestUtils::limitEndsTheChildrenToo()
     const int child = lines.first().toInt();
     QVERIFY(child > 0);
     QTRY_COMPARE(::kill(child, 0), -1);
+}
+
+void TestUtils::limitIsNotComplainedAbout()
+{
+    static QStringList complaints;
+    const QtMessageHandler previous =
+        qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
+            if (type == QtWarningMsg)
+                complaints << text;
+        });
+
+    Utils::ExecuteMerged("sleep", {"60"}, 100);
+
+    qInstallMessageHandler(previous);
+    QCOMPARE(complaints, QStringList());
 }
 
 void TestUtils::mergedOfMissingProgramGivesOneEmptyLine()
