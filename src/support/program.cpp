@@ -16,6 +16,12 @@ constexpr std::chrono::milliseconds KILL_TIME_LIMIT{1000};
 
 } // namespace
 
+Program::Program(QObject *parent) : QProcess(parent)
+{
+    setStandardInputFile(nullDevice());
+    setStandardErrorFile(nullDevice());
+}
+
 Program::~Program()
 {
     if (state() == NotRunning || processId() <= 0)

@@ -7,11 +7,13 @@
 
 /// An outside program that ends with its object, in a process group of its own, so that all that it started
 /// ends with it: a DHCP client works in a child from the start, which would go on alone and set an address
-/// behind our back.
+/// behind our back. Its standard input is empty and its standard error is discarded, as nobody writes the one
+/// or reads the other: a program that waited for input would hang, and one that complained without end would
+/// fill our memory.
 class Program : public QProcess
 {
 public:
-    using QProcess::QProcess;
+    explicit Program(QObject *parent = nullptr);
     /// Kills what still runs and waits for its end.
     ~Program() override;
 

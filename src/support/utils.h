@@ -9,11 +9,11 @@
 class QProcess;
 
 /// The ways of running outside programs. Every program is run directly, never through a shell, with the
-/// caller's environment and `DISPLAY` set to ":0". The result is the program's output decoded as UTF-8 up to
-/// the first NUL and split at each line feed, empty parts kept; the single item "Process Crashed" when it
-/// did not exit normally. A program that cannot be started gives one empty item; one that is still running at
-/// its time limit gives what it printed so far and is killed with all that it started. No state: usable from
-/// every thread.
+/// caller's environment and `DISPLAY` set to ":0"; one that is waited for has no input. The result is the
+/// program's output decoded as UTF-8 up to the first NUL and split at each line feed, empty parts kept; the
+/// single item "Process Crashed" when it did not exit normally. A program that cannot be started gives one
+/// empty item; one that is still running at its time limit gives what it printed so far and is killed with
+/// all that it started. No state: usable from every thread.
 class Utils
 {
 public:

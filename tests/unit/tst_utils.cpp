@@ -34,6 +34,8 @@ private Q_SLOTS:
     void argumentsReachTheProgramAsTheyAre();
     void lastArgumentChangesNothing();
     void standardErrorIsDiscarded();
+    void standardErrorIsNotEvenRead();
+    void standardInputIsEmpty();
     void crashIsTheWholeResult();
     void missingProgramGivesOneEmptyLine();
     void environmentIsOursWithADisplay();
@@ -106,6 +108,27 @@ void TestUtils::standardErrorIsDiscarded()
 {
     QCOMPARE(Utils::Execute(SHELL, Script("echo out; echo err >&2; exit 3"), false),
              (QStringList{"out", ""}));
+}
+
+void TestUtils::standardErrorIsNotEvenRead()
+{
+    const QStringList standardError{"/proc/self/fd/2"};
+    const QStringList nowhere{"/dev/null", ""};
+
+    QCOMPARE(Utils::Execute("readlink", standardError, false), nowhere);
+    QCOMPARE(Utils::ExecutePiped("readlink", standardError, "cat", {}, QString(), {}), nowhere);
+    QCOMPARE(Utils::ExecutePiped("true", {}, "readlink", standardError, QString(), {}), nowhere);
+    QCOMPARE(Utils::ExecutePiped("true", {}, "true", {}, "readlink", standardError), nowhere);
+}
+
+void TestUtils::standardInputIsEmpty()
+{
+    const QStringList standardInput{"/proc/self/fd/0"};
+    const QStringList nothing{"/dev/null", ""};
+
+    QCOMPARE(Utils::Execute("readlink", standardInput, false), nothing);
+    QCOMPARE(Utils::ExecuteMerged("readlink", standardInput, 5000), nothing);
+    QCOMPARE(Utils::ExecutePiped("readlink", standardInput, "cat", {}, QString(), {}), nothing);
 }
 
 void TestUtils::crashIsTheWholeResult()
