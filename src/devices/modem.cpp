@@ -3,15 +3,14 @@
 
 #include "modem.h"
 
+#include "program.h"
 #include "zebsystem.h"
-
-#include <QProcess>
 
 namespace {
 
 QByteArray AskModemTool()
 {
-    QProcess process;
+    Program process;
     process.start(QStringLiteral("modem-tool.sh"), {QStringLiteral("status")});
     process.waitForFinished(-1);
     return process.readAllStandardOutput();

@@ -3,13 +3,12 @@
 
 #include "interfacekind.h"
 
+#include "program.h"
 #include "timing.h"
-
-#include <QProcess>
 
 bool interfaceIsWireless(const QString &iface)
 {
-    QProcess process;
+    Program process;
     // The blank belongs to the program string; QProcess takes it as part of the file name.
     process.start(QStringLiteral("iw "), {iface, QStringLiteral("info")});
     if (!process.waitForFinished(PROGRAM_TIME_LIMIT_MS))

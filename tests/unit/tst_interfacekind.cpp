@@ -20,6 +20,7 @@ private Q_SLOTS:
     void answerHasSeveralLines();
     void toolIsAskedByItsNameWithTheBlank();
     void toolWithoutTheBlankIsNotAsked();
+    void toolHasNoInputAndItsErrorsGoNowhere();
     void toolThatHangsMeansNo();
 };
 
@@ -68,6 +69,15 @@ void TestInterfaceKind::toolWithoutTheBlankIsNotAsked()
     QVERIFY(!interfaceIsWireless("wlan0"));
 
     QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+void TestInterfaceKind::toolHasNoInputAndItsErrorsGoNowhere()
+{
+    TestSupport::Answer("iw ", "readlink /proc/self/fd/0 /proc/self/fd/2 >/tmp/channels");
+
+    interfaceIsWireless("wlan0");
+
+    QCOMPARE(TestSupport::ReadFile("/tmp/channels"), QByteArray("/dev/null\n/dev/null\n"));
 }
 
 void TestInterfaceKind::toolThatHangsMeansNo()

@@ -26,6 +26,7 @@ private Q_SLOTS:
     void readinessIsTakenFromTheStatus();
     void statusIsAskedForWithOneArgument();
     void statusIsWaitedFor();
+    void statusToolHasNoInputAndItsErrorsGoNowhere();
     void missingToolMeansNotConnectedYetReady();
 };
 
@@ -142,6 +143,15 @@ void TestModem::statusIsWaitedFor()
     modem.UpdateConnectionStatus();
 
     QVERIFY(modem.modemConnected);
+}
+
+void TestModem::statusToolHasNoInputAndItsErrorsGoNowhere()
+{
+    TestSupport::Answer("modem-tool.sh", "readlink /proc/self/fd/0 /proc/self/fd/2 >/tmp/channels");
+
+    Modem::IsModemReady();
+
+    QCOMPARE(TestSupport::ReadFile("/tmp/channels"), QByteArray("/dev/null\n/dev/null\n"));
 }
 
 void TestModem::missingToolMeansNotConnectedYetReady()
