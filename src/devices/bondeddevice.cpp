@@ -6,6 +6,7 @@
 #include "logging.h"
 #include "networksetting.h"
 #include "paths.h"
+#include "program.h"
 #include "securefile.h"
 #include "timing.h"
 #include "utils.h"
@@ -13,7 +14,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTimer>
 
 #include <algorithm>
@@ -105,7 +105,7 @@ BondedDevice::BondedDevice(QObject *parent)
     : QObject(parent),
       slaves(EthernetNames()),
       bondingActive(QFileInfo::exists(BONDING_MASTERS)),
-      dhcpProcess(new QProcess(this)),
+      dhcpProcess(new Program(this)),
       pollTimer(new QTimer(this))
 {
     if (InterfaceExists(swapName)) {
@@ -113,21 +113,15 @@ BondedDevice::BondedDevice(QObject *parent)
         renamedName = swapName;
         ReplaceName(slaves, wiredName, renamedName);
     }
+    // Nobody reads what the client prints, and QProcess would keep it.
+    dhcpProcess->setStandardOutputFile(QProcess::nullDevice());
     connect(dhcpProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             &BondedDevice::onStartProcessFinished);
     connect(pollTimer, &QTimer::timeout, this, &BondedDevice::onMyTimerTrip);
     Log(4) << "BondedDevice::BondedDevice Initialized";
 }
 
-BondedDevice::~BondedDevice()
-{
-    // QProcess would end it too, but complain about it.
-    dhcpProcess->disconnect(this);
-    if (dhcpProcess->state() != QProcess::NotRunning) {
-        dhcpProcess->kill();
-        dhcpProcess->waitForFinished(PROGRAM_TIME_LIMIT_MS);
-    }
-}
+BondedDevice::~BondedDevice() = default;
 
 bool BondedDevice::isBondingEnabled() const
 {

@@ -13,6 +13,7 @@
 #include <QTimer>
 #include <QtTest>
 
+#include <csignal>
 #include <memory>
 
 #include <sys/stat.h>
@@ -112,6 +113,7 @@ private Q_SLOTS:
     void clientRunsOnTheInterfaceThatCarries();
     void activeSlaveFileFollowsTheName();
     void clientEndsWithItsOwner();
+    void clientIsGivenNoChannels();
 
 private:
     std::unique_ptr<FakeSysNet> net;
@@ -697,13 +699,17 @@ void TestBondedDevice::activeSlaveFileFollowsTheName()
 void TestBondedDevice::clientEndsWithItsOwner()
 {
     static QStringList complaints;
-    TestSupport::Answer("dhclient", "exec sleep 100");
+    // It works in a child of its own.
+    TestSupport::Answer("dhclient",
+                        "sleep 100 & echo $! >/tmp/client.new; mv /tmp/client.new /tmp/client.child; wait");
+    TestSupport::Remove("/tmp/client.child");
     QtMessageHandler previous = nullptr;
     QElapsedTimer timer;
     timer.start();
     {
         BondedDevice bond(nullptr);
         bond.StartDhclientInit("eth0");
+        QTRY_VERIFY(QFile::exists("/tmp/client.child"));
         previous = qInstallMessageHandler(
             [](QtMsgType, const QMessageLogContext &, const QString &text) { complaints << text; });
     }
@@ -711,6 +717,22 @@ void TestBondedDevice::clientEndsWithItsOwner()
 
     QCOMPARE(complaints, QStringList());
     QVERIFY2(timer.elapsed() < 2000, qPrintable(QString::number(timer.elapsed())));
+    const int child = TestSupport::ReadFile("/tmp/client.child").trimmed().toInt();
+    QVERIFY(child > 0);
+    QTRY_COMPARE(::kill(child, 0), -1);
+}
+
+void TestBondedDevice::clientIsGivenNoChannels()
+{
+    TestSupport::Answer("dhclient",
+                        "channels=$(readlink /proc/$$/fd/[012]); echo \"$channels\" >/tmp/channels");
+    BondedDevice bond(nullptr);
+    QSignalSpy ready(&bond, &BondedDevice::dhclientReady);
+
+    bond.StartDhclientInit("eth0");
+
+    QTRY_COMPARE(ready.size(), 1);
+    QCOMPARE(TestSupport::ReadFile("/tmp/channels"), QByteArray("/dev/null\n/dev/null\n/dev/null\n"));
 }
 
 QTEST_GUILESS_MAIN(TestBondedDevice)
