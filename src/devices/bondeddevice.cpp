@@ -244,7 +244,11 @@ void BondedDevice::StartDhclientInit(const QString &iface)
     dhclientFinished = false;
     pollTimer->start(TICK_INTERVAL);
     dhcpProcess->start(DHCLIENT, {iface});
-    dhcpProcess->waitForStarted(PROGRAM_TIME_LIMIT_MS);
+    if (!dhcpProcess->waitForStarted(PROGRAM_TIME_LIMIT_MS)) {
+        // It will not end either, and there is nothing to poll for.
+        pollTimer->stop();
+        Log(2) << "BondedDevice::StartDhclientInit" << DHCLIENT << "cannot be started on" << iface;
+    }
     Log(4) << "Calling" << DHCLIENT << iface;
 }
 

@@ -642,9 +642,12 @@ void TestBondedDevice::missingClientDoesNotReport()
     QSignalSpy ready(&bond, &BondedDevice::dhclientReady);
 
     bond.StartDhclientInit("eth0");
+    QVERIFY2(!bond.findChild<QTimer *>()->isActive(), "nothing is left to poll for");
     QTest::qWait(1300);
 
     QCOMPARE(ready.size(), 0);
+    QVERIFY2(LogText().contains("BondedDevice::StartDhclientInit dhclient cannot be started on eth0"),
+             qPrintable(LogText()));
 }
 
 void TestBondedDevice::leaseIsReleased()
