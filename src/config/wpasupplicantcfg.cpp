@@ -216,5 +216,5 @@ bool WpaSupplicantCfg::WriteCfg(const QStringList &lines)
             text += "sae_pwe=2\n";
     }
     text += ExtraGlobals() + '\n' + lines.join(QLatin1Char('\n')).toUtf8();
-    return SecureFile::Write(WPA_SUPPLICANT_CONF, text, 0600);
+    return SecureFile::Replace(WPA_SUPPLICANT_CONF, text, 0600);
 }

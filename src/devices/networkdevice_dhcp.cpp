@@ -80,7 +80,7 @@ bool NetworkDevice::Dhclient(const QString &iface)
         Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS)
             .join(QLatin1Char('\n'));
     // Kept for people only: without it the attempt counts all the same.
-    static_cast<void>(SecureFile::Write(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
+    static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     return transcript.contains(QStringLiteral("bound to"));
 }
 

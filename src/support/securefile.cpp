@@ -21,27 +21,7 @@ bool WriteAll(int fd, const QByteArray &contents)
            file.write(contents) == contents.size() && file.flush();
 }
 
-/// A file of another user, a second name of some other file and a named pipe may have been put at the path.
-bool IsOursAlone(int fd)
-{
-    struct stat info = {};
-    return ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid() &&
-           info.st_nlink == 1;
-}
-
 } // namespace
-
-bool SecureFile::Write(const QString &path, const QByteArray &contents, mode_t mode)
-{
-    // Opening a named pipe without O_NONBLOCK would wait for a reader.
-    const int fd = ::open(QFile::encodeName(path).constData(),
-                          O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
-    if (fd == -1)
-        return false;
-    const auto closer = qScopeGuard([fd] { ::close(fd); });
-    // An existing file keeps its mode through open(), a new one loses bits to the umask.
-    return IsOursAlone(fd) && ::fchmod(fd, mode) == 0 && ::ftruncate(fd, 0) == 0 && WriteAll(fd, contents);
-}
 
 bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t mode)
 {

@@ -14,13 +14,9 @@
 /// the last part of the path, and no descriptor is inherited by a child.
 namespace SecureFile {
 
-/// Replaces the contents of `path` in place. The file has exactly `mode` before the first byte is written.
-/// False when it cannot be opened or written, or is not a plain file of our own with this one name; the old
-/// contents are kept then, or lost where the writing itself failed.
-[[nodiscard]] bool Write(const QString &path, const QByteArray &contents, mode_t mode);
-
-/// Replaces the file by a new one in a single step, so that a reader sees the old or the new contents and
-/// never a part. A symbolic link at `path` is replaced, not followed.
+/// Replaces the file by a new one of our own in a single step, so that a reader sees the old or the new
+/// contents and never a part. It has exactly `mode` before the first byte is written. Whatever others put at
+/// `path` is displaced, a link as such; a folder stays, and this fails. False leaves everything as it was.
 [[nodiscard]] bool Replace(const QString &path, const QByteArray &contents, mode_t mode);
 
 /// The contents of a plain file; nothing for one that cannot be read and for anything else at `path`, such as

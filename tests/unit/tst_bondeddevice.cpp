@@ -96,6 +96,7 @@ private Q_SLOTS:
     void addressThatCannotBeReadIsNotSaved();
     void savedAddressDoesNotFollowALink();
     void namedPipeInPlaceOfTheAddressIsNotWaitedFor();
+    void addressThatCannotBeSavedIsLogged();
     void disablingTearsTheBondDown();
     void disablingWithoutRenamingKeepsNames();
     void disablingWithoutBondSkipsTheTeardown_data();
@@ -463,7 +464,18 @@ void TestBondedDevice::savedAddressDoesNotFollowALink()
     bond.EnableBonding();
 
     QCOMPARE(TestSupport::ReadFile("/tmp/victim"), QByteArray("untouched"));
-    QVERIFY(LogText().contains(SAVED_MAC));
+    QCOMPARE(TestSupport::ReadFile(SAVED_MAC), MAC + "\n");
+}
+
+void TestBondedDevice::addressThatCannotBeSavedIsLogged()
+{
+    QVERIFY(QDir().mkpath(SAVED_MAC));
+    BondedDevice bond(nullptr);
+    bond.setRenaming(true);
+
+    bond.EnableBonding();
+
+    QVERIFY(LogText().contains("the bond's address could not be saved to " + SAVED_MAC));
 }
 
 void TestBondedDevice::namedPipeInPlaceOfTheAddressIsNotWaitedFor()

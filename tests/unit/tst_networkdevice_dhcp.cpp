@@ -46,6 +46,7 @@ private Q_SLOTS:
     void attemptIsMadeOnAnotherInterface();
     void transcriptIsKeptForRootAlone();
     void transcriptReplacesTheEarlierOne();
+    void transcriptDoesNotFollowALink();
     void transcriptThatCannotBeKeptIsNoFailure();
     void missingClientIsAFailure();
     void crashedClientIsAFailure();
@@ -163,16 +164,28 @@ void TestNetworkDeviceDhcp::transcriptReplacesTheEarlierOne()
     QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), QByteArray("none\n"));
 }
 
-void TestNetworkDeviceDhcp::transcriptThatCannotBeKeptIsNoFailure()
+void TestNetworkDeviceDhcp::transcriptDoesNotFollowALink()
 {
     TestSupport::WriteFile("/tmp/victim", "untouched");
     QVERIFY(QFile::link("/tmp/victim", TRANSCRIPT));
+    TestSupport::Answer("dhclient", "echo none");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(!device.Dhclient("eth0"));
+
+    QCOMPARE(TestSupport::ReadFile("/tmp/victim"), QByteArray("untouched"));
+    QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), QByteArray("none\n"));
+}
+
+void TestNetworkDeviceDhcp::transcriptThatCannotBeKeptIsNoFailure()
+{
+    QVERIFY(QDir().mkpath(TRANSCRIPT));
     TestSupport::Answer("dhclient", "echo bound to 10.0.0.5");
     NetworkDevice device("eth0", nullptr);
 
     QVERIFY(device.Dhclient("eth0"));
 
-    QCOMPARE(TestSupport::ReadFile("/tmp/victim"), QByteArray("untouched"));
+    QVERIFY(QFileInfo(TRANSCRIPT).isDir());
     QVERIFY(!TestSupport::LogText().contains(TRANSCRIPT));
 }
 

@@ -3,6 +3,7 @@
 
 #include "securefile.h"
 
+#include "filesizelimit.h"
 #include "testsupport.h"
 
 #include <QFile>
@@ -30,6 +31,34 @@ QStringList FilesInFolder()
     return QDir(FOLDER).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
 }
 
+void AddKinds(const QStringList &kinds)
+{
+    QTest::addColumn<QString>("kind");
+    for (const QString &kind : kinds)
+        QTest::newRow(qPrintable(kind)) << kind;
+}
+
+/// Puts something at the path. False where that takes a right that this user does not have.
+bool Put(const QString &kind)
+{
+    const QByteArray path = QFile::encodeName(PATH);
+    if (kind == "file" || kind == "file of another user")
+        TestSupport::WriteFile(PATH, "old");
+    if (kind == "file of another user")
+        return ::chown(path.constData(), 65534, 65534) == 0;
+    if (kind == "symbolic link")
+        return QFile::link(OTHER, PATH);
+    if (kind == "dangling symbolic link")
+        return QFile::link(FOLDER + "nothing", PATH);
+    if (kind == "second name")
+        return ::link(QFile::encodeName(OTHER).constData(), path.constData()) == 0;
+    if (kind == "named pipe")
+        return ::mkfifo(path.constData(), 0600) == 0;
+    if (kind == "folder")
+        return QDir().mkdir(PATH);
+    return true;
+}
+
 } // namespace
 
 /// Files in a folder where others may have put something first.
@@ -40,18 +69,13 @@ class TestSecureFile : public QObject
 private Q_SLOTS:
     void init();
 
-    void writeMakesTheFileWithItsMode_data();
-    void writeMakesTheFileWithItsMode();
-    void writeShortensTheOldContents();
-    void writeNarrowsTheModeOfAnOldFile();
-    void writeKeepsTheFile();
-    void writeRefuses_data();
-    void writeRefuses();
-    void writeRefusesAFileOfAnotherUser();
+    void replaceMakesTheFileWithItsMode_data();
     void replaceMakesTheFileWithItsMode();
     void replaceGivesReadersOldOrNew();
-    void replacePutsAFileInPlaceOfASymbolicLink();
+    void replaceDisplacesWhatOthersPutThere_data();
+    void replaceDisplacesWhatOthersPutThere();
     void replaceLeavesNothingBehindWhenItFails();
+    void replaceKeepsTheOldFileWhereTheDiskIsFull();
     void readGivesTheContents_data();
     void readGivesTheContents();
     void readRefuses_data();
@@ -66,7 +90,7 @@ void TestSecureFile::init()
     TestSupport::WriteFile(OTHER, "other");
 }
 
-void TestSecureFile::writeMakesTheFileWithItsMode_data()
+void TestSecureFile::replaceMakesTheFileWithItsMode_data()
 {
     QTest::addColumn<uint>("umask");
     QTest::addColumn<uint>("mode");
@@ -76,97 +100,18 @@ void TestSecureFile::writeMakesTheFileWithItsMode_data()
     QTest::newRow("public, narrow umask") << 0077U << 0644U;
 }
 
-void TestSecureFile::writeMakesTheFileWithItsMode()
+void TestSecureFile::replaceMakesTheFileWithItsMode()
 {
     QFETCH(uint, umask);
     QFETCH(uint, mode);
     const mode_t previous = ::umask(umask);
 
-    const bool written = SecureFile::Write(PATH, "contents", mode);
+    const bool written = SecureFile::Replace(PATH, "contents", mode);
 
     ::umask(previous);
     QVERIFY(written);
     QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("contents"));
     QCOMPARE(uint(ModeOf(PATH)), mode);
-}
-
-void TestSecureFile::writeShortensTheOldContents()
-{
-    QVERIFY(SecureFile::Write(PATH, "a long text", 0600));
-
-    QVERIFY(SecureFile::Write(PATH, "short", 0600));
-
-    QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("short"));
-}
-
-void TestSecureFile::writeNarrowsTheModeOfAnOldFile()
-{
-    TestSupport::WriteFile(PATH, "old");
-    QCOMPARE(::chmod(QFile::encodeName(PATH).constData(), 0666), 0);
-
-    QVERIFY(SecureFile::Write(PATH, "new", 0600));
-
-    QCOMPARE(ModeOf(PATH), mode_t(0600));
-}
-
-void TestSecureFile::writeKeepsTheFile()
-{
-    TestSupport::WriteFile(PATH, "old");
-    QFile reader(PATH);
-    QVERIFY(reader.open(QIODevice::ReadOnly));
-
-    QVERIFY(SecureFile::Write(PATH, "new", 0600));
-
-    QCOMPARE(reader.readAll(), QByteArray("new"));
-}
-
-void TestSecureFile::writeRefuses_data()
-{
-    QTest::addColumn<QString>("kind");
-
-    for (const char *kind :
-         {"symbolic link", "dangling symbolic link", "second name", "named pipe", "folder"})
-        QTest::newRow(kind) << QString(kind);
-}
-
-void TestSecureFile::writeRefuses()
-{
-    QFETCH(QString, kind);
-    const QByteArray path = QFile::encodeName(PATH);
-    if (kind == "symbolic link")
-        QVERIFY(QFile::link(OTHER, PATH));
-    else if (kind == "dangling symbolic link")
-        QVERIFY(QFile::link(FOLDER + "nothing", PATH));
-    else if (kind == "second name")
-        QCOMPARE(::link(QFile::encodeName(OTHER).constData(), path.constData()), 0);
-    else if (kind == "named pipe")
-        QCOMPARE(::mkfifo(path.constData(), 0600), 0);
-    else
-        QVERIFY(QDir().mkdir(PATH));
-
-    QVERIFY(!SecureFile::Write(PATH, "new", 0600));
-
-    QCOMPARE(TestSupport::ReadFile(OTHER), QByteArray("other"));
-    QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
-}
-
-void TestSecureFile::writeRefusesAFileOfAnotherUser()
-{
-    TestSupport::WriteFile(PATH, "old");
-    if (::chown(QFile::encodeName(PATH).constData(), 65534, 65534) != 0)
-        QSKIP("only root can make a file of another user; seen when the tests run as root");
-
-    QVERIFY(!SecureFile::Write(PATH, "new", 0600));
-
-    QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("old"));
-}
-
-void TestSecureFile::replaceMakesTheFileWithItsMode()
-{
-    QVERIFY(SecureFile::Replace(PATH, "contents", 0644));
-
-    QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("contents"));
-    QCOMPARE(ModeOf(PATH), mode_t(0644));
     QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
 }
 
@@ -182,15 +127,25 @@ void TestSecureFile::replaceGivesReadersOldOrNew()
     QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("new"));
 }
 
-void TestSecureFile::replacePutsAFileInPlaceOfASymbolicLink()
+void TestSecureFile::replaceDisplacesWhatOthersPutThere_data()
 {
-    QVERIFY(QFile::link(OTHER, PATH));
+    AddKinds(
+        {"symbolic link", "dangling symbolic link", "second name", "named pipe", "file of another user"});
+}
 
-    QVERIFY(SecureFile::Replace(PATH, "new", 0644));
+void TestSecureFile::replaceDisplacesWhatOthersPutThere()
+{
+    QFETCH(QString, kind);
+    if (!Put(kind))
+        QSKIP("only root can make a file of another user; seen when the tests run as root");
+
+    QVERIFY(SecureFile::Replace(PATH, "new", 0600));
 
     QVERIFY(!QFileInfo(PATH).isSymLink());
+    QCOMPARE(QFileInfo(PATH).ownerId(), uint(::geteuid()));
     QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("new"));
     QCOMPARE(TestSupport::ReadFile(OTHER), QByteArray("other"));
+    QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
 }
 
 void TestSecureFile::replaceLeavesNothingBehindWhenItFails()
@@ -199,6 +154,20 @@ void TestSecureFile::replaceLeavesNothingBehindWhenItFails()
 
     QVERIFY(!SecureFile::Replace(PATH, "new", 0644));
 
+    QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
+}
+
+void TestSecureFile::replaceKeepsTheOldFileWhereTheDiskIsFull()
+{
+    TestSupport::WriteFile(PATH, "old");
+    bool written = true;
+    {
+        const FileSizeLimit fullDisk(2);
+        written = SecureFile::Replace(PATH, "new", 0600);
+    }
+
+    QVERIFY(!written);
+    QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("old"));
     QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
 }
 

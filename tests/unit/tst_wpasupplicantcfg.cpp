@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "filesizelimit.h"
 #include "testsupport.h"
 #include "wpasupplicantcfg.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QTextCodec>
 #include <QtTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -62,6 +65,12 @@ mode_t ModeOf(const QString &path)
 {
     struct stat info = {};
     return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
+}
+
+bool WriteCfgOnAFullDisk()
+{
+    const FileSizeLimit fullDisk(10);
+    return WpaSupplicantCfg::WriteCfg({"new"});
 }
 
 } // namespace
@@ -134,6 +143,8 @@ private Q_SLOTS:
     void fileIsForItsOwnerOnly_data();
     void fileIsForItsOwnerOnly();
     void symbolicLinkIsNotFollowed();
+    void fileOfAnotherUserIsDisplaced();
+    void earlierFileStaysWhereTheDiskIsFull();
     void folderInThePlaceOfTheFileIsAFailure();
 };
 
@@ -964,10 +975,32 @@ void TestWpaSupplicantCfg::symbolicLinkIsNotFollowed()
     TestSupport::WriteFile("/tmp/target", "kept");
     QVERIFY(QFile::link("/tmp/target", FILE_PATH));
 
-    QVERIFY(!WpaSupplicantCfg::WriteCfg({"secret"}));
+    QVERIFY(WpaSupplicantCfg::WriteCfg({"secret"}));
 
     QCOMPARE(TestSupport::ReadFile("/tmp/target"), QByteArray("kept"));
-    QCOMPARE(QFile::symLinkTarget(FILE_PATH), QString("/tmp/target"));
+    QVERIFY(TestSupport::ReadFile(FILE_PATH).endsWith("\n\nsecret"));
+    QVERIFY(!QFileInfo(FILE_PATH).isSymLink());
+}
+
+void TestWpaSupplicantCfg::fileOfAnotherUserIsDisplaced()
+{
+    TestSupport::WriteFile(FILE_PATH, "foreign");
+    if (::chown(QFile::encodeName(FILE_PATH).constData(), 65534, 65534) != 0)
+        QSKIP("only root can make a file of another user; seen when the tests run as root");
+
+    QVERIFY(WpaSupplicantCfg::WriteCfg({"secret"}));
+
+    QVERIFY(TestSupport::ReadFile(FILE_PATH).endsWith("\n\nsecret"));
+    QCOMPARE(QFileInfo(FILE_PATH).ownerId(), uint(::geteuid()));
+}
+
+void TestWpaSupplicantCfg::earlierFileStaysWhereTheDiskIsFull()
+{
+    TestSupport::WriteFile(FILE_PATH, "earlier");
+
+    QVERIFY(!WriteCfgOnAFullDisk());
+
+    QCOMPARE(TestSupport::ReadFile(FILE_PATH), QByteArray("earlier"));
 }
 
 void TestWpaSupplicantCfg::folderInThePlaceOfTheFileIsAFailure()
