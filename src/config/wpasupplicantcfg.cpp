@@ -216,5 +216,11 @@ bool WpaSupplicantCfg::WriteCfg(const QStringList &lines)
             text += "sae_pwe=2\n";
     }
     text += ExtraGlobals() + '\n' + lines.join(QLatin1Char('\n')).toUtf8();
-    return SecureFile::Replace(WPA_SUPPLICANT_CONF, text, 0600);
+    if (SecureFile::Replace(WPA_SUPPLICANT_CONF, text, 0600))
+        return true;
+    // An older file of our own stays in force. Anything else was put there by another user, and root would
+    // run the supplicant by it.
+    if (!SecureFile::IsOurs(WPA_SUPPLICANT_CONF))
+        QFile::remove(WPA_SUPPLICANT_CONF);
+    return false;
 }

@@ -73,7 +73,7 @@ public:
     static QString GetMac();
 
     /// Replaces /tmp/wpa_supplicant.conf by the global header and these block lines. False when it cannot be
-    /// written: the earlier file is kept then.
+    /// written: our own earlier file is kept then, what another user put there is removed.
     [[nodiscard]] static bool WriteCfg(const QStringList &lines);
 
     static bool _useHashedPsk;

@@ -37,6 +37,13 @@ bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t
     return false;
 }
 
+bool SecureFile::IsOurs(const QString &path)
+{
+    struct stat info = {};
+    return ::lstat(QFile::encodeName(path).constData(), &info) == 0 && S_ISREG(info.st_mode) &&
+           info.st_uid == ::geteuid() && info.st_nlink == 1;
+}
+
 std::optional<QByteArray> SecureFile::ReadRegular(const QString &path, int flags)
 {
     const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags);

@@ -19,6 +19,10 @@ namespace SecureFile {
 /// `path` is displaced, a link as such; a folder stays, and this fails. False leaves everything as it was.
 [[nodiscard]] bool Replace(const QString &path, const QByteArray &contents, mode_t mode);
 
+/// Whether `path` is a plain file of our own with this one name. Where only owners may remove files, as in
+/// /tmp, it stays so. Another user's file, a link to one and a second name of some other file are not.
+[[nodiscard]] bool IsOurs(const QString &path);
+
 /// The contents of a plain file; nothing for one that cannot be read and for anything else at `path`, such as
 /// a named pipe, on which reading would wait. `flags` are further ones for open(2): a symbolic link is
 /// followed unless they hold O_NOFOLLOW.

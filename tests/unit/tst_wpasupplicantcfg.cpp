@@ -145,6 +145,7 @@ private Q_SLOTS:
     void symbolicLinkIsNotFollowed();
     void fileOfAnotherUserIsDisplaced();
     void earlierFileStaysWhereTheDiskIsFull();
+    void foreignFileGoesWhereTheDiskIsFull();
     void folderInThePlaceOfTheFileIsAFailure();
 };
 
@@ -1001,6 +1002,18 @@ void TestWpaSupplicantCfg::earlierFileStaysWhereTheDiskIsFull()
     QVERIFY(!WriteCfgOnAFullDisk());
 
     QCOMPARE(TestSupport::ReadFile(FILE_PATH), QByteArray("earlier"));
+}
+
+void TestWpaSupplicantCfg::foreignFileGoesWhereTheDiskIsFull()
+{
+    TestSupport::WriteFile("/tmp/target", "kept");
+    QVERIFY(QFile::link("/tmp/target", FILE_PATH));
+
+    QVERIFY(!WriteCfgOnAFullDisk());
+
+    QVERIFY(!QFileInfo(FILE_PATH).isSymLink());
+    QVERIFY(!QFile::exists(FILE_PATH));
+    QCOMPARE(TestSupport::ReadFile("/tmp/target"), QByteArray("kept"));
 }
 
 void TestWpaSupplicantCfg::folderInThePlaceOfTheFileIsAFailure()
