@@ -14,6 +14,9 @@
 
 namespace {
 
+/// Many times what any file read here needs. Some are where every user can put one of any size.
+constexpr int SIZE_LIMIT = 1024 * 1024;
+
 bool WriteAll(int fd, const QByteArray &contents)
 {
     QFile file;
@@ -56,5 +59,8 @@ std::optional<QByteArray> SecureFile::ReadRegular(const QString &path, int flags
     QFile file;
     if (!file.open(fd, QIODevice::ReadOnly, QFileDevice::DontCloseHandle))
         return std::nullopt;
-    return file.readAll();
+    const QByteArray contents = file.read(SIZE_LIMIT + 1);
+    if (file.error() != QFileDevice::NoError || contents.size() > SIZE_LIMIT)
+        return std::nullopt;
+    return contents;
 }

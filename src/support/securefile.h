@@ -23,9 +23,9 @@ namespace SecureFile {
 /// /tmp, it stays so. Another user's file, a link to one and a second name of some other file are not.
 [[nodiscard]] bool IsOurs(const QString &path);
 
-/// The contents of a plain file; nothing for one that cannot be read and for anything else at `path`, such as
-/// a named pipe, on which reading would wait. `flags` are further ones for open(2): a symbolic link is
-/// followed unless they hold O_NOFOLLOW.
+/// The contents of a plain file; nothing for one that cannot be read or is larger than 1 MiB, and for
+/// anything else at `path`, such as a named pipe, on which reading would wait. `flags` are further ones for
+/// open(2): a symbolic link is followed unless they hold O_NOFOLLOW.
 [[nodiscard]] std::optional<QByteArray> ReadRegular(const QString &path, int flags = 0);
 
 } // namespace SecureFile

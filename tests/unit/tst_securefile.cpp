@@ -213,7 +213,7 @@ void TestSecureFile::readRefuses_data()
     QTest::addColumn<QString>("kind");
 
     for (const char *kind : {"nothing", "dangling symbolic link", "named pipe", "named pipe with a writer",
-                             "link to a named pipe", "device", "folder"})
+                             "link to a named pipe", "device", "folder", "huge file", "read error"})
         QTest::newRow(kind) << QString(kind);
 }
 
@@ -233,6 +233,10 @@ void TestSecureFile::readRefuses()
         QVERIFY(QFile::link("/dev/zero", PATH));
     else if (kind == "folder")
         QVERIFY(QDir().mkdir(PATH));
+    else if (kind == "huge file")
+        QVERIFY(QFile(PATH).open(QIODevice::WriteOnly) && QFile::resize(PATH, 1024 * 1024 + 1));
+    else if (kind == "read error")
+        QVERIFY(QFile::link("/proc/self/mem", PATH)); // Its first page is never there.
     if (kind == "named pipe with a writer")
         QVERIFY(writer.open(::open(path.constData(), O_RDWR | O_CLOEXEC), QIODevice::WriteOnly));
 
