@@ -23,6 +23,9 @@ constexpr std::chrono::milliseconds LOCK_TIME_LIMIT{1000};
 /// Guards the log file: lines come from the main thread and the supplicant supervisor's thread.
 QMutex mutex;
 
+/// The last line that reached the file is a part only, as the disk was full; guarded by the mutex.
+bool lastLineIsCut = false;
+
 QtMessageHandler previousHandler = nullptr;
 
 void ForwardMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
@@ -125,9 +128,13 @@ void Logging::Logger::Write()
     const int fd =
         ::open(QFile::encodeName(LOG_FILE).constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     if (fd != -1) {
-        const QByteArray bytes = (line + QLatin1Char('\n')).toLatin1();
+        QByteArray bytes = (line + QLatin1Char('\n')).toLatin1();
+        if (lastLineIsCut)
+            bytes.prepend('\n');
         // A disk that is full loses lines, and there is nowhere to tell it.
-        static_cast<void>(::write(fd, bytes.constData(), static_cast<size_t>(bytes.size())) != bytes.size());
+        const ssize_t written = ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
+        if (written > 0)
+            lastLineIsCut = written < bytes.size();
         ::close(fd);
     }
     mutex.unlock();

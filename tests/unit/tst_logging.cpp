@@ -4,6 +4,7 @@
 #include "logging.h"
 
 #include "allocationcounter.h"
+#include "filesizelimit.h"
 #include "testsupport.h"
 
 #include <QElapsedTimer>
@@ -89,6 +90,7 @@ private Q_SLOTS:
     void levelZeroLineIsWrittenAndEchoed();
     void lineOfOrdinaryLevelIsNotEchoed();
     void unwritableFileLosesOnlyItsLines();
+    void lineAfterOneThatWasCutBeginsItsOwn();
     void lineIsLostWhenTheLockIsNotFreeInTime();
     void linesOfSeveralThreadsStayWhole();
     void lineThatIsNotWrittenAllocatesNothing();
@@ -316,6 +318,23 @@ void TestLogging::unwritableFileLosesOnlyItsLines()
     Log(4) << "kept";
 
     QCOMPARE(Messages(), QStringList{"kept "});
+}
+
+void TestLogging::lineAfterOneThatWasCutBeginsItsOwn()
+{
+    {
+        const FileSizeLimit fullDisk(40);
+        Log(4) << "a line that the disk has not got enough room for";
+        Log(4) << "lost";
+    }
+    Log(4) << "whole";
+    Log(4) << "the next";
+
+    const QStringList lines = TestSupport::LogText().split('\n');
+    QCOMPARE(lines.size(), 4);
+    QCOMPARE(lines.at(0).size(), 40);
+    QVERIFY2(lines.at(1).endsWith(" :  whole "), qPrintable(lines.at(1)));
+    QVERIFY2(lines.at(2).endsWith(" :  the next "), qPrintable(lines.at(2)));
 }
 
 void TestLogging::lineIsLostWhenTheLockIsNotFreeInTime()
