@@ -201,7 +201,7 @@ QString WpaSupplicantCfg::GetMac()
 
 bool WpaSupplicantCfg::WriteCfg(const QStringList &lines)
 {
-    QByteArray text = "ctrl_interface=/var/run/wpa_supplicant\n";
+    QByteArray text = "ctrl_interface=" + WPA_CONTROL_FOLDER.toUtf8() + '\n';
     if (_allowWeakCerts)
         text += "openssl_ciphers=DEFAULT@SECLEVEL=0\n";
     // Only a wireless block has a priority.

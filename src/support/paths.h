@@ -23,6 +23,8 @@ inline const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
 /// Transcript of the last DHCP client run.
 inline const QString CORVI_DHCP_LOG = QStringLiteral("/tmp/dhclient.log");
 inline const QString WPA_SUPPLICANT_CONF = QStringLiteral("/tmp/wpa_supplicant.conf");
+/// Where the supplicant has its control sockets, one for each interface.
+inline const QString WPA_CONTROL_FOLDER = QStringLiteral("/var/run/wpa_supplicant");
 
 /// Flag files: their presence alone switches behaviour.
 inline const QString USE_NL_DRIVER_FLAG = QStringLiteral("/tmp/config/files/use_nl_driver");
