@@ -7,7 +7,8 @@
 #include <optional>
 
 /// When the next of several attempts is due: 10 s after the first failure, then after 20 s, 40 s and every
-/// 60 s. An attempt blocks the supervision for up to 30 s, so the pauses grow to leave it time for the rest.
+/// 60 s. An attempt blocks the supervision: for 30 s where no server answers, longer where one of the tools
+/// around the client hangs, too. So the pauses grow to leave time for the rest.
 /// Works on the clock it is given.
 class RetryPause
 {

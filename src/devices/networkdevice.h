@@ -70,7 +70,8 @@ public:
 
     // DHCP client, resolver, host list
 
-    /// One attempt, at most 30 s; true when an address was bound.
+    /// One attempt; true when an address was bound. The client has 30 s, and so has each of the two steps
+    /// before it, which end an earlier client and take away the addresses.
     bool Dhclient(const QString &iface);
     bool ClearDNS();
     void SetDNS(const QString &dns1, const QString &dns2, const QString &domain);
