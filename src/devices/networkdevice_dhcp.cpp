@@ -13,16 +13,23 @@
 #include <QFile>
 #include <QSaveFile>
 
+#include <optional>
+
 namespace {
 
 const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
 const QString HOST_LIST = QStringLiteral("/tmp/.hostlist");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
-/// Empty when there is no such file.
-QByteArray ReadResolver()
+/// Empty when there is no such file, nothing when it cannot be read.
+std::optional<QByteArray> ReadResolver()
 {
-    return SecureFile::ReadRegular(RESOLV_CONF).value_or(QByteArray());
+    return QFile::exists(RESOLV_CONF) ? SecureFile::ReadRegular(RESOLV_CONF) : QByteArray();
+}
+
+void TellNoAccess()
+{
+    Log(2) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
 }
 
 /// An empty second server gives a bare "nameserver " line, which resolvers skip.
@@ -57,7 +64,7 @@ void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString
     const QByteArray contents = earlier + ResolverLines(dns1, dns2, domain);
     const bool isNews = contents != ReadResolver();
     if (!ReplaceResolver(contents)) {
-        Log(2) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
+        TellNoAccess();
         return;
     }
     Log(isNews ? 2 : 4) << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
@@ -96,7 +103,11 @@ void NetworkDevice::SetDNS(const QString &dns1, const QString &dns2, const QStri
 
 void NetworkDevice::AppendDNS(const QString &dns1, const QString &dns2, const QString &domain)
 {
-    WriteResolver(ReadResolver(), dns1, dns2, domain);
+    // Without the servers that stand there, appending would lose them.
+    if (const auto earlier = ReadResolver())
+        WriteResolver(*earlier, dns1, dns2, domain);
+    else
+        TellNoAccess();
 }
 
 void NetworkDevice::SetHosts(const QStringList &lines)

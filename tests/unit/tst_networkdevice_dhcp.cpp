@@ -59,6 +59,7 @@ private Q_SLOTS:
     void resolverIsReplacedInOneStep();
     void resolverIsAppendedTo_data();
     void resolverIsAppendedTo();
+    void resolverThatCannotBeReadIsLeft();
     void resolverLinkIsKept_data();
     void resolverLinkIsKept();
     void resolverStaysReadableByAll();
@@ -322,6 +323,19 @@ void TestNetworkDeviceDhcp::resolverIsAppendedTo()
 
     QTEST(TestSupport::ReadFile(RESOLV_CONF), "after");
     QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetDNS -   1.1.1.1 ,  9.9.9.9 example.org \n"));
+}
+
+void TestNetworkDeviceDhcp::resolverThatCannotBeReadIsLeft()
+{
+    QCOMPARE(::mkfifo("/etc/resolv.conf", 0644), 0);
+    Logging::GetInstance(7, false)->SetLoggingLevel(2);
+    NetworkDevice device("eth0", nullptr);
+
+    device.AppendDNS("1.1.1.1", "9.9.9.9", "example.org");
+
+    struct stat info = {};
+    QVERIFY(::stat("/etc/resolv.conf", &info) == 0 && S_ISFIFO(info.st_mode));
+    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetDNS -  Unable to access resolv.conf \n"));
 }
 
 void TestNetworkDeviceDhcp::resolverLinkIsKept_data()
