@@ -73,7 +73,7 @@ private:
     void Reload(const struct stat &seen);
     bool Read(QByteArray &contents, QString &reason);
     void Take(const QByteArray &contents);
-    void ReportMissing();
+    void ReportUnreadable(const QString &reason);
     void Refuse(const QString &reason);
     void Warn(const QString &text) const
     {
@@ -84,8 +84,8 @@ private:
     const QByteArray nativePath;
     Stamp stamp;
     bool mayChangeUnseen = false;
-    bool isMissingReported = false;
-    QByteArray digest; ///< of the contents that were last looked at, good or bad
+    QString toldReason; ///< why the file cannot be read, since it could be
+    QByteArray digest;  ///< of the contents that were last looked at, good or bad
     bool hasGoodContents = false;
     ZebDocument document;
 };
@@ -94,24 +94,25 @@ const ZebDocument &CachedSection::Current()
 {
     struct stat info = {};
     if (::stat(nativePath.constData(), &info) != 0) {
-        ReportMissing();
+        ReportUnreadable(QString::fromLocal8Bit(std::strerror(errno)));
         return document;
     }
-    isMissingReported = false;
     if (mayChangeUnseen || !(stamp == StampOf(info)))
         Reload(info);
     return document;
 }
 
-void CachedSection::ReportMissing()
+/// Told once. The file is tried again at each call, as the reason may go without a change of the file: no
+/// descriptor or memory left, a disk that failed once.
+void CachedSection::ReportUnreadable(const QString &reason)
 {
-    if (isMissingReported)
-        return;
-    isMissingReported = true;
     stamp = {};
     mayChangeUnseen = false;
     digest.clear();
-    Refuse(QString::fromLocal8Bit(std::strerror(errno)));
+    if (reason == toldReason)
+        return;
+    toldReason = reason;
+    Refuse(reason);
 }
 
 void CachedSection::Refuse(const QString &reason)
@@ -127,11 +128,10 @@ void CachedSection::Reload(const struct stat &seen)
     QByteArray contents;
     QString reason;
     if (!Read(contents, reason)) {
-        mayChangeUnseen = false;
-        digest.clear();
-        Refuse(reason);
+        ReportUnreadable(reason);
         return;
     }
+    toldReason.clear();
     const QByteArray newDigest = QCryptographicHash::hash(contents, QCryptographicHash::Sha256);
     if (newDigest == digest)
         return;
@@ -154,6 +154,10 @@ bool CachedSection::Read(QByteArray &contents, QString &reason)
         reason = QStringLiteral("is not a regular file");
         return false;
     }
+    if (info.st_size > SIZE_LIMIT) {
+        reason = QStringLiteral("is larger than 4 MiB");
+        return false;
+    }
     stamp = StampOf(info);
     mayChangeUnseen = IsFresh(stamp);
 
@@ -162,11 +166,10 @@ bool CachedSection::Read(QByteArray &contents, QString &reason)
         reason = file.errorString();
         return false;
     }
-    contents = file.read(SIZE_LIMIT + 1);
+    // It may have grown since.
+    contents = file.read(SIZE_LIMIT);
     if (file.error() != QFileDevice::NoError)
         reason = file.errorString();
-    else if (contents.size() > SIZE_LIMIT)
-        reason = QStringLiteral("is larger than 4 MiB");
     return reason.isEmpty();
 }
 

@@ -12,6 +12,7 @@
 #include <optional>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -50,6 +51,27 @@ void ChangeBehindItsBack(const QByteArray &bytes)
     ::futimens(file.handle(), times);
 }
 
+/// While it exists this program opens no file.
+class NoDescriptorLeft
+{
+public:
+    NoDescriptorLeft()
+    {
+        if (::getrlimit(RLIMIT_NOFILE, &previous) != 0)
+            qFatal("cannot read the limit of open files");
+        rlimit limit = previous;
+        limit.rlim_cur = 0;
+        if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
+            qFatal("cannot limit the open files");
+    }
+    ~NoDescriptorLeft() { ::setrlimit(RLIMIT_NOFILE, &previous); }
+    NoDescriptorLeft(const NoDescriptorLeft &) = delete;
+    NoDescriptorLeft &operator=(const NoDescriptorLeft &) = delete;
+
+private:
+    rlimit previous = {};
+};
+
 } // namespace
 
 /// How the store follows its file: every change is seen, every fault is told once, and what worked stays in
@@ -68,6 +90,7 @@ private Q_SLOTS:
     void seesAChangeWithinOneTickOfTheClock();
     void badFileKeepsTheLastGoodContents_data();
     void badFileKeepsTheLastGoodContents();
+    void fileIsReadOnceThatIsPossibleAgain();
     void mendedFileIsTaken_data();
     void mendedFileIsTaken();
     void problemsAreToldOncePerChange();
@@ -193,6 +216,25 @@ void TestZebStore::badFileKeepsTheLastGoodContents()
 
     QCOMPARE(warnings->Take(),
              QStringList{TestSupport::STORE_FILE + ": " + reason + "; what was read before stays in force"});
+}
+
+void TestZebStore::fileIsReadOnceThatIsPossibleAgain()
+{
+    for (const QByteArray &change : {OTHER, GOOD}) {
+        const QStringList before = Names();
+        LetTheFileSettle();
+        TestSupport::WriteStore(change);
+        LetTheFileSettle();
+        {
+            const NoDescriptorLeft limit;
+            for (int call = 0; call < 3; ++call)
+                QCOMPARE(Names(), before);
+        }
+        QCOMPARE(warnings->Take(), QStringList{TestSupport::STORE_FILE +
+                                               ": Too many open files; what was read before stays in force"});
+
+        QVERIFY(Names() != before);
+    }
 }
 
 void TestZebStore::mendedFileIsTaken_data()
