@@ -13,6 +13,7 @@
 #include <QFileInfo>
 #include <QHash>
 
+#include <algorithm>
 #include <cstdlib>
 
 const QMap<QString, QString> SecurityModes = {
@@ -44,6 +45,12 @@ const QString SCEP_CA2 = QStringLiteral("/etc/ssl/certs/scepCA-2.crt");
 QString Fingerprint(const QString &properties)
 {
     return QLatin1String(QCryptographicHash::hash(properties.toLatin1(), QCryptographicHash::Md5).toHex());
+}
+
+/// Whether a stored mode has been translated already.
+bool IsModeKey(const QString &mode)
+{
+    return std::find(SecurityModes.cbegin(), SecurityModes.cend(), mode) != SecurityModes.cend();
 }
 
 bool IsUnsecured(const QString &mode)
@@ -141,7 +148,7 @@ bool NamedNetwork::CheckWirelessDriver()
 void NamedNetwork::BuildNetworkOptions()
 {
     wpaCfg.Clear();
-    if (!SecurityModes.values().contains(netConfig->securityMode))
+    if (!IsModeKey(netConfig->securityMode))
         TranslateSecurityMode();
     if (wireless || !IsUnsecured(netConfig->securityMode))
         BuildBlock();
@@ -171,7 +178,7 @@ QStringList NamedNetwork::ModeComplaints() const
     const bool isWiredMode = mode.startsWith(QLatin1String("wired_"));
     if (wireless && isWiredMode)
         return {QStringLiteral("a wired mode, but the name makes it wireless: it is taken as unsecured")};
-    if (!wireless && !isWiredMode && SecurityModes.values().contains(mode) && !IsUnsecured(mode))
+    if (!wireless && !isWiredMode && IsModeKey(mode) && !IsUnsecured(mode))
         return {QStringLiteral("a wireless mode, but the name makes it wired: the supplicant gets nothing")};
     return {};
 }
