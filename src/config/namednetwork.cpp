@@ -187,7 +187,11 @@ void NamedNetwork::ReportOnce(const QStringList &complaints) const
 {
     // Every rescan builds the networks anew: what was last told of a network outlives its object.
     static QHash<QString, QString> lastTold;
-    const QString telling = complaints.isEmpty() ? QString() : propsHash + complaints.join(QLatin1Char(' '));
+    if (complaints.isEmpty()) {
+        lastTold.remove(name);
+        return;
+    }
+    const QString telling = propsHash + complaints.join(QLatin1Char(' '));
     if (lastTold.value(name) == telling)
         return;
     lastTold.insert(name, telling);
