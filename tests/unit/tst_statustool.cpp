@@ -12,9 +12,12 @@
 #include <QSharedMemory>
 #include <QtTest>
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -121,6 +124,44 @@ bool SendEvent(const QByteArray &bytes)
     return false;
 }
 
+/// Listens, and takes no connection: one waits in its queue, and there is no room for another.
+class BusyListener
+{
+public:
+    BusyListener() : listening(Socket()), waiting(Socket())
+    {
+        std::strcpy(address.sun_path, "/tmp/corvin");
+        if (::bind(listening, Address(), sizeof address) != 0 || ::listen(listening, 0) != 0 ||
+            ::connect(waiting, Address(), sizeof address) != 0)
+            qFatal("cannot listen");
+    }
+    ~BusyListener()
+    {
+        ::unlink(address.sun_path);
+        ::close(waiting);
+        ::close(listening);
+    }
+    BusyListener(const BusyListener &) = delete;
+    BusyListener &operator=(const BusyListener &) = delete;
+
+    /// Whether the name still leads to this listener, and the queue is full.
+    bool IsFull() const
+    {
+        const int another = Socket();
+        const bool isFull = ::connect(another, Address(), sizeof address) == -1 && errno == EAGAIN;
+        ::close(another);
+        return isFull;
+    }
+
+private:
+    static int Socket() { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
+    const sockaddr *Address() const { return reinterpret_cast<const sockaddr *>(&address); }
+
+    sockaddr_un address = {AF_UNIX, {}};
+    const int listening;
+    const int waiting;
+};
+
 } // namespace
 
 /// The tool as a person or a script starts it; this process plays the daemon.
@@ -145,6 +186,7 @@ private Q_SLOTS:
     void watchDoesNotKeepTheSegment();
     void watchReportsABrokenEvent();
     void secondWatcherIsRefused();
+    void listenerThatIsBusyKeepsItsSocket();
     void deadListenersSocketIsTakenOver();
     void watchRemovesItsSocket_data();
     void watchRemovesItsSocket();
@@ -386,6 +428,18 @@ void TestCorviStatus::secondWatcherIsRefused()
     QVERIFY(SendEvent(QByteArray::fromHex("00030001")));
     QVERIFY(watcher.OutputWith("status 1").contains("event 3, status 1"));
     QCOMPARE(QString::fromUtf8(watcher.tool.readAllStandardError()), QString());
+}
+
+void TestCorviStatus::listenerThatIsBusyKeepsItsSocket()
+{
+    const BusyListener listener;
+    QVERIFY(listener.IsFull());
+
+    const Result result = Run({"--watch"});
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.error, "corvi-status: another program already listens for events\n");
+    QVERIFY(listener.IsFull());
 }
 
 void TestCorviStatus::deadListenersSocketIsTakenOver()
