@@ -32,7 +32,7 @@ bool AnotherListenerIsAlive()
 
 EventListener::EventListener()
 {
-    // Only the daemon's own user may report events.
+    // Only the listener's own user may report events, and root, as which the daemon runs.
     server.setSocketOptions(QLocalServer::UserAccessOption);
     connect(&server, &QLocalServer::newConnection, this, &EventListener::AcceptConnections);
 }
