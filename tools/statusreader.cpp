@@ -54,7 +54,9 @@ StatusReading Failure(const QString &reason)
     return {StatusReading::Outcome::Unreadable, {}, reason};
 }
 
-/// A segment outlives the program that made it, so that its being there says nothing.
+/// A segment outlives the program that made it, so that its being there says nothing. The number of those
+/// that hold it does not tell who they are: two readers at once, or one that stays, vouch for a dead daemon.
+/// The last one to let go of the segment removes it, and so ends this.
 bool IsSharedWithOthers(int segmentId, QString &error)
 {
     shmid_ds info = {};
