@@ -12,26 +12,42 @@
 #include <QJsonDocument>
 #include <QSocketNotifier>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include <sys/signalfd.h>
 
 namespace {
 
-void Print(FILE *stream, const QString &text)
+[[nodiscard]] bool Print(FILE *stream, const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-    std::fflush(stream);
+    const auto size = static_cast<size_t>(bytes.size());
+    return std::fwrite(bytes.constData(), 1, size, stream) == size && std::fflush(stream) == 0;
+}
+
+/// What cannot be written to standard error can be told nowhere.
+void Complain(const QString &text)
+{
+    static_cast<void>(Print(stderr, QStringLiteral("corvi-status: %1\n").arg(text)));
 }
 
 int Fail(const QString &reason)
 {
-    Print(stderr, QStringLiteral("corvi-status: %1\n").arg(reason));
+    Complain(reason);
     return EXIT_FAILURE;
+}
+
+/// The exit status: whoever reads the output must not take a part of it, or nothing, for the whole.
+int Show(const QString &text)
+{
+    if (Print(stdout, text))
+        return EXIT_SUCCESS;
+    return Fail(QStringLiteral("cannot write: ") + QString::fromLocal8Bit(std::strerror(errno)));
 }
 
 QString JsonLine(const QJsonObject &object)
@@ -45,8 +61,7 @@ int ShowStatus(bool asJson)
     if (reading.outcome == StatusReading::Outcome::NoDaemon ||
         reading.outcome == StatusReading::Outcome::Unreadable)
         return Fail(StatusText::ForPerson(reading).trimmed());
-    Print(stdout, asJson ? JsonLine(StatusText::ForProgram(reading)) : StatusText::ForPerson(reading));
-    return EXIT_SUCCESS;
+    return Show(asJson ? JsonLine(StatusText::ForProgram(reading)) : StatusText::ForPerson(reading));
 }
 
 QString EventForProgram(const QString &time, int code, int status, const StatusReading &reading)
@@ -102,13 +117,13 @@ int WatchEvents(bool asJson)
         const QString time = QDateTime::currentDateTime().toString(Qt::ISODateWithMs);
         // The daemon puts the record in place before it sends the event.
         const StatusReading reading = ReadStatus();
-        Print(stdout, asJson ? EventForProgram(time, code, status, reading)
-                             : EventForPerson(time, code, status, reading));
+        const int outcome = Show(asJson ? EventForProgram(time, code, status, reading)
+                                        : EventForPerson(time, code, status, reading));
+        if (outcome != EXIT_SUCCESS)
+            QCoreApplication::exit(outcome);
     });
     QObject::connect(&listener, &EventListener::brokenEvent, &listener, [](int byteCount) {
-        Print(
-            stderr,
-            QStringLiteral("corvi-status: an event of %1 bytes instead of 4 was left out\n").arg(byteCount));
+        Complain(QStringLiteral("an event of %1 bytes instead of 4 was left out").arg(byteCount));
     });
 
     QString error;

@@ -178,6 +178,9 @@ private Q_SLOTS:
     void showsTheStatusToAProgram();
     void refusesADamagedRecord();
     void waitsForTheLock();
+    void outputThatIsLostIsAFailure_data();
+    void outputThatIsLostIsAFailure();
+    void watchEndsWhenItsOutputIsLost();
     void watchPrintsEvents_data();
     void watchPrintsEvents();
     void watchPrintsTheRecordToAProgram();
@@ -314,6 +317,43 @@ void TestCorviStatus::waitsForTheLock()
     QVERIFY(publisher.segment.unlock());
     QVERIFY(tool.waitForFinished(10000));
     QVERIFY(tool.readAllStandardOutput().contains("10.0.0.5"));
+}
+
+void TestCorviStatus::outputThatIsLostIsAFailure_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("for a person") << QStringList();
+    QTest::newRow("for a program") << QStringList{"--json"};
+}
+
+void TestCorviStatus::outputThatIsLostIsAFailure()
+{
+    QFETCH(QStringList, arguments);
+    const Publisher publisher;
+    QProcess tool;
+    tool.setStandardOutputFile("/dev/full");
+
+    tool.start(CORVI_STATUS, arguments);
+
+    QVERIFY(tool.waitForFinished(10000));
+    QCOMPARE(tool.exitCode(), 1);
+    QCOMPARE(QString::fromUtf8(tool.readAllStandardError()),
+             "corvi-status: cannot write: No space left on device\n");
+}
+
+void TestCorviStatus::watchEndsWhenItsOutputIsLost()
+{
+    QProcess tool;
+    tool.setStandardOutputFile("/dev/full");
+    tool.start(CORVI_STATUS, {"--watch"});
+
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+
+    QVERIFY(tool.waitForFinished(10000));
+    QCOMPARE(tool.exitCode(), 1);
+    QCOMPARE(QString::fromUtf8(tool.readAllStandardError()),
+             "corvi-status: cannot write: No space left on device\n");
+    QVERIFY(!QFile::exists(SOCKET));
 }
 
 void TestCorviStatus::watchPrintsEvents_data()
