@@ -4,6 +4,7 @@
 #include "wpasupplicantcontrol.h"
 
 #include "logging.h"
+#include "paths.h"
 #include "wpactrl.h"
 
 #include <QSocketNotifier>
@@ -38,7 +39,7 @@ bool IsNoise(const QString &message)
 
 } // namespace
 
-const QString WpaSupplicantControl::CtrlInterfaceDir = QStringLiteral("/var/run/wpa_supplicant/");
+const QString WpaSupplicantControl::CtrlInterfaceDir = WPA_CONTROL_FOLDER + QLatin1Char('/');
 
 WpaSupplicantControl::WpaSupplicantControl(QObject *parent)
     : QObject(parent),

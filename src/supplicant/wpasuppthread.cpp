@@ -177,8 +177,7 @@ void WpaSuppThread::RestartSupplicant()
 
     emit associatedChanged(false);
     TakeOverRequest();
-    Utils::Execute(QStringLiteral("mkdir"), {QStringLiteral("-p"), QStringLiteral("/var/run/wpa_supplicant")},
-                   false);
+    Utils::Execute(QStringLiteral("mkdir"), {QStringLiteral("-p"), WPA_CONTROL_FOLDER}, false);
     LaunchSupplicant();
 }
 

@@ -47,7 +47,7 @@ private:
 
 void SetLevel(int level)
 {
-    Logging::GetInstance(7, false)->SetLoggingLevel(level);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(level);
 }
 
 /// The lines of the log without their time stamps.
@@ -103,7 +103,7 @@ void TestLogging::initTestCase()
     QCOMPARE(Logging::CurrentLevel(), 1);
     DebugOutput output;
 
-    Logging::GetInstance(7, false);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false);
 
     QCOMPARE(Logging::CurrentLevel(), 1);
     QCOMPARE(output.messages, QStringList{"Create Logging::Logging() 1"});
@@ -217,7 +217,7 @@ void TestLogging::instanceIsOneAndKeepsItsLevel_data()
 void TestLogging::instanceIsOneAndKeepsItsLevel()
 {
     QFETCH(int, asked);
-    Logging *const first = Logging::GetInstance(7, false);
+    Logging *const first = Logging::GetInstance(Logging::KEEP_LEVEL, false);
     first->SetLoggingLevel(4);
 
     Logging *const second = Logging::GetInstance(asked, false);
@@ -230,7 +230,7 @@ void TestLogging::instanceDeletesTheFileOnRequest()
 {
     Log(4) << "line";
 
-    Logging::GetInstance(7, false);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false);
     QVERIFY(QFile::exists(LOG_FILE));
     Logging::GetInstance(7, true);
     QVERIFY(!QFile::exists(LOG_FILE));
@@ -240,7 +240,7 @@ void TestLogging::messageWithoutLevelIsAlwaysWritten()
 {
     SetLevel(1);
 
-    Logging::GetInstance(7, false)->LogMessage("Corvi::Start()", false);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage("Corvi::Start()", false);
 
     QCOMPARE(Messages(), QStringList{"Corvi::Start() "});
 }
@@ -250,7 +250,7 @@ void TestLogging::messageAboveTheLevelIsDropped()
     DebugOutput output;
     SetLevel(2);
 
-    Logging::GetInstance(7, false)->LogMessage(3, "note", true);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage(3, "note", true);
 
     QCOMPARE(TestSupport::LogText(), QString());
     QCOMPARE(output.messages, QStringList());
@@ -275,7 +275,7 @@ void TestLogging::messageIsEchoed()
     SetLevel(current);
     DebugOutput output;
 
-    Logging::GetInstance(7, false)->LogMessage(2, "Corvi::Corvi", echo);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage(2, "Corvi::Corvi", echo);
 
     QCOMPARE(Messages(), QStringList{"Corvi::Corvi "});
     QCOMPARE(output.messages.size(), echoed ? 1 : 0);

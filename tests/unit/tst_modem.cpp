@@ -36,7 +36,7 @@ void TestModem::init()
     TestSupport::ClearAnswers();
     TestSupport::ClearJournal();
     TestSupport::WriteStore("<x/>");
-    Logging::GetInstance(7, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
 }
 
 void TestModem::isOfItsKind()

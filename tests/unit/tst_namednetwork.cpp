@@ -179,7 +179,7 @@ void TestNamedNetwork::init()
     WpaSupplicantCfg::_useApScan = true;
     WpaSupplicantCfg::_allowWeakCerts = true;
     WpaSupplicantCfg::_fixWpa3 = false;
-    Logging::GetInstance(7, false)->SetLoggingLevel(6);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(6);
     for (int i = 0; i < 3; ++i)
         TestSupport::Remove(SCEP_CA.arg(i));
     TestSupport::Remove("/tmp/config/files");
@@ -419,7 +419,7 @@ void TestNamedNetwork::modeLineThatIsNotWrittenAllocatesNothing()
 {
     NamedNetwork network("lan", true, nullptr);
     const auto allocationsAt = [&network](int level, const QString &mode) {
-        Logging::GetInstance(7, false)->SetLoggingLevel(level);
+        Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(level);
         network.Config()->securityMode = mode;
         const long before = AllocationCounter::allocations;
         network.TranslateSecurityMode();
@@ -597,7 +597,7 @@ void TestNamedNetwork::modeThatDoesNotFitIsTold()
     QFETCH(QString, name);
     QFETCH(QString, securityMode);
     QFETCH(QString, complaint);
-    Logging::GetInstance(7, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
     WriteNetwork(name, Wireless(securityMode));
 
     const NamedNetwork network(name, false, nullptr);
@@ -1016,7 +1016,7 @@ void TestNamedNetwork::networkThatCostsAllOthersIsLeftOut()
 
 void TestNamedNetwork::complaintIsToldOncePerChange()
 {
-    Logging::GetInstance(7, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
     const auto linesAfterLoad = [](const QString &identity) {
         WriteNetwork("Told", Wireless("peap_gtc", {{"identity", identity}}));
         const NamedNetwork network("Told", false, nullptr);

@@ -23,7 +23,7 @@ namespace {
 
 void SetLevel(int level)
 {
-    Logging::GetInstance(7, false)->SetLoggingLevel(level);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(level);
 }
 
 /// An interface that is up, its cable in, with an address.
@@ -125,7 +125,7 @@ void TestNetworkDevice::beginsWithNothingKnown()
     QCOMPARE(device.name, QString("eth0"));
     QVERIFY(device.currentNetwork == nullptr);
     QVERIFY(device.currentConfig == nullptr);
-    QCOMPARE(device.logger, Logging::GetInstance(7, false));
+    QCOMPARE(device.logger, Logging::GetInstance(Logging::KEEP_LEVEL, false));
     QVERIFY(device.namedNetworks.isEmpty());
     QVERIFY(device.networkNames.isEmpty());
     QVERIFY(device.status != nullptr);

@@ -100,7 +100,7 @@ private slots:
 
 void TestWpaSuppThread::init()
 {
-    Logging::GetInstance(7, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
     TestSupport::ClearLog();
     TestSupport::ClearJournal();
     TestSupport::ClearAnswers();

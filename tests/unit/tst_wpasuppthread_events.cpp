@@ -103,7 +103,7 @@ private:
 
 void TestWpaSuppThreadEvents::init()
 {
-    Logging::GetInstance(7, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
     TestSupport::ClearLog();
     TestSupport::ClearJournal();
     TestSupport::ClearAnswers();
@@ -390,7 +390,7 @@ void TestWpaSuppThreadEvents::logsTheStatus()
     supervisor->CheckStatus();
     QCOMPARE(LogLineCount(), 1);
     QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::CheckStatus wpa_state=COMPLETED,COMPLETED,1 "));
-    Logging::GetInstance(7, false)->SetLoggingLevel(5);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(5);
     TestSupport::ClearLog();
 
     supervisor->CheckStatus();
@@ -427,7 +427,7 @@ void TestWpaSuppThreadEvents::sendsNothingWhenThereIsNothingToDo()
 
 void TestWpaSuppThreadEvents::logsNothingWhenThereIsNothingToDo()
 {
-    Logging::GetInstance(7, false)->SetLoggingLevel(6);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(6);
     supervisor->Supervise();
     TestSupport::ClearLog();
 
@@ -642,7 +642,7 @@ void TestWpaSuppThreadEvents::endsInIdleAfterADeath()
     supervisor->associated = true;
     supervisor->Tick();
     supplicant->Die();
-    Logging::GetInstance(7, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
     TestSupport::ClearLog();
 
     supervisor->Tick(32);

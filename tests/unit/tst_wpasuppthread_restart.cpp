@@ -43,7 +43,7 @@ private slots:
 
 void TestWpaSuppThreadRestart::init()
 {
-    Logging::GetInstance(7, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
     TestSupport::ClearLog();
     TestSupport::ClearJournal();
     TestSupport::WriteFile(CONFIGURATION, "ctrl_interface=/var/run/wpa_supplicant\n");
