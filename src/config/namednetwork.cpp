@@ -81,7 +81,10 @@ QString ScepClientCertificate(const QString &stored)
 } // namespace
 
 NamedNetwork::NamedNetwork(const QString &networkName, bool wired, QObject *parent)
-    : QObject(parent), wpaCfg(nullptr)
+    : QObject(parent),
+      name(networkName),
+      wpaCfg(nullptr),
+      log(Logging::GetInstance(Logging::KEEP_LEVEL, false))
 {
     Load(networkName, IsWirelessName(networkName, wired));
 }
@@ -304,5 +307,5 @@ void NamedNetwork::RestartScepDaemon()
         return;
     // One fixed shell line; the daemon renews the certificates in the background from here on.
     if (std::system("killall scepd; sleep 1; scepd -d &") == -1)
-        Log(2) << "No shell to restart the SCEP daemon";
+        log->LogMessage(2, QStringLiteral("No shell to restart the SCEP daemon"), false);
 }

@@ -13,6 +13,8 @@
 
 #include <memory>
 
+class Logging;
+
 /// From a security mode's display name, as stored, to its short mode key. The SCEP variants share the key of
 /// their plain counterparts.
 extern const QMap<QString, QString> SecurityModes;
@@ -74,5 +76,6 @@ private:
     bool secured = true;
     WpaSupplicantCfg wpaCfg;
     std::unique_ptr<ZebNetConfig> netConfig;
+    Logging *log;
     bool useNewDriver = true;
 };
