@@ -84,7 +84,8 @@ NamedNetwork::NamedNetwork(const QString &networkName, bool wired, QObject *pare
     : QObject(parent),
       name(networkName),
       wpaCfg(nullptr),
-      log(Logging::GetInstance(Logging::KEEP_LEVEL, false))
+      log(Logging::GetInstance(Logging::KEEP_LEVEL, false)),
+      xmlConfig(std::make_unique<ZebXmlConfig>())
 {
     Load(networkName, IsWirelessName(networkName, wired));
 }
@@ -144,7 +145,8 @@ void NamedNetwork::TranslateSecurityMode()
 
 bool NamedNetwork::CheckWirelessDriver()
 {
-    useNewDriver = IsNetworkSettingOn(QStringLiteral("useNewDriver")) || QFile::exists(USE_NL_DRIVER_FLAG);
+    useNewDriver =
+        IsNetworkSettingOn(*xmlConfig, QStringLiteral("useNewDriver")) || QFile::exists(USE_NL_DRIVER_FLAG);
     return useNewDriver;
 }
 
@@ -262,9 +264,9 @@ void NamedNetwork::ConfigureWriter()
 {
     const ZebNetConfig &c = *netConfig;
     wpaCfg.SetSSID(c.ssid, c.scanSsid);
-    const bool useApScan = IsNetworkSettingOn(QStringLiteral("UseApScan"));
-    const bool filterSsids = IsNetworkSettingOn(QStringLiteral("FilterSsids"));
-    const bool addWpsSaeCred = IsNetworkSettingOn(QStringLiteral("AddWpsSaeCred"));
+    const bool useApScan = IsNetworkSettingOn(*xmlConfig, QStringLiteral("UseApScan"));
+    const bool filterSsids = IsNetworkSettingOn(*xmlConfig, QStringLiteral("FilterSsids"));
+    const bool addWpsSaeCred = IsNetworkSettingOn(*xmlConfig, QStringLiteral("AddWpsSaeCred"));
     CheckWirelessDriver();
 
     wpaCfg.SetPriority(c.priority);

@@ -5,6 +5,7 @@
 
 #include "wpasupplicantcfg.h"
 #include "zebnetconfig.h"
+#include "zebxmlconfig.h"
 
 #include <QMap>
 #include <QObject>
@@ -77,5 +78,6 @@ private:
     WpaSupplicantCfg wpaCfg;
     std::unique_ptr<ZebNetConfig> netConfig;
     Logging *log;
+    std::unique_ptr<ZebXmlConfig> xmlConfig;
     bool useNewDriver = true;
 };

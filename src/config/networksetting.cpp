@@ -6,12 +6,12 @@
 #include "paths.h"
 #include "zebxmlconfig.h"
 
-QString NetworkSetting(const QString &key)
+QString NetworkSetting(ZebXmlConfig &store, const QString &key)
 {
-    return ZebXmlConfig().GetConfig(XML_NETWORK_PATH, key, false, QString(), false);
+    return store.GetConfig(XML_NETWORK_PATH, key, false, QString(), false);
 }
 
-bool IsNetworkSettingOn(const QString &key)
+bool IsNetworkSettingOn(ZebXmlConfig &store, const QString &key)
 {
-    return NetworkSetting(key) == QLatin1String("true");
+    return NetworkSetting(store, key) == QLatin1String("true");
 }

@@ -10,6 +10,7 @@
 #include "securefile.h"
 #include "timing.h"
 #include "utils.h"
+#include "zebxmlconfig.h"
 
 #include <QDir>
 #include <QFile>
@@ -125,12 +126,14 @@ BondedDevice::~BondedDevice() = default;
 
 bool BondedDevice::isBondingEnabled() const
 {
-    return IsNetworkSettingOn(QStringLiteral("bonding_enable"));
+    ZebXmlConfig store;
+    return IsNetworkSettingOn(store, QStringLiteral("bonding_enable"));
 }
 
 QString BondedDevice::GetDesiredMode() const
 {
-    return QString::number(NetworkSetting(QStringLiteral("bonding_mode")).toInt());
+    ZebXmlConfig store;
+    return QString::number(NetworkSetting(store, QStringLiteral("bonding_mode")).toInt());
 }
 
 bool BondedDevice::isAvailable()

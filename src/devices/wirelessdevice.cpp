@@ -7,6 +7,7 @@
 #include "networksetting.h"
 #include "paths.h"
 #include "utils.h"
+#include "zebxmlconfig.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -21,7 +22,8 @@ constexpr int LINE_LIMIT = 512;
 
 bool IsNewDriverWanted()
 {
-    return IsNetworkSettingOn(QStringLiteral("useNewDriver")) || QFile::exists(USE_NL_DRIVER_FLAG) ||
+    ZebXmlConfig store;
+    return IsNetworkSettingOn(store, QStringLiteral("useNewDriver")) || QFile::exists(USE_NL_DRIVER_FLAG) ||
            QFile::exists(USE_NL_DRIVER_TEMPORARY_FLAG);
 }
 

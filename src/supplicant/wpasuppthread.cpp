@@ -5,6 +5,7 @@
 
 #include "logging.h"
 #include "paths.h"
+#include "securefile.h"
 #include "timing.h"
 #include "utils.h"
 #include "wpasupplicantcontrol.h"
@@ -25,9 +26,6 @@ constexpr int END_PASSES = 7;
 constexpr unsigned long END_PASS_MS = 1000;
 constexpr unsigned long END_PAUSE_MS = 100;
 constexpr unsigned long LAUNCH_PAUSE_MS = 10;
-
-/// Ticks that a busy main thread still gets afterwards: the 7 of a restart, and not all those of an hour.
-constexpr int WAITING_TICKS_LIMIT = 8;
 
 } // namespace
 
@@ -71,23 +69,25 @@ void WpaSuppThread::run()
     QMetaObject::invokeMethod(this, "OnWorkerEnded", Qt::QueuedConnection);
 }
 
-/// On the worker thread. The object lives on the main thread, so each tick is queued to it.
+/// On the worker thread. The object lives on the main thread, so each tick is queued to it; one at a time:
+/// where each waits 10 s for a supplicant that does not answer, a queue of them would keep the main thread
+/// from all else for minutes.
 void WpaSuppThread::QueueTick()
 {
-    if (waitingTicks < WAITING_TICKS_LIMIT && waitingTicks++ == 0)
+    if (waitingTicks++ == 0)
         PostTick();
 }
 
-/// One at a time: where each tick waits 10 s for a supplicant that does not answer, a queue of them would
-/// keep the main thread from all else for minutes.
 void WpaSuppThread::PostTick()
 {
-    const auto tick = [this] {
-        MyTimerTimeout();
-        if (--waitingTicks > 0)
-            PostTick();
-    };
-    QMetaObject::invokeMethod(this, tick, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, "OnTickPosted", Qt::QueuedConnection);
+}
+
+void WpaSuppThread::OnTickPosted()
+{
+    MyTimerTimeout();
+    if (--waitingTicks > 0)
+        PostTick();
 }
 
 /// On the main thread, which the status text belongs to.
@@ -215,7 +215,8 @@ void WpaSuppThread::LaunchSupplicant()
     if (debugLevel < 2)
         QFile::remove(SUPPLICANT_LOG);
     msleep(LAUNCH_PAUSE_MS);
-    if (!QFile::exists(configurationPath)) {
+    // Another user's file does not count: root would run the supplicant by it.
+    if (!SecureFile::IsOurs(configurationPath)) {
         Log(2) << "WpaSupplicant::Start"
                << "No configuration file -- Stopping";
         startingSupplicant = false;

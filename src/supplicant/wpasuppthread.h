@@ -59,6 +59,7 @@ public slots:
     void OnStopSupplicant();
 
 private slots:
+    void OnTickPosted();
     void OnWorkerEnded();
 
 protected:

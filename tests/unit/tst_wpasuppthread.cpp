@@ -84,6 +84,7 @@ private slots:
     void launches();
     void removesTheOldSupplicantLog_data();
     void removesTheOldSupplicantLog();
+    void launchesNothingWithoutConfiguration_data();
     void launchesNothingWithoutConfiguration();
     void recomputesWired();
     void launchesThoughTheProgramIsMissing();
@@ -527,9 +528,19 @@ void TestWpaSuppThread::removesTheOldSupplicantLog()
     QTEST(QFile::exists(SUPPLICANT_LOG), "expected");
 }
 
+void TestWpaSuppThread::launchesNothingWithoutConfiguration_data()
+{
+    QTest::addColumn<bool>("isLink");
+    QTest::newRow("no file") << false;
+    QTest::newRow("a link, as another user may leave it") << true;
+}
+
 void TestWpaSuppThread::launchesNothingWithoutConfiguration()
 {
+    QFETCH(bool, isLink);
     TestSupport::Remove(CONFIGURATION);
+    if (isLink)
+        QVERIFY(QFile::link(QStringLiteral("/etc/hosts"), CONFIGURATION));
     BareWpaSuppThread supervisor;
     supervisor.restarting = true;
     supervisor.startingSupplicant = true;
@@ -541,6 +552,7 @@ void TestWpaSuppThread::launchesNothingWithoutConfiguration()
     QVERIFY(!supervisor.startingSupplicant);
     QVERIFY(!supervisor.running);
     QVERIFY(supervisor.restarting);
+    TestSupport::Remove(CONFIGURATION);
 }
 
 void TestWpaSuppThread::recomputesWired()
