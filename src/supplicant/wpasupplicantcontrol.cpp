@@ -18,6 +18,10 @@ namespace {
 /// Room for the longest datagram that is read, and its terminator.
 using Buffer = std::array<char, 16384>;
 
+/// More than a socket's queue holds (net.unix.max_dgram_qlen), and an end where a supplicant sends without
+/// one.
+constexpr int WAITING_LIMIT = 1000;
+
 const QString CONTROL_ERROR = QStringLiteral("WPA_CTRL_ERROR: Control not Open");
 
 /// Events that come in numbers and that nobody acts on. The second prefix means every scan event.
@@ -120,8 +124,7 @@ void WpaSupplicantControl::CheckPeer()
         return;
     if (!wpa_ctrl_peer_alive(connection.get())) {
         Log(2) << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
-        while (ReceiveMessage())
-            continue;
+        ReadWaiting();
         Disconnect();
         return;
     }
@@ -169,6 +172,12 @@ QString WpaSupplicantControl::SendCommand(const QString &cmd)
 void WpaSupplicantControl::ReadMessage()
 {
     (void)ReceiveMessage(); // The notifier speaks again when more is waiting.
+}
+
+void WpaSupplicantControl::ReadWaiting()
+{
+    for (int i = 0; i < WAITING_LIMIT && ReceiveMessage(); ++i)
+        continue;
 }
 
 /// Reads one datagram and passes it on; false when there is none.

@@ -25,6 +25,8 @@ public:
     /// Opens, registers for events and starts listening. An empty name means wlan0.
     bool openControlInterface(const QString &interfaceName);
     void closeControlInterface();
+    /// Passes on the events that are still unread: those that a command meets while it waits are lost.
+    void ReadWaiting();
     /// Closes without a word to the supplicant, whose answer might have to be waited for.
     void Disconnect();
     bool isCtrlOpen() const;

@@ -130,6 +130,8 @@ void WpaSuppThread::CheckStatusIfRequested()
     if (!checkStatusRequested)
         return;
     checkStatusRequested = false;
+    // The status makes us associated without a signal, so the event that tells of it must not be lost.
+    control->ReadWaiting();
     CheckStatus();
 }
 
@@ -159,7 +161,7 @@ void WpaSuppThread::NoticeDeadSupplicant()
     if (!IsControlOpen())
         return;
     control->CheckPeer();
-    if (!control->isCtrlOpen())
+    if (!IsControlOpen())
         associated = false;
 }
 

@@ -69,6 +69,7 @@ private slots:
     void readsNothingFromAFailure();
     void logsTheStatus();
     void readsTheStatusOnceWhenAsked();
+    void hearsWhatIsUnreadBeforeItAsksForTheStatus();
 
     void sendsNothingWhenThereIsNothingToDo();
     void logsNothingWhenThereIsNothingToDo();
@@ -412,6 +413,20 @@ void TestWpaSuppThreadEvents::readsTheStatusOnceWhenAsked()
     supervisor->Tick(3);
 
     QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
+}
+
+void TestWpaSuppThreadEvents::hearsWhatIsUnreadBeforeItAsksForTheStatus()
+{
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->Supervise();
+    supervisor->checkStatusRequested = true;
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsAssociated());
+    QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
 }
 
 void TestWpaSuppThreadEvents::sendsNothingWhenThereIsNothingToDo()
