@@ -8,6 +8,7 @@
 #include "wpactrl.h"
 
 #include <QSocketNotifier>
+#include <QStringList>
 
 #include <array>
 
@@ -171,27 +172,41 @@ QString WpaSupplicantControl::SendCommand(const QString &cmd)
 
 void WpaSupplicantControl::ReadMessage()
 {
-    (void)ReceiveMessage(); // The notifier speaks again when more is waiting.
+    // One datagram: the notifier speaks again when more is waiting.
+    if (const std::optional<QString> message = Receive())
+        PassOn(*message);
 }
 
 void WpaSupplicantControl::ReadWaiting()
 {
-    for (int i = 0; i < WAITING_LIMIT && ReceiveMessage(); ++i)
-        continue;
+    // All are received first: an event may keep its listener busy for as long as a DHCP attempt takes, and
+    // what comes in meanwhile is left to the notifier.
+    QStringList messages;
+    while (messages.size() < WAITING_LIMIT) {
+        const std::optional<QString> message = Receive();
+        if (!message)
+            break;
+        messages.append(*message);
+    }
+    for (const QString &message : qAsConst(messages))
+        PassOn(message);
 }
 
-/// Reads one datagram and passes it on; false when there is none.
-bool WpaSupplicantControl::ReceiveMessage()
+/// One datagram up to its first zero byte; nothing when none is waiting.
+std::optional<QString> WpaSupplicantControl::Receive()
 {
     if (!connection)
-        return false;
+        return std::nullopt;
     Buffer buffer;
     size_t length = buffer.size() - 1;
     if (wpa_ctrl_recv(connection.get(), buffer.data(), &length) != 0)
-        return false;
+        return std::nullopt;
     buffer[length] = '\0';
-    const QString message = QString::fromLatin1(buffer.data());
+    return QString::fromLatin1(buffer.data());
+}
+
+void WpaSupplicantControl::PassOn(const QString &message)
+{
     if (!IsNoise(message))
         emit MessageReady(message);
-    return true;
 }

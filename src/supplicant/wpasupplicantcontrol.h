@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 class Logging;
 class QSocketNotifier;
@@ -50,7 +51,8 @@ private slots:
 private:
     void TellOfRemoval();
     void TellOfStop();
-    bool ReceiveMessage();
+    std::optional<QString> Receive();
+    void PassOn(const QString &message);
     void Listen();
 
     [[maybe_unused]] QString interface; ///< kept empty

@@ -70,6 +70,7 @@ private slots:
     void logsTheStatus();
     void readsTheStatusOnceWhenAsked();
     void hearsWhatIsUnreadBeforeItAsksForTheStatus();
+    void leavesWhatComesMeanwhileToTheNotifier();
 
     void sendsNothingWhenThereIsNothingToDo();
     void logsNothingWhenThereIsNothingToDo();
@@ -427,6 +428,21 @@ void TestWpaSuppThreadEvents::hearsWhatIsUnreadBeforeItAsksForTheStatus()
 
     QVERIFY(supervisor->IsAssociated());
     QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
+}
+
+void TestWpaSuppThreadEvents::leavesWhatComesMeanwhileToTheNotifier()
+{
+    supervisor->Supervise();
+    supervisor->checkStatusRequested = true;
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    // A link that flaps while its listener is busy.
+    connect(supervisor.get(), &WpaSuppThread::associatedChanged, supervisor.get(),
+            [this] { supplicant->SendEvent("<3>CTRL-EVENT-CONNECTED - again"); });
+    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
+
+    supervisor->Tick();
+
+    QCOMPARE(changes.size(), 1);
 }
 
 void TestWpaSuppThreadEvents::sendsNothingWhenThereIsNothingToDo()
