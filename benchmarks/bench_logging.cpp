@@ -39,7 +39,7 @@ void LineNotWritten(benchmark::State &state)
     const QString text = QStringLiteral("eth0");
     const long before = AllocationCounter::allocations;
     for (auto _ : state)
-        Log(4) << "NetworkDevice::RefreshStatus --" << text << 7;
+        Log(Level::TRACE) << "NetworkDevice::RefreshStatus --" << text << 7;
     CountAllocations(state, before);
 }
 

@@ -109,7 +109,7 @@ bool NamedNetwork::Load(const QString &networkName, bool isWireless)
     wireless = isWireless;
 
     const QString properties = Properties();
-    Log(4) << "NetworkDevice::Load props -- " << properties;
+    Log(Level::TRACE) << "NetworkDevice::Load props -- " << properties;
     propsHash = Fingerprint(properties);
     secured = !netConfig->securityMode.toLower().startsWith(QLatin1String("unsecure"));
     BuildNetworkOptions();
@@ -201,14 +201,15 @@ void NamedNetwork::ReportOnce(const QStringList &complaints) const
         return;
     lastTold.insert(name, telling);
     for (const QString &complaint : complaints)
-        Log(2) << "NamedNetwork::BuildNetworkOptions -- network" << name + QLatin1Char(':') << complaint;
+        Log(Level::NOTICE) << "NamedNetwork::BuildNetworkOptions -- network" << name + QLatin1Char(':')
+                           << complaint;
 }
 
 void NamedNetwork::ApplyScepDefaults()
 {
     if (IsUnset(netConfig->privateKey)) {
         netConfig->privateKey = DEFAULT_SCEPKEY;
-        Log(4) << "NetworkDevice::Associate setting default scep key";
+        Log(Level::TRACE) << "NetworkDevice::Associate setting default scep key";
     }
 
     if (IsUnset(netConfig->caCert) || netConfig->caCert == QLatin1String("default")) {
@@ -216,7 +217,7 @@ void NamedNetwork::ApplyScepDefaults()
             if (!QFileInfo(path).isFile())
                 continue;
             netConfig->caCert = path;
-            Log(4) << "NetworkDevice::Associate setting default CA";
+            Log(Level::TRACE) << "NetworkDevice::Associate setting default CA";
             break;
         }
     }
@@ -224,14 +225,14 @@ void NamedNetwork::ApplyScepDefaults()
     const QString clientCert = ScepClientCertificate(netConfig->clientCert);
     if (!clientCert.isEmpty()) {
         netConfig->clientCert = clientCert;
-        Log(4) << "NetworkDevice::Associate setting client cert " << clientCert;
+        Log(Level::TRACE) << "NetworkDevice::Associate setting client cert " << clientCert;
     }
 }
 
 void NamedNetwork::BuildWireless()
 {
-    Log(4) << "NamedNetwork::BuildNetworkOptions -- Check if Wireless";
-    Log(4) << "NamedNetwork::BuildNetworkOptions -- Start building Wireless config";
+    Log(Level::TRACE) << "NamedNetwork::BuildNetworkOptions -- Check if Wireless";
+    Log(Level::TRACE) << "NamedNetwork::BuildNetworkOptions -- Start building Wireless config";
     ConfigureWriter();
 
     const ZebNetConfig &c = *netConfig;
@@ -277,15 +278,17 @@ void NamedNetwork::ConfigureWriter()
     // Every wireless block clears this one again as it is begun.
     WpaSupplicantCfg::_fixWpa3 = addWpsSaeCred;
     wpaCfg.SetFrequencyBand(c.band);
-    Log(4) << "UseBgSettings=" << c.useBgScan << "UseApScan=" << useApScan << "FilterSsids=" << filterSsids
-           << "AddWpsSaeCred=" << addWpsSaeCred << "useNewDriver=" << useNewDriver;
+    Log(Level::TRACE) << "UseBgSettings=" << c.useBgScan << "UseApScan=" << useApScan
+                      << "FilterSsids=" << filterSsids << "AddWpsSaeCred=" << addWpsSaeCred
+                      << "useNewDriver=" << useNewDriver;
 }
 
 void NamedNetwork::BuildEapTls()
 {
     const ZebNetConfig &c = *netConfig;
     WpaSupplicantCfg::SetAllowWeakCerts(c.allowWeakCerts);
-    Log(4) << "NamedNetwork::BuildNetworkOptions -- CACert" << c.caCert << "client cert" << c.clientCert;
+    Log(Level::TRACE) << "NamedNetwork::BuildNetworkOptions -- CACert" << c.caCert << "client cert"
+                      << c.clientCert;
     wpaCfg.EapTls(c.identity, c.caCert, c.clientCert, c.privateKey, c.privateKeyPassword, c.cipher);
     RestartScepDaemon();
 }
@@ -309,5 +312,5 @@ void NamedNetwork::RestartScepDaemon()
         return;
     // One fixed shell line; the daemon renews the certificates in the background from here on.
     if (std::system("killall scepd; sleep 1; scepd -d &") == -1)
-        log->LogMessage(2, QStringLiteral("No shell to restart the SCEP daemon"), false);
+        log->LogMessage(Level::NOTICE, QStringLiteral("No shell to restart the SCEP daemon"), false);
 }

@@ -30,9 +30,6 @@ const QString RELOAD_FLAG = QStringLiteral("/tmp/config/files/network/reload");
 /// The thread only has to leave its event loop; a process that is asked to end must not hang in the attempt.
 constexpr std::chrono::milliseconds THREAD_END_LIMIT{1000};
 
-constexpr int DEBUG_LEVEL = 5;
-constexpr int NORMAL_LEVEL = 2;
-
 QString LoggingLevelText()
 {
     return QStringLiteral("Logginglevel = %1").arg(Logging::CurrentLevel());
@@ -82,7 +79,7 @@ void Corvi::Start()
 
 void Corvi::Init()
 {
-    Log(4) << "Corvi::Init()";
+    Log(Level::TRACE) << "Corvi::Init()";
     wirelessCarrierSeen = CheckIfWirelessCarrierExists();
     wirelessFound = false;
     wpaConfUpdated = false;
@@ -96,7 +93,7 @@ void Corvi::Init()
     wiredPending = false;
     [[maybe_unused]] const int ignored = ::system("setup_resolved");
     FindAllInterfaces();
-    Log(4) << "Corvi::Init() Complete";
+    Log(Level::TRACE) << "Corvi::Init() Complete";
 }
 
 void Corvi::Stop(int status)
@@ -133,7 +130,7 @@ void Corvi::ReinitSupThread()
 void Corvi::CheckReload()
 {
     if (QFile::exists(RELOAD_FLAG)) {
-        Log(4) << "Reload forced";
+        Log(Level::TRACE) << "Reload forced";
         forceRescan = true;
         QFile::remove(RELOAD_FLAG);
         return;
@@ -164,7 +161,7 @@ void Corvi::LoopTimerTimeout()
 
 void Corvi::ApplyDebugFlag()
 {
-    log->SetLoggingLevel(QFile::exists(DEBUG_FLAG) ? DEBUG_LEVEL : NORMAL_LEVEL);
+    log->SetLoggingLevel(QFile::exists(DEBUG_FLAG) ? Level::DEBUG : Level::NOTICE);
 }
 
 void Corvi::Rescan()
@@ -183,7 +180,7 @@ void Corvi::SetUpNetworks()
         SetUpBelowWired();
         return;
     }
-    Log(6) << "Wired not connected";
+    Log(Level::VERBOSE) << "Wired not connected";
     SetUpWithoutWired();
 }
 
@@ -192,35 +189,35 @@ void Corvi::SetUpNetworks()
 void Corvi::SetUpBelowWired()
 {
     if (wirelessDevice) {
-        Log(6) << "Calling WirelessNetworkSetup 2";
+        Log(Level::VERBOSE) << "Calling WirelessNetworkSetup 2";
         WirelessNetworkSetup(true);
-        Log(6) << "Called WirelessNetworkSetup 2";
+        Log(Level::VERBOSE) << "Called WirelessNetworkSetup 2";
     }
     if (modemInterfaces.size() >= 2 && modemDevice) {
-        Log(6) << "Calling ModemNetworkSetup 3";
+        Log(Level::VERBOSE) << "Calling ModemNetworkSetup 3";
         ModemNetworkSetup(true, false);
-        Log(6) << "Called ModemNetworkSetup 3";
+        Log(Level::VERBOSE) << "Called ModemNetworkSetup 3";
     }
 }
 
 void Corvi::SetUpWithoutWired()
 {
     if (!modemInterfaces.isEmpty() && modemDevice) {
-        Log(6) << "Calling ModemNetworkSetup" << modemInterfaces;
+        Log(Level::VERBOSE) << "Calling ModemNetworkSetup" << modemInterfaces;
         ModemNetworkSetup(false, true);
-        Log(6) << "Called ModemNetworkSetup ";
+        Log(Level::VERBOSE) << "Called ModemNetworkSetup ";
         return;
     }
     if (wirelessDelayTicks < 1) {
-        Log(6) << "Calling WirelessNetworkSetup" << 0;
+        Log(Level::VERBOSE) << "Calling WirelessNetworkSetup" << 0;
         WirelessNetworkSetup(false);
-        Log(6) << "Called WirelessNetworkSetup" << 0;
+        Log(Level::VERBOSE) << "Called WirelessNetworkSetup" << 0;
     } else {
         --wirelessDelayTicks;
     }
     if (!wirelessDevice && modemInterfaces.size() >= 2 && !modemDevice && Modem::IsModemReady()) {
-        Log(6) << "Calling ModemNetworkSetup 2";
+        Log(Level::VERBOSE) << "Calling ModemNetworkSetup 2";
         ModemNetworkSetup(false, false);
-        Log(6) << "Called ModemNetworkSetup 2";
+        Log(Level::VERBOSE) << "Called ModemNetworkSetup 2";
     }
 }

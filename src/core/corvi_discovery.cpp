@@ -39,17 +39,17 @@ bool IsWirelessInterface(const QString &interfaceName)
 
 void Corvi::FindAllInterfaces()
 {
-    Log(4) << "Corvi::FindAllInterfaces()";
+    Log(Level::TRACE) << "Corvi::FindAllInterfaces()";
     for (QStringList *names : {&allInterfaces, &wiredInterfaces, &wirelessInterfaces, &modemInterfaces})
         names->clear();
     wirelessFound = false;
     if (!devices.isEmpty()) {
-        Log(4) << "Corvi::FindAllInterfaces  Cleanup network Devices";
+        Log(Level::TRACE) << "Corvi::FindAllInterfaces  Cleanup network Devices";
         DeleteDevices();
     }
 
     const QStringList entries = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
-    Log(4) << "Corvi::FindAllInterfaces()" << entries;
+    Log(Level::TRACE) << "Corvi::FindAllInterfaces()" << entries;
     UpdateBonding();
     for (const QString &entry : entries)
         AddInterface(entry);
@@ -77,22 +77,22 @@ void Corvi::UpdateBonding()
         bondedDevice->DisableBonding();
     else if (bondingEnabled && !bondedDevice->isBondingActive())
         bondedDevice->EnableBonding();
-    Log(4) << "Corvi::FindAllInterfaces() "
-           << "bonding" << bondingEnabled;
+    Log(Level::TRACE) << "Corvi::FindAllInterfaces() "
+                      << "bonding" << bondingEnabled;
 }
 
 void Corvi::AddInterface(const QString &interfaceName)
 {
     const int type = ReadLinkType(interfaceName);
-    Log(4) << interfaceName << type;
+    Log(Level::TRACE) << interfaceName << type;
     if (type > HIGHEST_HARDWARE_TYPE)
         return;
     if (bondedDevice->isBondingActive() && bondedDevice->getSlaves().contains(interfaceName)) {
-        Log(4) << "interface is bonded -- skip";
+        Log(Level::TRACE) << "interface is bonded -- skip";
         return;
     }
-    Log(4) << "found"
-           << "interface" << interfaceName;
+    Log(Level::TRACE) << "found"
+                      << "interface" << interfaceName;
     allInterfaces.append(interfaceName);
     operstateFiles.append(SYS_NET + interfaceName + QStringLiteral("/operstate"));
     AddDevice(interfaceName);
@@ -130,20 +130,21 @@ void Corvi::AdoptModem()
 
 void Corvi::LogDiscovery() const
 {
-    Log(4) << "Corvi::FindAllInterfaces() -- interfaces" << allInterfaces;
-    Log(4) << "Corvi::FindAllInterfaces() -- wireless" << wirelessInterfaces;
-    Log(4) << "Corvi::FindAllInterfaces() -- wired" << wiredInterfaces;
-    Log(4) << "Corvi::FindAllInterfaces() -- modems" << modemInterfaces;
-    if (Logging::CurrentLevel() < 4)
+    Log(Level::TRACE) << "Corvi::FindAllInterfaces() -- interfaces" << allInterfaces;
+    Log(Level::TRACE) << "Corvi::FindAllInterfaces() -- wireless" << wirelessInterfaces;
+    Log(Level::TRACE) << "Corvi::FindAllInterfaces() -- wired" << wiredInterfaces;
+    Log(Level::TRACE) << "Corvi::FindAllInterfaces() -- modems" << modemInterfaces;
+    if (Logging::CurrentLevel() < Level::TRACE)
         return;
     QStringList names = devices.keys();
     names.sort();
-    Log(4) << "Corvi::FindAllInterfaces() -- networkdevices" << names;
+    Log(Level::TRACE) << "Corvi::FindAllInterfaces() -- networkdevices" << names;
     for (const QString &interfaceName : qAsConst(names))
-        Log(4) << "Corvi::FindAllInterfaces() --named" << devices.value(interfaceName)->GetNamedNetworks();
+        Log(Level::TRACE) << "Corvi::FindAllInterfaces() --named"
+                          << devices.value(interfaceName)->GetNamedNetworks();
 }
 
 void Corvi::onNetDeviceChange(NetworkDevice *nd)
 {
-    Log(4) << "Corvi::onNetDeviceChange" << nd->name;
+    Log(Level::TRACE) << "Corvi::onNetDeviceChange" << nd->name;
 }

@@ -39,61 +39,61 @@ QByteArray EventMessage(int event, int status)
 
 void Corvi::InitSharedMemory()
 {
-    Log(4) << "Corvi::InitSharedMemory";
+    Log(Level::TRACE) << "Corvi::InitSharedMemory";
     eventSocket = std::make_unique<QLocalSocket>();
     shm.setKey(ZebNetStatus::SEGMENT_KEY);
     if (shm.create(ZebNetStatus::RECORD_SIZE, QSharedMemory::ReadWrite))
         return;
-    Log(3) << "Corvi::run - Unable to create shared memory segment";
+    Log(Level::SETUP) << "Corvi::run - Unable to create shared memory segment";
     if (shm.attach(QSharedMemory::ReadWrite)) {
-        Log(3) << "Corvi::run - Attached to shared memory segment";
+        Log(Level::SETUP) << "Corvi::run - Attached to shared memory segment";
         return;
     }
-    Log(0) << "Corvi::run - Unable to attach to shared memory segment";
+    Log(Level::FAULT) << "Corvi::run - Unable to attach to shared memory segment";
     // Other programs read the status from the segment; a daemon that cannot publish is of no use to them.
     std::exit(EXIT_SUCCESS);
 }
 
 void Corvi::ShareStatus(NetworkDevice *nd)
 {
-    Log(4) << "ShareStatus()  Start";
+    Log(Level::TRACE) << "ShareStatus()  Start";
     const QByteArray record = nd->status->GetData();
     if (!shm.lock()) {
-        Log(2) << "ShareStatus() the segment cannot be locked, its record stays as it was";
+        Log(Level::NOTICE) << "ShareStatus() the segment cannot be locked, its record stays as it was";
         return;
     }
-    Log(6) << "ShareStatus"
-           << "BA Size" << record.size() << "_shm.size" << shm.size();
+    Log(Level::VERBOSE) << "ShareStatus"
+                        << "BA Size" << record.size() << "_shm.size" << shm.size();
     const int length = std::min({shm.size(), ZebNetStatus::RECORD_SIZE, record.size()});
     std::memcpy(shm.data(), record.constData(), static_cast<size_t>(length));
     shm.unlock();
-    Log(4) << "ShareStatus()  Complete";
+    Log(Level::TRACE) << "ShareStatus()  Complete";
 }
 
 void Corvi::SendEvent(NetworkDevice *nd, int event, int status)
 {
-    Log(4) << "SendEvent()  Start";
+    Log(Level::TRACE) << "SendEvent()  Start";
     if (nd) {
         ShareStatus(nd);
-        Log(4) << "SendEvent()  ShareStatus complete";
+        Log(Level::TRACE) << "SendEvent()  ShareStatus complete";
     } else {
-        Log(4) << "SendEvent -- nd is null";
+        Log(Level::TRACE) << "SendEvent -- nd is null";
     }
 
     eventSocket->abort();
     eventSocket->connectToServer(ZebNetStatus::LISTENER_NAME, QIODevice::ReadWrite);
     if (eventSocket->waitForConnected(CONNECT_TIME_LIMIT_MS)) {
-        Log(4) << "Connected To Client";
+        Log(Level::TRACE) << "Connected To Client";
         eventSocket->write(EventMessage(event, status));
         eventSocket->flush();
         eventSocket->disconnectFromServer();
     } else {
-        Log(4) << "SendEvent()  did not connect to socket";
+        Log(Level::TRACE) << "SendEvent()  did not connect to socket";
         // A listener whose queue is full leaves the socket trying on; it would connect later and say nothing.
         // abort() does not end that, close() does.
         eventSocket->close();
     }
-    Log(4) << "SendEvent()  Complete";
+    Log(Level::TRACE) << "SendEvent()  Complete";
 }
 
 void Corvi::onSendEventMessage(int event, int status, NetworkDevice *nd)

@@ -29,10 +29,10 @@ bool Corvi::WiredNetworkSetup()
 {
     NetworkDevice *const chosen = ChooseWiredDevice();
     const bool isConnected = chosen != nullptr;
-    Log(6) << "Corvi::WiredNetworkSetup:: status" << isConnected;
+    Log(Level::VERBOSE) << "Corvi::WiredNetworkSetup:: status" << isConnected;
     if (chosen) {
         if (chosen != wiredDevice) {
-            Log(2) << "Corvi::WiredNetworkSetup:: Device Change";
+            Log(Level::NOTICE) << "Corvi::WiredNetworkSetup:: Device Change";
             wiredUp = false;
             wiredRetry.Reset();
         }
@@ -44,7 +44,7 @@ bool Corvi::WiredNetworkSetup()
     }
     CheckRefreshFile(isConnected);
     if (isConnected != wiredUp) {
-        Log(2) << "Wired Device Connected" << isConnected;
+        Log(Level::NOTICE) << "Wired Device Connected" << isConnected;
         wiredUp = isConnected;
         wiredRetry.Reset();
         emit wiredStateChange(isConnected);
@@ -62,20 +62,21 @@ NetworkDevice *Corvi::ChooseWiredDevice()
     for (const QString &interfaceName : qAsConst(wiredInterfaces)) {
         NetworkDevice *const device = devices.value(interfaceName);
         if (!device) {
-            Log(4) << "1: Could not find device for " << interfaceName;
+            Log(Level::TRACE) << "1: Could not find device for " << interfaceName;
             continue;
         }
         device->RefreshStatus();
         if (!chosen && device->isRunning) {
             chosen = device;
-            Log(6) << "Corvi::WiredNetworkSetup:: " << device->name << "active";
+            Log(Level::VERBOSE) << "Corvi::WiredNetworkSetup:: " << device->name << "active";
         } else if (chosen && (device->isRunning || device->stopped)) {
             if (device->isRunning)
-                Log(device->stopped ? 4 : 2) << "Corvi::WiredNetworkSetup:: " << chosen->name << " is up but "
-                                             << device->name << "is also up.";
+                Log(device->stopped ? Level::TRACE : Level::NOTICE)
+                    << "Corvi::WiredNetworkSetup:: " << chosen->name << " is up but " << device->name
+                    << "is also up.";
             device->StopDevice();
         } else if (!device->isUp) {
-            Log(4) << device->name << " is not up so start it";
+            Log(Level::TRACE) << device->name << " is not up so start it";
             device->StartDevice();
         }
     }
@@ -97,7 +98,7 @@ void Corvi::SuperviseWired(NetworkDevice *d)
     if (!IsSupplicantActive()) {
         StartWiredSupplicant(d);
     } else if (reconfigureWpa) {
-        Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
+        Log(Level::TRACE) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
         StartWiredSupplicant(d);
     } else {
         WaitForAuthentication(d);
@@ -107,7 +108,7 @@ void Corvi::SuperviseWired(NetworkDevice *d)
 /// The link has just come up.
 void Corvi::SuperviseWiredLinkUp(NetworkDevice *d)
 {
-    Log(4) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
+    Log(Level::TRACE) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
     wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
     if (!d->usesSupplicant) {
         StopUnneededSupplicant();
@@ -120,8 +121,8 @@ void Corvi::SuperviseWiredLinkUp(NetworkDevice *d)
 
 void Corvi::StartWiredSupplicant(NetworkDevice *d)
 {
-    Log(4) << (IsSupplicantActive() ? "Corvi::WiredNetworkSetup:: Wired 802.1x Reconfigure"
-                                    : "Corvi::WiredNetworkSetup:: Start Wpa supplicant");
+    Log(Level::TRACE) << (IsSupplicantActive() ? "Corvi::WiredNetworkSetup:: Wired 802.1x Reconfigure"
+                                               : "Corvi::WiredNetworkSetup:: Start Wpa supplicant");
     ReconfigureWpa(d);
 }
 
@@ -133,14 +134,14 @@ void Corvi::WaitForAuthentication(NetworkDevice *d)
         return;
     }
     if (d->ipAnnounced && d->fallbackEnabled && d->authWaitTicks > ANNOUNCED_FALLBACK_TICKS) {
-        Log(2) << "Corvi::WiredNetworkSetup:: Set in fallback mode";
+        Log(Level::NOTICE) << "Corvi::WiredNetworkSetup:: Set in fallback mode";
         d->inFallback = true;
         supThread->Stop(0);
         return;
     }
     ++d->authWaitTicks;
     if (d->authWaitTicks > FORCED_FALLBACK_TICKS) {
-        Log(2) << "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback";
+        Log(Level::NOTICE) << "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback";
         d->inFallback = true;
         supThread->Stop(5);
         // This clears the flag just set: an unsecured attempt now, authentication again afterwards.
@@ -181,7 +182,8 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
         return;
     // Once the pauses have stopped growing the line would only repeat itself for as long as the server is
     // away.
-    Log(pause.IsLongest() ? 4 : 2) << "Corvi::RetryDhcp - no address, trying again on" << d->name;
+    Log(pause.IsLongest() ? Level::TRACE : Level::NOTICE)
+        << "Corvi::RetryDhcp - no address, trying again on" << d->name;
     d->ConfigureNetwork(true);
     pause.NoteAttempt(RetryPause::Time::clock::now());
 }
@@ -193,15 +195,15 @@ bool Corvi::IsSupplicantActive() const
 
 void Corvi::onWiredStateChange(bool state)
 {
-    Log(4) << "Corvi::onWiredStateChange(bool state)" << state;
+    Log(Level::TRACE) << "Corvi::onWiredStateChange(bool state)" << state;
     if (!wiredDevice) {
-        Log(2) << "WIRED DEVICE UNDEFINED";
+        Log(Level::NOTICE) << "WIRED DEVICE UNDEFINED";
     } else {
         SendAssociationMessage(wiredDevice, state);
         if (state) {
-            Log(4) << "Configure Wired Network";
+            Log(Level::TRACE) << "Configure Wired Network";
             wiredDevice->ConfigureNetwork(true);
-            Log(4) << "Configure Wired Network Complete";
+            Log(Level::TRACE) << "Configure Wired Network Complete";
         } else {
             wiredDevice->FlushIpAddress();
         }
@@ -210,24 +212,24 @@ void Corvi::onWiredStateChange(bool state)
             reconfigureWpa = true;
         }
     }
-    Log(4) << "Corvi::onWiredStateChange(bool state)  complete";
+    Log(Level::TRACE) << "Corvi::onWiredStateChange(bool state)  complete";
 }
 
 void Corvi::ReconfigureWpa(NetworkDevice *d)
 {
-    Log(4) << "Corvi::ReconfigureWpa" << wpaHoldoffTicks;
+    Log(Level::TRACE) << "Corvi::ReconfigureWpa" << wpaHoldoffTicks;
     if (wpaHoldoffTicks > 0) {
         // One step of the hold-off a call.
         if (!d->usesSupplicant) {
             reconfigureWpa = false;
             wpaHoldoffTicks = 0;
-            Log(4) << "Corvi::ReconfigureWpa wpa not required";
+            Log(Level::TRACE) << "Corvi::ReconfigureWpa wpa not required";
             if (IsSupplicantActive())
                 supThread->Stop(3);
         } else if (supThread->IsStopPending()) {
-            Log(4) << "Corvi::ReconfigureWpa in Holdoff, wst stopping";
+            Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff, wst stopping";
         } else if (!IsSupplicantActive()) {
-            Log(4) << "Corvi::ReconfigureWpa in Holdoff";
+            Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff";
             --wpaHoldoffTicks;
         } else {
             supThread->Stop(4);
@@ -239,12 +241,12 @@ void Corvi::ReconfigureWpa(NetworkDevice *d)
     d->inFallback = false;
     UpdateWpaConfFile(d->name);
     if (d->usesSupplicant) {
-        Log(4) << "Corvi::ReconfigureWpa"
-               << "Start wst" << d->name << d->driver;
+        Log(Level::TRACE) << "Corvi::ReconfigureWpa"
+                          << "Start wst" << d->name << d->driver;
         ReinitSupThread();
         supThread->Start(d->name, d->driver, QString());
     }
-    Log(4) << "Corvi::ReconfigureWpa Set reconfigureWpa to false";
+    Log(Level::TRACE) << "Corvi::ReconfigureWpa Set reconfigureWpa to false";
     reconfigureWpa = false;
 }
 

@@ -22,7 +22,7 @@ constexpr int MODEM_ATTEMPTS = 10;
 
 void Corvi::onAssociatedChanged(bool state)
 {
-    Log(4) << "Corvi::onAssociatedChanged(bool state)" << state;
+    Log(Level::TRACE) << "Corvi::onAssociatedChanged(bool state)" << state;
     if (wirelessDevice) {
         wirelessDevice->RefreshStatus();
         SendAssociationMessage(wirelessDevice, state);
@@ -32,27 +32,27 @@ void Corvi::onAssociatedChanged(bool state)
         Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("on_wifi_assoc")},
                        false);
         Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("qwebauth")}, false);
-        Log(4) << "Corvi::onAssociatedChanged"
-               << "start on_wifi_assoc";
+        Log(Level::TRACE) << "Corvi::onAssociatedChanged"
+                          << "start on_wifi_assoc";
         Utils::SpawnExecute(QStringLiteral("on_wifi_assoc"), {});
     } else if (wiredDevice) {
-        Log(4) << "Wireless device not defined";
+        Log(Level::TRACE) << "Wireless device not defined";
         SendAssociationMessage(wiredDevice, state);
         if (state)
             wiredDevice->ConfigureNetwork(true);
     } else {
-        Log(4) << "Wireless and Wired devices not defined";
+        Log(Level::TRACE) << "Wireless and Wired devices not defined";
     }
 }
 
 void Corvi::onWifiConnected()
 {
-    Log(4) << "Corvi::onWifiConnected()";
+    Log(Level::TRACE) << "Corvi::onWifiConnected()";
 }
 
 void Corvi::onScanningFailed()
 {
-    Log(4) << "Corvi::onScanningFailed()";
+    Log(Level::TRACE) << "Corvi::onScanningFailed()";
 }
 
 int Corvi::WirelessNetworkSetup(bool wiredFirst)
@@ -70,51 +70,51 @@ void Corvi::TakeWirelessDown()
 {
     if (QFile::exists(KEEP_WIRELESS_UP_FLAG) || !wirelessDevice)
         return;
-    Log(2) << "Corvi::Loop:: Stopping wireless device";
+    Log(Level::NOTICE) << "Corvi::Loop:: Stopping wireless device";
     wirelessDevice->StopDevice();
     wirelessConfigured = false;
-    Log(4) << "Set wireless device to 0";
+    Log(Level::TRACE) << "Set wireless device to 0";
     wirelessDevice = nullptr;
 }
 
 void Corvi::StartWireless()
 {
-    Log(4) << "Corvi::WirelessNetworkSetup -- Wireless Device not defined";
+    Log(Level::TRACE) << "Corvi::WirelessNetworkSetup -- Wireless Device not defined";
     for (const QString &interfaceName : qAsConst(wirelessInterfaces)) {
         wirelessDevice = devices.value(interfaceName);
         if (wirelessDevice)
             break;
-        Log(4) << "2: Could not find device for " << interfaceName;
+        Log(Level::TRACE) << "2: Could not find device for " << interfaceName;
     }
     if (!wirelessDevice)
         return;
 
     wirelessRetry.Reset();
-    Log(4) << "Check for wireless already connected";
+    Log(Level::TRACE) << "Check for wireless already connected";
     wirelessDevice->RefreshStatus();
     if (!wirelessDevice->isRunning) {
         StartWirelessSupplicant(wirelessDevice);
         return;
     }
     conn_counter = 0;
-    Log(2) << "!wiredConnected, wireless connected";
+    Log(Level::NOTICE) << "!wiredConnected, wireless connected";
     if (!wirelessDevice->isUp)
         wirelessDevice->Up();
 }
 
 void Corvi::StartWirelessSupplicant(NetworkDevice *d)
 {
-    Log(4) << "Wireless not Connected ";
-    Log(4) << "Wireless Start up wpa supplicant";
+    Log(Level::TRACE) << "Wireless not Connected ";
+    Log(Level::TRACE) << "Wireless Start up wpa supplicant";
     if (!wpaConfUpdated) {
-        Log(4) << "Setup wpa config file";
+        Log(Level::TRACE) << "Setup wpa config file";
         UpdateWpaConfFile(d->name);
     }
-    Log(2) << "Start Wireless interface";
-    Log(4) << "wirelessInterfaces: named networks: " << d->GetNamedNetworks();
+    Log(Level::NOTICE) << "Start Wireless interface";
+    Log(Level::TRACE) << "wirelessInterfaces: named networks: " << d->GetNamedNetworks();
     d->StartDevice();
     d->Up();
-    Log(4) << "Corvi::Loop:: Start wpa_supplicant, Driver=" << d->driver;
+    Log(Level::TRACE) << "Corvi::Loop:: Start wpa_supplicant, Driver=" << d->driver;
     wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
     reconfigureWpa = true;
     ReconfigureWpa(d);
@@ -123,22 +123,22 @@ void Corvi::StartWirelessSupplicant(NetworkDevice *d)
 
 void Corvi::SuperviseWireless()
 {
-    Log(4) << "Corvi::WirelessNetworkSetup -- Wireless Device defined";
+    Log(Level::TRACE) << "Corvi::WirelessNetworkSetup -- Wireless Device defined";
     if (!wirelessConfigured) {
         wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
         reconfigureWpa = true;
         wirelessConfigured = true;
         ReconfigureWpa(wirelessDevice);
     } else if (!reconfigureWpa && !IsSupplicantActive()) {
-        Log(2) << "Restart Wireless interface";
+        Log(Level::NOTICE) << "Restart Wireless interface";
         wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
         reconfigureWpa = true;
     }
     wirelessDevice->RefreshStatus();
     if (reconfigureWpa) {
-        Log(4) << "Corvi::WirelessNetworkSetup wirelessConnected " << wirelessDevice->isRunning
-               << " reconfigureWpa ";
-        Log(4) << "Corvi::Loop:: reconfigureWpa -- Update conf File";
+        Log(Level::TRACE) << "Corvi::WirelessNetworkSetup wirelessConnected " << wirelessDevice->isRunning
+                          << " reconfigureWpa ";
+        Log(Level::TRACE) << "Corvi::Loop:: reconfigureWpa -- Update conf File";
         ReconfigureWpa(wirelessDevice);
     }
     RetryDhcp(wirelessDevice, wirelessRetry);
@@ -146,7 +146,7 @@ void Corvi::SuperviseWireless()
 
 int Corvi::ModemNetworkSetup(bool takeDown, bool bringUp)
 {
-    Log(4) << "Corvi::ModemNetworkSetup";
+    Log(Level::TRACE) << "Corvi::ModemNetworkSetup";
     if (bringUp)
         BringModemUp();
     else if (takeDown)
@@ -174,7 +174,7 @@ void Corvi::BringModemUp()
     modem->UpdateConnectionStatus();
     if (modem->modemConnected != wasConnected) {
         // Said and sent on every change, also when the connection was lost.
-        Log(2) << "modem connected";
+        Log(Level::NOTICE) << "modem connected";
         modem->ConfigureIFace();
         modem->RefreshStatus();
         SendAssociationMessage(modem, true);
@@ -183,7 +183,8 @@ void Corvi::BringModemUp()
         return;
     ++conn_counter;
     if (conn_counter > MODEM_ATTEMPTS) {
-        Log(2) << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << modem->name;
+        Log(Level::NOTICE) << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:"
+                           << modem->name;
         modem->Down();
         modemDevice = nullptr;
     }
@@ -208,16 +209,16 @@ void Corvi::UpdateWpaConfFile(const QString &interfaceName)
     for (const QString &candidate : qAsConst(names)) {
         if (!interfaceName.isEmpty() && interfaceName != candidate)
             continue;
-        Log(4) << "UpdateWpaConfFile -- Get NetworkDevice";
+        Log(Level::TRACE) << "UpdateWpaConfFile -- Get NetworkDevice";
         const NetworkDevice *const device = devices.value(candidate);
         if (!device)
             continue;
-        Log(4) << "UpdateWpaConfFile -- isActive" << device->isRunning;
+        Log(Level::TRACE) << "UpdateWpaConfFile -- isActive" << device->isRunning;
         if (Contributes(device))
             lines += device->GetNamedNetworkWpasInformation();
     }
     if (!WpaSupplicantCfg::WriteCfg(lines))
-        Log(2) << "UpdateWpaConfFile -- the supplicant's file cannot be written";
+        Log(Level::NOTICE) << "UpdateWpaConfFile -- the supplicant's file cannot be written";
     wpaConfContents = lines.join(QLatin1Char('\n'));
     wpaConfUpdated = true;
 }

@@ -33,7 +33,8 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
 {
     if (::pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) {
         const QString reason = qt_error_string();
-        Log(2) << "TerminationSignals -- no pipe, a signal ends the daemon without its shutdown:" << reason;
+        Log(Level::NOTICE) << "TerminationSignals -- no pipe, a signal ends the daemon without its shutdown:"
+                           << reason;
         return;
     }
     notifier = std::make_unique<QSocketNotifier>(pipeEnds[0], QSocketNotifier::Read);

@@ -90,7 +90,8 @@ void SaveMac(const QString &interfaceName)
     const QByteArray address = source.readAll();
     QDir().mkpath(QFileInfo(SAVED_MAC_FILE).path());
     if (address.isEmpty() || !SecureFile::Replace(SAVED_MAC_FILE, address, 0644))
-        Log(2) << "BondedDevice::EnableBonding the bond's address could not be saved to" << SAVED_MAC_FILE;
+        Log(Level::NOTICE) << "BondedDevice::EnableBonding the bond's address could not be saved to"
+                           << SAVED_MAC_FILE;
 }
 
 } // namespace
@@ -119,7 +120,7 @@ BondedDevice::BondedDevice(QObject *parent)
     connect(dhcpProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             &BondedDevice::onStartProcessFinished);
     connect(pollTimer, &QTimer::timeout, this, &BondedDevice::onMyTimerTrip);
-    Log(4) << "BondedDevice::BondedDevice Initialized";
+    Log(Level::TRACE) << "BondedDevice::BondedDevice Initialized";
 }
 
 BondedDevice::~BondedDevice() = default;
@@ -152,13 +153,13 @@ bool BondedDevice::isAvailable()
 
 void BondedDevice::EnableBonding()
 {
-    Log(2) << "Renaming" << renaming << "BringUp" << bringUp << "usePrimary" << usePrimary;
+    Log(Level::NOTICE) << "Renaming" << renaming << "BringUp" << bringUp << "usePrimary" << usePrimary;
     if (!isAvailable())
-        Log(2) << "Bonding driver was not found";
+        Log(Level::NOTICE) << "Bonding driver was not found";
     if (bondingActive || !slaves.isEmpty()) {
         DisableBonding();
         if (dhcpProcess->state() != QProcess::NotRunning)
-            Log(4) << "Waiting for dhclient to finish";
+            Log(Level::TRACE) << "Waiting for dhclient to finish";
         WaitForDhclient();
     }
     slaves = EthernetNames();
@@ -210,7 +211,7 @@ void BondedDevice::LoadDriver()
 
 void BondedDevice::DisableBonding()
 {
-    Log(2) << "Renaming" << renaming << "BringUp" << bringUp;
+    Log(Level::NOTICE) << "Renaming" << renaming << "BringUp" << bringUp;
     const QStringList bonds = BondNames();
     if (!bonds.isEmpty()) {
         wiredName = bonds.first();
@@ -250,9 +251,10 @@ void BondedDevice::StartDhclientInit(const QString &iface)
     if (!dhcpProcess->waitForStarted(PROGRAM_TIME_LIMIT_MS)) {
         // It will not end either, and there is nothing to poll for.
         pollTimer->stop();
-        Log(2) << "BondedDevice::StartDhclientInit" << DHCLIENT << "cannot be started on" << iface;
+        Log(Level::NOTICE) << "BondedDevice::StartDhclientInit" << DHCLIENT << "cannot be started on"
+                           << iface;
     }
-    Log(4) << "Calling" << DHCLIENT << iface;
+    Log(Level::TRACE) << "Calling" << DHCLIENT << iface;
 }
 
 void BondedDevice::WaitForDhclient()
@@ -282,7 +284,7 @@ QString BondedDevice::getBondedDeviceActiveSlaveFileName() const
 
 void BondedDevice::onStartProcessFinished(int exitCode)
 {
-    Log(4) << "Process exitCode" << exitCode;
+    Log(Level::TRACE) << "Process exitCode" << exitCode;
     dhclientFinished = true;
 }
 

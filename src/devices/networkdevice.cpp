@@ -54,7 +54,7 @@ NetworkDevice::NetworkDevice(const QString &interfaceName, QObject *parent)
 {
     qRegisterMetaType<NetworkDevice *>();
     connect(timer.get(), &QTimer::timeout, this, &NetworkDevice::onTimerTrip);
-    Log(4) << "Create NetworkDevice" << name;
+    Log(Level::TRACE) << "Create NetworkDevice" << name;
 }
 
 NetworkDevice::~NetworkDevice()
@@ -81,7 +81,7 @@ ZebNetConfig *NetworkDevice::getCurrentConfig()
         currentNetwork = namedNetworks.value(networkNames.first());
     }
     if (isWireless) {
-        Log(4) << "NetworkDevice::getCurrentConfig()";
+        Log(Level::TRACE) << "NetworkDevice::getCurrentConfig()";
         currentNetwork->Load(currentNetwork->Name(), true);
         // The reload released the record in use.
         if (currentConfig)
@@ -108,7 +108,7 @@ void NetworkDevice::RefreshStatus()
     if (socketFd == -1) {
         for (QString *field : {&ipAddress, &broadcast, &netmask, &macAddress})
             field->clear();
-        Log(6) << "NetworkDevice::RefreshStatus --" << name << " device not found";
+        Log(Level::VERBOSE) << "NetworkDevice::RefreshStatus --" << name << " device not found";
         return;
     }
 
@@ -123,7 +123,7 @@ void NetworkDevice::RefreshStatus()
     status->SetIfaceInfo(macAddress, ipAddress, broadcast, netmask);
 
     if (!isRunning && fallbackEnabled) {
-        Log(4) << "NetworkDevice::RefreshStatus:: clear fallback mode";
+        Log(Level::TRACE) << "NetworkDevice::RefreshStatus:: clear fallback mode";
         inFallback = false;
     }
 }
@@ -176,8 +176,9 @@ void NetworkDevice::UpdateIpInformation()
 {
     status->SetIfaceInfo(macAddress, ipAddress, broadcast, netmask);
     // The same address found again, or still none, is no news.
-    Log(ipAddress == lastToldAddress ? 4 : 2) << "NetworkDevice::UpdateIpInformation" << macAddress << ","
-                                              << ipAddress << "," << status->GetBroadcast();
+    Log(ipAddress == lastToldAddress ? Level::TRACE : Level::NOTICE)
+        << "NetworkDevice::UpdateIpInformation" << macAddress << "," << ipAddress << ","
+        << status->GetBroadcast();
     lastToldAddress = ipAddress;
     if (ipAddress.isEmpty() || !isUp) {
         inFallback = false;
@@ -204,7 +205,7 @@ QString NetworkDevice::toString() const
 
 void NetworkDevice::SendEvent(int code, int value)
 {
-    Log(4) << "NetworkDevice::SendEvent" << code << value;
+    Log(Level::TRACE) << "NetworkDevice::SendEvent" << code << value;
     emit SendEventMessage(code, value, this);
 }
 

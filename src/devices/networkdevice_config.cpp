@@ -27,7 +27,7 @@ bool IsStored(const QString &networkName)
 
 void NetworkDevice::ConfigureNetwork(bool renew)
 {
-    Log(4) << "NetworkDevice::ConfigureNetwork -- start " << name;
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork -- start " << name;
     fallbackEnabled = false;
     inFallback = false;
     ipAnnounced = false;
@@ -35,20 +35,20 @@ void NetworkDevice::ConfigureNetwork(bool renew)
         if (!currentConfig)
             currentConfig = getCurrentConfig();
         if (!currentConfig) {
-            Log(2) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
+            Log(Level::NOTICE) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
             SendEvent(1, -1);
             return;
         }
         ApplyConfig(renew);
     } catch (...) {
-        Log(2) << "NetworkDevice::ConfigureNetwork -- Failed";
+        Log(Level::NOTICE) << "NetworkDevice::ConfigureNetwork -- Failed";
     }
 }
 
 void NetworkDevice::ApplyConfig(bool renew)
 {
-    Log(4) << "NetworkDevice::ConfigureNetwork  Name=" << currentConfig->GetName()
-           << "Use Static DNS=" << currentConfig->staticIp;
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork  Name=" << currentConfig->GetName()
+                      << "Use Static DNS=" << currentConfig->staticIp;
     if (!isWireless)
         ApplyWiredFlags();
 
@@ -63,7 +63,7 @@ void NetworkDevice::ApplyConfig(bool renew)
         SetDNS(currentConfig->dns1, currentConfig->dns2, currentConfig->domain);
     SetHosts(currentConfig->hosts);
     ApplyLinkSettings();
-    Log(4) << "NetworkDevice::ConfigureNetwork -- end";
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork -- end";
 }
 
 void NetworkDevice::ApplyWiredFlags()
@@ -71,29 +71,29 @@ void NetworkDevice::ApplyWiredFlags()
     if (currentConfig->securityMode.toLower() != QLatin1String("unsecured"))
         usesSupplicant = true;
     fallbackEnabled = currentConfig->dot1xFallback == QLatin1String("fallback");
-    Log(4) << "NetworkDevice::ConfigureNetwork 8021x Fallback enabled=" << fallbackEnabled
-           << "inFallback =" << inFallback;
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork 8021x Fallback enabled=" << fallbackEnabled
+                      << "inFallback =" << inFallback;
 }
 
 void NetworkDevice::ApplyStaticAddress()
 {
-    Log(4) << "NetworkDevice::ConfigureNetwork - using static IP";
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - using static IP";
     Up(currentConfig->ipAddress, currentConfig->netmask);
-    Log(4) << "NetworkDevice::ConfigureNetwork - set gateway";
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - set gateway";
     SetGateway(currentConfig->gateway);
     RefreshStatus();
 }
 
 void NetworkDevice::ObtainAddress()
 {
-    Log(4) << "NetworkDevice::ConfigureNetwork - renew ip address";
-    Log(4) << "NetworkDevice::ConfigureNetwork  Interface" << name;
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renew ip address";
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork  Interface" << name;
     SendEvent(1, 0);
-    Log(4) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
     if (!Dhclient(name)) {
         // Attempts go on for as long as there is no server: the first failure is news, the others are not.
-        Log line(dhcpFailed ? 4 : 2);
+        Log line(dhcpFailed ? Level::TRACE : Level::NOTICE);
         if (line.IsEnabled())
             line << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
         dhcpFailed = true;
@@ -104,11 +104,11 @@ void NetworkDevice::ObtainAddress()
         return;
     }
     dhcpFailed = false;
-    Log(4) << "NetworkDevice::ConfigureNetwork - renewing ip address";
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renewing ip address";
     RefreshStatus();
-    Log(4) << "NetworkDevice::ConfigureNetwork - status refreshed";
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - status refreshed";
     if (!ipAddress.isEmpty())
-        Log(4) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
+        Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
 }
 
 void NetworkDevice::ApplyLinkSettings()
@@ -127,7 +127,8 @@ void NetworkDevice::ApplySpeed()
     const QStringList words = speed.split(QLatin1Char(' '));
     if (words.size() != 3) {
         // Attempts to get an address apply the speed again and again: once is enough.
-        Log(speed == lastToldSpeed ? 4 : 2) << "ConfigureNetwork - Wrong format " << speed;
+        Log(speed == lastToldSpeed ? Level::TRACE : Level::NOTICE)
+            << "ConfigureNetwork - Wrong format " << speed;
         lastToldSpeed = speed;
         return;
     }
@@ -137,21 +138,21 @@ void NetworkDevice::ApplySpeed()
 bool NetworkDevice::getNamedNetworksForDevice()
 {
     const QStringList storedNames = ZebNetConfig::GetNetworkNames();
-    Log(4) << "NetworkDevice::getNamedNetworksForDevice()  " << storedNames;
+    Log(Level::TRACE) << "NetworkDevice::getNamedNetworksForDevice()  " << storedNames;
     for (const QString &networkName : storedNames) {
         if (!IsStored(networkName) || !IsForThisDevice(networkName) || namedNetworks.contains(networkName))
             continue;
         auto *network = new NamedNetwork(networkName, false, nullptr);
         // Never switched off here: the device may have its own reason for the new driver.
         if (isWireless && network->CheckWirelessDriver()) {
-            Log(4) << "nn UseNewDriver";
+            Log(Level::TRACE) << "nn UseNewDriver";
             UseNewDriver(true);
         }
         namedNetworks.insert(networkName, network);
         networkNames << networkName;
     }
     SortNetworkNames();
-    Log(4) << "NetworkDevice::getNamedNetworksForDevice() -- Done " << networkNames;
+    Log(Level::TRACE) << "NetworkDevice::getNamedNetworksForDevice() -- Done " << networkNames;
     return !namedNetworks.isEmpty();
 }
 

@@ -29,7 +29,7 @@ std::optional<QByteArray> ReadResolver()
 
 void TellNoAccess()
 {
-    Log(2) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
+    Log(Level::NOTICE) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
 }
 
 /// An empty second server gives a bare "nameserver " line, which resolvers skip.
@@ -67,22 +67,23 @@ void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString
         TellNoAccess();
         return;
     }
-    Log(isNews ? 2 : 4) << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
+    Log(isNews ? Level::NOTICE : Level::TRACE)
+        << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
 }
 
 } // namespace
 
 bool NetworkDevice::Dhclient(const QString &iface)
 {
-    Log(4) << "NetworkDevice::Dhclient" << iface;
+    Log(Level::TRACE) << "NetworkDevice::Dhclient" << iface;
     Utils::Execute(STOP_DHCLIENT, {}, false);
-    Log(4) << "NetworkDevice::Dhclient"
-           << "dhclient stopped";
+    Log(Level::TRACE) << "NetworkDevice::Dhclient"
+                      << "dhclient stopped";
     FlushIpAddress();
 
     const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, iface};
-    Log(4) << "NetworkDevice::Dhclient"
-           << "dhclient" << arguments;
+    Log(Level::TRACE) << "NetworkDevice::Dhclient"
+                      << "dhclient" << arguments;
     const QString transcript =
         Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS)
             .join(QLatin1Char('\n'));
@@ -116,7 +117,7 @@ void NetworkDevice::SetHosts(const QStringList &lines)
     for (const QString &line : lines)
         text += line + QLatin1Char('\n');
     if (!SecureFile::Replace(HOST_LIST, text.toUtf8(), 0644)) {
-        Log(2) << "NetworkDevice::SetHosts -  Unable to access hosts";
+        Log(Level::NOTICE) << "NetworkDevice::SetHosts -  Unable to access hosts";
         return;
     }
     // Shell lines because only the shell's environment knows HOSTNAME.

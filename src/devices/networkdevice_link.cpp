@@ -24,7 +24,7 @@ const QString ROUTE = QStringLiteral("route");
 
 void NetworkDevice::Up(const QString &iface)
 {
-    Log(4) << "NetworkDevice::Up" << iface;
+    Log(Level::TRACE) << "NetworkDevice::Up" << iface;
     Utils::Execute(IFCONFIG, {iface, QStringLiteral("up")}, false);
 }
 
@@ -36,7 +36,7 @@ void NetworkDevice::Up()
 
 void NetworkDevice::Up(const QString &iface, const QString &ip, const QString &mask)
 {
-    Log(4) << "NetworkDevice::Up" << iface << ip << mask;
+    Log(Level::TRACE) << "NetworkDevice::Up" << iface << ip << mask;
     Utils::Execute(IFCONFIG, {iface, ip, QStringLiteral("netmask"), mask, QStringLiteral("up")}, false);
 }
 
@@ -48,7 +48,7 @@ void NetworkDevice::Up(const QString &ip, const QString &mask)
 
 void NetworkDevice::Down(const QString &iface)
 {
-    Log(4) << "NetworkDevice::Down" << iface;
+    Log(Level::TRACE) << "NetworkDevice::Down" << iface;
     Utils::Execute(IFCONFIG, {iface, QStringLiteral("down")}, false);
 }
 
@@ -67,7 +67,7 @@ void NetworkDevice::AutoNegotiate(const QString &iface)
 void NetworkDevice::SetSpeed(const QString &iface, int speed, int duplex)
 {
     const QString word = duplex == 1 ? QStringLiteral("full") : QStringLiteral("half");
-    Log(4) << "speed: " << speed << " duplex: " << word;
+    Log(Level::TRACE) << "speed: " << speed << " duplex: " << word;
     Utils::Execute(ETHTOOL,
                    {QStringLiteral("-s"), iface, QStringLiteral("autoneg"), QStringLiteral("off"),
                     QStringLiteral("speed"), QString::number(speed), QStringLiteral("duplex"), word},
@@ -76,7 +76,7 @@ void NetworkDevice::SetSpeed(const QString &iface, int speed, int duplex)
 
 void NetworkDevice::SetMtu(const QString &iface, const QString &mtu)
 {
-    Log(4) << "NetworkDevice::MTU - " << iface << mtu;
+    Log(Level::TRACE) << "NetworkDevice::MTU - " << iface << mtu;
     Utils::Execute(IP, {QStringLiteral("link"), QStringLiteral("set"), iface, QStringLiteral("mtu"), mtu},
                    false);
 }
@@ -88,7 +88,7 @@ void NetworkDevice::FlushIpAddress()
 
 void NetworkDevice::SetGateway(const QString &gw)
 {
-    Log(4) << "NetworkDevice::SetGateway -  " << gw;
+    Log(Level::TRACE) << "NetworkDevice::SetGateway -  " << gw;
     Utils::Execute(ROUTE, {QStringLiteral("del"), QStringLiteral("default")}, false);
     Utils::Execute(ROUTE, {QStringLiteral("add"), QStringLiteral("default"), QStringLiteral("gw"), gw},
                    false);

@@ -11,7 +11,7 @@ WiredDevice::WiredDevice(const QString &interfaceName, QObject *parent) : Networ
 
     configurable = false;
     driver = QStringLiteral("wired");
-    Log(4) << "WiredDevice::WiredDevice Initialized" << ++madeSoFar;
+    Log(Level::TRACE) << "WiredDevice::WiredDevice Initialized" << ++madeSoFar;
     InitDevice();
 }
 

@@ -48,7 +48,7 @@ WirelessDevice::WirelessDevice(const QString &interfaceName, QObject *parent)
     configurable = false;
     usesSupplicant = true;
     WirelessDevice::UseNewDriver(IsNewDriverWanted());
-    Log(4) << "WirelessDevice::WirelessDevice Initialized" << ++madeSoFar;
+    Log(Level::TRACE) << "WirelessDevice::WirelessDevice Initialized" << ++madeSoFar;
     InitDevice();
 }
 
@@ -82,11 +82,11 @@ void WirelessDevice::UseNewDriver(bool on)
 {
     driver = on ? QStringLiteral("nl80211,wext") : QStringLiteral("wext,nl80211");
     driverChosen = true;
-    Log(4) << "Driver = " << driver;
+    Log(Level::TRACE) << "Driver = " << driver;
 }
 
 ZebNetConfig *WirelessDevice::getCurrentConfig()
 {
-    Log(4) << "WirelessDevice::getCurrentConfig()";
+    Log(Level::TRACE) << "WirelessDevice::getCurrentConfig()";
     return NetworkDevice::getCurrentConfig();
 }

@@ -71,17 +71,19 @@ bool WpaSupplicantControl::openControlInterface(const QString &interfaceName)
     // Level 4 for both failures: they come on every tick for as long as there is no supplicant.
     connection.reset(wpa_ctrl_open(socketPath.constData()));
     if (!connection) {
-        Log(4) << "WpaSupplicantControl -- Failed to open control interface at" << socketPath.constData();
+        Log(Level::TRACE) << "WpaSupplicantControl -- Failed to open control interface at"
+                          << socketPath.constData();
         return false;
     }
     if (wpa_ctrl_attach(connection.get()) != 0) {
-        Log(4) << "WpaSupplicantControl -- Failed to attach to control interface at"
-               << socketPath.constData();
+        Log(Level::TRACE) << "WpaSupplicantControl -- Failed to attach to control interface at"
+                          << socketPath.constData();
         Disconnect();
         return false;
     }
     Listen();
-    Log(2) << "WpaSupplicantControl -- Attached to control interface at" << socketPath.constData();
+    Log(Level::NOTICE) << "WpaSupplicantControl -- Attached to control interface at"
+                       << socketPath.constData();
     open = true;
     removalTold = false;
     stopTold = false;
@@ -124,7 +126,7 @@ void WpaSupplicantControl::CheckPeer()
     if (!isCtrlOpen())
         return;
     if (!wpa_ctrl_peer_alive(connection.get())) {
-        Log(2) << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
+        Log(Level::NOTICE) << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
         ReadWaiting();
         Disconnect();
         return;
@@ -138,7 +140,8 @@ void WpaSupplicantControl::TellOfRemoval()
 {
     if (removalTold || access(socketPath.constData(), F_OK) == 0)
         return;
-    Log(2) << "WpaSupplicantControl -- The name is gone, the connection goes on at" << socketPath.constData();
+    Log(Level::NOTICE) << "WpaSupplicantControl -- The name is gone, the connection goes on at"
+                       << socketPath.constData();
     removalTold = true;
 }
 
@@ -148,9 +151,10 @@ void WpaSupplicantControl::TellOfStop()
     const bool isStopped = wpa_ctrl_peer_stopped(connection.get()).value_or(stopTold);
     if (isStopped == stopTold)
         return;
-    Log(2) << (isStopped ? "WpaSupplicantControl -- The supplicant is stopped and answers nobody at"
-                         : "WpaSupplicantControl -- The supplicant goes on at")
-           << socketPath.constData();
+    Log(Level::NOTICE) << (isStopped
+                               ? "WpaSupplicantControl -- The supplicant is stopped and answers nobody at"
+                               : "WpaSupplicantControl -- The supplicant goes on at")
+                       << socketPath.constData();
     stopTold = isStopped;
 }
 

@@ -58,14 +58,14 @@ WpaSuppThread::~WpaSuppThread()
 
 void WpaSuppThread::run()
 {
-    Log(4) << "WpaSuppThread::run() Start";
+    Log(Level::TRACE) << "WpaSuppThread::run() Start";
     QTimer timer;
     connect(&timer, &QTimer::timeout, &timer, [this] { QueueTick(); });
     timer.start(TICK_INTERVAL);
-    Log(4) << "WpaSuppThread::run() Start Exec";
+    Log(Level::TRACE) << "WpaSuppThread::run() Start Exec";
     exec();
     timer.stop();
-    Log(4) << "WpaSuppThread::run() End Exec";
+    Log(Level::TRACE) << "WpaSuppThread::run() End Exec";
     QMetaObject::invokeMethod(this, "OnWorkerEnded", Qt::QueuedConnection);
 }
 
@@ -129,13 +129,13 @@ void WpaSuppThread::Start(const QString &interfaceName, const QString &driverNam
     requestedMethod = methodName;
     wired = driverName == WIRED_DRIVER;
     badPassword = false;
-    Log(2) << "WpaSuppThread::Start" << interfaceName << driverName << methodName;
+    Log(Level::NOTICE) << "WpaSuppThread::Start" << interfaceName << driverName << methodName;
     emit TriggerRestartSupplicant();
 }
 
 void WpaSuppThread::Stop(int reason)
 {
-    Log(4) << "WpaSuppThread::Stop" << reason << TrueFalse(running) << (restarting || running);
+    Log(Level::TRACE) << "WpaSuppThread::Stop" << reason << TrueFalse(running) << (restarting || running);
     emit TriggerStopSupplicant();
 }
 
@@ -151,7 +151,7 @@ void WpaSuppThread::Reconfigure()
 
 void WpaSuppThread::Quit()
 {
-    Log(2) << "WpaSuppThread::Quit";
+    Log(Level::NOTICE) << "WpaSuppThread::Quit";
     quitRequested = true;
 }
 
@@ -164,12 +164,12 @@ void WpaSuppThread::LetGo()
 void WpaSuppThread::RestartSupplicant()
 {
     restarting = true;
-    Log(4) << "WpaSuppThread::RestartSupplicant" << requestedInterface << requestedDriver
-           << TrueFalse(running || restarting);
+    Log(Level::TRACE) << "WpaSuppThread::RestartSupplicant" << requestedInterface << requestedDriver
+                      << TrueFalse(running || restarting);
 
     statusText = QStringLiteral("Stopping");
-    Log(4) << "WpaSupplicant::Start"
-           << "supplicant is still running need to make sure it stops before continuing";
+    Log(Level::TRACE) << "WpaSupplicant::Start"
+                      << "supplicant is still running need to make sure it stops before continuing";
     if (startPending)
         ReachLaunchedSupplicant();
     StopSupplicant();
@@ -191,8 +191,8 @@ void WpaSuppThread::WaitForSupplicantToEnd()
         }
         msleep(END_PASS_MS);
     }
-    Log(4) << "WpaSupplicant::Start"
-           << "we should have stopped by now";
+    Log(Level::TRACE) << "WpaSupplicant::Start"
+                      << "we should have stopped by now";
     msleep(END_PAUSE_MS);
 }
 
@@ -217,13 +217,13 @@ void WpaSuppThread::LaunchSupplicant()
     msleep(LAUNCH_PAUSE_MS);
     // Another user's file does not count: root would run the supplicant by it.
     if (!SecureFile::IsOurs(configurationPath)) {
-        Log(2) << "WpaSupplicant::Start"
-               << "No configuration file -- Stopping";
+        Log(Level::NOTICE) << "WpaSupplicant::Start"
+                           << "No configuration file -- Stopping";
         startingSupplicant = false;
         return;
     }
 
-    Log(4) << "WpaSuppThread::Start -- Start wpa_supplicant";
+    Log(Level::TRACE) << "WpaSuppThread::Start -- Start wpa_supplicant";
     QString program = QStringLiteral("wpa_supplicant");
     QStringList arguments{QStringLiteral("-B"), DebugOption(), QStringLiteral("-i") + interface,
                           QStringLiteral("-D") + driver, QStringLiteral("-c") + configurationPath};
@@ -234,12 +234,12 @@ void WpaSuppThread::LaunchSupplicant()
 
     statusText = QStringLiteral("Starting");
     wired = driver == WIRED_DRIVER;
-    Log(4) << " WpaSuppThread::Start execute" << program << arguments;
-    Log(4) << " WpaSuppThread::Start Driver=" << driver << wired;
+    Log(Level::TRACE) << " WpaSuppThread::Start execute" << program << arguments;
+    Log(Level::TRACE) << " WpaSuppThread::Start Driver=" << driver << wired;
     const QStringList response = Utils::Execute(program, arguments, false);
     // A supplicant that starts has nothing to say; a port that nobody authenticates starts one every minute.
     const bool isSilent = response.join(QString()).trimmed().isEmpty();
-    Log(isSilent ? 4 : 2) << " WpaSuppThread::Start response=" << response;
+    Log(isSilent ? Level::TRACE : Level::NOTICE) << " WpaSuppThread::Start response=" << response;
     terminateAcknowledged = false;
     startingSupplicant = true;
     startPending = true;
@@ -265,13 +265,13 @@ bool WpaSuppThread::WantsEapFastProgram() const
 
 void WpaSuppThread::StopSupplicant()
 {
-    Log(4) << "WpaSupplicant::StopSupplicant"
-           << "STOP wpa";
+    Log(Level::TRACE) << "WpaSupplicant::StopSupplicant"
+                      << "STOP wpa";
     // Without a connection the supplicant is not signalled at all: the error counts as acknowledged.
     QString reply = CONTROL_ERROR;
     if (IsControlOpen() && !stoppingSupplicant) {
         reply = SendCommand(QStringLiteral("TERMINATE"));
-        Log(4) << "WpaSupplicant::StopSupplicant" << reply;
+        Log(Level::TRACE) << "WpaSupplicant::StopSupplicant" << reply;
     }
     if (reply.startsWith(CONTROL_ERROR) || reply.startsWith(QLatin1String("OK")))
         terminateAcknowledged = true;
@@ -296,7 +296,7 @@ void WpaSuppThread::CreateWpaCtl()
     interface.remove(WpaSupplicantControl::CtrlInterfaceDir);
     const bool opened = control->openControlInterface(interface);
     badPassword = false;
-    Log(4) << "WpaSuppThread::CreateWpaCtl() Open wpactl" << interface << opened;
+    Log(Level::TRACE) << "WpaSuppThread::CreateWpaCtl() Open wpactl" << interface << opened;
 }
 
 void WpaSuppThread::DeleteWpaCtl()
@@ -311,10 +311,10 @@ void WpaSuppThread::DeleteWpaCtl()
 
 void WpaSuppThread::RestartWpaCtl()
 {
-    Log(4) << "WpaSuppThread::RestartWpaCtl";
+    Log(Level::TRACE) << "WpaSuppThread::RestartWpaCtl";
     DeleteWpaCtl();
     CreateWpaCtl();
-    Log(4) << "WpaSuppThread::RestartWpaCtl  Complete";
+    Log(Level::TRACE) << "WpaSuppThread::RestartWpaCtl  Complete";
 }
 
 bool WpaSuppThread::IsControlOpen() const
@@ -355,7 +355,7 @@ void WpaSuppThread::MyTimerTimeout()
 
 void WpaSuppThread::TickStopRunning()
 {
-    Log(4) << "WpaSuppThread::run  stopRunning set";
+    Log(Level::TRACE) << "WpaSuppThread::run  stopRunning set";
     if (startPending)
         ReachLaunchedSupplicant();
     StopSupplicant();
@@ -364,7 +364,7 @@ void WpaSuppThread::TickStopRunning()
 
 void WpaSuppThread::TickStopping()
 {
-    Log(4) << "WpaSuppThread::run  stoppingSupplicant set";
+    Log(Level::TRACE) << "WpaSuppThread::run  stoppingSupplicant set";
     stoppingSupplicant = false;
     startingSupplicant = false;
     DeleteWpaCtl();
@@ -384,7 +384,7 @@ void WpaSuppThread::TickStopping()
 
 void WpaSuppThread::TickStarting()
 {
-    Log(4) << "WpaSuppThread::run  startingSupplicant set";
+    Log(Level::TRACE) << "WpaSuppThread::run  startingSupplicant set";
     CreateWpaCtl();
     startingSupplicant = false;
     startPending = false;

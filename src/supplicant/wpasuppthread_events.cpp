@@ -41,17 +41,17 @@ void WpaSuppThread::MessageReceived(const QString &message)
     else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-SIGNAL-CHANGE")))
         checkStatusRequested = true;
     else
-        Log(4) << "WpaSuppThread::MessageReceived --" << message;
+        Log(Level::TRACE) << "WpaSuppThread::MessageReceived --" << message;
 }
 
 void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
 {
     ssid = ExtractSsid(message);
     if (wired) {
-        Log(2) << "FILED TO CONNECT TO WIRED SERVER" << ssid;
+        Log(Level::NOTICE) << "FILED TO CONNECT TO WIRED SERVER" << ssid;
     } else {
         badPassword = true;
-        Log(2) << "INVALID PASSWORD FOR NETWORK" << ssid;
+        Log(Level::NOTICE) << "INVALID PASSWORD FOR NETWORK" << ssid;
     }
 }
 
@@ -60,7 +60,7 @@ void WpaSuppThread::OnConnected()
     badPassword = false;
     associated = true;
     statusText = QStringLiteral("Associated");
-    Log(2) << "WpaSuppThread::MessageReceived -- connected";
+    Log(Level::NOTICE) << "WpaSuppThread::MessageReceived -- connected";
     emit associatedChanged(true);
 }
 
@@ -69,22 +69,22 @@ void WpaSuppThread::OnDisconnected()
     associated = false;
     badPassword = false;
     statusText = QStringLiteral("Disconnected");
-    Log(2) << "WpaSuppThread::MessageReceived -- disconnected";
+    Log(Level::NOTICE) << "WpaSuppThread::MessageReceived -- disconnected";
     emit associatedChanged(false);
 }
 
 void WpaSuppThread::OnEapFailure()
 {
     associated = false;
-    Log(2) << "WpaSuppThread::MessageReceived --EAP Authentication Error" << interface;
-    Log(2) << "INVALID PASSWORD FOR NETWORK" << interface;
+    Log(Level::NOTICE) << "WpaSuppThread::MessageReceived --EAP Authentication Error" << interface;
+    Log(Level::NOTICE) << "INVALID PASSWORD FOR NETWORK" << interface;
     if (!wired)
         badPassword = true;
 }
 
 void WpaSuppThread::OnTerminating()
 {
-    Log(2) << "WpaSuppThread::MessageReceived -- Terminating";
+    Log(Level::NOTICE) << "WpaSuppThread::MessageReceived -- Terminating";
     associated = false;
     stopRunning = true;
     terminateAcknowledged = true;
@@ -109,20 +109,21 @@ QString WpaSuppThread::ExtractSsid(const QString &message)
 
 void WpaSuppThread::CheckStatus()
 {
-    Log(5) << "WpaSuppThread::CheckStatus start" << statusText << TrueFalse(associated);
+    Log(Level::DEBUG) << "WpaSuppThread::CheckStatus start" << statusText << TrueFalse(associated);
     const QStringList lines = SendCommand(QStringLiteral("STATUS")).split(QLatin1Char('\n'));
     for (const QString &line : lines) {
-        Log(5) << "WpaSuppThread::CheckStatus" << line;
+        Log(Level::DEBUG) << "WpaSuppThread::CheckStatus" << line;
         if (line.startsWith(QLatin1String("ssid"))) {
             ssid = SplitLine(line);
         } else if (line.startsWith(QLatin1String("wpa_state"))) {
             statusText = SplitLine(line);
             associated = statusText == QLatin1String("COMPLETED");
-            Log(4) << "WpaSuppThread::CheckStatus"
-                   << QStringLiteral("%1,%2,%3").arg(line, statusText, QString::number(associated));
+            Log(Level::TRACE)
+                << "WpaSuppThread::CheckStatus"
+                << QStringLiteral("%1,%2,%3").arg(line, statusText, QString::number(associated));
         }
     }
-    Log(5) << "WpaSuppThread::CheckStatus done" << TrueFalse(associated);
+    Log(Level::DEBUG) << "WpaSuppThread::CheckStatus done" << TrueFalse(associated);
 }
 
 void WpaSuppThread::CheckStatusIfRequested()
@@ -184,7 +185,7 @@ bool WpaSuppThread::GivesUpWithoutControl()
 {
     if (++unassociatedTicks < UNASSOCIATED_LIMIT)
         return false;
-    Log(2) << " failed to connect, Stopping wpa_supplicant";
+    Log(Level::NOTICE) << " failed to connect, Stopping wpa_supplicant";
     qDebug() << "Stopping wpa_supplicant";
     stopRunning = true;
     return true;
@@ -209,9 +210,9 @@ void WpaSuppThread::ReportBadPassword()
     const QString name = ssid.isEmpty() ? QStringLiteral("network") : ssid;
     const QStringList arguments{QStringLiteral("2"), QStringLiteral("Invalid password for '%1'").arg(name),
                                 QStringLiteral("Please use the network applet to correct this issue")};
-    Log(2) << "BAD PASSWORD -- warning" << arguments << ssid << interface;
+    Log(Level::NOTICE) << "BAD PASSWORD -- warning" << arguments << ssid << interface;
     const bool started = Utils::SpawnExecute(QStringLiteral("warning"), arguments);
-    Log(4) << "Spawned preccess returned " << started;
+    Log(Level::TRACE) << "Spawned preccess returned " << started;
     badPassword = false;
 }
 

@@ -32,7 +32,7 @@ QtMessageHandler previousHandler = nullptr;
 void ForwardMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     if (type == QtWarningMsg && qstrcmp(context.category, "zeb") == 0)
-        Log(2) << text;
+        Log(Level::NOTICE) << text;
     previousHandler(type, context, text);
 }
 } // namespace
@@ -46,7 +46,7 @@ Logging *Logging::GetInstance(LoggingLevel level, bool deleteFile)
         _instance = new Logging;
     if (deleteFile)
         _instance->DeleteLogFile();
-    if (level <= MOST_VERBOSE)
+    if (level <= Level::VERBOSE)
         _instance->SetLoggingLevel(level);
     return _instance;
 }
@@ -91,7 +91,7 @@ void Logging::LogMessage(LoggingLevel level, const QString &message, bool echo)
 {
     if (level > CurrentLevel())
         return;
-    if (CurrentLevel() == MOST_VERBOSE || echo)
+    if (CurrentLevel() == Level::VERBOSE || echo)
         qDebug() << CurrentTimeDate() << "Logging::LogMessage" << message;
     Log(level) << message;
 }
@@ -102,7 +102,7 @@ void Logging::LogMessage(const QString &message, bool echo)
 }
 
 Logging::Logger::Logger(LoggingLevel lineLevel)
-    : enabled(lineLevel == 0 || lineLevel <= CurrentLevel()), level(lineLevel)
+    : enabled(lineLevel == Level::FAULT || lineLevel <= CurrentLevel()), level(lineLevel)
 {
     if (enabled)
         stream.emplace(&line);
@@ -115,7 +115,7 @@ Logging::Logger::~Logger()
     stream->flush();
     if (level <= CurrentLevel())
         Write();
-    if (level == 0)
+    if (level == Level::FAULT)
         qDebug() << line;
     // The stream writes into the line, which is destroyed before it: end it first.
     stream.reset();

@@ -10,19 +10,27 @@
 #include <atomic>
 #include <optional>
 
+/// What a line is for. A line is written when its level is at most the current one.
+namespace Level {
+inline constexpr int FAULT = 0;  ///< always written, and echoed to the debug output
+inline constexpr int NOTICE = 2; ///< what an operator looks for; the current level of a device in the field
+inline constexpr int SETUP = 3;  ///< how the shared segment was set up
+inline constexpr int TRACE = 4;  ///< what is being done
+inline constexpr int DEBUG = 5;  ///< the current level with the debug flag file
+inline constexpr int VERBOSE = 6;
+} // namespace Level
+
 /// The daemon's log: one file, one line at a time, opened, appended to and closed for each line so that
 /// nothing is lost in a crash. Lines of several threads never interleave; a line that cannot be written
 /// is dropped without a report. Lives for the whole process.
 class Logging
 {
 public:
-    /// 0: always written and echoed. 2: what an operator looks for. 3: shared-memory notes.
-    /// 4: ordinary trace. 5: the level chosen for debugging. 6: most verbose.
+    /// One of `Level`; every number in between has its place, too.
     using LoggingLevel = int;
 
-    static constexpr LoggingLevel MOST_VERBOSE = 6;
     /// Given to GetInstance(), as any above the most verbose one: the level stays as it is.
-    static constexpr LoggingLevel KEEP_LEVEL = MOST_VERBOSE + 1;
+    static constexpr LoggingLevel KEEP_LEVEL = Level::VERBOSE + 1;
 
     class Logger;
 
@@ -81,7 +89,7 @@ private:
     QString line;
 };
 
-/// A line of `level` that starts with the time stamp: `Log(4) << "Corvi::Init()";`
+/// A line of `level` that starts with the time stamp: `Log(Level::TRACE) << "Corvi::Init()";`
 class Log : public Logging::Logger
 {
 public:

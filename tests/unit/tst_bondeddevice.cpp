@@ -129,7 +129,7 @@ void TestBondedDevice::init()
     GivenSettings("<bonding_enable>true</bonding_enable><bonding_mode>1</bonding_mode>");
     BondedDevice::driverFound = false;
     BondedDevice::enableChecked = false;
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
     TestSupport::ClearLog();
     net = std::make_unique<FakeSysNet>();
     for (const char *name : {"lo", "eth0", "eth1", "wlan0"})
@@ -330,7 +330,7 @@ void TestBondedDevice::enablingIsLogged()
     QFETCH(bool, found);
     if (found)
         TestSupport::Answer("modinfo", "echo filename: x");
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     BondedDevice bond(nullptr);
     bond.setRenaming(true);
     bond.setUsePrimary(true);

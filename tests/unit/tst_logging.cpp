@@ -118,7 +118,7 @@ void TestLogging::init()
 void TestLogging::lineHasTimeStampAndBlanks()
 {
     const QDateTime before = QDateTime::currentDateTime();
-    Log(4) << "Corvi::Init()";
+    Log(Level::TRACE) << "Corvi::Init()";
     const QDateTime after = QDateTime::currentDateTime();
 
     const QString text = TestSupport::LogText();
@@ -129,28 +129,28 @@ void TestLogging::lineHasTimeStampAndBlanks()
 
 void TestLogging::itemsAreApartByOneBlank()
 {
-    Log(4) << "text" << QString("value") << -12 << "";
+    Log(Level::TRACE) << "text" << QString("value") << -12 << "";
 
     QCOMPARE(Messages(), QStringList{"text value -12  "});
 }
 
 void TestLogging::listIsJoined()
 {
-    Log(4) << QStringList{"a", "b", "c"} << "end";
+    Log(Level::TRACE) << QStringList{"a", "b", "c"} << "end";
 
     QCOMPARE(Messages(), QStringList{"a, b, c end "});
 }
 
 void TestLogging::emptyFirstItemLeavesLineEmpty()
 {
-    Logging::Logger(4) << QString() << "x";
+    Logging::Logger(Level::TRACE) << QString() << "x";
 
     QCOMPARE(TestSupport::LogText(), QString("x \n"));
 }
 
 void TestLogging::textBeyondLatin1IsReplaced()
 {
-    Log(4) << QStringLiteral("caf\u00e9 \u20ac");
+    Log(Level::TRACE) << QStringLiteral("caf\u00e9 \u20ac");
 
     QCOMPARE(Messages(), QStringList{QStringLiteral("caf\u00e9 ? ")});
     QVERIFY(TestSupport::ReadFile(LOG_FILE).contains("caf\xe9 ?"));
@@ -218,7 +218,7 @@ void TestLogging::instanceIsOneAndKeepsItsLevel()
 {
     QFETCH(int, asked);
     Logging *const first = Logging::GetInstance(Logging::KEEP_LEVEL, false);
-    first->SetLoggingLevel(4);
+    first->SetLoggingLevel(Level::TRACE);
 
     Logging *const second = Logging::GetInstance(asked, false);
 
@@ -228,7 +228,7 @@ void TestLogging::instanceIsOneAndKeepsItsLevel()
 
 void TestLogging::instanceDeletesTheFileOnRequest()
 {
-    Log(4) << "line";
+    Log(Level::TRACE) << "line";
 
     Logging::GetInstance(Logging::KEEP_LEVEL, false);
     QVERIFY(QFile::exists(LOG_FILE));
@@ -250,7 +250,7 @@ void TestLogging::messageAboveTheLevelIsDropped()
     DebugOutput output;
     SetLevel(2);
 
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage(3, "note", true);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage(Level::SETUP, "note", true);
 
     QCOMPARE(TestSupport::LogText(), QString());
     QCOMPARE(output.messages, QStringList());
@@ -275,7 +275,7 @@ void TestLogging::messageIsEchoed()
     SetLevel(current);
     DebugOutput output;
 
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage(2, "Corvi::Corvi", echo);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage(Level::NOTICE, "Corvi::Corvi", echo);
 
     QCOMPARE(Messages(), QStringList{"Corvi::Corvi "});
     QCOMPARE(output.messages.size(), echoed ? 1 : 0);
@@ -292,7 +292,7 @@ void TestLogging::levelZeroLineIsWrittenAndEchoed()
     DebugOutput output;
     SetLevel(1);
 
-    Log(0) << "no segment";
+    Log(Level::FAULT) << "no segment";
 
     QCOMPARE(Messages(), QStringList{"no segment "});
     QCOMPARE(output.messages.size(), 1);
@@ -312,10 +312,10 @@ void TestLogging::lineOfOrdinaryLevelIsNotEchoed()
 void TestLogging::unwritableFileLosesOnlyItsLines()
 {
     QVERIFY(QDir().mkpath(LOG_FILE));
-    Log(4) << "lost";
+    Log(Level::TRACE) << "lost";
     QVERIFY(QDir().rmdir(LOG_FILE));
 
-    Log(4) << "kept";
+    Log(Level::TRACE) << "kept";
 
     QCOMPARE(Messages(), QStringList{"kept "});
 }
@@ -324,11 +324,11 @@ void TestLogging::lineAfterOneThatWasCutBeginsItsOwn()
 {
     {
         const FileSizeLimit fullDisk(40);
-        Log(4) << "a line that the disk has not got enough room for";
-        Log(4) << "lost";
+        Log(Level::TRACE) << "a line that the disk has not got enough room for";
+        Log(Level::TRACE) << "lost";
     }
-    Log(4) << "whole";
-    Log(4) << "the next";
+    Log(Level::TRACE) << "whole";
+    Log(Level::TRACE) << "the next";
 
     const QStringList lines = TestSupport::LogText().split('\n');
     QCOMPARE(lines.size(), 4);
@@ -341,12 +341,12 @@ void TestLogging::lineIsLostWhenTheLockIsNotFreeInTime()
 {
     // A thread that writes to a named pipe without a reader holds the lock until one comes.
     QCOMPARE(::mkfifo(LOG_FILE, 0600), 0);
-    std::thread holder([] { Logging::Logger(4) << "holder"; });
+    std::thread holder([] { Logging::Logger(Level::TRACE) << "holder"; });
     QTest::qWait(200);
     QElapsedTimer timer;
     timer.start();
 
-    Log(4) << "lost";
+    Log(Level::TRACE) << "lost";
     const qint64 lineMs = timer.restart();
     Logging::GetInstance(7, true);
     const qint64 deletionMs = timer.elapsed();
@@ -369,7 +369,7 @@ void TestLogging::linesOfSeveralThreadsStayWhole()
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&longText] {
             for (int line = 0; line < LINES; ++line)
-                Log(4) << longText << "end";
+                Log(Level::TRACE) << longText << "end";
         });
     }
     for (std::thread &thread : threads)
@@ -387,9 +387,9 @@ void TestLogging::lineThatIsNotWrittenAllocatesNothing()
     const QStringList list{"a", "b"};
     const long before = AllocationCounter::allocations;
 
-    Log(6) << "text" << text << 7 << list;
+    Log(Level::VERBOSE) << "text" << text << 7 << list;
     const long dropped = AllocationCounter::allocations - before;
-    Log(4) << "text" << text << 7 << list;
+    Log(Level::TRACE) << "text" << text << 7 << list;
     const long written = AllocationCounter::allocations - before;
 
     QCOMPARE(dropped, 0L);

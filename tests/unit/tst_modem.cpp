@@ -36,7 +36,7 @@ void TestModem::init()
     TestSupport::ClearAnswers();
     TestSupport::ClearJournal();
     TestSupport::WriteStore("<x/>");
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
 }
 
 void TestModem::isOfItsKind()

@@ -179,7 +179,7 @@ void TestNamedNetwork::init()
     WpaSupplicantCfg::_useApScan = true;
     WpaSupplicantCfg::_allowWeakCerts = true;
     WpaSupplicantCfg::_fixWpa3 = false;
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(6);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::VERBOSE);
     for (int i = 0; i < 3; ++i)
         TestSupport::Remove(SCEP_CA.arg(i));
     TestSupport::Remove("/tmp/config/files");
@@ -597,7 +597,7 @@ void TestNamedNetwork::modeThatDoesNotFitIsTold()
     QFETCH(QString, name);
     QFETCH(QString, securityMode);
     QFETCH(QString, complaint);
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     WriteNetwork(name, Wireless(securityMode));
 
     const NamedNetwork network(name, false, nullptr);
@@ -1016,7 +1016,7 @@ void TestNamedNetwork::networkThatCostsAllOthersIsLeftOut()
 
 void TestNamedNetwork::complaintIsToldOncePerChange()
 {
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     const auto linesAfterLoad = [](const QString &identity) {
         WriteNetwork("Told", Wireless("peap_gtc", {{"identity", identity}}));
         const NamedNetwork network("Told", false, nullptr);

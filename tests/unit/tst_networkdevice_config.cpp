@@ -134,7 +134,7 @@ void TestNetworkDeviceConfig::init()
     GivenStore(Network("lan"));
     TestSupport::ClearLog();
     TestSupport::ClearJournal();
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
 }
 
 void TestNetworkDeviceConfig::withoutConfigurationOneEventIsSent()
@@ -380,7 +380,7 @@ void TestNetworkDeviceConfig::boundWithoutAddressIsNotAnnounced()
 void TestNetworkDeviceConfig::failedDhcpIsLoggedAndTheRestApplied()
 {
     GivenStore(Network("lan", STATIC_DNS + "<mtu>1400</mtu><speed>100 Mbps Full</speed>"));
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     Device device("eth0");
 
     device.ConfigureNetwork(true);
@@ -412,7 +412,7 @@ void TestNetworkDeviceConfig::failedDhcpForgetsTheEarlierAddress()
 void TestNetworkDeviceConfig::repeatedFailureIsNoNews()
 {
     GivenInterface();
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     Device device("eth0");
     device.ConfigureNetwork(true);
     QVERIFY(LogText().contains("-dhclient(eth0) failed"));
@@ -525,7 +525,7 @@ void TestNetworkDeviceConfig::wrongSpeedIsToldOnce()
 {
     Device device("eth0");
     device.getCurrentConfig()->speed = "1000 Full";
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
 
     device.ConfigureNetwork(false);
     device.ConfigureNetwork(false);

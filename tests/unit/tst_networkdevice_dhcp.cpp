@@ -84,7 +84,7 @@ void TestNetworkDeviceDhcp::init()
     for (const QString &path : {RESOLV_CONF, HOST_LIST, TRANSCRIPT, QStringLiteral("/run/resolver")})
         TestSupport::Remove(path);
     TestSupport::ClearLog();
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
 }
 
 void TestNetworkDeviceDhcp::transcriptDecides_data()
@@ -328,7 +328,7 @@ void TestNetworkDeviceDhcp::resolverIsAppendedTo()
 void TestNetworkDeviceDhcp::resolverThatCannotBeReadIsLeft()
 {
     QCOMPARE(::mkfifo("/etc/resolv.conf", 0644), 0);
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     NetworkDevice device("eth0", nullptr);
 
     device.AppendDNS("1.1.1.1", "9.9.9.9", "example.org");
@@ -391,7 +391,7 @@ void TestNetworkDeviceDhcp::resolverThatIsAMountPointIsWrittenInPlace()
 
 void TestNetworkDeviceDhcp::unchangedResolverIsNoNews()
 {
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     NetworkDevice device("eth0", nullptr);
 
     device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
@@ -421,7 +421,7 @@ void TestNetworkDeviceDhcp::resolverThatCannotBeWrittenIsLogged()
 {
     QFETCH(bool, append);
     QVERIFY(QDir().mkpath(RESOLV_CONF));
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     NetworkDevice device("eth0", nullptr);
 
     if (append)
@@ -495,7 +495,7 @@ void TestNetworkDeviceDhcp::hostListDoesNotFollowALink()
 void TestNetworkDeviceDhcp::hostListThatCannotBeWrittenIsLogged()
 {
     QVERIFY(QDir().mkpath(HOST_LIST));
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     NetworkDevice device("eth0", nullptr);
 
     device.SetHosts({"10.0.0.9 printer"});

@@ -46,7 +46,7 @@ void TestNetworkDeviceLink::init()
     TestSupport::ClearJournal();
     TestSupport::ClearAnswers();
     TestSupport::ClearLog();
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
 }
 
 void TestNetworkDeviceLink::operationRunsItsTool_data()

@@ -41,7 +41,7 @@ void TestWiredDevice::init()
     TestSupport::WriteStore("<x/>");
     TestSupport::ClearLog();
     TestSupport::ClearJournal();
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
 }
 
 void TestWiredDevice::isOfItsKind()

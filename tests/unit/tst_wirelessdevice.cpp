@@ -89,7 +89,7 @@ void TestWirelessDevice::init()
     TestSupport::Remove(STORED_FLAG);
     TestSupport::WriteStore("<x/>");
     TestSupport::ClearLog();
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
 }
 
 void TestWirelessDevice::isOfItsKind()

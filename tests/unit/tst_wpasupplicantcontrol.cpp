@@ -98,7 +98,7 @@ private slots:
 
 void TestWpaSupplicantControl::init()
 {
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(5);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::DEBUG);
     TestSupport::ClearLog();
 }
 

@@ -101,7 +101,7 @@ private slots:
 
 void TestWpaSuppThread::init()
 {
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
     TestSupport::ClearLog();
     TestSupport::ClearJournal();
     TestSupport::ClearAnswers();

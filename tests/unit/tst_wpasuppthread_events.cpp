@@ -105,7 +105,7 @@ private:
 
 void TestWpaSuppThreadEvents::init()
 {
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
     TestSupport::ClearLog();
     TestSupport::ClearJournal();
     TestSupport::ClearAnswers();
@@ -392,7 +392,7 @@ void TestWpaSuppThreadEvents::logsTheStatus()
     supervisor->CheckStatus();
     QCOMPARE(LogLineCount(), 1);
     QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::CheckStatus wpa_state=COMPLETED,COMPLETED,1 "));
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(5);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::DEBUG);
     TestSupport::ClearLog();
 
     supervisor->CheckStatus();
@@ -458,7 +458,7 @@ void TestWpaSuppThreadEvents::sendsNothingWhenThereIsNothingToDo()
 
 void TestWpaSuppThreadEvents::logsNothingWhenThereIsNothingToDo()
 {
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(6);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::VERBOSE);
     supervisor->Supervise();
     TestSupport::ClearLog();
 
@@ -673,7 +673,7 @@ void TestWpaSuppThreadEvents::endsInIdleAfterADeath()
     supervisor->associated = true;
     supervisor->Tick();
     supplicant->Die();
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(2);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     TestSupport::ClearLog();
 
     supervisor->Tick(32);

@@ -43,7 +43,7 @@ private slots:
 
 void TestWpaSuppThreadRestart::init()
 {
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(4);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
     TestSupport::ClearLog();
     TestSupport::ClearJournal();
     TestSupport::WriteFile(CONFIGURATION, "ctrl_interface=/var/run/wpa_supplicant\n");
