@@ -114,19 +114,6 @@ bool Corvi::CheckIfWirelessCarrierExists() const
     return QFile::exists(WirelessCarrierFile);
 }
 
-void Corvi::ReinitSupThread()
-{
-    if (supThread) {
-        supThread->Stop(1);
-        return;
-    }
-    supThread = WpaSuppThread::GetInstance();
-    connect(supThread, &WpaSuppThread::associatedChanged, this, &Corvi::onAssociatedChanged);
-    connect(supThread, &WpaSuppThread::wifiConnected, this, &Corvi::onWifiConnected);
-    connect(this, &Corvi::wiredStateChange, this, &Corvi::onWiredStateChange);
-    supThread->Stop(2);
-}
-
 void Corvi::CheckReload()
 {
     if (QFile::exists(RELOAD_FLAG)) {

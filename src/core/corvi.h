@@ -24,11 +24,14 @@ class WpaSuppThread;
 /// The service object. Once a second it looks after every interface; between the ticks it answers what the
 /// devices and the supplicant's supervisor signal. One instance, on the main thread, created by main().
 ///
-/// corvi.cpp            life, the supervision tick, the flag files
-/// corvi_discovery.cpp  finding the interfaces
-/// corvi_wired.cpp      the wired network, 802.1X fallback, (re)starting the supplicant
-/// corvi_wireless.cpp   the wireless and the modem network, the supplicant's file
-/// corvi_status.cpp     publishing status and events
+/// corvi.cpp             life, the supervision tick, the flag files
+/// corvi_discovery.cpp   finding the interfaces
+/// corvi_wired.cpp       the wired network, 802.1X fallback
+/// corvi_wireless.cpp    the wireless network
+/// corvi_modem.cpp       the modem's network
+/// corvi_supplicant.cpp  the supplicant: its file, (re)starting it, what it signals
+/// corvi_dhcp.cpp        further attempts to get an address, what the DHCP client's hook reports
+/// corvi_status.cpp      publishing status and events
 class Corvi : public QObject
 {
     Q_OBJECT
@@ -44,7 +47,6 @@ public:
     [[noreturn]] void Stop(int status);
     void CheckReload();
     bool CheckIfWirelessCarrierExists() const;
-    void ReinitSupThread();
 
     // Discovery (corvi_discovery.cpp)
 
@@ -54,20 +56,30 @@ public:
 
     /// Whether a wired interface carries.
     bool WiredNetworkSetup();
-    /// The one place that (re)starts the supplicant; a start happens on a call made after the hold-off has
-    /// been counted down.
-    void ReconfigureWpa(NetworkDevice *d);
-    /// Takes up address changes that the DHCP client's hook reports in /tmp/dhcp_event.
-    void CheckDhcpEvent();
 
-    // Wireless and modem network (corvi_wireless.cpp)
+    // Wireless network (corvi_wireless.cpp)
 
     /// With `wiredFirst` the wireless interface is taken down. Returns 1 when wireless is configured, else 0.
     int WirelessNetworkSetup(bool wiredFirst);
+
+    // Modem network (corvi_modem.cpp)
+
     /// Returns 1 when the modem's link is running, else 0.
     int ModemNetworkSetup(bool takeDown, bool bringUp);
+
+    // The supplicant (corvi_supplicant.cpp)
+
+    void ReinitSupThread();
+    /// The one place that (re)starts the supplicant; a start happens on a call made after the hold-off has
+    /// been counted down.
+    void ReconfigureWpa(NetworkDevice *d);
     /// Rewrites the supplicant's file from this interface, or from every one when the name is empty.
     void UpdateWpaConfFile(const QString &interfaceName);
+
+    // DHCP (corvi_dhcp.cpp)
+
+    /// Takes up address changes that the DHCP client's hook reports in /tmp/dhcp_event.
+    void CheckDhcpEvent();
 
     // Status and events (corvi_status.cpp)
 
@@ -160,19 +172,25 @@ private:
     void SuperviseWiredLinkUp(NetworkDevice *d);
     void StartWiredSupplicant(NetworkDevice *d);
     void WaitForAuthentication(NetworkDevice *d);
-    void StopUnneededSupplicant();
     void CheckRefreshFile(bool isConnected);
-    /// Configures a device again that carries, is set to DHCP and has no address, after growing pauses.
-    void RetryDhcp(NetworkDevice *d, RetryPause &pause);
-    bool IsSupplicantActive() const;
 
-    // Wireless and modem network
+    // Wireless network
     void TakeWirelessDown();
     void StartWireless();
     void StartWirelessSupplicant(NetworkDevice *d);
     void SuperviseWireless();
+
+    // Modem network
     Modem *ModemInUse() const;
     void BringModemUp();
     void TakeModemDown();
+
+    // The supplicant
+    bool IsSupplicantActive() const;
+    void StopUnneededSupplicant();
     bool Contributes(const NetworkDevice *d) const;
+
+    // DHCP
+    /// Configures a device again that carries, is set to DHCP and has no address, after growing pauses.
+    void RetryDhcp(NetworkDevice *d, RetryPause &pause);
 };

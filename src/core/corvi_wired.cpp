@@ -5,18 +5,13 @@
 
 #include "logging.h"
 #include "networkdevice.h"
-#include "securefile.h"
 #include "wpasuppthread.h"
-#include "zebnetconfig.h"
 
 #include <QFile>
-
-#include <fcntl.h>
 
 namespace {
 
 const QString REFRESH_FLAG = QStringLiteral("/tmp/refresh_network");
-const QString DHCP_EVENT_FILE = QStringLiteral("/tmp/dhcp_event");
 
 /// Ticks without authentication after which a port that already has an address gives up.
 constexpr int ANNOUNCED_FALLBACK_TICKS = 10;
@@ -149,13 +144,6 @@ void Corvi::WaitForAuthentication(NetworkDevice *d)
     }
 }
 
-void Corvi::StopUnneededSupplicant()
-{
-    if (IsSupplicantActive())
-        supThread->Stop(6);
-    wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
-}
-
 void Corvi::CheckRefreshFile(bool isConnected)
 {
     if (!QFile::exists(REFRESH_FLAG))
@@ -166,31 +154,6 @@ void Corvi::CheckRefreshFile(bool isConnected)
     // The state is reported afresh. A link lost in this very tick is still to be reported as lost.
     if (isConnected)
         wiredUp = false;
-}
-
-void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
-{
-    const bool waitsForAuthentication = d->usesSupplicant && !d->inFallback && !supThread->IsAssociated();
-    // A device that was never configured missed its event: the supplicant says only once that it connected.
-    const bool isStatic = d->currentConfig && d->currentConfig->staticIp;
-    if (!d->isRunning || !d->ipAddress.isEmpty() || waitsForAuthentication || d->namedNetworks.isEmpty() ||
-        isStatic) {
-        pause.Reset();
-        return;
-    }
-    if (!pause.IsDue(RetryPause::Time::clock::now()))
-        return;
-    // Once the pauses have stopped growing the line would only repeat itself for as long as the server is
-    // away.
-    Log(pause.IsLongest() ? Level::TRACE : Level::NOTICE)
-        << "Corvi::RetryDhcp - no address, trying again on" << d->name;
-    d->ConfigureNetwork(true);
-    pause.NoteAttempt(RetryPause::Time::clock::now());
-}
-
-bool Corvi::IsSupplicantActive() const
-{
-    return supThread->IsRestarting() || supThread->IsRunning();
 }
 
 void Corvi::onWiredStateChange(bool state)
@@ -213,55 +176,4 @@ void Corvi::onWiredStateChange(bool state)
         }
     }
     Log(Level::TRACE) << "Corvi::onWiredStateChange(bool state)  complete";
-}
-
-void Corvi::ReconfigureWpa(NetworkDevice *d)
-{
-    Log(Level::TRACE) << "Corvi::ReconfigureWpa" << wpaHoldoffTicks;
-    if (wpaHoldoffTicks > 0) {
-        // One step of the hold-off a call.
-        if (!d->usesSupplicant) {
-            reconfigureWpa = false;
-            wpaHoldoffTicks = 0;
-            Log(Level::TRACE) << "Corvi::ReconfigureWpa wpa not required";
-            if (IsSupplicantActive())
-                supThread->Stop(3);
-        } else if (supThread->IsStopPending()) {
-            Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff, wst stopping";
-        } else if (!IsSupplicantActive()) {
-            Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff";
-            --wpaHoldoffTicks;
-        } else {
-            supThread->Stop(4);
-        }
-        return;
-    }
-
-    d->authWaitTicks = 0;
-    d->inFallback = false;
-    UpdateWpaConfFile(d->name);
-    if (d->usesSupplicant) {
-        Log(Level::TRACE) << "Corvi::ReconfigureWpa"
-                          << "Start wst" << d->name << d->driver;
-        ReinitSupThread();
-        supThread->Start(d->name, d->driver, QString());
-    }
-    Log(Level::TRACE) << "Corvi::ReconfigureWpa Set reconfigureWpa to false";
-    reconfigureWpa = false;
-}
-
-void Corvi::CheckDhcpEvent()
-{
-    if (!QFile::exists(DHCP_EVENT_FILE))
-        return;
-    const QString text =
-        QString::fromLatin1(SecureFile::ReadRegular(DHCP_EVENT_FILE, O_NOFOLLOW).value_or(QByteArray()));
-    QFile::remove(DHCP_EVENT_FILE);
-
-    if (wiredDevice && text.contains(QStringLiteral("eth")))
-        wiredDevice->UpdateIpInformation();
-    if (wirelessDevice && (text.contains(QStringLiteral("wlan")) || text.contains(QStringLiteral("mlan"))))
-        wirelessDevice->UpdateIpInformation();
-    if (modemDevice && text.contains(QStringLiteral("wwan")))
-        modemDevice->UpdateIpInformation();
 }

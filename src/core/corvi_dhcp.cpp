@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvi.h"
+
+#include "logging.h"
+#include "networkdevice.h"
+#include "securefile.h"
+#include "wpasuppthread.h"
+#include "zebnetconfig.h"
+
+#include <QFile>
+
+#include <fcntl.h>
+
+namespace {
+
+const QString DHCP_EVENT_FILE = QStringLiteral("/tmp/dhcp_event");
+
+} // namespace
+
+void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
+{
+    const bool waitsForAuthentication = d->usesSupplicant && !d->inFallback && !supThread->IsAssociated();
+    // A device that was never configured missed its event: the supplicant says only once that it connected.
+    const bool isStatic = d->currentConfig && d->currentConfig->staticIp;
+    if (!d->isRunning || !d->ipAddress.isEmpty() || waitsForAuthentication || d->namedNetworks.isEmpty() ||
+        isStatic) {
+        pause.Reset();
+        return;
+    }
+    if (!pause.IsDue(RetryPause::Time::clock::now()))
+        return;
+    // Once the pauses have stopped growing the line would only repeat itself for as long as the server is
+    // away.
+    Log(pause.IsLongest() ? Level::TRACE : Level::NOTICE)
+        << "Corvi::RetryDhcp - no address, trying again on" << d->name;
+    d->ConfigureNetwork(true);
+    pause.NoteAttempt(RetryPause::Time::clock::now());
+}
+
+void Corvi::CheckDhcpEvent()
+{
+    if (!QFile::exists(DHCP_EVENT_FILE))
+        return;
+    const QString text =
+        QString::fromLatin1(SecureFile::ReadRegular(DHCP_EVENT_FILE, O_NOFOLLOW).value_or(QByteArray()));
+    QFile::remove(DHCP_EVENT_FILE);
+
+    if (wiredDevice && text.contains(QStringLiteral("eth")))
+        wiredDevice->UpdateIpInformation();
+    if (wirelessDevice && (text.contains(QStringLiteral("wlan")) || text.contains(QStringLiteral("mlan"))))
+        wirelessDevice->UpdateIpInformation();
+    if (modemDevice && text.contains(QStringLiteral("wwan")))
+        modemDevice->UpdateIpInformation();
+}

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvi.h"
+
+#include "logging.h"
+#include "modem.h"
+
+namespace {
+
+/// Bring-ups without a running link after which a modem is given up until the next discovery.
+constexpr int MODEM_ATTEMPTS = 10;
+
+} // namespace
+
+int Corvi::ModemNetworkSetup(bool takeDown, bool bringUp)
+{
+    Log(Level::TRACE) << "Corvi::ModemNetworkSetup";
+    if (bringUp)
+        BringModemUp();
+    else if (takeDown)
+        TakeModemDown();
+    return static_cast<int>(modemDevice && modemDevice->isRunning);
+}
+
+Modem *Corvi::ModemInUse() const
+{
+    // Discovery adopts nothing but a Modem.
+    return static_cast<Modem *>(modemDevice);
+}
+
+void Corvi::BringModemUp()
+{
+    Modem *const modem = ModemInUse();
+    if (!modem)
+        return;
+    if (!modemStarted) {
+        modem->StartDevice();
+        modem->Connect();
+        modemStarted = true;
+    }
+    const bool wasConnected = modem->modemConnected;
+    modem->UpdateConnectionStatus();
+    if (modem->modemConnected != wasConnected) {
+        // Said and sent on every change, also when the connection was lost.
+        Log(Level::NOTICE) << "modem connected";
+        modem->ConfigureIFace();
+        modem->RefreshStatus();
+        SendAssociationMessage(modem, true);
+    }
+    if (modem->isRunning)
+        return;
+    ++conn_counter;
+    if (conn_counter > MODEM_ATTEMPTS) {
+        Log(Level::NOTICE) << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:"
+                           << modem->name;
+        modem->Down();
+        modemDevice = nullptr;
+    }
+}
+
+void Corvi::TakeModemDown()
+{
+    Modem *const modem = ModemInUse();
+    if (!modem)
+        return;
+    modem->Disconnect();
+    modem->Down();
+    modemStarted = false;
+    SendAssociationMessage(modem, false);
+}

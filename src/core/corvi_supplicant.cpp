@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvi.h"
+
+#include "logging.h"
+#include "networkdevice.h"
+#include "utils.h"
+#include "wpasupplicantcfg.h"
+#include "wpasuppthread.h"
+
+void Corvi::ReinitSupThread()
+{
+    if (supThread) {
+        supThread->Stop(1);
+        return;
+    }
+    supThread = WpaSuppThread::GetInstance();
+    connect(supThread, &WpaSuppThread::associatedChanged, this, &Corvi::onAssociatedChanged);
+    connect(supThread, &WpaSuppThread::wifiConnected, this, &Corvi::onWifiConnected);
+    connect(this, &Corvi::wiredStateChange, this, &Corvi::onWiredStateChange);
+    supThread->Stop(2);
+}
+
+void Corvi::ReconfigureWpa(NetworkDevice *d)
+{
+    Log(Level::TRACE) << "Corvi::ReconfigureWpa" << wpaHoldoffTicks;
+    if (wpaHoldoffTicks > 0) {
+        // One step of the hold-off a call.
+        if (!d->usesSupplicant) {
+            reconfigureWpa = false;
+            wpaHoldoffTicks = 0;
+            Log(Level::TRACE) << "Corvi::ReconfigureWpa wpa not required";
+            if (IsSupplicantActive())
+                supThread->Stop(3);
+        } else if (supThread->IsStopPending()) {
+            Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff, wst stopping";
+        } else if (!IsSupplicantActive()) {
+            Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff";
+            --wpaHoldoffTicks;
+        } else {
+            supThread->Stop(4);
+        }
+        return;
+    }
+
+    d->authWaitTicks = 0;
+    d->inFallback = false;
+    UpdateWpaConfFile(d->name);
+    if (d->usesSupplicant) {
+        Log(Level::TRACE) << "Corvi::ReconfigureWpa"
+                          << "Start wst" << d->name << d->driver;
+        ReinitSupThread();
+        supThread->Start(d->name, d->driver, QString());
+    }
+    Log(Level::TRACE) << "Corvi::ReconfigureWpa Set reconfigureWpa to false";
+    reconfigureWpa = false;
+}
+
+bool Corvi::IsSupplicantActive() const
+{
+    return supThread->IsRestarting() || supThread->IsRunning();
+}
+
+void Corvi::StopUnneededSupplicant()
+{
+    if (IsSupplicantActive())
+        supThread->Stop(6);
+    wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
+}
+
+void Corvi::UpdateWpaConfFile(const QString &interfaceName)
+{
+    QStringList names = allInterfaces;
+    names.sort();
+    QStringList lines;
+    for (const QString &candidate : qAsConst(names)) {
+        if (!interfaceName.isEmpty() && interfaceName != candidate)
+            continue;
+        Log(Level::TRACE) << "UpdateWpaConfFile -- Get NetworkDevice";
+        const NetworkDevice *const device = devices.value(candidate);
+        if (!device)
+            continue;
+        Log(Level::TRACE) << "UpdateWpaConfFile -- isActive" << device->isRunning;
+        if (Contributes(device))
+            lines += device->GetNamedNetworkWpasInformation();
+    }
+    if (!WpaSupplicantCfg::WriteCfg(lines))
+        Log(Level::NOTICE) << "UpdateWpaConfFile -- the supplicant's file cannot be written";
+    wpaConfContents = lines.join(QLatin1Char('\n'));
+    wpaConfUpdated = true;
+}
+
+/// A wired port without a carrier has nobody to authenticate with.
+bool Corvi::Contributes(const NetworkDevice *d) const
+{
+    return d->usesSupplicant && (d->isWireless || d->isRunning);
+}
+
+void Corvi::onAssociatedChanged(bool state)
+{
+    Log(Level::TRACE) << "Corvi::onAssociatedChanged(bool state)" << state;
+    if (wirelessDevice) {
+        wirelessDevice->RefreshStatus();
+        SendAssociationMessage(wirelessDevice, state);
+        if (!state)
+            return;
+        wirelessDevice->ConfigureNetwork(true);
+        Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("on_wifi_assoc")},
+                       false);
+        Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("qwebauth")}, false);
+        Log(Level::TRACE) << "Corvi::onAssociatedChanged"
+                          << "start on_wifi_assoc";
+        Utils::SpawnExecute(QStringLiteral("on_wifi_assoc"), {});
+    } else if (wiredDevice) {
+        Log(Level::TRACE) << "Wireless device not defined";
+        SendAssociationMessage(wiredDevice, state);
+        if (state)
+            wiredDevice->ConfigureNetwork(true);
+    } else {
+        Log(Level::TRACE) << "Wireless and Wired devices not defined";
+    }
+}
+
+void Corvi::onWifiConnected()
+{
+    Log(Level::TRACE) << "Corvi::onWifiConnected()";
+}
+
+void Corvi::onScanningFailed()
+{
+    Log(Level::TRACE) << "Corvi::onScanningFailed()";
+}
