@@ -45,6 +45,7 @@ bool IsNoise(const QString &message)
 } // namespace
 
 const QString WpaSupplicantControl::CtrlInterfaceDir = WPA_CONTROL_FOLDER + QLatin1Char('/');
+const QString WpaSupplicantControl::ERROR_PREFIX = QStringLiteral("WPA_CTRL_ERROR");
 
 WpaSupplicantControl::WpaSupplicantControl(QObject *parent)
     : QObject(parent),

@@ -40,6 +40,8 @@ public:
     QString SendCommand(const QString &cmd);
 
     static const QString CtrlInterfaceDir;
+    /// What the reply begins with when there is none.
+    static const QString ERROR_PREFIX;
 
 signals:
     /// One event, whole, with its priority prefix.

@@ -5,27 +5,24 @@
 
 #include "logging.h"
 #include "paths.h"
-#include "securefile.h"
 #include "timing.h"
-#include "utils.h"
 #include "wpasupplicantcontrol.h"
 
-#include <QFile>
+#include <QDebug>
 #include <QTimer>
 
 namespace {
 
-const QString CONTROL_ERROR = QStringLiteral("WPA_CTRL_ERROR");
-const QString WIRED_DRIVER = QStringLiteral("wired");
-const QString SUPPLICANT_LOG = QStringLiteral("/var/log/wpa_supplicant.log");
-/// A build of the supplicant for the one method that the system's own may lack.
-const QString EAP_FAST_PROGRAM = QStringLiteral("/usr/network/wpa_supplicant.eapfast");
+/// Failures to open the control interface after which the control object is made anew.
+constexpr int OPEN_FAILURE_LIMIT = 6;
+/// Ticks without an association after which a supplicant that cannot be reached is stopped; a tick without a
+/// control connection counts twice, so that takes about 30 s.
+constexpr int UNASSOCIATED_LIMIT = 61;
 
-/// What a supplicant is given to end before the next one is launched: 7 passes of 1 s and a last pause.
-constexpr int END_PASSES = 7;
-constexpr unsigned long END_PASS_MS = 1000;
-constexpr unsigned long END_PAUSE_MS = 100;
-constexpr unsigned long LAUNCH_PAUSE_MS = 10;
+const char *YesNo(bool value)
+{
+    return value ? "yes" : "no";
+}
 
 } // namespace
 
@@ -116,18 +113,13 @@ void WpaSuppThread::Reinit()
     ssid.clear();
 }
 
-const char *WpaSuppThread::TrueFalse(bool value)
-{
-    return value ? "true" : "false";
-}
-
 void WpaSuppThread::Start(const QString &interfaceName, const QString &driverName, const QString &methodName)
 {
     log = Logging::GetInstance(Logging::KEEP_LEVEL, false);
     requestedInterface = interfaceName;
     requestedDriver = driverName;
     requestedMethod = methodName;
-    wired = driverName == WIRED_DRIVER;
+    wired = IsWiredDriver(driverName);
     badPassword = false;
     Log(Level::NOTICE) << "WpaSuppThread::Start" << interfaceName << driverName << methodName;
     emit TriggerRestartSupplicant();
@@ -155,181 +147,10 @@ void WpaSuppThread::Quit()
     quitRequested = true;
 }
 
-void WpaSuppThread::LetGo()
+QString WpaSuppThread::toString() const
 {
-    if (control)
-        control->Disconnect();
-}
-
-void WpaSuppThread::RestartSupplicant()
-{
-    restarting = true;
-    Log(Level::TRACE) << "WpaSuppThread::RestartSupplicant" << requestedInterface << requestedDriver
-                      << TrueFalse(running || restarting);
-
-    statusText = QStringLiteral("Stopping");
-    Log(Level::TRACE) << "WpaSupplicant::Start"
-                      << "supplicant is still running need to make sure it stops before continuing";
-    if (startPending)
-        ReachLaunchedSupplicant();
-    StopSupplicant();
-    WaitForSupplicantToEnd();
-
-    emit associatedChanged(false);
-    TakeOverRequest();
-    Utils::Execute(QStringLiteral("mkdir"), {QStringLiteral("-p"), WPA_CONTROL_FOLDER}, false);
-    LaunchSupplicant();
-}
-
-/// In a restart the whole time: it has set one of the flags, and nobody clears them while this blocks.
-void WpaSuppThread::WaitForSupplicantToEnd()
-{
-    for (int pass = 0; pass < END_PASSES; ++pass) {
-        if (!restarting && !running) {
-            msleep(END_PAUSE_MS);
-            return;
-        }
-        msleep(END_PASS_MS);
-    }
-    Log(Level::TRACE) << "WpaSupplicant::Start"
-                      << "we should have stopped by now";
-    msleep(END_PAUSE_MS);
-}
-
-void WpaSuppThread::TakeOverRequest()
-{
-    stopRunning = false;
-    stopPending = false;
-    interface = requestedInterface;
-    driver = requestedDriver;
-    method = requestedMethod;
-    associated = false;
-    ssid.clear();
-    openFailures = 0;
-    unassociatedTicks = 0;
-}
-
-void WpaSuppThread::LaunchSupplicant()
-{
-    stopRunning = false;
-    if (debugLevel < 2)
-        QFile::remove(SUPPLICANT_LOG);
-    msleep(LAUNCH_PAUSE_MS);
-    // Another user's file does not count: root would run the supplicant by it.
-    if (!SecureFile::IsOurs(configurationPath)) {
-        Log(Level::NOTICE) << "WpaSupplicant::Start"
-                           << "No configuration file -- Stopping";
-        startingSupplicant = false;
-        return;
-    }
-
-    Log(Level::TRACE) << "WpaSuppThread::Start -- Start wpa_supplicant";
-    QString program = QStringLiteral("wpa_supplicant");
-    QStringList arguments{QStringLiteral("-B"), DebugOption(), QStringLiteral("-i") + interface,
-                          QStringLiteral("-D") + driver, QStringLiteral("-c") + configurationPath};
-    if (WantsEapFastProgram())
-        program = EAP_FAST_PROGRAM;
-    else
-        arguments += QStringLiteral("-f") + SUPPLICANT_LOG;
-
-    statusText = QStringLiteral("Starting");
-    wired = driver == WIRED_DRIVER;
-    Log(Level::TRACE) << " WpaSuppThread::Start execute" << program << arguments;
-    Log(Level::TRACE) << " WpaSuppThread::Start Driver=" << driver << wired;
-    const QStringList response = Utils::Execute(program, arguments, false);
-    // A supplicant that starts has nothing to say; a port that nobody authenticates starts one every minute.
-    const bool isSilent = response.join(QString()).trimmed().isEmpty();
-    Log(isSilent ? Level::TRACE : Level::NOTICE) << " WpaSuppThread::Start response=" << response;
-    terminateAcknowledged = false;
-    startingSupplicant = true;
-    startPending = true;
-}
-
-QString WpaSuppThread::DebugOption() const
-{
-    // One argument with its leading blank, which the supplicant takes for no option at all.
-    switch (debugLevel) {
-    case 0:
-        return QLatin1String("");
-    case 1:
-        return QStringLiteral(" -d");
-    default:
-        return QStringLiteral(" -dd");
-    }
-}
-
-bool WpaSuppThread::WantsEapFastProgram() const
-{
-    return method.trimmed() == QLatin1String("eap_fast") && QFile::exists(EAP_FAST_PROGRAM);
-}
-
-void WpaSuppThread::StopSupplicant()
-{
-    Log(Level::TRACE) << "WpaSupplicant::StopSupplicant"
-                      << "STOP wpa";
-    // Without a connection the supplicant is not signalled at all: the error counts as acknowledged.
-    QString reply = CONTROL_ERROR;
-    if (IsControlOpen() && !stoppingSupplicant) {
-        reply = SendCommand(QStringLiteral("TERMINATE"));
-        Log(Level::TRACE) << "WpaSupplicant::StopSupplicant" << reply;
-    }
-    if (reply.startsWith(CONTROL_ERROR) || reply.startsWith(QLatin1String("OK")))
-        terminateAcknowledged = true;
-    else
-        Utils::SpawnExecute(QStringLiteral("wpa_cli"), {QStringLiteral("TERMINATE")});
-    stoppingSupplicant = true;
-}
-
-/// Connects to a supplicant that was launched and not yet looked after, so that the stop that comes next
-/// can reach it: otherwise it would stay behind, beside the next one.
-void WpaSuppThread::ReachLaunchedSupplicant()
-{
-    startPending = false;
-    stoppingSupplicant = false;
-    RestartWpaCtl();
-}
-
-void WpaSuppThread::CreateWpaCtl()
-{
-    control = new WpaSupplicantControl(nullptr);
-    connect(control, &WpaSupplicantControl::MessageReady, this, &WpaSuppThread::MessageReceived);
-    interface.remove(WpaSupplicantControl::CtrlInterfaceDir);
-    const bool opened = control->openControlInterface(interface);
-    badPassword = false;
-    Log(Level::TRACE) << "WpaSuppThread::CreateWpaCtl() Open wpactl" << interface << opened;
-}
-
-void WpaSuppThread::DeleteWpaCtl()
-{
-    if (!control)
-        return;
-    control->disconnect();
-    // Later, as this may run inside a signal of the object itself.
-    control->deleteLater();
-    control = nullptr;
-}
-
-void WpaSuppThread::RestartWpaCtl()
-{
-    Log(Level::TRACE) << "WpaSuppThread::RestartWpaCtl";
-    DeleteWpaCtl();
-    CreateWpaCtl();
-    Log(Level::TRACE) << "WpaSuppThread::RestartWpaCtl  Complete";
-}
-
-bool WpaSuppThread::IsControlOpen() const
-{
-    return control && control->isCtrlOpen();
-}
-
-QString WpaSuppThread::SendCommand(const QString &command)
-{
-    return control ? control->SendCommand(command) : CONTROL_ERROR;
-}
-
-void WpaSuppThread::SendReconfigure()
-{
-    SendCommand(QStringLiteral("RECONFIGURE"));
+    return QStringLiteral("Running = %1\nStatus = %2\nAssociated = %3\nSSID = %4")
+        .arg(QLatin1String(YesNo(running)), statusText, QLatin1String(YesNo(associated)), ssid);
 }
 
 void WpaSuppThread::MyTimerTimeout()
@@ -379,7 +200,7 @@ void WpaSuppThread::TickStopping()
     // Restarting until then, so that nobody starts a second one in between.
     startingSupplicant = true;
     restarting = true;
-    wired = driver == WIRED_DRIVER;
+    wired = IsWiredDriver(driver);
 }
 
 void WpaSuppThread::TickStarting()
@@ -392,4 +213,53 @@ void WpaSuppThread::TickStarting()
     restarting = false;
     // It may be connected already, and says so only once: a supplicant that an earlier daemon left is.
     checkStatusRequested = true;
+}
+
+void WpaSuppThread::TickRunning()
+{
+    NoticeDeadSupplicant();
+    const bool wasOpen = IsControlOpen();
+    if (wasOpen)
+        CheckStatusIfRequested();
+    const bool isOpen = wasOpen || ReopenControl();
+    if (isOpen || !GivesUpWithoutControl())
+        CountUnassociatedTicks();
+    if (isOpen)
+        openFailures = 0;
+    ReportBadPassword();
+}
+
+bool WpaSuppThread::ReopenControl()
+{
+    if (control && control->openControlInterface(interface)) {
+        checkStatusRequested = false;
+        CheckStatus();
+        return true;
+    }
+    if (++openFailures == OPEN_FAILURE_LIMIT) {
+        openFailures = 0;
+        RestartWpaCtl();
+    }
+    return false;
+}
+
+/// Counts a tick without a control connection; asks for a stop when there were too many.
+bool WpaSuppThread::GivesUpWithoutControl()
+{
+    if (++unassociatedTicks < UNASSOCIATED_LIMIT)
+        return false;
+    Log(Level::NOTICE) << " failed to connect, Stopping wpa_supplicant";
+    qDebug() << "Stopping wpa_supplicant";
+    stopRunning = true;
+    return true;
+}
+
+void WpaSuppThread::CountUnassociatedTicks()
+{
+    if (associated) {
+        unassociatedTicks = 0;
+    } else if (++unassociatedTicks >= UNASSOCIATED_LIMIT) {
+        qDebug() << "wpa_supplicant can't connect to specified AP";
+        unassociatedTicks = 0;
+    }
 }

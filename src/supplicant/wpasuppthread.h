@@ -16,8 +16,10 @@ class WpaSupplicantControl;
 /// The object lives on the main thread, where all its slots run; its worker thread only owns the timer that
 /// paces them. Created on first use and never deleted.
 ///
-///   wpasuppthread.cpp         life, start, stop and restart, the tick
-///   wpasuppthread_events.cpp  events, the status, what a tick does while the supplicant runs
+///   wpasuppthread.cpp          life, requests, the tick
+///   wpasuppthread_start.cpp    stopping and launching the supplicant
+///   wpasuppthread_control.cpp  the control connection
+///   wpasuppthread_events.cpp   events, the status, the report of a wrong password
 class WpaSuppThread : public QThread
 {
     Q_OBJECT
@@ -68,7 +70,8 @@ protected:
     void run() override;
     void Reinit();
 
-    static const char *TrueFalse(bool value);
+    static bool IsWiredDriver(const QString &driverName) { return driverName == QLatin1String("wired"); }
+    static const char *TrueFalse(bool value) { return value ? "true" : "false"; }
 
     // Start and stop
     void StopSupplicant();

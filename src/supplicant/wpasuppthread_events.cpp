@@ -7,22 +7,9 @@
 #include "utils.h"
 #include "wpasupplicantcontrol.h"
 
-#include <QDebug>
-
 namespace {
 
-/// Failures to open the control interface after which the control object is made anew.
-constexpr int OPEN_FAILURE_LIMIT = 6;
-/// Ticks without an association after which a supplicant that cannot be reached is stopped; a tick without a
-/// control connection counts twice, so that takes about 30 s.
-constexpr int UNASSOCIATED_LIMIT = 61;
-
 const QString BAD_PASSWORD = QStringLiteral("BadPassword");
-
-const char *YesNo(bool value)
-{
-    return value ? "yes" : "no";
-}
 
 } // namespace
 
@@ -142,65 +129,6 @@ QString WpaSuppThread::SplitLine(const QString &line)
     return parts.size() < 2 ? QString() : parts.at(1);
 }
 
-void WpaSuppThread::TickRunning()
-{
-    NoticeDeadSupplicant();
-    const bool wasOpen = IsControlOpen();
-    if (wasOpen)
-        CheckStatusIfRequested();
-    const bool isOpen = wasOpen || ReopenControl();
-    if (isOpen || !GivesUpWithoutControl())
-        CountUnassociatedTicks();
-    if (isOpen)
-        openFailures = 0;
-    ReportBadPassword();
-}
-
-/// A supplicant that was killed says nothing, and nothing is sent to one that has nothing to do.
-void WpaSuppThread::NoticeDeadSupplicant()
-{
-    if (!IsControlOpen())
-        return;
-    control->CheckPeer();
-    if (!IsControlOpen())
-        associated = false;
-}
-
-bool WpaSuppThread::ReopenControl()
-{
-    if (control && control->openControlInterface(interface)) {
-        checkStatusRequested = false;
-        CheckStatus();
-        return true;
-    }
-    if (++openFailures == OPEN_FAILURE_LIMIT) {
-        openFailures = 0;
-        RestartWpaCtl();
-    }
-    return false;
-}
-
-/// Counts a tick without a control connection; asks for a stop when there were too many.
-bool WpaSuppThread::GivesUpWithoutControl()
-{
-    if (++unassociatedTicks < UNASSOCIATED_LIMIT)
-        return false;
-    Log(Level::NOTICE) << " failed to connect, Stopping wpa_supplicant";
-    qDebug() << "Stopping wpa_supplicant";
-    stopRunning = true;
-    return true;
-}
-
-void WpaSuppThread::CountUnassociatedTicks()
-{
-    if (associated) {
-        unassociatedTicks = 0;
-    } else if (++unassociatedTicks >= UNASSOCIATED_LIMIT) {
-        qDebug() << "wpa_supplicant can't connect to specified AP";
-        unassociatedTicks = 0;
-    }
-}
-
 void WpaSuppThread::ReportBadPassword()
 {
     // While the status says so, the user has been told; the flag waits for the next change of the status.
@@ -214,10 +142,4 @@ void WpaSuppThread::ReportBadPassword()
     const bool started = Utils::SpawnExecute(QStringLiteral("warning"), arguments);
     Log(Level::TRACE) << "Spawned preccess returned " << started;
     badPassword = false;
-}
-
-QString WpaSuppThread::toString() const
-{
-    return QStringLiteral("Running = %1\nStatus = %2\nAssociated = %3\nSSID = %4")
-        .arg(QLatin1String(YesNo(running)), statusText, QLatin1String(YesNo(associated)), ssid);
 }

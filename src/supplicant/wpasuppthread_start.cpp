@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "wpasuppthread.h"
+
+#include "logging.h"
+#include "paths.h"
+#include "securefile.h"
+#include "utils.h"
+#include "wpasupplicantcontrol.h"
+
+#include <QFile>
+
+namespace {
+
+const QString SUPPLICANT_LOG = QStringLiteral("/var/log/wpa_supplicant.log");
+/// A build of the supplicant for the one method that the system's own may lack.
+const QString EAP_FAST_PROGRAM = QStringLiteral("/usr/network/wpa_supplicant.eapfast");
+
+/// What a supplicant is given to end before the next one is launched: 7 passes of 1 s and a last pause.
+constexpr int END_PASSES = 7;
+constexpr unsigned long END_PASS_MS = 1000;
+constexpr unsigned long END_PAUSE_MS = 100;
+constexpr unsigned long LAUNCH_PAUSE_MS = 10;
+
+} // namespace
+
+void WpaSuppThread::RestartSupplicant()
+{
+    restarting = true;
+    Log(Level::TRACE) << "WpaSuppThread::RestartSupplicant" << requestedInterface << requestedDriver
+                      << TrueFalse(running || restarting);
+
+    statusText = QStringLiteral("Stopping");
+    Log(Level::TRACE) << "WpaSupplicant::Start"
+                      << "supplicant is still running need to make sure it stops before continuing";
+    if (startPending)
+        ReachLaunchedSupplicant();
+    StopSupplicant();
+    WaitForSupplicantToEnd();
+
+    emit associatedChanged(false);
+    TakeOverRequest();
+    Utils::Execute(QStringLiteral("mkdir"), {QStringLiteral("-p"), WPA_CONTROL_FOLDER}, false);
+    LaunchSupplicant();
+}
+
+/// In a restart the whole time: it has set one of the flags, and nobody clears them while this blocks.
+void WpaSuppThread::WaitForSupplicantToEnd()
+{
+    for (int pass = 0; pass < END_PASSES; ++pass) {
+        if (!restarting && !running) {
+            msleep(END_PAUSE_MS);
+            return;
+        }
+        msleep(END_PASS_MS);
+    }
+    Log(Level::TRACE) << "WpaSupplicant::Start"
+                      << "we should have stopped by now";
+    msleep(END_PAUSE_MS);
+}
+
+void WpaSuppThread::TakeOverRequest()
+{
+    stopRunning = false;
+    stopPending = false;
+    interface = requestedInterface;
+    driver = requestedDriver;
+    method = requestedMethod;
+    associated = false;
+    ssid.clear();
+    openFailures = 0;
+    unassociatedTicks = 0;
+}
+
+void WpaSuppThread::LaunchSupplicant()
+{
+    stopRunning = false;
+    if (debugLevel < 2)
+        QFile::remove(SUPPLICANT_LOG);
+    msleep(LAUNCH_PAUSE_MS);
+    // Another user's file does not count: root would run the supplicant by it.
+    if (!SecureFile::IsOurs(configurationPath)) {
+        Log(Level::NOTICE) << "WpaSupplicant::Start"
+                           << "No configuration file -- Stopping";
+        startingSupplicant = false;
+        return;
+    }
+
+    Log(Level::TRACE) << "WpaSuppThread::Start -- Start wpa_supplicant";
+    QString program = QStringLiteral("wpa_supplicant");
+    QStringList arguments{QStringLiteral("-B"), DebugOption(), QStringLiteral("-i") + interface,
+                          QStringLiteral("-D") + driver, QStringLiteral("-c") + configurationPath};
+    if (WantsEapFastProgram())
+        program = EAP_FAST_PROGRAM;
+    else
+        arguments += QStringLiteral("-f") + SUPPLICANT_LOG;
+
+    statusText = QStringLiteral("Starting");
+    wired = IsWiredDriver(driver);
+    Log(Level::TRACE) << " WpaSuppThread::Start execute" << program << arguments;
+    Log(Level::TRACE) << " WpaSuppThread::Start Driver=" << driver << wired;
+    const QStringList response = Utils::Execute(program, arguments, false);
+    // A supplicant that starts has nothing to say; a port that nobody authenticates starts one every minute.
+    const bool isSilent = response.join(QString()).trimmed().isEmpty();
+    Log(isSilent ? Level::TRACE : Level::NOTICE) << " WpaSuppThread::Start response=" << response;
+    terminateAcknowledged = false;
+    startingSupplicant = true;
+    startPending = true;
+}
+
+QString WpaSuppThread::DebugOption() const
+{
+    // One argument with its leading blank, which the supplicant takes for no option at all.
+    switch (debugLevel) {
+    case 0:
+        return QLatin1String("");
+    case 1:
+        return QStringLiteral(" -d");
+    default:
+        return QStringLiteral(" -dd");
+    }
+}
+
+bool WpaSuppThread::WantsEapFastProgram() const
+{
+    return method.trimmed() == QLatin1String("eap_fast") && QFile::exists(EAP_FAST_PROGRAM);
+}
+
+void WpaSuppThread::StopSupplicant()
+{
+    Log(Level::TRACE) << "WpaSupplicant::StopSupplicant"
+                      << "STOP wpa";
+    // Without a connection the supplicant is not signalled at all: the error counts as acknowledged.
+    QString reply = WpaSupplicantControl::ERROR_PREFIX;
+    if (IsControlOpen() && !stoppingSupplicant) {
+        reply = SendCommand(QStringLiteral("TERMINATE"));
+        Log(Level::TRACE) << "WpaSupplicant::StopSupplicant" << reply;
+    }
+    if (reply.startsWith(WpaSupplicantControl::ERROR_PREFIX) || reply.startsWith(QLatin1String("OK")))
+        terminateAcknowledged = true;
+    else
+        Utils::SpawnExecute(QStringLiteral("wpa_cli"), {QStringLiteral("TERMINATE")});
+    stoppingSupplicant = true;
+}
+
+/// Connects to a supplicant that was launched and not yet looked after, so that the stop that comes next
+/// can reach it: otherwise it would stay behind, beside the next one.
+void WpaSuppThread::ReachLaunchedSupplicant()
+{
+    startPending = false;
+    stoppingSupplicant = false;
+    RestartWpaCtl();
+}
