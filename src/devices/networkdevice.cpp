@@ -73,34 +73,6 @@ void NetworkDevice::RefreshWirelessStatus()
 
 void NetworkDevice::UseNewDriver(bool /*on*/) {}
 
-ZebNetConfig *NetworkDevice::getCurrentConfig()
-{
-    if (!currentNetwork) {
-        if (namedNetworks.isEmpty())
-            return nullptr;
-        currentNetwork = namedNetworks.value(networkNames.first());
-    }
-    if (isWireless) {
-        Log(Level::TRACE) << "NetworkDevice::getCurrentConfig()";
-        currentNetwork->Load(currentNetwork->Name(), true);
-        // The reload released the record in use.
-        if (currentConfig)
-            currentConfig = currentNetwork->Config();
-    }
-    return currentNetwork->Config();
-}
-
-int NetworkDevice::InitDevice()
-{
-    getNamedNetworksForDevice();
-    return 1;
-}
-
-ZebNetConfig *NetworkDevice::UpdateConfig()
-{
-    return getCurrentConfig();
-}
-
 void NetworkDevice::RefreshStatus()
 {
     isUp = false;

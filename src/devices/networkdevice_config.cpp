@@ -25,6 +25,34 @@ bool IsStored(const QString &networkName)
 
 } // namespace
 
+int NetworkDevice::InitDevice()
+{
+    getNamedNetworksForDevice();
+    return 1;
+}
+
+ZebNetConfig *NetworkDevice::getCurrentConfig()
+{
+    if (!currentNetwork) {
+        if (namedNetworks.isEmpty())
+            return nullptr;
+        currentNetwork = namedNetworks.value(networkNames.first());
+    }
+    if (isWireless) {
+        Log(Level::TRACE) << "NetworkDevice::getCurrentConfig()";
+        currentNetwork->Load(currentNetwork->Name(), true);
+        // The reload released the record in use.
+        if (currentConfig)
+            currentConfig = currentNetwork->Config();
+    }
+    return currentNetwork->Config();
+}
+
+ZebNetConfig *NetworkDevice::UpdateConfig()
+{
+    return getCurrentConfig();
+}
+
 void NetworkDevice::ConfigureNetwork(bool renew)
 {
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork -- start " << name;
