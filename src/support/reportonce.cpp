@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "reportonce.h"
+
+#include <QDateTime>
+
+#include <algorithm>
+
+ReportOnce::Telling ReportOnce::Tell(const QString &what, Time now)
+{
+    const bool isNews = IsNews(what, now);
+    told = what;
+    lastTold = now;
+    if (isNews && TakeCredit(now)) {
+        times = 1;
+        newsTime = now;
+        pause = SHORTEST;
+        summaryTime = now + pause;
+        return {Level::NOTICE, times, std::chrono::seconds(0)};
+    }
+    ++times;
+    const auto since = std::chrono::duration_cast<std::chrono::seconds>(now - newsTime);
+    if (now < summaryTime)
+        return {Level::TRACE, times, since};
+    pause = std::min(pause * 2, LONGEST);
+    summaryTime = now + pause;
+    return {Level::NOTICE, times, since};
+}
+
+bool ReportOnce::IsNews(const QString &what, Time now) const
+{
+    return !told || *told != what || now - lastTold > LONGEST;
+}
+
+bool ReportOnce::TakeCredit(Time now)
+{
+    while (credits < MOST_CREDITS && now >= creditTime) {
+        ++credits;
+        creditTime += CREDIT_INTERVAL;
+    }
+    if (credits == 0)
+        return false;
+    if (credits == MOST_CREDITS)
+        creditTime = now + CREDIT_INTERVAL;
+    --credits;
+    return true;
+}
+
+LogOnce::LogOnce(ReportOnce &report, const QString &what, ReportOnce::Time now)
+    : LogOnce(report.Tell(what, now))
+{
+}
+
+LogOnce::LogOnce(const ReportOnce::Telling &what) : Log(what.level), telling(what) {}
+
+LogOnce::~LogOnce()
+{
+    if (telling.level != Level::NOTICE || telling.times == 1 || !IsEnabled())
+        return;
+    const QDateTime since = QDateTime::currentDateTime().addSecs(-telling.since.count());
+    *this << QStringLiteral("-- %1 times since %2")
+                 .arg(QString::number(telling.times), since.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")));
+}

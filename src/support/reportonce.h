@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include "logging.h"
+
+#include <QString>
+
+#include <chrono>
+#include <optional>
+
+/// Keeps a fault that lasts from filling the log: the first time it is told is news, further times are
+/// counted, and after pauses of 10, 20, 40 and then 60 minutes one of them says how often and since when. The
+/// member of whoever tells it, one for each thing to tell; LogOnce writes its lines. Works on the clock it is
+/// given.
+class ReportOnce
+{
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    /// What to do about a line: its level, and what its end says.
+    struct Telling
+    {
+        Logging::LoggingLevel level; ///< NOTICE for what an operator is to see, otherwise TRACE
+        int times;                   ///< how often it was told since it was last news, this time included
+        std::chrono::seconds since;  ///< the age of that news
+    };
+
+    /// `what` is told at `now`. It is news when it was not told last, and when nothing was told for an hour.
+    /// News that comes again and again, as from a link that flaps, is counted too: three are free, and every
+    /// 20 minutes bring one more, so that nothing can write more than a few lines an hour.
+    Telling Tell(const QString &what, Time now);
+    /// It is over: whatever is told next is news.
+    void Over() { told.reset(); }
+
+private:
+    bool IsNews(const QString &what, Time now) const;
+    bool TakeCredit(Time now);
+
+    static constexpr std::chrono::minutes SHORTEST{10};
+    static constexpr std::chrono::minutes LONGEST{60};
+    static constexpr int MOST_CREDITS = 3;
+    static constexpr std::chrono::minutes CREDIT_INTERVAL{20};
+
+    std::optional<QString> told;
+    Time lastTold;
+    Time newsTime;
+    Time summaryTime; ///< when a repetition is to be written
+    std::chrono::minutes pause = SHORTEST;
+    int times = 0;
+    int credits = MOST_CREDITS;
+    Time creditTime; ///< when the next credit comes, while one is missing
+};
+
+/// One line of the log about something that is to be reported once:
+/// `LogOnce(dhcpReport) << "dhclient failed";`. A line that says how often does so after its own text:
+/// "dhclient failed -- 34 times since 2025-05-03 17:05:01".
+class LogOnce : public Log
+{
+public:
+    /// `what` tells one state from another, such as an address or a reason; a fault that is there or not
+    /// needs none.
+    explicit LogOnce(ReportOnce &report, const QString &what = QString(),
+                     ReportOnce::Time now = ReportOnce::Time::clock::now());
+    ~LogOnce();
+
+private:
+    explicit LogOnce(const ReportOnce::Telling &telling);
+
+    const ReportOnce::Telling telling;
+};

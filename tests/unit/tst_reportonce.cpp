@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "reportonce.h"
+
+#include "testsupport.h"
+
+#include <QRegularExpression>
+#include <QtTest>
+
+using std::chrono::hours;
+using std::chrono::minutes;
+using std::chrono::seconds;
+
+namespace {
+
+const QString FAULT = QStringLiteral("fault");
+const QString OTHER_FAULT = QStringLiteral("other fault");
+const ReportOnce::Time START{hours(1000)};
+
+bool IsWritten(ReportOnce &report, const QString &what, ReportOnce::Time now)
+{
+    return report.Tell(what, now).level == Level::NOTICE;
+}
+
+} // namespace
+
+/// What is told again and again is written once, then now and then with its count.
+class TestReportOnce : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void firstTimeIsNews();
+    void repetitionIsTrace();
+    void otherTextIsNews();
+    void isNewsAgainOnceItWasOver();
+    void isNewsAgainAfterAnHourOfSilence();
+    void isSummedUpAfterGrowingPauses();
+    void countBeginsAnewWithNews();
+    void frequentNewsIsCounted();
+    void creditsComeBackOneByOne();
+    void hourOfAnythingWritesFewLines_data();
+    void hourOfAnythingWritesFewLines();
+    void lineOfNewsHasNothingAdded();
+    void laterLineSaysHowOftenAndSinceWhen();
+};
+
+void TestReportOnce::firstTimeIsNews()
+{
+    ReportOnce report;
+
+    const ReportOnce::Telling telling = report.Tell(FAULT, START);
+
+    QCOMPARE(telling.level, Level::NOTICE);
+    QCOMPARE(telling.times, 1);
+}
+
+void TestReportOnce::repetitionIsTrace()
+{
+    ReportOnce report;
+    report.Tell(FAULT, START);
+
+    const ReportOnce::Telling telling = report.Tell(FAULT, START + minutes(10) - seconds(1));
+
+    QCOMPARE(telling.level, Level::TRACE);
+    QCOMPARE(telling.times, 2);
+}
+
+void TestReportOnce::otherTextIsNews()
+{
+    ReportOnce report;
+    report.Tell(FAULT, START);
+
+    QVERIFY(IsWritten(report, OTHER_FAULT, START));
+    QVERIFY(!IsWritten(report, OTHER_FAULT, START));
+}
+
+void TestReportOnce::isNewsAgainOnceItWasOver()
+{
+    ReportOnce report;
+    report.Tell(FAULT, START);
+
+    report.Over();
+
+    QVERIFY(IsWritten(report, FAULT, START));
+    QVERIFY(!IsWritten(report, FAULT, START));
+}
+
+void TestReportOnce::isNewsAgainAfterAnHourOfSilence()
+{
+    ReportOnce report;
+    report.Tell(FAULT, START);
+    report.Tell(FAULT, START + minutes(5));
+
+    const ReportOnce::Telling telling = report.Tell(FAULT, START + minutes(65) + seconds(1));
+
+    QCOMPARE(telling.level, Level::NOTICE);
+    QCOMPARE(telling.times, 1);
+}
+
+void TestReportOnce::isSummedUpAfterGrowingPauses()
+{
+    ReportOnce report;
+    QList<qint64> writtenMinutes;
+    QList<int> counts;
+
+    for (int minute = 0; minute < 200; ++minute) {
+        const ReportOnce::Telling telling = report.Tell(FAULT, START + minutes(minute));
+        if (telling.level != Level::NOTICE)
+            continue;
+        QCOMPARE(telling.since, seconds(minutes(minute)));
+        writtenMinutes << minute;
+        counts << telling.times;
+    }
+
+    QCOMPARE(writtenMinutes, (QList<qint64>{0, 10, 30, 70, 130, 190}));
+    QCOMPARE(counts, (QList<int>{1, 11, 31, 71, 131, 191}));
+}
+
+void TestReportOnce::countBeginsAnewWithNews()
+{
+    ReportOnce report;
+    for (int minute = 0; minute <= 30; ++minute)
+        report.Tell(FAULT, START + minutes(minute));
+    const ReportOnce::Time again = START + minutes(31);
+
+    QCOMPARE(report.Tell(OTHER_FAULT, again).times, 1);
+    QVERIFY(!IsWritten(report, OTHER_FAULT, again + minutes(10) - seconds(1)));
+    const ReportOnce::Telling summary = report.Tell(OTHER_FAULT, again + minutes(10));
+    QCOMPARE(summary.level, Level::NOTICE);
+    QCOMPARE(summary.times, 3);
+    QCOMPARE(summary.since, seconds(minutes(10)));
+}
+
+void TestReportOnce::frequentNewsIsCounted()
+{
+    ReportOnce report;
+    QList<bool> written;
+
+    for (int i = 0; i < 5; ++i) {
+        written << IsWritten(report, FAULT, START + seconds(i));
+        report.Over();
+    }
+
+    QCOMPARE(written, (QList<bool>{true, true, true, false, false}));
+    QCOMPARE(report.Tell(FAULT, START + minutes(11)).times, 4);
+}
+
+void TestReportOnce::creditsComeBackOneByOne()
+{
+    ReportOnce report;
+    for (int i = 0; i < 3; ++i) {
+        report.Tell(FAULT, START);
+        report.Over();
+    }
+    // Written after the pause too, but as a repetition.
+    QCOMPARE(report.Tell(FAULT, START + minutes(20) - seconds(1)).times, 2);
+    report.Over();
+
+    QCOMPARE(report.Tell(FAULT, START + minutes(20)).times, 1);
+    report.Over();
+    QCOMPARE(report.Tell(FAULT, START + minutes(20)).times, 2);
+}
+
+void TestReportOnce::hourOfAnythingWritesFewLines_data()
+{
+    QTest::addColumn<int>("period");
+    QTest::addColumn<bool>("changesText");
+    QTest::addColumn<bool>("getsOver");
+    QTest::newRow("lasting") << 1 << false << false;
+    QTest::newRow("flapping") << 1 << true << false;
+    QTest::newRow("over each time") << 1 << false << true;
+    QTest::newRow("now and then") << 60 << true << true;
+}
+
+void TestReportOnce::hourOfAnythingWritesFewLines()
+{
+    QFETCH(int, period);
+    QFETCH(bool, changesText);
+    QFETCH(bool, getsOver);
+    ReportOnce report;
+
+    for (int hour = 0; hour < 5; ++hour) {
+        int written = 0;
+        for (int second = 0; second < 3600; second += period) {
+            const bool isOther = changesText && (second / period) % 2 == 1;
+            if (IsWritten(report, isOther ? OTHER_FAULT : FAULT, START + hours(hour) + seconds(second)))
+                ++written;
+            if (getsOver)
+                report.Over();
+        }
+        QVERIFY2(written >= 1 && written <= 8, qPrintable(QString::number(written)));
+    }
+}
+
+void TestReportOnce::lineOfNewsHasNothingAdded()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::DEBUG);
+    TestSupport::ClearLog();
+    ReportOnce report;
+
+    LogOnce(report) << "The link is gone" << 5;
+    LogOnce(report) << "The link is gone" << 5;
+
+    const QStringList lines = TestSupport::LogText().split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 2);
+    for (const QString &line : lines)
+        QVERIFY2(line.endsWith(QStringLiteral(" :  The link is gone 5 ")), qPrintable(line));
+}
+
+void TestReportOnce::laterLineSaysHowOftenAndSinceWhen()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    TestSupport::ClearLog();
+    ReportOnce report;
+    for (int i = 0; i < 33; ++i)
+        report.Tell(FAULT, START);
+
+    const QDateTime before = QDateTime::currentDateTime();
+    LogOnce(report, FAULT, START + minutes(15)) << "The link is gone";
+
+    const QRegularExpressionMatch match =
+        QRegularExpression(QStringLiteral(" :  The link is gone -- 34 times since (.{19}) \n$"))
+            .match(TestSupport::LogText());
+    QVERIFY2(match.hasMatch(), qPrintable(TestSupport::LogText()));
+    const QDateTime since = QDateTime::fromString(match.captured(1), QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    const qint64 age = since.secsTo(before);
+    QVERIFY2(age >= 840 && age <= 901, qPrintable(match.captured(1)));
+}
+
+QTEST_APPLESS_MAIN(TestReportOnce)
+#include "tst_reportonce.moc"
