@@ -3,24 +3,24 @@
 
 #include "zebstore.h"
 
+#include "securefile.h"
+
 #include <QCryptographicHash>
 #include <QFile>
-#include <QScopeGuard>
 
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <memory>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 Q_LOGGING_CATEGORY(zebLog, "zeb")
 
 namespace {
 
 const QString STORE_FOLDER = QStringLiteral("/tmp/config/xmlconfig/");
-constexpr int SIZE_LIMIT = 4 * 1024 * 1024; // 200 networks take a twentieth of it
+constexpr int SIZE_LIMIT_MIB = 4; // 200 networks take a twentieth of it
 
 // A store that is wrong all over must not flood the log.
 constexpr int PROBLEM_LIMIT = 100;
@@ -70,8 +70,7 @@ public:
     const ZebDocument &Current();
 
 private:
-    void Reload(const struct stat &seen);
-    bool Read(QByteArray &contents, QString &reason);
+    void Reload();
     void Take(const QByteArray &contents);
     void ReportUnreadable(const QString &reason);
     void Refuse(const QString &reason);
@@ -98,7 +97,7 @@ const ZebDocument &CachedSection::Current()
         return document;
     }
     if (mayChangeUnseen || !(stamp == StampOf(info)))
-        Reload(info);
+        Reload();
     return document;
 }
 
@@ -121,56 +120,21 @@ void CachedSection::Refuse(const QString &reason)
                                    : QStringLiteral("; nothing is configured")));
 }
 
-void CachedSection::Reload(const struct stat &seen)
+void CachedSection::Reload()
 {
-    stamp = StampOf(seen);
-    mayChangeUnseen = false;
-    QByteArray contents;
-    QString reason;
-    if (!Read(contents, reason)) {
-        ReportUnreadable(reason);
+    const SecureFile::Reading reading = SecureFile::Read(filePath, SIZE_LIMIT_MIB);
+    if (!reading.problem.isEmpty()) {
+        ReportUnreadable(reading.problem);
         return;
     }
+    stamp = StampOf(reading.info);
+    mayChangeUnseen = IsFresh(stamp);
     toldReason.clear();
-    const QByteArray newDigest = QCryptographicHash::hash(contents, QCryptographicHash::Sha256);
+    const QByteArray newDigest = QCryptographicHash::hash(reading.contents, QCryptographicHash::Sha256);
     if (newDigest == digest)
         return;
     digest = newDigest;
-    Take(contents);
-}
-
-bool CachedSection::Read(QByteArray &contents, QString &reason)
-{
-    // Without O_NONBLOCK a FIFO at the path would stop the program here.
-    const int fd = ::open(nativePath.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (fd == -1) {
-        reason = QString::fromLocal8Bit(std::strerror(errno));
-        return false;
-    }
-    const auto closer = qScopeGuard([fd] { ::close(fd); });
-
-    struct stat info = {};
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        reason = QStringLiteral("is not a regular file");
-        return false;
-    }
-    if (info.st_size > SIZE_LIMIT) {
-        reason = QStringLiteral("is larger than 4 MiB");
-        return false;
-    }
-    stamp = StampOf(info);
-    mayChangeUnseen = IsFresh(stamp);
-
-    QFile file;
-    if (!file.open(fd, QIODevice::ReadOnly)) {
-        reason = file.errorString();
-        return false;
-    }
-    // It may have grown since.
-    contents = file.read(SIZE_LIMIT);
-    if (file.error() != QFileDevice::NoError)
-        reason = file.errorString();
-    return reason.isEmpty();
+    Take(reading.contents);
 }
 
 void CachedSection::Take(const QByteArray &contents)
@@ -196,9 +160,9 @@ const QString ZebStore::NETWORK_SECTION = QStringLiteral("user/hardware/networkc
 
 const ZebDocument &ZebStore::Section(const QString &path)
 {
-    static QHash<QString, std::shared_ptr<CachedSection>> sections;
-    std::shared_ptr<CachedSection> &section = sections[path];
+    static std::map<QString, std::unique_ptr<CachedSection>> sections;
+    std::unique_ptr<CachedSection> &section = sections[path];
     if (!section)
-        section = std::make_shared<CachedSection>(path);
+        section = std::make_unique<CachedSection>(path);
     return section->Current();
 }

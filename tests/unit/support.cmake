@@ -4,5 +4,4 @@
 corvi_add_unit_test(tst_interfacekind LIBS support)
 corvi_add_unit_test(tst_logging LIBS support)
 corvi_add_unit_test(tst_reportonce LIBS support)
-corvi_add_unit_test(tst_securefile LIBS support)
 corvi_add_unit_test(tst_utils LIBS support)

@@ -83,6 +83,7 @@ private Q_SLOTS:
     void readRefuses_data();
     void readRefuses();
     void readFollowsASymbolicLinkUnlessToldNotTo();
+    void noDescriptorIsLeftOpen();
 };
 
 void TestSecureFile::init()
@@ -194,7 +195,7 @@ void TestSecureFile::readGivesTheContents_data()
     QTest::newRow("text") << QByteArray("one\ntwo\n");
     QTest::newRow("empty") << QByteArray("");
     QTest::newRow("any bytes") << QByteArray("\0\xff\r\n", 4);
-    QTest::newRow("long") << QByteArray(100000, 'x');
+    QTest::newRow("largest") << QByteArray(1024 * 1024, 'x');
 }
 
 void TestSecureFile::readGivesTheContents()
@@ -249,6 +250,24 @@ void TestSecureFile::readFollowsASymbolicLinkUnlessToldNotTo()
 
     QCOMPARE(SecureFile::ReadRegular(PATH).value_or("nothing"), QByteArray("other"));
     QVERIFY(!SecureFile::ReadRegular(PATH, O_NOFOLLOW));
+}
+
+void TestSecureFile::noDescriptorIsLeftOpen()
+{
+    const auto openDescriptors = [] {
+        return QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+    };
+    TestSupport::WriteFile(FOLDER + "full/inside", "");
+    QVERIFY(QFile::link("/proc/self/mem", FOLDER + "unreadable"));
+    const int before = openDescriptors();
+
+    QVERIFY(SecureFile::Replace(PATH, "contents", 0600));
+    QVERIFY(!SecureFile::Replace(FOLDER + "full", "contents", 0600));
+    QVERIFY(SecureFile::ReadRegular(PATH));
+    QVERIFY(!SecureFile::ReadRegular(FOLDER + "full"));
+    QVERIFY(!SecureFile::ReadRegular(FOLDER + "unreadable"));
+
+    QCOMPARE(openDescriptors(), before);
 }
 
 QTEST_GUILESS_MAIN(TestSecureFile)

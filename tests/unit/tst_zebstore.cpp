@@ -7,6 +7,7 @@
 #include "zebxmlconfig.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QtTest>
 
 #include <optional>
@@ -90,6 +91,7 @@ private Q_SLOTS:
     void seesAChangeWithinOneTickOfTheClock();
     void badFileKeepsTheLastGoodContents_data();
     void badFileKeepsTheLastGoodContents();
+    void fileOf4MiBIsTaken();
     void fileIsReadOnceThatIsPossibleAgain();
     void mendedFileIsTaken_data();
     void mendedFileIsTaken();
@@ -185,6 +187,8 @@ void TestZebStore::badFileKeepsTheLastGoodContents_data()
                             << "is not a regular file";
     QTest::newRow("link that leads to itself") << "loop"
                                                << "Too many levels of symbolic links";
+    QTest::newRow("cannot be read") << "unreadable"
+                                    << "Input/output error";
     QTest::newRow("too large") << "large"
                                << "is larger than 4 MiB";
 }
@@ -206,6 +210,8 @@ void TestZebStore::badFileKeepsTheLastGoodContents()
         QCOMPARE(::symlink("/dev/zero", StorePath()), 0);
     else if (fault == "loop")
         QCOMPARE(::symlink(StorePath(), StorePath()), 0);
+    else if (fault == "unreadable")
+        QCOMPARE(::symlink("/proc/self/mem", StorePath()), 0); // Its first page is never there.
     else if (fault == "large")
         TestSupport::WriteStore("<c>" + QByteArray("<a/>").repeated(1024 * 1024) + "</c>");
 
@@ -216,6 +222,17 @@ void TestZebStore::badFileKeepsTheLastGoodContents()
 
     QCOMPARE(warnings->Take(),
              QStringList{TestSupport::STORE_FILE + ": " + reason + "; what was read before stays in force"});
+}
+
+void TestZebStore::fileOf4MiBIsTaken()
+{
+    const QByteArray filler = QByteArray("<a/>").repeated(1024 * 1024).mid(0, 4 * 1024 * 1024 - OTHER.size());
+
+    TestSupport::WriteStore(QByteArray(OTHER).insert(3, filler.left(filler.size() / 4 * 4)) +
+                            QByteArray(filler.size() % 4, ' '));
+
+    QCOMPARE(QFileInfo(TestSupport::STORE_FILE).size(), 4 * 1024 * 1024);
+    QCOMPARE(Names(), (QStringList{"lan", "lan2"}));
 }
 
 void TestZebStore::fileIsReadOnceThatIsPossibleAgain()

@@ -6,7 +6,9 @@
 #include <QFile>
 #include <QScopeGuard>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,8 +16,14 @@
 
 namespace {
 
+constexpr int MIB = 1024 * 1024;
 /// Many times what any file read here needs. Some are where every user can put one of any size.
-constexpr int SIZE_LIMIT = 1024 * 1024;
+constexpr int SIZE_LIMIT_MIB = 1;
+
+QString LastError()
+{
+    return QString::fromLocal8Bit(std::strerror(errno));
+}
 
 bool WriteAll(int fd, const QByteArray &contents)
 {
@@ -47,20 +55,33 @@ bool SecureFile::IsOurs(const QString &path)
            info.st_uid == ::geteuid() && info.st_nlink == 1;
 }
 
+SecureFile::Reading SecureFile::Read(const QString &path, int limitMib, int flags)
+{
+    Reading reading;
+    // Without O_NONBLOCK a named pipe at the path would stop the program here.
+    const int fd =
+        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | flags);
+    if (fd == -1) {
+        reading.problem = LastError();
+        return reading;
+    }
+    const auto closer = qScopeGuard([fd] { ::close(fd); });
+    if (::fstat(fd, &reading.info) != 0 || !S_ISREG(reading.info.st_mode)) {
+        reading.problem = QStringLiteral("is not a regular file");
+        return reading;
+    }
+    QFile file;
+    if (file.open(fd, QIODevice::ReadOnly, QFileDevice::DontCloseHandle))
+        reading.contents = file.read(limitMib * MIB + 1);
+    if (file.error() != QFileDevice::NoError)
+        reading.problem = file.errorString();
+    else if (reading.contents.size() > limitMib * MIB)
+        reading.problem = QStringLiteral("is larger than %1 MiB").arg(limitMib);
+    return reading;
+}
+
 std::optional<QByteArray> SecureFile::ReadRegular(const QString &path, int flags)
 {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags);
-    if (fd == -1)
-        return std::nullopt;
-    const auto closer = qScopeGuard([fd] { ::close(fd); });
-    struct stat info = {};
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
-        return std::nullopt;
-    QFile file;
-    if (!file.open(fd, QIODevice::ReadOnly, QFileDevice::DontCloseHandle))
-        return std::nullopt;
-    const QByteArray contents = file.read(SIZE_LIMIT + 1);
-    if (file.error() != QFileDevice::NoError || contents.size() > SIZE_LIMIT)
-        return std::nullopt;
-    return contents;
+    const Reading reading = Read(path, SIZE_LIMIT_MIB, flags);
+    return reading.problem.isEmpty() ? std::make_optional(reading.contents) : std::nullopt;
 }

@@ -8,7 +8,7 @@
 
 #include <optional>
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
 /// Files at fixed names in folders that others may write to. No writing operation follows a symbolic link in
 /// the last part of the path, and no descriptor is inherited by a child.
@@ -23,9 +23,20 @@ namespace SecureFile {
 /// /tmp, it stays so. Another user's file, a link to one and a second name of some other file are not.
 [[nodiscard]] bool IsOurs(const QString &path);
 
-/// The contents of a plain file; nothing for one that cannot be read or is larger than 1 MiB, and for
-/// anything else at `path`, such as a named pipe, on which reading would wait. `flags` are further ones for
-/// open(2): a symbolic link is followed unless they hold O_NOFOLLOW.
+/// What reading a plain file gave.
+struct Reading
+{
+    QByteArray contents; ///< whole when there is no problem
+    QString problem;     ///< why it could not be read, or empty
+    struct stat info = {};
+};
+
+/// Reads a plain file of at most `limitMib` MiB. Anything else at `path` is a problem, such as a named pipe,
+/// on which reading would wait. `flags` are further ones for open(2): a symbolic link is followed unless they
+/// hold O_NOFOLLOW.
+[[nodiscard]] Reading Read(const QString &path, int limitMib, int flags = 0);
+
+/// As Read() with 1 MiB, for one who does not ask why there is nothing.
 [[nodiscard]] std::optional<QByteArray> ReadRegular(const QString &path, int flags = 0);
 
 } // namespace SecureFile
