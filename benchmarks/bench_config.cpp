@@ -9,6 +9,7 @@
 #include "logging.h"
 #include "namednetwork.h"
 #include "sandboxed.h"
+#include "testsupport.h"
 #include "utils.h"
 
 #include <QByteArray>
@@ -33,7 +34,7 @@ void WriteStore(int count, const QByteArray &mode, const QByteArray &passphrase 
         networks += "<network><name>net" + number + "</name><ssid>ssid" + number + "</ssid><securityMode>" +
                     mode + "</securityMode><passphrase>" + passphrase + number + "</passphrase></network>";
     }
-    Sandboxed::WriteStore(networks);
+    TestSupport::WriteNetworks(networks);
 }
 
 void BuildAndWrite()

@@ -12,7 +12,9 @@
 
 #include "allocationcounter.h"
 #include "sandboxed.h"
+#include "testsupport.h"
 
+#include <QFile>
 #include <QXmlStreamReader>
 
 #include <fcntl.h>
@@ -81,12 +83,12 @@ void GivenDefinitions(long count)
                     (wired ? "802.1X (PEAP/MSCHAPv2)" : "WPA Enterprise 1/2 (PEAP/MSCHAPv2)") +
                     "</securityMode><identity>user</identity><password>secret</password></network>";
     }
-    Sandboxed::WriteStore(networks);
+    TestSupport::WriteNetworks(networks);
 }
 
 QByteArray ReadStoreFile()
 {
-    const int fd = ::open(QFile::encodeName(Sandboxed::STORE_FILE).constData(), O_RDONLY | O_CLOEXEC);
+    const int fd = ::open(QFile::encodeName(TestSupport::STORE_FILE).constData(), O_RDONLY | O_CLOEXEC);
     struct stat info = {};
     ::fstat(fd, &info);
     QByteArray contents(static_cast<int>(info.st_size), Qt::Uninitialized);
@@ -99,7 +101,7 @@ QByteArray ReadStoreFile()
 /// So that the store takes its file for a new version.
 void TouchStoreFile()
 {
-    if (::utimensat(AT_FDCWD, QFile::encodeName(Sandboxed::STORE_FILE).constData(), nullptr, 0) != 0)
+    if (::utimensat(AT_FDCWD, QFile::encodeName(TestSupport::STORE_FILE).constData(), nullptr, 0) != 0)
         Sandboxed::Fail("touch the store");
 }
 

@@ -9,6 +9,7 @@
 #include "logging.h"
 
 #include "sandboxed.h"
+#include "testsupport.h"
 
 #include <QCoreApplication>
 
@@ -37,7 +38,7 @@ void GivenInterfaces(long count)
     for (; present > count; --present)
         commands += "link delete dev " + NameOf(present - 1) + "\n";
     Sandboxed::Ip(commands);
-    Sandboxed::WriteStore("<network><name>lan</name></network>");
+    TestSupport::WriteNetworks("<network><name>lan</name></network>");
 }
 
 double Milliseconds(const timeval &time)

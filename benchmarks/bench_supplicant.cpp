@@ -10,6 +10,7 @@
 #include "sandboxed.h"
 
 #include <QCoreApplication>
+#include <QDir>
 
 #include <cstring>
 #include <thread>

@@ -5,11 +5,7 @@
 
 #include <QByteArray>
 #include <QDebug>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QProcess>
-#include <QStringList>
 
 #include <benchmark/benchmark.h>
 
@@ -52,17 +48,6 @@ inline void Ip(const QByteArray &commands)
     ip.closeWriteChannel();
     if (!ip.waitForFinished(-1) || ip.exitCode() != 0)
         Fail(("ip: " + ip.readAllStandardError()).constData());
-}
-
-inline const QString STORE_FILE = QStringLiteral("/tmp/config/xmlconfig/user/hardware/networkconfig");
-
-inline void WriteStore(const QByteArray &networks)
-{
-    QDir().mkpath(QFileInfo(STORE_FILE).path());
-    QFile file(STORE_FILE);
-    if (!file.open(QIODevice::WriteOnly) ||
-        file.write("<networkconfig>" + networks + "</networkconfig>\n") == -1)
-        Fail("write the store");
 }
 
 } // namespace Sandboxed

@@ -128,6 +128,20 @@ QString LogText()
     return QString::fromLatin1(ReadFile(LOG_FILE));
 }
 
+QStringList LogLines()
+{
+    static const QString end = QStringLiteral(" :  ");
+    static const int stampLength = QStringLiteral("2025-05-03 17:05:01.234").size();
+    QStringList texts;
+    const QStringList lines = LogText().split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    for (const QString &line : lines) {
+        // A text that holds a line feed goes on in a line that has no stamp.
+        const bool isStamped = line.mid(stampLength, end.size()) == end;
+        texts << (isStamped ? line.mid(stampLength + end.size()) : line).chopped(1);
+    }
+    return texts;
+}
+
 void ClearLog()
 {
     Remove(LOG_FILE);
@@ -170,6 +184,11 @@ int EntryCount(const QString &folder, const QStringList &wildcards)
 void WriteStore(const QByteArray &xml)
 {
     WriteFile(STORE_FILE, xml);
+}
+
+void WriteNetworks(const QByteArray &elements)
+{
+    WriteStore("<networkconfig>" + elements + "</networkconfig>\n");
 }
 
 void RemoveStore()

@@ -35,6 +35,8 @@ void AddProgram(const QString &program);
 
 /// The daemon's log file as it stands, empty when there is none.
 QString LogText();
+/// Its lines, without the time stamp and the blank that ends each.
+QStringList LogLines();
 void ClearLog();
 
 /// Makes the folders as needed, replaces the file.
@@ -49,6 +51,8 @@ int EntryCount(const QString &folder, const QStringList &wildcards = {});
 /// The store's section that holds the networks and the daemon's settings.
 inline const QString STORE_FILE = QStringLiteral("/tmp/config/xmlconfig/user/hardware/networkconfig");
 void WriteStore(const QByteArray &xml);
+/// A store of these `network` elements and settings.
+void WriteNetworks(const QByteArray &elements);
 void RemoveStore();
 
 /// Runs the real `ip`, also where a stand-in has its name. @return what it printed.

@@ -409,7 +409,7 @@ void TestCorviDiscovery::bondingFollowsTheStore()
         corvi.bondedDevice->EnableBonding();
     QCOMPARE(corvi.bondedDevice->isBondingActive(), isActive);
     if (isEnabled)
-        WriteStore("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>");
+        WriteNetworks("<bonding_enable>true</bonding_enable>");
     else
         WriteStore("<networkconfig/>");
     LogFromHere(4);

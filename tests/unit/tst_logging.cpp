@@ -4,7 +4,8 @@
 #include "logging.h"
 
 #include "allocationcounter.h"
-#include "filesizelimit.h"
+#include "debugoutput.h"
+#include "resourcelimit.h"
 #include "testsupport.h"
 
 #include <QElapsedTimer>
@@ -25,39 +26,9 @@ const char *const LOG_FILE = "/var/log/corvi-mon.log";
 
 Q_LOGGING_CATEGORY(platformCategory, "zeb")
 
-/// What goes to the debug output while the object lives.
-class DebugOutput
-{
-public:
-    DebugOutput()
-    {
-        messages.clear();
-        previous = qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext &, const QString &text) { messages << text; });
-    }
-    ~DebugOutput() { qInstallMessageHandler(previous); }
-    DebugOutput(const DebugOutput &) = delete;
-    DebugOutput &operator=(const DebugOutput &) = delete;
-
-    static inline QStringList messages;
-
-private:
-    QtMessageHandler previous;
-};
-
 void SetLevel(int level)
 {
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(level);
-}
-
-/// The lines of the log without their time stamps.
-QStringList Messages()
-{
-    QStringList messages;
-    const QStringList lines = TestSupport::LogText().split('\n', Qt::SkipEmptyParts);
-    for (const QString &line : lines)
-        messages << line.mid(QStringLiteral("2025-05-03 17:05:01.234 :  ").size());
-    return messages;
 }
 
 } // namespace
@@ -106,7 +77,7 @@ void TestLogging::initTestCase()
     Logging::GetInstance(Logging::KEEP_LEVEL, false);
 
     QCOMPARE(Logging::CurrentLevel(), 1);
-    QCOMPARE(output.messages, QStringList{"Create Logging::Logging() 1"});
+    QCOMPARE(output.Take(), QStringList{"Create Logging::Logging() 1"});
 }
 
 void TestLogging::init()
@@ -131,14 +102,14 @@ void TestLogging::itemsAreApartByOneBlank()
 {
     Log(Level::TRACE) << "text" << QString("value") << -12 << "";
 
-    QCOMPARE(Messages(), QStringList{"text value -12  "});
+    QCOMPARE(TestSupport::LogLines(), QStringList{"text value -12 "});
 }
 
 void TestLogging::listIsJoined()
 {
     Log(Level::TRACE) << QStringList{"a", "b", "c"} << "end";
 
-    QCOMPARE(Messages(), QStringList{"a, b, c end "});
+    QCOMPARE(TestSupport::LogLines(), QStringList{"a, b, c end"});
 }
 
 void TestLogging::emptyFirstItemLeavesLineEmpty()
@@ -152,7 +123,7 @@ void TestLogging::textBeyondLatin1IsReplaced()
 {
     Log(Level::TRACE) << QStringLiteral("caf\u00e9 \u20ac");
 
-    QCOMPARE(Messages(), QStringList{QStringLiteral("caf\u00e9 ? ")});
+    QCOMPARE(TestSupport::LogLines(), QStringList{QStringLiteral("caf\u00e9 ?")});
     QVERIFY(TestSupport::ReadFile(LOG_FILE).contains("caf\xe9 ?"));
 }
 
@@ -242,7 +213,7 @@ void TestLogging::messageWithoutLevelIsAlwaysWritten()
 
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage("Corvi::Start()", false);
 
-    QCOMPARE(Messages(), QStringList{"Corvi::Start() "});
+    QCOMPARE(TestSupport::LogLines(), QStringList{"Corvi::Start()"});
 }
 
 void TestLogging::messageAboveTheLevelIsDropped()
@@ -253,7 +224,7 @@ void TestLogging::messageAboveTheLevelIsDropped()
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage(Level::SETUP, "note", true);
 
     QCOMPARE(TestSupport::LogText(), QString());
-    QCOMPARE(output.messages, QStringList());
+    QCOMPARE(output.Take(), QStringList());
 }
 
 void TestLogging::messageIsEchoed_data()
@@ -277,14 +248,15 @@ void TestLogging::messageIsEchoed()
 
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage(Level::NOTICE, "Corvi::Corvi", echo);
 
-    QCOMPARE(Messages(), QStringList{"Corvi::Corvi "});
-    QCOMPARE(output.messages.size(), echoed ? 1 : 0);
+    QCOMPARE(TestSupport::LogLines(), QStringList{"Corvi::Corvi"});
+    const QStringList shown = output.Take();
+    QCOMPARE(shown.size(), echoed ? 1 : 0);
     if (echoed)
         QVERIFY2(QRegularExpression("^\"\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} : \" "
                                     "Logging::LogMessage \"Corvi::Corvi\"$")
-                     .match(output.messages.first())
+                     .match(shown.first())
                      .hasMatch(),
-                 qPrintable(output.messages.first()));
+                 qPrintable(shown.first()));
 }
 
 void TestLogging::levelZeroLineIsWrittenAndEchoed()
@@ -294,9 +266,10 @@ void TestLogging::levelZeroLineIsWrittenAndEchoed()
 
     Log(Level::FAULT) << "no segment";
 
-    QCOMPARE(Messages(), QStringList{"no segment "});
-    QCOMPARE(output.messages.size(), 1);
-    QVERIFY(output.messages.first().contains("no segment"));
+    QCOMPARE(TestSupport::LogLines(), QStringList{"no segment"});
+    const QStringList shown = output.Take();
+    QCOMPARE(shown.size(), 1);
+    QVERIFY(shown.first().contains("no segment"));
 }
 
 void TestLogging::lineOfOrdinaryLevelIsNotEchoed()
@@ -306,7 +279,7 @@ void TestLogging::lineOfOrdinaryLevelIsNotEchoed()
 
     Log(1) << "line";
 
-    QCOMPARE(output.messages, QStringList());
+    QCOMPARE(output.Take(), QStringList());
 }
 
 void TestLogging::unwritableFileLosesOnlyItsLines()
@@ -317,13 +290,13 @@ void TestLogging::unwritableFileLosesOnlyItsLines()
 
     Log(Level::TRACE) << "kept";
 
-    QCOMPARE(Messages(), QStringList{"kept "});
+    QCOMPARE(TestSupport::LogLines(), QStringList{"kept"});
 }
 
 void TestLogging::lineAfterOneThatWasCutBeginsItsOwn()
 {
     {
-        const FileSizeLimit fullDisk(40);
+        const ResourceLimit fullDisk(RLIMIT_FSIZE, 40);
         Log(Level::TRACE) << "a line that the disk has not got enough room for";
         Log(Level::TRACE) << "lost";
     }
@@ -375,10 +348,10 @@ void TestLogging::linesOfSeveralThreadsStayWhole()
     for (std::thread &thread : threads)
         thread.join();
 
-    const QStringList messages = Messages();
+    const QStringList messages = TestSupport::LogLines();
     QCOMPARE(messages.size(), 4 * LINES);
     for (const QString &message : messages)
-        QCOMPARE(message, longText + " end ");
+        QCOMPARE(message, longText + " end");
 }
 
 void TestLogging::lineThatIsNotWrittenAllocatesNothing()
@@ -406,8 +379,8 @@ void TestLogging::platformWarningsAreLogged()
     qWarning() << "something else";
     qCDebug(platformCategory) << "detail";
 
-    QCOMPARE(Messages(), QStringList{"bad store "});
-    QCOMPARE(output.messages, (QStringList{"bad store", "something else", "detail"}));
+    QCOMPARE(TestSupport::LogLines(), QStringList{"bad store"});
+    QCOMPARE(output.Take(), (QStringList{"bad store", "something else", "detail"}));
 }
 
 QTEST_GUILESS_MAIN(TestLogging)

@@ -4,6 +4,7 @@
 #include "namednetwork.h"
 
 #include "allocationcounter.h"
+#include "debugoutput.h"
 #include "logging.h"
 #include "testsupport.h"
 
@@ -15,6 +16,8 @@
 #include <QTextCodec>
 #include <QtTest>
 
+#include <optional>
+
 namespace {
 
 const QString FILE_PATH = QStringLiteral("/tmp/wpa_supplicant.conf");
@@ -22,12 +25,13 @@ const QString DRIVER_FLAG = QStringLiteral("/tmp/config/files/use_nl_driver");
 const QString SCEP_FOLDER = QStringLiteral("/tmp/config/files/scep/");
 const QString SCEP_CA = QStringLiteral("/etc/ssl/certs/scepCA-%1.crt");
 
-/// Debug output of the test so far.
-QString debugText;
+/// The debug output of the test.
+std::optional<DebugOutput> debugOutput;
 
-void CollectDebugOutput(QtMsgType /*type*/, const QMessageLogContext & /*context*/, const QString &text)
+/// All that came to light since the last call: the log, the debug output.
+QString Shown()
 {
-    debugText += text + '\n';
+    return TestSupport::LogText() + debugOutput->Take().join('\n');
 }
 
 QByteArray Element(const QString &key, const QString &value)
@@ -190,8 +194,7 @@ void TestNamedNetwork::init()
     TestSupport::AddProgram("sleep");
     TestSupport::ClearJournal();
     TestSupport::ClearLog();
-    debugText.clear();
-    qInstallMessageHandler(CollectDebugOutput);
+    debugOutput.emplace();
 }
 
 void TestNamedNetwork::cleanup()
@@ -199,7 +202,7 @@ void TestNamedNetwork::cleanup()
     // The shell starts the SCEP daemon in the background: it must not come into the next test's journal.
     const int restarts = TestSupport::Journal().count("killall scepd");
     QTRY_COMPARE(TestSupport::Journal().count("scepd -d"), restarts);
-    qInstallMessageHandler(nullptr);
+    debugOutput.reset();
 }
 
 void TestNamedNetwork::nameDecidesTheKind_data()
@@ -1182,7 +1185,7 @@ void TestNamedNetwork::noSecretIsLogged()
         const NamedNetwork network(name, false, nullptr);
     }
 
-    const QString shown = TestSupport::LogText() + debugText;
+    const QString shown = Shown();
     QVERIFY(shown.contains("NetworkDevice::Load props"));
     QVERIFY(shown.contains("private_key_passwd holds a number sign"));
     QVERIFY(shown.contains("WpaSupplicantCfg::SetSSID"));
@@ -1195,8 +1198,9 @@ void TestNamedNetwork::noSecretIsLogged()
     const QString hash = Values(NamedNetwork("lan", false, nullptr), "password").value(0).mid(5);
     QCOMPARE(key.size(), 64);
     QCOMPARE(hash.size(), 32);
-    QVERIFY(!(TestSupport::LogText() + debugText).contains(key));
-    QVERIFY(!(TestSupport::LogText() + debugText).contains(hash));
+    const QString shownSince = Shown();
+    QVERIFY(!shownSince.contains(key));
+    QVERIFY(!shownSince.contains(hash));
 }
 
 QTEST_GUILESS_MAIN(TestNamedNetwork)

@@ -32,7 +32,7 @@ QByteArray Network(const QByteArray &name, const QByteArray &properties = QByteA
 
 void GivenStore(const QByteArray &networks)
 {
-    TestSupport::WriteStore("<networkconfig>" + networks + "</networkconfig>");
+    TestSupport::WriteNetworks(networks);
 }
 
 /// eth0, up, with its cable in.

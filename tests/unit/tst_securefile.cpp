@@ -3,7 +3,7 @@
 
 #include "securefile.h"
 
-#include "filesizelimit.h"
+#include "resourcelimit.h"
 #include "testsupport.h"
 
 #include <QFile>
@@ -164,7 +164,7 @@ void TestSecureFile::replaceKeepsTheOldFileWhereTheDiskIsFull()
     TestSupport::WriteFile(PATH, "old");
     bool written = true;
     {
-        const FileSizeLimit fullDisk(2);
+        const ResourceLimit fullDisk(RLIMIT_FSIZE, 2);
         written = SecureFile::Replace(PATH, "new", 0600);
     }
 

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "logging.h"
+#include "resourcelimit.h"
 #include "terminationsignals.h"
 #include "testsupport.h"
 
@@ -11,8 +12,8 @@
 #include <QtTest>
 
 #include <csignal>
+#include <optional>
 
-#include <sys/resource.h>
 #include <unistd.h>
 
 /// SIGTERM and SIGINT as a signal of the event loop.
@@ -119,12 +120,8 @@ void TestTerminationSignals::withoutAPipeSignalsStillEndTheProgram()
     const int lowestFree = ::dup(STDOUT_FILENO);
     QVERIFY(lowestFree != -1);
     ::close(lowestFree);
-    rlimit limit = {};
-    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const auto restore = qScopeGuard([limit] { ::setrlimit(RLIMIT_NOFILE, &limit); });
     // One descriptor is left, for the log.
-    const rlimit tight = {static_cast<rlim_t>(lowestFree) + 1, limit.rlim_max};
-    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+    std::optional<ResourceLimit> limit(std::in_place, RLIMIT_NOFILE, static_cast<rlim_t>(lowestFree) + 1);
 
     const TerminationSignals source(nullptr);
 
@@ -133,7 +130,7 @@ void TestTerminationSignals::withoutAPipeSignalsStillEndTheProgram()
         ::sigaction(number, nullptr, &action);
         QVERIFY(action.sa_handler == SIG_DFL);
     }
-    ::setrlimit(RLIMIT_NOFILE, &limit);
+    limit.reset();
     QVERIFY(TestSupport::LogText().contains(
         "TerminationSignals -- no pipe, a signal ends the daemon without its shutdown: "));
 }

@@ -3,6 +3,7 @@
 
 #include "utils.h"
 
+#include "debugoutput.h"
 #include "testsupport.h"
 
 #include <QElapsedTimer>
@@ -215,17 +216,11 @@ void TestUtils::limitEndsTheChildrenToo()
 
 void TestUtils::limitIsNotComplainedAbout()
 {
-    static QStringList complaints;
-    const QtMessageHandler previous =
-        qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
-            if (type == QtWarningMsg)
-                complaints << text;
-        });
+    const DebugOutput warnings("default");
 
     Utils::ExecuteMerged("sleep", {"60"}, 100);
 
-    qInstallMessageHandler(previous);
-    QCOMPARE(complaints, QStringList());
+    QCOMPARE(warnings.Take(), QStringList());
 }
 
 void TestUtils::mergedOfMissingProgramGivesOneEmptyLine()

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "filesizelimit.h"
+#include "debugoutput.h"
+#include "resourcelimit.h"
 #include "testsupport.h"
 #include "wpasupplicantcfg.h"
 
@@ -18,13 +19,6 @@ namespace {
 const QString FILE_PATH = QStringLiteral("/tmp/wpa_supplicant.conf");
 const QString FLAGS = QStringLiteral("/tmp/config/files/");
 const QByteArray REAL_PASSPHRASE_TOOL = "wpa_passphrase \"$@\"";
-
-QString debugText;
-
-void CollectDebugOutput(QtMsgType /*type*/, const QMessageLogContext & /*context*/, const QString &text)
-{
-    debugText += text + '\n';
-}
 
 void ResetSwitches()
 {
@@ -69,7 +63,7 @@ mode_t ModeOf(const QString &path)
 
 bool WriteCfgOnAFullDisk()
 {
-    const FileSizeLimit fullDisk(10);
+    const ResourceLimit fullDisk(RLIMIT_FSIZE, 10);
     return WpaSupplicantCfg::WriteCfg({"new"});
 }
 
@@ -323,13 +317,11 @@ void TestWpaSupplicantCfg::hiddenNetworksAreScannedForUnlessSwitchedOff()
     WpaSupplicantCfg cfg(nullptr);
     cfg.SetSSID("Office", scanSsid);
 
-    debugText.clear();
-    const auto previous = qInstallMessageHandler(CollectDebugOutput);
+    const DebugOutput output;
     cfg.StartWirelessCfg();
-    qInstallMessageHandler(previous);
 
     QTEST(Options(cfg).contains("scan_ssid=1"), "isScannedFor");
-    QTEST(debugText == "Setting scan_ssid option\n", "isScannedFor");
+    QTEST(output.Take() == QStringList{"Setting scan_ssid option"}, "isScannedFor");
 }
 
 void TestWpaSupplicantCfg::bandBecomesAFrequencyList_data()

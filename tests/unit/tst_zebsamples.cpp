@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "debugoutput.h"
 #include "testsupport.h"
 #include "zebnetconfig.h"
-#include "zebwarnings.h"
 #include "zebxmlconfig.h"
 
 #include <QDir>
@@ -54,7 +54,7 @@ void TestZebSamples::loadsWithoutWarning_data()
 void TestZebSamples::loadsWithoutWarning()
 {
     QFETCH(QString, file);
-    const ZebWarnings warnings;
+    const DebugOutput warnings("zeb");
     TestSupport::WriteStore(TestSupport::ReadFile(SAMPLES + file));
 
     const QStringList names = ZebNetConfig::GetNetworkNames();

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "debugoutput.h"
+#include "resourcelimit.h"
 #include "testsupport.h"
 #include "zebnetconfig.h"
-#include "zebwarnings.h"
 #include "zebxmlconfig.h"
 
 #include <QFile>
@@ -13,7 +14,6 @@
 #include <optional>
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,27 +52,6 @@ void ChangeBehindItsBack(const QByteArray &bytes)
     ::futimens(file.handle(), times);
 }
 
-/// While it exists this program opens no file.
-class NoDescriptorLeft
-{
-public:
-    NoDescriptorLeft()
-    {
-        if (::getrlimit(RLIMIT_NOFILE, &previous) != 0)
-            qFatal("cannot read the limit of open files");
-        rlimit limit = previous;
-        limit.rlim_cur = 0;
-        if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
-            qFatal("cannot limit the open files");
-    }
-    ~NoDescriptorLeft() { ::setrlimit(RLIMIT_NOFILE, &previous); }
-    NoDescriptorLeft(const NoDescriptorLeft &) = delete;
-    NoDescriptorLeft &operator=(const NoDescriptorLeft &) = delete;
-
-private:
-    rlimit previous = {};
-};
-
 } // namespace
 
 /// How the store follows its file: every change is seen, every fault is told once, and what worked stays in
@@ -103,7 +82,7 @@ private Q_SLOTS:
 
 private:
     // The test framework has a handler of its own, put in place when the tests begin.
-    std::optional<ZebWarnings> warnings;
+    std::optional<DebugOutput> warnings;
 };
 
 void TestZebStore::init()
@@ -243,7 +222,7 @@ void TestZebStore::fileIsReadOnceThatIsPossibleAgain()
         TestSupport::WriteStore(change);
         LetTheFileSettle();
         {
-            const NoDescriptorLeft limit;
+            const ResourceLimit noDescriptorLeft(RLIMIT_NOFILE, 0);
             for (int call = 0; call < 3; ++call)
                 QCOMPARE(Names(), before);
         }
