@@ -242,6 +242,15 @@ class InitHostname(ScriptTest):
         self.assertNotRegex(output, r"line \d+|expected|unknown")
         self.assertIn("none0", output)
 
+    def test_dhcp_client_is_told_not_to_hold_the_daemon_for_long(self):
+        DHCLIENT_CONF.unlink(missing_ok=True)
+
+        script("init_hostname")
+
+        self.assertEqual(read(DHCLIENT_CONF), read(SCRIPTS / "dhclient.conf"))
+        self.assertIn("\ntimeout 10;\nretry 20;\n", read(DHCLIENT_CONF))
+        self.assertEqual(DHCLIENT_CONF.stat().st_mode & 0o777, 0o644)
+
     def test_dhcp_client_configuration_that_is_there_stays(self):
         DHCLIENT_CONF.write_text("timeout 7;\n")
 
