@@ -4,8 +4,8 @@
 // The control socket and the supervisor's tick, each beside the bare system calls with the same peer: a
 // command and its reply, an event from the socket to the signal, a tick that finds nothing to do.
 
-#include "barewpasuppthread.h"
 #include "wpasupplicantcontrol.h"
+#include "wpasuppthreadpeer.h"
 
 #include "sandboxed.h"
 
@@ -189,18 +189,18 @@ void FloorLookAtPeer(benchmark::State &state)
 void IdleTickSupervising(benchmark::State &state)
 {
     Peer peer;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise(INTERFACE);
     if (!supervisor.IsControlOpen())
         Sandboxed::Fail("open the control interface");
-    supervisor.associated = true;
+    supervisor.TakeForAssociated();
     for (auto _ : state)
         supervisor.MyTimerTimeout();
 }
 
 void IdleTickWithoutSupplicant(benchmark::State &state)
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     for (auto _ : state)
         supervisor.MyTimerTimeout();
 }

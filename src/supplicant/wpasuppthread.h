@@ -64,11 +64,16 @@ private slots:
     void OnTickPosted();
     void OnWorkerEnded();
 
-protected:
+private:
+    /// The tests' one way in (tests/support).
+    friend class WpaSuppThreadPeer;
+
     /// Does not start the thread yet: run() must find the object complete.
     WpaSuppThread();
     void run() override;
     void Reinit();
+    void QueueTick();
+    void PostTick();
 
     static bool IsWiredDriver(const QString &driverName) { return driverName == QLatin1String("wired"); }
     static const char *TrueFalse(bool value) { return value ? "true" : "false"; }
@@ -143,10 +148,6 @@ protected:
     /// A supplicant was launched and has no control connection yet. Unlike the requests above it survives
     /// the stop that the launch itself asked for.
     bool startPending = false;
-
-private:
-    void QueueTick();
-    void PostTick();
 
     static WpaSuppThread *_me;
     std::atomic<int> waitingTicks{0}; ///< for the main thread, the one that it carries out included

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "barewpasuppthread.h"
 #include "logging.h"
 #include "wpasupplicantcontrol.h"
+#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -25,7 +25,7 @@ constexpr int MOST_DATAGRAMS = 8;
 sockaddr_un client{};
 int peer = -1;
 /// Never deleted: the goodbye would wait for a peer that does not listen.
-BareWpaSuppThread *supervisor = nullptr;
+WpaSuppThreadPeer *supervisor = nullptr;
 
 void Require(bool isTrue)
 {
@@ -66,7 +66,7 @@ void DropCommand()
 
 void ReadEvent()
 {
-    Require(QMetaObject::invokeMethod(supervisor->control, "ReadMessage"));
+    Require(QMetaObject::invokeMethod(supervisor->Control(), "ReadMessage"));
 }
 
 } // namespace
@@ -76,7 +76,7 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     static QCoreApplication application(*argc, *argv);
     Logging::GetInstance(1, false);
     BindPeer();
-    supervisor = new BareWpaSuppThread;
+    supervisor = new WpaSuppThreadPeer;
     std::thread answering(AnswerAttach);
     supervisor->Supervise();
     answering.join();
@@ -94,19 +94,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     Send(datagrams.first());
     ReadEvent();
-    Require(!supervisor->associated || datagrams.first().startsWith("<3>CTRL-EVENT-CONNECTED"));
-    Require(!supervisor->stopRunning || datagrams.first().startsWith("<3>CTRL-EVENT-TERMINATING"));
+    Require(!supervisor->IsAssociated() || datagrams.first().startsWith("<3>CTRL-EVENT-CONNECTED"));
+    Require(!supervisor->IsStopRequested() || datagrams.first().startsWith("<3>CTRL-EVENT-TERMINATING"));
 
     for (const QByteArray &datagram : datagrams.mid(1, MOST_DATAGRAMS - 1))
         Send(datagram);
     // The reply is sent before the request, so that nobody need answer it.
     Send("end");
-    supervisor->statusText.clear();
+    supervisor->NoteStatus(QString());
     supervisor->CheckStatus();
     DropCommand();
-    Require(supervisor->statusText.isEmpty() ||
-            supervisor->associated == (supervisor->statusText == QLatin1String("COMPLETED")));
-    Require(!supervisor->statusText.contains(QLatin1Char('\n')));
+    Require(supervisor->StatusText().isEmpty() ||
+            supervisor->IsAssociated() == (supervisor->StatusText() == QLatin1String("COMPLETED")));
+    Require(!supervisor->StatusText().contains(QLatin1Char('\n')));
 
     // What came after the reply counts as events.
     for (int i = 0; i < MOST_DATAGRAMS; ++i)

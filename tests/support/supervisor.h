@@ -3,41 +3,30 @@
 
 #pragma once
 
-#include "wpasuppthread.h"
+#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 
-/// The supervisor's state, set at once: its own way there takes 7 s for every start.
-class Supervisor : public WpaSuppThread
+/// The supervisor that the service object uses.
+class Supervisor
 {
 public:
-    struct State
-    {
-        bool running = false;
-        bool restarting = false;
-        bool associated = false;
-    };
+    using State = WpaSuppThreadPeer::State;
 
-    static void Set(const State &state)
-    {
-        WpaSuppThread *const self = GetInstance();
-        (self->*&Supervisor::Reinit)();
-        self->*&Supervisor::startPending = false;
-        self->*&Supervisor::running = state.running;
-        self->*&Supervisor::restarting = state.restarting;
-        self->*&Supervisor::associated = state.associated;
-    }
-    static void SetStopPending(bool pending) { GetInstance()->*&Supervisor::stopPending = pending; }
-    static bool IsStopRequested() { return GetInstance()->*&Supervisor::stopRunning; }
-    /// Opens the control connection, as the tick after a launch does.
-    static void Connect() { (GetInstance()->*&Supervisor::CreateWpaCtl)(); }
+    static void Set(const State &state) { WpaSuppThreadPeer::SetState(Instance(), state); }
+    static void SetStopPending(bool pending) { WpaSuppThreadPeer::SetStopPending(Instance(), pending); }
+    static bool IsStopRequested() { return WpaSuppThreadPeer::IsStopRequested(Instance()); }
+    static void Connect() { WpaSuppThreadPeer::Connect(Instance()); }
     /// Ends the worker thread, so that the supervisor ticks only when a test tells it to.
     static void StopTicking()
     {
-        GetInstance()->exit(0);
-        GetInstance()->wait();
-        QCoreApplication::sendPostedEvents(GetInstance());
+        Instance().exit(0);
+        Instance().wait();
+        QCoreApplication::sendPostedEvents(&Instance());
     }
+
+private:
+    static WpaSuppThread &Instance() { return *WpaSuppThread::GetInstance(); }
 };
 
 /// What may have become of the supplicant.

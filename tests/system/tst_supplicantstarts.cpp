@@ -3,8 +3,8 @@
 
 // Starts and stops of the real supplicant, without the 7.1 s that a restart waits for the one before.
 
-#include "barewpasuppthread.h"
 #include "testsupport.h"
+#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -48,9 +48,8 @@ void TestSupplicantStarts::initTestCase()
 
 void TestSupplicantStarts::leaveNothing()
 {
-    BareWpaSuppThread supervisor;
-    supervisor.interface = QStringLiteral("eth0");
-    supervisor.driver = QStringLiteral("wired");
+    WpaSuppThreadPeer supervisor;
+    supervisor.AimAt(QStringLiteral("eth0"), QStringLiteral("wired"));
     const int descriptors = TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
     const int threads = TestSupport::EntryCount(QStringLiteral("/proc/self/task"));
     qint64 longestStop = 0;

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "barewpasuppthread.h"
 #include "fakesupplicant.h"
 #include "logging.h"
 #include "testsupport.h"
 #include "wpasupplicantcontrol.h"
+#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -119,78 +119,56 @@ void TestWpaSuppThread::cleanup()
 
 void TestWpaSuppThread::startsWithTheseValues()
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
 
-    QCOMPARE(supervisor.requestedInterface, QString());
-    QCOMPARE(supervisor.requestedDriver, QString());
-    QCOMPARE(supervisor.requestedMethod, QString());
-    QCOMPARE(supervisor.interface, QStringLiteral("wlan0"));
-    QCOMPARE(supervisor.driver, QStringLiteral("nl80211,wext"));
-    QCOMPARE(supervisor.statusText, QStringLiteral("Thread Created"));
-    QCOMPARE(supervisor.configurationPath, CONFIGURATION);
-    QCOMPARE(supervisor.method, QString());
-    QCOMPARE(supervisor.ssid, QString());
-    QCOMPARE(supervisor.debugLevel, 0);
-    QCOMPARE(supervisor.openFailures, 0);
-    QCOMPARE(supervisor.unassociatedTicks, 0);
-    for (const bool flag :
-         {supervisor.associated, supervisor.wired, supervisor.running, supervisor.stopRunning,
-          supervisor.stopPending, supervisor.reconfigureRequested, supervisor.stoppingSupplicant,
-          supervisor.startingSupplicant, supervisor.checkStatusRequested, supervisor.quitRequested,
-          supervisor.terminateAcknowledged, supervisor.badPassword, supervisor.restarting,
-          supervisor.startPending})
-        QVERIFY(!flag);
-    QVERIFY(!supervisor.control);
+    QCOMPARE(supervisor.Requested(), (QStringList{QString(), QString(), QString()}));
+    QCOMPARE(supervisor.Interface(), QStringLiteral("wlan0"));
+    QCOMPARE(supervisor.Driver(), QStringLiteral("nl80211,wext"));
+    QCOMPARE(supervisor.StatusText(), QStringLiteral("Thread Created"));
+    QCOMPARE(supervisor.ConfigurationPath(), CONFIGURATION);
+    QCOMPARE(supervisor.Method(), QString());
+    QCOMPARE(supervisor.Ssid(), QString());
+    QCOMPARE(supervisor.DebugLevel(), 0);
+    QCOMPARE(supervisor.OpenFailures(), 0);
+    QCOMPARE(supervisor.UnassociatedTicks(), 0);
+    QCOMPARE(supervisor.Flags(), QStringList());
+    QVERIFY(!supervisor.Control());
 }
 
 void TestWpaSuppThread::reinitializesTheStateOnly()
 {
-    BareWpaSuppThread supervisor;
-    for (bool *flag :
-         {&supervisor.associated, &supervisor.wired, &supervisor.running, &supervisor.stopRunning,
-          &supervisor.stopPending, &supervisor.reconfigureRequested, &supervisor.stoppingSupplicant,
-          &supervisor.startingSupplicant, &supervisor.checkStatusRequested, &supervisor.quitRequested,
-          &supervisor.terminateAcknowledged, &supervisor.badPassword, &supervisor.restarting})
-        *flag = true;
-    supervisor.openFailures = 3;
-    supervisor.unassociatedTicks = 4;
-    supervisor.debugLevel = 2;
-    supervisor.ssid = QStringLiteral("MyNet");
-    supervisor.statusText = QStringLiteral("Associated");
-    supervisor.interface = QStringLiteral("eth0");
-    supervisor.driver = QStringLiteral("wired");
-    supervisor.method = QStringLiteral("peap");
-    supervisor.requestedInterface = QStringLiteral("eth1");
+    WpaSuppThreadPeer supervisor;
+    supervisor.RaiseEveryFlag();
+    supervisor.NoteCounts(3, 4);
+    supervisor.UseDebugLevel(2);
+    supervisor.NoteSsid(QStringLiteral("MyNet"));
+    supervisor.NoteStatus(QStringLiteral("Associated"));
+    supervisor.AimAt(QStringLiteral("eth0"), QStringLiteral("wired"));
+    supervisor.UseMethod(QStringLiteral("peap"));
+    QCOMPARE(supervisor.Flags().size(), 13);
 
     supervisor.Reinit();
 
-    for (const bool flag :
-         {supervisor.associated, supervisor.wired, supervisor.running, supervisor.stopRunning,
-          supervisor.stopPending, supervisor.reconfigureRequested, supervisor.stoppingSupplicant,
-          supervisor.startingSupplicant, supervisor.checkStatusRequested, supervisor.quitRequested,
-          supervisor.terminateAcknowledged, supervisor.badPassword, supervisor.restarting})
-        QVERIFY(!flag);
-    QCOMPARE(supervisor.openFailures, 0);
-    QCOMPARE(supervisor.unassociatedTicks, 0);
-    QCOMPARE(supervisor.ssid, QString());
-    QCOMPARE(supervisor.debugLevel, 2);
-    QCOMPARE(supervisor.statusText, QStringLiteral("Associated"));
-    QCOMPARE(supervisor.interface, QStringLiteral("eth0"));
-    QCOMPARE(supervisor.driver, QStringLiteral("wired"));
-    QCOMPARE(supervisor.method, QStringLiteral("peap"));
-    QCOMPARE(supervisor.requestedInterface, QStringLiteral("eth1"));
+    QCOMPARE(supervisor.Flags(), QStringList());
+    QCOMPARE(supervisor.OpenFailures(), 0);
+    QCOMPARE(supervisor.UnassociatedTicks(), 0);
+    QCOMPARE(supervisor.Ssid(), QString());
+    QCOMPARE(supervisor.DebugLevel(), 2);
+    QCOMPARE(supervisor.StatusText(), QStringLiteral("Associated"));
+    QCOMPARE(supervisor.Interface(), QStringLiteral("eth0"));
+    QCOMPARE(supervisor.Driver(), QStringLiteral("wired"));
+    QCOMPARE(supervisor.Method(), QStringLiteral("peap"));
 }
 
 void TestWpaSuppThread::describesItself()
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     QCOMPARE(supervisor.toString(),
              QStringLiteral("Running = no\nStatus = Thread Created\nAssociated = no\nSSID = "));
 
-    supervisor.running = true;
-    supervisor.associated = true;
-    supervisor.statusText = QStringLiteral("%4");
-    supervisor.ssid = QStringLiteral("My Net");
+    supervisor.Become({true, false, true});
+    supervisor.NoteStatus(QStringLiteral("%4"));
+    supervisor.NoteSsid(QStringLiteral("My Net"));
 
     QCOMPARE(supervisor.toString(),
              QStringLiteral("Running = yes\nStatus = %4\nAssociated = yes\nSSID = My Net"));
@@ -199,15 +177,15 @@ void TestWpaSuppThread::describesItself()
 void TestWpaSuppThread::asksForAStopOnly()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
     supplicant.ClearCommands();
 
     supervisor.Stop(5);
 
-    QVERIFY(supervisor.stopRunning);
-    QVERIFY(supervisor.running);
-    QVERIFY(!supervisor.stoppingSupplicant);
+    QVERIFY(supervisor.IsStopRequested());
+    QVERIFY(supervisor.IsRunning());
+    QVERIFY(!supervisor.IsEnding());
     QCOMPARE(supplicant.Commands(), QStringList());
 }
 
@@ -225,9 +203,8 @@ void TestWpaSuppThread::logsTheStop()
 {
     QFETCH(bool, running);
     QFETCH(bool, restarting);
-    BareWpaSuppThread supervisor;
-    supervisor.running = running;
-    supervisor.restarting = restarting;
+    WpaSuppThreadPeer supervisor;
+    supervisor.Become({running, restarting, false});
 
     supervisor.Stop(5);
 
@@ -237,7 +214,7 @@ void TestWpaSuppThread::logsTheStop()
 void TestWpaSuppThread::asksForAReconfiguration()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
     supplicant.ClearCommands();
 
@@ -250,11 +227,11 @@ void TestWpaSuppThread::asksForAReconfiguration()
 
 void TestWpaSuppThread::asksForTheEnd()
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
 
     supervisor.Quit();
 
-    QVERIFY(supervisor.quitRequested);
+    QVERIFY(supervisor.IsQuitRequested());
     QCOMPARE(LogLines(), QStringList{"WpaSuppThread::Quit "});
 }
 
@@ -271,15 +248,15 @@ void TestWpaSuppThread::tellsTheSupplicantToTerminate()
     QFETCH(QByteArray, reply);
     FakeSupplicant supplicant;
     supplicant.SetReply("TERMINATE", reply);
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
     TestSupport::ClearLog();
 
     supervisor.StopSupplicant();
 
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
-    QVERIFY(supervisor.terminateAcknowledged);
-    QVERIFY(supervisor.stoppingSupplicant);
+    QVERIFY(supervisor.IsAcknowledged());
+    QVERIFY(supervisor.IsEnding());
     QCOMPARE(LogLines().first(), QStringLiteral("WpaSupplicant::StopSupplicant STOP wpa "));
     QVERIFY(TestSupport::LogText().contains("WpaSupplicant::StopSupplicant " + QString::fromLatin1(reply)));
     QCOMPARE(TestSupport::Journal(), QStringList());
@@ -289,15 +266,15 @@ void TestWpaSuppThread::fallsBackToTheCommandLineTool()
 {
     FakeSupplicant supplicant;
     supplicant.SetReply("TERMINATE", "FAIL\n");
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
 
     supervisor.StopSupplicant();
 
     QVERIFY(TestSupport::WaitForJournal(1));
     QCOMPARE(TestSupport::Journal(), QStringList{"wpa_cli TERMINATE"});
-    QVERIFY(!supervisor.terminateAcknowledged);
-    QVERIFY(supervisor.stoppingSupplicant);
+    QVERIFY(!supervisor.IsAcknowledged());
+    QVERIFY(supervisor.IsEnding());
 }
 
 void TestWpaSuppThread::doesNotSignalWithoutConnection_data()
@@ -310,7 +287,7 @@ void TestWpaSuppThread::doesNotSignalWithoutConnection_data()
 void TestWpaSuppThread::doesNotSignalWithoutConnection()
 {
     QFETCH(bool, hasControl);
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     if (hasControl)
         supervisor.CreateWpaCtl();
     FakeSupplicant supplicant;
@@ -319,38 +296,38 @@ void TestWpaSuppThread::doesNotSignalWithoutConnection()
 
     QCOMPARE(supplicant.Commands(), QStringList());
     QCOMPARE(TestSupport::Journal(), QStringList());
-    QVERIFY(supervisor.terminateAcknowledged);
-    QVERIFY(supervisor.stoppingSupplicant);
+    QVERIFY(supervisor.IsAcknowledged());
+    QVERIFY(supervisor.IsEnding());
 }
 
 void TestWpaSuppThread::terminatesOnlyOnce()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
     supervisor.StopSupplicant();
-    supervisor.terminateAcknowledged = false;
+    supervisor.NoteAcknowledged(false);
 
     supervisor.StopSupplicant();
 
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
-    QVERIFY(supervisor.terminateAcknowledged);
+    QVERIFY(supervisor.IsAcknowledged());
 }
 
 void TestWpaSuppThread::createsTheControlConnection()
 {
     FakeSupplicant supplicant(QStringLiteral("eth0"));
-    BareWpaSuppThread supervisor;
-    supervisor.interface = QStringLiteral("eth0");
-    supervisor.badPassword = true;
+    WpaSuppThreadPeer supervisor;
+    supervisor.AimAt(QStringLiteral("eth0"));
+    supervisor.SuspectPassword();
     QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
 
     supervisor.CreateWpaCtl();
 
     QVERIFY(supervisor.IsControlOpen());
-    QVERIFY(!supervisor.control->parent());
-    QCOMPARE(supervisor.control->thread(), QCoreApplication::instance()->thread());
-    QVERIFY(!supervisor.badPassword);
+    QVERIFY(!supervisor.Control()->parent());
+    QCOMPARE(supervisor.Control()->thread(), QCoreApplication::instance()->thread());
+    QVERIFY(!supervisor.SuspectsPassword());
     QCOMPARE(LogLines().last(), QStringLiteral("WpaSuppThread::CreateWpaCtl() Open wpactl eth0 1 "));
     QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED - "));
     QTRY_COMPARE(changes.size(), 1);
@@ -358,11 +335,11 @@ void TestWpaSuppThread::createsTheControlConnection()
 
 void TestWpaSuppThread::createsAConnectionThatFails()
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
 
     supervisor.CreateWpaCtl();
 
-    QVERIFY(supervisor.control);
+    QVERIFY(supervisor.Control());
     QVERIFY(!supervisor.IsControlOpen());
     QCOMPARE(LogLines().last(), QStringLiteral("WpaSuppThread::CreateWpaCtl() Open wpactl wlan0 0 "));
 }
@@ -370,8 +347,8 @@ void TestWpaSuppThread::createsAConnectionThatFails()
 void TestWpaSuppThread::takesTheFolderOutOfTheInterfaceName()
 {
     FakeSupplicant supplicant(QStringLiteral("eth0"));
-    BareWpaSuppThread supervisor;
-    supervisor.interface = QStringLiteral("/var/run/wpa_supplicant/eth/var/run/wpa_supplicant/0");
+    WpaSuppThreadPeer supervisor;
+    supervisor.AimAt(QStringLiteral("/var/run/wpa_supplicant/eth/var/run/wpa_supplicant/0"));
 
     supervisor.CreateWpaCtl();
 
@@ -398,8 +375,8 @@ void TestWpaSuppThread::namesTheSocketInTheLocalEncoding()
     const auto restore =
         qScopeGuard([before = QTextCodec::codecForLocale()] { QTextCodec::setCodecForLocale(before); });
     QTextCodec::setCodecForLocale(QTextCodec::codecForName(codec));
-    BareWpaSuppThread supervisor;
-    supervisor.interface = QStringLiteral("l\u00e4n0");
+    WpaSuppThreadPeer supervisor;
+    supervisor.AimAt(QStringLiteral("l\u00e4n0"));
 
     supervisor.CreateWpaCtl();
 
@@ -409,15 +386,15 @@ void TestWpaSuppThread::namesTheSocketInTheLocalEncoding()
 void TestWpaSuppThread::deletesTheConnectionLater()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.CreateWpaCtl();
-    QSignalSpy destroyed(supervisor.control, &QObject::destroyed);
+    QSignalSpy destroyed(supervisor.Control(), &QObject::destroyed);
     QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
     QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED - "));
 
     supervisor.DeleteWpaCtl();
 
-    QVERIFY(!supervisor.control);
+    QVERIFY(!supervisor.Control());
     QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
     // Its connections are cut at once: the event that waits reaches nobody.
     QCoreApplication::processEvents();
@@ -428,24 +405,24 @@ void TestWpaSuppThread::deletesTheConnectionLater()
 
 void TestWpaSuppThread::deletesNoConnection()
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
 
     supervisor.DeleteWpaCtl();
 
-    QVERIFY(!supervisor.control);
+    QVERIFY(!supervisor.Control());
 }
 
 void TestWpaSuppThread::recreatesTheConnection()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.CreateWpaCtl();
-    const WpaSupplicantControl *before = supervisor.control;
+    const WpaSupplicantControl *before = supervisor.Control();
     TestSupport::ClearLog();
 
     supervisor.RestartWpaCtl();
 
-    QVERIFY(supervisor.control != before);
+    QVERIFY(supervisor.Control() != before);
     QVERIFY(supervisor.IsControlOpen());
     QCOMPARE(LogLines().first(), QStringLiteral("WpaSuppThread::RestartWpaCtl "));
     QCOMPARE(LogLines().last(), QStringLiteral("WpaSuppThread::RestartWpaCtl  Complete "));
@@ -455,7 +432,7 @@ void TestWpaSuppThread::deletesTheConnectionInItsDestructor()
 {
     FakeSupplicant supplicant;
     {
-        BareWpaSuppThread supervisor;
+        WpaSuppThreadPeer supervisor;
         supervisor.CreateWpaCtl();
     }
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "DETACH"}));
@@ -490,21 +467,21 @@ void TestWpaSuppThread::launches()
         const QString recorder = QFile::symLinkTarget(QStringLiteral("/tmp/standins/bin/wpa_supplicant"));
         QVERIFY(QFile::link(recorder, QStringLiteral("/usr/network/wpa_supplicant.eapfast")));
     }
-    BareWpaSuppThread supervisor;
-    supervisor.debugLevel = debugLevel;
-    supervisor.method = method;
-    supervisor.terminateAcknowledged = true;
-    supervisor.stopRunning = true;
+    WpaSuppThreadPeer supervisor;
+    supervisor.UseDebugLevel(debugLevel);
+    supervisor.UseMethod(method);
+    supervisor.NoteAcknowledged(true);
+    supervisor.OnStopSupplicant();
 
     supervisor.LaunchSupplicant();
 
     QFETCH(QString, expected);
     QCOMPARE(TestSupport::Journal(), QStringList{expected});
-    QCOMPARE(supervisor.statusText, QStringLiteral("Starting"));
-    QVERIFY(supervisor.startingSupplicant);
-    QVERIFY(!supervisor.terminateAcknowledged);
-    QVERIFY(!supervisor.stopRunning);
-    QVERIFY(!supervisor.running);
+    QCOMPARE(supervisor.StatusText(), QStringLiteral("Starting"));
+    QVERIFY(supervisor.IsStarting());
+    QVERIFY(!supervisor.IsAcknowledged());
+    QVERIFY(!supervisor.IsStopRequested());
+    QVERIFY(!supervisor.IsRunning());
 }
 
 void TestWpaSuppThread::removesTheOldSupplicantLog_data()
@@ -520,8 +497,8 @@ void TestWpaSuppThread::removesTheOldSupplicantLog()
 {
     QFETCH(int, debugLevel);
     TestSupport::WriteFile(SUPPLICANT_LOG, "old");
-    BareWpaSuppThread supervisor;
-    supervisor.debugLevel = debugLevel;
+    WpaSuppThreadPeer supervisor;
+    supervisor.UseDebugLevel(debugLevel);
 
     supervisor.LaunchSupplicant();
 
@@ -541,52 +518,51 @@ void TestWpaSuppThread::launchesNothingWithoutConfiguration()
     TestSupport::Remove(CONFIGURATION);
     if (isLink)
         QVERIFY(QFile::link(QStringLiteral("/etc/hosts"), CONFIGURATION));
-    BareWpaSuppThread supervisor;
-    supervisor.restarting = true;
-    supervisor.startingSupplicant = true;
+    WpaSuppThreadPeer supervisor;
+    supervisor.Become({false, true, false});
+    supervisor.ExpectSupplicant();
 
     supervisor.LaunchSupplicant();
 
     QCOMPARE(TestSupport::Journal(), QStringList());
     QCOMPARE(LogLines(), QStringList{"WpaSupplicant::Start No configuration file -- Stopping "});
-    QVERIFY(!supervisor.startingSupplicant);
-    QVERIFY(!supervisor.running);
-    QVERIFY(supervisor.restarting);
+    QVERIFY(!supervisor.IsStarting());
+    QVERIFY(!supervisor.IsRunning());
+    QVERIFY(supervisor.IsRestarting());
     TestSupport::Remove(CONFIGURATION);
 }
 
 void TestWpaSuppThread::recomputesWired()
 {
-    BareWpaSuppThread supervisor;
-    supervisor.interface = QStringLiteral("eth0");
-    supervisor.driver = QStringLiteral("wired");
+    WpaSuppThreadPeer supervisor;
+    supervisor.AimAt(QStringLiteral("eth0"), QStringLiteral("wired"));
 
     supervisor.LaunchSupplicant();
 
-    QVERIFY(supervisor.wired);
+    QVERIFY(supervisor.IsWired());
     QVERIFY(LogLines().contains(QStringLiteral(" WpaSuppThread::Start Driver= wired 1 ")));
-    supervisor.driver = QStringLiteral("Wired");
+    supervisor.AimAt(QStringLiteral("eth0"), QStringLiteral("Wired"));
     supervisor.LaunchSupplicant();
-    QVERIFY(!supervisor.wired);
+    QVERIFY(!supervisor.IsWired());
 }
 
 void TestWpaSuppThread::launchesThoughTheProgramIsMissing()
 {
     TestSupport::RemoveProgram(QStringLiteral("wpa_supplicant"));
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
 
     supervisor.LaunchSupplicant();
     supervisor.Tick();
 
     // What is not there is noticed by the ticks that follow.
-    QVERIFY(supervisor.running);
+    QVERIFY(supervisor.IsRunning());
     QVERIFY(!supervisor.IsControlOpen());
 }
 
 void TestWpaSuppThread::logsTheAnswerOfTheLaunch()
 {
     TestSupport::Answer(QStringLiteral("wpa_supplicant"), "echo one; echo two; echo hidden >&2");
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
 
     supervisor.LaunchSupplicant();
 
@@ -601,24 +577,23 @@ void TestWpaSuppThread::logsTheAnswerOfTheLaunch()
 void TestWpaSuppThread::endsAStopInOneTick()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
-    supervisor.associated = true;
-    supervisor.restarting = true;
-    supervisor.ssid = QStringLiteral("MyNet");
+    supervisor.Become({true, true, true});
+    supervisor.NoteSsid(QStringLiteral("MyNet"));
     supervisor.Stop(5);
     TestSupport::ClearLog();
 
     supervisor.Tick();
 
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
-    QVERIFY(!supervisor.control);
-    QVERIFY(!supervisor.running);
-    QVERIFY(!supervisor.restarting);
-    QVERIFY(!supervisor.associated);
-    QVERIFY(!supervisor.stoppingSupplicant);
-    QVERIFY(!supervisor.stopRunning);
-    QCOMPARE(supervisor.ssid, QString());
+    QVERIFY(!supervisor.Control());
+    QVERIFY(!supervisor.IsRunning());
+    QVERIFY(!supervisor.IsRestarting());
+    QVERIFY(!supervisor.IsAssociated());
+    QVERIFY(!supervisor.IsEnding());
+    QVERIFY(!supervisor.IsStopRequested());
+    QCOMPARE(supervisor.Ssid(), QString());
     QCOMPARE(LogLines(),
              (QStringList{"WpaSuppThread::run  stopRunning set ", "WpaSupplicant::StopSupplicant STOP wpa ",
                           "WpaSupplicant::StopSupplicant OK", " ",
@@ -628,50 +603,50 @@ void TestWpaSuppThread::endsAStopInOneTick()
 void TestWpaSuppThread::prefersAStopToEverythingElse()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
     supplicant.ClearCommands();
-    supervisor.stopRunning = true;
-    supervisor.reconfigureRequested = true;
-    supervisor.startingSupplicant = true;
-    supervisor.checkStatusRequested = true;
+    supervisor.OnStopSupplicant();
+    supervisor.Reconfigure();
+    supervisor.ExpectSupplicant();
+    supervisor.AskForStatus();
 
     supervisor.Tick(3);
 
     // The stop took the other requests with it.
     QCOMPARE(supplicant.Commands(), QStringList{"TERMINATE"});
-    QVERIFY(!supervisor.running);
+    QVERIFY(!supervisor.IsRunning());
 }
 
 void TestWpaSuppThread::finishesAStopBeforeTheRest()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
     supplicant.ClearCommands();
-    supervisor.stoppingSupplicant = true;
-    supervisor.startingSupplicant = true;
-    supervisor.reconfigureRequested = true;
+    supervisor.ExpectEnd();
+    supervisor.ExpectSupplicant();
+    supervisor.Reconfigure();
 
     supervisor.Tick(3);
 
     // Nothing is sent: the stop had been issued before.
     QCOMPARE(supplicant.Commands(), QStringList());
-    QVERIFY(!supervisor.running);
-    QVERIFY(!supervisor.control);
+    QVERIFY(!supervisor.IsRunning());
+    QVERIFY(!supervisor.Control());
 }
 
 void TestWpaSuppThread::reconfiguresBeforeItStarts()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
-    supervisor.startingSupplicant = true;
-    supervisor.reconfigureRequested = true;
+    WpaSuppThreadPeer supervisor;
+    supervisor.ExpectSupplicant();
+    supervisor.Reconfigure();
 
     supervisor.Tick();
-    QVERIFY(supervisor.startingSupplicant);
-    QVERIFY(!supervisor.reconfigureRequested);
-    QVERIFY(!supervisor.control);
+    QVERIFY(supervisor.IsStarting());
+    QVERIFY(!supervisor.IsReconfigureRequested());
+    QVERIFY(!supervisor.Control());
     supervisor.Tick();
 
     QVERIFY(supervisor.IsControlOpen());
@@ -683,45 +658,44 @@ void TestWpaSuppThread::opensTheConnectionAndThenAsksForTheStatus()
 {
     FakeSupplicant supplicant;
     supplicant.SetReply("STATUS", "ssid=office\nwpa_state=COMPLETED\n");
-    BareWpaSuppThread supervisor;
-    supervisor.startingSupplicant = true;
-    supervisor.restarting = true;
+    WpaSuppThreadPeer supervisor;
+    supervisor.Become({false, true, false});
+    supervisor.ExpectSupplicant();
 
     supervisor.Tick();
 
     QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
-    QVERIFY(supervisor.running);
-    QVERIFY(!supervisor.restarting);
-    QVERIFY(!supervisor.startingSupplicant);
+    QVERIFY(supervisor.IsRunning());
+    QVERIFY(!supervisor.IsRestarting());
+    QVERIFY(!supervisor.IsStarting());
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run  startingSupplicant set \n"));
-    QVERIFY(!supervisor.associated);
+    QVERIFY(!supervisor.IsAssociated());
     // A supplicant that connected when nobody was there to hear it says so here.
     supervisor.Tick();
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "STATUS"}));
     QVERIFY(supervisor.IsAssociated());
-    QCOMPARE(supervisor.ssid, QStringLiteral("office"));
+    QCOMPARE(supervisor.Ssid(), QStringLiteral("office"));
 }
 
 void TestWpaSuppThread::countsNothingWhenIdle()
 {
-    BareWpaSuppThread supervisor;
-    supervisor.openFailures = 3;
-    supervisor.unassociatedTicks = 30;
-    supervisor.badPassword = true;
+    WpaSuppThreadPeer supervisor;
+    supervisor.NoteCounts(3, 30);
+    supervisor.SuspectPassword();
 
     supervisor.Tick();
 
-    QCOMPARE(supervisor.openFailures, 0);
-    QCOMPARE(supervisor.unassociatedTicks, 0);
+    QCOMPARE(supervisor.OpenFailures(), 0);
+    QCOMPARE(supervisor.UnassociatedTicks(), 0);
     // Nothing is reported either.
-    QVERIFY(supervisor.badPassword);
+    QVERIFY(supervisor.SuspectsPassword());
     QCOMPARE(LogLines(), QStringList());
 }
 
 void TestWpaSuppThread::goesOnWithTheTickWhenAskedToQuit()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
     supervisor.Quit();
     supervisor.Stop(0);
@@ -729,7 +703,7 @@ void TestWpaSuppThread::goesOnWithTheTickWhenAskedToQuit()
     supervisor.Tick();
 
     QVERIFY(supplicant.Commands().contains("TERMINATE"));
-    QVERIFY(!supervisor.running);
+    QVERIFY(!supervisor.IsRunning());
 }
 
 QTEST_GUILESS_MAIN(TestWpaSuppThread)

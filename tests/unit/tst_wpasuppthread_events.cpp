@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "barewpasuppthread.h"
 #include "fakesupplicant.h"
 #include "logging.h"
 #include "testsupport.h"
 #include "wpasupplicantcontrol.h"
+#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -100,7 +100,7 @@ private slots:
 
 private:
     std::unique_ptr<FakeSupplicant> supplicant;
-    std::unique_ptr<BareWpaSuppThread> supervisor;
+    std::unique_ptr<WpaSuppThreadPeer> supervisor;
 };
 
 void TestWpaSuppThreadEvents::init()
@@ -110,7 +110,7 @@ void TestWpaSuppThreadEvents::init()
     TestSupport::ClearJournal();
     TestSupport::ClearAnswers();
     supplicant = std::make_unique<FakeSupplicant>();
-    supervisor = std::make_unique<BareWpaSuppThread>();
+    supervisor = std::make_unique<WpaSuppThreadPeer>();
 }
 
 void TestWpaSuppThreadEvents::cleanup()
@@ -158,43 +158,43 @@ void TestWpaSuppThreadEvents::extractsTheSsid()
 
     supervisor->MessageReceived(message);
 
-    QTEST(supervisor->ssid, "expected");
+    QTEST(supervisor->Ssid(), "expected");
 }
 
 void TestWpaSuppThreadEvents::takesADisabledSsidForABadPassword()
 {
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
-    supervisor->associated = true;
+    supervisor->TakeForAssociated();
 
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED id=0 ssid=\"MyNet\""));
 
-    QVERIFY(supervisor->badPassword);
-    QVERIFY(supervisor->associated);
+    QVERIFY(supervisor->SuspectsPassword());
+    QVERIFY(supervisor->IsAssociated());
     QCOMPARE(LastLogLine(), QStringLiteral("INVALID PASSWORD FOR NETWORK MyNet "));
     QCOMPARE(changes.size(), 0);
 }
 
 void TestWpaSuppThreadEvents::takesADisabledSsidForAWiredFailure()
 {
-    supervisor->wired = true;
+    supervisor->TakeForWired();
 
     supervisor->MessageReceived(
         QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED id=0 ssid=\"\" duration=10"));
 
-    QVERIFY(!supervisor->badPassword);
+    QVERIFY(!supervisor->SuspectsPassword());
     QCOMPARE(LastLogLine(), QStringLiteral("FILED TO CONNECT TO WIRED SERVER  "));
 }
 
 void TestWpaSuppThreadEvents::connects()
 {
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
-    supervisor->badPassword = true;
+    supervisor->SuspectPassword();
 
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
 
-    QVERIFY(supervisor->associated);
-    QVERIFY(!supervisor->badPassword);
-    QCOMPARE(supervisor->statusText, QStringLiteral("Associated"));
+    QVERIFY(supervisor->IsAssociated());
+    QVERIFY(!supervisor->SuspectsPassword());
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Associated"));
     QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::MessageReceived -- connected "));
     QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
 }
@@ -202,14 +202,14 @@ void TestWpaSuppThreadEvents::connects()
 void TestWpaSuppThreadEvents::disconnects()
 {
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
-    supervisor->associated = true;
-    supervisor->badPassword = true;
+    supervisor->TakeForAssociated();
+    supervisor->SuspectPassword();
 
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-DISCONNECTED bssid=x reason=3"));
 
-    QVERIFY(!supervisor->associated);
-    QVERIFY(!supervisor->badPassword);
-    QCOMPARE(supervisor->statusText, QStringLiteral("Disconnected"));
+    QVERIFY(!supervisor->IsAssociated());
+    QVERIFY(!supervisor->SuspectsPassword());
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Disconnected"));
     QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::MessageReceived -- disconnected "));
     QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
 }
@@ -225,14 +225,15 @@ void TestWpaSuppThreadEvents::takesAnEapFailure()
 {
     QFETCH(bool, wired);
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
-    supervisor->wired = wired;
-    supervisor->associated = true;
-    supervisor->interface = QStringLiteral("eth0");
+    if (wired)
+        supervisor->TakeForWired();
+    supervisor->TakeForAssociated();
+    supervisor->AimAt(QStringLiteral("eth0"));
 
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE EAP authentication failed"));
 
-    QVERIFY(!supervisor->associated);
-    QCOMPARE(supervisor->badPassword, !wired);
+    QVERIFY(!supervisor->IsAssociated());
+    QCOMPARE(supervisor->SuspectsPassword(), !wired);
     QVERIFY(TestSupport::LogText().contains(
         " :  WpaSuppThread::MessageReceived --EAP Authentication Error eth0 \n"));
     QCOMPARE(LastLogLine(), QStringLiteral("INVALID PASSWORD FOR NETWORK eth0 "));
@@ -242,16 +243,16 @@ void TestWpaSuppThreadEvents::takesAnEapFailure()
 void TestWpaSuppThreadEvents::endsWithTheSupplicant()
 {
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
-    supervisor->associated = true;
-    supervisor->badPassword = true;
+    supervisor->TakeForAssociated();
+    supervisor->SuspectPassword();
 
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-TERMINATING "));
 
-    QVERIFY(!supervisor->associated);
-    QVERIFY(!supervisor->badPassword);
-    QVERIFY(supervisor->stopRunning);
-    QVERIFY(supervisor->terminateAcknowledged);
-    QCOMPARE(supervisor->statusText, QStringLiteral("Thread Created"));
+    QVERIFY(!supervisor->IsAssociated());
+    QVERIFY(!supervisor->SuspectsPassword());
+    QVERIFY(supervisor->IsStopRequested());
+    QVERIFY(supervisor->IsAcknowledged());
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Thread Created"));
     QCOMPARE(LastLogLine(), QStringLiteral("WpaSuppThread::MessageReceived -- Terminating "));
     QCOMPARE(changes.size(), 0);
 }
@@ -260,7 +261,7 @@ void TestWpaSuppThreadEvents::asksForTheStatusOnASignalChange()
 {
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SIGNAL-CHANGE above=1 signal=-40"));
 
-    QVERIFY(supervisor->checkStatusRequested);
+    QVERIFY(supervisor->IsStatusRequested());
     QCOMPARE(LogLineCount(), 0);
 }
 
@@ -284,7 +285,8 @@ void TestWpaSuppThreadEvents::logsEverythingElse()
 
     QCOMPARE(LastLogLine(), "WpaSuppThread::MessageReceived -- " + message + ' ');
     QCOMPARE(supervisor->toString(), before);
-    QVERIFY(!supervisor->stopRunning && !supervisor->badPassword && !supervisor->checkStatusRequested);
+    QVERIFY(!supervisor->IsStopRequested() && !supervisor->SuspectsPassword() &&
+            !supervisor->IsStatusRequested());
     QCOMPARE(changes.size(), 0);
 }
 
@@ -321,7 +323,7 @@ void TestWpaSuppThreadEvents::splitsLines()
 {
     QFETCH(QString, line);
 
-    QTEST(BareWpaSuppThread::SplitLine(line), "expected");
+    QTEST(WpaSuppThreadPeer::SplitLine(line), "expected");
 }
 
 void TestWpaSuppThreadEvents::readsTheStatus_data()
@@ -361,22 +363,22 @@ void TestWpaSuppThreadEvents::readsTheStatus()
     QFETCH(QByteArray, reply);
     supplicant->SetReply("STATUS", reply);
     supervisor->Supervise();
-    supervisor->ssid = QStringLiteral("before");
-    supervisor->associated = true;
+    supervisor->NoteSsid(QStringLiteral("before"));
+    supervisor->TakeForAssociated();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
 
     supervisor->CheckStatus();
 
-    QTEST(supervisor->ssid, "ssid");
-    QTEST(supervisor->statusText, "status");
-    QTEST(supervisor->associated, "associated");
+    QTEST(supervisor->Ssid(), "ssid");
+    QTEST(supervisor->StatusText(), "status");
+    QTEST(supervisor->IsAssociated(), "associated");
     QCOMPARE(changes.size(), 0);
 }
 
 void TestWpaSuppThreadEvents::readsNothingFromAFailure()
 {
-    supervisor->ssid = QStringLiteral("before");
-    supervisor->associated = true;
+    supervisor->NoteSsid(QStringLiteral("before"));
+    supervisor->TakeForAssociated();
     const QString before = supervisor->toString();
 
     supervisor->CheckStatus();
@@ -409,7 +411,7 @@ void TestWpaSuppThreadEvents::logsTheStatus()
 void TestWpaSuppThreadEvents::readsTheStatusOnceWhenAsked()
 {
     supervisor->Supervise();
-    supervisor->checkStatusRequested = true;
+    supervisor->AskForStatus();
 
     supervisor->Tick(3);
 
@@ -420,7 +422,7 @@ void TestWpaSuppThreadEvents::hearsWhatIsUnreadBeforeItAsksForTheStatus()
 {
     supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
     supervisor->Supervise();
-    supervisor->checkStatusRequested = true;
+    supervisor->AskForStatus();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
     QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
 
@@ -433,7 +435,7 @@ void TestWpaSuppThreadEvents::hearsWhatIsUnreadBeforeItAsksForTheStatus()
 void TestWpaSuppThreadEvents::leavesWhatComesMeanwhileToTheNotifier()
 {
     supervisor->Supervise();
-    supervisor->checkStatusRequested = true;
+    supervisor->AskForStatus();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
     // A link that flaps while its listener is busy.
     connect(supervisor.get(), &WpaSuppThread::associatedChanged, supervisor.get(),
@@ -448,7 +450,7 @@ void TestWpaSuppThreadEvents::leavesWhatComesMeanwhileToTheNotifier()
 void TestWpaSuppThreadEvents::sendsNothingWhenThereIsNothingToDo()
 {
     supervisor->Supervise();
-    supervisor->associated = true;
+    supervisor->TakeForAssociated();
     supplicant->ClearCommands();
 
     supervisor->Tick(100);
@@ -472,10 +474,10 @@ void TestWpaSuppThreadEvents::reopensALostConnection()
     supplicant.reset();
     supervisor->Supervise();
     supervisor->Tick(3);
-    QCOMPARE(supervisor->openFailures, 3);
+    QCOMPARE(supervisor->OpenFailures(), 3);
     supplicant = std::make_unique<FakeSupplicant>();
     supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
-    supervisor->checkStatusRequested = true;
+    supervisor->AskForStatus();
 
     supervisor->Tick();
 
@@ -483,25 +485,25 @@ void TestWpaSuppThreadEvents::reopensALostConnection()
     // The status is read at once, and not again for the request that was waiting.
     supervisor->Tick();
     QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
-    QVERIFY(supervisor->associated);
-    QCOMPARE(supervisor->openFailures, 0);
-    QCOMPARE(supervisor->unassociatedTicks, 0);
+    QVERIFY(supervisor->IsAssociated());
+    QCOMPARE(supervisor->OpenFailures(), 0);
+    QCOMPARE(supervisor->UnassociatedTicks(), 0);
 }
 
 void TestWpaSuppThreadEvents::recreatesTheConnectionAfterSixFailures()
 {
     supplicant.reset();
     supervisor->Supervise();
-    const WpaSupplicantControl *const first = supervisor->control;
+    const WpaSupplicantControl *const first = supervisor->Control();
     supervisor->Tick(5);
-    QCOMPARE(supervisor->control, first);
-    QCOMPARE(supervisor->openFailures, 5);
+    QCOMPARE(supervisor->Control(), first);
+    QCOMPARE(supervisor->OpenFailures(), 5);
     TestSupport::ClearLog();
 
     supervisor->Tick();
 
-    QVERIFY(supervisor->control != first);
-    QCOMPARE(supervisor->openFailures, 0);
+    QVERIFY(supervisor->Control() != first);
+    QCOMPARE(supervisor->OpenFailures(), 0);
     QCOMPARE(TestSupport::LogText().count("WpaSuppThread::RestartWpaCtl \n"), 1);
 }
 
@@ -513,25 +515,25 @@ void TestWpaSuppThreadEvents::countsTheRecreatedConnectionFromTheNextTick()
     supplicant = std::make_unique<FakeSupplicant>();
     // Only a new control object drops the folder from the name, so that of the sixth failure is the first to
     // open.
-    supervisor->interface = QStringLiteral("/var/run/wpa_supplicant/wlan0");
+    supervisor->AimAt(QStringLiteral("/var/run/wpa_supplicant/wlan0"));
 
     supervisor->Tick();
 
     QVERIFY(supervisor->IsControlOpen());
-    QCOMPARE(supervisor->unassociatedTicks, 12);
+    QCOMPARE(supervisor->UnassociatedTicks(), 12);
     QCOMPARE(supplicant->Commands(), QStringList{"ATTACH"});
     supervisor->Tick();
-    QCOMPARE(supervisor->unassociatedTicks, 13);
+    QCOMPARE(supervisor->UnassociatedTicks(), 13);
 }
 
 void TestWpaSuppThreadEvents::startsCountingFailuresAfresh()
 {
     supervisor->Supervise();
-    supervisor->openFailures = 5;
+    supervisor->NoteCounts(5, 0);
 
     supervisor->Tick();
 
-    QCOMPARE(supervisor->openFailures, 0);
+    QCOMPARE(supervisor->OpenFailures(), 0);
 }
 
 void TestWpaSuppThreadEvents::countsTwiceWithoutConnection()
@@ -541,7 +543,7 @@ void TestWpaSuppThreadEvents::countsTwiceWithoutConnection()
 
     supervisor->Tick(4);
 
-    QCOMPARE(supervisor->unassociatedTicks, 8);
+    QCOMPARE(supervisor->UnassociatedTicks(), 8);
 }
 
 void TestWpaSuppThreadEvents::stopsAfterThirtyOneTicksWithoutConnection()
@@ -550,21 +552,21 @@ void TestWpaSuppThreadEvents::stopsAfterThirtyOneTicksWithoutConnection()
     supplicant.reset();
     supervisor->Supervise();
     supervisor->Tick(30);
-    QVERIFY(!supervisor->stopRunning);
-    QCOMPARE(supervisor->unassociatedTicks, 60);
+    QVERIFY(!supervisor->IsStopRequested());
+    QCOMPARE(supervisor->UnassociatedTicks(), 60);
     qInstallMessageHandler(CountDebugLines);
 
     supervisor->Tick();
 
     qInstallMessageHandler(nullptr);
     QCOMPARE(DebugLines, 1);
-    QVERIFY(supervisor->stopRunning);
-    QVERIFY(supervisor->running);
+    QVERIFY(supervisor->IsStopRequested());
+    QVERIFY(supervisor->IsRunning());
     QCOMPARE(LastLogLine(), QStringLiteral(" failed to connect, Stopping wpa_supplicant "));
     // The give-up leaves out the second count.
-    QCOMPARE(supervisor->unassociatedTicks, 61);
+    QCOMPARE(supervisor->UnassociatedTicks(), 61);
     supervisor->Tick();
-    QVERIFY(!supervisor->running);
+    QVERIFY(!supervisor->IsRunning());
     QCOMPARE(TestSupport::Journal(), QStringList());
 }
 
@@ -573,11 +575,11 @@ void TestWpaSuppThreadEvents::reportsThePasswordWhileItGivesUp()
     supplicant.reset();
     supervisor->Supervise();
     supervisor->Tick(30);
-    supervisor->badPassword = true;
+    supervisor->SuspectPassword();
 
     supervisor->Tick();
 
-    QVERIFY(supervisor->stopRunning);
+    QVERIFY(supervisor->IsStopRequested());
     QVERIFY(TestSupport::WaitForJournal(1));
     QVERIFY(TestSupport::Journal().first().startsWith("warning 2 "));
 }
@@ -586,29 +588,29 @@ void TestWpaSuppThreadEvents::missesTheStopWhenItCountsFromOne()
 {
     supervisor->Supervise();
     supervisor->Tick();
-    QCOMPARE(supervisor->unassociatedTicks, 1);
+    QCOMPARE(supervisor->UnassociatedTicks(), 1);
     supplicant->Die();
 
     // From an odd count the second count of a tick reaches the limit and starts afresh.
     supervisor->Tick(30);
-    QCOMPARE(supervisor->unassociatedTicks, 0);
+    QCOMPARE(supervisor->UnassociatedTicks(), 0);
     supervisor->Tick(30);
-    QVERIFY(!supervisor->stopRunning);
+    QVERIFY(!supervisor->IsStopRequested());
 
     supervisor->Tick();
-    QVERIFY(supervisor->stopRunning);
+    QVERIFY(supervisor->IsStopRequested());
 }
 
 void TestWpaSuppThreadEvents::forgetsTheTicksWhenAssociated()
 {
     supervisor->Supervise();
     supervisor->Tick(59);
-    QCOMPARE(supervisor->unassociatedTicks, 59);
-    supervisor->associated = true;
+    QCOMPARE(supervisor->UnassociatedTicks(), 59);
+    supervisor->TakeForAssociated();
 
     supervisor->Tick();
 
-    QCOMPARE(supervisor->unassociatedTicks, 0);
+    QCOMPARE(supervisor->UnassociatedTicks(), 0);
 }
 
 void TestWpaSuppThreadEvents::saysEverySixtyTicksThatItCannotConnect()
@@ -626,14 +628,14 @@ void TestWpaSuppThreadEvents::saysEverySixtyTicksThatItCannotConnect()
     QCOMPARE(afterSixty, 0);
     QCOMPARE(afterSixtyOne, 1);
     QCOMPARE(DebugLines, 2);
-    QVERIFY(supervisor->running);
-    QVERIFY(!supervisor->stopRunning);
+    QVERIFY(supervisor->IsRunning());
+    QVERIFY(!supervisor->IsStopRequested());
 }
 
 void TestWpaSuppThreadEvents::noticesADeathWithinTwoTicks()
 {
     supervisor->Supervise();
-    supervisor->associated = true;
+    supervisor->TakeForAssociated();
     supervisor->Tick();
     supplicant->ClearCommands();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
@@ -644,7 +646,7 @@ void TestWpaSuppThreadEvents::noticesADeathWithinTwoTicks()
 
     QVERIFY(!supervisor->IsControlOpen());
     QVERIFY(!supervisor->IsAssociated());
-    QVERIFY(supervisor->running);
+    QVERIFY(supervisor->IsRunning());
     QCOMPARE(changes.size(), 0);
     QCOMPARE(TestSupport::LogText().count("Nobody answers any more"), 1);
 }
@@ -652,7 +654,7 @@ void TestWpaSuppThreadEvents::noticesADeathWithinTwoTicks()
 void TestWpaSuppThreadEvents::hearsTheLastWordsOfADeadSupplicant()
 {
     supervisor->Supervise();
-    supervisor->associated = true;
+    supervisor->TakeForAssociated();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
 
     // A tick that waited for a busy main thread comes before the notifier.
@@ -661,16 +663,16 @@ void TestWpaSuppThreadEvents::hearsTheLastWordsOfADeadSupplicant()
     supplicant->Die();
     supervisor->Tick();
 
-    QVERIFY(supervisor->stopRunning);
+    QVERIFY(supervisor->IsStopRequested());
     QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
     supervisor->Tick();
-    QVERIFY(!supervisor->running);
+    QVERIFY(!supervisor->IsRunning());
 }
 
 void TestWpaSuppThreadEvents::endsInIdleAfterADeath()
 {
     supervisor->Supervise();
-    supervisor->associated = true;
+    supervisor->TakeForAssociated();
     supervisor->Tick();
     supplicant->Die();
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
@@ -678,7 +680,7 @@ void TestWpaSuppThreadEvents::endsInIdleAfterADeath()
 
     supervisor->Tick(32);
 
-    QVERIFY(!supervisor->running && !supervisor->restarting);
+    QVERIFY(!supervisor->IsRunning() && !supervisor->IsRestarting());
     // What an operator reads of 32 ticks: the death and the end.
     QCOMPARE(LogLineCount(), 2);
 }
@@ -686,7 +688,7 @@ void TestWpaSuppThreadEvents::endsInIdleAfterADeath()
 void TestWpaSuppThreadEvents::staysWhenTheControlFolderIsRemoved()
 {
     supervisor->Supervise();
-    supervisor->associated = true;
+    supervisor->TakeForAssociated();
     TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
     TestSupport::ClearLog();
 
@@ -721,10 +723,10 @@ void TestWpaSuppThreadEvents::stopsAfterATerminatingEvent()
     supplicant->Die();
 
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-TERMINATING "));
-    QVERIFY(supervisor->running);
+    QVERIFY(supervisor->IsRunning());
     supervisor->Tick();
 
-    QVERIFY(!supervisor->running && !supervisor->restarting && !supervisor->control);
+    QVERIFY(!supervisor->IsRunning() && !supervisor->IsRestarting() && !supervisor->Control());
     QCOMPARE(TestSupport::Journal(), QStringList());
 }
 
@@ -741,9 +743,9 @@ void TestWpaSuppThreadEvents::warnsOncePerEpisode()
     QVERIFY(TestSupport::WaitForJournal(1));
     QTest::qWait(200);
     QCOMPARE(TestSupport::Journal(), QStringList{WARNING.arg("MyNet")});
-    QCOMPARE(supervisor->statusText, QStringLiteral("BadPassword"));
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("BadPassword"));
     // The flag of the later reports waits.
-    QVERIFY(supervisor->badPassword);
+    QVERIFY(supervisor->SuspectsPassword());
 }
 
 void TestWpaSuppThreadEvents::warnsOfTheNetwork_data()
@@ -763,15 +765,15 @@ void TestWpaSuppThreadEvents::warnsOfTheNetwork()
     QFETCH(QString, ssid);
     QFETCH(QString, expected);
     supervisor->Supervise();
-    supervisor->ssid = ssid;
-    supervisor->badPassword = true;
+    supervisor->NoteSsid(ssid);
+    supervisor->SuspectPassword();
     TestSupport::ClearLog();
 
     supervisor->Tick();
 
     QVERIFY(TestSupport::WaitForJournal(1));
     QCOMPARE(TestSupport::Journal(), QStringList{QString(WARNING).replace("%1", expected)});
-    QVERIFY(!supervisor->badPassword);
+    QVERIFY(!supervisor->SuspectsPassword());
     QVERIFY(TestSupport::LogText().contains(
         " :  BAD PASSWORD -- warning 2, Invalid password for '" + expected +
         "', Please use the network applet to correct this issue " + ssid + " wlan0 \n"));
@@ -781,7 +783,7 @@ void TestWpaSuppThreadEvents::warnsOfTheNetwork()
 void TestWpaSuppThreadEvents::warnsAgainAfterAnotherStatus()
 {
     supervisor->Supervise();
-    supervisor->badPassword = true;
+    supervisor->SuspectPassword();
     supervisor->Tick();
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-DISCONNECTED"));
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED ssid=\"MyNet\""));
@@ -801,19 +803,19 @@ void TestWpaSuppThreadEvents::neverWarnsOfAWiredNetwork()
     QTest::qWait(200);
 
     QCOMPARE(TestSupport::Journal(), QStringList());
-    QCOMPARE(supervisor->statusText, QStringLiteral("Thread Created"));
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Thread Created"));
 }
 
 void TestWpaSuppThreadEvents::logsThatItCannotWarn()
 {
     TestSupport::RemoveProgram(QStringLiteral("warning"));
     supervisor->Supervise();
-    supervisor->badPassword = true;
+    supervisor->SuspectPassword();
 
     supervisor->Tick();
 
     QCOMPARE(LastLogLine(), QStringLiteral("Spawned preccess returned  0 "));
-    QVERIFY(!supervisor->badPassword);
+    QVERIFY(!supervisor->SuspectsPassword());
 }
 
 QTEST_GUILESS_MAIN(TestWpaSuppThreadEvents)

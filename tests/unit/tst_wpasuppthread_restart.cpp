@@ -3,10 +3,10 @@
 
 // Each restart blocks for 7.1 s, so a test looks at all that one restart shows.
 
-#include "barewpasuppthread.h"
 #include "fakesupplicant.h"
 #include "logging.h"
 #include "testsupport.h"
+#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -58,16 +58,16 @@ void TestWpaSuppThreadRestart::cleanup()
 
 void TestWpaSuppThreadRestart::startsTheSupplicant()
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
-    supervisor.badPassword = true;
-    supervisor.ssid = QStringLiteral("before");
-    supervisor.associated = true;
+    supervisor.SuspectPassword();
+    supervisor.NoteSsid(QStringLiteral("before"));
+    supervisor.TakeForAssociated();
     // Told while the old state is still in force.
     QString seenInterface;
     bool seenAssociated = false;
     connect(&supervisor, &WpaSuppThread::associatedChanged, &supervisor, [&] {
-        seenInterface = supervisor.interface;
+        seenInterface = supervisor.Interface();
         seenAssociated = supervisor.IsAssociated();
     });
     // A stop asked for just before does not cancel the start.
@@ -85,17 +85,17 @@ void TestWpaSuppThreadRestart::startsTheSupplicant()
     QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
     QCOMPARE(seenInterface, QStringLiteral("wlan0"));
     QVERIFY(seenAssociated);
-    QCOMPARE(supervisor.interface, QStringLiteral("eth0"));
-    QCOMPARE(supervisor.driver, QStringLiteral("wired"));
-    QCOMPARE(supervisor.method, QStringLiteral("peap"));
-    QCOMPARE(supervisor.statusText, QStringLiteral("Starting"));
-    QCOMPARE(supervisor.ssid, QString());
+    QCOMPARE(supervisor.Interface(), QStringLiteral("eth0"));
+    QCOMPARE(supervisor.Driver(), QStringLiteral("wired"));
+    QCOMPARE(supervisor.Method(), QStringLiteral("peap"));
+    QCOMPARE(supervisor.StatusText(), QStringLiteral("Starting"));
+    QCOMPARE(supervisor.Ssid(), QString());
     QVERIFY(supervisor.IsRestarting());
     QVERIFY(!supervisor.IsRunning());
     QVERIFY(!supervisor.IsAssociated());
-    QVERIFY(supervisor.wired);
-    QVERIFY(!supervisor.stopRunning);
-    QVERIFY(!supervisor.badPassword);
+    QVERIFY(supervisor.IsWired());
+    QVERIFY(!supervisor.IsStopRequested());
+    QVERIFY(!supervisor.SuspectsPassword());
     const QString text = TestSupport::LogText();
     int from = 0;
     for (const char *line :
@@ -112,7 +112,7 @@ void TestWpaSuppThreadRestart::startsTheSupplicant()
 void TestWpaSuppThreadRestart::keepsAStartOverTheStopThatItWaitedFor()
 {
     FakeSupplicant supplicant(QStringLiteral("eth0"));
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
     TestSupport::ClearLog();
 
@@ -120,7 +120,7 @@ void TestWpaSuppThreadRestart::keepsAStartOverTheStopThatItWaitedFor()
     supervisor.Tick();
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run  stoppingSupplicant set"));
     QVERIFY(!supervisor.IsRunning());
-    QVERIFY(!supervisor.stoppingSupplicant);
+    QVERIFY(!supervisor.IsEnding());
     // Nobody may start a second one now.
     QVERIFY(supervisor.IsRestarting());
     QCOMPARE(supplicant.Commands(), QStringList());
@@ -129,7 +129,7 @@ void TestWpaSuppThreadRestart::keepsAStartOverTheStopThatItWaitedFor()
     QVERIFY(supervisor.IsRunning());
     QVERIFY(!supervisor.IsRestarting());
     QVERIFY(supervisor.IsControlOpen());
-    QVERIFY(supervisor.wired);
+    QVERIFY(supervisor.IsWired());
     supervisor.Tick(10);
     QVERIFY(supervisor.IsRunning());
     // The status is asked for once: the supplicant may have connected before anyone listened.
@@ -142,7 +142,7 @@ void TestWpaSuppThreadRestart::replacesARunningSupplicant()
     FakeSupplicant::Answer answer;
     answer.eventsFirst = {"<3>CTRL-EVENT-SIGNAL-CHANGE"};
     supplicant.SetAnswer("TERMINATE", answer);
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise(QStringLiteral("eth0"), QStringLiteral("wired"));
 
     supervisor.Start(QStringLiteral("wlan0"), QStringLiteral("nl80211,wext"), QString());
@@ -156,7 +156,7 @@ void TestWpaSuppThreadRestart::replacesARunningSupplicant()
 
     QVERIFY(supervisor.IsRunning());
     QVERIFY(supervisor.IsControlOpen());
-    QVERIFY(!supervisor.wired);
+    QVERIFY(!supervisor.IsWired());
     QCOMPARE(successor.Commands(), (QStringList{"ATTACH", "STATUS"}));
     QCOMPARE(TestSupport::Journal().last(), LAUNCH.arg("wlan0", "nl80211,wext"));
 }
@@ -172,7 +172,7 @@ void TestWpaSuppThreadRestart::reachesTheSupplicantOfACancelledStart()
 {
     QFETCH(int, ticksBefore);
     FakeSupplicant supplicant(QStringLiteral("eth0"));
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
     supervisor.Tick(ticksBefore);
 
@@ -184,13 +184,13 @@ void TestWpaSuppThreadRestart::reachesTheSupplicantOfACancelledStart()
     QVERIFY(!supervisor.IsRunning() && !supervisor.IsRestarting());
     supervisor.Tick(5);
     QVERIFY(!supervisor.IsRunning() && !supervisor.IsRestarting());
-    QVERIFY(!supervisor.control);
+    QVERIFY(!supervisor.Control());
 }
 
 void TestWpaSuppThreadRestart::reachesTheSupplicantOfAnEarlierStart()
 {
     FakeSupplicant supplicant(QStringLiteral("eth0"));
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
 
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
@@ -204,27 +204,26 @@ void TestWpaSuppThreadRestart::reachesTheSupplicantOfAnEarlierStart()
 void TestWpaSuppThreadRestart::endsInIdleWithoutConfiguration()
 {
     TestSupport::Remove(CONFIGURATION);
-    BareWpaSuppThread supervisor;
-    supervisor.openFailures = 3;
-    supervisor.unassociatedTicks = 30;
+    WpaSuppThreadPeer supervisor;
+    supervisor.NoteCounts(3, 30);
 
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
 
     QCOMPARE(TestSupport::Journal(), QStringList{"mkdir -p /var/run/wpa_supplicant"});
     QVERIFY(supervisor.IsRestarting());
     // What comes before a launch has happened.
-    QCOMPARE(supervisor.statusText, QStringLiteral("Stopping"));
-    QVERIFY(supervisor.wired);
-    QCOMPARE(supervisor.openFailures, 0);
-    QCOMPARE(supervisor.unassociatedTicks, 0);
+    QCOMPARE(supervisor.StatusText(), QStringLiteral("Stopping"));
+    QVERIFY(supervisor.IsWired());
+    QCOMPARE(supervisor.OpenFailures(), 0);
+    QCOMPARE(supervisor.UnassociatedTicks(), 0);
     supervisor.Tick(2);
     QVERIFY(!supervisor.IsRestarting() && !supervisor.IsRunning());
-    QVERIFY(!supervisor.control);
+    QVERIFY(!supervisor.Control());
 }
 
 void TestWpaSuppThreadRestart::waitsLessWhenNothingRuns()
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     QElapsedTimer timer;
     timer.start();
 

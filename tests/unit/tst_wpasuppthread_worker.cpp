@@ -3,11 +3,11 @@
 
 // The supervisor as the daemon has it, with its worker thread and an event loop.
 
-#include "barewpasuppthread.h"
 #include "fakesupplicant.h"
 #include "logging.h"
 #include "testsupport.h"
 #include "wpasupplicantcontrol.h"
+#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -74,9 +74,9 @@ void TestWpaSuppThreadWorker::hasOneInstance()
 void TestWpaSuppThreadWorker::ticksOnTheMainThread()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
-    supervisor.startingSupplicant = true;
+    supervisor.ExpectSupplicant();
     QElapsedTimer timer;
     timer.start();
 
@@ -84,7 +84,7 @@ void TestWpaSuppThreadWorker::ticksOnTheMainThread()
 
     QTRY_VERIFY_WITH_TIMEOUT(supervisor.IsRunning(), 3000);
     QVERIFY(timer.elapsed() >= 950);
-    QCOMPARE(supervisor.control->thread(), QThread::currentThread());
+    QCOMPARE(supervisor.Control()->thread(), QThread::currentThread());
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run() Start \n"));
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run() Start Exec \n"));
 }
@@ -92,36 +92,36 @@ void TestWpaSuppThreadWorker::ticksOnTheMainThread()
 void TestWpaSuppThreadWorker::catchesUpOneTickAtATime()
 {
     FakeSupplicant supplicant;
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.Supervise();
     supervisor.start();
 
     QThread::msleep(5500);
     // One at a time, so that everything else gets its turn in between.
     QCoreApplication::sendPostedEvents();
-    QCOMPARE(supervisor.unassociatedTicks, 1);
+    QCOMPARE(supervisor.UnassociatedTicks(), 1);
     for (int i = 0; i < 20; ++i)
         QCoreApplication::sendPostedEvents();
 
-    QCOMPARE(supervisor.unassociatedTicks, 5);
-    QTRY_COMPARE_WITH_TIMEOUT(supervisor.unassociatedTicks, 7, 3000);
+    QCOMPARE(supervisor.UnassociatedTicks(), 5);
+    QTRY_COMPARE_WITH_TIMEOUT(supervisor.UnassociatedTicks(), 7, 3000);
 }
 
 void TestWpaSuppThreadWorker::endsItsLoopWhenAskedTo()
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.start();
 
     supervisor.Quit();
 
     QTRY_VERIFY_WITH_TIMEOUT(supervisor.isFinished(), 3000);
-    QTRY_COMPARE(supervisor.statusText, QStringLiteral("Stopped"));
+    QTRY_COMPARE(supervisor.StatusText(), QStringLiteral("Stopped"));
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::run() End Exec \n"));
 }
 
 void TestWpaSuppThreadWorker::endsWhenAskedBeforeItRuns()
 {
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.start();
 
     supervisor.exit(0);
@@ -132,7 +132,7 @@ void TestWpaSuppThreadWorker::endsWhenAskedBeforeItRuns()
 void TestWpaSuppThreadWorker::startsRestartsAndStops()
 {
     FakeSupplicant supplicant(QStringLiteral("eth0"));
-    BareWpaSuppThread supervisor;
+    WpaSuppThreadPeer supervisor;
     supervisor.start();
 
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
@@ -159,7 +159,7 @@ void TestWpaSuppThreadWorker::leavesNothingAfterManyStartsAndStops()
     const int descriptors = CountOf(QStringLiteral("/proc/self/fd"));
     const int threads = CountOf(QStringLiteral("/proc/self/task"));
     for (int i = 0; i < 200; ++i) {
-        BareWpaSuppThread supervisor;
+        WpaSuppThreadPeer supervisor;
         supervisor.start();
         supervisor.LaunchSupplicant();
         supervisor.Tick();
