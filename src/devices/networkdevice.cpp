@@ -148,10 +148,8 @@ void NetworkDevice::UpdateIpInformation()
 {
     status->SetIfaceInfo(macAddress, ipAddress, broadcast, netmask);
     // The same address found again, or still none, is no news.
-    Log(ipAddress == lastToldAddress ? Level::TRACE : Level::NOTICE)
-        << "NetworkDevice::UpdateIpInformation" << macAddress << "," << ipAddress << ","
-        << status->GetBroadcast();
-    lastToldAddress = ipAddress;
+    LogOnce(addressReport, ipAddress) << "NetworkDevice::UpdateIpInformation" << macAddress << ","
+                                      << ipAddress << "," << status->GetBroadcast();
     if (ipAddress.isEmpty() || !isUp) {
         inFallback = false;
         ipAnnounced = false;

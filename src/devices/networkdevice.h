@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "reportonce.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QMetaType>
@@ -145,11 +147,20 @@ private:
     void ApplyLinkSettings();
     void ApplySpeed();
 
+    void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2,
+                       const QString &domain);
+    void ReportNoResolver();
+
     const QByteArray kernelName; ///< the name as the kernel's interfaces take it
     const QByteArray carrierPath;
-    QString lastToldAddress; ///< by UpdateIpInformation(), in the log
-    QString lastToldSpeed;   ///< the last speed text that was refused, and the log says so
-    bool dhcpFailed = false; ///< the last attempt failed, and the log says so
+
+    // What is told of over and over while it lasts.
+    ReportOnce addressReport{QString()};
+    ReportOnce configReport;
+    ReportOnce dhcpReport;
+    ReportOnce speedReport;
+    ReportOnce resolverReport;
+    ReportOnce hostsReport;
 };
 
 Q_DECLARE_METATYPE(NetworkDevice *)

@@ -63,13 +63,14 @@ void NetworkDevice::ConfigureNetwork(bool renew)
         if (!currentConfig)
             currentConfig = getCurrentConfig();
         if (!currentConfig) {
-            Log(Level::NOTICE) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
+            LogOnce(configReport) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
             SendEvent(1, -1);
             return;
         }
         ApplyConfig(renew);
+        configReport.Over();
     } catch (...) {
-        Log(Level::NOTICE) << "NetworkDevice::ConfigureNetwork -- Failed";
+        LogOnce(configReport, QStringLiteral("failed")) << "NetworkDevice::ConfigureNetwork -- Failed";
     }
 }
 
@@ -120,18 +121,16 @@ void NetworkDevice::ObtainAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
     if (!Dhclient(name)) {
-        // Attempts go on for as long as there is no server: the first failure is news, the others are not.
-        Log line(dhcpFailed ? Level::TRACE : Level::NOTICE);
-        if (line.IsEnabled())
-            line << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
-        dhcpFailed = true;
+        // Attempts go on for as long as there is no server.
+        LogOnce(dhcpReport)
+            << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
         // The attempt flushed the interface: the fields must not announce the address it had.
         ipAddress.clear();
         broadcast.clear();
         netmask.clear();
         return;
     }
-    dhcpFailed = false;
+    dhcpReport.Over();
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renewing ip address";
     RefreshStatus();
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - status refreshed";
@@ -154,10 +153,8 @@ void NetworkDevice::ApplySpeed()
         return;
     const QStringList words = speed.split(QLatin1Char(' '));
     if (words.size() != 3) {
-        // Attempts to get an address apply the speed again and again: once is enough.
-        Log(speed == lastToldSpeed ? Level::TRACE : Level::NOTICE)
-            << "ConfigureNetwork - Wrong format " << speed;
-        lastToldSpeed = speed;
+        // Attempts to get an address apply the speed again and again.
+        LogOnce(speedReport, speed) << "ConfigureNetwork - Wrong format " << speed;
         return;
     }
     SetSpeed(name, words.at(0).toInt(), words.at(2) == QLatin1String("Full") ? 1 : 0);

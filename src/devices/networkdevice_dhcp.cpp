@@ -27,11 +27,6 @@ std::optional<QByteArray> ReadResolver()
     return QFile::exists(RESOLV_CONF) ? SecureFile::ReadRegular(RESOLV_CONF) : QByteArray();
 }
 
-void TellNoAccess()
-{
-    Log(Level::NOTICE) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
-}
-
 /// An empty second server gives a bare "nameserver " line, which resolvers skip.
 QByteArray ResolverLines(const QString &dns1, const QString &dns2, const QString &domain)
 {
@@ -57,18 +52,6 @@ bool ReplaceResolver(const QByteArray &contents)
     QFile file(RESOLV_CONF);
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(contents) == contents.size() &&
            file.flush();
-}
-
-void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2, const QString &domain)
-{
-    const QByteArray contents = earlier + ResolverLines(dns1, dns2, domain);
-    const bool isNews = contents != ReadResolver();
-    if (!ReplaceResolver(contents)) {
-        TellNoAccess();
-        return;
-    }
-    Log(isNews ? Level::NOTICE : Level::TRACE)
-        << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
 }
 
 } // namespace
@@ -108,7 +91,30 @@ void NetworkDevice::AppendDNS(const QString &dns1, const QString &dns2, const QS
     if (const auto earlier = ReadResolver())
         WriteResolver(*earlier, dns1, dns2, domain);
     else
-        TellNoAccess();
+        ReportNoResolver();
+}
+
+void NetworkDevice::WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2,
+                                  const QString &domain)
+{
+    const QByteArray contents = earlier + ResolverLines(dns1, dns2, domain);
+    const bool isChange = contents != ReadResolver();
+    if (!ReplaceResolver(contents)) {
+        ReportNoResolver();
+        return;
+    }
+    // Where some other program keeps changing the file back, that is told once.
+    if (isChange)
+        LogOnce(resolverReport, QString::fromUtf8(contents))
+            << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
+    else
+        Log(Level::TRACE) << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
+}
+
+void NetworkDevice::ReportNoResolver()
+{
+    LogOnce(resolverReport, QStringLiteral("no access"))
+        << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
 }
 
 void NetworkDevice::SetHosts(const QStringList &lines)
@@ -117,9 +123,10 @@ void NetworkDevice::SetHosts(const QStringList &lines)
     for (const QString &line : lines)
         text += line + QLatin1Char('\n');
     if (!SecureFile::Replace(HOST_LIST, text.toUtf8(), 0644)) {
-        Log(Level::NOTICE) << "NetworkDevice::SetHosts -  Unable to access hosts";
+        LogOnce(hostsReport) << "NetworkDevice::SetHosts -  Unable to access hosts";
         return;
     }
+    hostsReport.Over();
     // Shell lines because only the shell's environment knows HOSTNAME.
     ZebSystem::execShell(QStringLiteral("echo \"127.0.0.1\tlocalhost\" >> /tmp/.hostlist"));
     ZebSystem::execShell(

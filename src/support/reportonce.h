@@ -27,8 +27,14 @@ public:
         std::chrono::seconds since;  ///< the age of that news
     };
 
+    ReportOnce() = default;
+    /// `known` is no news at the start, such as that there is no address yet.
+    explicit ReportOnce(const QString &known) : told(known), lastTold(Time::max()), summaryTime(Time::max())
+    {
+    }
+
     /// `what` is told at `now`. It is news when it was not told last, and when nothing was told for an hour.
-    /// News that comes again and again, as from a link that flaps, is counted too: three are free, and every
+    /// News that comes again and again, as from a link that flaps, is counted too: four are free, and every
     /// 20 minutes bring one more, so that nothing can write more than a few lines an hour.
     Telling Tell(const QString &what, Time now);
     /// It is over: whatever is told next is news.
@@ -40,7 +46,7 @@ private:
 
     static constexpr std::chrono::minutes SHORTEST{10};
     static constexpr std::chrono::minutes LONGEST{60};
-    static constexpr int MOST_CREDITS = 3;
+    static constexpr int MOST_CREDITS = 4;
     static constexpr std::chrono::minutes CREDIT_INTERVAL{20};
 
     std::optional<QString> told;
