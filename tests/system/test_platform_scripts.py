@@ -2,109 +2,19 @@
 # Copyright (c) 2026 The Corvi developers
 """The platform's own commands, as the daemon runs them."""
 
-import os
-import shutil
 import subprocess
-import sys
-import time
 from pathlib import Path
 
-from harness import HOSTS, RESOLV_CONF, SystemTest, addresses, default_routes, main, read, run
+from harness import HOSTS, RESOLV_CONF, main, read, run
+from scripts import FAKES, SCRIPTS, ScriptTest, calls, fake, script
 
-SCRIPTS = Path(__file__).resolve().parents[2] / "platform/scripts"
 HOST_LIST = Path("/tmp/.hostlist")
 DHCLIENT_CONF = Path("/etc/dhcp/dhclient.conf")
-FAKES = Path("/tmp/fakes")
-
-
-def script(name, *arguments, expect=0, timeout=30):
-    """Runs one of the scripts, with fakes (see fake()) before the real programs; its standard output."""
-    result = subprocess.run([SCRIPTS / name, *arguments], capture_output=True, text=True, timeout=timeout, check=False,
-                            env={**os.environ, "PATH": f"{FAKES}:{os.environ['PATH']}"})
-    assert result.returncode == expect, f"{name}: status {result.returncode}, {result.stdout}{result.stderr}"
-    return result.stdout
 
 
 def update(listed="10.0.0.9\tprinter\n127.0.0.1\tlocalhost\n"):
     HOST_LIST.write_text(listed)
     script("update_hosts")
-
-
-def fake(name, body):
-    """A program of this name that notes its arguments in /tmp/fakes/calls and then runs the shell lines."""
-    path = FAKES / name
-    path.write_text(f'#!/bin/sh\necho "{name} $*" >>{FAKES}/calls\n{body}\n')
-    path.chmod(0o755)
-
-
-def calls():
-    return read(FAKES / "calls").splitlines()
-
-
-class ScriptTest(SystemTest):
-    def setUp(self):
-        super().setUp()
-        shutil.rmtree(FAKES, ignore_errors=True)
-        FAKES.mkdir()
-
-
-class StopDhclient(ScriptTest):
-    def start_client(self, *arguments, body="import time; print(flush=True); time.sleep(60)"):
-        """A process that is called dhclient and, unlike a shell script, shows as such."""
-        program = FAKES / "dhclient"
-        if not program.exists():
-            shutil.copy(os.path.realpath(sys.executable), program)
-        process = subprocess.Popen([program, "-c", body, *arguments], stdout=subprocess.PIPE)
-        process.stdout.readline()
-        self.addCleanup(process.stdout.close)
-        self.addCleanup(process.wait)
-        self.addCleanup(process.kill)
-        return process
-
-    def given_default_route(self, name, metric):
-        self.cable(name)
-        run("ip", "addr", "add", f"10.{metric}.0.2/24", "dev", name)
-        run("ip", "link", "set", "dev", name, "up")
-        run("ip", "route", "add", "default", "via", f"10.{metric}.0.1", "dev", name, "metric", metric)
-
-    def test_nothing_to_end(self):
-        script("stop_dhclient.sh")
-
-    def test_ends_every_client_before_it_returns(self):
-        clients = [self.start_client(), self.start_client()]
-
-        script("stop_dhclient.sh")
-
-        for client in clients:
-            self.assertEqual(client.wait(0.5), -15)
-
-    def test_insists_with_a_client_that_does_not_listen(self):
-        client = self.start_client(body="import signal, time; signal.signal(signal.SIGTERM, signal.SIG_IGN);"
-                                        "print(flush=True); time.sleep(60)")
-        start = time.monotonic()
-
-        script("stop_dhclient.sh")
-
-        self.assertEqual(client.wait(0.5), -9)
-        self.assertLess(time.monotonic() - start, 5)
-
-    def test_takes_away_the_way_out_that_the_client_set(self):
-        self.given_default_route("wlan0", metric=0)
-        self.given_default_route("eth0", metric=1)
-        self.start_client("-v", "wlan0")
-
-        script("stop_dhclient.sh")
-
-        self.assertEqual([route["dev"] for route in default_routes()], ["eth0"])
-
-    def test_leaves_a_cable_that_carries_its_way_out(self):
-        for metric, name in enumerate(("eth0", "wlan0")):
-            self.given_default_route(name, metric)
-            self.start_client("-v", name)
-
-        script("stop_dhclient.sh")
-
-        self.assertEqual([route["dev"] for route in default_routes()], ["eth0"])
 
 
 class UpdateHosts(ScriptTest):
@@ -306,107 +216,6 @@ class Warnings(ScriptTest):
         script("on_wifi_assoc")
 
         self.assertEqual(calls(), ["logger -t on_wifi_assoc Wi-Fi associated"])
-
-
-class ModemTool(ScriptTest):
-    MODEM = """
-        case "$*" in
-            *--simple-*|*-e) ;;
-            "-m any -K") printf 'modem.generic.state : %s\\nmodem.generic.bearers.value[1] : /bearer/3\\n' STATE ;;
-            "-b /bearer/3 -K") cat /tmp/fakes/bearer ;;
-            *) exit 1 ;;
-        esac"""
-    BEARER = """bearer.status.interface            : wwan0
-bearer.ipv4-config.method          : static
-bearer.ipv4-config.address         : 10.64.1.2
-bearer.ipv4-config.prefix          : 30
-bearer.ipv4-config.gateway         : 10.64.1.1
-bearer.ipv4-config.dns.length      : 2
-bearer.ipv4-config.dns.value[1]    : 192.0.2.53
-bearer.ipv4-config.dns.value[2]    : 192.0.2.54
-bearer.ipv4-config.mtu             : 1400
-"""
-
-    def given_modem(self, state, bearer=BEARER):
-        fake("mmcli", self.MODEM.replace("STATE", state))
-        (FAKES / "bearer").write_text(bearer)
-
-    def test_status(self):
-        for state, expected in (("connected", "connected"), ("registered", "disconnected"),
-                                ("connecting", "disconnected"), ("disabled", "disconnected")):
-            with self.subTest(state):
-                self.given_modem(state)
-                self.assertEqual(script("modem-tool.sh", "status"), expected + "\n")
-
-    def test_status_without_a_modem(self):
-        fake("mmcli", "echo \"error: couldn't find modem\" >&2; exit 1")
-
-        self.assertEqual(script("modem-tool.sh", "status"), "cannot find modem\n")
-
-    def test_status_without_modem_manager(self):
-        self.assertEqual(script("modem-tool.sh", "status"), "cannot find modem\n")
-
-    def test_status_does_not_wait_for_a_manager_that_hangs(self):
-        fake("mmcli", "exec sleep 60")
-        start = time.monotonic()
-
-        self.assertEqual(script("modem-tool.sh", "status"), "cannot find modem\n")
-
-        self.assertLess(time.monotonic() - start, 8)
-
-    def test_connect_enables_and_connects(self):
-        self.given_modem("registered")
-
-        script("modem-tool.sh", "connect")
-
-        self.assertEqual(calls(), ["mmcli -m any -e", "mmcli -m any --simple-connect="])
-
-    def test_connect_with_an_access_point_name(self):
-        self.given_modem("registered")
-        Path("/tmp/config/files/network").mkdir(parents=True)
-        Path("/tmp/config/files/network/apn").write_text("web.example,pin=0000\n")
-
-        script("modem-tool.sh", "connect")
-
-        self.assertIn("mmcli -m any --simple-connect=apn=web.examplepin0000", calls())
-
-    def test_disconnect(self):
-        self.given_modem("connected")
-
-        script("modem-tool.sh", "disconnect")
-
-        self.assertEqual(calls(), ["mmcli -m any --simple-disconnect"])
-
-    def test_ip_config_applies_what_the_network_gave(self):
-        self.given_modem("connected")
-        self.cable("wwan0")
-
-        script("modem-tool.sh", "ip_config")
-
-        self.assertEqual(addresses("wwan0"), ["10.64.1.2"])
-        self.assertEqual([(route["gateway"], route["dev"]) for route in default_routes()], [("10.64.1.1", "wwan0")])
-        self.assertEqual(read("/sys/class/net/wwan0/mtu"), "1400\n")
-        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\nnameserver 192.0.2.54\n")
-
-    def test_ip_config_by_dhcp(self):
-        self.given_modem("connected", self.BEARER.replace("static", "dhcp"))
-        fake("dhclient", "")
-        self.cable("wwan0")
-
-        script("modem-tool.sh", "ip_config")
-
-        self.assertIn("dhclient -1 -cf /etc/dhcp/dhclient.conf wwan0", calls())
-
-    def test_ip_config_without_a_bearer_changes_nothing(self):
-        fake("mmcli", "echo 'modem.generic.bearers.value[1] : --'")
-        self.cable("wwan0")
-
-        script("modem-tool.sh", "ip_config", expect=1)
-
-        self.assertEqual(addresses("wwan0"), [])
-
-    def test_unknown_command_is_refused(self):
-        script("modem-tool.sh", "dance", expect=2)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,288 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""The platform's own commands around addresses and routes: ending DHCP clients, the modem's tool."""
+
+import os
+import shutil
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+from harness import RESOLV_CONF, FarEnd, addresses, default_routes, last_pid, main, read, run, wait_for
+from scripts import FAKES, ScriptTest, calls, fake, script
+
+
+def routes():
+    """The default routes in the order in which they count, as (interface, metric)."""
+    return [(route["dev"], route.get("metric", 0)) for route in default_routes()]
+
+
+class StopDhclient(ScriptTest):
+    LISTENS = "import time; print(flush=True); time.sleep(60)"
+    LISTENS_NOT = "import signal, time; signal.signal(signal.SIGTERM, signal.SIG_IGN); print(flush=True); time.sleep(60)"
+
+    def start_client(self, *arguments, body=LISTENS, name="dhclient", before=()):
+        """A process that is called dhclient."""
+        program = FAKES / name
+        if not program.exists():
+            shutil.copy(os.path.realpath(sys.executable), program)
+        process = subprocess.Popen([*before, program, "-c", body, *arguments], stdout=subprocess.PIPE)
+        process.stdout.readline()
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def test_nothing_to_end(self):
+        script("stop_dhclient.sh")
+
+    def test_nothing_to_end_starts_nothing(self):
+        before = last_pid()
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual(last_pid() - before, 1)
+
+    def test_ends_every_client_before_it_returns(self):
+        clients = [self.start_client(), self.start_client("-v", "eth0"), self.start_client("-6", "eth0")]
+
+        script("stop_dhclient.sh")
+
+        for client in clients:
+            self.assertEqual(client.wait(0.5), -15)
+
+    def test_insists_with_a_client_that_does_not_listen(self):
+        client = self.start_client(body=self.LISTENS_NOT)
+        start = time.monotonic()
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual(client.wait(0.5), -9)
+        self.assertLess(time.monotonic() - start, 5)
+
+    def test_lets_the_clients_script_finish(self):
+        self.start_client()
+        body = "import time; print(flush=True); time.sleep(0.5)"
+        hook = self.start_client(body=body, name="dhclient-script")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual(hook.wait(0.1), 0)
+
+    def test_ends_a_script_that_hangs(self):
+        hook = self.start_client(name="dhclient-script")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual(hook.wait(0.1), -9)
+
+    def test_client_that_nobody_waits_for_costs_no_time(self):
+        client = self.start_client()
+        client.kill()
+        wait_for("a process that has ended", lambda: " Z " in read(f"/proc/{client.pid}/stat"))
+        start = time.monotonic()
+
+        script("stop_dhclient.sh")
+
+        self.assertLess(time.monotonic() - start, 2)
+
+    def test_client_of_a_container_lives(self):
+        FarEnd("container", "none0")
+        client = self.start_client(before=["ip", "netns", "exec", "container"])
+        self.assertEqual(read(f"/proc/{client.pid}/comm"), "dhclient\n")
+
+        script("stop_dhclient.sh")
+
+        self.assertIsNone(client.poll())
+
+    def test_process_of_another_user_is_no_client(self):
+        client = self.start_client(before=["setpriv", "--reuid=nobody", "--clear-groups"])
+
+        script("stop_dhclient.sh")
+
+        self.assertIsNone(client.poll())
+
+    def test_program_with_a_similar_name_is_no_client(self):
+        client = self.start_client(name="dhclient2")
+
+        script("stop_dhclient.sh")
+
+        self.assertIsNone(client.poll())
+
+
+class MakingWay(ScriptTest):
+    """stop_dhclient.sh makes way for the route of the next client."""
+
+    def given_default_route(self, name, *options, number=0):
+        cable = self.cable(name)
+        run("ip", "addr", "add", f"10.{number}.0.2/24", "dev", name)
+        run("ip", "link", "set", "dev", name, "up")
+        wait_for("a carrier", lambda: read(f"/sys/class/net/{name}/carrier") == "1\n")
+        run("ip", "route", "append", "default", "via", f"10.{number}.0.1", "dev", name, *options)
+        return cable
+
+    def test_radio_is_put_behind_cables_and_modem(self):
+        self.given_default_route("wlan0")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual(routes(), [("wlan0", 600)])
+        self.assertEqual(default_routes()[0]["gateway"], "10.0.0.1")
+
+    def test_cable_that_carries_stays_first(self):
+        self.given_default_route("mlan0", number=0)
+        self.given_default_route("eth0", number=1)
+        self.given_default_route("wwan0", number=2)
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual(routes(), [("eth0", 0), ("mlan0", 600), ("wwan0", 600)])
+
+    def test_routes_that_are_behind_already_stay(self):
+        self.given_default_route("wwan0", "metric", "500", number=0)
+        self.given_default_route("wlan0", "metric", "600", number=1)
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual(routes(), [("wwan0", 500), ("wlan0", 600)])
+
+    def test_of_several_routes_the_one_in_use_stays(self):
+        self.given_default_route("wlan0", "onlink")
+        run("ip", "route", "append", "default", "via", "10.0.0.7", "dev", "wlan0")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual([(route["gateway"], route["metric"]) for route in default_routes()], [("10.0.0.1", 600)])
+        self.assertIn("onlink", default_routes()[0]["flags"])
+
+    def test_new_route_takes_the_place_of_one_put_behind_earlier(self):
+        self.given_default_route("wlan0", "metric", "600")
+        run("ip", "route", "append", "default", "via", "10.0.0.7", "dev", "wlan0")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual([(route["gateway"], route["metric"]) for route in default_routes()], [("10.0.0.7", 600)])
+
+    def test_interface_that_does_not_carry_loses_its_route(self):
+        for number, name in enumerate(("eth0", "wlan0")):
+            self.given_default_route(name, number=number).pull()
+            wait_for("no carrier", lambda name=name: read(f"/sys/class/net/{name}/carrier") == "0\n")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual(routes(), [])
+
+    def test_names_with_odd_letters(self):
+        names = ["wlan*", "wlan?0", "wlan[a]", "wlan$x'\""]
+        for number, name in enumerate(names):
+            self.given_default_route(name, number=number)
+
+        script("stop_dhclient.sh")
+
+        self.assertCountEqual(routes(), [(name, 600) for name in names])
+
+
+class ModemTool(ScriptTest):
+    MODEM = """
+        case "$*" in
+            *--simple-*|*-e) ;;
+            "-m any -K") printf 'modem.generic.state : %s\\nmodem.generic.bearers.value[1] : /bearer/3\\n' STATE ;;
+            "-b /bearer/3 -K") cat /tmp/fakes/bearer ;;
+            *) exit 1 ;;
+        esac"""
+    BEARER = """bearer.status.interface            : wwan0
+bearer.ipv4-config.method          : static
+bearer.ipv4-config.address         : 10.64.1.2
+bearer.ipv4-config.prefix          : 30
+bearer.ipv4-config.gateway         : 10.64.1.1
+bearer.ipv4-config.dns.length      : 2
+bearer.ipv4-config.dns.value[1]    : 192.0.2.53
+bearer.ipv4-config.dns.value[2]    : 192.0.2.54
+bearer.ipv4-config.mtu             : 1400
+"""
+
+    def given_modem(self, state, bearer=BEARER):
+        fake("mmcli", self.MODEM.replace("STATE", state))
+        (FAKES / "bearer").write_text(bearer)
+
+    def test_status(self):
+        for state, expected in (("connected", "connected"), ("registered", "disconnected"),
+                                ("connecting", "disconnected"), ("disabled", "disconnected")):
+            with self.subTest(state):
+                self.given_modem(state)
+                self.assertEqual(script("modem-tool.sh", "status"), expected + "\n")
+
+    def test_status_without_a_modem(self):
+        fake("mmcli", "echo \"error: couldn't find modem\" >&2; exit 1")
+
+        self.assertEqual(script("modem-tool.sh", "status"), "cannot find modem\n")
+
+    def test_status_without_modem_manager(self):
+        self.assertEqual(script("modem-tool.sh", "status"), "cannot find modem\n")
+
+    def test_status_does_not_wait_for_a_manager_that_hangs(self):
+        fake("mmcli", "exec sleep 60")
+        start = time.monotonic()
+
+        self.assertEqual(script("modem-tool.sh", "status"), "cannot find modem\n")
+
+        self.assertLess(time.monotonic() - start, 8)
+
+    def test_connect_enables_and_connects(self):
+        self.given_modem("registered")
+
+        script("modem-tool.sh", "connect")
+
+        self.assertEqual(calls(), ["mmcli -m any -e", "mmcli -m any --simple-connect="])
+
+    def test_connect_with_an_access_point_name(self):
+        self.given_modem("registered")
+        Path("/tmp/config/files/network").mkdir(parents=True)
+        Path("/tmp/config/files/network/apn").write_text("web.example,pin=0000\n")
+
+        script("modem-tool.sh", "connect")
+
+        self.assertIn("mmcli -m any --simple-connect=apn=web.examplepin0000", calls())
+
+    def test_disconnect(self):
+        self.given_modem("connected")
+
+        script("modem-tool.sh", "disconnect")
+
+        self.assertEqual(calls(), ["mmcli -m any --simple-disconnect"])
+
+    def test_ip_config_applies_what_the_network_gave(self):
+        self.given_modem("connected")
+        self.cable("wwan0")
+
+        script("modem-tool.sh", "ip_config")
+
+        self.assertEqual(addresses("wwan0"), ["10.64.1.2"])
+        self.assertEqual([(route["gateway"], route["dev"]) for route in default_routes()], [("10.64.1.1", "wwan0")])
+        self.assertEqual(read("/sys/class/net/wwan0/mtu"), "1400\n")
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\nnameserver 192.0.2.54\n")
+
+    def test_ip_config_by_dhcp(self):
+        self.given_modem("connected", self.BEARER.replace("static", "dhcp"))
+        fake("dhclient", "")
+        self.cable("wwan0")
+
+        script("modem-tool.sh", "ip_config")
+
+        self.assertIn("dhclient -1 -cf /etc/dhcp/dhclient.conf wwan0", calls())
+
+    def test_ip_config_without_a_bearer_changes_nothing(self):
+        fake("mmcli", "echo 'modem.generic.bearers.value[1] : --'")
+        self.cable("wwan0")
+
+        script("modem-tool.sh", "ip_config", expect=1)
+
+        self.assertEqual(addresses("wwan0"), [])
+
+    def test_unknown_command_is_refused(self):
+        script("modem-tool.sh", "dance", expect=2)
+
+
+if __name__ == "__main__":
+    main()
