@@ -111,7 +111,10 @@ public slots:
     void onScanningFailed();
     void onWiredStateChange(bool state);
 
-protected:
+private:
+    /// The tests' one way in (tests/support).
+    friend class CorviPeer;
+
     /// Ticks without a wired link before wireless gets its turn.
     static constexpr int WIRELESS_DELAY_TICKS = 2;
     /// Calls of ReconfigureWpa() that only count down before one that starts the supplicant.
@@ -150,7 +153,6 @@ protected:
     RetryPause wiredRetry;
     RetryPause wirelessRetry;
 
-private:
     // Life, the supervision tick
     void ApplyDebugFlag();
     void Rescan();

@@ -19,7 +19,7 @@ void SetLevel(int level)
 
 int LogCount(const QString &text)
 {
-    return LogLines().count(text);
+    return TestSupport::LogLines().count(text);
 }
 
 QStringList JournalOf(const QString &start)
@@ -108,15 +108,6 @@ void LogFromHere(int level)
 {
     SetLevel(level);
     Forget();
-}
-
-void Age(RetryPause &pause, int attempts, std::chrono::seconds age)
-{
-    const auto then = RetryPause::Time::clock::now() - age;
-    pause.Reset();
-    pause.IsDue(then);
-    for (int i = 0; i < attempts; ++i)
-        pause.NoteAttempt(then);
 }
 
 int DhcpAttempts()

@@ -3,14 +3,11 @@
 
 #pragma once
 
-#include "retrypause.h"
 #include "testsupport.h"
 
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
-
-#include <chrono>
 
 /// The small world around the service object: its files, stores, interfaces with a far end each, stand-in
 /// tools that act on them.
@@ -47,8 +44,6 @@ inline const QByteArray WLAN_AND_8021X =
     "<network><name>Office</name><ssid>Office</ssid><securityMode>Unsecured</securityMode></network>"
     "</networkconfig>";
 
-using TestSupport::LogLines;
-
 void SetLevel(int level);
 /// How often a line was logged.
 int LogCount(const QString &text);
@@ -73,8 +68,6 @@ void StartFromNothing();
 void Forget();
 /// What a test is not about is forgotten, and from here on the log takes all up to this level.
 void LogFromHere(int level);
-/// As if the last DHCP attempt were this long ago.
-void Age(RetryPause &pause, int attempts, std::chrono::seconds age);
 int DhcpAttempts();
 
 } // namespace CorviWorld

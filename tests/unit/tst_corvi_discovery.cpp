@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "corviundertest.h"
+#include "corvipeer.h"
 
 #include <QPointer>
 
@@ -124,16 +124,16 @@ void TestCorviDiscovery::interfaceIsClassified()
     QFETCH(QString, name);
     QFETCH(QString, kind);
     RealIp({"link", "add", "name", name, "type", "veth", "peer", "name", "other", "netns", "far"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.FindAllInterfaces();
 
     const QStringList one{name};
     const QStringList none;
-    QCOMPARE(corvi.allInterfaces, one);
-    QCOMPARE(corvi.wirelessInterfaces, kind == "wireless" ? one : none);
-    QCOMPARE(corvi.modemInterfaces, kind == "modem" ? one : none);
-    QCOMPARE(corvi.wiredInterfaces, kind == "wired" ? one : none);
+    QCOMPARE(corvi.AllInterfaces(), one);
+    QCOMPARE(corvi.WirelessInterfaces(), kind == "wireless" ? one : none);
+    QCOMPARE(corvi.ModemInterfaces(), kind == "modem" ? one : none);
+    QCOMPARE(corvi.WiredInterfaces(), kind == "wired" ? one : none);
     const NetworkDevice *const device = corvi.Device(name);
     QVERIFY(device);
     QCOMPARE(device->name, name);
@@ -141,7 +141,7 @@ void TestCorviDiscovery::interfaceIsClassified()
     QCOMPARE(qobject_cast<const WirelessDevice *>(device) != nullptr, kind == "wireless");
     QCOMPARE(qobject_cast<const Modem *>(device) != nullptr, kind == "modem");
     QCOMPARE(qobject_cast<const WiredDevice *>(device) != nullptr, kind == "wired");
-    QCOMPARE(corvi.wirelessFound, kind == "wireless");
+    QCOMPARE(corvi.Flags().contains("wirelessFound"), kind == "wireless");
 }
 
 void TestCorviDiscovery::wirelessFolderMakesAnInterfaceWireless()
@@ -153,25 +153,25 @@ void TestCorviDiscovery::wirelessFolderMakesAnInterfaceWireless()
     FakeClassFolder::WriteEntry("ath0/wireless/status", "");
     FakeClassFolder::WriteEntry("ath1/wireless", "a file");
     FakeClassFolder::WriteEntry("wwan0/wireless/status", "");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.wirelessInterfaces, QStringList({"ath0", "wwan0"}));
-    QCOMPARE(corvi.wiredInterfaces, QStringList{"ath1"});
-    QCOMPARE(corvi.modemInterfaces, QStringList());
+    QCOMPARE(corvi.WirelessInterfaces(), QStringList({"ath0", "wwan0"}));
+    QCOMPARE(corvi.WiredInterfaces(), QStringList{"ath1"});
+    QCOMPARE(corvi.ModemInterfaces(), QStringList());
 }
 
 void TestCorviDiscovery::linksWithoutHardwareAreSkipped()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     SetLevel(4);
 
     corvi.FindAllInterfaces();
 
     // The loopback is there, too.
-    QCOMPARE(corvi.allInterfaces, QStringList{"eth0"});
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
     QVERIFY(!corvi.Device("lo"));
     QCOMPARE(LogCount("lo 772"), 1);
     QCOMPARE(LogCount("eth0 1"), 1);
@@ -199,11 +199,11 @@ void TestCorviDiscovery::linkTypeDecides()
     QFETCH(bool, isKept);
     const FakeClassFolder folder;
     folder.AddInterface("net0", type);
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.allInterfaces, isKept ? QStringList{"net0"} : QStringList());
+    QCOMPARE(corvi.AllInterfaces(), isKept ? QStringList{"net0"} : QStringList());
 }
 
 void TestCorviDiscovery::unreadableTypeKeepsTheInterface_data()
@@ -221,12 +221,12 @@ void TestCorviDiscovery::unreadableTypeKeepsTheInterface()
     const FakeClassFolder folder;
     folder.AddInterface("net0", type);
     FakeClassFolder::WriteEntry("net1/address", "no type file at all");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     SetLevel(4);
 
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.wiredInterfaces, QStringList({"net0", "net1"}));
+    QCOMPARE(corvi.WiredInterfaces(), QStringList({"net0", "net1"}));
     QCOMPARE(LogCount("net0 0"), 1);
     QCOMPARE(LogCount("net1 0"), 1);
 }
@@ -236,18 +236,18 @@ void TestCorviDiscovery::onlyFoldersAreInterfaces()
     const FakeClassFolder folder;
     folder.AddInterface("net0", ETHERNET);
     FakeClassFolder::WriteEntry("a_file", "");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.allInterfaces, QStringList{"net0"});
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"net0"});
 }
 
 void TestCorviDiscovery::onlyWiredDevicesAreStarted()
 {
     for (const char *name : {"eth0", "wlan0", "wwan0"})
         MakeInterface(name);
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.FindAllInterfaces();
 
@@ -261,35 +261,36 @@ void TestCorviDiscovery::namesAreSorted()
 {
     for (const char *name : {"wwan1", "wlan1", "eth1", "Eth2", "wlan0", "eth0", "wwan0", "eth10"})
         MakeInterface(name);
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.wiredInterfaces, QStringList({"Eth2", "eth0", "eth1", "eth10"}));
-    QCOMPARE(corvi.wirelessInterfaces, QStringList({"wlan0", "wlan1"}));
-    QCOMPARE(corvi.modemInterfaces, QStringList({"wwan0", "wwan1"}));
-    QCOMPARE(corvi.allInterfaces, corvi.wiredInterfaces + corvi.wirelessInterfaces + corvi.modemInterfaces);
-    QCOMPARE(corvi.devices.size(), 8);
+    QCOMPARE(corvi.WiredInterfaces(), QStringList({"Eth2", "eth0", "eth1", "eth10"}));
+    QCOMPARE(corvi.WirelessInterfaces(), QStringList({"wlan0", "wlan1"}));
+    QCOMPARE(corvi.ModemInterfaces(), QStringList({"wwan0", "wwan1"}));
+    QCOMPARE(corvi.AllInterfaces(),
+             corvi.WiredInterfaces() + corvi.WirelessInterfaces() + corvi.ModemInterfaces());
+    QCOMPARE(corvi.DeviceCount(), 8);
 }
 
 void TestCorviDiscovery::wirelessFoundFollowsTheDevices()
 {
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.FindAllInterfaces();
-    QVERIFY(corvi.wirelessFound);
+    QVERIFY(corvi.Flags().contains("wirelessFound"));
 
     RemoveInterfaces();
     corvi.FindAllInterfaces();
 
-    QVERIFY(!corvi.wirelessFound);
+    QVERIFY(!corvi.Flags().contains("wirelessFound"));
 }
 
 void TestCorviDiscovery::secondDiscoveryStartsFromNothing()
 {
     for (const char *name : {"eth0", "wlan0", "wwan0"})
         MakeInterface(name);
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.FindAllInterfaces();
 
     RemoveInterfaces();
@@ -297,31 +298,31 @@ void TestCorviDiscovery::secondDiscoveryStartsFromNothing()
         MakeInterface(name);
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.allInterfaces, QStringList({"eth1", "wlan0", "wwan0"}));
-    QCOMPARE(corvi.wiredInterfaces, QStringList{"eth1"});
-    QCOMPARE(corvi.wirelessInterfaces, QStringList{"wlan0"});
-    QCOMPARE(corvi.modemInterfaces, QStringList{"wwan0"});
-    QCOMPARE(corvi.devices.size(), 3);
+    QCOMPARE(corvi.AllInterfaces(), QStringList({"eth1", "wlan0", "wwan0"}));
+    QCOMPARE(corvi.WiredInterfaces(), QStringList{"eth1"});
+    QCOMPARE(corvi.WirelessInterfaces(), QStringList{"wlan0"});
+    QCOMPARE(corvi.ModemInterfaces(), QStringList{"wwan0"});
+    QCOMPARE(corvi.DeviceCount(), 3);
     QVERIFY(!corvi.Device("eth0"));
 }
 
 void TestCorviDiscovery::operstateFilesOnlyGrow()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.FindAllInterfaces();
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.operstateFiles,
+    QCOMPARE(corvi.OperstateFiles(),
              QStringList({"/sys/class/net/eth0/operstate", "/sys/class/net/eth0/operstate"}));
-    QCOMPARE(corvi.allInterfaces, QStringList{"eth0"});
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
 }
 
 void TestCorviDiscovery::oldDevicesAreDeletedAtOnce()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.FindAllInterfaces();
     const QPointer<NetworkDevice> before = corvi.Device("eth0");
 
@@ -333,38 +334,38 @@ void TestCorviDiscovery::oldDevicesAreDeletedAtOnce()
 
 void TestCorviDiscovery::missingClassFolderGivesNothing()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     QProcess::execute("mount", {"-t", "tmpfs", "none", "/sys"});
     const auto unmount = qScopeGuard([] { QProcess::execute("umount", {"/sys"}); });
     QVERIFY(!QFile::exists("/sys/class/net"));
 
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.allInterfaces, QStringList());
-    QVERIFY(corvi.devices.isEmpty());
+    QCOMPARE(corvi.AllInterfaces(), QStringList());
+    QCOMPARE(corvi.DeviceCount(), 0);
 }
 
 void TestCorviDiscovery::firstModemByNameIsAdopted()
 {
     MakeInterface("wwan1");
     MakeInterface("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.modemDevice, corvi.Device("wwan0"));
+    QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan0"));
 }
 
 void TestCorviDiscovery::vanishedModemIsForgotten()
 {
     MakeInterface("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.FindAllInterfaces();
 
     RemoveInterfaces();
     corvi.FindAllInterfaces();
 
-    QVERIFY(!corvi.modemDevice);
+    QVERIFY(!corvi.ModemDevice());
 }
 
 void TestCorviDiscovery::deviceEventsReachTheListener_data()
@@ -379,7 +380,7 @@ void TestCorviDiscovery::deviceEventsReachTheListener()
     QFETCH(QString, name);
     MakeInterface(name);
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.FindAllInterfaces();
 
     corvi.Device(name)->SendEvent(7, 8);
@@ -404,10 +405,10 @@ void TestCorviDiscovery::bondingFollowsTheStore()
     QFETCH(bool, isActive);
     QFETCH(QString, change);
     Answer("ip", "");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     if (isActive)
-        corvi.bondedDevice->EnableBonding();
-    QCOMPARE(corvi.bondedDevice->isBondingActive(), isActive);
+        corvi.Bond().EnableBonding();
+    QCOMPARE(corvi.Bond().isBondingActive(), isActive);
     if (isEnabled)
         WriteNetworks("<bonding_enable>true</bonding_enable>");
     else
@@ -416,8 +417,8 @@ void TestCorviDiscovery::bondingFollowsTheStore()
 
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.bondingEnabled, isEnabled);
-    QCOMPARE(corvi.bondedDevice->isBondingActive(), isEnabled);
+    QCOMPARE(corvi.Flags().contains("bondingEnabled"), isEnabled);
+    QCOMPARE(corvi.Bond().isBondingActive(), isEnabled);
     QCOMPARE(LogCount(QString("Corvi::FindAllInterfaces()  bonding %1").arg(int(isEnabled))), 1);
     if (change.isEmpty())
         QCOMPARE(JournalOf("ip link"), QStringList());
@@ -430,16 +431,16 @@ void TestCorviDiscovery::enslavedInterfacesAreSkipped()
     MakeMachine("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>",
                 {"eth0", "eth1", "wlan0", "usb0"});
     Answer("ip", "");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     // The bond stands; its ports are eth0-swap and eth1, and it is called eth0 itself.
-    corvi.bondedDevice->EnableBonding();
+    corvi.Bond().EnableBonding();
     LogFromHere(4);
 
     corvi.FindAllInterfaces();
 
-    QCOMPARE(corvi.bondedDevice->getSlaves(), QStringList({"eth0-swap", "eth1"}));
-    QCOMPARE(corvi.wiredInterfaces, QStringList({"eth0", "usb0"}));
-    QCOMPARE(corvi.wirelessInterfaces, QStringList{"wlan0"});
+    QCOMPARE(corvi.Bond().getSlaves(), QStringList({"eth0-swap", "eth1"}));
+    QCOMPARE(corvi.WiredInterfaces(), QStringList({"eth0", "usb0"}));
+    QCOMPARE(corvi.WirelessInterfaces(), QStringList{"wlan0"});
     QVERIFY(!corvi.Device("eth1"));
     QCOMPARE(LogCount("interface is bonded -- skip"), 1);
     QCOMPARE(LogCount("found interface eth1"), 0);
@@ -448,7 +449,7 @@ void TestCorviDiscovery::enslavedInterfacesAreSkipped()
 void TestCorviDiscovery::discoveryIsTraced()
 {
     MakeMachine(LAN_STATIC, {"eth0", "wlan0", "wwan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     LogFromHere(4);
 
     corvi.FindAllInterfaces();
@@ -472,7 +473,7 @@ void TestCorviDiscovery::discoveryIsTraced()
 void TestCorviDiscovery::cleanupIsTracedOnlyWithDevices()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     SetLevel(4);
 
     corvi.FindAllInterfaces();
@@ -485,7 +486,7 @@ void TestCorviDiscovery::cleanupIsTracedOnlyWithDevices()
 void TestCorviDiscovery::discoveryIsSilentAtTheNormalLevel()
 {
     MakeMachine(LAN_STATIC, {"eth0", "wlan0", "wwan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     SetLevel(3);
     corvi.FindAllInterfaces();
     ClearLog();
@@ -498,7 +499,7 @@ void TestCorviDiscovery::discoveryIsSilentAtTheNormalLevel()
 void TestCorviDiscovery::netDeviceChangeIsTraced()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.FindAllInterfaces();
     Forget();
     corvi.onNetDeviceChange(corvi.Device("eth0"));

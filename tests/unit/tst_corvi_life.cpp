@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "corviundertest.h"
+#include "corvipeer.h"
 #include "fakesupplicant.h"
 
 #include <QLocale>
@@ -109,7 +109,7 @@ void TestCorviLife::init()
 
 void TestCorviLife::constructionIsLoggedAndEchoed()
 {
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
 
     const QStringList lines = LogLines();
     // The supervisor tells of its stop in between.
@@ -141,7 +141,7 @@ void TestCorviLife::debugFlagSetsTheLevelAtConstruction()
     if (present)
         WriteFile(DEBUG_FLAG, "");
 
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
 
     QCOMPARE(Logging::CurrentLevel(), level);
     QCOMPARE(LogCount(QString("Logginglevel = %1").arg(level)), 1);
@@ -149,33 +149,28 @@ void TestCorviLife::debugFlagSetsTheLevelAtConstruction()
 
 void TestCorviLife::constructionStartsFromTheInitialValues()
 {
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
 
-    QCOMPARE(corvi.wirelessDelayTicks, 2);
-    QCOMPARE(corvi.wpaHoldoffTicks, 2);
-    QVERIFY(corvi.forceRescan);
-    for (const bool flag : {corvi.loopStarted, corvi.wirelessFound, corvi.wpaConfUpdated,
-                            corvi.wirelessConfigured, corvi.reconfigureWpa, corvi.wiredUp, corvi.wiredPending,
-                            corvi.wirelessCarrierSeen, corvi.bondingEnabled})
-        QVERIFY(!flag);
-    for (const QStringList &list : {corvi.allInterfaces, corvi.wiredInterfaces, corvi.wirelessInterfaces,
-                                    corvi.modemInterfaces, corvi.operstateFiles})
+    QCOMPARE(corvi.WirelessDelay(), 2);
+    QCOMPARE(corvi.HoldOff(), 2);
+    QCOMPARE(corvi.Flags(), QStringList{"forceRescan"});
+    for (const QStringList &list :
+         {corvi.AllInterfaces(), corvi.WiredInterfaces(), corvi.WirelessInterfaces(), corvi.ModemInterfaces(),
+          corvi.OperstateFiles()})
         QCOMPARE(list, QStringList());
-    QVERIFY(corvi.devices.isEmpty());
-    QVERIFY(corvi.wpaConfContents.isEmpty());
-    for (const NetworkDevice *device : {corvi.wiredDevice, corvi.wirelessDevice, corvi.modemDevice})
+    QCOMPARE(corvi.DeviceCount(), 0);
+    QVERIFY(corvi.FileContents().isEmpty());
+    for (const NetworkDevice *device : {corvi.WiredDevice(), corvi.WirelessDevice(), corvi.ModemDevice()})
         QVERIFY(!device);
     QCOMPARE(Corvi::conn_counter, 0);
-    QVERIFY(!corvi.loopTimer->isActive());
-    QCOMPARE(corvi.supThread, WpaSuppThread::GetInstance());
-    QVERIFY(!corvi.eventSocket->parent());
+    QVERIFY(!corvi.LoopTimer().isActive());
 }
 
 void TestCorviLife::constructionRemovesAStaleKillFile()
 {
     WriteFile(KILL_FLAG, "");
 
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
 
     QVERIFY(!QFile::exists(KILL_FLAG));
 }
@@ -194,7 +189,7 @@ void TestCorviLife::hostNameIsInitialisedWithoutAClientConfiguration()
     if (!present)
         Remove(DHCLIENT_CONF);
 
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
 
     QTEST(Journal(), "expected");
 }
@@ -202,7 +197,7 @@ void TestCorviLife::hostNameIsInitialisedWithoutAClientConfiguration()
 void TestCorviLife::supervisorIsStoppedWithTheModeOfItsUse()
 {
     WriteFile(DEBUG_FLAG, "");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     QCOMPARE(LogLines().filter("WpaSuppThread::Stop"), QStringList{"WpaSuppThread::Stop 2 false 0"});
     ClearLog();
 
@@ -213,12 +208,12 @@ void TestCorviLife::supervisorIsStoppedWithTheModeOfItsUse()
 
 void TestCorviLife::supervisorSignalsReachTheService()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     LogFromHere(4);
 
-    emit corvi.supThread->associatedChanged(true);
-    emit corvi.supThread->wifiConnected();
-    emit corvi.supThread->scanningFailed();
+    emit WpaSuppThread::GetInstance()->associatedChanged(true);
+    emit WpaSuppThread::GetInstance()->wifiConnected();
+    emit WpaSuppThread::GetInstance()->scanningFailed();
     emit corvi.wiredStateChange(false);
 
     QCOMPARE(LogLines(), QStringList({"Corvi::onAssociatedChanged(bool state) 1",
@@ -229,19 +224,19 @@ void TestCorviLife::supervisorSignalsReachTheService()
 
 void TestCorviLife::bondIsSetUpToTakeOverTheName()
 {
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
     SetLevel(4);
     Answer("ip", "");
     ClearLog();
 
-    corvi.bondedDevice->EnableBonding();
+    corvi.Bond().EnableBonding();
 
     QCOMPARE(LogLines().first(), QString("Renaming 1 BringUp 0 usePrimary 1"));
 }
 
 void TestCorviLife::startArmsTheTimer()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     ClearLog();
     debugOutput.clear();
 
@@ -249,17 +244,17 @@ void TestCorviLife::startArmsTheTimer()
 
     QCOMPARE(LogLines(), QStringList{"Corvi::Start()"});
     QVERIFY(!WasEchoed("Corvi::Start()"));
-    QVERIFY(corvi.loopTimer->isActive());
-    QVERIFY(!corvi.loopTimer->isSingleShot());
-    QCOMPARE(corvi.loopTimer->interval(), 1000);
+    QVERIFY(corvi.LoopTimer().isActive());
+    QVERIFY(!corvi.LoopTimer().isSingleShot());
+    QCOMPARE(corvi.LoopTimer().interval(), 1000);
     QTRY_COMPARE_WITH_TIMEOUT(LogCount("Corvi::Loop Force Rescan "), 1, 3000);
 }
 
 void TestCorviLife::destructionGivesTheSegmentBack()
 {
     {
-        const CorviUnderTest corvi;
-        QVERIFY(corvi.shm.isAttached());
+        const CorviPeer corvi;
+        QCOMPARE(corvi.Segment().size(), 512);
     }
 
     QSharedMemory other("com.qarbo.zebnetstatus");
@@ -271,7 +266,7 @@ void TestCorviLife::destructionDeletesTheDevices()
     MakeInterface("eth0");
     QPointer<NetworkDevice> device;
     {
-        CorviUnderTest corvi;
+        CorviPeer corvi;
         corvi.Tick();
         device = corvi.Device("eth0");
         QVERIFY(device);
@@ -309,49 +304,49 @@ void TestCorviLife::stopEndsTheProcess()
 
 void TestCorviLife::firstTickTellsThatTheLoopStarted()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     debugOutput.clear();
 
     corvi.Tick(3);
 
     QCOMPARE(LogCount("Corvi::LoopTimer started"), 1);
     QVERIFY(!WasEchoed("Corvi::LoopTimer started"));
-    QVERIFY(corvi.loopStarted);
+    QVERIFY(corvi.Flags().contains("loopStarted"));
 }
 
 void TestCorviLife::firstTickOnlyRescans()
 {
     MakeInterface("wlan0");
     WriteFile(DEBUG_FLAG, "");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.Tick();
 
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
-    QVERIFY(!corvi.forceRescan);
-    QVERIFY(corvi.reconfigureWpa);
-    QCOMPARE(corvi.allInterfaces, QStringList{"wlan0"});
-    QCOMPARE(corvi.wirelessDelayTicks, 2);
+    QVERIFY(!corvi.Flags().contains("forceRescan"));
+    QVERIFY(corvi.IsReconfigureWanted());
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"wlan0"});
+    QCOMPARE(corvi.WirelessDelay(), 2);
     QVERIFY(LogLines().filter("WirelessNetworkSetup").isEmpty());
 }
 
 void TestCorviLife::secondTickSetsUp()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.Tick(2);
 
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
-    QVERIFY(corvi.wiredUp);
-    QCOMPARE(corvi.wiredDevice, corvi.Device("eth0"));
+    QVERIFY(corvi.IsWiredUp());
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth0"));
     QCOMPARE(JournalOf("ifconfig").last(), QString("ifconfig eth0 10.1.0.2 netmask 255.255.255.0 up"));
 }
 
 void TestCorviLife::rescanTellsTheLevel()
 {
     WriteStore("<networkconfig/>");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     ClearLog();
     debugOutput.clear();
 
@@ -365,14 +360,14 @@ void TestCorviLife::rescanTellsTheLevel()
 
 void TestCorviLife::debugFlagCountsAtARescanOnly()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
 
     WriteFile(DEBUG_FLAG, "");
     corvi.Tick();
     QCOMPARE(Logging::CurrentLevel(), 2);
 
-    corvi.forceRescan = true;
+    corvi.ForceRescan();
     corvi.Tick();
     QCOMPARE(Logging::CurrentLevel(), 5);
 
@@ -380,54 +375,48 @@ void TestCorviLife::debugFlagCountsAtARescanOnly()
     corvi.Tick();
     QCOMPARE(Logging::CurrentLevel(), 5);
 
-    corvi.forceRescan = true;
+    corvi.ForceRescan();
     corvi.Tick();
     QCOMPARE(Logging::CurrentLevel(), 2);
 }
 
 void TestCorviLife::rescanForgetsTheNetworksInUse()
 {
-    CorviUnderTest corvi;
-    corvi.wirelessFound = true;
-    corvi.wpaConfUpdated = true;
-    corvi.wirelessConfigured = true;
-    corvi.wiredUp = true;
-    corvi.wiredPending = true;
-    corvi.wirelessCarrierSeen = true;
+    CorviPeer corvi;
+    corvi.RaiseEveryFlag();
 
     corvi.Init();
 
-    for (const bool flag : {corvi.wirelessFound, corvi.wpaConfUpdated, corvi.wirelessConfigured,
-                            corvi.wiredUp, corvi.wiredPending, corvi.wirelessCarrierSeen})
-        QVERIFY(!flag);
+    QCOMPARE(corvi.Flags(), QStringList({"loopStarted", "forceRescan", "reconfigureWpa"}));
 }
 
 void TestCorviLife::rescanDeletesTheDevicesInUse()
 {
     for (const char *name : {"eth0", "wlan0", "wwan0"})
         MakeInterface(name);
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wiredDevice = corvi.Device("eth0");
-    corvi.wirelessDevice = corvi.Device("wlan0");
-    QCOMPARE(corvi.modemDevice, corvi.Device("wwan0"));
-    const QVector<QPointer<NetworkDevice>> before{corvi.wiredDevice, corvi.wirelessDevice, corvi.modemDevice};
+    corvi.AdoptWired("eth0");
+    corvi.PickWireless("wlan0");
+    QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan0"));
+    const QVector<QPointer<NetworkDevice>> before{corvi.WiredDevice(), corvi.WirelessDevice(),
+                                                  corvi.ModemDevice()};
 
     corvi.Init();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 
     for (const QPointer<NetworkDevice> &device : before)
         QVERIFY(!device);
-    QVERIFY(!corvi.wiredDevice);
-    QVERIFY(!corvi.wirelessDevice);
+    QVERIFY(!corvi.WiredDevice());
+    QVERIFY(!corvi.WirelessDevice());
     // Discovery has adopted the new one.
-    QCOMPARE(corvi.modemDevice, corvi.Device("wwan0"));
-    QCOMPARE(corvi.devices.size(), 3);
+    QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan0"));
+    QCOMPARE(corvi.DeviceCount(), 3);
 }
 
 void TestCorviLife::rescanSetsUpTheResolver()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     MakeInterface("eth0");
 
     corvi.Tick();
@@ -438,7 +427,7 @@ void TestCorviLife::rescanSetsUpTheResolver()
 
 void TestCorviLife::rescanIsTracedInOrder()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     LogFromHere(4);
 
     corvi.Init();
@@ -452,7 +441,7 @@ void TestCorviLife::rescanIsTracedInOrder()
 void TestCorviLife::reloadFileForcesOneRescan()
 {
     WriteFile(DEBUG_FLAG, "");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     Forget();
 
@@ -468,7 +457,7 @@ void TestCorviLife::reloadFileForcesOneRescan()
 void TestCorviLife::reloadFileAtStartGivesOneRescan()
 {
     WriteFile(RELOAD_FLAG, "");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.Tick(3);
 
@@ -480,7 +469,7 @@ void TestCorviLife::reloadFileThatStaysRescansEveryTick()
 {
     // A folder that is not empty cannot be removed like a file.
     WriteFile(RELOAD_FLAG + "/file", "");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.Tick(3);
 
@@ -489,23 +478,23 @@ void TestCorviLife::reloadFileThatStaysRescansEveryTick()
 
 void TestCorviLife::lateWirelessCarrierForcesOneRescan()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    QVERIFY(!corvi.wirelessCarrierSeen);
+    QVERIFY(!corvi.Flags().contains("wirelessCarrierSeen"));
     Forget();
 
     MakeInterface("wlan0");
     corvi.Tick(3);
 
-    QVERIFY(corvi.wirelessCarrierSeen);
+    QVERIFY(corvi.Flags().contains("wirelessCarrierSeen"));
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
-    QCOMPARE(corvi.wirelessInterfaces, QStringList{"wlan0"});
+    QCOMPARE(corvi.WirelessInterfaces(), QStringList{"wlan0"});
 }
 
 void TestCorviLife::wirelessCarrierAtStartForcesNoRescan()
 {
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.Tick(3);
 
@@ -515,14 +504,14 @@ void TestCorviLife::wirelessCarrierAtStartForcesNoRescan()
 void TestCorviLife::wirelessCarrierForcesNoRescanWhileWiredIsUp()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    QVERIFY(corvi.wiredUp);
+    QVERIFY(corvi.IsWiredUp());
 
     MakeInterface("wlan0");
     corvi.Tick(2);
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
-    QVERIFY(!corvi.wirelessCarrierSeen);
+    QVERIFY(!corvi.Flags().contains("wirelessCarrierSeen"));
 
     // The tick that loses the wired link still had it when it looked.
     PullCable("eth0");
@@ -534,7 +523,7 @@ void TestCorviLife::wirelessCarrierForcesNoRescanWhileWiredIsUp()
 
 void TestCorviLife::carrierFileCountsByItsExistence()
 {
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
     QVERIFY(!corvi.CheckIfWirelessCarrierExists());
 
     // Down: the kernel refuses to tell the carrier.
@@ -549,9 +538,9 @@ void TestCorviLife::carrierFileCountsByItsExistence()
 void TestCorviLife::wiredTakesWirelessDown()
 {
     MakeMachine(LAN_STATIC, {"eth0", "wlan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
+    corvi.PickWireless("wlan0");
     LogFromHere(6);
 
     corvi.Tick();
@@ -562,20 +551,20 @@ void TestCorviLife::wiredTakesWirelessDown()
     QVERIFY(calling != -1);
     QVERIFY(lines.indexOf("Corvi::Loop:: Stopping wireless device") > calling);
     QVERIFY(called > lines.indexOf("Corvi::Loop:: Stopping wireless device"));
-    QVERIFY(!corvi.wirelessDevice);
+    QVERIFY(!corvi.WirelessDevice());
     QVERIFY(!lines.contains("Wired not connected"));
 }
 
 void TestCorviLife::wiredWithoutWirelessCallsNothing()
 {
     MakeMachine(LAN_STATIC, {"eth0", "wlan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(6);
 
     corvi.Tick(2);
 
-    QVERIFY(corvi.wiredUp);
+    QVERIFY(corvi.IsWiredUp());
     QVERIFY(LogLines().filter("WirelessNetworkSetup").isEmpty());
 }
 
@@ -593,7 +582,7 @@ void TestCorviLife::wiredTakesOneOfSeveralModemsDown()
     QFETCH(QStringList, modems);
     QFETCH(bool, isCalled);
     MakeMachine(LAN_STATIC, QStringList{"eth0"} + modems);
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(6);
 
@@ -608,7 +597,7 @@ void TestCorviLife::modemComesBeforeWireless()
 {
     MakeInterface("wwan0");
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(6);
 
@@ -618,19 +607,19 @@ void TestCorviLife::modemComesBeforeWireless()
     QCOMPARE(LogCount("Calling ModemNetworkSetup wwan0"), 4);
     QCOMPARE(LogCount("Called ModemNetworkSetup "), 4);
     QVERIFY(LogLines().filter("WirelessNetworkSetup").isEmpty());
-    QCOMPARE(corvi.wirelessDelayTicks, 2);
+    QCOMPARE(corvi.WirelessDelay(), 2);
 }
 
 void TestCorviLife::wirelessWaitsTwoTicks()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     SetLevel(6);
 
     corvi.Tick(2);
     QCOMPARE(LogCount("Wired not connected"), 2);
     QVERIFY(LogLines().filter("WirelessNetworkSetup").isEmpty());
-    QCOMPARE(corvi.wirelessDelayTicks, 0);
+    QCOMPARE(corvi.WirelessDelay(), 0);
 
     corvi.Tick();
     QCOMPARE(LogCount("Calling WirelessNetworkSetup 0"), 1);
@@ -644,13 +633,13 @@ void TestCorviLife::wiredArmsTheWaitAgain()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
     PullCable("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(4);
-    QCOMPARE(corvi.wirelessDelayTicks, 0);
+    QCOMPARE(corvi.WirelessDelay(), 0);
 
     PlugCable("eth0");
     corvi.Tick();
-    QCOMPARE(corvi.wirelessDelayTicks, 2);
+    QCOMPARE(corvi.WirelessDelay(), 2);
 
     PullCable("eth0");
     SetLevel(6);
@@ -686,12 +675,12 @@ void TestCorviLife::modemThatIsReadyIsCalledLast()
         MakeInterface(QString("wwan%1").arg(i));
     MakeInterface("wlan0");
     Answer("modem-tool.sh", "echo '" + status + "'");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     if (!hasModem)
-        corvi.modemDevice = nullptr;
+        corvi.GiveUpModem();
     if (hasWireless)
-        corvi.wirelessDevice = corvi.Device("wlan0");
+        corvi.PickWireless("wlan0");
     LogFromHere(6);
 
     corvi.Tick();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "corviundertest.h"
+#include "corvipeer.h"
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -61,21 +61,21 @@ void TestCorviModem::init()
 void TestCorviModem::firstBringUpStartsAndConnects()
 {
     MakeInterface("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(4);
 
     corvi.ModemNetworkSetup(false, true);
 
     QCOMPARE(Journal(), QStringList({"ifconfig wwan0 up", "modem-tool.sh connect", "modem-tool.sh status"}));
-    QVERIFY(corvi.modemDevice->timer->isActive());
+    QVERIFY(corvi.ModemDevice()->timer->isActive());
     QCOMPARE(LogLines().first(), QString("Corvi::ModemNetworkSetup"));
 }
 
 void TestCorviModem::laterBringUpsOnlyAsk()
 {
     MakeInterface("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     Forget();
 
@@ -87,7 +87,7 @@ void TestCorviModem::laterBringUpsOnlyAsk()
 void TestCorviModem::bringUpAfterATakeDownConnectsAgain()
 {
     MakeInterface("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     corvi.ModemNetworkSetup(true, false);
     Forget();
@@ -100,7 +100,7 @@ void TestCorviModem::bringUpAfterATakeDownConnectsAgain()
 void TestCorviModem::adoptionAfterARescanConnectsAgain()
 {
     MakeInterface("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     WriteFile(RELOAD_FLAG, "");
     corvi.Tick();
@@ -129,9 +129,9 @@ void TestCorviModem::changeOfTheConnectionIsReported()
     QFETCH(bool, after);
     MakeInterface("wwan0");
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    auto *const modem = qobject_cast<Modem *>(corvi.modemDevice);
+    auto *const modem = qobject_cast<Modem *>(corvi.ModemDevice());
     modem->modemConnected = before;
     SetModemStatus(status);
     listener.Take();
@@ -151,7 +151,7 @@ void TestCorviModem::connectionThatStaysIsNotReported()
     MakeInterface("wwan0");
     SetModemStatus("connected\n");
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     listener.Take();
     Forget();
@@ -168,16 +168,16 @@ void TestCorviModem::modemIsGivenUpAfterElevenFailures()
 {
     MakeInterface("wwan0");
     PullCable("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
 
     corvi.Tick(10);
-    QVERIFY(corvi.modemDevice);
+    QVERIFY(corvi.ModemDevice());
     QCOMPARE(Corvi::conn_counter, 10);
     Forget();
 
     corvi.Tick();
-    QVERIFY(!corvi.modemDevice);
+    QVERIFY(!corvi.ModemDevice());
     QCOMPARE(Corvi::conn_counter, 11);
     QCOMPARE(Journal(), QStringList({"modem-tool.sh status", "ifconfig wwan0 down"}));
     QCOMPARE(LogLines(),
@@ -189,30 +189,30 @@ void TestCorviModem::runningLinkIsNotCounted()
 {
     MakeInterface("wwan0");
     SetModemStatus("connected\n");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.Tick(15);
 
     // Running since the change of the connection refreshed the device.
     QCOMPARE(Corvi::conn_counter, 0);
-    QVERIFY(corvi.modemDevice);
-    QVERIFY(corvi.modemDevice->isRunning);
+    QVERIFY(corvi.ModemDevice());
+    QVERIFY(corvi.ModemDevice()->isRunning);
 }
 
 void TestCorviModem::counterIsKeptOverARescan()
 {
     MakeInterface("wwan0");
     PullCable("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(12);
     QCOMPARE(Corvi::conn_counter, 11);
 
     WriteFile(RELOAD_FLAG, "");
     corvi.Tick();
-    QCOMPARE(corvi.modemDevice, corvi.Device("wwan0"));
+    QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan0"));
     corvi.Tick();
 
-    QVERIFY(!corvi.modemDevice);
+    QVERIFY(!corvi.ModemDevice());
     QCOMPARE(Corvi::conn_counter, 12);
 }
 
@@ -222,28 +222,28 @@ void TestCorviModem::wirelessResetsTheCounter()
     MakeInterface("wlan0");
     PullCable("wwan0");
     BringUp("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(12);
     QCOMPARE(Corvi::conn_counter, 11);
 
     corvi.Tick(3);
 
     QCOMPARE(Corvi::conn_counter, 0);
-    QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan0"));
+    QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
 }
 
 void TestCorviModem::droppedModemComesBackWithARescan()
 {
     MakeInterface("wwan0");
     PullCable("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(12);
-    QVERIFY(!corvi.modemDevice);
+    QVERIFY(!corvi.ModemDevice());
 
-    corvi.forceRescan = true;
+    corvi.ForceRescan();
     corvi.Tick();
 
-    QCOMPARE(corvi.modemDevice, corvi.Device("wwan0"));
+    QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan0"));
 }
 
 void TestCorviModem::wirelessFollowsADroppedModem()
@@ -251,15 +251,15 @@ void TestCorviModem::wirelessFollowsADroppedModem()
     MakeInterface("wwan0");
     MakeInterface("wlan0");
     PullCable("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(12);
-    QVERIFY(!corvi.modemDevice);
-    QVERIFY(!corvi.wirelessDevice);
+    QVERIFY(!corvi.ModemDevice());
+    QVERIFY(!corvi.WirelessDevice());
 
     corvi.Tick(2);
-    QVERIFY(!corvi.wirelessDevice);
+    QVERIFY(!corvi.WirelessDevice());
     corvi.Tick();
-    QVERIFY(corvi.wirelessDevice);
+    QVERIFY(corvi.WirelessDevice());
 }
 
 void TestCorviModem::takeDownDisconnects()
@@ -267,7 +267,7 @@ void TestCorviModem::takeDownDisconnects()
     MakeInterface("wwan0");
     SetModemStatus("connected\n");
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     listener.Take();
     Forget();
@@ -276,15 +276,15 @@ void TestCorviModem::takeDownDisconnects()
 
     QCOMPARE(Journal(), QStringList({"modem-tool.sh disconnect", "ifconfig wwan0 down"}));
     QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
-    QVERIFY(!qobject_cast<Modem *>(corvi.modemDevice)->modemConnected);
-    QCOMPARE(corvi.modemDevice, corvi.Device("wwan0"));
+    QVERIFY(!qobject_cast<Modem *>(corvi.ModemDevice())->modemConnected);
+    QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan0"));
 }
 
 void TestCorviModem::takeDownIsRepeatedOnEveryTick()
 {
     MakeMachine(LAN_STATIC, {"eth0", "wwan0", "wwan1"});
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     listener.Take();
     Forget();
@@ -298,7 +298,7 @@ void TestCorviModem::takeDownIsRepeatedOnEveryTick()
 void TestCorviModem::bringUpGoesBeforeTakeDown()
 {
     MakeInterface("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     Forget();
 
@@ -310,7 +310,7 @@ void TestCorviModem::bringUpGoesBeforeTakeDown()
 void TestCorviModem::neitherOnlyLogs()
 {
     MakeInterface("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(4);
 
@@ -334,7 +334,7 @@ void TestCorviModem::withoutModemNothingHappens()
     QFETCH(bool, takeDown);
     QFETCH(bool, bringUp);
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     Forget();
 
     QCOMPARE(corvi.ModemNetworkSetup(takeDown, bringUp), 0);
@@ -346,7 +346,7 @@ void TestCorviModem::withoutModemNothingHappens()
 void TestCorviModem::resultTellsWhetherTheLinkRuns()
 {
     MakeInterface("wwan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     QCOMPARE(corvi.ModemNetworkSetup(false, true), 0);
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "corviundertest.h"
+#include "corvipeer.h"
 
 #include <QProcess>
 #include <QSharedMemory>

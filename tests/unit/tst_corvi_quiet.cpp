@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "corviundertest.h"
+#include "corvipeer.h"
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -87,7 +87,7 @@ void TestCorviQuiet::lastingStateIsSilent()
     for (const QString &name : pulled)
         PullCable(name);
     Answer("modem-tool.sh", "[ \"$1\" = status ] && echo '" + modemStatus + "'\nexit 0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(4);
     corvi.SettleSupplicant({running, false, associated});
     corvi.Tick(11);
@@ -102,7 +102,7 @@ void TestCorviQuiet::lastingStateIsSilent()
 void TestCorviQuiet::vanishedInterfaceIsSilent()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(3);
     RemoveInterfaces();
     corvi.Tick(2);
@@ -111,13 +111,13 @@ void TestCorviQuiet::vanishedInterfaceIsSilent()
     corvi.Tick(20);
 
     QCOMPARE(LogLines(), QStringList());
-    QVERIFY(!corvi.wiredUp);
+    QVERIFY(!corvi.IsWiredUp());
 }
 
 void TestCorviQuiet::idleTickStartsNoProgram()
 {
     MakeMachine(LAN_STATIC, {"eth0", "eth1", "wlan0", "wwan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(4);
     Forget();
 
@@ -137,16 +137,16 @@ QStringList TestCorviQuiet::LinesAtLevel(int level)
     MakeMachine(LAN_8021X_STATIC, interfaces);
     for (const QString &name : interfaces)
         PullCable(name);
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     SetLevel(level);
     corvi.Init();
     corvi.Tick();
-    corvi.modemDevice = nullptr;
+    corvi.GiveUpModem();
     corvi.Tick(4);
     PlugCable("eth0");
     corvi.Tick(2);
-    corvi.modemDevice = corvi.Device("wwan0");
+    corvi.AdoptModem("wwan0");
     corvi.Tick();
     PullCable("eth0");
     corvi.Tick();

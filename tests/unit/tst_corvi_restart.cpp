@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "corviundertest.h"
+#include "corvipeer.h"
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -27,7 +27,7 @@ void TestCorviRestart::thirdCallStartsTheSupplicant()
 {
     MakeMachine(LAN_8021X, {"eth0"});
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     NetworkDevice *const device = corvi.Device("eth0");
     corvi.BeginHoldOff();
@@ -53,7 +53,7 @@ void TestCorviRestart::thirdCallStartsTheSupplicant()
         QStringList{
             "wpa_supplicant -B '' -ieth0 -Dwired -c/tmp/wpa_supplicant.conf -f/var/log/wpa_supplicant.log"});
     QVERIFY(ReadFile(SUPPLICANT_FILE).contains("IEEE8021X"));
-    QVERIFY(!corvi.reconfigureWpa);
+    QVERIFY(!corvi.IsReconfigureWanted());
     QCOMPARE(device->authWaitTicks, 0);
     QVERIFY(!device->inFallback);
     // The supervisor reports the association that the stop ended.
@@ -64,19 +64,19 @@ void TestCorviRestart::wirelessStartsTheSupplicantAfterTheHoldOff()
 {
     MakeMachine(WLAN, {"wlan0"});
     PullCable("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     // The rescan, two ticks of delay, the first bring-up and the rest of the hold-off.
     corvi.Tick(5);
     QCOMPARE(JournalOf("wpa_supplicant"), QStringList());
-    QVERIFY(corvi.reconfigureWpa);
+    QVERIFY(corvi.IsReconfigureWanted());
 
     corvi.Tick();
 
     QCOMPARE(JournalOf("wpa_supplicant"),
              QStringList{"wpa_supplicant -B '' -iwlan0 -Dwext,nl80211 -c/tmp/wpa_supplicant.conf "
                          "-f/var/log/wpa_supplicant.log"});
-    QVERIFY(!corvi.reconfigureWpa);
+    QVERIFY(!corvi.IsReconfigureWanted());
     QVERIFY(WpaSuppThread::GetInstance()->IsRestarting());
 
     // It is on its way: nothing is started again.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "corviundertest.h"
+#include "corvipeer.h"
 
 #include "zebnetstatus.h"
 
@@ -133,10 +133,9 @@ void TestCorviStatus::segmentIsMadeAtConstruction()
 {
     WriteFile(DEBUG_FLAG, "");
 
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
 
-    QVERIFY(corvi.shm.isAttached());
-    QVERIFY(corvi.eventSocket);
+    QCOMPARE(corvi.Segment().size(), SEGMENT_SIZE);
     QCOMPARE(ReadSegment().size(), SEGMENT_SIZE);
     QCOMPARE(LogLines().filter("Corvi::InitSharedMemory"), QStringList{"Corvi::InitSharedMemory"});
     QCOMPARE(LogLines().filter("Corvi::run"), QStringList());
@@ -157,9 +156,9 @@ void TestCorviStatus::segmentThatExistsIsTaken()
     QVERIFY(earlier.create(size));
     WriteFile(DEBUG_FLAG, "");
 
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
 
-    QCOMPARE(corvi.shm.size(), size);
+    QCOMPARE(corvi.Segment().size(), size);
     QCOMPARE(LogLines().filter("Corvi::run"),
              QStringList({"Corvi::run - Unable to create shared memory segment",
                           "Corvi::run - Attached to shared memory segment"}));
@@ -184,7 +183,7 @@ void TestCorviStatus::segmentThatCannotBeHadEndsTheProcess()
 void TestCorviStatus::recordIsPublished()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     FillSegment('x');
     ZebNetStatus *const status = corvi.Device("eth0")->status.get();
@@ -205,7 +204,7 @@ void TestCorviStatus::copyIsBoundedByTheSegment()
     MakeInterface("eth0");
     QSharedMemory earlier(SEGMENT_KEY);
     QVERIFY(earlier.create(100));
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
 
     corvi.ShareStatus(corvi.Device("eth0"));
@@ -220,7 +219,7 @@ void TestCorviStatus::copyLeavesTheRestOfALargerSegment()
     MakeInterface("eth0");
     QSharedMemory earlier(SEGMENT_KEY);
     QVERIFY(earlier.create(1000));
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     FillSegment('x');
 
@@ -232,7 +231,7 @@ void TestCorviStatus::copyLeavesTheRestOfALargerSegment()
 void TestCorviStatus::publishingWaitsForTheLock()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     FillSegment('x');
     QProcess reader;
@@ -251,7 +250,7 @@ void TestCorviStatus::segmentThatCannotBeLockedIsLeftAlone()
 {
     MakeInterface("eth0");
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     FillSegment('x');
     // The semaphore behind the lock is gone, and it cannot be made again.
@@ -268,14 +267,13 @@ void TestCorviStatus::segmentThatCannotBeLockedIsLeftAlone()
     QCOMPARE(LogLines(),
              QStringList{"ShareStatus() the segment cannot be locked, its record stays as it was"});
     QCOMPARE(listener.Take(), Events({ASSOCIATION_UP}));
-    QCOMPARE(QByteArray(static_cast<const char *>(corvi.shm.constData()), SEGMENT_SIZE),
-             QByteArray(SEGMENT_SIZE, 'x'));
+    QCOMPARE(corvi.Segment().left(SEGMENT_SIZE), QByteArray(SEGMENT_SIZE, 'x'));
 }
 
 void TestCorviStatus::publishingIsTraced()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
 
@@ -311,7 +309,7 @@ void TestCorviStatus::messageIsFourBytesBigEndian()
     QFETCH(int, status);
     QFETCH(QByteArray, bytes);
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.SendEvent(nullptr, event, status);
 
@@ -341,7 +339,7 @@ void TestCorviStatus::wrapperSendsItsCode()
     QFETCH(int, status);
     MakeInterface("eth0");
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
     FillSegment('x');
@@ -363,7 +361,7 @@ void TestCorviStatus::slotTakesTheArgumentsInItsOrder()
 {
     MakeInterface("eth0");
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     FillSegment('x');
 
@@ -376,7 +374,7 @@ void TestCorviStatus::slotTakesTheArgumentsInItsOrder()
 void TestCorviStatus::statusIsPublishedBeforeTheEvent()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     FillSegment('x');
     QProcess reader;
@@ -392,7 +390,7 @@ void TestCorviStatus::statusIsPublishedBeforeTheEvent()
 void TestCorviStatus::nullDeviceLeavesTheSegment()
 {
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     FillSegment('x');
 
     corvi.SendEvent(nullptr, 1, 1);
@@ -404,7 +402,7 @@ void TestCorviStatus::nullDeviceLeavesTheSegment()
 void TestCorviStatus::eachEventHasAConnection()
 {
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     for (int i = 0; i < 5; ++i)
         corvi.SendEvent(nullptr, i, -i);
@@ -415,7 +413,7 @@ void TestCorviStatus::eachEventHasAConnection()
 void TestCorviStatus::missingListenerLosesTheEvent()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     FillSegment('x');
     QElapsedTimer elapsed;
@@ -435,7 +433,7 @@ void TestCorviStatus::missingListenerLosesTheEvent()
 void TestCorviStatus::deafListenerBlocksForASecond()
 {
     const DeafListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     SetLevel(4);
     // The first one waits in the queue.
     corvi.SendEvent(nullptr, 1, 1);
@@ -453,7 +451,7 @@ void TestCorviStatus::deafListenerBlocksForASecond()
 
 void TestCorviStatus::deafListenerLosesOnlyItsOwnEvents()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     {
         const DeafListener listener;
         corvi.SendEvent(nullptr, 1, 1);
@@ -469,7 +467,7 @@ void TestCorviStatus::deafListenerLosesOnlyItsOwnEvents()
 void TestCorviStatus::listenerThatWakesUpSeesNoEmptyConnection()
 {
     const DeafListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.SendEvent(nullptr, 1, 1);
     corvi.SendEvent(nullptr, 2, 2);
 
@@ -500,7 +498,7 @@ void TestCorviStatus::sendingIsTraced()
     std::unique_ptr<EventListener> listener;
     if (hasListener)
         listener = std::make_unique<EventListener>();
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(4);
 
@@ -512,7 +510,7 @@ void TestCorviStatus::sendingIsTraced()
 void TestCorviStatus::sendingIsSilentAtTheNormalLevel()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(3);
 
@@ -527,7 +525,7 @@ namespace {
 int Construct()
 {
     // Ends the process when there is no segment.
-    const CorviUnderTest corvi;
+    const CorviPeer corvi;
     return 1;
 }
 

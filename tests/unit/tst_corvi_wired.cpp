@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "corviundertest.h"
+#include "corvipeer.h"
 
 #include <QFileInfo>
 #include <QSignalSpy>
@@ -123,13 +123,13 @@ void TestCorviWired::init()
 void TestCorviWired::firstDeviceThatCarriesIsChosen()
 {
     MakeMachine(LAN_STATIC, {"eth1", "eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(6);
 
     QVERIFY(corvi.WiredNetworkSetup());
 
-    QCOMPARE(corvi.wiredDevice, corvi.Device("eth0"));
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth0"));
     QCOMPARE(LogCount("Corvi::WiredNetworkSetup::  eth0 active"), 1);
     QCOMPARE(LogCount("Corvi::WiredNetworkSetup::  eth1 active"), 0);
     QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: status 1"), 1);
@@ -139,7 +139,7 @@ void TestCorviWired::deviceWithoutACableIsNotConnected()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
     PullCable("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
     LogFromHere(6);
@@ -147,7 +147,7 @@ void TestCorviWired::deviceWithoutACableIsNotConnected()
     QVERIFY(!corvi.WiredNetworkSetup());
 
     QVERIFY(corvi.Device("eth0")->isUp);
-    QVERIFY(!corvi.wiredDevice);
+    QVERIFY(!corvi.WiredDevice());
     QCOMPARE(TakeStates(changes), States());
     QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: status 0"), 1);
     QCOMPARE(Journal(), QStringList());
@@ -155,7 +155,7 @@ void TestCorviWired::deviceWithoutACableIsNotConnected()
 
 void TestCorviWired::noDeviceIsNotConnected()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
 
     QVERIFY(!corvi.WiredNetworkSetup());
@@ -164,21 +164,21 @@ void TestCorviWired::noDeviceIsNotConnected()
 void TestCorviWired::missingDeviceIsSkipped()
 {
     MakeMachine(LAN_STATIC, {"eth1"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wiredInterfaces.prepend("eth0");
+    corvi.LoseInterface("eth0");
     LogFromHere(4);
 
     QVERIFY(corvi.WiredNetworkSetup());
 
     QCOMPARE(LogLines().first(), QString("1: Could not find device for  eth0"));
-    QCOMPARE(corvi.wiredDevice, corvi.Device("eth1"));
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth1"));
 }
 
 void TestCorviWired::deviceThatIsDownIsStarted()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     RealIp({"link", "set", "dev", "eth0", "down"});
     corvi.Device("eth0")->linkUp = false;
@@ -193,7 +193,7 @@ void TestCorviWired::deviceThatIsDownIsStarted()
 void TestCorviWired::secondCableIsStopped()
 {
     MakeMachine(LAN_STATIC, {"eth0", "eth1", "eth2"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     Forget();
 
@@ -216,7 +216,7 @@ void TestCorviWired::secondCableIsStopped()
 void TestCorviWired::secondCableIsToldToStopOnEveryTick()
 {
     MakeMachine(LAN_STATIC, {"eth0", "eth1"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(3);
     // Somebody else brings it up.
     corvi.Device("eth1")->Up();
@@ -230,22 +230,22 @@ void TestCorviWired::secondCableIsToldToStopOnEveryTick()
 void TestCorviWired::secondCableTakesOver()
 {
     MakeMachine(LAN_STATIC, {"eth0", "eth1"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(3);
     Forget();
 
     PullCable("eth0");
     corvi.Tick();
     QCOMPARE(Journal(), QStringList({"ifconfig eth1 up", "ip addr flush eth0"}));
-    QVERIFY(!corvi.wiredUp);
+    QVERIFY(!corvi.IsWiredUp());
 
     corvi.Tick();
-    QVERIFY(corvi.wiredUp);
-    QCOMPARE(corvi.wiredDevice, corvi.Device("eth1"));
+    QVERIFY(corvi.IsWiredUp());
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth1"));
 
     PlugCable("eth0");
     corvi.Tick();
-    QCOMPARE(corvi.wiredDevice, corvi.Device("eth0"));
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth0"));
     QVERIFY(corvi.Device("eth1")->stopped);
 }
 
@@ -253,12 +253,12 @@ void TestCorviWired::cableInTheSecondPortIsFound()
 {
     MakeMachine(LAN_STATIC, {"eth0", "eth1"});
     PullCable("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.Tick(2);
 
-    QCOMPARE(corvi.wiredDevice, corvi.Device("eth1"));
-    QVERIFY(corvi.wiredUp);
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth1"));
+    QVERIFY(corvi.IsWiredUp());
     QVERIFY(corvi.Device("eth0")->isUp);
 }
 
@@ -266,10 +266,10 @@ void TestCorviWired::changeOfDeviceIsAnnounced()
 {
     MakeMachine(LAN_STATIC, {"eth0", "eth1"});
     PullCable("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: Device Change"), 1);
-    corvi.wirelessDelayTicks = 0;
+    corvi.WaitForWireless(0);
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
     ClearLog();
 
@@ -277,28 +277,28 @@ void TestCorviWired::changeOfDeviceIsAnnounced()
     corvi.Tick(2);
 
     QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: Device Change"), 1);
-    QCOMPARE(corvi.wirelessDelayTicks, 2);
+    QCOMPARE(corvi.WirelessDelay(), 2);
     QCOMPARE(TakeStates(changes), States{true});
 }
 
 void TestCorviWired::tickWithoutACarrierKeepsTheDevice()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    corvi.wirelessDelayTicks = 1;
+    corvi.WaitForWireless(1);
 
     PullCable("eth0");
     QVERIFY(!corvi.WiredNetworkSetup());
 
-    QCOMPARE(corvi.wiredDevice, corvi.Device("eth0"));
-    QCOMPARE(corvi.wirelessDelayTicks, 1);
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth0"));
+    QCOMPARE(corvi.WirelessDelay(), 1);
 }
 
 void TestCorviWired::deviceWithAnAddressIsReadOnceATick()
 {
     MakeMachine(LAN_STATIC, {"eth0", "eth1"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     // The second port is stopped when the first one has been read.
     corvi.Device("eth1")->Up();
@@ -308,7 +308,7 @@ void TestCorviWired::deviceWithAnAddressIsReadOnceATick()
     QVERIFY(corvi.WiredNetworkSetup());
 
     QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth1 down"});
-    QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.1.0.2"));
+    QCOMPARE(corvi.WiredDevice()->ipAddress, QString("10.1.0.2"));
 }
 
 void TestCorviWired::supplicantFollowsTheState_data()
@@ -381,37 +381,39 @@ void TestCorviWired::supplicantFollowsTheState()
     QFETCH(bool, reconfigure);
     QFETCH(int, holdoff);
     MakeMachine(usesSupplicant ? LAN_8021X_STATIC : LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    QCOMPARE(corvi.wiredDevice->usesSupplicant, usesSupplicant);
-    corvi.wiredUp = wiredUp;
-    corvi.reconfigureWpa = reconfigure;
-    corvi.wpaHoldoffTicks = 1;
+    QCOMPARE(corvi.WiredDevice()->usesSupplicant, usesSupplicant);
+    corvi.NoteWiredUp(wiredUp);
+    if (reconfigure)
+        corvi.BeginHoldOff(1);
+    else
+        corvi.LeaveHoldOff(1);
     Supervisor::Set({running, restarting, false});
     LogFromHere(4);
 
     QVERIFY(corvi.WiredNetworkSetup());
 
     QTEST(Decisions(), "decisions");
-    QCOMPARE(corvi.wpaHoldoffTicks, holdoff);
-    QVERIFY(!usesSupplicant || wiredUp || corvi.reconfigureWpa);
+    QCOMPARE(corvi.HoldOff(), holdoff);
+    QVERIFY(!usesSupplicant || wiredUp || corvi.IsReconfigureWanted());
 }
 
 void TestCorviWired::linkUpClearsTheFallback()
 {
     MakeMachine(LAN_8021X_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    corvi.wiredDevice->inFallback = true;
-    corvi.wiredUp = false;
-    corvi.reconfigureWpa = false;
+    corvi.WiredDevice()->inFallback = true;
+    corvi.NoteWiredUp(false);
+    corvi.NoteReconfigured(true);
     // Configuring the device would do the same.
     corvi.disconnect(&corvi, &Corvi::wiredStateChange, &corvi, nullptr);
 
     corvi.WiredNetworkSetup();
 
-    QVERIFY(!corvi.wiredDevice->inFallback);
-    QVERIFY(corvi.reconfigureWpa);
+    QVERIFY(!corvi.WiredDevice()->inFallback);
+    QVERIFY(corvi.IsReconfigureWanted());
 }
 
 void TestCorviWired::authenticationTogglesTheCount_data()
@@ -428,36 +430,36 @@ void TestCorviWired::authenticationTogglesTheCount()
     QFETCH(int, before);
     QFETCH(int, after);
     MakeMachine(LAN_8021X_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     corvi.SettleSupplicant(ASSOCIATED);
-    corvi.wiredDevice->authWaitTicks = before;
+    corvi.WiredDevice()->authWaitTicks = before;
 
     corvi.WiredNetworkSetup();
-    QCOMPARE(corvi.wiredDevice->authWaitTicks, after);
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, after);
 
     corvi.WiredNetworkSetup();
-    QCOMPARE(corvi.wiredDevice->authWaitTicks, after == 0 ? 1 : 0);
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, after == 0 ? 1 : 0);
 }
 
 void TestCorviWired::waitIsCountedByTicks()
 {
     MakeMachine(LAN_8021X_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     corvi.SettleSupplicant(RUNNING);
 
     corvi.Tick(7);
 
-    QCOMPARE(corvi.wiredDevice->authWaitTicks, 7);
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, 7);
 }
 
 void TestCorviWired::announcedPortFallsBackAfterElevenTicks()
 {
     MakeMachine(LAN_8021X_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    NetworkDevice *const device = corvi.wiredDevice;
+    NetworkDevice *const device = corvi.WiredDevice();
     device->fallbackEnabled = true;
     QVERIFY(device->ipAnnounced);
     corvi.SettleSupplicant(RUNNING);
@@ -490,29 +492,29 @@ void TestCorviWired::fallbackAfterElevenTicksNeedsBothFlags()
     QFETCH(bool, isAnnounced);
     QFETCH(bool, isEnabled);
     MakeMachine(LAN_8021X_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    corvi.wiredDevice->fallbackEnabled = isEnabled;
-    corvi.wiredDevice->ipAnnounced = isAnnounced;
+    corvi.WiredDevice()->fallbackEnabled = isEnabled;
+    corvi.WiredDevice()->ipAnnounced = isAnnounced;
     corvi.SettleSupplicant(RUNNING);
 
     corvi.Tick(60);
 
-    QVERIFY(!corvi.wiredDevice->inFallback);
-    QCOMPARE(corvi.wiredDevice->authWaitTicks, 60);
+    QVERIFY(!corvi.WiredDevice()->inFallback);
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, 60);
     QCOMPARE(LogLines().filter("allback"), QStringList());
 }
 
 void TestCorviWired::fallbackIsForcedAfterSixtyTicks()
 {
     MakeMachine(LAN_8021X_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     corvi.SettleSupplicant(RUNNING);
     corvi.Tick(60);
     bool wasInFallbackWhenStopped = false;
-    connect(corvi.supThread, &WpaSuppThread::TriggerStopSupplicant, &corvi,
-            [&] { wasInFallbackWhenStopped = corvi.wiredDevice->inFallback; });
+    connect(WpaSuppThread::GetInstance(), &WpaSuppThread::TriggerStopSupplicant, &corvi,
+            [&] { wasInFallbackWhenStopped = corvi.WiredDevice()->inFallback; });
     LogFromHere(4);
 
     corvi.Tick();
@@ -526,30 +528,30 @@ void TestCorviWired::fallbackIsForcedAfterSixtyTicks()
     QVERIFY(Supervisor::IsStopRequested());
     QVERIFY(wasInFallbackWhenStopped);
     // An unsecured attempt now, and authentication again: the configuration clears the flag.
-    QVERIFY(!corvi.wiredDevice->inFallback);
+    QVERIFY(!corvi.WiredDevice()->inFallback);
 }
 
 void TestCorviWired::portInFallbackIsLeftAlone()
 {
     MakeMachine(LAN_8021X_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    corvi.wiredDevice->inFallback = true;
-    corvi.wiredDevice->authWaitTicks = 5;
+    corvi.WiredDevice()->inFallback = true;
+    corvi.WiredDevice()->authWaitTicks = 5;
     Supervisor::Set(GONE);
     LogFromHere(4);
 
     corvi.Tick(3);
 
     QCOMPARE(Decisions(), QStringList());
-    QCOMPARE(corvi.wiredDevice->authWaitTicks, 5);
-    QVERIFY(corvi.wiredDevice->inFallback);
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, 5);
+    QVERIFY(corvi.WiredDevice()->inFallback);
 
     // The cable out and in again ends it.
-    corvi.wiredDevice->fallbackEnabled = true;
+    corvi.WiredDevice()->fallbackEnabled = true;
     PullCable("eth0");
     corvi.Tick();
-    QVERIFY(!corvi.wiredDevice->inFallback);
+    QVERIFY(!corvi.WiredDevice()->inFallback);
 }
 
 void TestCorviWired::holdOffWithoutNeedStopsTheSupplicant_data()
@@ -568,7 +570,7 @@ void TestCorviWired::holdOffWithoutNeedStopsTheSupplicant()
     QFETCH(bool, restarting);
     QFETCH(QStringList, stop);
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.BeginHoldOff();
     Supervisor::Set({running, restarting, false});
@@ -578,14 +580,14 @@ void TestCorviWired::holdOffWithoutNeedStopsTheSupplicant()
 
     QCOMPARE(LogLines(),
              QStringList({"Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa wpa not required"}) + stop);
-    QVERIFY(!corvi.reconfigureWpa);
-    QCOMPARE(corvi.wpaHoldoffTicks, 0);
+    QVERIFY(!corvi.IsReconfigureWanted());
+    QCOMPARE(corvi.HoldOff(), 0);
 }
 
 void TestCorviWired::holdOffCountsOneStepACall()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
     device->usesSupplicant = true;
@@ -593,13 +595,13 @@ void TestCorviWired::holdOffCountsOneStepACall()
     LogFromHere(4);
 
     corvi.ReconfigureWpa(device);
-    QCOMPARE(corvi.wpaHoldoffTicks, 1);
+    QCOMPARE(corvi.HoldOff(), 1);
     corvi.ReconfigureWpa(device);
-    QCOMPARE(corvi.wpaHoldoffTicks, 0);
+    QCOMPARE(corvi.HoldOff(), 0);
 
     QCOMPARE(LogLines(), QStringList({"Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff",
                                       "Corvi::ReconfigureWpa 1", "Corvi::ReconfigureWpa in Holdoff"}));
-    QVERIFY(corvi.reconfigureWpa);
+    QVERIFY(corvi.IsReconfigureWanted());
     QVERIFY(!QFile::exists(SUPPLICANT_FILE));
 }
 
@@ -618,7 +620,7 @@ void TestCorviWired::holdOffStopsAnActiveSupplicant()
     QFETCH(bool, restarting);
     QFETCH(QString, stop);
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
     device->usesSupplicant = true;
@@ -629,14 +631,14 @@ void TestCorviWired::holdOffStopsAnActiveSupplicant()
     corvi.ReconfigureWpa(device);
 
     QCOMPARE(LogLines(), QStringList({"Corvi::ReconfigureWpa 2", stop}));
-    QCOMPARE(corvi.wpaHoldoffTicks, 2);
-    QVERIFY(corvi.reconfigureWpa);
+    QCOMPARE(corvi.HoldOff(), 2);
+    QVERIFY(corvi.IsReconfigureWanted());
 }
 
 void TestCorviWired::holdOffWaitsForAPendingStop()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
     device->usesSupplicant = true;
@@ -649,19 +651,18 @@ void TestCorviWired::holdOffWaitsForAPendingStop()
 
     QCOMPARE(LogLines(),
              QStringList({"Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff, wst stopping"}));
-    QCOMPARE(corvi.wpaHoldoffTicks, 2);
+    QCOMPARE(corvi.HoldOff(), 2);
 }
 
 void TestCorviWired::reconfigureWithoutNeedOnlyWritesTheFile()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     NetworkDevice *const device = corvi.Device("eth0");
     device->authWaitTicks = 5;
     device->inFallback = true;
-    corvi.wpaHoldoffTicks = 0;
-    corvi.reconfigureWpa = true;
+    corvi.BeginHoldOff(0);
     LogFromHere(4);
 
     corvi.ReconfigureWpa(device);
@@ -669,7 +670,7 @@ void TestCorviWired::reconfigureWithoutNeedOnlyWritesTheFile()
     QCOMPARE(LogLines().filter("Corvi::"),
              QStringList({"Corvi::ReconfigureWpa 0", "Corvi::ReconfigureWpa Set reconfigureWpa to false"}));
     QVERIFY(QFile::exists(SUPPLICANT_FILE));
-    QVERIFY(!corvi.reconfigureWpa);
+    QVERIFY(!corvi.IsReconfigureWanted());
     QCOMPARE(device->authWaitTicks, 0);
     QVERIFY(!device->inFallback);
     QCOMPARE(JournalOf("wpa_supplicant"), QStringList());
@@ -680,7 +681,7 @@ void TestCorviWired::linkUpConfiguresTheDevice()
     MakeMachine(LAN_DHCP, {"eth0"});
     UseDhcpServer();
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(4);
 
@@ -690,14 +691,14 @@ void TestCorviWired::linkUpConfiguresTheDevice()
     QCOMPARE(StateLines(), QStringList({"Wired Device Connected 1", "Corvi::onWiredStateChange(bool state) 1",
                                         "Configure Wired Network", "Configure Wired Network Complete",
                                         "Corvi::onWiredStateChange(bool state)  complete"}));
-    QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.0.0.5"));
+    QCOMPARE(corvi.WiredDevice()->ipAddress, QString("10.0.0.5"));
 }
 
 void TestCorviWired::linkLossFlushesTheDevice()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     listener.Take();
     LogFromHere(4);
@@ -723,7 +724,7 @@ void TestCorviWired::stateChangeWithoutDeviceIsLogged()
 {
     QFETCH(bool, state);
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(4);
 
@@ -751,23 +752,23 @@ void TestCorviWired::stateChangeRewritesTheSupplicantFile()
     QFETCH(bool, state);
     QFETCH(bool, usesSupplicant);
     MakeMachine(usesSupplicant ? WLAN_AND_8021X : LAN_STATIC, {"eth0", "wlan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     Remove(SUPPLICANT_FILE);
-    corvi.reconfigureWpa = false;
+    corvi.NoteReconfigured(true);
 
     corvi.onWiredStateChange(state);
 
     QCOMPARE(QFile::exists(SUPPLICANT_FILE), usesSupplicant);
     // From every interface, not from the wired one alone.
     QCOMPARE(ReadFile(SUPPLICANT_FILE).contains("\"Office\""), usesSupplicant);
-    QCOMPARE(corvi.reconfigureWpa, usesSupplicant);
+    QCOMPARE(corvi.IsReconfigureWanted(), usesSupplicant);
 }
 
 void TestCorviWired::stateIsReportedOnChangeOnly()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
 
     corvi.Tick(4);
@@ -785,9 +786,9 @@ void TestCorviWired::stateIsReportedOnChangeOnly()
 void TestCorviWired::stateIsInForceWhenItIsReported()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     States inForce;
-    connect(&corvi, &Corvi::wiredStateChange, &corvi, [&] { inForce << corvi.wiredUp; });
+    connect(&corvi, &Corvi::wiredStateChange, &corvi, [&] { inForce << corvi.IsWiredUp(); });
 
     corvi.Tick(2);
     PullCable("eth0");
@@ -799,7 +800,7 @@ void TestCorviWired::stateIsInForceWhenItIsReported()
 void TestCorviWired::refreshFileReportsTheStateAgain()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(3);
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
     Forget();
@@ -826,7 +827,7 @@ void TestCorviWired::refreshFileWithoutLinkIsConsumed()
 {
     QFETCH(bool, hasDevice);
     WriteStore(LAN_STATIC);
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     if (hasDevice)
         MakeInterface("eth0");
     corvi.Tick(2);
@@ -846,7 +847,7 @@ void TestCorviWired::refreshFileWithoutLinkIsConsumed()
 void TestCorviWired::refreshFileDoesNotHideALoss()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(3);
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
     Forget();
@@ -862,35 +863,35 @@ void TestCorviWired::refreshFileDoesNotHideALoss()
 void TestCorviWired::refreshFileReadsTheDeviceAgain()
 {
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wiredDevice = corvi.Device("eth0");
-    corvi.wiredDevice->ipAddress = "10.0.0.5";
+    corvi.AdoptWired("eth0");
+    corvi.WiredDevice()->ipAddress = "10.0.0.5";
     RealIp({"addr", "add", "10.0.0.7/24", "dev", "eth0"});
     // Without a name among the wired ones, nothing else reads the device.
-    corvi.wiredInterfaces.clear();
+    corvi.ForgetWiredInterfaces();
     WriteFile(REFRESH_FLAG, "");
 
     QVERIFY(!corvi.WiredNetworkSetup());
 
-    QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.0.0.7"));
+    QCOMPARE(corvi.WiredDevice()->ipAddress, QString("10.0.0.7"));
 }
 
 void TestCorviWired::failedDhcpIsRetriedAfterGrowingPauses()
 {
     MakeMachine(LAN_DHCP, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     QCOMPARE(DhcpAttempts(), 1);
 
     int expected = 1;
     int attempt = 0;
     for (const int pauseSeconds : {10, 20, 40, 60, 60}) {
-        Age(corvi.wiredRetry, attempt, std::chrono::seconds(pauseSeconds - 1));
+        corvi.AgeWiredRetry(attempt, std::chrono::seconds(pauseSeconds - 1));
         corvi.Tick();
         QCOMPARE(DhcpAttempts(), expected);
 
-        Age(corvi.wiredRetry, attempt, std::chrono::seconds(pauseSeconds));
+        corvi.AgeWiredRetry(attempt, std::chrono::seconds(pauseSeconds));
         corvi.Tick(3);
         ++expected;
         ++attempt;
@@ -902,12 +903,12 @@ void TestCorviWired::lateServerIsFound()
 {
     MakeMachine(LAN_DHCP, {"eth0"});
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, DHCP_STARTED}));
 
     UseDhcpServer();
-    Age(corvi.wiredRetry, 0, std::chrono::seconds(10));
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
     corvi.Tick();
 
     QCOMPARE(listener.Take(), Events({DHCP_STARTED, ADDRESS_PRESENT}));
@@ -915,9 +916,8 @@ void TestCorviWired::lateServerIsFound()
 
     // The address is there: the next loss starts with the shortest pause.
     corvi.Tick();
-    const auto now = RetryPause::Time::clock::now();
-    QVERIFY(!corvi.wiredRetry.IsDue(now));
-    QVERIFY(corvi.wiredRetry.IsDue(now + std::chrono::seconds(10)));
+    QVERIFY(!corvi.IsWiredRetryDue(std::chrono::seconds(0)));
+    QVERIFY(corvi.IsWiredRetryDue(std::chrono::seconds(10)));
 }
 
 void TestCorviWired::retryNeedsAReason_data()
@@ -941,12 +941,12 @@ void TestCorviWired::retryNeedsAReason()
     QFETCH(bool, inFallback);
     QFETCH(bool, isRetried);
     MakeMachine(store, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    corvi.wiredDevice->inFallback = inFallback;
+    corvi.WiredDevice()->inFallback = inFallback;
     corvi.SettleSupplicant({true, false, associated});
     RealIp({"addr", "flush", "dev", "eth0"});
-    Age(corvi.wiredRetry, 0, std::chrono::seconds(10));
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
     Forget();
 
     corvi.Tick();
@@ -958,29 +958,29 @@ void TestCorviWired::retryNeedsAReason()
 void TestCorviWired::addressThatCameInTheSameTickNeedsNoRetry()
 {
     MakeMachine(LAN_DHCP, {"eth0", "eth1"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     // The second port is stopped when the first one has been looked at.
     corvi.Device("eth1")->Up();
     Answer("ifconfig", "ip addr add 10.0.0.5/24 dev eth0");
-    Age(corvi.wiredRetry, 0, std::chrono::seconds(10));
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
     Forget();
 
     corvi.Tick();
 
     QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth1 down"});
     QCOMPARE(DhcpAttempts(), 0);
-    QCOMPARE(corvi.wiredDevice->ipAddress, QString("10.0.0.5"));
+    QCOMPARE(corvi.WiredDevice()->ipAddress, QString("10.0.0.5"));
 }
 
 void TestCorviWired::retriesStopFillingTheLog()
 {
     MakeMachine(LAN_DHCP, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
 
     for (int attempt = 0; attempt < 6; ++attempt) {
-        Age(corvi.wiredRetry, attempt, std::chrono::seconds(60));
+        corvi.AgeWiredRetry(attempt, std::chrono::seconds(60));
         corvi.Tick();
     }
 
@@ -991,16 +991,15 @@ void TestCorviWired::retriesStopFillingTheLog()
 void TestCorviWired::lostLinkStartsThePausesAnew()
 {
     MakeMachine(LAN_DHCP, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
-    Age(corvi.wiredRetry, 3, std::chrono::seconds(0));
+    corvi.AgeWiredRetry(3, std::chrono::seconds(0));
 
     PullCable("eth0");
     corvi.Tick();
 
-    const auto now = RetryPause::Time::clock::now();
-    QVERIFY(!corvi.wiredRetry.IsDue(now));
-    QVERIFY(corvi.wiredRetry.IsDue(now + std::chrono::seconds(10)));
+    QVERIFY(!corvi.IsWiredRetryDue(std::chrono::seconds(0)));
+    QVERIFY(corvi.IsWiredRetryDue(std::chrono::seconds(10)));
 }
 
 void TestCorviWired::dhcpEventUpdatesTheDevicesItNames_data()
@@ -1022,10 +1021,10 @@ void TestCorviWired::dhcpEventUpdatesTheDevicesItNames()
     EventListener listener;
     for (const char *name : {"eth0", "wlan0", "wwan0"})
         MakeInterface(name);
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wiredDevice = corvi.Device("eth0");
-    corvi.wirelessDevice = corvi.Device("wlan0");
+    corvi.AdoptWired("eth0");
+    corvi.PickWireless("wlan0");
     for (const char *name : {"eth0", "wlan0", "wwan0"}) {
         corvi.Device(name)->ipAddress = "10.0.0.5";
         corvi.Device(name)->isUp = true;
@@ -1047,7 +1046,7 @@ void TestCorviWired::dhcpEventUpdatesTheDevicesItNames()
 void TestCorviWired::dhcpEventIsReadOnce()
 {
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
 
     corvi.CheckDhcpEvent();
     WriteFile(DHCP_EVENT, "eth0 wlan0 wwan0");
@@ -1069,11 +1068,11 @@ void TestCorviWired::dhcpEventIsAPlainFile()
     QFETCH(bool, isPipe);
     EventListener listener;
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wiredDevice = corvi.Device("eth0");
-    corvi.wiredDevice->ipAddress = "10.0.0.5";
-    corvi.wiredDevice->isUp = true;
+    corvi.AdoptWired("eth0");
+    corvi.WiredDevice()->ipAddress = "10.0.0.5";
+    corvi.WiredDevice()->isUp = true;
     WriteFile("/tmp/event_elsewhere", "BOUND eth0");
     if (isPipe)
         QCOMPARE(::mkfifo(QFile::encodeName(DHCP_EVENT).constData(), 0600), 0);
@@ -1082,7 +1081,7 @@ void TestCorviWired::dhcpEventIsAPlainFile()
 
     corvi.CheckDhcpEvent();
 
-    QVERIFY(!corvi.wiredDevice->ipAnnounced);
+    QVERIFY(!corvi.WiredDevice()->ipAnnounced);
     QCOMPARE(listener.Take(), Events());
     QVERIFY(!QFileInfo(DHCP_EVENT).isSymLink() && !QFile::exists(DHCP_EVENT));
     QVERIFY(QFile::exists("/tmp/event_elsewhere"));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "corviundertest.h"
+#include "corvipeer.h"
 
 #include "zebnetstatus.h"
 
@@ -88,10 +88,10 @@ void TestCorviWireless::init()
 void TestCorviWireless::wiredStopsAndForgetsWireless()
 {
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
-    corvi.wirelessDevice->Up();
+    corvi.WirelessDevice()->Up();
     LogFromHere(4);
 
     corvi.WirelessNetworkSetup(true);
@@ -99,17 +99,17 @@ void TestCorviWireless::wiredStopsAndForgetsWireless()
     QCOMPARE(OwnLines(), QStringList({"Corvi::Loop:: Stopping wireless device", "Set wireless device to 0"}));
     QCOMPARE(Journal(), QStringList{"ifconfig wlan0 down"});
     QVERIFY(corvi.Device("wlan0")->stopped);
-    QVERIFY(!corvi.wirelessDevice);
-    QVERIFY(!corvi.wirelessConfigured);
+    QVERIFY(!corvi.WirelessDevice());
+    QVERIFY(!corvi.IsWirelessConfigured());
 }
 
 void TestCorviWireless::keepFileLeavesWirelessAsItIs()
 {
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
-    corvi.wirelessDevice->Up();
+    corvi.WirelessDevice()->Up();
     WriteFile(KEEP_WIRELESS_FLAG, "");
     LogFromHere(4);
 
@@ -117,14 +117,14 @@ void TestCorviWireless::keepFileLeavesWirelessAsItIs()
 
     QCOMPARE(LogLines(), QStringList());
     QCOMPARE(Journal(), QStringList());
-    QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan0"));
-    QVERIFY(corvi.wirelessConfigured);
+    QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
+    QVERIFY(corvi.IsWirelessConfigured());
 }
 
 void TestCorviWireless::wiredWithoutWirelessDoesNothing()
 {
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(6);
 
@@ -138,25 +138,25 @@ void TestCorviWireless::wirelessIsPickedAfreshAfterWired()
 {
     MakeMachine(LAN_STATIC, {"eth0", "wlan0"});
     PullCable("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(4);
-    QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan0"));
+    QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
 
     PlugCable("eth0");
     corvi.Tick();
-    QVERIFY(!corvi.wirelessDevice);
-    QVERIFY(!corvi.wirelessConfigured);
+    QVERIFY(!corvi.WirelessDevice());
+    QVERIFY(!corvi.IsWirelessConfigured());
 
     PullCable("eth0");
     corvi.Tick(2);
-    QVERIFY(!corvi.wirelessDevice);
+    QVERIFY(!corvi.WirelessDevice());
     corvi.Tick();
-    QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan0"));
+    QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
 }
 
 void TestCorviWireless::noWirelessInterfaceDoesNothing()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(4);
 
@@ -169,9 +169,9 @@ void TestCorviWireless::noWirelessInterfaceDoesNothing()
 void TestCorviWireless::missingDeviceIsSkipped()
 {
     MakeInterface("wlan1");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wirelessInterfaces = QStringList({"wlan0", "wlan1"});
+    corvi.LoseInterface("wlan0");
     LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
@@ -179,20 +179,20 @@ void TestCorviWireless::missingDeviceIsSkipped()
     QCOMPARE(OwnLines().mid(0, 3),
              QStringList({"Corvi::WirelessNetworkSetup -- Wireless Device not defined",
                           "2: Could not find device for  wlan0", "Check for wireless already connected"}));
-    QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan1"));
+    QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan1"));
 }
 
 void TestCorviWireless::firstDeviceByNameIsUsed()
 {
     MakeInterface("wlan1");
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     Forget();
 
     corvi.WirelessNetworkSetup(false);
 
-    QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan0"));
+    QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
     QCOMPARE(JournalOf("ifconfig wlan1"), QStringList());
 }
 
@@ -200,10 +200,9 @@ void TestCorviWireless::firstBringUpStartsTheDevice()
 {
     MakeMachine(WLAN, {"wlan0"});
     PullCable("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wpaHoldoffTicks = 0;
-    corvi.reconfigureWpa = false;
+    corvi.LeaveHoldOff(0);
     Corvi::conn_counter = 5;
     LogFromHere(4);
 
@@ -219,20 +218,20 @@ void TestCorviWireless::firstBringUpStartsTheDevice()
     QCOMPARE(JournalOf("ifconfig"), QStringList({"ifconfig wlan0 up", "ifconfig wlan0 up"}));
     QVERIFY(corvi.Device("wlan0")->timer->isActive());
     QVERIFY(SupplicantFile().contains("Office"));
-    QCOMPARE(corvi.wpaHoldoffTicks, 1);
-    QVERIFY(corvi.reconfigureWpa);
-    QVERIFY(corvi.wpaConfUpdated);
-    QVERIFY(corvi.wirelessConfigured);
-    QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan0"));
+    QCOMPARE(corvi.HoldOff(), 1);
+    QVERIFY(corvi.IsReconfigureWanted());
+    QVERIFY(corvi.Flags().contains("wpaConfUpdated"));
+    QVERIFY(corvi.IsWirelessConfigured());
+    QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
     QCOMPARE(Corvi::conn_counter, 5);
 }
 
 void TestCorviWireless::fileThatIsCurrentIsNotWrittenAgain()
 {
     MakeMachine(WLAN, {"wlan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wpaConfUpdated = true;
+    corvi.NoteFileWritten(true);
     LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
@@ -246,7 +245,7 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
 {
     MakeMachine(WLAN, {"wlan0"});
     BringUp("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     Corvi::conn_counter = 5;
     LogFromHere(4);
@@ -257,8 +256,8 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
              QStringList({"Corvi::WirelessNetworkSetup -- Wireless Device not defined",
                           "Check for wireless already connected", "!wiredConnected, wireless connected"}));
     QCOMPARE(Corvi::conn_counter, 0);
-    QCOMPARE(corvi.wirelessDevice, corvi.Device("wlan0"));
-    QVERIFY(!corvi.wirelessConfigured);
+    QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
+    QVERIFY(!corvi.IsWirelessConfigured());
     // It is up already.
     QCOMPARE(Journal(), QStringList());
 }
@@ -266,11 +265,10 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
 void TestCorviWireless::unconfiguredDeviceBeginsTheHoldOff()
 {
     MakeMachine(WLAN, {"wlan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
-    corvi.reconfigureWpa = false;
-    corvi.wpaHoldoffTicks = 0;
+    corvi.PickWireless("wlan0");
+    corvi.LeaveHoldOff(0);
     LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
@@ -281,38 +279,38 @@ void TestCorviWireless::unconfiguredDeviceBeginsTheHoldOff()
                                       "Corvi::WirelessNetworkSetup wirelessConnected  0  reconfigureWpa ",
                                       "Corvi::Loop:: reconfigureWpa -- Update conf File",
                                       "Corvi::ReconfigureWpa 1", "Corvi::ReconfigureWpa in Holdoff"}));
-    QVERIFY(corvi.wirelessConfigured);
-    QVERIFY(corvi.reconfigureWpa);
-    QCOMPARE(corvi.wpaHoldoffTicks, 0);
+    QVERIFY(corvi.IsWirelessConfigured());
+    QVERIFY(corvi.IsReconfigureWanted());
+    QCOMPARE(corvi.HoldOff(), 0);
 }
 
 void TestCorviWireless::holdOffGoesOnEveryTick()
 {
     MakeMachine(WLAN, {"wlan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
     corvi.BeginHoldOff();
 
     corvi.WirelessNetworkSetup(false);
-    QCOMPARE(corvi.wpaHoldoffTicks, 1);
+    QCOMPARE(corvi.HoldOff(), 1);
 
     // Something else starts one meanwhile: it is stopped, and nothing is counted.
     Supervisor::Set(RUNNING);
     corvi.WirelessNetworkSetup(false);
-    QCOMPARE(corvi.wpaHoldoffTicks, 1);
+    QCOMPARE(corvi.HoldOff(), 1);
     QVERIFY(Supervisor::IsStopRequested());
 
     Supervisor::Set(GONE);
     corvi.WirelessNetworkSetup(false);
-    QCOMPARE(corvi.wpaHoldoffTicks, 0);
-    QVERIFY(corvi.reconfigureWpa);
+    QCOMPARE(corvi.HoldOff(), 0);
+    QVERIFY(corvi.IsReconfigureWanted());
 }
 
 void TestCorviWireless::nothingIsToDoWhileTheSupplicantRuns()
 {
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
     corvi.SettleSupplicant(RUNNING);
@@ -327,28 +325,28 @@ void TestCorviWireless::nothingIsToDoWhileTheSupplicantRuns()
 void TestCorviWireless::supplicantThatIsGoneIsStartedAgain()
 {
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
-    corvi.wpaHoldoffTicks = 0;
+    corvi.LeaveHoldOff(0);
     corvi.SettleSupplicant(GONE);
     ClearLog();
 
     corvi.WirelessNetworkSetup(false);
 
     QCOMPARE(LogCount("Restart Wireless interface"), 1);
-    QVERIFY(corvi.reconfigureWpa);
-    QCOMPARE(corvi.wpaHoldoffTicks, 1);
+    QVERIFY(corvi.IsReconfigureWanted());
+    QCOMPARE(corvi.HoldOff(), 1);
 
     corvi.WirelessNetworkSetup(false);
     QCOMPARE(LogCount("Restart Wireless interface"), 1);
-    QCOMPARE(corvi.wpaHoldoffTicks, 0);
+    QCOMPARE(corvi.HoldOff(), 0);
 }
 
 void TestCorviWireless::supplicantThatRestartsIsNotStartedAgain()
 {
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
     corvi.SettleSupplicant(RESTARTING);
@@ -357,13 +355,13 @@ void TestCorviWireless::supplicantThatRestartsIsNotStartedAgain()
     corvi.WirelessNetworkSetup(false);
 
     QCOMPARE(LogLines(), QStringList());
-    QVERIFY(!corvi.reconfigureWpa);
+    QVERIFY(!corvi.IsReconfigureWanted());
 }
 
 void TestCorviWireless::changedFileStopsTheSupplicant()
 {
     MakeInterface("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
     corvi.BeginHoldOff();
@@ -377,12 +375,12 @@ void TestCorviWireless::changedFileStopsTheSupplicant()
 
 void TestCorviWireless::resultTellsWhetherWirelessIsConfigured()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     QCOMPARE(corvi.WirelessNetworkSetup(false), 0);
 
     MakeInterface("wlan0");
-    corvi.forceRescan = true;
+    corvi.ForceRescan();
     corvi.Tick();
     QCOMPARE(corvi.WirelessNetworkSetup(false), 1);
     QCOMPARE(corvi.WirelessNetworkSetup(true), 0);
@@ -412,14 +410,14 @@ void TestCorviWireless::addressIsRetriedWhileAssociated()
     BringUp("wlan0");
     if (!hasCarrier)
         PullCable("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
-    corvi.wirelessDevice->ConfigureNetwork(true);
+    corvi.WirelessDevice()->ConfigureNetwork(true);
     if (hasAddress)
         RealIp({"addr", "add", "10.0.0.5/24", "dev", "wlan0"});
     corvi.SettleSupplicant({true, false, associated});
-    Age(corvi.wirelessRetry, 0, std::chrono::seconds(ageSeconds));
+    corvi.AgeWirelessRetry(0, std::chrono::seconds(ageSeconds));
     Forget();
 
     corvi.WirelessNetworkSetup(false);
@@ -433,15 +431,15 @@ void TestCorviWireless::deviceThatMissedItsEventIsConfigured()
     MakeMachine(WLAN, {"wlan0"});
     UseDhcpServer();
     BringUp("wlan0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
     corvi.SettleSupplicant(ASSOCIATED);
-    Age(corvi.wirelessRetry, 0, std::chrono::seconds(10));
+    corvi.AgeWirelessRetry(0, std::chrono::seconds(10));
 
     corvi.WirelessNetworkSetup(false);
 
-    QCOMPARE(corvi.wirelessDevice->ipAddress, QString("10.0.0.5"));
+    QCOMPARE(corvi.WirelessDevice()->ipAddress, QString("10.0.0.5"));
 }
 
 void TestCorviWireless::associationConfiguresWireless()
@@ -450,11 +448,11 @@ void TestCorviWireless::associationConfiguresWireless()
     UseDhcpServer();
     BringUp("wlan0");
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     // Wireless comes first where there is a wired device too.
-    corvi.wiredDevice = corvi.Device("eth0");
-    corvi.wirelessDevice = corvi.Device("wlan0");
+    corvi.AdoptWired("eth0");
+    corvi.PickWireless("wlan0");
     LogFromHere(4);
 
     corvi.onAssociatedChanged(true);
@@ -467,16 +465,16 @@ void TestCorviWireless::associationConfiguresWireless()
     QCOMPARE(journal.mid(journal.size() - 3),
              QStringList({"killall -9 on_wifi_assoc", "killall -9 qwebauth", "on_wifi_assoc"}));
     QVERIFY(journal.indexOf("dhclient -v -cf /etc/dhcp/dhclient.conf wlan0") < journal.size() - 3);
-    QVERIFY(corvi.wirelessDevice->isRunning);
+    QVERIFY(corvi.WirelessDevice()->isRunning);
 }
 
 void TestCorviWireless::lossOfAssociationIsOnlyReported()
 {
     MakeMachine(WLAN, {"wlan0"});
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wirelessDevice = corvi.Device("wlan0");
+    corvi.PickWireless("wlan0");
     BringUp("wlan0");
     Forget();
 
@@ -485,10 +483,9 @@ void TestCorviWireless::lossOfAssociationIsOnlyReported()
     QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
     QCOMPARE(Journal(), QStringList());
     // Read again before it is published.
-    QVERIFY(corvi.wirelessDevice->isRunning);
+    QVERIFY(corvi.WirelessDevice()->isRunning);
     ZebNetStatus published;
-    QVERIFY(
-        published.SetData(QByteArray(static_cast<const char *>(corvi.shm.constData()), corvi.shm.size())));
+    QVERIFY(published.SetData(corvi.Segment()));
     QVERIFY(published.IsConnected());
 }
 
@@ -506,9 +503,9 @@ void TestCorviWireless::associationOfAWiredDevice()
     UseDhcpServer();
     BringUp("eth0");
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.wiredDevice = corvi.Device("eth0");
+    corvi.AdoptWired("eth0");
     LogFromHere(4);
 
     corvi.onAssociatedChanged(state);
@@ -532,7 +529,7 @@ void TestCorviWireless::associationWithoutDevices()
 {
     QFETCH(bool, state);
     EventListener listener;
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     LogFromHere(4);
 
@@ -546,7 +543,7 @@ void TestCorviWireless::associationWithoutDevices()
 
 void TestCorviWireless::slotsOfSilentSignalsOnlyLog()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     LogFromHere(4);
 
     corvi.onWifiConnected();
@@ -573,19 +570,19 @@ void TestCorviWireless::fileHoldsTheNamedInterface()
     QFETCH(bool, hasWired);
     QFETCH(bool, hasWireless);
     MakeMachine(WLAN_AND_8021X, {"eth0", "wlan0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     QVERIFY(corvi.Device("eth0")->usesSupplicant && corvi.Device("eth0")->isRunning);
-    corvi.wpaConfUpdated = false;
+    corvi.NoteFileWritten(false);
 
     corvi.UpdateWpaConfFile(interfaceName);
 
     const QByteArray file = SupplicantFile();
     QCOMPARE(file.contains("IEEE8021X"), hasWired);
     QCOMPARE(file.contains("\"Office\""), hasWireless);
-    QCOMPARE(corvi.wpaConfContents.contains("IEEE8021X"), hasWired);
-    QCOMPARE(corvi.wpaConfContents.contains("\"Office\""), hasWireless);
-    QVERIFY(corvi.wpaConfUpdated);
+    QCOMPARE(corvi.FileContents().contains("IEEE8021X"), hasWired);
+    QCOMPARE(corvi.FileContents().contains("\"Office\""), hasWireless);
+    QVERIFY(corvi.Flags().contains("wpaConfUpdated"));
 }
 
 void TestCorviWireless::fileHoldsWhoContributes_data()
@@ -609,7 +606,7 @@ void TestCorviWireless::fileHoldsWhoContributes()
     QFETCH(bool, isRunning);
     QFETCH(bool, contributes);
     MakeMachine(WLAN_AND_8021X, {interfaceName});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
     corvi.Device(interfaceName)->usesSupplicant = usesSupplicant;
     corvi.Device(interfaceName)->isRunning = isRunning;
@@ -623,9 +620,9 @@ void TestCorviWireless::fileIsTracedByInterface()
 {
     MakeInterface("wlan0");
     MakeInterface("eth0");
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick();
-    corvi.allInterfaces = QStringList({"wlan0", "gone0", "eth0"});
+    corvi.LoseInterface("zz0");
     corvi.Device("wlan0")->isRunning = true;
     LogFromHere(4);
 
@@ -633,15 +630,15 @@ void TestCorviWireless::fileIsTracedByInterface()
 
     QCOMPARE(LogLines().filter("UpdateWpaConfFile"),
              QStringList({"UpdateWpaConfFile -- Get NetworkDevice", "UpdateWpaConfFile -- isActive 0",
-                          "UpdateWpaConfFile -- Get NetworkDevice", "UpdateWpaConfFile -- Get NetworkDevice",
-                          "UpdateWpaConfFile -- isActive 1"}));
+                          "UpdateWpaConfFile -- Get NetworkDevice", "UpdateWpaConfFile -- isActive 1",
+                          "UpdateWpaConfFile -- Get NetworkDevice"}));
     // Sorted in a copy only.
-    QCOMPARE(corvi.allInterfaces, QStringList({"wlan0", "gone0", "eth0"}));
+    QCOMPARE(corvi.AllInterfaces(), QStringList({"zz0", "eth0", "wlan0"}));
 }
 
 void TestCorviWireless::fileThatCannotBeWrittenIsLogged()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     QDir().mkpath(SUPPLICANT_FILE);
     ClearLog();
 
