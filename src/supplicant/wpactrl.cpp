@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -63,6 +64,17 @@ Duration os_get_reltime()
     return std::chrono::duration_cast<Duration>(std::chrono::steady_clock::now().time_since_epoch());
 }
 
+/// Takes back whatever of a connection has been made, and leaves errno to the caller's caller.
+struct Unwind
+{
+    void operator()(wpa_ctrl *ctrl) const
+    {
+        const int reason = errno;
+        wpa_ctrl_close(ctrl);
+        errno = reason;
+    }
+};
+
 const sockaddr *Generic(const sockaddr_un &address)
 {
     return reinterpret_cast<const sockaddr *>(&address);
@@ -89,7 +101,9 @@ bool SetDestination(wpa_ctrl *ctrl, const char *path)
 {
     ctrl->dest.sun_family = AF_UNIX;
     if (strncmp(path, ABSTRACT_PREFIX, ABSTRACT_PREFIX_LENGTH) == 0) {
-        os_strlcpy(ctrl->dest.sun_path + 1, path + ABSTRACT_PREFIX_LENGTH, sizeof(ctrl->dest.sun_path) - 1);
+        // No terminator: an abstract name ends with the address (unix(7)).
+        const char *const name = path + ABSTRACT_PREFIX_LENGTH;
+        memcpy(ctrl->dest.sun_path + 1, name, strnlen(name, sizeof(ctrl->dest.sun_path) - 1));
         return true;
     }
     if (os_strlcpy(ctrl->dest.sun_path, path, sizeof(ctrl->dest.sun_path)) < sizeof(ctrl->dest.sun_path))
@@ -198,33 +212,23 @@ wpa_ctrl *wpa_ctrl_open(const char *path)
 {
     if (!path)
         return nullptr;
-    auto *ctrl = static_cast<wpa_ctrl *>(os_zalloc(sizeof(wpa_ctrl)));
+    std::unique_ptr<wpa_ctrl, Unwind> ctrl(static_cast<wpa_ctrl *>(os_zalloc(sizeof(wpa_ctrl))));
     if (!ctrl)
         return nullptr;
     ctrl->destFile = -1;
-
     ctrl->s = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (ctrl->s < 0) {
-        free(ctrl);
+    if (ctrl->s < 0)
         return nullptr;
-    }
     ++openCounter;
-    if (!BindToOwnName(ctrl)) {
-        const int reason = errno;
-        close(ctrl->s);
-        free(ctrl);
-        errno = reason;
+    if (!BindToOwnName(ctrl.get())) {
+        ctrl->local.sun_path[0] = '\0'; // The name is not ours to remove.
         return nullptr;
     }
-    if (!SetDestination(ctrl, path) || !ConnectToSupplicant(ctrl)) {
-        const int reason = errno;
-        wpa_ctrl_close(ctrl);
-        errno = reason;
+    if (!SetDestination(ctrl.get(), path) || !ConnectToSupplicant(ctrl.get()))
         return nullptr;
-    }
-    SetNonBlocking(ctrl);
-    AskForSender(ctrl);
-    return ctrl;
+    SetNonBlocking(ctrl.get());
+    AskForSender(ctrl.get());
+    return ctrl.release();
 }
 
 void wpa_ctrl_close(wpa_ctrl *ctrl)

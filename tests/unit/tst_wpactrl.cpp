@@ -279,16 +279,16 @@ void TestWpaCtrl::opensAnAbstractSocket()
 void TestWpaCtrl::cutsALongAbstractName_data()
 {
     QTest::addColumn<int>("length");
-    QTest::newRow("the longest name that fits") << 106;
-    QTest::newRow("one character more") << 107;
+    QTest::newRow("the longest name that fits") << 107;
+    QTest::newRow("one character more") << 108;
     QTest::newRow("far too long") << 500;
 }
 
 void TestWpaCtrl::cutsALongAbstractName()
 {
     QFETCH(int, length);
-    // The name and its terminator fill the address.
-    FakeSupplicant supplicant(Address('\0' + QByteArray(106, 'x')));
+    // The name fills the address; there is no terminator.
+    FakeSupplicant supplicant(Address('\0' + QByteArray(107, 'x')));
 
     QVERIFY(Open("@abstract:" + QByteArray(length, 'x')));
 }
