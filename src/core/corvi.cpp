@@ -100,7 +100,7 @@ void Corvi::Stop(int status)
 {
     loopTimer->stop();
     if (supThread) {
-        supThread->Stop(0);
+        supThread->Stop(WpaSuppThread::STOP_GIVEN_UP);
         supThread->exit(0);
         // Its thread must have left its loop before the process takes down what the thread uses.
         supThread->wait(QDeadlineTimer(THREAD_END_LIMIT));

@@ -12,14 +12,14 @@
 void Corvi::ReinitSupThread()
 {
     if (supThread) {
-        supThread->Stop(1);
+        supThread->Stop(WpaSuppThread::STOP_BEFORE_START);
         return;
     }
     supThread = WpaSuppThread::GetInstance();
     connect(supThread, &WpaSuppThread::associatedChanged, this, &Corvi::onAssociatedChanged);
     connect(supThread, &WpaSuppThread::wifiConnected, this, &Corvi::onWifiConnected);
     connect(this, &Corvi::wiredStateChange, this, &Corvi::onWiredStateChange);
-    supThread->Stop(2);
+    supThread->Stop(WpaSuppThread::STOP_FIRST);
 }
 
 void Corvi::ReconfigureWpa(NetworkDevice *d)
@@ -32,14 +32,14 @@ void Corvi::ReconfigureWpa(NetworkDevice *d)
             wpaHoldoffTicks = 0;
             Log(Level::TRACE) << "Corvi::ReconfigureWpa wpa not required";
             if (IsSupplicantActive())
-                supThread->Stop(3);
+                supThread->Stop(WpaSuppThread::STOP_NOT_REQUIRED);
         } else if (supThread->IsStopPending()) {
             Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff, wst stopping";
         } else if (!IsSupplicantActive()) {
             Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff";
             --wpaHoldoffTicks;
         } else {
-            supThread->Stop(4);
+            supThread->Stop(WpaSuppThread::STOP_FOR_NEXT_START);
         }
         return;
     }
@@ -65,7 +65,7 @@ bool Corvi::IsSupplicantActive() const
 void Corvi::StopUnneededSupplicant()
 {
     if (IsSupplicantActive())
-        supThread->Stop(6);
+        supThread->Stop(WpaSuppThread::STOP_UNNEEDED);
     wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
 }
 

@@ -131,14 +131,14 @@ void Corvi::WaitForAuthentication(NetworkDevice *d)
     if (d->ipAnnounced && d->fallbackEnabled && d->authWaitTicks > ANNOUNCED_FALLBACK_TICKS) {
         Log(Level::NOTICE) << "Corvi::WiredNetworkSetup:: Set in fallback mode";
         d->inFallback = true;
-        supThread->Stop(0);
+        supThread->Stop(WpaSuppThread::STOP_GIVEN_UP);
         return;
     }
     ++d->authWaitTicks;
     if (d->authWaitTicks > FORCED_FALLBACK_TICKS) {
         Log(Level::NOTICE) << "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback";
         d->inFallback = true;
-        supThread->Stop(5);
+        supThread->Stop(WpaSuppThread::STOP_FALLBACK);
         // This clears the flag just set: an unsecured attempt now, authentication again afterwards.
         d->ConfigureNetwork(true);
     }

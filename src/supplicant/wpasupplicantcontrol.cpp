@@ -108,11 +108,9 @@ void WpaSupplicantControl::closeControlInterface()
 void WpaSupplicantControl::Disconnect()
 {
     // First the notifier: the descriptor's number may be taken again as soon as it is closed.
-    if (notifier) {
+    if (notifier)
         notifier->disconnect(this);
-        delete notifier;
-        notifier = nullptr;
-    }
+    delete notifier;
     connection.reset();
     open = false;
 }

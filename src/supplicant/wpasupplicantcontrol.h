@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 #include <memory>
@@ -44,7 +45,8 @@ public:
     static const QString ERROR_PREFIX;
 
 signals:
-    /// One event, whole, with its priority prefix.
+    /// One event, whole, with its priority prefix. Emitted on the main thread. A slot may close and reopen
+    /// this object, but deletes it later only (deleteLater()): it goes on with the next event.
     void MessageReady(const QString &message);
 
 private slots:
@@ -57,13 +59,13 @@ private:
     void PassOn(const QString &message);
     void Listen();
 
-    [[maybe_unused]] QString interface; ///< kept empty
-    QString defaultInterface = QStringLiteral("wlan0");
-    QByteArray socketPath;
-    std::unique_ptr<wpa_ctrl, void (*)(wpa_ctrl *)> connection;
-    QSocketNotifier *notifier = nullptr; ///< child
-    bool open = false;
-    [[maybe_unused]] Logging *log;
-    bool removalTold = false; ///< the log already says that the socket's name is gone
-    bool stopTold = false;    ///< the last word in the log about it is that the supplicant is stopped
+    [[maybe_unused]] QString interface;                         ///< kept empty: nobody writes or reads it
+    QString defaultInterface = QStringLiteral("wlan0");         ///< for an empty name
+    QByteArray socketPath;                                      ///< the supplicant's, in the local encoding
+    std::unique_ptr<wpa_ctrl, void (*)(wpa_ctrl *)> connection; ///< null when closed
+    QPointer<QSocketNotifier> notifier;                         ///< for the connection; owned as a child
+    bool open = false;             ///< the supplicant has accepted us: its events come here
+    [[maybe_unused]] Logging *log; ///< kept: the lines go through Log
+    bool removalTold = false;      ///< the log already says that the socket's name is gone
+    bool stopTold = false;         ///< the last word in the log about it is that the supplicant is stopped
 };

@@ -48,7 +48,8 @@ WpaSuppThread::WpaSuppThread()
 
 WpaSuppThread::~WpaSuppThread()
 {
-    delete control;
+    // At once: nobody may be left to carry out what is deferred.
+    delete control.release();
     quit();
     wait();
 }
@@ -56,12 +57,12 @@ WpaSuppThread::~WpaSuppThread()
 void WpaSuppThread::run()
 {
     Log(Level::TRACE) << "WpaSuppThread::run() Start";
-    QTimer timer;
-    connect(&timer, &QTimer::timeout, &timer, [this] { QueueTick(); });
-    timer.start(TICK_INTERVAL);
+    timer = std::make_unique<QTimer>();
+    connect(timer.get(), &QTimer::timeout, timer.get(), [this] { QueueTick(); });
+    timer->start(TICK_INTERVAL);
     Log(Level::TRACE) << "WpaSuppThread::run() Start Exec";
     exec();
-    timer.stop();
+    timer.reset(); // Stopped and deleted on the thread that it belongs to.
     Log(Level::TRACE) << "WpaSuppThread::run() End Exec";
     QMetaObject::invokeMethod(this, "OnWorkerEnded", Qt::QueuedConnection);
 }
@@ -100,6 +101,7 @@ void WpaSuppThread::Reinit()
     running = false;
     stopRunning = false;
     stopPending = false;
+    stopFinished = false;
     reconfigureRequested = false;
     stoppingSupplicant = false;
     startingSupplicant = false;
@@ -192,7 +194,7 @@ void WpaSuppThread::TickStopping()
     running = false;
     restarting = false;
     associated = false;
-    DeleteWpaCtl();
+    DeleteWpaCtl(); // Finds nothing any more: kept as it is.
     Reinit();
     if (!startPending)
         return;

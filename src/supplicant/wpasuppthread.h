@@ -8,8 +8,10 @@
 #include <QThread>
 
 #include <atomic>
+#include <memory>
 
 class Logging;
+class QTimer;
 class WpaSupplicantControl;
 
 /// The one supervisor of wpa_supplicant: starts, watches, restarts and stops it and interprets its events.
@@ -24,13 +26,24 @@ class WpaSuppThread : public QThread
 {
     Q_OBJECT
 public:
+    /// Why a stop is asked for; the numbers appear in the log.
+    enum StopReason : int {
+        STOP_GIVEN_UP = 0,       ///< the port has an address without authentication; or the daemon ends
+        STOP_BEFORE_START = 1,   ///< a start follows at once
+        STOP_FIRST = 2,          ///< the service has just taken the supervisor into use
+        STOP_NOT_REQUIRED = 3,   ///< the device to be configured uses no supplicant
+        STOP_FOR_NEXT_START = 4, ///< the hold-off of the next start waits for the end of this one
+        STOP_FALLBACK = 5,       ///< nobody let us in for a minute: an attempt without authentication
+        STOP_UNNEEDED = 6,       ///< the wired device that carries uses no supplicant
+    };
+
     static WpaSuppThread *GetInstance();
     ~WpaSuppThread() override;
 
     /// Starts, or restarts, the supplicant; blocks for the 7.1 s that the old one is given to end, and the
     /// launch. `methodName` is the EAP method where it matters, else empty.
     void Start(const QString &interfaceName, const QString &driverName, const QString &methodName);
-    /// Asks for a stop on the next tick. The reason code is only logged.
+    /// Asks for a stop on the next tick, for one of the reasons above.
     void Stop(int reason);
     /// Asks for a RECONFIGURE on the next tick.
     void Reconfigure();
@@ -48,15 +61,25 @@ public:
     bool IsStopPending() const { return stopPending; }
 
 signals:
+    // All are emitted on the main thread. Whatever a slot does about devices is its own affair; the
+    // supervisor must outlive the signal, and the supplicant may be stopped or started from within.
+
+    /// The supplicant says that it is connected or disconnected, also when that is what it said last; or it
+    /// is about to be started anew, which counts as disconnected. No other change of the association is told.
     void associatedChanged(bool state);
-    void wifiConnected();
-    void scanningFailed();
+    void wifiConnected();  ///< never emitted: kept for those who connect to it
+    void scanningFailed(); ///< never emitted: kept for those who connect to it
+    /// To ourselves: runs RestartSupplicant() before it returns.
     void TriggerRestartSupplicant();
+    /// To ourselves: runs OnStopSupplicant() before it returns.
     void TriggerStopSupplicant();
 
 public slots:
+    /// The tick: carries out what was asked for, or looks after the supplicant that runs.
     void MyTimerTimeout();
+    /// One event of the supplicant, with its priority prefix.
     void MessageReceived(const QString &message);
+    /// The start, without the request for it: see Start().
     void RestartSupplicant();
     void OnStopSupplicant();
 
@@ -67,6 +90,12 @@ private slots:
 private:
     /// The tests' one way in (tests/support).
     friend class WpaSuppThreadPeer;
+
+    /// Lets an object outlive the signal of its own in which it is dropped.
+    struct DeleteLater
+    {
+        void operator()(WpaSupplicantControl *object) const;
+    };
 
     /// Does not start the thread yet: run() must find the object complete.
     WpaSuppThread();
@@ -117,33 +146,35 @@ private:
     void CountUnassociatedTicks();
     void ReportBadPassword();
 
-    Logging *log;
-    QString requestedInterface;
-    QString requestedDriver;
-    QString requestedMethod;
-    QString interface = QStringLiteral("wlan0");
-    QString driver = QStringLiteral("nl80211,wext");
-    bool associated = false;
-    bool wired = false;
-    QString ssid;
-    QString statusText = QStringLiteral("Thread Created");
-    QString configurationPath;
-    QString method;
-    bool running = false;
-    bool stopRunning = false;
-    bool stopPending = false;
-    int debugLevel = 0;
-    bool reconfigureRequested = false;
-    bool stoppingSupplicant = false;
-    bool startingSupplicant = false;
-    bool checkStatusRequested = false;
-    bool quitRequested = false;
-    int openFailures = 0;
-    int unassociatedTicks = 0;
-    bool terminateAcknowledged = false;
-    bool badPassword = false;
-    bool restarting = false;
-    WpaSupplicantControl *control = nullptr; ///< owned
+    Logging *log;                                          ///< kept: the lines go through Log
+    QString requestedInterface;                            ///< of the last Start()
+    QString requestedDriver;                               ///< of the last Start()
+    QString requestedMethod;                               ///< of the last Start()
+    QString interface = QStringLiteral("wlan0");           ///< the supplicant was launched on
+    QString driver = QStringLiteral("nl80211,wext");       ///< the supplicant was launched with
+    bool associated = false;                               ///< the supplicant says so
+    bool wired = false;                                    ///< the driver is "wired"
+    QString ssid;                                          ///< last seen in a status or an event
+    QString statusText = QStringLiteral("Thread Created"); ///< for people; "BadPassword" is also a state
+    QString configurationPath;                             ///< the supplicant's file
+    QString method;                             ///< EAP method that the supplicant was launched for
+    bool running = false;                       ///< launched, and looked after by the tick
+    bool stopRunning = false;                   ///< request: stop it
+    bool stopPending = false;                   ///< set by nobody: kept for the hold-off
+    [[maybe_unused]] bool stopFinished = false; ///< cleared with stopPending, read by nobody: kept
+    int debugLevel = 0;                         ///< 0 none, 1 " -d", 2 and more " -dd"; nobody sets it
+    bool reconfigureRequested = false;          ///< request: send "RECONFIGURE"
+    bool stoppingSupplicant = false;            ///< told to end; the tick does the rest
+    bool startingSupplicant = false;            ///< launched; the tick connects to it
+    bool checkStatusRequested = false;          ///< request: ask for the status
+    bool quitRequested = false;                 ///< request: end the worker's event loop
+    int openFailures = 0;                       ///< to open the control connection, in a row
+    int unassociatedTicks = 0;                  ///< while running; two a tick without connection
+    [[maybe_unused]] bool terminateAcknowledged = false; ///< written and never read: kept as it is
+    bool badPassword = false;                            ///< suspected, and not yet told to the user
+    bool restarting = false;                             ///< between a start and the tick that connects
+    std::unique_ptr<WpaSupplicantControl, DeleteLater> control;
+    std::unique_ptr<QTimer> timer; ///< made and deleted by run(), on the worker thread
 
     /// A supplicant was launched and has no control connection yet. Unlike the requests above it survives
     /// the stop that the launch itself asked for.

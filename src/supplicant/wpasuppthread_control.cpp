@@ -6,10 +6,16 @@
 #include "logging.h"
 #include "wpasupplicantcontrol.h"
 
+/// Later, as this may run inside a signal of the object itself.
+void WpaSuppThread::DeleteLater::operator()(WpaSupplicantControl *object) const
+{
+    object->deleteLater();
+}
+
 void WpaSuppThread::CreateWpaCtl()
 {
-    control = new WpaSupplicantControl(nullptr);
-    connect(control, &WpaSupplicantControl::MessageReady, this, &WpaSuppThread::MessageReceived);
+    control.reset(new WpaSupplicantControl(nullptr));
+    connect(control.get(), &WpaSupplicantControl::MessageReady, this, &WpaSuppThread::MessageReceived);
     interface.remove(WpaSupplicantControl::CtrlInterfaceDir);
     const bool opened = control->openControlInterface(interface);
     badPassword = false;
@@ -21,9 +27,7 @@ void WpaSuppThread::DeleteWpaCtl()
     if (!control)
         return;
     control->disconnect();
-    // Later, as this may run inside a signal of the object itself.
-    control->deleteLater();
-    control = nullptr;
+    control.reset();
 }
 
 void WpaSuppThread::RestartWpaCtl()

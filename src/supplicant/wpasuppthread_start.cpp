@@ -23,6 +23,11 @@ constexpr unsigned long END_PASS_MS = 1000;
 constexpr unsigned long END_PAUSE_MS = 100;
 constexpr unsigned long LAUNCH_PAUSE_MS = 10;
 
+QString WithoutLineFeed(const QString &reply)
+{
+    return reply.endsWith(QLatin1Char('\n')) ? reply.chopped(1) : reply;
+}
+
 } // namespace
 
 void WpaSuppThread::RestartSupplicant()
@@ -64,6 +69,7 @@ void WpaSuppThread::TakeOverRequest()
 {
     stopRunning = false;
     stopPending = false;
+    stopFinished = false;
     interface = requestedInterface;
     driver = requestedDriver;
     method = requestedMethod;
@@ -135,7 +141,7 @@ void WpaSuppThread::StopSupplicant()
     QString reply = WpaSupplicantControl::ERROR_PREFIX;
     if (IsControlOpen() && !stoppingSupplicant) {
         reply = SendCommand(QStringLiteral("TERMINATE"));
-        Log(Level::TRACE) << "WpaSupplicant::StopSupplicant" << reply;
+        Log(Level::TRACE) << "WpaSupplicant::StopSupplicant" << WithoutLineFeed(reply);
     }
     if (reply.startsWith(WpaSupplicantControl::ERROR_PREFIX) || reply.startsWith(QLatin1String("OK")))
         terminateAcknowledged = true;

@@ -76,9 +76,10 @@ public:
     void AskForStatus() { checkStatusRequested = true; }
     void RaiseEveryFlag()
     {
-        for (bool *flag : {&associated, &wired, &running, &stopRunning, &stopPending, &reconfigureRequested,
-                           &stoppingSupplicant, &startingSupplicant, &checkStatusRequested, &quitRequested,
-                           &terminateAcknowledged, &badPassword, &restarting})
+        for (bool *flag :
+             {&associated, &wired, &running, &stopRunning, &stopPending, &stopFinished, &reconfigureRequested,
+              &stoppingSupplicant, &startingSupplicant, &checkStatusRequested, &quitRequested,
+              &terminateAcknowledged, &badPassword, &restarting})
             *flag = true;
     }
 
@@ -97,7 +98,7 @@ public:
     // Questions
 
     using WpaSuppThread::IsControlOpen;
-    WpaSupplicantControl *Control() const { return control; }
+    WpaSupplicantControl *Control() const { return control.get(); }
     QString Interface() const { return interface; }
     QString Driver() const { return driver; }
     QString Method() const { return method; }
@@ -159,6 +160,7 @@ inline QStringList WpaSuppThreadPeer::Flags() const
         {"running", running},
         {"stopRunning", stopRunning},
         {"stopPending", stopPending},
+        {"stopFinished", stopFinished},
         {"reconfigureRequested", reconfigureRequested},
         {"stoppingSupplicant", stoppingSupplicant},
         {"startingSupplicant", startingSupplicant},

@@ -59,7 +59,7 @@ void TestSupplicantStarts::leaveNothing()
         supervisor.Tick();
         QVERIFY2(supervisor.IsControlOpen(), qPrintable(QString::number(i)));
         QCOMPARE(ProcessesNamed("wpa_supplicant"), 1);
-        supervisor.Stop(5);
+        supervisor.Stop(WpaSuppThread::STOP_FALLBACK);
 
         QElapsedTimer timer;
         timer.start();

@@ -698,7 +698,7 @@ void TestWpaSuppThreadEvents::staysWhenTheControlFolderIsRemoved()
     QVERIFY(supervisor->IsAssociated());
     QCOMPARE(LogLineCount(), 1);
     // So that a stop still reaches it, and no second one is started beside it.
-    supervisor->Stop(5);
+    supervisor->Stop(WpaSuppThread::STOP_FALLBACK);
     supervisor->Tick();
     QVERIFY(supplicant->Commands().contains("TERMINATE"));
 }

@@ -71,7 +71,7 @@ void TestWpaSuppThreadRestart::startsTheSupplicant()
         seenAssociated = supervisor.IsAssociated();
     });
     // A stop asked for just before does not cancel the start.
-    supervisor.Stop(1);
+    supervisor.Stop(WpaSuppThread::STOP_BEFORE_START);
     TestSupport::ClearLog();
     QElapsedTimer timer;
     timer.start();
@@ -176,7 +176,7 @@ void TestWpaSuppThreadRestart::reachesTheSupplicantOfACancelledStart()
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
     supervisor.Tick(ticksBefore);
 
-    supervisor.Stop(5);
+    supervisor.Stop(WpaSuppThread::STOP_FALLBACK);
     supervisor.Tick();
 
     // Told to end, though no connection to it had been made yet.

@@ -142,7 +142,7 @@ void TestWpaSuppThreadWorker::startsRestartsAndStops()
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
     QVERIFY(!supervisor.IsAssociated());
     QTRY_VERIFY_WITH_TIMEOUT(supervisor.IsRunning(), 3000);
-    supervisor.Stop(5);
+    supervisor.Stop(WpaSuppThread::STOP_FALLBACK);
     QTRY_VERIFY_WITH_TIMEOUT(!supervisor.IsRunning(), 3000);
 
     QTRY_COMPARE(supplicant.Commands().filter(QStringLiteral("ACH")).size(), 4);
@@ -164,7 +164,7 @@ void TestWpaSuppThreadWorker::leavesNothingAfterManyStartsAndStops()
         supervisor.LaunchSupplicant();
         supervisor.Tick();
         QVERIFY(supervisor.IsControlOpen());
-        supervisor.Stop(5);
+        supervisor.Stop(WpaSuppThread::STOP_FALLBACK);
         supervisor.Tick();
         QVERIFY(!supervisor.IsRunning());
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
