@@ -91,6 +91,8 @@ void Corvi::Init()
     }
     wiredUp = false;
     wiredPending = false;
+    for (ReportOnce *report : {&changeReport, &linkReport, &wirelessReport, &modemReport})
+        report->Over(); // What is found anew is told anew.
     [[maybe_unused]] const int ignored = ::system("setup_resolved");
     FindAllInterfaces();
     Log(Level::TRACE) << "Corvi::Init() Complete";
@@ -154,8 +156,9 @@ void Corvi::ApplyDebugFlag()
 void Corvi::Rescan()
 {
     ApplyDebugFlag();
-    log->LogMessage(LoggingLevelText(), true);
-    log->LogMessage(QStringLiteral("Corvi::Loop Force Rescan "), false);
+    const auto telling = rescanReport.Tell(QString(), ReportOnce::Time::clock::now());
+    log->LogMessage(telling.level, LoggingLevelText(), true);
+    log->LogMessage(telling.level, QStringLiteral("Corvi::Loop Force Rescan ") + telling.Summary(), false);
     forceRescan = false;
     reconfigureWpa = true;
     Init();
@@ -163,6 +166,7 @@ void Corvi::Rescan()
 
 void Corvi::SetUpNetworks()
 {
+    rescanReport.Over(); // Only one that follows another at once is no news.
     if (WiredNetworkSetup()) {
         SetUpBelowWired();
         return;

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "reportonce.h"
 #include "retrypause.h"
 
 #include <QHash>
@@ -152,6 +153,18 @@ private:
     bool modemStarted = false; ///< the modem in use was started and told to connect
     RetryPause wiredRetry;
     RetryPause wirelessRetry;
+
+    // What is told of over and over while it lasts.
+    ReportOnce rescanReport;
+    ReportOnce changeReport; ///< another wired device carries
+    ReportOnce linkReport;
+    ReportOnce fallbackReport;
+    ReportOnce wirelessReport;
+    ReportOnce restartReport;
+    ReportOnce modemReport;
+    ReportOnce confFileReport;
+    ReportOnce retryReport;
+    ReportOnce segmentReport;
 
     // Life, the supervision tick
     void ApplyDebugFlag();

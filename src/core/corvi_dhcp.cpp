@@ -27,14 +27,12 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
     if (!d->isRunning || !d->ipAddress.isEmpty() || waitsForAuthentication || d->namedNetworks.isEmpty() ||
         isStatic) {
         pause.Reset();
+        retryReport.Over();
         return;
     }
     if (!pause.IsDue(RetryPause::Time::clock::now()))
         return;
-    // Once the pauses have stopped growing the line would only repeat itself for as long as the server is
-    // away.
-    Log(pause.IsLongest() ? Level::TRACE : Level::NOTICE)
-        << "Corvi::RetryDhcp - no address, trying again on" << d->name;
+    LogOnce(retryReport, d->name) << "Corvi::RetryDhcp - no address, trying again on" << d->name;
     d->ConfigureNetwork(true);
     pause.NoteAttempt(RetryPause::Time::clock::now());
 }

@@ -43,7 +43,7 @@ void Corvi::BringModemUp()
     modem->UpdateConnectionStatus();
     if (modem->modemConnected != wasConnected) {
         // Said and sent on every change, also when the connection was lost.
-        Log(Level::NOTICE) << "modem connected";
+        LogOnce(modemReport, QString::number(modem->modemConnected)) << "modem connected";
         modem->ConfigureIFace();
         modem->RefreshStatus();
         SendAssociationMessage(modem, true);
@@ -52,8 +52,8 @@ void Corvi::BringModemUp()
         return;
     ++conn_counter;
     if (conn_counter > MODEM_ATTEMPTS) {
-        Log(Level::NOTICE) << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:"
-                           << modem->name;
+        LogOnce(modemReport, QStringLiteral("no link"))
+            << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << modem->name;
         modem->Down();
         modemDevice = nullptr;
     }

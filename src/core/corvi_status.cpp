@@ -59,9 +59,10 @@ void Corvi::ShareStatus(NetworkDevice *nd)
     Log(Level::TRACE) << "ShareStatus()  Start";
     const QByteArray record = nd->status->GetData();
     if (!shm.lock()) {
-        Log(Level::NOTICE) << "ShareStatus() the segment cannot be locked, its record stays as it was";
+        LogOnce(segmentReport) << "ShareStatus() the segment cannot be locked, its record stays as it was";
         return;
     }
+    segmentReport.Over();
     Log(Level::VERBOSE) << "ShareStatus"
                         << "BA Size" << record.size() << "_shm.size" << shm.size();
     const int length = std::min({shm.size(), ZebNetStatus::RECORD_SIZE, record.size()});

@@ -85,8 +85,10 @@ void Corvi::UpdateWpaConfFile(const QString &interfaceName)
         if (Contributes(device))
             lines += device->GetNamedNetworkWpasInformation();
     }
-    if (!WpaSupplicantCfg::WriteCfg(lines))
-        Log(Level::NOTICE) << "UpdateWpaConfFile -- the supplicant's file cannot be written";
+    if (WpaSupplicantCfg::WriteCfg(lines))
+        confFileReport.Over();
+    else
+        LogOnce(confFileReport) << "UpdateWpaConfFile -- the supplicant's file cannot be written";
     wpaConfContents = lines.join(QLatin1Char('\n'));
     wpaConfUpdated = true;
 }

@@ -27,7 +27,7 @@ bool Corvi::WiredNetworkSetup()
     Log(Level::VERBOSE) << "Corvi::WiredNetworkSetup:: status" << isConnected;
     if (chosen) {
         if (chosen != wiredDevice) {
-            Log(Level::NOTICE) << "Corvi::WiredNetworkSetup:: Device Change";
+            LogOnce(changeReport, chosen->name) << "Corvi::WiredNetworkSetup:: Device Change";
             wiredUp = false;
             wiredRetry.Reset();
         }
@@ -39,7 +39,8 @@ bool Corvi::WiredNetworkSetup()
     }
     CheckRefreshFile(isConnected);
     if (isConnected != wiredUp) {
-        Log(Level::NOTICE) << "Wired Device Connected" << isConnected;
+        LogOnce(linkReport, QString::number(isConnected))
+            << "Wired Device Connected" << isConnected << (wiredDevice ? wiredDevice->name : QString());
         wiredUp = isConnected;
         wiredRetry.Reset();
         emit wiredStateChange(isConnected);
@@ -129,14 +130,16 @@ void Corvi::WaitForAuthentication(NetworkDevice *d)
         return;
     }
     if (d->ipAnnounced && d->fallbackEnabled && d->authWaitTicks > ANNOUNCED_FALLBACK_TICKS) {
-        Log(Level::NOTICE) << "Corvi::WiredNetworkSetup:: Set in fallback mode";
+        LogOnce(fallbackReport, QStringLiteral("given up"))
+            << "Corvi::WiredNetworkSetup:: Set in fallback mode" << d->name;
         d->inFallback = true;
         supThread->Stop(WpaSuppThread::STOP_GIVEN_UP);
         return;
     }
     ++d->authWaitTicks;
     if (d->authWaitTicks > FORCED_FALLBACK_TICKS) {
-        Log(Level::NOTICE) << "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback";
+        LogOnce(fallbackReport, QStringLiteral("unsecured"))
+            << "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback" << d->name;
         d->inFallback = true;
         supThread->Stop(WpaSuppThread::STOP_FALLBACK);
         // This clears the flag just set: an unsecured attempt now, authentication again afterwards.

@@ -29,7 +29,7 @@ void Corvi::TakeWirelessDown()
 {
     if (QFile::exists(KEEP_WIRELESS_UP_FLAG) || !wirelessDevice)
         return;
-    Log(Level::NOTICE) << "Corvi::Loop:: Stopping wireless device";
+    LogOnce(wirelessReport, QStringLiteral("stopping")) << "Corvi::Loop:: Stopping wireless device";
     wirelessDevice->StopDevice();
     wirelessConfigured = false;
     Log(Level::TRACE) << "Set wireless device to 0";
@@ -56,7 +56,7 @@ void Corvi::StartWireless()
         return;
     }
     conn_counter = 0;
-    Log(Level::NOTICE) << "!wiredConnected, wireless connected";
+    LogOnce(wirelessReport, QStringLiteral("connected")) << "!wiredConnected, wireless connected";
     if (!wirelessDevice->isUp)
         wirelessDevice->Up();
 }
@@ -69,7 +69,7 @@ void Corvi::StartWirelessSupplicant(NetworkDevice *d)
         Log(Level::TRACE) << "Setup wpa config file";
         UpdateWpaConfFile(d->name);
     }
-    Log(Level::NOTICE) << "Start Wireless interface";
+    LogOnce(wirelessReport, QStringLiteral("starting")) << "Start Wireless interface";
     Log(Level::TRACE) << "wirelessInterfaces: named networks: " << d->GetNamedNetworks();
     d->StartDevice();
     d->Up();
@@ -89,7 +89,7 @@ void Corvi::SuperviseWireless()
         wirelessConfigured = true;
         ReconfigureWpa(wirelessDevice);
     } else if (!reconfigureWpa && !IsSupplicantActive()) {
-        Log(Level::NOTICE) << "Restart Wireless interface";
+        LogOnce(restartReport) << "Restart Wireless interface";
         wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
         reconfigureWpa = true;
     }

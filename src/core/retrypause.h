@@ -21,8 +21,6 @@ public:
     bool IsDue(Time now);
     /// An attempt has just ended: starts the next, longer pause.
     void NoteAttempt(Time now);
-    /// Whether the pauses have stopped growing.
-    bool IsLongest() const { return pause == LONGEST; }
 
 private:
     static constexpr std::chrono::seconds SHORTEST{10};

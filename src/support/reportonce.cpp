@@ -47,18 +47,25 @@ bool ReportOnce::TakeCredit(Time now)
     return true;
 }
 
+QString ReportOnce::Telling::Summary() const
+{
+    if (level != Level::NOTICE || times == 1)
+        return {};
+    return QStringLiteral("-- %1 times since %2")
+        .arg(QString::number(times), QDateTime::currentDateTime()
+                                         .addSecs(-since.count())
+                                         .toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")));
+}
+
 LogOnce::LogOnce(ReportOnce &report, const QString &what, ReportOnce::Time now)
     : LogOnce(report.Tell(what, now))
 {
 }
 
-LogOnce::LogOnce(const ReportOnce::Telling &what) : Log(what.level), telling(what) {}
+LogOnce::LogOnce(const ReportOnce::Telling &telling) : Log(telling.level), summary(telling.Summary()) {}
 
 LogOnce::~LogOnce()
 {
-    if (telling.level != Level::NOTICE || telling.times == 1 || !IsEnabled())
-        return;
-    const QDateTime since = QDateTime::currentDateTime().addSecs(-telling.since.count());
-    *this << QStringLiteral("-- %1 times since %2")
-                 .arg(QString::number(telling.times), since.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")));
+    if (!summary.isEmpty())
+        *this << summary;
 }

@@ -25,6 +25,9 @@ public:
         Logging::LoggingLevel level; ///< NOTICE for what an operator is to see, otherwise TRACE
         int times;                   ///< how often it was told since it was last news, this time included
         std::chrono::seconds since;  ///< the age of that news
+
+        /// "-- 34 times since 2025-05-03 17:05:01" for the end of a line that sums up, otherwise empty.
+        QString Summary() const;
     };
 
     ReportOnce() = default;
@@ -74,5 +77,5 @@ public:
 private:
     explicit LogOnce(const ReportOnce::Telling &telling);
 
-    const ReportOnce::Telling telling;
+    const QString summary;
 };

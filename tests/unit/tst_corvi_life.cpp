@@ -74,6 +74,7 @@ private Q_SLOTS:
     void reloadFileForcesOneRescan();
     void reloadFileAtStartGivesOneRescan();
     void reloadFileThatStaysRescansEveryTick();
+    void reloadsApartAreAllTold();
     void lateWirelessCarrierForcesOneRescan();
     void wirelessCarrierAtStartForcesNoRescan();
     void wirelessCarrierForcesNoRescanWhileWiredIsUp();
@@ -473,7 +474,23 @@ void TestCorviLife::reloadFileThatStaysRescansEveryTick()
 
     corvi.Tick(3);
 
-    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 3);
+    QCOMPARE(JournalOf("setup_resolved").size(), 3);
+    // The log would be full of nothing else.
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
+}
+
+void TestCorviLife::reloadsApartAreAllTold()
+{
+    CorviPeer corvi;
+    corvi.Tick(2);
+
+    for (int reload = 0; reload < 3; ++reload) {
+        WriteFile(RELOAD_FLAG, "");
+        corvi.Tick(2);
+    }
+
+    QCOMPARE(LogCount("Logginglevel = 2"), 5);
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 4);
 }
 
 void TestCorviLife::lateWirelessCarrierForcesOneRescan()

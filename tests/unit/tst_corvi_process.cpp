@@ -178,7 +178,7 @@ void TestCorviProcess::eventsReachAListener()
     EventListener listener;
     Start();
 
-    QVERIFY(WaitForLine("Wired Device Connected 1"));
+    QVERIFY(WaitForLine("Wired Device Connected 1 eth0"));
 
     Events events;
     QTRY_VERIFY((events += listener.Take()).size() >= 2);
