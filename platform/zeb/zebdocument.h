@@ -3,18 +3,13 @@
 
 #pragma once
 
+#include "zebnetwork.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QMap>
 #include <QString>
 #include <QStringList>
-
-/// One network as stored, without what was refused.
-struct ZebNetwork
-{
-    QMap<QString, QString> properties;
-    QStringList hosts;
-};
 
 /// One section of the store: its settings, and its networks in the order of the file.
 struct ZebDocument

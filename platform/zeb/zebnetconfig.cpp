@@ -3,6 +3,7 @@
 
 #include "zebnetconfig.h"
 
+#include "zebproperties.h"
 #include "zebstore.h"
 
 #include <QCryptographicHash>
@@ -13,86 +14,16 @@
 
 namespace {
 
-/// A property, by its name in the store and its member here: one of the three is set.
-struct Property
+/// Sets a member to the text of the store, read as the member's type asks.
+struct Setter
 {
-    const char *key;
-    QString ZebNetConfig::*text = nullptr;
-    bool ZebNetConfig::*flag = nullptr;
-    int ZebNetConfig::*number = nullptr;
-    bool isSecret = false;
+    ZebNetConfig &config;
+    const QString &value;
+
+    void operator()(QString ZebNetConfig::*member) const { config.*member = value; }
+    void operator()(bool ZebNetConfig::*member) const { config.*member = value == QLatin1String("true"); }
+    void operator()(int ZebNetConfig::*member) const { config.*member = value.toInt(); }
 };
-
-constexpr Property Text(const char *key, QString ZebNetConfig::*member)
-{
-    return {key, member, nullptr, nullptr, false};
-}
-
-constexpr Property Secret(const char *key, QString ZebNetConfig::*member)
-{
-    return {key, member, nullptr, nullptr, true};
-}
-
-constexpr Property Flag(const char *key, bool ZebNetConfig::*member)
-{
-    return {key, nullptr, member, nullptr, false};
-}
-
-constexpr Property Number(const char *key, int ZebNetConfig::*member)
-{
-    return {key, nullptr, nullptr, member, false};
-}
-
-// The name and the hosts stand apart.
-constexpr Property PROPERTIES[] = {
-    Text("securityMode", &ZebNetConfig::securityMode),
-    Text("ssid", &ZebNetConfig::ssid),
-    Flag("scanSsid", &ZebNetConfig::scanSsid),
-    Number("priority", &ZebNetConfig::priority),
-    Text("band", &ZebNetConfig::band),
-    Flag("useBgScan", &ZebNetConfig::useBgScan),
-    Number("bgScanShortInterval", &ZebNetConfig::bgScanShortInterval),
-    Number("bgScanSignal", &ZebNetConfig::bgScanSignal),
-    Number("bgScanLongInterval", &ZebNetConfig::bgScanLongInterval),
-    Secret("wepKey", &ZebNetConfig::wepKey),
-    Secret("passphrase", &ZebNetConfig::passphrase),
-    Text("identity", &ZebNetConfig::identity),
-    Secret("password", &ZebNetConfig::password),
-    Text("caCert", &ZebNetConfig::caCert),
-    Text("clientCert", &ZebNetConfig::clientCert),
-    Text("privateKey", &ZebNetConfig::privateKey),
-    Secret("privateKeyPassword", &ZebNetConfig::privateKeyPassword),
-    Text("cipher", &ZebNetConfig::cipher),
-    Text("pacFile", &ZebNetConfig::pacFile),
-    Flag("scep", &ZebNetConfig::scep),
-    Flag("allowWeakCerts", &ZebNetConfig::allowWeakCerts),
-    Text("dot1xFallback", &ZebNetConfig::dot1xFallback),
-    Flag("staticIp", &ZebNetConfig::staticIp),
-    Text("ipAddress", &ZebNetConfig::ipAddress),
-    Text("netmask", &ZebNetConfig::netmask),
-    Text("gateway", &ZebNetConfig::gateway),
-    Flag("staticDns", &ZebNetConfig::staticDns),
-    Text("dns1", &ZebNetConfig::dns1),
-    Text("dns2", &ZebNetConfig::dns2),
-    Text("domain", &ZebNetConfig::domain),
-    Text("speed", &ZebNetConfig::speed),
-    Text("mtu", &ZebNetConfig::mtu),
-};
-
-bool ToBool(const QString &text)
-{
-    return text == QLatin1String("true");
-}
-
-void SetProperty(ZebNetConfig &config, const Property &property, const QString &value)
-{
-    if (property.text != nullptr)
-        config.*property.text = value;
-    else if (property.flag != nullptr)
-        config.*property.flag = ToBool(value);
-    else
-        config.*property.number = value.toInt();
-}
 
 QByteArray DigestKey()
 {
@@ -101,7 +32,7 @@ QByteArray DigestKey()
     return QByteArray(reinterpret_cast<const char *>(words.data()), sizeof words);
 }
 
-QString Digest(const Property &property, const QString &secret)
+QString Digest(const ZebProperty &property, const QString &secret)
 {
     static const QByteArray key = DigestKey();
     if (secret.isEmpty())
@@ -124,15 +55,22 @@ QString Escaped(const QString &text)
     return escaped;
 }
 
-QString ValueText(const ZebNetConfig &config, const Property &property)
+/// The value of a member as the text form shows it.
+struct Shower
 {
-    if (property.flag != nullptr)
-        return config.*property.flag ? QStringLiteral("true") : QStringLiteral("false");
-    if (property.number != nullptr)
-        return QString::number(config.*property.number);
-    const QString &text = config.*property.text;
-    return property.isSecret ? Digest(property, text) : Escaped(text);
-}
+    const ZebNetConfig &config;
+    const ZebProperty &property;
+
+    QString operator()(QString ZebNetConfig::*member) const
+    {
+        return property.isSecret ? Digest(property, config.*member) : Escaped(config.*member);
+    }
+    QString operator()(bool ZebNetConfig::*member) const
+    {
+        return config.*member ? QStringLiteral("true") : QStringLiteral("false");
+    }
+    QString operator()(int ZebNetConfig::*member) const { return QString::number(config.*member); }
+};
 
 } // namespace
 
@@ -150,10 +88,10 @@ bool ZebNetConfig::Load(const QString &networkName, bool /*reserved*/)
 
     securityMode = found->properties.value(QStringLiteral("securityMode"), securityMode);
     scep = securityMode.endsWith(QLatin1String("with SCEP)"));
-    for (const Property &property : PROPERTIES) {
+    for (const ZebProperty &property : ZebProperties::All()) {
         const auto value = found->properties.constFind(QLatin1String(property.key));
         if (value != found->properties.constEnd())
-            SetProperty(*this, property, *value);
+            std::visit(Setter{*this, *value}, property.member);
     }
     hosts = found->hosts;
     return true;
@@ -161,9 +99,10 @@ bool ZebNetConfig::Load(const QString &networkName, bool /*reserved*/)
 
 QString ZebNetConfig::toString() const
 {
-    QStringList items = {QStringLiteral("name=") + Escaped(name)};
-    for (const Property &property : PROPERTIES)
-        items << QLatin1String(property.key) + QLatin1Char('=') + ValueText(*this, property);
+    QStringList items;
+    for (const ZebProperty &property : ZebProperties::All())
+        items << QLatin1String(property.key) + QLatin1Char('=') +
+                     std::visit(Shower{*this, property}, property.member);
     QStringList escapedHosts;
     for (const QString &host : hosts)
         escapedHosts << Escaped(host);

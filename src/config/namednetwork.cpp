@@ -4,6 +4,7 @@
 #include "namednetwork.h"
 
 #include "logging.h"
+#include "networknames.h"
 #include "networksetting.h"
 #include "paths.h"
 
@@ -13,26 +14,7 @@
 #include <QFileInfo>
 #include <QHash>
 
-#include <algorithm>
 #include <cstdlib>
-
-const QMap<QString, QString> SecurityModes = {
-    {QStringLiteral("WEP"), QStringLiteral("wep")},
-    {QStringLiteral("WEP (Shared)"), QStringLiteral("wep_shared")},
-    {QStringLiteral("WPA Personal 1/2"), QStringLiteral("wpa")},
-    {QStringLiteral("WPA Personal 3"), QStringLiteral("sae")},
-    {QStringLiteral("WPA Personal 2/3"), QStringLiteral("wpa2_3")},
-    {QStringLiteral("WPA Enterprise 1/2 (TLS)"), QStringLiteral("eap_tls")},
-    {QStringLiteral("WPA Enterprise 1/2 (LEAP)"), QStringLiteral("eap_leap")},
-    {QStringLiteral("WPA Enterprise 1/2 (EAP-FAST)"), QStringLiteral("eap_fast")},
-    {QStringLiteral("WPA Enterprise 1/2 (PEAP/GTC)"), QStringLiteral("peap_gtc")},
-    {QStringLiteral("WPA Enterprise 1/2 (PEAP/MSCHAPv2)"), QStringLiteral("peap_mschapv2")},
-    {QStringLiteral("802.1X (TLS/EAP)"), QStringLiteral("wired_tls")},
-    {QStringLiteral("802.1X (TLS/EAP with SCEP)"), QStringLiteral("wired_tls")},
-    {QStringLiteral("802.1X (PEAP/MSCHAPv2)"), QStringLiteral("wired_peap")},
-    {QStringLiteral("WPA Enterprise 1/2 (TLS with SCEP)"), QStringLiteral("eap_tls")},
-    {QStringLiteral("Unsecured"), QStringLiteral("unsecured")},
-};
 
 namespace {
 
@@ -45,12 +27,6 @@ const QString SCEP_CA2 = QStringLiteral("/etc/ssl/certs/scepCA-2.crt");
 QString Fingerprint(const QString &properties)
 {
     return QLatin1String(QCryptographicHash::hash(properties.toLatin1(), QCryptographicHash::Md5).toHex());
-}
-
-/// Whether a stored mode has been translated already.
-bool IsModeKey(const QString &mode)
-{
-    return std::find(SecurityModes.cbegin(), SecurityModes.cend(), mode) != SecurityModes.cend();
 }
 
 bool IsUnsecured(const QString &mode)
@@ -94,9 +70,7 @@ NamedNetwork::~NamedNetwork() = default;
 
 bool NamedNetwork::IsWirelessName(const QString &networkName, bool wired)
 {
-    if (networkName.startsWith(XML_LAN_NAME) || networkName.startsWith(QLatin1String("wiredeth")))
-        return false;
-    return !wired;
+    return !wired && !HasWiredName(networkName);
 }
 
 bool NamedNetwork::Load(const QString &networkName, bool isWireless)
@@ -153,18 +127,18 @@ bool NamedNetwork::CheckWirelessDriver()
 void NamedNetwork::BuildNetworkOptions()
 {
     wpaCfg.Clear();
-    if (!IsModeKey(netConfig->securityMode))
+    if (!IsSecurityModeKey(netConfig->securityMode))
         TranslateSecurityMode();
     if (wireless || !IsUnsecured(netConfig->securityMode))
         BuildBlock();
 
-    QStringList complaints = ModeComplaints();
-    if (!wpaCfg.Objection().isEmpty()) {
+    QStringList problems = ModeProblems();
+    if (!wpaCfg.Problem().isEmpty()) {
         // In the file it would cost every other network as well.
-        complaints << wpaCfg.Objection() + QStringLiteral(", the network is left out");
+        problems << wpaCfg.Problem() + QStringLiteral(", the network is left out");
         wpaCfg.Clear();
     }
-    ReportOnce(complaints);
+    ReportOnce(problems);
 }
 
 void NamedNetwork::BuildBlock()
@@ -177,32 +151,35 @@ void NamedNetwork::BuildBlock()
         BuildWired();
 }
 
-QStringList NamedNetwork::ModeComplaints() const
+QStringList NamedNetwork::ModeProblems() const
 {
     const QString &mode = netConfig->securityMode;
-    const bool isWiredMode = mode.startsWith(QLatin1String("wired_"));
+    const SecurityMode *known = FindSecurityMode(mode);
+    if (!known || known->kind == ModeKind::Unsecured)
+        return {};
+    const bool isWiredMode = known->kind == ModeKind::Wired;
     if (wireless && isWiredMode)
         return {QStringLiteral("a wired mode, but the name makes it wireless: it is taken as unsecured")};
-    if (!wireless && !isWiredMode && IsModeKey(mode) && !IsUnsecured(mode))
+    if (!wireless && !isWiredMode)
         return {QStringLiteral("a wireless mode, but the name makes it wired: the supplicant gets nothing")};
     return {};
 }
 
-void NamedNetwork::ReportOnce(const QStringList &complaints) const
+void NamedNetwork::ReportOnce(const QStringList &problems) const
 {
     // Every rescan builds the networks anew: what was last told of a network outlives its object.
     static QHash<QString, QString> lastTold;
-    if (complaints.isEmpty()) {
+    if (problems.isEmpty()) {
         lastTold.remove(name);
         return;
     }
-    const QString telling = propsHash + complaints.join(QLatin1Char(' '));
+    const QString telling = propsHash + problems.join(QLatin1Char(' '));
     if (lastTold.value(name) == telling)
         return;
     lastTold.insert(name, telling);
-    for (const QString &complaint : complaints)
+    for (const QString &problem : problems)
         Log(Level::NOTICE) << "NamedNetwork::BuildNetworkOptions -- network" << name + QLatin1Char(':')
-                           << complaint;
+                           << problem;
 }
 
 void NamedNetwork::ApplyScepDefaults()

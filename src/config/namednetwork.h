@@ -3,11 +3,11 @@
 
 #pragma once
 
+#include "securitymodes.h"
 #include "wpasupplicantcfg.h"
 #include "zebnetconfig.h"
 #include "zebxmlconfig.h"
 
-#include <QMap>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -15,10 +15,6 @@
 #include <memory>
 
 class Logging;
-
-/// From a security mode's display name, as stored, to its short mode key. The SCEP variants share the key of
-/// their plain counterparts.
-extern const QMap<QString, QString> SecurityModes;
 
 /// One stored network definition as the daemon uses it: the loaded record, a fingerprint by which a later
 /// change is noticed, and the supplicant's block built from it. Owned by the device it applies to.
@@ -67,9 +63,9 @@ private:
     /// Has the certificates just chosen renewed, where they come from SCEP.
     void RestartScepDaemon();
     /// What an operator should know of a mode that does not fit the network.
-    QStringList ModeComplaints() const;
-    /// Logs the complaints about this version of the definition the first time that they come up.
-    void ReportOnce(const QStringList &complaints) const;
+    QStringList ModeProblems() const;
+    /// Logs the problems of this version of the definition the first time that they come up.
+    void ReportOnce(const QStringList &problems) const;
 
     bool wireless = false;
     QString name;

@@ -6,7 +6,8 @@
 #include "interfacekind.h"
 #include "paths.h"
 #include "securefile.h"
-#include "supplicantrules.h"
+#include "supplicantline.h"
+#include "supplicantvalues.h"
 #include "utils.h"
 
 #include <QByteArray>
@@ -101,7 +102,7 @@ void WpaSupplicantCfg::Clear()
 void WpaSupplicantCfg::Begin()
 {
     options.clear();
-    objection.clear();
+    problem.clear();
 }
 
 void WpaSupplicantCfg::AddOption(const QString &key, const QString &value, bool quote)
@@ -116,8 +117,8 @@ void WpaSupplicantCfg::AddOption(const QString &key, const QString &value, bool 
     if (quote)
         text = QLatin1Char('"') + text + QLatin1Char('"');
     options << key + QLatin1Char('=') + text;
-    if (objection.isEmpty())
-        objection = SupplicantObjection(key, text);
+    if (problem.isEmpty())
+        problem = SupplicantLineProblem(key, text);
 }
 
 void WpaSupplicantCfg::AddPriority(int value)
@@ -177,12 +178,16 @@ void WpaSupplicantCfg::ConfigPrep()
 
 QString WpaSupplicantCfg::GetFrequencyListForBand(const QString &band)
 {
-    if (band.contains(QLatin1String("2.4")))
+    switch (SupplicantValues::BandOf(band)) {
+    case SupplicantValues::Band::Ghz24:
         return Frequencies24Ghz();
-    if (band.contains(QLatin1String("5.0")) || band == QLatin1String("5"))
+    case SupplicantValues::Band::Ghz5:
         return Frequencies5Ghz();
-    if (band.contains(QLatin1String("6.0")) || band == QLatin1String("6"))
+    case SupplicantValues::Band::Ghz6:
         return Frequencies6Ghz();
+    case SupplicantValues::Band::None:
+        break;
+    }
     return QString();
 }
 

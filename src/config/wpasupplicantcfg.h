@@ -32,7 +32,7 @@ public:
     void Clear();
     /// Why the supplicant would not take the block as meant, by its first such option; empty when it would.
     /// One such block makes it refuse the whole file.
-    QString Objection() const { return objection; }
+    QString Problem() const { return problem; }
     void AddOption(const QString &key, const QString &value, bool quote);
     void AddPriority(int value);
     void StartWiredCfg();
@@ -104,5 +104,5 @@ private:
     int bgParam3 = 0;
     QString frequencyBand;
     QString pacFile;
-    QString objection;
+    QString problem;
 };

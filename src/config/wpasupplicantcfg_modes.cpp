@@ -5,7 +5,7 @@
 
 #include "wpasupplicantcfg.h"
 
-#include "supplicantrules.h"
+#include "supplicantvalues.h"
 #include "utils.h"
 #include "zebcert.h"
 
@@ -57,7 +57,7 @@ QString HashedKey(const QString &ssid, const QString &passphrase)
 
     QString key = KeyFromTool(ssid, passphrase);
     // The tool is asked again for a key that it did not give or that was cut.
-    if (SupplicantObjection(QStringLiteral("psk"), key).isEmpty()) {
+    if (SupplicantValues::PskProblem(key).isEmpty()) {
         if (keys.size() == KEY_LIMIT)
             keys.clear();
         keys.insert(id, key);

@@ -11,7 +11,6 @@ inline const QString NET_CFG_DIR = QStringLiteral("network/");
 /// Section of the configuration store that holds the network definitions and the daemon's settings.
 inline const QString XML_NETWORK_PATH = QStringLiteral("user/hardware/networkconfig");
 inline const QString XML_NETWORK_PATH_WS = XML_NETWORK_PATH + QLatin1Char('/');
-inline const QString XML_LAN_NAME = QStringLiteral("lan");
 inline const QString XML_FULL_NETWORK_PATH = QStringLiteral("/tmp/config/xmlconfig/") + XML_NETWORK_PATH;
 inline const QString DEFAULT_NETWORK_NAME = QStringLiteral("Unspecified Network Name");
 

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
 
-corvi_add_unit_test(tst_supplicantrules LIBS config)
+corvi_add_unit_test(tst_supplicantline LIBS config)
 corvi_add_unit_test(tst_wpasupplicantcfg LIBS config)
 corvi_add_unit_test(tst_namednetwork LIBS config support)
 

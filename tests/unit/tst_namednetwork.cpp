@@ -161,7 +161,7 @@ private Q_SLOTS:
 
     void networkThatCostsAllOthersIsLeftOut_data();
     void networkThatCostsAllOthersIsLeftOut();
-    void complaintIsToldOncePerChange();
+    void problemIsToldOncePerChange();
     void lineFeedNeverReachesTheFile();
     void ssidOf32BytesIsTaken_data();
     void ssidOf32BytesIsTaken();
@@ -571,7 +571,7 @@ void TestNamedNetwork::modeThatDoesNotFitIsTold_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("securityMode");
-    QTest::addColumn<QString>("complaint");
+    QTest::addColumn<QString>("problem");
 
     QTest::newRow("802.1X by a wireless name")
         << "wired 1"
@@ -599,17 +599,17 @@ void TestNamedNetwork::modeThatDoesNotFitIsTold()
 {
     QFETCH(QString, name);
     QFETCH(QString, securityMode);
-    QFETCH(QString, complaint);
+    QFETCH(QString, problem);
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     WriteNetwork(name, Wireless(securityMode));
 
     const NamedNetwork network(name, false, nullptr);
 
     const QString text = TestSupport::LogText();
-    if (complaint.isEmpty())
+    if (problem.isEmpty())
         QCOMPARE(text, QString());
     else
-        QVERIFY2(text.endsWith(complaint + " \n") && text.count('\n') == 1, qPrintable(text));
+        QVERIFY2(text.endsWith(problem + " \n") && text.count('\n') == 1, qPrintable(text));
 }
 
 void TestNamedNetwork::loadWithoutABlockLeavesNone()
@@ -992,21 +992,19 @@ void TestNamedNetwork::networkThatCostsAllOthersIsLeftOut_data()
     QTest::addColumn<Properties>("properties");
     QTest::addColumn<QString>("reason");
 
-    QTest::newRow("comment in the identity")
-        << Wireless("peap_gtc", {{"identity", "a\"#b"}})
-        << "identity holds a number sign after a quote, which begins a comment";
-    QTest::newRow("comment in the password of the key")
-        << Wireless("eap_tls", {{"privateKeyPassword", "a\"#b"}})
-        << "private_key_passwd holds a number sign after a quote, which begins a comment";
-    QTest::newRow("no SSID for a wired mode")
-        << Properties{{"securityMode", "802.1X (PEAP/MSCHAPv2)"}} << "no ssid, which stands for any network";
-    QTest::newRow("no such definition") << Properties{} << "no ssid, which stands for any network";
+    QTest::newRow("comment in the name of a SCEP file")
+        << Wireless("WPA Enterprise 1/2 (TLS with SCEP)")
+        << "client_cert holds a number sign after a quote, which begins a comment";
+    QTest::newRow("no SSID for a wired mode") << Properties{{"securityMode", "802.1X (PEAP/MSCHAPv2)"}}
+                                              << "ssid is empty, which stands for any network";
+    QTest::newRow("no such definition") << Properties{} << "ssid is empty, which stands for any network";
 }
 
 void TestNamedNetwork::networkThatCostsAllOthersIsLeftOut()
 {
     QFETCH(Properties, properties);
     QFETCH(QString, reason);
+    WriteScepFiles({"a\"#b.crt"});
     WriteNetwork("Left out", properties);
 
     const NamedNetwork network("Left out", false, nullptr);
@@ -1017,20 +1015,23 @@ void TestNamedNetwork::networkThatCostsAllOthersIsLeftOut()
     QVERIFY2(TestSupport::LogText().contains(line), qPrintable(TestSupport::LogText()));
 }
 
-void TestNamedNetwork::complaintIsToldOncePerChange()
+void TestNamedNetwork::problemIsToldOncePerChange()
 {
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     const auto linesAfterLoad = [](const QString &identity) {
-        WriteNetwork("Told", Wireless("peap_gtc", {{"identity", identity}}));
+        WriteNetwork("Told", Wireless("WPA Enterprise 1/2 (TLS with SCEP)", {{"identity", identity}}));
         const NamedNetwork network("Told", false, nullptr);
         return TestSupport::LogText().count('\n');
     };
+    WriteScepFiles({"a\"#b.crt"});
 
-    QCOMPARE(linesAfterLoad("a\"#b"), 1);
-    QCOMPARE(linesAfterLoad("a\"#b"), 1);
-    QCOMPARE(linesAfterLoad("a\"#c"), 2);
-    QCOMPARE(linesAfterLoad("good"), 2);
-    QCOMPARE(linesAfterLoad("a\"#c"), 3);
+    QCOMPARE(linesAfterLoad("user"), 1);
+    QCOMPARE(linesAfterLoad("user"), 1);
+    QCOMPARE(linesAfterLoad("other"), 2);
+    TestSupport::Remove(SCEP_FOLDER);
+    QCOMPARE(linesAfterLoad("other"), 2);
+    WriteScepFiles({"a\"#b.crt"});
+    QCOMPARE(linesAfterLoad("other"), 3);
 }
 
 void TestNamedNetwork::lineFeedNeverReachesTheFile()
@@ -1187,7 +1188,7 @@ void TestNamedNetwork::noSecretIsLogged()
 
     const QString shown = Shown();
     QVERIFY(shown.contains("NetworkDevice::Load props"));
-    QVERIFY(shown.contains("private_key_passwd holds a number sign"));
+    QVERIFY(shown.contains("privateKeyPassword: holds a number sign"));
     QVERIFY(shown.contains("WpaSupplicantCfg::SetSSID"));
     for (const QString &secret : secrets)
         QVERIFY(!shown.contains(secret));

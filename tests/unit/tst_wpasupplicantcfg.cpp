@@ -100,7 +100,7 @@ private Q_SLOTS:
     void wirelessBlockSetsTheSwitches();
     void blockIsBracedAndIndented();
     void clearLeavesNoBlock();
-    void objectionIsThatOfTheFirstBadOption();
+    void problemIsThatOfTheFirstBadOption();
 
     void wepRepeatsItsPriority_data();
     void wepRepeatsItsPriority();
@@ -453,13 +453,13 @@ void TestWpaSupplicantCfg::beginningABlockForgetsTheLastOne()
 
     cfg.StartWiredCfg();
     QCOMPARE(Options(cfg).size(), 2);
-    QCOMPARE(cfg.Objection(), QString());
+    QCOMPARE(cfg.Problem(), QString());
 
     cfg.AddOption("pairwise", "bad", false);
     cfg.SetSSID("Office", false);
     cfg.StartWirelessCfg();
     QCOMPARE(Options(cfg).size(), 3);
-    QCOMPARE(cfg.Objection(), QString());
+    QCOMPARE(cfg.Problem(), QString());
 }
 
 void TestWpaSupplicantCfg::wirelessBlockSetsTheSwitches()
@@ -499,20 +499,20 @@ void TestWpaSupplicantCfg::clearLeavesNoBlock()
     cfg.Clear();
 
     QCOMPARE(cfg.Block(), QStringList());
-    QCOMPARE(cfg.Objection(), QString());
+    QCOMPARE(cfg.Problem(), QString());
     QCOMPARE(Options(cfg), QStringList());
 }
 
-void TestWpaSupplicantCfg::objectionIsThatOfTheFirstBadOption()
+void TestWpaSupplicantCfg::problemIsThatOfTheFirstBadOption()
 {
     WpaSupplicantCfg cfg(nullptr);
     cfg.AddOption("pairwise", "CCMP", false);
-    QCOMPARE(cfg.Objection(), QString());
+    QCOMPARE(cfg.Problem(), QString());
 
     cfg.AddOption("group", "bad", false);
     cfg.AddOption("psk", "short", true);
 
-    QCOMPARE(cfg.Objection(), QString("group is not a list of ciphers"));
+    QCOMPARE(cfg.Problem(), QString("group is not a list of CCMP, TKIP, GCMP, CCMP-256 and GCMP-256"));
 }
 
 void TestWpaSupplicantCfg::wepRepeatsItsPriority_data()

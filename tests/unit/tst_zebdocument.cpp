@@ -60,6 +60,12 @@ private Q_SLOTS:
     void badValueLeavesTheNetworkOut();
     void lineBreakingTextIsRefusedEverywhere_data();
     void lineBreakingTextIsRefusedEverywhere();
+    void commentInAQuotedTextLeavesTheNetworkOut_data();
+    void commentInAQuotedTextLeavesTheNetworkOut();
+    void commentInAnotherTextIsTaken_data();
+    void commentInAnotherTextIsTaken();
+    void badCipherFallsBackToTheDefault_data();
+    void badCipherFallsBackToTheDefault();
     void missingPartLeavesTheNetworkOut_data();
     void missingPartLeavesTheNetworkOut();
     void completeNetworkIsKept_data();
@@ -228,6 +234,7 @@ void TestZebDocument::goodValueIsKept_data()
     row("wepKey", "\"ab\"de\"");
     row("wepKey", "\"abcdefghijklm\"");
     row("wepKey", "\"abcdefghijklmnop\"");
+    row("wepKey", "P\"ab\\x41de\"");
     row("wepKey", "0123456789");
     row("wepKey", "ABCDEFabcdef01234567890123");
     row("wepKey", QByteArray(32, 'a'));
@@ -336,8 +343,9 @@ void TestZebDocument::badValueLeavesTheNetworkOut_data()
     row("ssid", QByteArray("\xc3\xa9").repeated(17), "has 34 bytes, the limit is 32");
     for (const char *key :
          {"abcde", "\"abcd\"", "\"abcdef\"", "\"abcde", "abcde\"", "123456789", "012345678g", "12 34567890",
-          "\"abcdefghijklmnopq\"", "\"\"", "\"", "0123456789#"})
+          "\"abcdefghijklmnopq\"", "\"\"", "\"", "P\"abcd\"", "p\"abcde\"", "P\"abcd\\q\""})
         row("wepKey", key, "is not a WEP key");
+    row("wepKey", "P\"ab\\\"#d\"", "holds a number sign after a quote, which begins a comment");
     row("caCert", "../ca.pem", "leads out of the certificate folders");
     row("clientCert", "a/../../ca.pem", "leads out of the certificate folders");
     row("privateKey", "..", "leads out of the certificate folders");
@@ -414,11 +422,108 @@ void TestZebDocument::lineBreakingTextIsRefusedEverywhere()
     QVERIFY(!result.problems.constFirst().contains('\n'));
 }
 
+void TestZebDocument::commentInAQuotedTextLeavesTheNetworkOut_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QByteArray>("mode");
+    QTest::addColumn<QString>("property");
+    const auto rows = [](const char *name, const char *mode, const QStringList &properties) {
+        for (const QString &property : properties)
+            QTest::addRow("%s of %s", qPrintable(property), mode)
+                << QByteArray(name) << QByteArray(mode) << property;
+    };
+    const QStringList tls = {"identity", "caCert", "clientCert", "privateKey", "privateKeyPassword"};
+    rows("Office", "Unsecured", {"ssid"});
+    rows("Office", "no mode", {"ssid"});
+    rows("Office", "WPA Personal 3", {"ssid", "passphrase"});
+    rows("Office", "WPA Enterprise 1/2 (TLS)", tls);
+    rows("Office", "eap_tls", {"identity"});
+    rows("Office", "WPA Enterprise 1/2 (TLS with SCEP)", tls);
+    rows("Office", "WPA Enterprise 1/2 (LEAP)", {"identity"});
+    rows("Office", "WPA Enterprise 1/2 (EAP-FAST)", {"identity", "pacFile"});
+    rows("Office", "WPA Enterprise 1/2 (PEAP/GTC)", {"identity"});
+    rows("Office", "WPA Enterprise 1/2 (PEAP/MSCHAPv2)", {"identity", "caCert"});
+    rows("lan", "802.1X (TLS/EAP)", tls);
+    rows("lan", "802.1X (TLS/EAP with SCEP)", tls);
+    rows("lan", "802.1X (PEAP/MSCHAPv2)", {"identity", "caCert"});
+}
+
+void TestZebDocument::commentInAQuotedTextLeavesTheNetworkOut()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QByteArray, mode);
+    QFETCH(QString, property);
+
+    const Result result =
+        ParseNetwork(Element("name", name) + Element("securityMode", mode) + Element(property, "a\"#b") +
+                     (property == "ssid" ? "" : "<ssid>Office</ssid>") +
+                     (property == "passphrase" ? "" : "<passphrase>a passphrase</passphrase>"));
+
+    QCOMPARE(result.document.networkNames, QStringList());
+    QCOMPARE(
+        result.problems.constLast(),
+        QString("network \"%1\": left out: %2: holds a number sign after a quote, which begins a comment")
+            .arg(name, property));
+}
+
+void TestZebDocument::commentInAnotherTextIsTaken_data()
+{
+    QTest::addColumn<QByteArray>("elements");
+    QTest::newRow("passphrase that is hashed")
+        << WIRELESS + Element("securityMode", "WPA Personal 1/2") + Element("passphrase", "abcdefg\"#h");
+    QTest::newRow("password that is hashed")
+        << WIRELESS + Element("securityMode", "peap_gtc") + Element("password", "a\"#b");
+    QTest::newRow("identity that is not read") << WIRELESS + Element("identity", "a\"#b");
+    QTest::newRow("wired mode under a wireless name")
+        << WIRELESS + Element("securityMode", "wired_peap") + Element("identity", "a\"#b");
+    QTest::newRow("wireless mode under a wired name")
+        << WIRED + Element("securityMode", "peap_gtc") + Element("identity", "a\"#b");
+    QTest::newRow("SSID under a wired name") << WIRED + Element("ssid", "a\"#b");
+    QTest::newRow("number sign alone")
+        << WIRELESS + Element("securityMode", "peap_gtc") + Element("identity", "a#b");
+}
+
+void TestZebDocument::commentInAnotherTextIsTaken()
+{
+    QFETCH(QByteArray, elements);
+
+    const Result result = ParseNetwork(elements);
+
+    QCOMPARE(result.problems, QStringList());
+    QCOMPARE(result.document.networks.size(), 1);
+}
+
+void TestZebDocument::badCipherFallsBackToTheDefault_data()
+{
+    QTest::addColumn<QByteArray>("mode");
+    QTest::addColumn<QByteArray>("cipher");
+    for (const char *mode : {"eap_tls", "WPA Enterprise 1/2 (TLS with SCEP)", "eap_leap"})
+        for (const char *cipher : {"automatic", "ccmp", "CCMP,TKIP", "CCMP AES", " "})
+            QTest::addRow("%s of %s", cipher, mode) << QByteArray(mode) << QByteArray(cipher);
+}
+
+void TestZebDocument::badCipherFallsBackToTheDefault()
+{
+    QFETCH(QByteArray, mode);
+    QFETCH(QByteArray, cipher);
+
+    const Result result = ParseNetwork(WIRELESS + Element("securityMode", mode) + Element("cipher", cipher));
+
+    QCOMPARE(result.problems,
+             QStringList{QString("network \"Office\": cipher: \"%1\" is not a list of CCMP, TKIP, GCMP, "
+                                 "CCMP-256 and GCMP-256; its default is used")
+                             .arg(cipher.constData())});
+    QCOMPARE(result.document.networkNames, QStringList{"Office"});
+    QVERIFY(!result.document.networks.value("Office").properties.contains("cipher"));
+}
+
 void TestZebDocument::missingPartLeavesTheNetworkOut_data()
 {
     QTest::addColumn<QByteArray>("elements");
     QTest::addColumn<QString>("reason");
     QTest::newRow("open without ssid") << QByteArray("<name>Office</name>") << "no ssid";
+    for (const char *name : {"wired", "Wiredeth0", "wlan", "LAN"})
+        QTest::addRow("%s without ssid", name) << Element("name", name) << "no ssid";
     QTest::newRow("unknown mode without ssid")
         << QByteArray("<name>Office</name><securityMode>WPA9</securityMode>") << "no ssid";
     QTest::newRow("personal without ssid")
@@ -437,7 +542,7 @@ void TestZebDocument::missingPartLeavesTheNetworkOut_data()
         QTest::addRow("passphrase of %d bytes", size)
             << WIRELESS + Element("securityMode", "WPA Personal 1/2") +
                    Element("passphrase", QByteArray(size, 'x'))
-            << "passphrase: not from 8 to 63 bytes long";
+            << "passphrase: is not from 8 to 63 bytes long";
     const QByteArray fixed = WIRED + "<staticIp>true</staticIp>";
     const QString incomplete = "staticIp without a valid ipAddress and netmask";
     QTest::newRow("static without address") << fixed + "<netmask>255.0.0.0</netmask>" << incomplete;
@@ -471,6 +576,8 @@ void TestZebDocument::completeNetworkIsKept_data()
         << QByteArray("<name>Office</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>");
     QTest::newRow("wireless mode under a wired name") << WIRED + Element("securityMode", "WPA Personal 1/2");
     QTest::newRow("open") << WIRELESS;
+    for (const char *name : {"lan", "language school", "wiredeth", "wiredeth0"})
+        QTest::addRow("%s without ssid", name) << Element("name", name);
     QTest::newRow("shortest passphrase")
         << WIRELESS + Element("securityMode", "WPA Personal 1/2") + Element("passphrase", "12345678");
     QTest::newRow("longest passphrase") << WIRELESS + Element("securityMode", "WPA Personal 2/3") +

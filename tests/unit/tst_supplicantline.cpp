@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "supplicantrules.h"
+#include "supplicantline.h"
 #include "testsupport.h"
 
 #include <QProcess>
@@ -36,24 +36,26 @@ QByteArray RealAnswer(const QString &key, const QString &value)
 
 } // namespace
 
-class TestSupplicantRules : public QObject
+class TestSupplicantLine : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void takesWhatTheSupplicantTakes_data();
     void takesWhatTheSupplicantTakes();
-    void objectsToWhatTheSupplicantRefuses_data();
-    void objectsToWhatTheSupplicantRefuses();
-    void objectsToACommentInTheValue_data();
-    void objectsToACommentInTheValue();
-    void objectsToControlCharacters_data();
-    void objectsToControlCharacters();
-    void objectsToNoSsid();
+    void refusesWhatTheSupplicantRefuses_data();
+    void refusesWhatTheSupplicantRefuses();
+    void refusesACommentInTheValue_data();
+    void refusesACommentInTheValue();
+    void refusesControlCharacters_data();
+    void refusesControlCharacters();
+    void refusesEscapesOfNoFixedLength_data();
+    void refusesEscapesOfNoFixedLength();
+    void refusesNoSsid();
     void neverShowsTheValue();
 };
 
-void TestSupplicantRules::takesWhatTheSupplicantTakes_data()
+void TestSupplicantLine::takesWhatTheSupplicantTakes_data()
 {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("value");
@@ -75,6 +77,9 @@ void TestSupplicantRules::takesWhatTheSupplicantTakes_data()
         QTest::addRow("WEP text of %d bytes", length) << "wep_key0" << Quoted(Repeated(length));
         QTest::addRow("WEP key of %d digits", 2 * length) << "wep_key0" << Repeated(2 * length);
     }
+    for (const char *key : {"P\"abcde\"", "P\"ab\\\"de\"", "P\"ab\"de\"", "P\"\\x41\\xfF\\\\\\e\\n\"",
+                            "P\"abcdefghijk\\r\\t\"", "P\"abcdefghijklmnop\"", "P\"abc#d\""})
+        QTest::addRow("WEP text %s", key) << "wep_key0" << key;
     for (const char *ciphers :
          {"CCMP", "TKIP", "GCMP", "CCMP-256", "GCMP-256", "CCMP TKIP", " CCMP  TKIP "}) {
         QTest::addRow("pairwise %s", ciphers) << "pairwise" << ciphers;
@@ -90,42 +95,45 @@ void TestSupplicantRules::takesWhatTheSupplicantTakes_data()
                                        << "-5";
 }
 
-void TestSupplicantRules::takesWhatTheSupplicantTakes()
+void TestSupplicantLine::takesWhatTheSupplicantTakes()
 {
     QFETCH(QString, key);
     QFETCH(QString, value);
 
-    QCOMPARE(SupplicantObjection(key, value), QString());
+    QCOMPARE(SupplicantLineProblem(key, value), QString());
 
     const QByteArray answer = RealAnswer(key, value);
     QVERIFY2(answer.contains("Priority group") && !answer.contains("ignored"), answer.constData());
 }
 
-void TestSupplicantRules::objectsToWhatTheSupplicantRefuses_data()
+void TestSupplicantLine::refusesWhatTheSupplicantRefuses_data()
 {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("value");
-    QTest::addColumn<QString>("objection");
+    QTest::addColumn<QString>("problem");
 
-    const QString key = "a hashed key has 64 hexadecimal digits";
-    const QString wep = "a WEP key is 5, 13 or 16 quoted bytes or 10, 26 or 32 hexadecimal digits";
-    QTest::newRow("ssid of 33 bytes") << "ssid" << Quoted(Repeated(33)) << "ssid is longer than 32 bytes";
+    const QString psk = "psk is not a key of 64 hexadecimal digits";
+    const QString wep =
+        "wep_key0 is not a WEP key: 10, 26 or 32 hexadecimal digits, or 5, 13 or 16 bytes in double "
+        "quotes, with a P before these for escapes";
+    QTest::newRow("ssid of 33 bytes")
+        << "ssid" << Quoted(Repeated(33)) << "ssid has 33 bytes, the limit is 32";
     QTest::newRow("ssid of 34 bytes in 17 letters")
-        << "ssid" << Quoted(QString(17, QChar(0xe9))) << "ssid is longer than 32 bytes";
+        << "ssid" << Quoted(QString(17, QChar(0xe9))) << "ssid has 34 bytes, the limit is 32";
     QTest::newRow("no passphrase") << "psk"
                                    << "\"\""
-                                   << "a passphrase has 8 to 63 bytes";
+                                   << "psk is not from 8 to 63 bytes long";
     QTest::newRow("passphrase of 7 bytes")
-        << "psk" << Quoted(Repeated(7)) << "a passphrase has 8 to 63 bytes";
+        << "psk" << Quoted(Repeated(7)) << "psk is not from 8 to 63 bytes long";
     QTest::newRow("passphrase of 64 bytes")
-        << "psk" << Quoted(Repeated(64)) << "a passphrase has 8 to 63 bytes";
-    QTest::newRow("key cut short") << "psk" << QString(63, QLatin1Char('f')) << key;
-    QTest::newRow("key with a digit too many") << "psk" << QString(65, QLatin1Char('f')) << key;
-    QTest::newRow("key with another letter") << "psk" << QString(63, QLatin1Char('f')) + 'g' << key;
+        << "psk" << Quoted(Repeated(64)) << "psk is not from 8 to 63 bytes long";
+    QTest::newRow("key cut short") << "psk" << QString(63, QLatin1Char('f')) << psk;
+    QTest::newRow("key with a digit too many") << "psk" << QString(65, QLatin1Char('f')) << psk;
+    QTest::newRow("key with another letter") << "psk" << QString(63, QLatin1Char('f')) + 'g' << psk;
     QTest::newRow("no key") << "psk"
-                            << "" << key;
+                            << "" << psk;
     QTest::newRow("key with one quote") << "psk"
-                                        << "\"long enough" << key;
+                                        << "\"long enough" << psk;
     QTest::newRow("WEP text without quotes") << "wep_key0"
                                              << "hello" << wep;
     QTest::newRow("WEP key of 9 digits") << "wep_key0"
@@ -137,24 +145,31 @@ void TestSupplicantRules::objectsToWhatTheSupplicantRefuses_data()
     QTest::newRow("WEP text of 6 bytes") << "wep_key0"
                                          << "\"123456\"" << wep;
     QTest::newRow("WEP text of 17 bytes") << "wep_key0" << Quoted(Repeated(17)) << wep;
+    for (const char *wepKey :
+         {"P\"abcd\"", "P\"abcdef\"", "P\"abcde", "p\"abcde\"", "P\"abcd\\x41\\x42\"", "\"", "P\""})
+        QTest::addRow("WEP text %s", wepKey) << "wep_key0" << wepKey << wep;
+    QTest::newRow("WEP key of 11 digits") << "wep_key0"
+                                          << "12345678901" << wep;
     QTest::newRow("no cipher") << "pairwise"
                                << ""
-                               << "pairwise is not a list of ciphers";
-    QTest::newRow("blank for a cipher") << "pairwise"
-                                        << " "
-                                        << "pairwise is not a list of ciphers";
+                               << "pairwise is not a list of CCMP, TKIP, GCMP, CCMP-256 and GCMP-256";
+    QTest::newRow("blank for a cipher")
+        << "pairwise"
+        << " "
+        << "pairwise is not a list of CCMP, TKIP, GCMP, CCMP-256 and GCMP-256";
     QTest::newRow("small letters") << "group"
                                    << "ccmp"
-                                   << "group is not a list of ciphers";
+                                   << "group is not a list of CCMP, TKIP, GCMP, CCMP-256 and GCMP-256";
     QTest::newRow("provisioning word") << "group"
                                        << "automatic"
-                                       << "group is not a list of ciphers";
+                                       << "group is not a list of CCMP, TKIP, GCMP, CCMP-256 and GCMP-256";
     QTest::newRow("commas") << "pairwise"
                             << "CCMP,TKIP"
-                            << "pairwise is not a list of ciphers";
-    QTest::newRow("one bad cipher of two") << "pairwise"
-                                           << "CCMP AES"
-                                           << "pairwise is not a list of ciphers";
+                            << "pairwise is not a list of CCMP, TKIP, GCMP, CCMP-256 and GCMP-256";
+    QTest::newRow("one bad cipher of two")
+        << "pairwise"
+        << "CCMP AES"
+        << "pairwise is not a list of CCMP, TKIP, GCMP, CCMP-256 and GCMP-256";
     QTest::newRow("identity too long") << "identity" << Quoted(Repeated(1988)) << "identity is too long";
     QTest::newRow("identity too long in UTF-8")
         << "identity" << Quoted(QString(994, QChar(0xe9))) << "identity is too long";
@@ -162,19 +177,19 @@ void TestSupplicantRules::objectsToWhatTheSupplicantRefuses_data()
         << "private_key_passwd" << Quoted(Repeated(1978)) << "private_key_passwd is too long";
 }
 
-void TestSupplicantRules::objectsToWhatTheSupplicantRefuses()
+void TestSupplicantLine::refusesWhatTheSupplicantRefuses()
 {
     QFETCH(QString, key);
     QFETCH(QString, value);
 
-    QTEST(SupplicantObjection(key, value), "objection");
+    QTEST(SupplicantLineProblem(key, value), "problem");
 
     const QByteArray answer = RealAnswer(key, value);
     QVERIFY2(answer.contains("Failed to read or parse configuration") || answer.contains("ignored"),
              answer.constData());
 }
 
-void TestSupplicantRules::objectsToACommentInTheValue_data()
+void TestSupplicantLine::refusesACommentInTheValue_data()
 {
     QTest::addColumn<QString>("inner");
     QTest::addColumn<bool>("isCut");
@@ -187,20 +202,20 @@ void TestSupplicantRules::objectsToACommentInTheValue_data()
     QTest::newRow("after three quotes") << "\"\"\"#y" << true;
 }
 
-void TestSupplicantRules::objectsToACommentInTheValue()
+void TestSupplicantLine::refusesACommentInTheValue()
 {
     QFETCH(QString, inner);
     QFETCH(bool, isCut);
 
-    const QString objection = SupplicantObjection("identity", Quoted(inner));
+    const QString problem = SupplicantLineProblem("identity", Quoted(inner));
 
-    QCOMPARE(objection, isCut ? QString("identity holds a number sign after a quote, which begins a comment")
-                              : QString());
+    QCOMPARE(problem, isCut ? QString("identity holds a number sign after a quote, which begins a comment")
+                            : QString());
     const QByteArray taken = "identity - hexdump_ascii(len=" + QByteArray::number(inner.size()) + ')';
     QCOMPARE(RealAnswer("identity", Quoted(inner)).contains(taken), !isCut);
 }
 
-void TestSupplicantRules::objectsToControlCharacters_data()
+void TestSupplicantLine::refusesControlCharacters_data()
 {
     QTest::addColumn<QChar>("character");
 
@@ -208,27 +223,44 @@ void TestSupplicantRules::objectsToControlCharacters_data()
         QTest::addRow("%02x", uint(code)) << QChar(QLatin1Char(code));
 }
 
-void TestSupplicantRules::objectsToControlCharacters()
+void TestSupplicantLine::refusesControlCharacters()
 {
     QFETCH(QChar, character);
 
-    QCOMPARE(SupplicantObjection("identity", Quoted(QString("us") + character + "er")),
-             QString("identity holds a control character"));
+    QCOMPARE(SupplicantLineProblem("identity", Quoted(QString("us") + character + "er")),
+             QString("identity holds a control character or a line end"));
 }
 
-void TestSupplicantRules::objectsToNoSsid()
+void TestSupplicantLine::refusesEscapesOfNoFixedLength_data()
+{
+    QTest::addColumn<QString>("escape");
+
+    for (const char *escape : {"\\q", "\\1", "\\x4", "\\xgg", "\\"})
+        QTest::newRow(escape) << escape;
+}
+
+void TestSupplicantLine::refusesEscapesOfNoFixedLength()
+{
+    QFETCH(QString, escape);
+
+    // The supplicant takes some of them, with lengths of its own.
+    for (int length = 0; length < 16; ++length)
+        QVERIFY(!SupplicantLineProblem("wep_key0", "P\"" + Repeated(length) + escape + '"').isEmpty());
+}
+
+void TestSupplicantLine::refusesNoSsid()
 {
     // The supplicant takes it, and with it any network in range.
-    QCOMPARE(SupplicantObjection("ssid", "\"\""), QString("no ssid, which stands for any network"));
+    QCOMPARE(SupplicantLineProblem("ssid", "\"\""), QString("ssid is empty, which stands for any network"));
 }
 
-void TestSupplicantRules::neverShowsTheValue()
+void TestSupplicantLine::neverShowsTheValue()
 {
     for (const QString &value : {Quoted("s3cret"), Quoted("s3cret\"#" + Repeated(70)), Quoted("s3cret\n")}) {
         for (const char *key : {"psk", "wep_key0", "private_key_passwd"})
-            QVERIFY(!SupplicantObjection(key, value).contains("s3cret"));
+            QVERIFY(!SupplicantLineProblem(key, value).contains("s3cret"));
     }
 }
 
-QTEST_GUILESS_MAIN(TestSupplicantRules)
-#include "tst_supplicantrules.moc"
+QTEST_GUILESS_MAIN(TestSupplicantLine)
+#include "tst_supplicantline.moc"

@@ -7,7 +7,7 @@
 
 /// Why wpa_supplicant would refuse its whole configuration file, drop the network or take it for another one
 /// because of this option line; an empty text when it takes the line as meant. `value` is as written, with
-/// its quotes. The text never shows the value, which may be a secret. Limits as seen in version 2.10.
+/// its quotes. The text never shows the value, which may be a secret.
 /// A second gate after the store's own checks: the device's own library may not check at all, and the names
 /// of SCEP files, the host name, the MAC address and the hashed key come in only after the store.
-QString SupplicantObjection(const QString &key, const QString &value);
+QString SupplicantLineProblem(const QString &key, const QString &value);
