@@ -184,8 +184,7 @@ private:
     // Wired network
     NetworkDevice *ChooseWiredDevice();
     void SuperviseWired(NetworkDevice *d);
-    void SuperviseWiredLinkUp(NetworkDevice *d);
-    void StartWiredSupplicant(NetworkDevice *d);
+    void BeginWiredLink(NetworkDevice *d);
     void WaitForAuthentication(NetworkDevice *d);
     void CheckRefreshFile(bool isConnected);
 
@@ -201,6 +200,7 @@ private:
     void TakeModemDown();
 
     // The supplicant
+    void ConfigureSupplicant(NetworkDevice *d);
     bool IsSupplicantActive() const;
     void StopUnneededSupplicant();
     bool Contributes(const NetworkDevice *d) const;

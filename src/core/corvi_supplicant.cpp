@@ -5,9 +5,12 @@
 
 #include "logging.h"
 #include "networkdevice.h"
+#include "supplicantdecisions.h"
 #include "utils.h"
 #include "wpasupplicantcfg.h"
 #include "wpasuppthread.h"
+
+using namespace SupplicantDecisions;
 
 void Corvi::ReinitSupThread()
 {
@@ -25,25 +28,33 @@ void Corvi::ReinitSupThread()
 void Corvi::ReconfigureWpa(NetworkDevice *d)
 {
     Log(Level::TRACE) << "Corvi::ReconfigureWpa" << wpaHoldoffTicks;
-    if (wpaHoldoffTicks > 0) {
-        // One step of the hold-off a call.
-        if (!d->usesSupplicant) {
-            reconfigureWpa = false;
-            wpaHoldoffTicks = 0;
-            Log(Level::TRACE) << "Corvi::ReconfigureWpa wpa not required";
-            if (IsSupplicantActive())
-                supThread->Stop(WpaSuppThread::STOP_NOT_REQUIRED);
-        } else if (supThread->IsStopPending()) {
-            Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff, wst stopping";
-        } else if (!IsSupplicantActive()) {
-            Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff";
-            --wpaHoldoffTicks;
-        } else {
-            supThread->Stop(WpaSuppThread::STOP_FOR_NEXT_START);
-        }
-        return;
+    const bool isActive = IsSupplicantActive();
+    switch (ForHoldOff({wpaHoldoffTicks, d->usesSupplicant, supThread->IsStopPending(), isActive})) {
+    case HoldOffAction::CONFIGURE:
+        ConfigureSupplicant(d);
+        break;
+    case HoldOffAction::END:
+        reconfigureWpa = false;
+        wpaHoldoffTicks = 0;
+        Log(Level::TRACE) << "Corvi::ReconfigureWpa wpa not required";
+        if (isActive)
+            supThread->Stop(WpaSuppThread::STOP_NOT_REQUIRED);
+        break;
+    case HoldOffAction::AWAIT_STOP:
+        Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff, wst stopping";
+        break;
+    case HoldOffAction::COUNT_DOWN:
+        Log(Level::TRACE) << "Corvi::ReconfigureWpa in Holdoff";
+        --wpaHoldoffTicks;
+        break;
+    case HoldOffAction::STOP_SUPPLICANT:
+        supThread->Stop(WpaSuppThread::STOP_FOR_NEXT_START);
+        break;
     }
+}
 
+void Corvi::ConfigureSupplicant(NetworkDevice *d)
+{
     d->authWaitTicks = 0;
     d->inFallback = false;
     UpdateWpaConfFile(d->name);

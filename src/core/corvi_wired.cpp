@@ -5,18 +5,16 @@
 
 #include "logging.h"
 #include "networkdevice.h"
+#include "supplicantdecisions.h"
 #include "wpasuppthread.h"
 
 #include <QFile>
 
+using namespace SupplicantDecisions;
+
 namespace {
 
 const QString REFRESH_FLAG = QStringLiteral("/tmp/refresh_network");
-
-/// Ticks without authentication after which a port that already has an address gives up.
-constexpr int ANNOUNCED_FALLBACK_TICKS = 10;
-/// Ticks without authentication after which the unsecured configuration is tried.
-constexpr int FORCED_FALLBACK_TICKS = 60;
 
 } // namespace
 
@@ -81,69 +79,64 @@ NetworkDevice *Corvi::ChooseWiredDevice()
 
 void Corvi::SuperviseWired(NetworkDevice *d)
 {
-    if (!wiredUp) {
-        SuperviseWiredLinkUp(d);
-        return;
-    }
-    if (!d->usesSupplicant) {
-        StopUnneededSupplicant();
-        return;
-    }
-    if (d->inFallback)
-        return;
-    if (!IsSupplicantActive()) {
-        StartWiredSupplicant(d);
-    } else if (reconfigureWpa) {
+    const bool linkCameUp = !wiredUp;
+    const WiredAction action =
+        ForWiredTick({linkCameUp, d->usesSupplicant, d->inFallback, IsSupplicantActive(), reconfigureWpa});
+    if (linkCameUp || action == WiredAction::RECONFIGURE_SUPPLICANT)
         Log(Level::TRACE) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
-        StartWiredSupplicant(d);
-    } else {
+    if (linkCameUp)
+        BeginWiredLink(d);
+    switch (action) {
+    case WiredAction::LEAVE_ALONE:
+        break;
+    case WiredAction::RELEASE_SUPPLICANT:
+        StopUnneededSupplicant();
+        break;
+    case WiredAction::START_SUPPLICANT:
+        Log(Level::TRACE) << "Corvi::WiredNetworkSetup:: Start Wpa supplicant";
+        ReconfigureWpa(d);
+        break;
+    case WiredAction::RECONFIGURE_SUPPLICANT:
+        Log(Level::TRACE) << "Corvi::WiredNetworkSetup:: Wired 802.1x Reconfigure";
+        ReconfigureWpa(d);
+        break;
+    case WiredAction::AWAIT_AUTHENTICATION:
         WaitForAuthentication(d);
+        break;
     }
 }
 
-/// The link has just come up.
-void Corvi::SuperviseWiredLinkUp(NetworkDevice *d)
+void Corvi::BeginWiredLink(NetworkDevice *d)
 {
-    Log(Level::TRACE) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
     wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
-    if (!d->usesSupplicant) {
-        StopUnneededSupplicant();
+    if (!d->usesSupplicant)
         return;
-    }
     reconfigureWpa = true;
     d->inFallback = false;
-    StartWiredSupplicant(d);
-}
-
-void Corvi::StartWiredSupplicant(NetworkDevice *d)
-{
-    Log(Level::TRACE) << (IsSupplicantActive() ? "Corvi::WiredNetworkSetup:: Wired 802.1x Reconfigure"
-                                               : "Corvi::WiredNetworkSetup:: Start Wpa supplicant");
-    ReconfigureWpa(d);
 }
 
 void Corvi::WaitForAuthentication(NetworkDevice *d)
 {
-    if (supThread->IsAssociated()) {
-        // The count toggles between 0 and 1 while the port is authenticated; it is meant to.
-        d->authWaitTicks = d->authWaitTicks == 0 ? 1 : 0;
-        return;
-    }
-    if (d->ipAnnounced && d->fallbackEnabled && d->authWaitTicks > ANNOUNCED_FALLBACK_TICKS) {
+    const Wait wait =
+        ForWait({supThread->IsAssociated(), d->ipAnnounced, d->fallbackEnabled, d->authWaitTicks});
+    d->authWaitTicks = wait.ticks;
+    switch (wait.action) {
+    case WaitAction::GO_ON:
+        break;
+    case WaitAction::KEEP_ADDRESS:
         LogOnce(fallbackReport, QStringLiteral("given up"))
             << "Corvi::WiredNetworkSetup:: Set in fallback mode" << d->name;
         d->inFallback = true;
         supThread->Stop(WpaSuppThread::STOP_GIVEN_UP);
-        return;
-    }
-    ++d->authWaitTicks;
-    if (d->authWaitTicks > FORCED_FALLBACK_TICKS) {
+        break;
+    case WaitAction::TRY_UNSECURED:
         LogOnce(fallbackReport, QStringLiteral("unsecured"))
             << "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback" << d->name;
         d->inFallback = true;
         supThread->Stop(WpaSuppThread::STOP_FALLBACK);
         // This clears the flag just set: an unsecured attempt now, authentication again afterwards.
         d->ConfigureNetwork(true);
+        break;
     }
 }
 
