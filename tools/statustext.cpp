@@ -3,6 +3,8 @@
 
 #include "statustext.h"
 
+#include "zebnetevent.h"
+
 namespace {
 
 QString Line(const char *label, const QString &value)
@@ -15,9 +17,9 @@ QString Line(const char *label, const QString &value)
 QString ConnectionsMeaning(int status)
 {
     switch (status) {
-    case 1:
+    case ZebNetEvent::SUCCEEDED:
         return QStringLiteral("connected");
-    case -1:
+    case ZebNetEvent::FAILED:
         return QStringLiteral("not connected");
     default:
         return QStringLiteral("connection status");
@@ -27,12 +29,12 @@ QString ConnectionsMeaning(int status)
 QString AddressMeaning(int status)
 {
     switch (status) {
-    case 1:
+    case ZebNetEvent::SUCCEEDED:
         return QStringLiteral("address present");
-    case 0:
+    case ZebNetEvent::STARTED:
         return QStringLiteral("DHCP started");
-    case -1:
-        return QStringLiteral("no address, or no configuration found");
+    case ZebNetEvent::FAILED:
+        return QStringLiteral("no configuration found");
     default:
         return QStringLiteral("address status");
     }
@@ -42,9 +44,9 @@ QString AddressMeaning(int status)
 QString LinkMeaning(int status)
 {
     switch (status) {
-    case 1:
+    case ZebNetEvent::SUCCEEDED:
         return QStringLiteral("link established");
-    case -1:
+    case ZebNetEvent::FAILED:
         return QStringLiteral("link lost");
     default:
         return QStringLiteral("link status");
@@ -89,13 +91,13 @@ QJsonObject StatusText::ForProgram(const StatusReading &reading)
 QString StatusText::EventMeaning(int code, int status)
 {
     switch (code) {
-    case 0:
+    case ZebNetEvent::CONNECTIONS:
         return ConnectionsMeaning(status);
-    case 1:
+    case ZebNetEvent::ADDRESS:
         return AddressMeaning(status);
-    case 2:
+    case ZebNetEvent::ASSOCIATION:
         return LinkMeaning(status);
-    case 3:
+    case ZebNetEvent::CONFIGURATION:
         return QStringLiteral("configuration applied");
     default:
         return QStringLiteral("unknown event");

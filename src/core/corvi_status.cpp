@@ -5,6 +5,7 @@
 
 #include "logging.h"
 #include "networkdevice.h"
+#include "zebnetevent.h"
 #include "zebnetstatus.h"
 
 #include <QDataStream>
@@ -19,11 +20,9 @@ namespace {
 /// The listener is on this machine: one that does not accept within this time is not going to.
 constexpr int CONNECT_TIME_LIMIT_MS = 1000;
 
-enum EventCode { CONNECTIONS_EVENT = 0, DHCP_EVENT = 1, ASSOCIATION_EVENT = 2, CONFIG_EVENT = 3 };
-
 int StatusOf(bool ok)
 {
-    return ok ? 1 : -1;
+    return ok ? ZebNetEvent::SUCCEEDED : ZebNetEvent::FAILED;
 }
 
 /// Two 16-bit signed integers, big-endian.
@@ -104,20 +103,20 @@ void Corvi::onSendEventMessage(int event, int status, NetworkDevice *nd)
 
 void Corvi::SendConfigMessage(NetworkDevice *nd)
 {
-    SendEvent(nd, CONFIG_EVENT, 0);
+    SendEvent(nd, ZebNetEvent::CONFIGURATION, 0);
 }
 
 void Corvi::SendConnectionsMessage(NetworkDevice *nd, bool ok)
 {
-    SendEvent(nd, CONNECTIONS_EVENT, StatusOf(ok));
+    SendEvent(nd, ZebNetEvent::CONNECTIONS, StatusOf(ok));
 }
 
 void Corvi::SendDhcpMessage(NetworkDevice *nd, bool ok)
 {
-    SendEvent(nd, DHCP_EVENT, StatusOf(ok));
+    SendEvent(nd, ZebNetEvent::ADDRESS, StatusOf(ok));
 }
 
 void Corvi::SendAssociationMessage(NetworkDevice *nd, bool ok)
 {
-    SendEvent(nd, ASSOCIATION_EVENT, StatusOf(ok));
+    SendEvent(nd, ZebNetEvent::ASSOCIATION, StatusOf(ok));
 }

@@ -6,6 +6,7 @@
 #include "logging.h"
 #include "namednetwork.h"
 #include "paths.h"
+#include "zebnetevent.h"
 #include "zebnetstatus.h"
 
 #include <QFile>
@@ -155,7 +156,7 @@ void NetworkDevice::UpdateIpInformation()
         ipAnnounced = false;
         return;
     }
-    SendEvent(1, 1);
+    SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::SUCCEEDED);
     ipAnnounced = true;
 }
 

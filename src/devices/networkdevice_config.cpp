@@ -7,6 +7,7 @@
 #include "namednetwork.h"
 #include "paths.h"
 #include "zebnetconfig.h"
+#include "zebnetevent.h"
 #include "zebxmlconfig.h"
 
 #include <algorithm>
@@ -64,7 +65,7 @@ void NetworkDevice::ConfigureNetwork(bool renew)
             currentConfig = getCurrentConfig();
         if (!currentConfig) {
             LogOnce(configReport) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
-            SendEvent(1, -1);
+            SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::FAILED);
             return;
         }
         ApplyConfig(renew);
@@ -117,7 +118,7 @@ void NetworkDevice::ObtainAddress()
 {
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renew ip address";
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork  Interface" << name;
-    SendEvent(1, 0);
+    SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::STARTED);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
     if (!Dhclient(name)) {

@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "zebnetevent.h"
+
 #include <QByteArray>
 #include <QLocalServer>
 #include <QVector>
@@ -16,11 +18,11 @@ struct Event
 };
 using Events = QVector<Event>;
 
-inline const Event ASSOCIATION_UP{2, 1};
-inline const Event ASSOCIATION_DOWN{2, -1};
-inline const Event NO_CONFIGURATION{1, -1};
-inline const Event DHCP_STARTED{1, 0};
-inline const Event ADDRESS_PRESENT{1, 1};
+inline const Event ASSOCIATION_UP{ZebNetEvent::ASSOCIATION, ZebNetEvent::SUCCEEDED};
+inline const Event ASSOCIATION_DOWN{ZebNetEvent::ASSOCIATION, ZebNetEvent::FAILED};
+inline const Event NO_CONFIGURATION{ZebNetEvent::ADDRESS, ZebNetEvent::FAILED};
+inline const Event DHCP_STARTED{ZebNetEvent::ADDRESS, ZebNetEvent::STARTED};
+inline const Event ADDRESS_PRESENT{ZebNetEvent::ADDRESS, ZebNetEvent::SUCCEEDED};
 
 /// For the report of a failed comparison.
 char *toString(const Events &events);

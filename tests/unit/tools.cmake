@@ -4,5 +4,6 @@
 if(TARGET corvi-status)
     corvi_add_unit_test(tst_statustool LIBS zeb Qt5::Network)
     add_dependencies(tst_statustool corvi-status)
-    target_compile_definitions(tst_statustool PRIVATE CORVI_STATUS="$<TARGET_FILE:corvi-status>")
+    target_compile_definitions(tst_statustool PRIVATE CORVI_STATUS="$<TARGET_FILE:corvi-status>"
+        STATUS_DOCUMENT="${PROJECT_SOURCE_DIR}/docs/status-interface.md")
 endif()

@@ -4,11 +4,13 @@
 #include "testsupport.h"
 #include "zebnetstatus.h"
 
+#include <QDataStream>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocalSocket>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSharedMemory>
 #include <QtTest>
 
@@ -185,6 +187,7 @@ private Q_SLOTS:
     void watchPrintsEvents();
     void watchPrintsTheRecordToAProgram();
     void watchPrintsEveryEvent();
+    void eventsMeanWhatIsDocumented();
     void watchWorksWithoutADaemon();
     void watchDoesNotKeepTheSegment();
     void watchReportsABrokenEvent();
@@ -363,7 +366,7 @@ void TestCorviStatus::watchPrintsEvents_data()
     QTest::newRow("connected") << QByteArray::fromHex("00000001") << "event 0, status 1: connected";
     QTest::newRow("not connected") << QByteArray::fromHex("0000ffff") << "event 0, status -1: not connected";
     QTest::newRow("no configuration")
-        << QByteArray::fromHex("0001ffff") << "event 1, status -1: no address, or no configuration found";
+        << QByteArray::fromHex("0001ffff") << "event 1, status -1: no configuration found";
     QTest::newRow("DHCP started") << QByteArray::fromHex("00010000") << "event 1, status 0: DHCP started";
     QTest::newRow("address") << QByteArray::fromHex("00010001") << "event 1, status 1: address present";
     QTest::newRow("link established")
@@ -416,6 +419,29 @@ void TestCorviStatus::watchPrintsEveryEvent()
 
     const QString output = watcher.OutputWith("\"status\":50,");
     QCOMPARE(output.count("\"event\":0"), 50);
+}
+
+void TestCorviStatus::eventsMeanWhatIsDocumented()
+{
+    // "| 2 | -1 | link lost: also a modem that was taken down |"
+    const QRegularExpression row("^\\| (\\d) \\| (-?1|0) \\| ([^:;|]+)[:;|]",
+                                 QRegularExpression::MultilineOption);
+    auto rows = row.globalMatch(QString::fromUtf8(TestSupport::ReadFile(STATUS_DOCUMENT)));
+    Watcher watcher;
+    int count = 0;
+
+    for (; rows.hasNext(); ++count) {
+        const QRegularExpressionMatch match = rows.next();
+        QByteArray event;
+        QDataStream(&event, QIODevice::WriteOnly)
+            << match.captured(1).toShort() << match.captured(2).toShort();
+        QVERIFY(SendEvent(event));
+        const QString line = QStringLiteral("event %1, status %2: %3\n")
+                                 .arg(match.captured(1), match.captured(2), match.captured(3).trimmed());
+        QVERIFY2(watcher.OutputWith(line).contains(line), qPrintable(line));
+    }
+
+    QCOMPARE(count, 8);
 }
 
 void TestCorviStatus::watchWorksWithoutADaemon()
