@@ -136,6 +136,8 @@ private:
     void ReadMacAddress();
     void ReadCarrier();
 
+    void EndDhcpClient();
+
     bool IsForThisDevice(const QString &networkName) const;
     void SortNetworkNames();
 

@@ -65,6 +65,7 @@ void NetworkDevice::ConfigureNetwork(bool renew)
             currentConfig = getCurrentConfig();
         if (!currentConfig) {
             LogOnce(configReport) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
+            EndDhcpClient();
             SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::FAILED);
             return;
         }

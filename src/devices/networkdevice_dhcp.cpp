@@ -3,6 +3,7 @@
 
 #include "networkdevice.h"
 
+#include "dhcpclients.h"
 #include "logging.h"
 #include "paths.h"
 #include "securefile.h"
@@ -73,6 +74,14 @@ bool NetworkDevice::Dhclient(const QString &iface)
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     return transcript.contains(QStringLiteral("bound to"));
+}
+
+/// An interface that loses its addresses, is taken down, gets a fixed address or has no definition any more:
+/// a client that went on would undo it at its next renewal, and write its name servers.
+void NetworkDevice::EndDhcpClient()
+{
+    if (DhcpClients::End(name))
+        Log(Level::TRACE) << "NetworkDevice::EndDhcpClient" << name << "was still served";
 }
 
 bool NetworkDevice::ClearDNS()

@@ -43,6 +43,7 @@ void NetworkDevice::Up(const QString &iface, const QString &ip, const QString &m
 void NetworkDevice::Up(const QString &ip, const QString &mask)
 {
     linkUp = true;
+    EndDhcpClient();
     Up(name, ip, mask);
 }
 
@@ -56,6 +57,7 @@ void NetworkDevice::Down()
 {
     linkUp = false;
     Down(name);
+    EndDhcpClient();
 }
 
 void NetworkDevice::AutoNegotiate(const QString &iface)
@@ -83,6 +85,7 @@ void NetworkDevice::SetMtu(const QString &iface, const QString &mtu)
 
 void NetworkDevice::FlushIpAddress()
 {
+    EndDhcpClient();
     Utils::Execute(IP, {QStringLiteral("addr"), QStringLiteral("flush"), name}, false);
 }
 

@@ -2,9 +2,9 @@
 # Copyright (c) 2026 The Corvi developers
 """Addresses and settings that the definition gives."""
 
-from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_UP, LOG, RELOAD_FLAG, RESOLV_CONF, STATIC, SystemTest,
-                     addresses, default_gateway, default_routes, holds_for, main, read, run, status, touch, wait_for,
-                     wired, write_store)
+from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_UP, LOG, NO_CONFIGURATION, RELOAD_FLAG, RESOLV_CONF, STATIC,
+                     SystemTest, addresses, default_gateway, default_routes, holds_for, main, read, run, status, touch,
+                     wait_for, wired, write_store)
 
 
 class Static(SystemTest):
@@ -89,6 +89,19 @@ class Static(SystemTest):
 
         self.wait_address("eth0", lambda address: address == "10.77.0.5")
         wait_for("only the static address", lambda: addresses("eth0") == ["10.77.0.5"])
+        wait_for("no DHCP client", lambda: not run("pidof", "dhclient", check=False))
+
+    def test_definition_that_is_removed_ends_the_client(self):
+        server = self.dhcp_server(self.lan)
+        write_store(wired())
+        self.start_daemon()
+        self.wait_address("eth0", server.serves)
+
+        write_store()
+        touch(RELOAD_FLAG)
+
+        wait_for("no DHCP client", lambda: not run("pidof", "dhclient", check=False))
+        self.wait_events(self.listener, NO_CONFIGURATION)
 
     def test_change_from_static_to_dhcp(self):
         server = self.dhcp_server(self.lan)

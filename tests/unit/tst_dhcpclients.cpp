@@ -1,0 +1,263 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "dhcpclients.h"
+#include "networkdevice.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QtTest>
+
+#include <csignal>
+#include <functional>
+#include <memory>
+
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+/// A process that shows as a DHCP client started with these words, and lives until it is ended.
+class Client : public QProcess
+{
+public:
+    explicit Client(const QStringList &words, std::function<void()> before = {}, const QByteArray &body = {},
+                    const QString &name = QStringLiteral("dhclient"))
+        : prepare(std::move(before))
+    {
+        const QString path = QStringLiteral("/tmp/clients/") + name;
+        // The shell keeps the name of its script, and waits for an input that never comes.
+        TestSupport::WriteFile(path, "#!/bin/sh\n" + body + "\necho ready\nwhile :; do read -r line; done\n");
+        ::chmod(QFile::encodeName(path).constData(), 0755);
+        start(path, words);
+        if (!waitForReadyRead())
+            qFatal("the client does not start");
+    }
+    ~Client() override
+    {
+        kill();
+        waitForFinished();
+    }
+    bool Lives() { return !waitForFinished(100); }
+    int EndedBy() { return waitForFinished(1000) && exitStatus() == CrashExit ? exitCode() : 0; }
+
+protected:
+    void setupChildProcess() override
+    {
+        if (prepare)
+            prepare();
+    }
+
+private:
+    std::function<void()> prepare;
+};
+
+} // namespace
+
+/// What is done with a device.
+using Deed = std::function<void(NetworkDevice &)>;
+Q_DECLARE_METATYPE(Deed)
+
+/// Ending DHCP clients, and when a device does so.
+class TestDhcpClients : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void endsThoseThatServeTheInterface_data();
+    void endsThoseThatServeTheInterface();
+    void endsSeveral();
+    void nothingToEnd();
+    void insistsWithOneThatDoesNotListen();
+    void letsTheScriptFinish();
+    void endsAScriptThatHangs();
+    void clientWithoutWordsServesEveryInterface();
+    void programWithASimilarNameLives();
+    void containersClientLives();
+    void otherUsersProcessLives();
+    void deviceEndsItsClient_data();
+    void deviceEndsItsClient();
+    void deviceLeavesTheClientAlone_data();
+    void deviceLeavesTheClientAlone();
+};
+
+void TestDhcpClients::init()
+{
+    TestSupport::ClearJournal();
+    TestSupport::ClearAnswers();
+}
+
+void TestDhcpClients::cleanup()
+{
+    TestSupport::Remove(QStringLiteral("/tmp/clients"));
+}
+
+void TestDhcpClients::endsThoseThatServeTheInterface_data()
+{
+    QTest::addColumn<QStringList>("words");
+    QTest::addColumn<bool>("ends");
+    QTest::newRow("ours") << QStringList{"-v", "-cf", "/etc/dhcp/dhclient.conf", "eth0"} << true;
+    QTest::newRow("one of several") << QStringList{"eth0", "eth1"} << true;
+    QTest::newRow("for every interface") << QStringList{"-v"} << true;
+    QTest::newRow("another's") << QStringList{"-v", "eth1"} << false;
+    QTest::newRow("a longer name") << QStringList{"-v", "eth01"} << false;
+    QTest::newRow("for IPv6 alone") << QStringList{"-6", "eth0"} << false;
+}
+
+void TestDhcpClients::endsThoseThatServeTheInterface()
+{
+    QFETCH(QStringList, words);
+    QFETCH(bool, ends);
+    Client client(words);
+
+    QCOMPARE(DhcpClients::End("eth0"), ends);
+
+    QCOMPARE(client.Lives(), !ends);
+}
+
+void TestDhcpClients::endsSeveral()
+{
+    Client first({"eth0"});
+    Client second({"-v", "eth0"});
+
+    QVERIFY(DhcpClients::End("eth0"));
+
+    QCOMPARE(first.EndedBy(), SIGTERM);
+    QCOMPARE(second.EndedBy(), SIGTERM);
+}
+
+void TestDhcpClients::nothingToEnd()
+{
+    QVERIFY(!DhcpClients::End("eth0"));
+}
+
+void TestDhcpClients::insistsWithOneThatDoesNotListen()
+{
+    Client client({"eth0"}, {}, "trap '' TERM");
+
+    QVERIFY(DhcpClients::End("eth0"));
+
+    QCOMPARE(client.EndedBy(), SIGKILL);
+}
+
+void TestDhcpClients::letsTheScriptFinish()
+{
+    Client client({"eth0"});
+    Client script({}, {}, "echo ready; sleep 0.5; exit 7", QStringLiteral("dhclient-script"));
+
+    QVERIFY(DhcpClients::End("eth0"));
+
+    QVERIFY(script.waitForFinished(100));
+    QCOMPARE(script.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(script.exitCode(), 7);
+}
+
+void TestDhcpClients::endsAScriptThatHangs()
+{
+    Client client({"eth0"});
+    Client script({}, {}, {}, QStringLiteral("dhclient-script"));
+
+    QVERIFY(DhcpClients::End("eth0"));
+
+    QCOMPARE(script.EndedBy(), SIGKILL);
+}
+
+void TestDhcpClients::clientWithoutWordsServesEveryInterface()
+{
+    // A program, as a script would have the shell's name for its first word.
+    QDir().mkpath("/tmp/clients");
+    QVERIFY(QFile::copy("/bin/cat", "/tmp/clients/dhclient"));
+    QProcess client;
+    client.start("/tmp/clients/dhclient", QStringList());
+    QVERIFY(client.waitForStarted());
+
+    QVERIFY(DhcpClients::End("eth0"));
+
+    QVERIFY(client.waitForFinished(1000));
+}
+
+void TestDhcpClients::programWithASimilarNameLives()
+{
+    Client client({"eth0"}, {}, {}, QStringLiteral("dhclient2"));
+
+    QVERIFY(!DhcpClients::End("eth0"));
+
+    QVERIFY(client.Lives());
+}
+
+void TestDhcpClients::containersClientLives()
+{
+    Client client({"eth0"}, [] {
+        if (::unshare(CLONE_NEWNET) != 0)
+            ::_exit(1);
+    });
+
+    QVERIFY(!DhcpClients::End("eth0"));
+
+    QVERIFY(client.Lives());
+}
+
+void TestDhcpClients::otherUsersProcessLives()
+{
+    // Another user's id exists only where it is mapped.
+    if (!TestSupport::ReadFile("/proc/self/uid_map").contains("4294967295"))
+        QSKIP("only root can make a process of another user; seen when the tests run as root");
+    Client client({"eth0"}, [] {
+        if (::setuid(65534) != 0)
+            ::_exit(1);
+    });
+
+    QVERIFY(!DhcpClients::End("eth0"));
+
+    QVERIFY(client.Lives());
+}
+
+void TestDhcpClients::deviceEndsItsClient_data()
+{
+    QTest::addColumn<Deed>("deed");
+    QTest::newRow("fixed address") << Deed([](NetworkDevice &d) { d.Up("10.0.0.5", "255.255.255.0"); });
+    QTest::newRow("addresses flushed") << Deed([](NetworkDevice &d) { d.FlushIpAddress(); });
+    QTest::newRow("taken down") << Deed([](NetworkDevice &d) { d.Down(); });
+    QTest::newRow("no definition any more") << Deed([](NetworkDevice &d) { d.ConfigureNetwork(true); });
+}
+
+void TestDhcpClients::deviceEndsItsClient()
+{
+    QFETCH(Deed, deed);
+    Client client({"-v", "eth0"});
+    Client other({"-v", "wlan0"});
+    NetworkDevice device("eth0", nullptr);
+
+    deed(device);
+
+    QCOMPARE(client.EndedBy(), SIGTERM);
+    QVERIFY(other.Lives());
+}
+
+void TestDhcpClients::deviceLeavesTheClientAlone_data()
+{
+    QTest::addColumn<Deed>("deed");
+    QTest::newRow("brought up") << Deed([](NetworkDevice &d) { d.Up(); });
+    QTest::newRow("gateway") << Deed([](NetworkDevice &d) { d.SetGateway("10.0.0.1"); });
+    QTest::newRow("another interface taken down") << Deed([](NetworkDevice &d) { d.Down("eth1"); });
+}
+
+void TestDhcpClients::deviceLeavesTheClientAlone()
+{
+    QFETCH(Deed, deed);
+    Client client({"-v", "eth0"});
+    NetworkDevice device("eth0", nullptr);
+
+    deed(device);
+
+    QVERIFY(client.Lives());
+}
+
+QTEST_GUILESS_MAIN(TestDhcpClients)
+#include "tst_dhcpclients.moc"
