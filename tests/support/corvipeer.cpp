@@ -3,6 +3,24 @@
 
 #include "corvipeer.h"
 
+CorviPeer::CorviPeer(Stage stage) : Corvi(nullptr)
+{
+    Tick(stage);
+}
+
+CorviPeer::CorviPeer(const QStringList &interfaces, Stage stage) : Corvi(nullptr)
+{
+    for (const QString &name : interfaces)
+        CorviWorld::MakeInterface(name);
+    Tick(stage);
+}
+
+CorviPeer::CorviPeer(const QByteArray &store, const QStringList &interfaces, Stage stage) : Corvi(nullptr)
+{
+    CorviWorld::MakeMachine(store, interfaces);
+    Tick(stage);
+}
+
 void CorviPeer::Tick(int count)
 {
     for (int i = 0; i < count; ++i)

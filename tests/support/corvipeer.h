@@ -19,13 +19,19 @@
 
 #include <chrono>
 
+/// How far a service object has come, in ticks of its own.
+enum Stage { NEW = 0, DISCOVERED = 1, SET_UP = 2 };
+
 /// The one peer of the service object outside the product, which names it as its friend. An object of it is a
 /// service object whose ticks are given by hand. The verbs put it into states that ticks reach too, but not
 /// as shortly; what they leave out stays as it is.
 class CorviPeer : public Corvi
 {
 public:
-    CorviPeer() : Corvi(nullptr) {}
+    explicit CorviPeer(Stage stage = NEW);
+    /// On a machine with these interfaces, without or with a configuration.
+    explicit CorviPeer(const QStringList &interfaces, Stage stage = NEW);
+    CorviPeer(const QByteArray &store, const QStringList &interfaces, Stage stage = NEW);
 
     void Tick(int count = 1);
 

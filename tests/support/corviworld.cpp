@@ -22,6 +22,11 @@ int LogCount(const QString &text)
     return TestSupport::LogLines().count(text);
 }
 
+bool WasEchoed(const QString &line, const QStringList &debugOutput)
+{
+    return !debugOutput.filter(QStringLiteral("Logging::LogMessage \"") + line + QLatin1Char('"')).isEmpty();
+}
+
 QStringList JournalOf(const QString &start)
 {
     return TestSupport::Journal().filter(

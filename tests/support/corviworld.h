@@ -47,6 +47,8 @@ inline const QByteArray WLAN_AND_8021X =
 void SetLevel(int level);
 /// How often a line was logged.
 int LogCount(const QString &text);
+/// Whether the log echoed this line, of all that came as debug output.
+bool WasEchoed(const QString &line, const QStringList &debugOutput);
 /// The journal's lines that begin with this.
 QStringList JournalOf(const QString &start);
 /// An Ethernet interface with a cable to a far end that discovery does not see. It is down, the cable is in.

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
 
+corvi_add_unit_test(tst_corvi_dhcp LIBS corviworld)
 corvi_add_unit_test(tst_corvi_discovery LIBS corviworld)
 corvi_add_unit_test(tst_corvi_life LIBS corviworld fakesupplicant)
 corvi_add_unit_test(tst_corvi_modem LIBS corviworld)
@@ -8,7 +9,10 @@ corvi_add_unit_test(tst_corvi_process LIBS corviworld)
 corvi_add_unit_test(tst_corvi_quiet LIBS corviworld)
 corvi_add_unit_test(tst_corvi_restart LIBS corviworld)
 corvi_add_unit_test(tst_corvi_status LIBS corviworld)
+corvi_add_unit_test(tst_corvi_supplicant LIBS corviworld)
+corvi_add_unit_test(tst_corvi_tick LIBS corviworld)
 corvi_add_unit_test(tst_corvi_wired LIBS corviworld)
+corvi_add_unit_test(tst_corvi_wired_8021x LIBS corviworld)
 corvi_add_unit_test(tst_corvi_wireless LIBS corviworld)
 corvi_add_unit_test(tst_retrypause LIBS core)
 corvi_add_unit_test(tst_supplicantdecisions LIBS core)

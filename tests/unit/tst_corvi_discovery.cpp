@@ -164,8 +164,7 @@ void TestCorviDiscovery::wirelessFolderMakesAnInterfaceWireless()
 
 void TestCorviDiscovery::linksWithoutHardwareAreSkipped()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
+    CorviPeer corvi({"eth0"});
     SetLevel(4);
 
     corvi.FindAllInterfaces();
@@ -245,9 +244,7 @@ void TestCorviDiscovery::onlyFoldersAreInterfaces()
 
 void TestCorviDiscovery::onlyWiredDevicesAreStarted()
 {
-    for (const char *name : {"eth0", "wlan0", "wwan0"})
-        MakeInterface(name);
-    CorviPeer corvi;
+    CorviPeer corvi({"eth0", "wlan0", "wwan0"});
 
     corvi.FindAllInterfaces();
 
@@ -259,9 +256,7 @@ void TestCorviDiscovery::onlyWiredDevicesAreStarted()
 
 void TestCorviDiscovery::namesAreSorted()
 {
-    for (const char *name : {"wwan1", "wlan1", "eth1", "Eth2", "wlan0", "eth0", "wwan0", "eth10"})
-        MakeInterface(name);
-    CorviPeer corvi;
+    CorviPeer corvi({"wwan1", "wlan1", "eth1", "Eth2", "wlan0", "eth0", "wwan0", "eth10"});
 
     corvi.FindAllInterfaces();
 
@@ -275,8 +270,7 @@ void TestCorviDiscovery::namesAreSorted()
 
 void TestCorviDiscovery::wirelessFoundFollowsTheDevices()
 {
-    MakeInterface("wlan0");
-    CorviPeer corvi;
+    CorviPeer corvi({"wlan0"});
     corvi.FindAllInterfaces();
     QVERIFY(corvi.Flags().contains("wirelessFound"));
 
@@ -288,9 +282,7 @@ void TestCorviDiscovery::wirelessFoundFollowsTheDevices()
 
 void TestCorviDiscovery::secondDiscoveryStartsFromNothing()
 {
-    for (const char *name : {"eth0", "wlan0", "wwan0"})
-        MakeInterface(name);
-    CorviPeer corvi;
+    CorviPeer corvi({"eth0", "wlan0", "wwan0"});
     corvi.FindAllInterfaces();
 
     RemoveInterfaces();
@@ -308,8 +300,7 @@ void TestCorviDiscovery::secondDiscoveryStartsFromNothing()
 
 void TestCorviDiscovery::operstateFilesOnlyGrow()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
+    CorviPeer corvi({"eth0"});
 
     corvi.FindAllInterfaces();
     corvi.FindAllInterfaces();
@@ -321,8 +312,7 @@ void TestCorviDiscovery::operstateFilesOnlyGrow()
 
 void TestCorviDiscovery::oldDevicesAreDeletedAtOnce()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
+    CorviPeer corvi({"eth0"});
     corvi.FindAllInterfaces();
     const QPointer<NetworkDevice> before = corvi.Device("eth0");
 
@@ -347,9 +337,7 @@ void TestCorviDiscovery::missingClassFolderGivesNothing()
 
 void TestCorviDiscovery::firstModemByNameIsAdopted()
 {
-    MakeInterface("wwan1");
-    MakeInterface("wwan0");
-    CorviPeer corvi;
+    CorviPeer corvi({"wwan1", "wwan0"});
 
     corvi.FindAllInterfaces();
 
@@ -358,8 +346,7 @@ void TestCorviDiscovery::firstModemByNameIsAdopted()
 
 void TestCorviDiscovery::vanishedModemIsForgotten()
 {
-    MakeInterface("wwan0");
-    CorviPeer corvi;
+    CorviPeer corvi({"wwan0"});
     corvi.FindAllInterfaces();
 
     RemoveInterfaces();
@@ -448,8 +435,7 @@ void TestCorviDiscovery::enslavedInterfacesAreSkipped()
 
 void TestCorviDiscovery::discoveryIsTraced()
 {
-    MakeMachine(LAN_STATIC, {"eth0", "wlan0", "wwan0"});
-    CorviPeer corvi;
+    CorviPeer corvi(LAN_STATIC, {"eth0", "wlan0", "wwan0"});
     LogFromHere(4);
 
     corvi.FindAllInterfaces();
@@ -472,8 +458,7 @@ void TestCorviDiscovery::discoveryIsTraced()
 
 void TestCorviDiscovery::cleanupIsTracedOnlyWithDevices()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
+    CorviPeer corvi({"eth0"});
     SetLevel(4);
 
     corvi.FindAllInterfaces();
@@ -485,8 +470,7 @@ void TestCorviDiscovery::cleanupIsTracedOnlyWithDevices()
 
 void TestCorviDiscovery::discoveryIsSilentAtTheNormalLevel()
 {
-    MakeMachine(LAN_STATIC, {"eth0", "wlan0", "wwan0"});
-    CorviPeer corvi;
+    CorviPeer corvi(LAN_STATIC, {"eth0", "wlan0", "wwan0"});
     SetLevel(3);
     corvi.FindAllInterfaces();
     ClearLog();
@@ -498,8 +482,7 @@ void TestCorviDiscovery::discoveryIsSilentAtTheNormalLevel()
 
 void TestCorviDiscovery::netDeviceChangeIsTraced()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
+    CorviPeer corvi({"eth0"});
     corvi.FindAllInterfaces();
     Forget();
     corvi.onNetDeviceChange(corvi.Device("eth0"));

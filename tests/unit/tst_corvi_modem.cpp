@@ -60,9 +60,7 @@ void TestCorviModem::init()
 
 void TestCorviModem::firstBringUpStartsAndConnects()
 {
-    MakeInterface("wwan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wwan0"}, DISCOVERED);
     LogFromHere(4);
 
     corvi.ModemNetworkSetup(false, true);
@@ -74,9 +72,7 @@ void TestCorviModem::firstBringUpStartsAndConnects()
 
 void TestCorviModem::laterBringUpsOnlyAsk()
 {
-    MakeInterface("wwan0");
-    CorviPeer corvi;
-    corvi.Tick(2);
+    CorviPeer corvi({"wwan0"}, SET_UP);
     Forget();
 
     corvi.Tick(2);
@@ -86,9 +82,7 @@ void TestCorviModem::laterBringUpsOnlyAsk()
 
 void TestCorviModem::bringUpAfterATakeDownConnectsAgain()
 {
-    MakeInterface("wwan0");
-    CorviPeer corvi;
-    corvi.Tick(2);
+    CorviPeer corvi({"wwan0"}, SET_UP);
     corvi.ModemNetworkSetup(true, false);
     Forget();
 
@@ -99,9 +93,7 @@ void TestCorviModem::bringUpAfterATakeDownConnectsAgain()
 
 void TestCorviModem::adoptionAfterARescanConnectsAgain()
 {
-    MakeInterface("wwan0");
-    CorviPeer corvi;
-    corvi.Tick(2);
+    CorviPeer corvi({"wwan0"}, SET_UP);
     WriteFile(RELOAD_FLAG, "");
     corvi.Tick();
     Forget();
@@ -129,8 +121,7 @@ void TestCorviModem::changeOfTheConnectionIsReported()
     QFETCH(bool, after);
     MakeInterface("wwan0");
     EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick(2);
+    CorviPeer corvi(SET_UP);
     auto *const modem = qobject_cast<Modem *>(corvi.ModemDevice());
     modem->modemConnected = before;
     SetModemStatus(status);
@@ -151,8 +142,7 @@ void TestCorviModem::connectionThatStaysIsNotReported()
     MakeInterface("wwan0");
     SetModemStatus("connected\n");
     EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick(2);
+    CorviPeer corvi(SET_UP);
     listener.Take();
     Forget();
 
@@ -168,8 +158,7 @@ void TestCorviModem::modemIsGivenUpAfterElevenFailures()
 {
     MakeInterface("wwan0");
     PullCable("wwan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
 
     corvi.Tick(10);
     QVERIFY(corvi.ModemDevice());
@@ -267,8 +256,7 @@ void TestCorviModem::takeDownDisconnects()
     MakeInterface("wwan0");
     SetModemStatus("connected\n");
     EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick(2);
+    CorviPeer corvi(SET_UP);
     listener.Take();
     Forget();
 
@@ -284,8 +272,7 @@ void TestCorviModem::takeDownIsRepeatedOnEveryTick()
 {
     MakeMachine(LAN_STATIC, {"eth0", "wwan0", "wwan1"});
     EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick(2);
+    CorviPeer corvi(SET_UP);
     listener.Take();
     Forget();
 
@@ -297,9 +284,7 @@ void TestCorviModem::takeDownIsRepeatedOnEveryTick()
 
 void TestCorviModem::bringUpGoesBeforeTakeDown()
 {
-    MakeInterface("wwan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wwan0"}, DISCOVERED);
     Forget();
 
     corvi.ModemNetworkSetup(true, true);
@@ -309,9 +294,7 @@ void TestCorviModem::bringUpGoesBeforeTakeDown()
 
 void TestCorviModem::neitherOnlyLogs()
 {
-    MakeInterface("wwan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wwan0"}, DISCOVERED);
     LogFromHere(4);
 
     corvi.ModemNetworkSetup(false, false);
@@ -345,9 +328,7 @@ void TestCorviModem::withoutModemNothingHappens()
 
 void TestCorviModem::resultTellsWhetherTheLinkRuns()
 {
-    MakeInterface("wwan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wwan0"}, DISCOVERED);
     QCOMPARE(corvi.ModemNetworkSetup(false, true), 0);
 
     SetModemStatus("connected\n");

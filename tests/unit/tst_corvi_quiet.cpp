@@ -137,8 +137,7 @@ QStringList TestCorviQuiet::LinesAtLevel(int level)
     MakeMachine(LAN_8021X_STATIC, interfaces);
     for (const QString &name : interfaces)
         PullCable(name);
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     SetLevel(level);
     corvi.Init();
     corvi.Tick();

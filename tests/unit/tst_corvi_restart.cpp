@@ -27,8 +27,7 @@ void TestCorviRestart::thirdCallStartsTheSupplicant()
 {
     MakeMachine(LAN_8021X, {"eth0"});
     EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick(2);
+    CorviPeer corvi(SET_UP);
     NetworkDevice *const device = corvi.Device("eth0");
     corvi.BeginHoldOff();
     corvi.ReconfigureWpa(device);

@@ -182,9 +182,7 @@ void TestCorviStatus::segmentThatCannotBeHadEndsTheProcess()
 
 void TestCorviStatus::recordIsPublished()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"eth0"}, DISCOVERED);
     FillSegment('x');
     ZebNetStatus *const status = corvi.Device("eth0")->status.get();
     status->SetConnected(true);
@@ -204,8 +202,7 @@ void TestCorviStatus::copyIsBoundedByTheSegment()
     MakeInterface("eth0");
     QSharedMemory earlier(SEGMENT_KEY);
     QVERIFY(earlier.create(100));
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
 
     corvi.ShareStatus(corvi.Device("eth0"));
 
@@ -219,8 +216,7 @@ void TestCorviStatus::copyLeavesTheRestOfALargerSegment()
     MakeInterface("eth0");
     QSharedMemory earlier(SEGMENT_KEY);
     QVERIFY(earlier.create(1000));
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     FillSegment('x');
 
     corvi.ShareStatus(corvi.Device("eth0"));
@@ -230,9 +226,7 @@ void TestCorviStatus::copyLeavesTheRestOfALargerSegment()
 
 void TestCorviStatus::publishingWaitsForTheLock()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"eth0"}, DISCOVERED);
     FillSegment('x');
     QProcess reader;
     reader.start(QCoreApplication::applicationFilePath(), {"--hold-lock", "300"});
@@ -250,8 +244,7 @@ void TestCorviStatus::segmentThatCannotBeLockedIsLeftAlone()
 {
     MakeInterface("eth0");
     EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     FillSegment('x');
     // The semaphore behind the lock is gone, and it cannot be made again.
     QCOMPARE(QProcess::execute("ipcrm", {"--all=sem"}), 0);
@@ -274,9 +267,7 @@ void TestCorviStatus::segmentThatCannotBeLockedIsLeftAlone()
 
 void TestCorviStatus::publishingIsTraced()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"eth0"}, DISCOVERED);
     NetworkDevice *const device = corvi.Device("eth0");
 
     LogFromHere(3);
@@ -341,8 +332,7 @@ void TestCorviStatus::wrapperSendsItsCode()
     QFETCH(int, status);
     MakeInterface("eth0");
     EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     NetworkDevice *const device = corvi.Device("eth0");
     FillSegment('x');
 
@@ -363,8 +353,7 @@ void TestCorviStatus::slotTakesTheArgumentsInItsOrder()
 {
     MakeInterface("eth0");
     EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     FillSegment('x');
 
     corvi.onSendEventMessage(5, 6, corvi.Device("eth0"));
@@ -375,9 +364,7 @@ void TestCorviStatus::slotTakesTheArgumentsInItsOrder()
 
 void TestCorviStatus::statusIsPublishedBeforeTheEvent()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"eth0"}, DISCOVERED);
     FillSegment('x');
     QProcess reader;
     reader.start(QCoreApplication::applicationFilePath(), {"--read-on-event"});
@@ -414,9 +401,7 @@ void TestCorviStatus::eachEventHasAConnection()
 
 void TestCorviStatus::missingListenerLosesTheEvent()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"eth0"}, DISCOVERED);
     FillSegment('x');
     QElapsedTimer elapsed;
     elapsed.start();
@@ -500,8 +485,7 @@ void TestCorviStatus::sendingIsTraced()
     std::unique_ptr<EventListener> listener;
     if (hasListener)
         listener = std::make_unique<EventListener>();
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     LogFromHere(4);
 
     corvi.SendEvent(hasDevice ? corvi.Device("eth0") : nullptr, 1, 1);
@@ -511,9 +495,7 @@ void TestCorviStatus::sendingIsTraced()
 
 void TestCorviStatus::sendingIsSilentAtTheNormalLevel()
 {
-    MakeInterface("eth0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"eth0"}, DISCOVERED);
     LogFromHere(3);
 
     corvi.SendEvent(corvi.Device("eth0"), 1, 1);

@@ -3,8 +3,6 @@
 
 #include "corvipeer.h"
 
-#include "zebnetstatus.h"
-
 using namespace CorviWorld;
 using namespace TestSupport;
 
@@ -26,7 +24,7 @@ QByteArray SupplicantFile()
 
 } // namespace
 
-/// The wireless network and the supplicant's file. The supervisor's state is set by hand.
+/// The wireless network. The supervisor's state is set by hand.
 class TestCorviWireless : public QObject
 {
     Q_OBJECT
@@ -56,28 +54,6 @@ private Q_SLOTS:
     void supplicantThatRestartsIsNotStartedAgain();
     void changedFileStopsTheSupplicant();
     void resultTellsWhetherWirelessIsConfigured();
-
-    // DHCP retries
-    void addressIsRetriedWhileAssociated_data();
-    void addressIsRetriedWhileAssociated();
-    void deviceThatMissedItsEventIsConfigured();
-
-    // Association
-    void associationConfiguresWireless();
-    void lossOfAssociationIsOnlyReported();
-    void associationOfAWiredDevice_data();
-    void associationOfAWiredDevice();
-    void associationWithoutDevices_data();
-    void associationWithoutDevices();
-    void slotsOfSilentSignalsOnlyLog();
-
-    // The supplicant's file
-    void fileHoldsTheNamedInterface_data();
-    void fileHoldsTheNamedInterface();
-    void fileHoldsWhoContributes_data();
-    void fileHoldsWhoContributes();
-    void fileIsTracedByInterface();
-    void fileThatCannotBeWrittenIsLogged();
 };
 
 void TestCorviWireless::init()
@@ -87,9 +63,7 @@ void TestCorviWireless::init()
 
 void TestCorviWireless::wiredStopsAndForgetsWireless()
 {
-    MakeInterface("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wlan0"}, DISCOVERED);
     corvi.AdoptWireless("wlan0");
     corvi.WirelessDevice()->Up();
     LogFromHere(4);
@@ -105,9 +79,7 @@ void TestCorviWireless::wiredStopsAndForgetsWireless()
 
 void TestCorviWireless::keepFileLeavesWirelessAsItIs()
 {
-    MakeInterface("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wlan0"}, DISCOVERED);
     corvi.AdoptWireless("wlan0");
     corvi.WirelessDevice()->Up();
     WriteFile(KEEP_WIRELESS_FLAG, "");
@@ -123,9 +95,7 @@ void TestCorviWireless::keepFileLeavesWirelessAsItIs()
 
 void TestCorviWireless::wiredWithoutWirelessDoesNothing()
 {
-    MakeInterface("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wlan0"}, DISCOVERED);
     LogFromHere(6);
 
     corvi.WirelessNetworkSetup(true);
@@ -156,8 +126,7 @@ void TestCorviWireless::wirelessIsPickedAfreshAfterWired()
 
 void TestCorviWireless::noWirelessInterfaceDoesNothing()
 {
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
@@ -168,9 +137,7 @@ void TestCorviWireless::noWirelessInterfaceDoesNothing()
 
 void TestCorviWireless::missingDeviceIsSkipped()
 {
-    MakeInterface("wlan1");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wlan1"}, DISCOVERED);
     corvi.LoseInterface("wlan0");
     LogFromHere(4);
 
@@ -184,10 +151,7 @@ void TestCorviWireless::missingDeviceIsSkipped()
 
 void TestCorviWireless::firstDeviceByNameIsUsed()
 {
-    MakeInterface("wlan1");
-    MakeInterface("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wlan1", "wlan0"}, DISCOVERED);
     Forget();
 
     corvi.WirelessNetworkSetup(false);
@@ -200,8 +164,7 @@ void TestCorviWireless::firstBringUpStartsTheDevice()
 {
     MakeMachine(WLAN, {"wlan0"});
     PullCable("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     corvi.LeaveHoldOff(0);
     Corvi::conn_counter = 5;
     LogFromHere(4);
@@ -228,9 +191,7 @@ void TestCorviWireless::firstBringUpStartsTheDevice()
 
 void TestCorviWireless::fileThatIsCurrentIsNotWrittenAgain()
 {
-    MakeMachine(WLAN, {"wlan0"});
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(WLAN, {"wlan0"}, DISCOVERED);
     corvi.NoteFileWritten(true);
     LogFromHere(4);
 
@@ -245,8 +206,7 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
 {
     MakeMachine(WLAN, {"wlan0"});
     BringUp("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     Corvi::conn_counter = 5;
     LogFromHere(4);
 
@@ -264,9 +224,7 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
 
 void TestCorviWireless::unconfiguredDeviceBeginsTheHoldOff()
 {
-    MakeMachine(WLAN, {"wlan0"});
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(WLAN, {"wlan0"}, DISCOVERED);
     corvi.PickWireless("wlan0");
     corvi.LeaveHoldOff(0);
     LogFromHere(4);
@@ -286,9 +244,7 @@ void TestCorviWireless::unconfiguredDeviceBeginsTheHoldOff()
 
 void TestCorviWireless::holdOffGoesOnEveryTick()
 {
-    MakeMachine(WLAN, {"wlan0"});
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(WLAN, {"wlan0"}, DISCOVERED);
     corvi.AdoptWireless("wlan0");
     corvi.BeginHoldOff();
 
@@ -309,9 +265,7 @@ void TestCorviWireless::holdOffGoesOnEveryTick()
 
 void TestCorviWireless::nothingIsToDoWhileTheSupplicantRuns()
 {
-    MakeInterface("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wlan0"}, DISCOVERED);
     corvi.AdoptWireless("wlan0");
     corvi.SettleSupplicant(RUNNING);
     LogFromHere(4);
@@ -324,9 +278,7 @@ void TestCorviWireless::nothingIsToDoWhileTheSupplicantRuns()
 
 void TestCorviWireless::supplicantThatIsGoneIsStartedAgain()
 {
-    MakeInterface("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wlan0"}, DISCOVERED);
     corvi.AdoptWireless("wlan0");
     corvi.LeaveHoldOff(0);
     corvi.SettleSupplicant(GONE);
@@ -345,9 +297,7 @@ void TestCorviWireless::supplicantThatIsGoneIsStartedAgain()
 
 void TestCorviWireless::supplicantThatRestartsIsNotStartedAgain()
 {
-    MakeInterface("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wlan0"}, DISCOVERED);
     corvi.AdoptWireless("wlan0");
     corvi.SettleSupplicant(RESTARTING);
     ClearLog();
@@ -360,9 +310,7 @@ void TestCorviWireless::supplicantThatRestartsIsNotStartedAgain()
 
 void TestCorviWireless::changedFileStopsTheSupplicant()
 {
-    MakeInterface("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi({"wlan0"}, DISCOVERED);
     corvi.AdoptWireless("wlan0");
     corvi.BeginHoldOff();
     Supervisor::Set(ASSOCIATED);
@@ -375,8 +323,7 @@ void TestCorviWireless::changedFileStopsTheSupplicant()
 
 void TestCorviWireless::resultTellsWhetherWirelessIsConfigured()
 {
-    CorviPeer corvi;
-    corvi.Tick();
+    CorviPeer corvi(DISCOVERED);
     QCOMPARE(corvi.WirelessNetworkSetup(false), 0);
 
     MakeInterface("wlan0");
@@ -384,267 +331,6 @@ void TestCorviWireless::resultTellsWhetherWirelessIsConfigured()
     corvi.Tick();
     QCOMPARE(corvi.WirelessNetworkSetup(false), 1);
     QCOMPARE(corvi.WirelessNetworkSetup(true), 0);
-}
-
-void TestCorviWireless::addressIsRetriedWhileAssociated_data()
-{
-    QTest::addColumn<bool>("associated");
-    QTest::addColumn<bool>("hasCarrier");
-    QTest::addColumn<bool>("hasAddress");
-    QTest::addColumn<int>("ageSeconds");
-    QTest::addColumn<int>("attempts");
-    QTest::newRow("associated, no address, due") << true << true << false << 10 << 1;
-    QTest::newRow("not due yet") << true << true << false << 9 << 0;
-    QTest::newRow("not associated") << false << true << false << 10 << 0;
-    QTest::newRow("no carrier") << true << false << false << 10 << 0;
-    QTest::newRow("has an address") << true << true << true << 10 << 0;
-}
-
-void TestCorviWireless::addressIsRetriedWhileAssociated()
-{
-    QFETCH(bool, associated);
-    QFETCH(bool, hasCarrier);
-    QFETCH(bool, hasAddress);
-    QFETCH(int, ageSeconds);
-    MakeMachine(WLAN, {"wlan0"});
-    BringUp("wlan0");
-    if (!hasCarrier)
-        PullCable("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
-    corvi.AdoptWireless("wlan0");
-    corvi.WirelessDevice()->ConfigureNetwork(true);
-    if (hasAddress)
-        RealIp({"addr", "add", "10.0.0.5/24", "dev", "wlan0"});
-    corvi.SettleSupplicant({true, false, associated});
-    corvi.AgeWirelessRetry(0, std::chrono::seconds(ageSeconds));
-    Forget();
-
-    corvi.WirelessNetworkSetup(false);
-
-    QTEST(DhcpAttempts(), "attempts");
-}
-
-void TestCorviWireless::deviceThatMissedItsEventIsConfigured()
-{
-    // The supplicant was connected before anybody listened to it.
-    MakeMachine(WLAN, {"wlan0"});
-    UseDhcpServer();
-    BringUp("wlan0");
-    CorviPeer corvi;
-    corvi.Tick();
-    corvi.AdoptWireless("wlan0");
-    corvi.SettleSupplicant(ASSOCIATED);
-    corvi.AgeWirelessRetry(0, std::chrono::seconds(10));
-
-    corvi.WirelessNetworkSetup(false);
-
-    QCOMPARE(corvi.WirelessDevice()->ipAddress, QString("10.0.0.5"));
-}
-
-void TestCorviWireless::associationConfiguresWireless()
-{
-    MakeMachine(WLAN, {"eth0", "wlan0"});
-    UseDhcpServer();
-    BringUp("wlan0");
-    EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick();
-    // Wireless comes first where there is a wired device too.
-    corvi.AdoptWired("eth0");
-    corvi.PickWireless("wlan0");
-    LogFromHere(4);
-
-    corvi.onAssociatedChanged(true);
-
-    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, DHCP_STARTED, ADDRESS_PRESENT}));
-    QCOMPARE(OwnLines(), QStringList({"Corvi::onAssociatedChanged(bool state) 1",
-                                      "Corvi::onAssociatedChanged start on_wifi_assoc"}));
-    QVERIFY(WaitForJournal(Journal().size() + (JournalOf("on_wifi_assoc").isEmpty() ? 1 : 0)));
-    const QStringList journal = Journal();
-    QCOMPARE(journal.mid(journal.size() - 3),
-             QStringList({"killall -9 on_wifi_assoc", "killall -9 qwebauth", "on_wifi_assoc"}));
-    QVERIFY(journal.indexOf("dhclient -v -cf /etc/dhcp/dhclient.conf wlan0") < journal.size() - 3);
-    QVERIFY(corvi.WirelessDevice()->isRunning);
-}
-
-void TestCorviWireless::lossOfAssociationIsOnlyReported()
-{
-    MakeMachine(WLAN, {"wlan0"});
-    EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick();
-    corvi.PickWireless("wlan0");
-    BringUp("wlan0");
-    Forget();
-
-    corvi.onAssociatedChanged(false);
-
-    QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
-    QCOMPARE(Journal(), QStringList());
-    // Read again before it is published.
-    QVERIFY(corvi.WirelessDevice()->isRunning);
-    ZebNetStatus published;
-    QVERIFY(published.SetData(corvi.Segment()));
-    QVERIFY(published.IsConnected());
-}
-
-void TestCorviWireless::associationOfAWiredDevice_data()
-{
-    QTest::addColumn<bool>("state");
-    QTest::newRow("associated") << true;
-    QTest::newRow("lost") << false;
-}
-
-void TestCorviWireless::associationOfAWiredDevice()
-{
-    QFETCH(bool, state);
-    MakeMachine(LAN_DHCP, {"eth0"});
-    UseDhcpServer();
-    BringUp("eth0");
-    EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick();
-    corvi.AdoptWired("eth0");
-    LogFromHere(4);
-
-    corvi.onAssociatedChanged(state);
-
-    QCOMPARE(OwnLines(), QStringList({QString("Corvi::onAssociatedChanged(bool state) %1").arg(int(state)),
-                                      "Wireless device not defined"}));
-    QCOMPARE(listener.Take(),
-             state ? Events({ASSOCIATION_UP, DHCP_STARTED, ADDRESS_PRESENT}) : Events({ASSOCIATION_DOWN}));
-    QCOMPARE(DhcpAttempts(), int(state));
-    QCOMPARE(JournalOf("killall"), QStringList());
-}
-
-void TestCorviWireless::associationWithoutDevices_data()
-{
-    QTest::addColumn<bool>("state");
-    QTest::newRow("associated") << true;
-    QTest::newRow("lost") << false;
-}
-
-void TestCorviWireless::associationWithoutDevices()
-{
-    QFETCH(bool, state);
-    EventListener listener;
-    CorviPeer corvi;
-    corvi.Tick();
-    LogFromHere(4);
-
-    corvi.onAssociatedChanged(state);
-
-    QCOMPARE(LogLines(), QStringList({QString("Corvi::onAssociatedChanged(bool state) %1").arg(int(state)),
-                                      "Wireless and Wired devices not defined"}));
-    QCOMPARE(listener.Take(), Events());
-    QCOMPARE(Journal(), QStringList());
-}
-
-void TestCorviWireless::slotsOfSilentSignalsOnlyLog()
-{
-    CorviPeer corvi;
-    LogFromHere(4);
-
-    corvi.onWifiConnected();
-    corvi.onScanningFailed();
-
-    QCOMPARE(LogLines(), QStringList({"Corvi::onWifiConnected()", "Corvi::onScanningFailed()"}));
-    QCOMPARE(Journal(), QStringList());
-}
-
-void TestCorviWireless::fileHoldsTheNamedInterface_data()
-{
-    QTest::addColumn<QString>("interfaceName");
-    QTest::addColumn<bool>("hasWired");
-    QTest::addColumn<bool>("hasWireless");
-    QTest::newRow("every one") << "" << true << true;
-    QTest::newRow("wired") << "eth0" << true << false;
-    QTest::newRow("wireless") << "wlan0" << false << true;
-    QTest::newRow("unknown") << "eth7" << false << false;
-}
-
-void TestCorviWireless::fileHoldsTheNamedInterface()
-{
-    QFETCH(QString, interfaceName);
-    QFETCH(bool, hasWired);
-    QFETCH(bool, hasWireless);
-    MakeMachine(WLAN_AND_8021X, {"eth0", "wlan0"});
-    CorviPeer corvi;
-    corvi.Tick(2);
-    QVERIFY(corvi.Device("eth0")->usesSupplicant && corvi.Device("eth0")->isRunning);
-    corvi.NoteFileWritten(false);
-
-    corvi.UpdateWpaConfFile(interfaceName);
-
-    const QByteArray file = SupplicantFile();
-    QCOMPARE(file.contains("IEEE8021X"), hasWired);
-    QCOMPARE(file.contains("\"Office\""), hasWireless);
-    QCOMPARE(corvi.FileContents().contains("IEEE8021X"), hasWired);
-    QCOMPARE(corvi.FileContents().contains("\"Office\""), hasWireless);
-    QVERIFY(corvi.Flags().contains("wpaConfUpdated"));
-}
-
-void TestCorviWireless::fileHoldsWhoContributes_data()
-{
-    QTest::addColumn<QString>("interfaceName");
-    QTest::addColumn<bool>("usesSupplicant");
-    QTest::addColumn<bool>("isRunning");
-    QTest::addColumn<bool>("contributes");
-    QTest::newRow("wired, 802.1X, carrier") << "eth0" << true << true << true;
-    QTest::newRow("wired, 802.1X, no carrier") << "eth0" << true << false << false;
-    QTest::newRow("wired, unsecured") << "eth0" << false << true << false;
-    QTest::newRow("wireless, carrier") << "wlan0" << true << true << true;
-    QTest::newRow("wireless, no carrier") << "wlan0" << true << false << true;
-    QTest::newRow("wireless without the supplicant") << "wlan0" << false << true << false;
-}
-
-void TestCorviWireless::fileHoldsWhoContributes()
-{
-    QFETCH(QString, interfaceName);
-    QFETCH(bool, usesSupplicant);
-    QFETCH(bool, isRunning);
-    QFETCH(bool, contributes);
-    MakeMachine(WLAN_AND_8021X, {interfaceName});
-    CorviPeer corvi;
-    corvi.Tick();
-    corvi.Device(interfaceName)->usesSupplicant = usesSupplicant;
-    corvi.Device(interfaceName)->isRunning = isRunning;
-
-    corvi.UpdateWpaConfFile(QString());
-
-    QCOMPARE(SupplicantFile().contains("network={"), contributes);
-}
-
-void TestCorviWireless::fileIsTracedByInterface()
-{
-    MakeInterface("wlan0");
-    MakeInterface("eth0");
-    CorviPeer corvi;
-    corvi.Tick();
-    corvi.LoseInterface("zz0");
-    corvi.Device("wlan0")->isRunning = true;
-    LogFromHere(4);
-
-    corvi.UpdateWpaConfFile(QString());
-
-    QCOMPARE(LogLines().filter("UpdateWpaConfFile"),
-             QStringList({"UpdateWpaConfFile -- Get NetworkDevice", "UpdateWpaConfFile -- isActive 0",
-                          "UpdateWpaConfFile -- Get NetworkDevice", "UpdateWpaConfFile -- isActive 1",
-                          "UpdateWpaConfFile -- Get NetworkDevice"}));
-    // Sorted in a copy only.
-    QCOMPARE(corvi.AllInterfaces(), QStringList({"zz0", "eth0", "wlan0"}));
-}
-
-void TestCorviWireless::fileThatCannotBeWrittenIsLogged()
-{
-    CorviPeer corvi;
-    QDir().mkpath(SUPPLICANT_FILE);
-    ClearLog();
-
-    corvi.UpdateWpaConfFile(QString());
-
-    QCOMPARE(LogCount("UpdateWpaConfFile -- the supplicant's file cannot be written"), 1);
 }
 
 QTEST_GUILESS_MAIN(TestCorviWireless)

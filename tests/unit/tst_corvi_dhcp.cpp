@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvipeer.h"
+
+#include <QFileInfo>
+
+#include <sys/stat.h>
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+/// Further attempts to get an address, and what the hook of the DHCP client reports.
+class TestCorviDhcp : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    // Wired
+    void failedDhcpIsRetriedAfterGrowingPauses();
+    void lateServerIsFound();
+    void retryNeedsAReason_data();
+    void retryNeedsAReason();
+    void addressThatCameInTheSameTickNeedsNoRetry();
+    void retriesStopFillingTheLog();
+    void lostLinkStartsThePausesAnew();
+
+    // Wireless
+    void addressIsRetriedWhileAssociated_data();
+    void addressIsRetriedWhileAssociated();
+    void deviceThatMissedItsEventIsConfigured();
+
+    // Hook of the DHCP client
+    void dhcpEventUpdatesTheDevicesItNames_data();
+    void dhcpEventUpdatesTheDevicesItNames();
+    void dhcpEventIsReadOnce();
+    void dhcpEventIsAPlainFile_data();
+    void dhcpEventIsAPlainFile();
+};
+
+void TestCorviDhcp::init()
+{
+    StartFromNothing();
+}
+
+void TestCorviDhcp::failedDhcpIsRetriedAfterGrowingPauses()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    QCOMPARE(DhcpAttempts(), 1);
+
+    int expected = 1;
+    int attempt = 0;
+    for (const int pauseSeconds : {10, 20, 40, 60, 60}) {
+        corvi.AgeWiredRetry(attempt, std::chrono::seconds(pauseSeconds - 1));
+        corvi.Tick();
+        QCOMPARE(DhcpAttempts(), expected);
+
+        corvi.AgeWiredRetry(attempt, std::chrono::seconds(pauseSeconds));
+        corvi.Tick(3);
+        ++expected;
+        ++attempt;
+        QCOMPARE(DhcpAttempts(), expected);
+    }
+}
+
+void TestCorviDhcp::lateServerIsFound()
+{
+    MakeMachine(LAN_DHCP, {"eth0"});
+    EventListener listener;
+    CorviPeer corvi(SET_UP);
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, DHCP_STARTED}));
+
+    UseDhcpServer();
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
+    corvi.Tick();
+
+    QCOMPARE(listener.Take(), Events({DHCP_STARTED, ADDRESS_PRESENT}));
+    QCOMPARE(LogCount("Corvi::RetryDhcp - no address, trying again on eth0"), 1);
+
+    // The address is there: the next loss starts with the shortest pause.
+    corvi.Tick();
+    QVERIFY(!corvi.IsWiredRetryDue(std::chrono::seconds(0)));
+    QVERIFY(corvi.IsWiredRetryDue(std::chrono::seconds(10)));
+}
+
+void TestCorviDhcp::retryNeedsAReason_data()
+{
+    QTest::addColumn<QByteArray>("store");
+    QTest::addColumn<bool>("associated");
+    QTest::addColumn<bool>("inFallback");
+    QTest::addColumn<bool>("isRetried");
+    QTest::newRow("DHCP without an address") << LAN_DHCP << false << false << true;
+    QTest::newRow("static address") << LAN_STATIC << false << false << false;
+    QTest::newRow("no definition") << QByteArray("<networkconfig/>") << false << false << false;
+    QTest::newRow("waits for authentication") << LAN_8021X << false << false << false;
+    QTest::newRow("authenticated") << LAN_8021X << true << false << true;
+    QTest::newRow("in fallback") << LAN_8021X << false << true << true;
+}
+
+void TestCorviDhcp::retryNeedsAReason()
+{
+    QFETCH(QByteArray, store);
+    QFETCH(bool, associated);
+    QFETCH(bool, inFallback);
+    QFETCH(bool, isRetried);
+    CorviPeer corvi(store, {"eth0"}, SET_UP);
+    corvi.WiredDevice()->inFallback = inFallback;
+    corvi.SettleSupplicant({true, false, associated});
+    RealIp({"addr", "flush", "dev", "eth0"});
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
+    Forget();
+
+    corvi.Tick();
+
+    QCOMPARE(DhcpAttempts(), int(isRetried));
+    QCOMPARE(LogLines().filter("RetryDhcp").size(), int(isRetried));
+}
+
+void TestCorviDhcp::addressThatCameInTheSameTickNeedsNoRetry()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0", "eth1"}, SET_UP);
+    // The second port is stopped when the first one has been looked at.
+    corvi.Device("eth1")->Up();
+    Answer("ifconfig", "ip addr add 10.0.0.5/24 dev eth0");
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
+    Forget();
+
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth1 down"});
+    QCOMPARE(DhcpAttempts(), 0);
+    QCOMPARE(corvi.WiredDevice()->ipAddress, QString("10.0.0.5"));
+}
+
+void TestCorviDhcp::retriesStopFillingTheLog()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+
+    for (int attempt = 0; attempt < 6; ++attempt) {
+        corvi.AgeWiredRetry(attempt, std::chrono::seconds(60));
+        corvi.Tick();
+    }
+
+    QCOMPARE(DhcpAttempts(), 7);
+    QCOMPARE(LogCount("Corvi::RetryDhcp - no address, trying again on eth0"), 1);
+}
+
+void TestCorviDhcp::lostLinkStartsThePausesAnew()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    corvi.AgeWiredRetry(3, std::chrono::seconds(0));
+
+    PullCable("eth0");
+    corvi.Tick();
+
+    QVERIFY(!corvi.IsWiredRetryDue(std::chrono::seconds(0)));
+    QVERIFY(corvi.IsWiredRetryDue(std::chrono::seconds(10)));
+}
+
+void TestCorviDhcp::addressIsRetriedWhileAssociated_data()
+{
+    QTest::addColumn<bool>("associated");
+    QTest::addColumn<bool>("hasCarrier");
+    QTest::addColumn<bool>("hasAddress");
+    QTest::addColumn<int>("ageSeconds");
+    QTest::addColumn<int>("attempts");
+    QTest::newRow("associated, no address, due") << true << true << false << 10 << 1;
+    QTest::newRow("not due yet") << true << true << false << 9 << 0;
+    QTest::newRow("not associated") << false << true << false << 10 << 0;
+    QTest::newRow("no carrier") << true << false << false << 10 << 0;
+    QTest::newRow("has an address") << true << true << true << 10 << 0;
+}
+
+void TestCorviDhcp::addressIsRetriedWhileAssociated()
+{
+    QFETCH(bool, associated);
+    QFETCH(bool, hasCarrier);
+    QFETCH(bool, hasAddress);
+    QFETCH(int, ageSeconds);
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
+    if (!hasCarrier)
+        PullCable("wlan0");
+    CorviPeer corvi(DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.WirelessDevice()->ConfigureNetwork(true);
+    if (hasAddress)
+        RealIp({"addr", "add", "10.0.0.5/24", "dev", "wlan0"});
+    corvi.SettleSupplicant({true, false, associated});
+    corvi.AgeWirelessRetry(0, std::chrono::seconds(ageSeconds));
+    Forget();
+
+    corvi.WirelessNetworkSetup(false);
+
+    QTEST(DhcpAttempts(), "attempts");
+}
+
+void TestCorviDhcp::deviceThatMissedItsEventIsConfigured()
+{
+    // The supplicant was connected before anybody listened to it.
+    MakeMachine(WLAN, {"wlan0"});
+    UseDhcpServer();
+    BringUp("wlan0");
+    CorviPeer corvi(DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.SettleSupplicant(ASSOCIATED);
+    corvi.AgeWirelessRetry(0, std::chrono::seconds(10));
+
+    corvi.WirelessNetworkSetup(false);
+
+    QCOMPARE(corvi.WirelessDevice()->ipAddress, QString("10.0.0.5"));
+}
+
+void TestCorviDhcp::dhcpEventUpdatesTheDevicesItNames_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QStringList>("updated");
+    QTest::newRow("wired") << QByteArray("BOUND eth0\n") << QStringList{"eth0"};
+    QTest::newRow("wireless") << QByteArray("BOUND wlan0\n") << QStringList{"wlan0"};
+    QTest::newRow("wireless of the other name") << QByteArray("BOUND mlan0\n") << QStringList{"wlan0"};
+    QTest::newRow("modem") << QByteArray("BOUND wwan0\n") << QStringList{"wwan0"};
+    QTest::newRow("all") << QByteArray("eth wlan wwan") << QStringList{"eth0", "wlan0", "wwan0"};
+    QTest::newRow("none") << QByteArray("usb0") << QStringList();
+    QTest::newRow("empty") << QByteArray() << QStringList();
+}
+
+void TestCorviDhcp::dhcpEventUpdatesTheDevicesItNames()
+{
+    QFETCH(QByteArray, text);
+    EventListener listener;
+    CorviPeer corvi({"eth0", "wlan0", "wwan0"}, DISCOVERED);
+    corvi.AdoptWired("eth0");
+    corvi.PickWireless("wlan0");
+    for (const char *name : {"eth0", "wlan0", "wwan0"}) {
+        corvi.Device(name)->ipAddress = "10.0.0.5";
+        corvi.Device(name)->isUp = true;
+    }
+    WriteFile(DHCP_EVENT, text);
+
+    corvi.CheckDhcpEvent();
+
+    QStringList updated;
+    for (const char *name : {"eth0", "wlan0", "wwan0"}) {
+        if (corvi.Device(name)->ipAnnounced)
+            updated << name;
+    }
+    QTEST(updated, "updated");
+    QCOMPARE(listener.Take(), Events(updated.size(), ADDRESS_PRESENT));
+    QVERIFY(!QFile::exists(DHCP_EVENT));
+}
+
+void TestCorviDhcp::dhcpEventIsReadOnce()
+{
+    EventListener listener;
+    CorviPeer corvi;
+
+    corvi.CheckDhcpEvent();
+    WriteFile(DHCP_EVENT, "eth0 wlan0 wwan0");
+    corvi.CheckDhcpEvent();
+
+    QVERIFY(!QFile::exists(DHCP_EVENT));
+    QCOMPARE(listener.Take(), Events());
+}
+
+void TestCorviDhcp::dhcpEventIsAPlainFile_data()
+{
+    QTest::addColumn<bool>("isPipe");
+    QTest::newRow("named pipe") << true;
+    QTest::newRow("symbolic link") << false;
+}
+
+void TestCorviDhcp::dhcpEventIsAPlainFile()
+{
+    QFETCH(bool, isPipe);
+    EventListener listener;
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    corvi.AdoptWired("eth0");
+    corvi.WiredDevice()->ipAddress = "10.0.0.5";
+    corvi.WiredDevice()->isUp = true;
+    WriteFile("/tmp/event_elsewhere", "BOUND eth0");
+    if (isPipe)
+        QCOMPARE(::mkfifo(QFile::encodeName(DHCP_EVENT).constData(), 0600), 0);
+    else
+        QVERIFY(QFile::link("/tmp/event_elsewhere", DHCP_EVENT));
+
+    corvi.CheckDhcpEvent();
+
+    QVERIFY(!corvi.WiredDevice()->ipAnnounced);
+    QCOMPARE(listener.Take(), Events());
+    QVERIFY(!QFileInfo(DHCP_EVENT).isSymLink() && !QFile::exists(DHCP_EVENT));
+    QVERIFY(QFile::exists("/tmp/event_elsewhere"));
+}
+
+QTEST_GUILESS_MAIN(TestCorviDhcp)
+#include "tst_corvi_dhcp.moc"

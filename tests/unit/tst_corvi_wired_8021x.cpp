@@ -1,0 +1,216 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvipeer.h"
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+namespace {
+
+/// The decisions about the supplicant, of all that a wired tick logs.
+QStringList Decisions()
+{
+    return LogLines().filter(QRegularExpression("^(Corvi::WiredNetworkSetup:: (starting|Start|Wired|Set)"
+                                                "|Corvi::ReconfigureWpa|WpaSuppThread::Stop)"));
+}
+
+} // namespace
+
+/// 802.1X on the wired network, and its fallback. The supervisor's state is set by hand.
+class TestCorviWired8021x : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void supplicantFollowsTheState_data();
+    void supplicantFollowsTheState();
+    void linkUpClearsTheFallback();
+    void authenticationTogglesTheCount();
+    void waitIsCountedByTicks();
+    void announcedPortFallsBackAfterElevenTicks();
+    void fallbackIsForcedAfterSixtyTicks();
+    void portInFallbackIsLeftAlone();
+};
+
+void TestCorviWired8021x::init()
+{
+    StartFromNothing();
+}
+
+void TestCorviWired8021x::supplicantFollowsTheState_data()
+{
+    QTest::addColumn<bool>("wiredUp");
+    QTest::addColumn<bool>("usesSupplicant");
+    QTest::addColumn<bool>("running");
+    QTest::addColumn<bool>("restarting");
+    QTest::addColumn<bool>("reconfigure");
+    QTest::addColumn<QStringList>("decisions");
+    QTest::addColumn<int>("holdoff");
+    const QString starting = "Corvi::WiredNetworkSetup:: starting wired connected %1";
+    const QString start = "Corvi::WiredNetworkSetup:: Start Wpa supplicant";
+    const QString reconfigure = "Corvi::WiredNetworkSetup:: Wired 802.1x Reconfigure";
+
+    QTest::newRow("link stays, no supplicant wanted, none there")
+        << true << false << false << false << false << QStringList() << 2;
+    QTest::newRow("link stays, no supplicant wanted, one runs")
+        << true << false << true << false << false << QStringList{"WpaSuppThread::Stop 6 true 1"} << 2;
+    QTest::newRow("link stays, no supplicant wanted, one restarts")
+        << true << false << false << true << false << QStringList{"WpaSuppThread::Stop 6 false 1"} << 2;
+    QTest::newRow("link stays, supplicant wanted, none there")
+        << true << true << false << false << false
+        << QStringList{start, "Corvi::ReconfigureWpa 1", "Corvi::ReconfigureWpa in Holdoff"} << 0;
+    QTest::newRow("link stays, supplicant wanted, one runs")
+        << true << true << true << false << false << QStringList() << 1;
+    QTest::newRow("link stays, supplicant wanted, one runs, file changed")
+        << true << true << true << false << true
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 1",
+                       "WpaSuppThread::Stop 4 true 1"}
+        << 1;
+
+    QTest::newRow("link came up, no supplicant wanted, none there")
+        << false << false << false << false << false << QStringList{starting.arg(0)} << 2;
+    QTest::newRow("link came up, supplicant wanted, none there")
+        << false << true << false << false << false
+        << QStringList{starting.arg(1), start, "Corvi::ReconfigureWpa 2", "Corvi::ReconfigureWpa in Holdoff"}
+        << 1;
+    QTest::newRow("link came up, supplicant wanted, one runs")
+        << false << true << true << false << false
+        << QStringList{starting.arg(1), reconfigure, "Corvi::ReconfigureWpa 2",
+                       "WpaSuppThread::Stop 4 true 1"}
+        << 2;
+}
+
+void TestCorviWired8021x::supplicantFollowsTheState()
+{
+    QFETCH(bool, wiredUp);
+    QFETCH(bool, usesSupplicant);
+    QFETCH(bool, running);
+    QFETCH(bool, restarting);
+    QFETCH(bool, reconfigure);
+    QFETCH(int, holdoff);
+    CorviPeer corvi(usesSupplicant ? LAN_8021X_STATIC : LAN_STATIC, {"eth0"}, SET_UP);
+    QCOMPARE(corvi.WiredDevice()->usesSupplicant, usesSupplicant);
+    corvi.NoteWiredUp(wiredUp);
+    if (reconfigure)
+        corvi.BeginHoldOff(1);
+    else
+        corvi.LeaveHoldOff(1);
+    Supervisor::Set({running, restarting, false});
+    LogFromHere(4);
+
+    QVERIFY(corvi.WiredNetworkSetup());
+
+    QTEST(Decisions(), "decisions");
+    QCOMPARE(corvi.HoldOff(), holdoff);
+    QVERIFY(!usesSupplicant || wiredUp || corvi.IsReconfigureWanted());
+}
+
+void TestCorviWired8021x::linkUpClearsTheFallback()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.WiredDevice()->inFallback = true;
+    corvi.NoteWiredUp(false);
+    corvi.NoteReconfigured(true);
+    // Configuring the device would do the same.
+    corvi.disconnect(&corvi, &Corvi::wiredStateChange, &corvi, nullptr);
+
+    corvi.WiredNetworkSetup();
+
+    QVERIFY(!corvi.WiredDevice()->inFallback);
+    QVERIFY(corvi.IsReconfigureWanted());
+}
+
+void TestCorviWired8021x::authenticationTogglesTheCount()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(ASSOCIATED);
+    corvi.WiredDevice()->authWaitTicks = 42;
+
+    corvi.Tick();
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, 0);
+    corvi.Tick();
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, 1);
+}
+
+void TestCorviWired8021x::waitIsCountedByTicks()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+
+    corvi.Tick(7);
+
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, 7);
+}
+
+void TestCorviWired8021x::announcedPortFallsBackAfterElevenTicks()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    NetworkDevice *const device = corvi.WiredDevice();
+    device->fallbackEnabled = true;
+    QVERIFY(device->ipAnnounced);
+    corvi.SettleSupplicant(RUNNING);
+    LogFromHere(4);
+
+    corvi.Tick(11);
+    QVERIFY(!device->inFallback);
+    QCOMPARE(device->authWaitTicks, 11);
+
+    corvi.Tick();
+    QVERIFY(device->inFallback);
+    QCOMPARE(device->authWaitTicks, 11);
+    QCOMPARE(Decisions(), QStringList({"Corvi::WiredNetworkSetup:: Set in fallback mode eth0",
+                                       "WpaSuppThread::Stop 0 true 1"}));
+    QVERIFY(Supervisor::IsStopRequested());
+    QCOMPARE(JournalOf("ifconfig"), QStringList());
+}
+
+void TestCorviWired8021x::fallbackIsForcedAfterSixtyTicks()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    corvi.Tick(60);
+    bool wasInFallbackWhenStopped = false;
+    connect(WpaSuppThread::GetInstance(), &WpaSuppThread::TriggerStopSupplicant, &corvi,
+            [&] { wasInFallbackWhenStopped = corvi.WiredDevice()->inFallback; });
+    LogFromHere(4);
+
+    corvi.Tick();
+
+    const QStringList lines = LogLines();
+    const int decision = lines.indexOf("Corvi::WiredNetworkSetup:: Wired 802.1x Fallback eth0");
+    QVERIFY(decision != -1);
+    QCOMPARE(lines.at(decision + 1), QString("WpaSuppThread::Stop 5 true 1"));
+    QCOMPARE(lines.at(decision + 2), QString("NetworkDevice::ConfigureNetwork -- start  eth0"));
+    QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth0 10.1.0.2 netmask 255.255.255.0 up"});
+    QVERIFY(Supervisor::IsStopRequested());
+    QVERIFY(wasInFallbackWhenStopped);
+    // An unsecured attempt now, and authentication again: the configuration clears the flag.
+    QVERIFY(!corvi.WiredDevice()->inFallback);
+}
+
+void TestCorviWired8021x::portInFallbackIsLeftAlone()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.WiredDevice()->inFallback = true;
+    corvi.WiredDevice()->authWaitTicks = 5;
+    Supervisor::Set(GONE);
+    LogFromHere(4);
+
+    corvi.Tick(3);
+
+    QCOMPARE(Decisions(), QStringList());
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, 5);
+    QVERIFY(corvi.WiredDevice()->inFallback);
+
+    // The cable out and in again ends it.
+    corvi.WiredDevice()->fallbackEnabled = true;
+    PullCable("eth0");
+    corvi.Tick();
+    QVERIFY(!corvi.WiredDevice()->inFallback);
+}
+
+QTEST_GUILESS_MAIN(TestCorviWired8021x)
+#include "tst_corvi_wired_8021x.moc"
