@@ -148,6 +148,8 @@ private:
     void ObtainAddress();
     void ApplyLinkSettings();
     void ApplySpeed();
+    bool IsSpeedInForce(int mbits, bool isFull) const;
+    QByteArray ReadAttribute(const char *attribute) const;
 
     void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2,
                        const QString &domain);
@@ -155,6 +157,7 @@ private:
 
     const QByteArray kernelName; ///< the name as the kernel's interfaces take it
     const QByteArray carrierPath;
+    QString appliedSpeed; ///< the text that SetSpeed() was last run for
 
     // What is told of over and over while it lasts.
     ReportOnce addressReport{QString()};

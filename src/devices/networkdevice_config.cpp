@@ -10,6 +10,8 @@
 #include "zebnetevent.h"
 #include "zebxmlconfig.h"
 
+#include <QFile>
+
 #include <algorithm>
 
 namespace {
@@ -159,7 +161,27 @@ void NetworkDevice::ApplySpeed()
         LogOnce(speedReport, speed) << "ConfigureNetwork - Wrong format " << speed;
         return;
     }
-    SetSpeed(name, words.at(0).toInt(), words.at(2) == QLatin1String("Full") ? 1 : 0);
+    const int mbits = words.at(0).toInt();
+    const bool isFull = words.at(2) == QLatin1String("Full");
+    // Many a card restarts its link whenever it is set, also to what it has; as a link that comes up is
+    // configured anew, it would never come to rest.
+    if (speed == appliedSpeed && IsSpeedInForce(mbits, isFull))
+        return;
+    SetSpeed(name, mbits, isFull ? 1 : 0);
+    appliedSpeed = speed;
+}
+
+/// What the link says of itself (Documentation/ABI/testing/sysfs-class-net); nothing while it has no carrier.
+bool NetworkDevice::IsSpeedInForce(int mbits, bool isFull) const
+{
+    const QByteArray duplex = isFull ? "full" : "half";
+    return ReadAttribute("speed") == QByteArray::number(mbits) && ReadAttribute("duplex") == duplex;
+}
+
+QByteArray NetworkDevice::ReadAttribute(const char *attribute) const
+{
+    QFile file(SYS_NET + name + QLatin1Char('/') + QLatin1String(attribute));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
 }
 
 bool NetworkDevice::getNamedNetworksForDevice()

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "deviceworld.h"
+#include "fakesysnet.h"
 #include "logging.h"
 #include "namednetwork.h"
-#include "networkdevice.h"
-#include "testsupport.h"
 #include "zebnetstatus.h"
 
 #include <QtTest>
@@ -25,52 +25,9 @@ const QByteArray STATIC_ADDRESS = "<staticIp>true</staticIp><ipAddress>10.0.0.9<
 const QByteArray STATIC_DNS = "<staticDns>true</staticDns><dns1>1.1.1.1</dns1><dns2>9.9.9.9</dns2>"
                               "<domain>example.org</domain>";
 
-QByteArray Network(const QByteArray &name, const QByteArray &properties = QByteArray())
-{
-    return "<network><name>" + name + "</name><ssid>" + name + "</ssid>" + properties + "</network>";
-}
-
-void GivenStore(const QByteArray &networks)
-{
-    TestSupport::WriteNetworks(networks);
-}
-
-/// eth0, up, with its cable in.
-void GivenInterface()
-{
-    TestSupport::MakeVeth("eth0", "peer0");
-    RealIp({"link", "set", "dev", "eth0", "up"});
-    TestSupport::SetCable("peer0", true);
-    QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/carrier"), QByteArray("1\n"));
-}
-
-/// A device with the definitions that apply to it. The kind is what the concrete classes set.
-class Device : public NetworkDevice
-{
-public:
-    explicit Device(const QString &interfaceName, bool wireless = false)
-        : NetworkDevice(interfaceName, nullptr)
-    {
-        isWireless = wireless;
-        connect(this, &NetworkDevice::SendEventMessage, this, [this](int code, int value) {
-            events << QStringLiteral("%1,%2").arg(code).arg(value);
-            programsAtEvent << Journal().join("; ");
-        });
-        InitDevice();
-    }
-
-    QStringList events;
-    QStringList programsAtEvent;
-};
-
-bool Contains(const QStringList &lines, const QString &part)
-{
-    return !lines.filter(part).isEmpty();
-}
-
 } // namespace
 
-/// Which definitions apply to a device, and how one is applied.
+/// How a definition is applied.
 class TestNetworkDeviceConfig : public QObject
 {
     Q_OBJECT
@@ -105,22 +62,15 @@ private Q_SLOTS:
     void hostsAreAlwaysWritten();
     void wiredSpeedIsSet_data();
     void wiredSpeedIsSet();
+    void speedInForceIsNotSetAgain_data();
+    void speedInForceIsNotSetAgain();
+    void speedThatChangedIsSetAgain();
     void wrongSpeedIsToldOnce();
     void wirelessSpeedIsNotSet();
     void mtuIsSet_data();
     void mtuIsSet();
     void stepsComeInOrder();
     void exceptionSkipsTheRest();
-
-    void definitionsBelongToADevice_data();
-    void definitionsBelongToADevice();
-    void definitionsAreLogged();
-    void definitionsAreTakenOnce();
-    void laterDefinitionIsPutInItsPlace();
-    void withoutDefinitionsNothingIsFound();
-    void driverChoiceIsPassedOn_data();
-    void driverChoiceIsPassedOn();
-    void blocksFollowOneAnother();
 };
 
 void TestNetworkDeviceConfig::init()
@@ -131,7 +81,7 @@ void TestNetworkDeviceConfig::init()
     TestSupport::Remove("/tmp/config");
     TestSupport::Remove(RESOLV_CONF);
     TestSupport::Remove("/tmp/.hostlist");
-    GivenStore(Network("lan"));
+    TestSupport::WriteNetworks(Network("lan"));
     TestSupport::ClearLog();
     TestSupport::ClearJournal();
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
@@ -139,7 +89,7 @@ void TestNetworkDeviceConfig::init()
 
 void TestNetworkDeviceConfig::withoutConfigurationOneEventIsSent()
 {
-    GivenStore("");
+    TestSupport::WriteNetworks("");
     Device device("eth0");
     device.usesSupplicant = true;
 
@@ -155,7 +105,7 @@ void TestNetworkDeviceConfig::withoutConfigurationOneEventIsSent()
 
 void TestNetworkDeviceConfig::flagsBeginClear()
 {
-    GivenStore("");
+    TestSupport::WriteNetworks("");
     Device device("eth0");
     device.fallbackEnabled = true;
     device.inFallback = true;
@@ -170,7 +120,7 @@ void TestNetworkDeviceConfig::flagsBeginClear()
 
 void TestNetworkDeviceConfig::appliedConfigurationIsKept()
 {
-    GivenStore(Network("lan1") + Network("lan2"));
+    TestSupport::WriteNetworks(Network("lan1") + Network("lan2"));
     Device device("eth0");
     ZebNetConfig *const second = device.namedNetworks.value("lan2")->Config();
 
@@ -197,7 +147,7 @@ void TestNetworkDeviceConfig::configurationIsLogged()
 {
     QFETCH(QByteArray, properties);
     QFETCH(QString, line);
-    GivenStore(Network("lan", properties));
+    TestSupport::WriteNetworks(Network("lan", properties));
     Device device("eth0");
 
     device.ConfigureNetwork(false);
@@ -270,7 +220,7 @@ void TestNetworkDeviceConfig::wiredFallbackIsTakenFromTheDefinition()
 
 void TestNetworkDeviceConfig::wirelessKeepsItsFlags()
 {
-    GivenStore(Network("Office", "<dot1xFallback>fallback</dot1xFallback>"));
+    TestSupport::WriteNetworks(Network("Office", "<dot1xFallback>fallback</dot1xFallback>"));
     Device device("wlan0", true);
     device.usesSupplicant = true;
 
@@ -292,7 +242,7 @@ void TestNetworkDeviceConfig::staticAddressIsSet_data()
 void TestNetworkDeviceConfig::staticAddressIsSet()
 {
     QFETCH(bool, renew);
-    GivenStore(Network("lan", STATIC_ADDRESS));
+    TestSupport::WriteNetworks(Network("lan", STATIC_ADDRESS));
     Device device("eth0");
 
     device.ConfigureNetwork(renew);
@@ -309,7 +259,7 @@ void TestNetworkDeviceConfig::staticAddressIsSet()
 void TestNetworkDeviceConfig::staticAddressIsAnnounced()
 {
     GivenInterface();
-    GivenStore(Network("lan", STATIC_ADDRESS));
+    TestSupport::WriteNetworks(Network("lan", STATIC_ADDRESS));
     TestSupport::Answer("ifconfig", "ip addr add $2/24 dev $1");
     Device device("eth0");
 
@@ -379,7 +329,7 @@ void TestNetworkDeviceConfig::boundWithoutAddressIsNotAnnounced()
 
 void TestNetworkDeviceConfig::failedDhcpIsLoggedAndTheRestApplied()
 {
-    GivenStore(Network("lan", STATIC_DNS + "<mtu>1400</mtu><speed>100 Mbps Full</speed>"));
+    TestSupport::WriteNetworks(Network("lan", STATIC_DNS + "<mtu>1400</mtu><speed>100 Mbps Full</speed>"));
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     Device device("eth0");
 
@@ -460,7 +410,7 @@ void TestNetworkDeviceConfig::staticDnsIsWritten()
 {
     QFETCH(QByteArray, properties);
     TestSupport::WriteFile(RESOLV_CONF, "nameserver 192.0.2.1\n");
-    GivenStore(Network("lan", properties));
+    TestSupport::WriteNetworks(Network("lan", properties));
     Device device("eth0");
 
     device.ConfigureNetwork(false);
@@ -470,7 +420,8 @@ void TestNetworkDeviceConfig::staticDnsIsWritten()
 
 void TestNetworkDeviceConfig::hostsAreAlwaysWritten()
 {
-    GivenStore(Network("lan", "<hosts><host>10.0.0.9 printer</host><host>10.0.0.1 gate</host></hosts>"));
+    TestSupport::WriteNetworks(
+        Network("lan", "<hosts><host>10.0.0.9 printer</host><host>10.0.0.1 gate</host></hosts>"));
     Device device("eth0");
 
     device.ConfigureNetwork(false);
@@ -521,6 +472,56 @@ void TestNetworkDeviceConfig::wiredSpeedIsSet()
     QCOMPARE(LogText().contains(" ConfigureNetwork - Wrong format  " + speed + " \n"), wrong);
 }
 
+void TestNetworkDeviceConfig::speedInForceIsNotSetAgain_data()
+{
+    QTest::addColumn<QString>("speed");
+    QTest::addColumn<QByteArray>("sysfsSpeed");
+    QTest::addColumn<QByteArray>("sysfsDuplex");
+    QTest::addColumn<int>("runs");
+
+    const QByteArray full = "full\n";
+    const QByteArray half = "half\n";
+    QTest::newRow("in force, full") << "100 Mbps Full" << QByteArray("100\n") << full << 1;
+    QTest::newRow("in force, half") << "10 Mbps Half" << QByteArray("10\n") << half << 1;
+    QTest::newRow("other speed") << "100 Mbps Full" << QByteArray("1000\n") << full << 3;
+    QTest::newRow("other duplex") << "100 Mbps Full" << QByteArray("100\n") << half << 3;
+    QTest::newRow("nothing to read") << "100 Mbps Full" << QByteArray() << full << 3;
+}
+
+void TestNetworkDeviceConfig::speedInForceIsNotSetAgain()
+{
+    QFETCH(QString, speed);
+    QFETCH(QByteArray, sysfsSpeed);
+    QFETCH(QByteArray, sysfsDuplex);
+    QFETCH(int, runs);
+    FakeSysNet net;
+    net.Write("eth0/speed", sysfsSpeed);
+    net.Write("eth0/duplex", sysfsDuplex);
+    Device device("eth0");
+    device.getCurrentConfig()->speed = speed;
+
+    // The first one sets it, in force or not: nobody else may have asked for it to stay.
+    for (int i = 0; i < 3; ++i)
+        device.ConfigureNetwork(false);
+
+    QCOMPARE(Journal().filter("ethtool").size(), runs);
+}
+
+void TestNetworkDeviceConfig::speedThatChangedIsSetAgain()
+{
+    FakeSysNet net;
+    net.Write("eth0/speed", "100\n");
+    net.Write("eth0/duplex", "full\n");
+    Device device("eth0");
+
+    for (const char *speed : {"100 Mbps Full", "10 Mbps Full", "100 Mbps Full"}) {
+        device.getCurrentConfig()->speed = speed;
+        device.ConfigureNetwork(false);
+    }
+
+    QCOMPARE(Journal().filter("ethtool").size(), 3);
+}
+
 void TestNetworkDeviceConfig::wrongSpeedIsToldOnce()
 {
     Device device("eth0");
@@ -535,7 +536,7 @@ void TestNetworkDeviceConfig::wrongSpeedIsToldOnce()
 
 void TestNetworkDeviceConfig::wirelessSpeedIsNotSet()
 {
-    GivenStore(Network("Office", "<speed>100 Mbps Full</speed><mtu>1400</mtu>"));
+    TestSupport::WriteNetworks(Network("Office", "<speed>100 Mbps Full</speed><mtu>1400</mtu>"));
     Device device("wlan0", true);
 
     device.ConfigureNetwork(false);
@@ -559,7 +560,7 @@ void TestNetworkDeviceConfig::mtuIsSet()
 {
     QFETCH(QByteArray, properties);
     QFETCH(QStringList, commands);
-    GivenStore(Network("lan", properties));
+    TestSupport::WriteNetworks(Network("lan", properties));
     Device device("eth0");
     if (QByteArray(QTest::currentDataTag()) == "after a wrong speed")
         device.getCurrentConfig()->speed = "fast";
@@ -572,7 +573,7 @@ void TestNetworkDeviceConfig::mtuIsSet()
 void TestNetworkDeviceConfig::stepsComeInOrder()
 {
     GivenInterface();
-    GivenStore(Network("lan", STATIC_DNS + "<speed>100 Mbps Full</speed><mtu>1400</mtu>"));
+    TestSupport::WriteNetworks(Network("lan", STATIC_DNS + "<speed>100 Mbps Full</speed><mtu>1400</mtu>"));
     TestSupport::Answer("dhclient", DHCP_ANSWER);
     TestSupport::Answer("update_hosts", "cp /etc/resolv.conf /tmp/resolver.seen");
     Device device("eth0");
@@ -596,118 +597,6 @@ void TestNetworkDeviceConfig::exceptionSkipsTheRest()
 
     QCOMPARE(Journal(), QStringList());
     QVERIFY(LogText().endsWith(" NetworkDevice::ConfigureNetwork -- Failed \n"));
-}
-
-void TestNetworkDeviceConfig::definitionsBelongToADevice_data()
-{
-    QTest::addColumn<QString>("interface");
-    QTest::addColumn<bool>("wireless");
-    QTest::addColumn<QStringList>("names");
-
-    QTest::newRow("wired, its own definition first")
-        << "eth0" << false << QStringList{"wiredeth0", "lan", "lan2", "lanA", "lana"};
-    QTest::newRow("wired, none of its own") << "eth2" << false << QStringList{"lan", "lan2", "lanA", "lana"};
-    QTest::newRow("wired, longer name")
-        << "eth01" << false << QStringList{"wiredeth01", "lan", "lan2", "lanA", "lana"};
-    QTest::newRow("wireless") << "wlan0" << true << QStringList{"Home", "Office", "wiredusb0"};
-}
-
-void TestNetworkDeviceConfig::definitionsBelongToADevice()
-{
-    QFETCH(QString, interface);
-    QFETCH(bool, wireless);
-    QFETCH(QStringList, names);
-    GivenStore(Network("lana") + Network("Office") + Network("lan2") + Network("wiredeth1") +
-               Network("wiredethernet") + Network("wiredeth01") + Network("lanA") + Network("Home") +
-               Network("wiredeth0") + Network("lan") + Network("wiredusb0"));
-
-    const Device device(interface, wireless);
-
-    QCOMPARE(device.GetNamedNetworks(), names);
-    QCOMPARE(device.namedNetworks.size(), names.size());
-    for (const QString &name : qAsConst(names))
-        QCOMPARE(device.namedNetworks.value(name)->IsWireless(), wireless);
-}
-
-void TestNetworkDeviceConfig::definitionsAreLogged()
-{
-    GivenStore(Network("lan2") + Network("Office") + Network("lan1"));
-
-    const Device device("eth0");
-
-    QVERIFY(LogText().contains(" NetworkDevice::getNamedNetworksForDevice()   lan2, Office, lan1 \n"));
-    QVERIFY(LogText().contains(" NetworkDevice::getNamedNetworksForDevice() -- Done  lan1, lan2 \n"));
-}
-
-void TestNetworkDeviceConfig::definitionsAreTakenOnce()
-{
-    GivenStore(Network("lan1") + Network("lan2"));
-    Device device("eth0");
-    NamedNetwork *const first = device.namedNetworks.value("lan1");
-
-    QVERIFY(device.getNamedNetworksForDevice());
-
-    QCOMPARE(device.GetNamedNetworks(), (QStringList{"lan1", "lan2"}));
-    QCOMPARE(device.namedNetworks.value("lan1"), first);
-}
-
-void TestNetworkDeviceConfig::laterDefinitionIsPutInItsPlace()
-{
-    GivenStore(Network("lan2"));
-    Device device("eth0");
-    GivenStore(Network("lan2") + Network("lan1") + Network("wiredeth0"));
-
-    device.getNamedNetworksForDevice();
-
-    QCOMPARE(device.GetNamedNetworks(), (QStringList{"wiredeth0", "lan1", "lan2"}));
-}
-
-void TestNetworkDeviceConfig::withoutDefinitionsNothingIsFound()
-{
-    GivenStore(Network("Office"));
-    Device device("eth0");
-
-    QVERIFY(!device.getNamedNetworksForDevice());
-    QCOMPARE(device.GetNamedNetworks(), QStringList());
-    QCOMPARE(device.GetNamedNetworkWpasInformation(), QStringList());
-}
-
-void TestNetworkDeviceConfig::driverChoiceIsPassedOn_data()
-{
-    QTest::addColumn<bool>("flagFile");
-    QTest::addColumn<bool>("wireless");
-    QTest::addColumn<bool>("passedOn");
-
-    QTest::newRow("wireless, asked for") << true << true << true;
-    QTest::newRow("wireless, not asked for") << false << true << false;
-    QTest::newRow("wired") << true << false << false;
-}
-
-void TestNetworkDeviceConfig::driverChoiceIsPassedOn()
-{
-    QFETCH(bool, flagFile);
-    QFETCH(bool, wireless);
-    QFETCH(bool, passedOn);
-    GivenStore(Network("Office") + Network("lan"));
-    if (flagFile)
-        TestSupport::WriteFile("/tmp/config/files/use_nl_driver", QByteArray());
-
-    const Device device(wireless ? "wlan0" : "eth0", wireless);
-
-    QCOMPARE(LogText().contains(" nn UseNewDriver \n"), passedOn);
-}
-
-void TestNetworkDeviceConfig::blocksFollowOneAnother()
-{
-    GivenStore(Network("Office") + Network("Home"));
-
-    const Device device("wlan0", true);
-
-    const QStringList lines = device.GetNamedNetworkWpasInformation();
-    QCOMPARE(device.getWpaConfig(), lines);
-    QCOMPARE(lines,
-             device.namedNetworks.value("Home")->Block() + device.namedNetworks.value("Office")->Block());
-    QVERIFY(Contains(lines, "Home") && Contains(lines, "Office"));
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceConfig)

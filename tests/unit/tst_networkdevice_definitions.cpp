@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "deviceworld.h"
+#include "logging.h"
+#include "namednetwork.h"
+
+#include <QtTest>
+
+using TestSupport::LogText;
+
+namespace {
+
+bool Contains(const QStringList &lines, const QString &part)
+{
+    return !lines.filter(part).isEmpty();
+}
+
+} // namespace
+
+/// Which definitions apply to a device, in which order.
+class TestNetworkDeviceDefinitions : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void definitionsBelongToADevice_data();
+    void definitionsBelongToADevice();
+    void definitionsAreLogged();
+    void definitionsAreTakenOnce();
+    void laterDefinitionIsPutInItsPlace();
+    void withoutDefinitionsNothingIsFound();
+    void driverChoiceIsPassedOn_data();
+    void driverChoiceIsPassedOn();
+    void blocksFollowOneAnother();
+};
+
+void TestNetworkDeviceDefinitions::init()
+{
+    TestSupport::ClearAnswers();
+    TestSupport::Remove("/tmp/config");
+    TestSupport::ClearLog();
+    TestSupport::ClearJournal();
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
+}
+
+void TestNetworkDeviceDefinitions::definitionsBelongToADevice_data()
+{
+    QTest::addColumn<QString>("interface");
+    QTest::addColumn<bool>("wireless");
+    QTest::addColumn<QStringList>("names");
+
+    QTest::newRow("wired, its own definition first")
+        << "eth0" << false << QStringList{"wiredeth0", "lan", "lan2", "lanA", "lana"};
+    QTest::newRow("wired, none of its own") << "eth2" << false << QStringList{"lan", "lan2", "lanA", "lana"};
+    QTest::newRow("wired, longer name")
+        << "eth01" << false << QStringList{"wiredeth01", "lan", "lan2", "lanA", "lana"};
+    QTest::newRow("wireless") << "wlan0" << true << QStringList{"Home", "Office", "wiredusb0"};
+}
+
+void TestNetworkDeviceDefinitions::definitionsBelongToADevice()
+{
+    QFETCH(QString, interface);
+    QFETCH(bool, wireless);
+    QFETCH(QStringList, names);
+    TestSupport::WriteNetworks(Network("lana") + Network("Office") + Network("lan2") + Network("wiredeth1") +
+                               Network("wiredethernet") + Network("wiredeth01") + Network("lanA") +
+                               Network("Home") + Network("wiredeth0") + Network("lan") +
+                               Network("wiredusb0"));
+
+    const Device device(interface, wireless);
+
+    QCOMPARE(device.GetNamedNetworks(), names);
+    QCOMPARE(device.namedNetworks.size(), names.size());
+    for (const QString &name : qAsConst(names))
+        QCOMPARE(device.namedNetworks.value(name)->IsWireless(), wireless);
+}
+
+void TestNetworkDeviceDefinitions::definitionsAreLogged()
+{
+    TestSupport::WriteNetworks(Network("lan2") + Network("Office") + Network("lan1"));
+
+    const Device device("eth0");
+
+    QVERIFY(LogText().contains(" NetworkDevice::getNamedNetworksForDevice()   lan2, Office, lan1 \n"));
+    QVERIFY(LogText().contains(" NetworkDevice::getNamedNetworksForDevice() -- Done  lan1, lan2 \n"));
+}
+
+void TestNetworkDeviceDefinitions::definitionsAreTakenOnce()
+{
+    TestSupport::WriteNetworks(Network("lan1") + Network("lan2"));
+    Device device("eth0");
+    NamedNetwork *const first = device.namedNetworks.value("lan1");
+
+    QVERIFY(device.getNamedNetworksForDevice());
+
+    QCOMPARE(device.GetNamedNetworks(), (QStringList{"lan1", "lan2"}));
+    QCOMPARE(device.namedNetworks.value("lan1"), first);
+}
+
+void TestNetworkDeviceDefinitions::laterDefinitionIsPutInItsPlace()
+{
+    TestSupport::WriteNetworks(Network("lan2"));
+    Device device("eth0");
+    TestSupport::WriteNetworks(Network("lan2") + Network("lan1") + Network("wiredeth0"));
+
+    device.getNamedNetworksForDevice();
+
+    QCOMPARE(device.GetNamedNetworks(), (QStringList{"wiredeth0", "lan1", "lan2"}));
+}
+
+void TestNetworkDeviceDefinitions::withoutDefinitionsNothingIsFound()
+{
+    TestSupport::WriteNetworks(Network("Office"));
+    Device device("eth0");
+
+    QVERIFY(!device.getNamedNetworksForDevice());
+    QCOMPARE(device.GetNamedNetworks(), QStringList());
+    QCOMPARE(device.GetNamedNetworkWpasInformation(), QStringList());
+}
+
+void TestNetworkDeviceDefinitions::driverChoiceIsPassedOn_data()
+{
+    QTest::addColumn<bool>("flagFile");
+    QTest::addColumn<bool>("wireless");
+    QTest::addColumn<bool>("passedOn");
+
+    QTest::newRow("wireless, asked for") << true << true << true;
+    QTest::newRow("wireless, not asked for") << false << true << false;
+    QTest::newRow("wired") << true << false << false;
+}
+
+void TestNetworkDeviceDefinitions::driverChoiceIsPassedOn()
+{
+    QFETCH(bool, flagFile);
+    QFETCH(bool, wireless);
+    QFETCH(bool, passedOn);
+    TestSupport::WriteNetworks(Network("Office") + Network("lan"));
+    if (flagFile)
+        TestSupport::WriteFile("/tmp/config/files/use_nl_driver", QByteArray());
+
+    const Device device(wireless ? "wlan0" : "eth0", wireless);
+
+    QCOMPARE(LogText().contains(" nn UseNewDriver \n"), passedOn);
+}
+
+void TestNetworkDeviceDefinitions::blocksFollowOneAnother()
+{
+    TestSupport::WriteNetworks(Network("Office") + Network("Home"));
+
+    const Device device("wlan0", true);
+
+    const QStringList lines = device.GetNamedNetworkWpasInformation();
+    QCOMPARE(device.getWpaConfig(), lines);
+    QCOMPARE(lines,
+             device.namedNetworks.value("Home")->Block() + device.namedNetworks.value("Office")->Block());
+    QVERIFY(Contains(lines, "Home") && Contains(lines, "Office"));
+}
+
+QTEST_GUILESS_MAIN(TestNetworkDeviceDefinitions)
+#include "tst_networkdevice_definitions.moc"
