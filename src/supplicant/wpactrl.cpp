@@ -303,21 +303,3 @@ bool wpa_ctrl_peer_alive(const wpa_ctrl *ctrl)
         snprintf(address.sun_path, sizeof(address.sun_path), "/proc/self/fd/%d", ctrl->destFile);
     return connect(ctrl->s, Generic(address), sizeof(address)) == 0 || errno != ECONNREFUSED;
 }
-
-std::optional<bool> wpa_ctrl_peer_stopped(const wpa_ctrl *ctrl)
-{
-    char path[32];
-    snprintf(path, sizeof(path), "/proc/%d/stat", ctrl->peer);
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
-    if (file < 0)
-        return std::nullopt;
-    char text[128];
-    const ssize_t length = read(file, text, sizeof(text) - 1);
-    close(file);
-    if (length <= 0)
-        return std::nullopt;
-    text[length] = '\0';
-    // "PID (NAME) STATE ...", and a name may hold anything (proc(5)).
-    const char *const nameEnd = strrchr(text, ')');
-    return nameEnd && strncmp(nameEnd, ") T", 3) == 0;
-}

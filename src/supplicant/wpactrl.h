@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 
 #include <sys/types.h>
 #include <sys/un.h>
@@ -48,6 +47,3 @@ int wpa_ctrl_get_fd(const wpa_ctrl *ctrl);
 /// False when the socket that we are connected to is gone. Sends nothing. What happens to its name does not
 /// matter: it may be removed, or taken by a new supplicant that does not know us.
 bool wpa_ctrl_peer_alive(const wpa_ctrl *ctrl);
-/// Whether the process that sent the last reply is stopped, by SIGSTOP for one: it is alive and answers
-/// nobody. Nothing when that cannot be told. Sends nothing.
-std::optional<bool> wpa_ctrl_peer_stopped(const wpa_ctrl *ctrl);

@@ -87,7 +87,6 @@ bool WpaSupplicantControl::openControlInterface(const QString &interfaceName)
                        << socketPath.constData();
     open = true;
     removalTold = false;
-    stopTold = false;
     return true;
 }
 
@@ -131,7 +130,11 @@ void WpaSupplicantControl::CheckPeer()
         return;
     }
     TellOfRemoval();
-    TellOfStop();
+}
+
+pid_t WpaSupplicantControl::PeerId() const
+{
+    return connection ? connection->peer : 0;
 }
 
 /// Our connection outlives the name, and a supplicant that we let go of could not be stopped any more.
@@ -142,19 +145,6 @@ void WpaSupplicantControl::TellOfRemoval()
     Log(Level::NOTICE) << "WpaSupplicantControl -- The name is gone, the connection goes on at"
                        << socketPath.constData();
     removalTold = true;
-}
-
-/// Nothing is done about it: whoever stopped the process has a reason, and it goes on where it was.
-void WpaSupplicantControl::TellOfStop()
-{
-    const bool isStopped = wpa_ctrl_peer_stopped(connection.get()).value_or(stopTold);
-    if (isStopped == stopTold)
-        return;
-    Log(Level::NOTICE) << (isStopped
-                               ? "WpaSupplicantControl -- The supplicant is stopped and answers nobody at"
-                               : "WpaSupplicantControl -- The supplicant goes on at")
-                       << socketPath.constData();
-    stopTold = isStopped;
 }
 
 QString WpaSupplicantControl::SendCommand(const QString &cmd)

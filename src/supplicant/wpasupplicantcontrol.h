@@ -11,6 +11,8 @@
 #include <memory>
 #include <optional>
 
+#include <sys/types.h>
+
 class Logging;
 class QSocketNotifier;
 struct wpa_ctrl;
@@ -32,9 +34,11 @@ public:
     /// Closes without a word to the supplicant, whose answer might have to be waited for.
     void Disconnect();
     bool isCtrlOpen() const;
-    /// Notices a supplicant that is gone without sending it anything: isCtrlOpen() is false from then on. Its
-    /// last events come first. Tells of one that is stopped or out of sight; the connection to it stays.
+    /// Notices a socket that was closed without sending anything: isCtrlOpen() is false from then on. The
+    /// last events come first. Tells of a socket whose name is gone; the connection to it stays.
     void CheckPeer();
+    /// The process that sent the last reply, as the kernel names it; 0 when it does not.
+    pid_t PeerId() const;
 
     /// The supplicant's reply with its line feed, or "WPA_CTRL_ERROR: Control not Open" where there is no
     /// connection, no answer within 10 s, or an error.
@@ -54,7 +58,6 @@ private slots:
 
 private:
     void TellOfRemoval();
-    void TellOfStop();
     std::optional<QString> Receive();
     void PassOn(const QString &message);
     void Listen();
@@ -67,5 +70,4 @@ private:
     bool open = false;             ///< the supplicant has accepted us: its events come here
     [[maybe_unused]] Logging *log; ///< kept: the lines go through Log
     bool removalTold = false;      ///< the log already says that the socket's name is gone
-    bool stopTold = false;         ///< the last word in the log about it is that the supplicant is stopped
 };

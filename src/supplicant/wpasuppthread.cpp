@@ -173,6 +173,7 @@ void WpaSuppThread::MyTimerTimeout()
     } else {
         openFailures = 0;
         unassociatedTicks = 0;
+        WatchForLeftOvers();
     }
 }
 
@@ -196,6 +197,7 @@ void WpaSuppThread::TickStopping()
     associated = false;
     DeleteWpaCtl(); // Finds nothing any more: kept as it is.
     Reinit();
+    process.reset();
     if (!startPending)
         return;
     // The stop was that of the supplicant before: the one launched since then is still to be connected to.
@@ -219,13 +221,17 @@ void WpaSuppThread::TickStarting()
 
 void WpaSuppThread::TickRunning()
 {
-    NoticeDeadSupplicant();
+    NoticeLostControl();
+    if (NoticesDeath())
+        return;
     const bool wasOpen = IsControlOpen();
-    if (wasOpen)
+    if (wasOpen) {
         CheckStatusIfRequested();
+        WatchForSilence();
+    }
     const bool isOpen = wasOpen || ReopenControl();
     if (isOpen || !GivesUpWithoutControl())
-        CountUnassociatedTicks();
+        CountUnassociatedTicks(isOpen);
     if (isOpen)
         openFailures = 0;
     ReportBadPassword();
@@ -233,7 +239,7 @@ void WpaSuppThread::TickRunning()
 
 bool WpaSuppThread::ReopenControl()
 {
-    if (control && control->openControlInterface(interface)) {
+    if (OpenControl()) {
         checkStatusRequested = false;
         CheckStatus();
         return true;
@@ -256,12 +262,16 @@ bool WpaSuppThread::GivesUpWithoutControl()
     return true;
 }
 
-void WpaSuppThread::CountUnassociatedTicks()
+void WpaSuppThread::CountUnassociatedTicks(bool isOpen)
 {
     if (associated) {
         unassociatedTicks = 0;
-    } else if (++unassociatedTicks >= UNASSOCIATED_LIMIT) {
-        qDebug() << "wpa_supplicant can't connect to specified AP";
-        unassociatedTicks = 0;
+        return;
     }
+    if (++unassociatedTicks < UNASSOCIATED_LIMIT)
+        return;
+    qDebug() << "wpa_supplicant can't connect to specified AP";
+    // Without a connection the count is on its way to the stop, which an odd one would miss here.
+    if (isOpen)
+        unassociatedTicks = 0;
 }

@@ -3,12 +3,15 @@
 
 #pragma once
 
+#include "supplicantprocess.h"
+
 #include <QString>
 #include <QStringList>
 #include <QThread>
 
 #include <atomic>
 #include <memory>
+#include <optional>
 
 class Logging;
 class QTimer;
@@ -22,6 +25,7 @@ class WpaSupplicantControl;
 ///   wpasuppthread_start.cpp    stopping and launching the supplicant
 ///   wpasuppthread_control.cpp  the control connection
 ///   wpasuppthread_events.cpp   events, the status, the report of a wrong password
+///   wpasuppthread_process.cpp  the supplicant's process: its end, its silence, one that was left over
 class WpaSuppThread : public QThread
 {
     Q_OBJECT
@@ -120,7 +124,10 @@ private:
     void CreateWpaCtl();
     void DeleteWpaCtl();
     void RestartWpaCtl();
+    /// Opens the connection of the control object that there is, and takes note of who answers.
+    bool OpenControl();
     bool IsControlOpen() const;
+    void NoticeLostControl();
     QString SendCommand(const QString &command);
     void SendReconfigure();
 
@@ -129,6 +136,9 @@ private:
     void TickStopping();
     void TickStarting();
     void TickRunning();
+    bool ReopenControl();
+    bool GivesUpWithoutControl();
+    void CountUnassociatedTicks(bool isOpen);
 
     // Events and the status
     void CheckStatus();
@@ -140,11 +150,15 @@ private:
     void OnDisconnected();
     void OnEapFailure();
     void OnTerminating();
-    void NoticeDeadSupplicant();
-    bool ReopenControl();
-    bool GivesUpWithoutControl();
-    void CountUnassociatedTicks();
     void ReportBadPassword();
+
+    // The process
+    bool NoticesDeath();
+    void WatchForSilence();
+    void TellOfStoppedProcess(bool isStopped);
+    void EndSilentSupplicant();
+    void WatchForLeftOvers();
+    void EndLeftOvers();
 
     Logging *log;                                          ///< kept: the lines go through Log
     QString requestedInterface;                            ///< of the last Start()
@@ -179,6 +193,11 @@ private:
     /// A supplicant was launched and has no control connection yet. Unlike the requests above it survives
     /// the stop that the launch itself asked for.
     bool startPending = false;
+
+    std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it
+    int silentTicks = 0;                      ///< since it was last heard
+    bool stopTold = false;                    ///< the log's last word about it is that it is stopped
+    int idleTicks = 0;                        ///< since the process began, until the first start
 
     static WpaSuppThread *_me;
     std::atomic<int> waitingTicks{0}; ///< for the main thread, the one that it carries out included

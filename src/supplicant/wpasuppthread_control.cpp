@@ -17,7 +17,7 @@ void WpaSuppThread::CreateWpaCtl()
     control.reset(new WpaSupplicantControl(nullptr));
     connect(control.get(), &WpaSupplicantControl::MessageReady, this, &WpaSuppThread::MessageReceived);
     interface.remove(WpaSupplicantControl::CtrlInterfaceDir);
-    const bool opened = control->openControlInterface(interface);
+    const bool opened = OpenControl();
     badPassword = false;
     Log(Level::TRACE) << "WpaSuppThread::CreateWpaCtl() Open wpactl" << interface << opened;
 }
@@ -38,6 +38,17 @@ void WpaSuppThread::RestartWpaCtl()
     Log(Level::TRACE) << "WpaSuppThread::RestartWpaCtl  Complete";
 }
 
+bool WpaSuppThread::OpenControl()
+{
+    if (!control || !control->openControlInterface(interface))
+        return false;
+    if (const pid_t id = control->PeerId(); id > 0)
+        process.emplace(id);
+    silentTicks = 0;
+    stopTold = false;
+    return true;
+}
+
 bool WpaSuppThread::IsControlOpen() const
 {
     return control && control->isCtrlOpen();
@@ -45,7 +56,10 @@ bool WpaSuppThread::IsControlOpen() const
 
 QString WpaSuppThread::SendCommand(const QString &command)
 {
-    return control ? control->SendCommand(command) : WpaSupplicantControl::ERROR_PREFIX;
+    const QString reply = control ? control->SendCommand(command) : WpaSupplicantControl::ERROR_PREFIX;
+    if (!reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
+        silentTicks = 0;
+    return reply;
 }
 
 void WpaSuppThread::SendReconfigure()
@@ -59,8 +73,7 @@ void WpaSuppThread::LetGo()
         control->Disconnect();
 }
 
-/// A supplicant that was killed says nothing, and nothing is sent to one that has nothing to do.
-void WpaSuppThread::NoticeDeadSupplicant()
+void WpaSuppThread::NoticeLostControl()
 {
     if (!IsControlOpen())
         return;

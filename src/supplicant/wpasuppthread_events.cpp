@@ -15,6 +15,7 @@ const QString BAD_PASSWORD = QStringLiteral("BadPassword");
 
 void WpaSuppThread::MessageReceived(const QString &message)
 {
+    silentTicks = 0;
     if (message.startsWith(QLatin1String("<3>CTRL-EVENT-SSID-TEMP-DISABLED")))
         OnSsidTemporarilyDisabled(message);
     else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-CONNECTED")))

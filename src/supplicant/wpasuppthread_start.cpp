@@ -75,6 +75,7 @@ void WpaSuppThread::TakeOverRequest()
     method = requestedMethod;
     associated = false;
     ssid.clear();
+    process.reset();
     openFailures = 0;
     unassociatedTicks = 0;
 }
@@ -106,6 +107,7 @@ void WpaSuppThread::LaunchSupplicant()
     wired = IsWiredDriver(driver);
     Log(Level::TRACE) << " WpaSuppThread::Start execute" << program << arguments;
     Log(Level::TRACE) << " WpaSuppThread::Start Driver=" << driver << wired;
+    EndLeftOvers();
     const QStringList response = Utils::Execute(program, arguments, false);
     // A supplicant that starts has nothing to say; a port that nobody authenticates starts one every minute.
     const bool isSilent = response.join(QString()).trimmed().isEmpty();

@@ -10,7 +10,9 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <vector>
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -175,19 +177,26 @@ void FakeSupplicant::Deliver(const QByteArray &datagram, const sockaddr_un &clie
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-FakeSupplicantProcess::FakeSupplicantProcess()
+FakeSupplicantProcess::FakeSupplicantProcess(const QStringList &options)
 {
+    QList<QByteArray> arguments{"wpa_supplicant", "-B", "-iwlan0", "-c/tmp/wpa_supplicant.conf"};
+    for (const QString &option : options)
+        arguments << option.toLocal8Bit();
+    std::vector<char *> pointers;
+    for (QByteArray &argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+
     int ready[2];
-    if (pipe(ready) != 0)
+    if (pipe2(ready, O_CLOEXEC) != 0)
         qFatal("FakeSupplicantProcess: %s", strerror(errno));
     pid = fork();
     if (pid < 0)
         qFatal("FakeSupplicantProcess: %s", strerror(errno));
     if (pid == 0) {
-        FakeSupplicant supplicant;
-        close(ready[1]);
-        for (;;)
-            pause();
+        dup2(ready[1], STDOUT_FILENO);
+        execv(FAKE_SUPPLICANT_PROGRAM, pointers.data());
+        _exit(127);
     }
     close(ready[1]);
     char byte;
@@ -201,6 +210,26 @@ FakeSupplicantProcess::~FakeSupplicantProcess()
     waitpid(pid, nullptr, 0);
 }
 
+bool FakeSupplicantProcess::HasEnded(std::chrono::milliseconds limit) const
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    siginfo_t info{};
+    while (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
+           info.si_pid != pid) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+void FakeSupplicantProcess::Kill()
+{
+    kill(pid, SIGKILL);
+    siginfo_t info{};
+    waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+}
+
 void FakeSupplicantProcess::Stop()
 {
     kill(pid, SIGSTOP);
@@ -211,4 +240,17 @@ void FakeSupplicantProcess::Continue()
 {
     kill(pid, SIGCONT);
     waitpid(pid, nullptr, WCONTINUED);
+}
+
+void FakeSupplicantProcess::CloseSocket()
+{
+    kill(pid, SIGUSR1);
+    const QByteArray path = FakeSupplicant::SocketPath(QStringLiteral("wlan0")).toLocal8Bit();
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
+    const int probe = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    while (connect(probe, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
+        std::this_thread::sleep_for(PAUSE);
+    close(probe);
 }

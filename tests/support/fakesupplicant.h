@@ -10,6 +10,7 @@
 #include <QStringList>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <thread>
 
@@ -76,19 +77,26 @@ private:
     std::thread thread;
 };
 
-/// A FakeSupplicant on wlan0 in a process of its own, for what is done to processes. To be made while the
-/// test has no other thread, as it forks.
+/// A FakeSupplicant on wlan0 in a process of its own, for what is done to processes. Its command line is that
+/// of a supplicant that the daemon launched, and the given options (fakesupplicantmain.cpp).
 class FakeSupplicantProcess
 {
 public:
-    FakeSupplicantProcess();
+    explicit FakeSupplicantProcess(const QStringList &options = {});
     ~FakeSupplicantProcess();
     FakeSupplicantProcess(const FakeSupplicantProcess &) = delete;
     FakeSupplicantProcess &operator=(const FakeSupplicantProcess &) = delete;
 
-    /// Return when it has happened.
+    pid_t Id() const { return pid; }
+    bool HasEnded(std::chrono::milliseconds limit = std::chrono::milliseconds(0)) const;
+
+    // These return when it has happened.
     void Stop();
     void Continue();
+    /// Nobody has waited for the process afterwards: it is a zombie.
+    void Kill();
+    /// The process lives on.
+    void CloseSocket();
 
 private:
     pid_t pid;

@@ -55,6 +55,7 @@ public:
         driver = driverName;
     }
     void UseMethod(const QString &name) { method = name; }
+    void UseConfiguration(const QString &path) { configurationPath = path; }
     void UseDebugLevel(int level) { debugLevel = level; }
 
     void Become(const State &state) { SetState(*this, state); }
@@ -68,6 +69,7 @@ public:
         openFailures = failures;
         unassociatedTicks = ticks;
     }
+    void NoteSilence(int ticks) { silentTicks = ticks; }
     void NoteAcknowledged(bool is) { terminateAcknowledged = is; }
     /// As a launch leaves it to the next tick.
     void ExpectSupplicant() { startingSupplicant = true; }

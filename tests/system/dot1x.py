@@ -4,7 +4,6 @@
 certificates, and a view of the supplicants that run."""
 
 import os
-import signal
 from pathlib import Path
 
 from harness import (DEBUG_FLAG, LOG, Cable, SystemTest, addresses, end_process, holds_for, logged_at, network, read,
@@ -24,6 +23,8 @@ GAVE_UP = " failed to connect, Stopping wpa_supplicant"
 IN_FALLBACK = "Corvi::WiredNetworkSetup:: Set in fallback mode"
 FORCED_FALLBACK = "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback"
 GONE = "WpaSupplicantControl -- Nobody answers any more at"
+TERMINATING = "WpaSuppThread::MessageReceived -- Terminating"
+LEFT_OVER = "WpaSuppThread -- Ending a supplicant that was left over"
 
 
 def make_authority(name):
@@ -161,6 +162,11 @@ def supplicants():
     return [int(pid) for pid in pids]
 
 
+def zombies():
+    """Processes that have ended and that nobody waited for."""
+    return [line for line in run("ps", "-e", "-o", "stat=,comm=").splitlines() if line.startswith("Z")]
+
+
 def socket_files(daemon):
     """The daemon's own ends of control connections."""
     return list(Path("/tmp").glob(f"wpa_ctrl_{daemon.pid}-*"))
@@ -218,13 +224,16 @@ class Dot1xTest(SystemTest):
         self.wait_authenticated(daemon)
         self.wait_address("eth0", self.server.serves)
 
-    def signal_supplicant(self, number):
+    def only_supplicant(self):
+        """The process id of the one supplicant that runs."""
         pids = supplicants()
         self.assertEqual(len(pids), 1, "exactly one supplicant runs")
-        os.kill(pids[0], number)
-        if number in (signal.SIGKILL, signal.SIGTERM):
-            wait_for("supplicant gone", lambda: pids[0] not in supplicants())
         return pids[0]
+
+    def signal_supplicant(self, number):
+        pid = self.only_supplicant()
+        os.kill(pid, number)
+        return pid
 
     def explain_failure(self, failures_before):
         super().explain_failure(failures_before)
@@ -246,5 +255,8 @@ class SupervisedTest(Dot1xTest):
 
     def is_authenticated_again(self, timeout=60):
         self.wait_authenticated(self.daemon, count=2, timeout=timeout)
+        self.is_alone()
+
+    def is_alone(self):
         holds_for("one supplicant and one connection",
                   lambda: len(supplicants()) == 1 and len(socket_files(self.daemon)) == 1, 3)

@@ -2,13 +2,11 @@
 # Copyright (c) 2026 The Corvi developers
 """A supplicant that is in the way of a start: stopped, missing, or left behind by an earlier daemon."""
 
-import os
 import signal
-import time
 from pathlib import Path
 
-from dot1x import ATTACHED, GAVE_UP, Dot1xTest, peap, socket_files, supplicants
-from harness import LOG, holds_for, main, wait_for, write_store
+from dot1x import GAVE_UP, LEFT_OVER, Dot1xTest, peap, socket_files, supplicants
+from harness import LOG, holds_for, main, wait_for, wired, write_store
 
 PROGRAM = Path("/usr/sbin/wpa_supplicant")
 
@@ -20,17 +18,15 @@ class StoppedInTheWay(Dot1xTest):
         write_store(peap())
         daemon = self.start_daemon()
         self.wait_authenticated(daemon)
-        stopped = self.signal_supplicant(signal.SIGSTOP)
-        begin = time.monotonic()
+        self.signal_supplicant(signal.SIGSTOP)
         self.port.pull()
         daemon.wait_logged("Wired Device Connected 0")
         self.port.plug()
-        # It cannot hear that it is to end: the daemon waits 10 s for that reply, and 10 s for the one to DETACH.
-        time.sleep(max(0.0, begin + 20 - time.monotonic()))
-        os.kill(stopped, signal.SIGCONT)
 
+        # It cannot hear that it is to end: the daemon waits 10 s for that reply, and 10 s for the one to DETACH.
         self.wait_authenticated(daemon, count=2, timeout=100)
-        wait_for("one supplicant", lambda: len(supplicants()) == 1)
+
+        self.assertTrue(daemon.logged(LEFT_OVER))
         holds_for("one supplicant", lambda: len(supplicants()) == 1, 3)
 
 
@@ -52,7 +48,8 @@ class Missing(Dot1xTest):
 
 
 class LeftBehind(Dot1xTest):
-    def test_supplicant_of_an_earlier_daemon(self):
+    def restarted(self, *networks):
+        """An authenticated daemon dies; its successor finds these networks. The supplicant of the first one."""
         self.switch_port()
         self.authenticator()
         write_store(peap())
@@ -60,14 +57,27 @@ class LeftBehind(Dot1xTest):
         self.wait_authenticated(daemon)
         daemon.process.kill()
         daemon.wait_end()
-        self.assertEqual(len(supplicants()), 1)
+        old = self.only_supplicant()
         LOG.unlink()
+        write_store(*networks)
+        return self.start_daemon(), old
 
-        daemon = self.start_daemon()
+    def test_is_replaced(self):
+        daemon, old = self.restarted(peap())
 
-        daemon.wait_logged(ATTACHED, timeout=40)
-        holds_for("one supplicant", lambda: len(supplicants()) == 1, 5)
+        self.wait_authenticated(daemon)
+
+        self.assertTrue(daemon.logged(f"{LEFT_OVER}, process {old}"))
+        self.assertNotEqual(self.only_supplicant(), old)
         self.assertEqual(len(socket_files(daemon)), 1)
+
+    def test_ends_when_nobody_needs_one(self):
+        daemon, old = self.restarted(wired())
+
+        # A minute after the start, and not before.
+        holds_for("the supplicant", lambda: supplicants() == [old], 45)
+        wait_for("no supplicant", lambda: not supplicants(), 45)
+        self.assertTrue(daemon.logged(f"{LEFT_OVER}, process {old}"))
 
 
 if __name__ == "__main__":

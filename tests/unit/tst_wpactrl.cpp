@@ -137,8 +137,7 @@ private slots:
     void seesAPeerWhoseNameWasRemoved();
     void sendsNothingToLook();
     void seesTheLifeOfAnAbstractPeer();
-    void seesAStoppedPeer();
-    void knowsNoPeerBeforeItsFirstReply();
+    void namesTheProcessThatReplies();
 };
 
 void TestWpaCtrl::init()
@@ -659,28 +658,15 @@ void TestWpaCtrl::seesTheLifeOfAnAbstractPeer()
     QVERIFY(!wpa_ctrl_peer_alive(ctrl.get()));
 }
 
-void TestWpaCtrl::seesAStoppedPeer()
+void TestWpaCtrl::namesTheProcessThatReplies()
 {
     FakeSupplicantProcess supplicant;
     const Ctrl ctrl = Open();
+    QCOMPARE(ctrl->peer, 0);
+
     QCOMPARE(wpa_ctrl_attach(ctrl.get()), 0);
-    QCOMPARE(wpa_ctrl_peer_stopped(ctrl.get()), std::optional<bool>(false));
 
-    supplicant.Stop();
-    QCOMPARE(wpa_ctrl_peer_stopped(ctrl.get()), std::optional<bool>(true));
-    QVERIFY(wpa_ctrl_peer_alive(ctrl.get()));
-
-    supplicant.Continue();
-    QCOMPARE(wpa_ctrl_peer_stopped(ctrl.get()), std::optional<bool>(false));
-}
-
-void TestWpaCtrl::knowsNoPeerBeforeItsFirstReply()
-{
-    FakeSupplicantProcess supplicant;
-    const Ctrl ctrl = Open();
-    supplicant.Stop();
-
-    QCOMPARE(wpa_ctrl_peer_stopped(ctrl.get()), std::nullopt);
+    QCOMPARE(ctrl->peer, supplicant.Id());
 }
 
 QTEST_GUILESS_MAIN(TestWpaCtrl)

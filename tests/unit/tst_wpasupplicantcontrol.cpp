@@ -91,7 +91,6 @@ private slots:
     void noticesADeadSupplicant();
     void leavesALiveSupplicantAlone();
     void keepsTheConnectionWhenTheNameIsGone();
-    void tellsOnceThatTheSupplicantIsStopped();
     void opensToASuccessor();
     void leavesNothingAfterManyOpenings();
 };
@@ -513,32 +512,6 @@ void TestWpaSupplicantControl::keepsTheConnectionWhenTheNameIsGone()
     // Told once.
     QCOMPARE(TestSupport::LogText().count('\n'), 1);
     QVERIFY(TestSupport::LogText().contains("The name is gone, the connection goes on"));
-}
-
-void TestWpaSupplicantControl::tellsOnceThatTheSupplicantIsStopped()
-{
-    FakeSupplicantProcess supplicant;
-    OpenControl control;
-    TestSupport::ClearLog();
-
-    supplicant.Stop();
-    for (int i = 0; i < 10; ++i)
-        control.CheckPeer();
-
-    QVERIFY(control.isCtrlOpen());
-    QCOMPARE(TestSupport::LogText().count('\n'), 1);
-    QVERIFY(TestSupport::LogText().contains("WpaSupplicantControl -- The supplicant is stopped and answers "
-                                            "nobody at /var/run/wpa_supplicant/wlan0"));
-    TestSupport::ClearLog();
-
-    supplicant.Continue();
-    for (int i = 0; i < 10; ++i)
-        control.CheckPeer();
-
-    QCOMPARE(TestSupport::LogText().count('\n'), 1);
-    QVERIFY(TestSupport::LogText().contains(
-        "WpaSupplicantControl -- The supplicant goes on at /var/run/wpa_supplicant/wlan0"));
-    QCOMPARE(control.SendCommand(QStringLiteral("PING")), QStringLiteral("OK\n"));
 }
 
 void TestWpaSupplicantControl::opensToASuccessor()

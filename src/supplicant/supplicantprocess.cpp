@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "supplicantprocess.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStringList>
+
+#include <cerrno>
+#include <utility>
+
+#include <poll.h>
+#include <unistd.h>
+
+// glibc 2.36 declares these without saying that they are C.
+extern "C" {
+#include <sys/pidfd.h>
+}
+
+namespace {
+
+QString ProcFile(pid_t id, const char *name)
+{
+    return QStringLiteral("/proc/%1/%2").arg(QString::number(id), QLatin1String(name));
+}
+
+QByteArray ReadProcFile(pid_t id, const char *name)
+{
+    QFile file(ProcFile(id, name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+SupplicantProcess::SupplicantProcess(pid_t processId)
+    : id(processId), descriptor(pidfd_open(processId, 0)), wasGone(descriptor < 0 && errno == ESRCH)
+{
+}
+
+SupplicantProcess::~SupplicantProcess()
+{
+    if (descriptor >= 0)
+        close(descriptor);
+}
+
+SupplicantProcess::SupplicantProcess(SupplicantProcess &&other) noexcept
+    : id(other.id), descriptor(std::exchange(other.descriptor, -1)), wasGone(other.wasGone)
+{
+}
+
+SupplicantProcess &SupplicantProcess::operator=(SupplicantProcess &&other) noexcept
+{
+    std::swap(id, other.id);
+    std::swap(descriptor, other.descriptor);
+    std::swap(wasGone, other.wasGone);
+    return *this;
+}
+
+std::vector<SupplicantProcess> SupplicantProcess::FindWith(const QString &configurationPath)
+{
+    std::vector<SupplicantProcess> found;
+    const QStringList names = QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs);
+    for (const QString &name : names) {
+        SupplicantProcess process(name.toInt());
+        if (process.IsLaunchedWith(configurationPath))
+            found.push_back(std::move(process));
+    }
+    return found;
+}
+
+bool SupplicantProcess::HasEndedWithin(std::chrono::milliseconds limit) const
+{
+    if (descriptor < 0)
+        return wasGone;
+    // Readable once the process has ended (pidfd_open(2)).
+    pollfd entry{descriptor, POLLIN, 0};
+    return poll(&entry, 1, static_cast<int>(limit.count())) > 0;
+}
+
+std::optional<bool> SupplicantProcess::IsStopped() const
+{
+    // "PID (NAME) STATE ...", and a name may hold anything (proc(5)).
+    const QByteArray text = ReadProcFile(id, "stat");
+    const int nameEnd = text.lastIndexOf(')');
+    if (nameEnd < 0 || HasEnded())
+        return std::nullopt;
+    return text.mid(nameEnd, 3) == ") T";
+}
+
+bool SupplicantProcess::IsLaunchedWith(const QString &configurationPath) const
+{
+    const QList<QByteArray> arguments = ReadProcFile(id, "cmdline").split('\0');
+    const QByteArray program = arguments.first().mid(arguments.first().lastIndexOf('/') + 1);
+    return program.startsWith("wpa_supplicant") &&
+           arguments.contains("-c" + configurationPath.toLocal8Bit()) &&
+           QFileInfo(ProcFile(id, "")).ownerId() == geteuid() && !HasEnded();
+}
+
+void SupplicantProcess::SendSignal(int number) const
+{
+    if (descriptor >= 0)
+        (void)pidfd_send_signal(descriptor, number, nullptr, 0); // One that ends by itself is as good.
+}

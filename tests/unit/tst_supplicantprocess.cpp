@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "supplicantprocess.h"
+
+#include "fakesupplicant.h"
+
+#include <QTest>
+
+#include <csignal>
+#include <memory>
+
+#include <unistd.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
+
+} // namespace
+
+class TestSupplicantProcess : public QObject
+{
+    Q_OBJECT
+private slots:
+    void seesTheEndOfAProcess();
+    void knowsAProcessThatEndedBeforeItWasHeld();
+    void seesAStoppedProcess();
+    void knowsItsOwnByCommandLine();
+    void findsItsOwn();
+    void endsAProcess();
+    void canBeMoved();
+};
+
+void TestSupplicantProcess::seesTheEndOfAProcess()
+{
+    FakeSupplicantProcess supplicant;
+    const SupplicantProcess process(supplicant.Id());
+    QVERIFY(!process.HasEnded());
+    QVERIFY(!process.HasEndedWithin(20ms));
+
+    supplicant.Kill();
+
+    // A zombie by now.
+    QVERIFY(process.HasEnded());
+}
+
+void TestSupplicantProcess::knowsAProcessThatEndedBeforeItWasHeld()
+{
+    auto supplicant = std::make_unique<FakeSupplicantProcess>();
+    const pid_t id = supplicant->Id();
+    supplicant.reset();
+
+    const SupplicantProcess process(id);
+
+    QVERIFY(process.HasEnded());
+    QCOMPARE(process.IsStopped(), std::nullopt);
+}
+
+void TestSupplicantProcess::seesAStoppedProcess()
+{
+    FakeSupplicantProcess supplicant;
+    const SupplicantProcess process(supplicant.Id());
+    QCOMPARE(process.IsStopped(), std::optional<bool>(false));
+
+    supplicant.Stop();
+    QCOMPARE(process.IsStopped(), std::optional<bool>(true));
+    QVERIFY(!process.HasEnded());
+
+    supplicant.Continue();
+    QCOMPARE(process.IsStopped(), std::optional<bool>(false));
+
+    supplicant.Kill();
+    QCOMPARE(process.IsStopped(), std::nullopt);
+}
+
+void TestSupplicantProcess::knowsItsOwnByCommandLine()
+{
+    FakeSupplicantProcess supplicant;
+    const SupplicantProcess process(supplicant.Id());
+
+    QVERIFY(process.IsLaunchedWith(CONFIGURATION));
+    // Another file, and another program.
+    QVERIFY(!process.IsLaunchedWith(QStringLiteral("/etc/wpa_supplicant.conf")));
+    QVERIFY(!process.IsLaunchedWith(QStringLiteral("/tmp/wpa_supplicant")));
+    QVERIFY(!SupplicantProcess(getpid()).IsLaunchedWith(CONFIGURATION));
+
+    supplicant.Kill();
+    QVERIFY(!process.IsLaunchedWith(CONFIGURATION));
+}
+
+void TestSupplicantProcess::findsItsOwn()
+{
+    QVERIFY(SupplicantProcess::FindWith(CONFIGURATION).empty());
+    FakeSupplicantProcess supplicant;
+
+    const std::vector<SupplicantProcess> found = SupplicantProcess::FindWith(CONFIGURATION);
+
+    QCOMPARE(found.size(), size_t(1));
+    QCOMPARE(found.front().Id(), supplicant.Id());
+    QVERIFY(SupplicantProcess::FindWith(QStringLiteral("/etc/wpa_supplicant.conf")).empty());
+}
+
+void TestSupplicantProcess::endsAProcess()
+{
+    FakeSupplicantProcess supplicant;
+    const SupplicantProcess process(supplicant.Id());
+
+    process.SendSignal(SIGTERM);
+
+    QVERIFY(process.HasEndedWithin(5s));
+}
+
+void TestSupplicantProcess::canBeMoved()
+{
+    FakeSupplicantProcess supplicant;
+    SupplicantProcess first(supplicant.Id());
+
+    SupplicantProcess second(std::move(first));
+    SupplicantProcess third(getpid());
+    third = std::move(second);
+    supplicant.Kill();
+
+    QCOMPARE(third.Id(), supplicant.Id());
+    QVERIFY(third.HasEnded());
+}
+
+QTEST_GUILESS_MAIN(TestSupplicantProcess)
+#include "tst_supplicantprocess.moc"

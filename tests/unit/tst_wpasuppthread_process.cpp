@@ -1,0 +1,306 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+// The supplicant's process: its end, its silence, one that was left over.
+
+#include "fakesupplicant.h"
+#include "logging.h"
+#include "testsupport.h"
+#include "wpasuppthreadpeer.h"
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
+
+} // namespace
+
+class TestWpaSuppThreadProcess : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void takesADeathForATerminatingEvent();
+    void noticesADeathAfterTheSocketWasLost();
+    void staysWithAProcessThatLostItsSocket();
+    void noticesNoDeathOfTheOneBefore();
+
+    void tellsOnceThatTheSupplicantIsStopped();
+    void asksAfterFourSilentMinutes();
+    void countsEveryWordAsASign_data();
+    void countsEveryWordAsASign();
+    void asksNothingOfAStoppedSupplicant();
+    void replacesASupplicantThatAnswersNobody_data();
+    void replacesASupplicantThatAnswersNobody();
+    void leavesTheProcessesOfOthersAlone();
+
+    void endsALeftOverBeforeItLaunches_data();
+    void endsALeftOverBeforeItLaunches();
+    void endsALeftOverThatNobodyReplaces();
+    void leavesASupplicantThatRunsAlone();
+
+private:
+    std::unique_ptr<FakeSupplicantProcess> supplicant;
+    std::unique_ptr<WpaSuppThreadPeer> supervisor;
+};
+
+void TestWpaSuppThreadProcess::init()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
+    TestSupport::ClearLog();
+    TestSupport::ClearJournal();
+    TestSupport::WriteFile(CONFIGURATION, "ctrl_interface=/var/run/wpa_supplicant\n");
+    supplicant = std::make_unique<FakeSupplicantProcess>();
+    supervisor = std::make_unique<WpaSuppThreadPeer>();
+}
+
+void TestWpaSuppThreadProcess::cleanup()
+{
+    supplicant.reset();
+    supervisor.reset();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+}
+
+void TestWpaSuppThreadProcess::takesADeathForATerminatingEvent()
+{
+    supervisor->Supervise();
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    TestSupport::ClearLog();
+
+    supplicant->Kill();
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsStopRequested());
+    QVERIFY(!supervisor->IsAssociated());
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread -- The supplicant has died on wlan0 \n"));
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread::MessageReceived -- Terminating \n"));
+    supervisor->Tick();
+    QVERIFY(!supervisor->IsRunning() && !supervisor->IsRestarting());
+    QVERIFY(!supervisor->Control());
+    QCOMPARE(changes.size(), 0);
+    // Nothing is run for it.
+    QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+void TestWpaSuppThreadProcess::noticesADeathAfterTheSocketWasLost()
+{
+    supervisor->Supervise();
+    supplicant->CloseSocket();
+    supervisor->Tick(7); // Past the one in which the control object is made anew.
+    QVERIFY(!supervisor->IsStopRequested());
+
+    supplicant->Kill();
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsStopRequested());
+}
+
+void TestWpaSuppThreadProcess::staysWithAProcessThatLostItsSocket()
+{
+    supervisor->Supervise();
+    supplicant->CloseSocket();
+
+    supervisor->Tick(30);
+    QVERIFY(!supervisor->IsStopRequested());
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsStopRequested());
+    QVERIFY(TestSupport::LogText().contains(" failed to connect, Stopping wpa_supplicant"));
+    QVERIFY(!TestSupport::LogText().contains("Terminating"));
+}
+
+void TestWpaSuppThreadProcess::noticesNoDeathOfTheOneBefore()
+{
+    supervisor->Supervise();
+    supervisor->Stop(WpaSuppThread::STOP_FALLBACK);
+    supervisor->Tick();
+    supplicant->Kill();
+    FakeSupplicant successor;
+    TestSupport::ClearLog();
+
+    supervisor->Supervise();
+    supervisor->Tick(3);
+
+    QVERIFY(!supervisor->IsStopRequested());
+    QVERIFY(!TestSupport::LogText().contains("died"));
+}
+
+void TestWpaSuppThreadProcess::tellsOnceThatTheSupplicantIsStopped()
+{
+    supervisor->Supervise();
+    TestSupport::ClearLog();
+
+    supplicant->Stop();
+    supervisor->Tick(10);
+
+    QVERIFY(supervisor->IsControlOpen());
+    QCOMPARE(TestSupport::LogText().count('\n'), 1);
+    QVERIFY(TestSupport::LogText().contains(
+        "WpaSuppThread -- The supplicant is stopped and answers nobody on wlan0"));
+    TestSupport::ClearLog();
+
+    supplicant->Continue();
+    supervisor->Tick(10);
+
+    QCOMPARE(TestSupport::LogText().count('\n'), 1);
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread -- The supplicant goes on, on wlan0"));
+}
+
+void TestWpaSuppThreadProcess::asksAfterFourSilentMinutes()
+{
+    FakeSupplicant answering;
+    supervisor->Supervise();
+    answering.ClearCommands();
+
+    supervisor->Tick(239);
+    QCOMPARE(answering.Commands(), QStringList());
+    supervisor->Tick();
+    QCOMPARE(answering.Commands(), QStringList{"PING"});
+
+    // The answer counts: the silence begins anew.
+    supervisor->Tick(239);
+    QCOMPARE(answering.Commands(), QStringList{"PING"});
+    supervisor->Tick();
+    QCOMPARE(answering.Commands(), (QStringList{"PING", "PING"}));
+}
+
+void TestWpaSuppThreadProcess::countsEveryWordAsASign_data()
+{
+    QTest::addColumn<bool>("event");
+    QTest::newRow("an event") << true;
+    QTest::newRow("a status") << false;
+}
+
+void TestWpaSuppThreadProcess::countsEveryWordAsASign()
+{
+    QFETCH(bool, event);
+    FakeSupplicant answering;
+    supervisor->Supervise();
+    supervisor->Tick(239);
+    answering.ClearCommands();
+
+    if (event)
+        supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-STARTED"));
+    else
+        supervisor->CheckStatus();
+    supervisor->Tick(239);
+
+    QVERIFY(!answering.Commands().contains(QStringLiteral("PING")));
+}
+
+void TestWpaSuppThreadProcess::asksNothingOfAStoppedSupplicant()
+{
+    supervisor->Supervise();
+    supplicant->Stop();
+
+    supervisor->Tick(299);
+
+    QVERIFY(!supplicant->HasEnded());
+    supplicant->Continue();
+    supervisor->Tick();
+    // It was asked in that tick, and answered.
+    supervisor->Tick(239);
+    QVERIFY(!supplicant->HasEnded());
+    QVERIFY(!TestSupport::LogText().contains("killed"));
+}
+
+void TestWpaSuppThreadProcess::replacesASupplicantThatAnswersNobody_data()
+{
+    QTest::addColumn<bool>("isStopped");
+    QTest::newRow("stopped for good") << true;
+    QTest::newRow("deaf") << false;
+}
+
+void TestWpaSuppThreadProcess::replacesASupplicantThatAnswersNobody()
+{
+    QFETCH(bool, isStopped);
+    supplicant.reset();
+    supplicant = std::make_unique<FakeSupplicantProcess>(QStringList{"--silent=PING", "--ignore-term"});
+    supervisor->Supervise();
+    if (isStopped)
+        supplicant->Stop();
+    supervisor->NoteSilence(298);
+
+    supervisor->Tick();
+    QVERIFY(!supplicant->HasEnded());
+    supervisor->Tick();
+
+    QVERIFY(supplicant->HasEnded(5s));
+    QVERIFY(TestSupport::LogText().contains(
+        "WpaSuppThread -- The supplicant has answered nobody for 300 s and is killed, to be started anew on "
+        "wlan0 \n"));
+    supervisor->Tick(2);
+    QVERIFY(!supervisor->IsRunning());
+}
+
+void TestWpaSuppThreadProcess::leavesTheProcessesOfOthersAlone()
+{
+    supervisor->Supervise();
+    supervisor->UseConfiguration(QStringLiteral("/etc/wpa_supplicant.conf"));
+    supplicant->Stop();
+
+    supervisor->Tick(400);
+
+    QVERIFY(!supplicant->HasEnded());
+}
+
+void TestWpaSuppThreadProcess::endsALeftOverBeforeItLaunches_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<bool>("isStopped");
+    QTest::newRow("one that listens") << QStringList() << false;
+    QTest::newRow("one on another interface") << QStringList{"-ieth0"} << false;
+    QTest::newRow("one that does not listen") << QStringList{"--ignore-term"} << false;
+    QTest::newRow("one that is stopped") << QStringList() << true;
+}
+
+void TestWpaSuppThreadProcess::endsALeftOverBeforeItLaunches()
+{
+    QFETCH(QStringList, options);
+    QFETCH(bool, isStopped);
+    supplicant.reset();
+    supplicant = std::make_unique<FakeSupplicantProcess>(options);
+    if (isStopped)
+        supplicant->Stop();
+
+    supervisor->LaunchSupplicant();
+
+    QVERIFY(supplicant->HasEnded());
+    QCOMPARE(TestSupport::Journal().size(), 1);
+    QVERIFY(TestSupport::LogText().contains(
+        QStringLiteral("WpaSuppThread -- Ending a supplicant that was left over, process %1 \n")
+            .arg(supplicant->Id())));
+}
+
+void TestWpaSuppThreadProcess::endsALeftOverThatNobodyReplaces()
+{
+    supervisor->Tick(59);
+    QVERIFY(!supplicant->HasEnded());
+
+    supervisor->Tick();
+
+    QVERIFY(supplicant->HasEnded());
+}
+
+void TestWpaSuppThreadProcess::leavesASupplicantThatRunsAlone()
+{
+    supervisor->Supervise();
+
+    supervisor->Tick(200);
+
+    QVERIFY(!supplicant->HasEnded());
+}
+
+QTEST_GUILESS_MAIN(TestWpaSuppThreadProcess)
+#include "tst_wpasuppthread_process.moc"
