@@ -35,11 +35,11 @@ int WepKeyLength(const QString &value)
     // supplicant drops the backslash.
     static const QRegularExpression escape(QStringLiteral("\\\\([\\\\\"enrt]|x[0-9A-Fa-f]{2})"));
     if (IsQuoted(value))
-        return value.toUtf8().size() - 2;
+        return int(value.toUtf8().size()) - 2;
     if (!value.startsWith(QLatin1Char('P')) || !IsQuoted(value.mid(1)))
-        return digits.match(value).hasMatch() ? value.size() / 2 : -1;
+        return digits.match(value).hasMatch() ? int(value.size()) / 2 : -1;
     const QString text = value.mid(2, value.size() - 3).replace(escape, QStringLiteral("x"));
-    return text.contains(QLatin1Char('\\')) ? -1 : text.toUtf8().size();
+    return text.contains(QLatin1Char('\\')) ? -1 : int(text.toUtf8().size());
 }
 
 } // namespace
@@ -76,7 +76,7 @@ QString SupplicantValues::CommentProblem(const QString &value)
 
 QString SupplicantValues::SsidProblem(const QString &ssid)
 {
-    const int size = ssid.toUtf8().size();
+    const auto size = ssid.toUtf8().size();
     if (size == 0)
         return QStringLiteral("is empty, which stands for any network");
     return size <= SSID_LIMIT ? QString()
@@ -85,7 +85,7 @@ QString SupplicantValues::SsidProblem(const QString &ssid)
 
 QString SupplicantValues::PassphraseProblem(const QString &passphrase)
 {
-    const int size = passphrase.toUtf8().size();
+    const auto size = passphrase.toUtf8().size();
     return size >= 8 && size <= 63 ? QString() : QStringLiteral("is not from 8 to 63 bytes long");
 }
 

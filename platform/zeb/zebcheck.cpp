@@ -6,7 +6,6 @@
 #include "networknames.h"
 #include "securitymodes.h"
 #include "supplicantvalues.h"
-#include "zebnetwork.h"
 #include "zebproperties.h"
 
 #include <algorithm>
@@ -26,83 +25,63 @@ bool Has(const ZebNetwork &network, const char *property)
     return network.properties.contains(QLatin1String(property));
 }
 
-/// Checks one property after the other. Returns why the network must be left out, or nothing.
-QString CheckProperties(ZebNetwork &network, QStringList &problems)
+QString Quoted(const QString &text)
 {
-    QString refusal;
+    return QLatin1Char('"') + text + QLatin1Char('"');
+}
+
+/// The problems found in one network, in order.
+class Findings
+{
+public:
+    void Add(const QString &property, const QString &reason, ZebConsequence consequence)
+    {
+        // Names of properties come from outside and may be as long as the file.
+        problems.append({{}, {}, property.left(64), reason, consequence});
+    }
+    /// For what is missing: it may have been refused, which is told already.
+    void LeaveOut(const char *property, const QString &reason)
+    {
+        const QLatin1String key(property);
+        if (std::none_of(problems.begin(), problems.end(),
+                         [key](const ZebProblem &problem) { return problem.property == key; }))
+            Add(key, reason, ZebConsequence::NetworkLeftOut);
+    }
+    ZebProblems Take() const { return problems; }
+
+private:
+    ZebProblems problems;
+};
+
+void CheckProperties(ZebNetwork &network, Findings &findings)
+{
     for (auto property = network.properties.begin(); property != network.properties.end();) {
         const ZebProperty *known = ZebProperties::Find(property.key());
-        QString reason = ZebCheck::TextProblem(property.value());
+        QString reason = ZebCheck::TextProblem(*property);
         if (reason.isEmpty())
-            reason = known ? known->check(property.value()) : QStringLiteral("no such property");
+            reason = known ? known->check(*property) : QStringLiteral("no such property");
         if (reason.isEmpty()) {
             ++property;
             continue;
         }
-        reason = QStringLiteral("%1: %2").arg(property.key().left(64), reason);
-        if (known && known->isEssential)
-            refusal = reason;
-        else
-            problems << reason +
-                            (known ? QStringLiteral("; its default is used") : QStringLiteral("; not used"));
+        const ZebConsequence consequence = !known               ? ZebConsequence::NotUsed
+                                           : known->isEssential ? ZebConsequence::NetworkLeftOut
+                                                                : ZebConsequence::DefaultUsed;
+        findings.Add(property.key(), reason, consequence);
         property = network.properties.erase(property);
     }
-    return refusal;
 }
 
-void CheckHosts(QStringList &hosts, QStringList &problems)
+void CheckMode(const SecurityMode *mode, bool isWired, const ZebNetwork &network, Findings &findings)
 {
-    const auto isRefused = [&problems](const QString &line) {
-        // The fields of a hosts file are often set apart by tabs.
-        QString reason = ZebCheck::TextProblem(QString(line).replace(QLatin1Char('\t'), QLatin1Char(' ')));
-        if (!reason.isEmpty())
-            problems << QStringLiteral("hosts: %1; this line is not used").arg(reason);
-        return !reason.isEmpty();
-    };
-    hosts.erase(std::remove_if(hosts.begin(), hosts.end(), isRefused), hosts.end());
+    const QString stored = Value(network, "securityMode");
+    if (mode || stored.isEmpty())
+        return;
+    findings.Add(QStringLiteral("securityMode"), Quoted(stored) + QStringLiteral(" is not known"),
+                 isWired ? ZebConsequence::NoSupplicantBlock : ZebConsequence::CountsAsUnsecured);
 }
 
-/// Why a network with this mode cannot work with the rest of the definition, or nothing.
-QString WirelessProblem(const SecurityMode *mode, const ZebNetwork &network)
-{
-    const ModeKind kind = mode ? mode->kind : ModeKind::Unsecured;
-    if (kind != ModeKind::Wired && !Has(network, "ssid"))
-        return QStringLiteral("no ssid, and its name is not that of a wired network (lan..., wiredeth...)");
-    if (kind == ModeKind::Wep && !Has(network, "wepKey"))
-        return QStringLiteral("no wepKey");
-    if ((kind == ModeKind::Psk || kind == ModeKind::Sae) && !Has(network, "passphrase"))
-        return QStringLiteral("no passphrase");
-    const QString problem = SupplicantValues::PassphraseProblem(Value(network, "passphrase"));
-    if (kind == ModeKind::Psk && !problem.isEmpty())
-        return QStringLiteral("passphrase: ") + problem;
-    return QString();
-}
-
-/// Why a text that the supplicant's block would hold between quotes does not stay there, or nothing.
-QString QuotedTextProblem(const SecurityMode *mode, bool isWired, const ZebNetwork &network)
-{
-    const bool hasBlockOfMode = mode && isWired == (mode->kind == ModeKind::Wired);
-    for (auto property = network.properties.begin(); property != network.properties.end(); ++property) {
-        const bool isSsid = !isWired && property.key() == QLatin1String("ssid");
-        if (!isSsid && !(hasBlockOfMode && mode->Quotes(property.key())))
-            continue;
-        const QString problem =
-            SupplicantValues::CommentProblem(QLatin1Char('"') + *property + QLatin1Char('"'));
-        if (!problem.isEmpty())
-            return property.key() + QStringLiteral(": ") + problem;
-    }
-    return QString();
-}
-
-QString StaticAddressProblem(const ZebNetwork &network)
-{
-    if (Value(network, "staticIp") != QLatin1String("true"))
-        return QString();
-    const bool isComplete = Has(network, "ipAddress") && Has(network, "netmask");
-    return isComplete ? QString() : QStringLiteral("staticIp without a valid ipAddress and netmask");
-}
-
-void CheckCipher(const SecurityMode *mode, ZebNetwork &network, QStringList &problems)
+void CheckCipher(const SecurityMode *mode, ZebNetwork &network, Findings &findings)
 {
     const auto cipher = network.properties.find(QStringLiteral("cipher"));
     if (!mode || mode->kind != ModeKind::CipherChoice || cipher == network.properties.end())
@@ -110,8 +89,48 @@ void CheckCipher(const SecurityMode *mode, ZebNetwork &network, QStringList &pro
     const QString problem = SupplicantValues::CipherProblem(*cipher);
     if (problem.isEmpty())
         return;
-    problems << QStringLiteral("cipher: \"%1\" %2; its default is used").arg(*cipher, problem);
+    findings.Add(cipher.key(), Quoted(*cipher) + QLatin1Char(' ') + problem, ZebConsequence::DefaultUsed);
     network.properties.erase(cipher);
+}
+
+void CheckStaticAddress(const ZebNetwork &network, Findings &findings)
+{
+    const bool isComplete = Has(network, "ipAddress") && Has(network, "netmask");
+    if (Value(network, "staticIp") == QLatin1String("true") && !isComplete)
+        findings.LeaveOut("staticIp", QStringLiteral("stands without a valid ipAddress and netmask"));
+}
+
+/// Whether what the mode needs is there.
+void CheckWireless(const SecurityMode *mode, const ZebNetwork &network, Findings &findings)
+{
+    const ModeKind kind = mode ? mode->kind : ModeKind::Unsecured;
+    if (kind != ModeKind::Wired && !Has(network, "ssid"))
+        findings.LeaveOut("ssid",
+                          QStringLiteral("is missing, and the network's name is not that of a wired one "
+                                         "(lan..., wiredeth...)"));
+    if (kind == ModeKind::Wep && !Has(network, "wepKey"))
+        findings.LeaveOut("wepKey", QStringLiteral("is missing"));
+    if (kind != ModeKind::Psk && kind != ModeKind::Sae)
+        return;
+    if (!Has(network, "passphrase"))
+        findings.LeaveOut("passphrase", QStringLiteral("is missing"));
+    else if (const QString problem = SupplicantValues::PassphraseProblem(Value(network, "passphrase"));
+             kind == ModeKind::Psk && !problem.isEmpty())
+        findings.LeaveOut("passphrase", problem);
+}
+
+/// Whether the texts that the supplicant's block will hold between quotes stay there.
+void CheckQuotedTexts(const SecurityMode *mode, bool isWired, const ZebNetwork &network, Findings &findings)
+{
+    const bool hasBlockOfMode = mode && isWired == (mode->kind == ModeKind::Wired);
+    for (auto property = network.properties.begin(); property != network.properties.end(); ++property) {
+        const bool isSsid = !isWired && property.key() == QLatin1String("ssid");
+        if (!isSsid && !(hasBlockOfMode && mode->Quotes(property.key())))
+            continue;
+        const QString problem = SupplicantValues::CommentProblem(Quoted(*property));
+        if (!problem.isEmpty())
+            findings.Add(property.key(), problem, ZebConsequence::NetworkLeftOut);
+    }
 }
 
 } // namespace
@@ -123,27 +142,17 @@ QString ZebCheck::TextProblem(const QString &text)
     return SupplicantValues::TextProblem(text);
 }
 
-bool ZebCheck::CheckNetwork(ZebNetwork &network, QStringList &problems)
+ZebProblems ZebCheck::CheckNetwork(ZebNetwork &network)
 {
-    QString refusal = CheckProperties(network, problems);
-    CheckHosts(network.hosts, problems);
-
+    Findings findings;
+    CheckProperties(network, findings);
+    const SecurityMode *mode = FindSecurityMode(Value(network, "securityMode"));
     const bool isWired = HasWiredName(Value(network, "name"));
-    const QString securityMode = Value(network, "securityMode");
-    const SecurityMode *mode = FindSecurityMode(securityMode);
-    if (!mode && !securityMode.isEmpty())
-        problems << QStringLiteral("securityMode: \"%1\" is not known, %2")
-                        .arg(securityMode, isWired ? QStringLiteral("the supplicant gets nothing")
-                                                   : QStringLiteral("the network counts as unsecured"));
-    CheckCipher(mode, network, problems);
-
-    if (refusal.isEmpty())
-        refusal = StaticAddressProblem(network);
-    if (refusal.isEmpty() && !isWired)
-        refusal = WirelessProblem(mode, network);
-    if (refusal.isEmpty())
-        refusal = QuotedTextProblem(mode, isWired, network);
-    if (!refusal.isEmpty())
-        problems << QStringLiteral("left out: ") + refusal;
-    return refusal.isEmpty();
+    CheckMode(mode, isWired, network, findings);
+    CheckCipher(mode, network, findings);
+    CheckStaticAddress(network, findings);
+    if (!isWired)
+        CheckWireless(mode, network, findings);
+    CheckQuotedTexts(mode, isWired, network, findings);
+    return findings.Take();
 }

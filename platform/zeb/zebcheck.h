@@ -3,10 +3,10 @@
 
 #pragma once
 
-#include <QString>
-#include <QStringList>
+#include "zebnetwork.h"
+#include "zebproblem.h"
 
-struct ZebNetwork;
+#include <QString>
 
 /// What the store accepts. A text that gets past these checks can stand in a line of wpa_supplicant's
 /// configuration or of a system file and stays within that line, and wpa_supplicant takes it for what it is:
@@ -17,9 +17,10 @@ namespace ZebCheck {
 /// character or a line or paragraph separator.
 QString TextProblem(const QString &text);
 
-/// Takes the properties that are not valid out of the network, so that they have their defaults, and tells
-/// each in `problems`. False when the network must be left out: it cannot work without what is missing, or
-/// the default of what was refused would join another network or with less security.
-[[nodiscard]] bool CheckNetwork(ZebNetwork &network, QStringList &problems);
+/// Takes the properties that are not valid out of the network, so that they have their defaults. The problems
+/// have neither their place nor the network's name, which the caller knows. With one that leaves the network
+/// out it cannot be used: it does not work without what is missing, or the default of what was refused would
+/// join another network or with less security.
+ZebProblems CheckNetwork(ZebNetwork &network);
 
 } // namespace ZebCheck

@@ -6,10 +6,28 @@
 #include "zebcheck.h"
 
 #include <QXmlStreamReader>
+#include <QXmlStreamWriter>
 
+#include <algorithm>
 #include <optional>
 
 namespace {
+
+const QString NAME = QStringLiteral("name");
+const QString HOSTS = QStringLiteral("hosts");
+
+/// The texts of elements, each with its place.
+struct Texts
+{
+    QMap<QString, QString> values;
+    QMap<QString, ZebPlace> places;
+};
+
+/// Behind the start tag that was just read: there its text begins.
+ZebPlace PlaceOf(const QXmlStreamReader &xml)
+{
+    return {xml.lineNumber(), xml.columnNumber() + 1};
+}
 
 /// The text of the current element; nothing when there are elements inside.
 std::optional<QString> ReadText(QXmlStreamReader &xml)
@@ -33,94 +51,132 @@ QString Shortened(const QString &elementName)
     return elementName.left(64);
 }
 
-void ReadTextInto(QMap<QString, QString> &texts, QXmlStreamReader &xml, QStringList &problems)
+void ReadTextInto(Texts &texts, QXmlStreamReader &xml, ZebProblems &problems)
 {
     const QString key = xml.name().toString();
+    const ZebPlace place = PlaceOf(xml);
     const std::optional<QString> text = ReadText(xml);
-    if (!text)
-        problems << Shortened(key) + QStringLiteral(": has elements inside, not used");
-    else if (texts.contains(key))
-        problems << Shortened(key) + QStringLiteral(": stands there again, the first one holds");
-    else if (!text->isEmpty())
-        texts.insert(key, *text);
+    if (!text) {
+        problems.append(
+            {place, {}, Shortened(key), QStringLiteral("has elements inside"), ZebConsequence::NotUsed});
+    } else if (texts.values.contains(key)) {
+        problems.append(
+            {place, {}, Shortened(key), QStringLiteral("stands there again"), ZebConsequence::FirstHolds});
+    } else if (!text->isEmpty()) {
+        texts.values.insert(key, *text);
+        texts.places.insert(key, place);
+    }
 }
 
-void ReadHosts(QStringList &hosts, QXmlStreamReader &xml, QStringList &problems)
+/// Why a line cannot stand in the hosts file, or nothing. Its fields are often set apart by tabs.
+QString HostProblem(const std::optional<QString> &line)
+{
+    if (!line)
+        return QStringLiteral("a host has elements inside");
+    return ZebCheck::TextProblem(QString(*line).replace(QLatin1Char('\t'), QLatin1Char(' ')));
+}
+
+void ReadHosts(QStringList &hosts, QXmlStreamReader &xml, ZebProblems &problems)
 {
     while (xml.readNextStartElement()) {
+        const ZebPlace place = PlaceOf(xml);
         const bool isHost = xml.name() == QLatin1String("host");
-        const std::optional<QString> text = ReadText(xml);
-        if (isHost && text) {
-            if (!text->isEmpty())
-                hosts << *text;
-        } else {
-            problems << QStringLiteral("hosts: an element that is not a plain host is not used");
-        }
+        const std::optional<QString> line = ReadText(xml);
+        const QString reason = isHost ? HostProblem(line) : QStringLiteral("an element that is not a host");
+        if (!reason.isEmpty())
+            problems.append({place, {}, HOSTS, reason, ZebConsequence::NotUsed});
+        else if (!line->isEmpty())
+            hosts << *line;
     }
 }
 
-void AddNetwork(ZebDocument &document, ZebNetwork &network, QStringList &problems)
+bool IsLeftOut(const ZebProblems &problems)
 {
-    const QString name = network.properties.value(QStringLiteral("name"));
-    if (document.networks.contains(name)) {
-        problems << QStringLiteral("left out: the name is taken by an earlier network");
-        return;
+    return std::any_of(problems.begin(), problems.end(), [](const ZebProblem &problem) {
+        return problem.consequence == ZebConsequence::NetworkLeftOut;
+    });
+}
+
+/// Why a network cannot have this name, or nothing.
+QString NameProblem(const ZebDocument &document, const QString &name)
+{
+    if (name.isEmpty())
+        return QStringLiteral("is missing");
+    if (document.networks.contains(name))
+        return QStringLiteral("is taken by an earlier network");
+    return ZebCheck::TextProblem(name);
+}
+
+void ReadNetwork(ZebDocument &document, QXmlStreamReader &xml, ZebProblems &problems)
+{
+    const ZebPlace place = PlaceOf(xml);
+    ZebNetwork network;
+    Texts texts;
+    ZebProblems found;
+    while (xml.readNextStartElement()) {
+        if (xml.name() == HOSTS)
+            ReadHosts(network.hosts, xml, found);
+        else
+            ReadTextInto(texts, xml, found);
     }
-    if (!ZebCheck::CheckNetwork(network, problems))
+
+    const QString name = texts.values.value(NAME);
+    network.properties = texts.values;
+    const QString nameProblem = NameProblem(document, name);
+    if (!nameProblem.isEmpty())
+        found.append({{}, {}, NAME, nameProblem, ZebConsequence::NetworkLeftOut});
+    else
+        found += ZebCheck::CheckNetwork(network);
+
+    for (ZebProblem &problem : found) {
+        problem.network = ZebCheck::TextProblem(name).isEmpty() ? name : QString();
+        if (problem.place.line == 0)
+            problem.place = texts.places.value(problem.property, place);
+    }
+    problems += found;
+    if (IsLeftOut(found))
         return;
     document.networkNames << name;
     document.networks.insert(name, network);
 }
 
-void ReadNetwork(ZebDocument &document, QXmlStreamReader &xml, QStringList &problems)
+void CheckSettings(Texts &settings, ZebProblems &problems)
 {
-    const qint64 line = xml.lineNumber();
-    ZebNetwork network;
-    QStringList found;
-    while (xml.readNextStartElement()) {
-        if (xml.name() == QLatin1String("hosts"))
-            ReadHosts(network.hosts, xml, found);
-        else
-            ReadTextInto(network.properties, xml, found);
-    }
-
-    const QString name = network.properties.value(QStringLiteral("name"));
-    const QString reason = name.isEmpty() ? QStringLiteral("is empty") : ZebCheck::TextProblem(name);
-    if (!reason.isEmpty()) {
-        problems << QStringLiteral("the network in line %1 is left out: its name %2").arg(line).arg(reason);
-        return;
-    }
-    AddNetwork(document, network, found);
-    for (const QString &problem : qAsConst(found))
-        problems << QStringLiteral("network \"%1\": %2").arg(name, problem);
-}
-
-void CheckSettings(QMap<QString, QString> &settings, QStringList &problems)
-{
-    for (auto setting = settings.begin(); setting != settings.end();) {
-        const QString reason = ZebCheck::TextProblem(setting.value());
+    for (auto setting = settings.values.begin(); setting != settings.values.end();) {
+        const QString reason = ZebCheck::TextProblem(*setting);
         if (reason.isEmpty()) {
             ++setting;
             continue;
         }
-        problems << QStringLiteral("%1: %2, not used").arg(Shortened(setting.key()), reason);
-        setting = settings.erase(setting);
+        problems.append({settings.places.value(setting.key()),
+                         {},
+                         Shortened(setting.key()),
+                         reason,
+                         ZebConsequence::NotUsed});
+        setting = settings.values.erase(setting);
     }
 }
 
-/// Whether more than 16 KiB go by without the start of a tag; a '<' cannot stand inside one, a '>' can, in an
-/// attribute's value. The reader's time grows with the square of the number of attributes: 4 MiB of them in
-/// one tag would hold the program up for minutes.
-bool HasOverlongTag(const QByteArray &bytes)
+/// Where more than 16 KiB go by without the start of a tag, or -1; a '<' cannot stand inside one, a '>' can,
+/// in an attribute's value. The reader's time grows with the square of the number of attributes: 4 MiB of
+/// them in one tag would hold the program up for minutes.
+int OverlongTag(const QByteArray &bytes)
 {
     constexpr int LIMIT = 16 * 1024;
     for (int begin = 0; bytes.size() - begin > LIMIT;) {
-        const int start = bytes.lastIndexOf('<', begin + LIMIT);
+        const int start = int(bytes.lastIndexOf('<', begin + LIMIT));
         if (start < begin)
-            return true;
+            return begin;
         begin = start + 1;
     }
-    return false;
+    return -1;
+}
+
+ZebPlace PlaceIn(const QByteArray &bytes, int offset)
+{
+    const QByteArray before = bytes.left(offset);
+    const int lineStart = int(before.lastIndexOf('\n')) + 1;
+    return {before.count('\n') + 1, QString::fromUtf8(before.mid(lineStart)).size() + 1};
 }
 
 void FindRoot(QXmlStreamReader &xml)
@@ -131,30 +187,75 @@ void FindRoot(QXmlStreamReader &xml)
     }
 }
 
+void WriteNetwork(QXmlStreamWriter &xml, const ZebNetwork &network)
+{
+    xml.writeStartElement(QStringLiteral("network"));
+    for (auto property = network.properties.begin(); property != network.properties.end(); ++property)
+        xml.writeTextElement(property.key(), *property);
+    if (!network.hosts.isEmpty()) {
+        xml.writeStartElement(HOSTS);
+        for (const QString &host : network.hosts)
+            xml.writeTextElement(QStringLiteral("host"), host);
+        xml.writeEndElement();
+    }
+    xml.writeEndElement();
+}
+
 } // namespace
 
-bool ZebDocument::Parse(const QByteArray &bytes, QStringList &problems, QString &error)
+bool ZebDocument::Parse(const QByteArray &bytes, ZebProblems &problems)
 {
-    if (HasOverlongTag(bytes)) {
-        error = QStringLiteral("a tag or a text is longer than 16 KiB");
+    const auto refuse = [&problems](const ZebPlace &place, const QString &reason) {
+        problems.append({place, {}, {}, reason, ZebConsequence::DocumentRefused});
         return false;
-    }
+    };
+    const int overlongTag = OverlongTag(bytes);
+    if (overlongTag != -1)
+        return refuse(PlaceIn(bytes, overlongTag), QStringLiteral("a tag or a text is longer than 16 KiB"));
+
     QXmlStreamReader xml(bytes);
+    Texts read;
     FindRoot(xml);
     while (xml.readNextStartElement()) {
         if (xml.name() == QLatin1String("network"))
             ReadNetwork(*this, xml, problems);
         else
-            ReadTextInto(settings, xml, problems);
+            ReadTextInto(read, xml, problems);
     }
     while (!xml.atEnd())
         xml.readNext();
-    CheckSettings(settings, problems);
-    if (!xml.hasError())
-        return true;
-    error = QStringLiteral("line %1, column %2: %3")
-                .arg(xml.lineNumber())
-                .arg(xml.columnNumber())
-                .arg(xml.errorString());
-    return false;
+    CheckSettings(read, problems);
+    settings = read.values;
+    return !xml.hasError() || refuse({xml.lineNumber(), xml.columnNumber()}, xml.errorString());
+}
+
+void ZebDocument::KeepLastGood(const ZebDocument &earlier, ZebProblems &problems)
+{
+    // Where one of two definitions of a name is good, it is in force.
+    const QHash<QString, ZebNetwork> good = networks;
+    for (ZebProblem &problem : problems) {
+        const auto lastGood = earlier.networks.constFind(problem.network);
+        if (problem.consequence != ZebConsequence::NetworkLeftOut ||
+            lastGood == earlier.networks.constEnd() || good.contains(problem.network))
+            continue;
+        problem.consequence = ZebConsequence::LastGoodNetworkUsed;
+        if (!networks.contains(problem.network))
+            networkNames << problem.network;
+        networks.insert(problem.network, *lastGood);
+    }
+}
+
+QByteArray ZebDocument::ToXml() const
+{
+    QByteArray bytes;
+    QXmlStreamWriter xml(&bytes);
+    xml.setAutoFormatting(true);
+    xml.writeStartDocument();
+    xml.writeStartElement(QStringLiteral("networkconfig"));
+    for (auto setting = settings.begin(); setting != settings.end(); ++setting)
+        xml.writeTextElement(setting.key(), *setting);
+    for (const QString &name : networkNames)
+        WriteNetwork(xml, networks.value(name));
+    xml.writeEndDocument();
+    return bytes;
 }

@@ -76,7 +76,7 @@ private:
     void Refuse(const QString &reason);
     void Warn(const QString &text) const
     {
-        qCWarning(zebLog, "%s: %s", nativePath.constData(), qUtf8Printable(text));
+        qCWarning(zebLog, "ZebStore::Section - %s: %s", nativePath.constData(), qUtf8Printable(text));
     }
 
     const QString filePath;
@@ -140,14 +140,14 @@ void CachedSection::Reload()
 void CachedSection::Take(const QByteArray &contents)
 {
     ZebDocument parsed;
-    QStringList problems;
-    QString error;
-    if (!parsed.Parse(contents, problems, error)) {
-        Refuse(error);
+    ZebProblems problems;
+    if (!parsed.Parse(contents, problems)) {
+        Refuse(problems.constLast().Text());
         return;
     }
-    for (const QString &problem : problems.mid(0, PROBLEM_LIMIT))
-        Warn(problem);
+    parsed.KeepLastGood(document, problems);
+    for (const ZebProblem &problem : problems.mid(0, PROBLEM_LIMIT))
+        Warn(problem.Text());
     if (problems.size() > PROBLEM_LIMIT)
         Warn(QStringLiteral("%1 more problems").arg(problems.size() - PROBLEM_LIMIT));
     document = parsed;

@@ -21,11 +21,11 @@ void Require(bool isTrue)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     ZebDocument document;
-    QStringList problems;
-    QString error;
+    ZebProblems problems;
     const auto bytes = QByteArray::fromRawData(reinterpret_cast<const char *>(data), static_cast<int>(size));
-    if (!document.Parse(bytes, problems, error)) {
-        Require(!error.isEmpty());
+    if (!document.Parse(bytes, problems)) {
+        Require(problems.constLast().consequence == ZebConsequence::DocumentRefused &&
+                !problems.constLast().reason.isEmpty());
         return 0;
     }
 
@@ -41,7 +41,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     for (const QString &value : qAsConst(document.settings))
         Require(ZebCheck::TextProblem(value).isEmpty());
-    for (const QString &problem : qAsConst(problems))
-        Require(!problem.contains(QLatin1Char('\n')));
+    for (const ZebProblem &problem : qAsConst(problems))
+        Require(!problem.Text().contains(QLatin1Char('\n')) && problem.place.line > 0);
+
+    ZebDocument again;
+    ZebProblems toldAgain;
+    Require(again.Parse(document.ToXml(), toldAgain) && again.settings == document.settings &&
+            again.networkNames == document.networkNames);
+    for (const ZebProblem &problem : qAsConst(toldAgain))
+        Require(problem.property == QLatin1String("securityMode"));
+    for (const QString &name : qAsConst(document.networkNames))
+        Require(again.networks.value(name).properties == document.networks.value(name).properties &&
+                again.networks.value(name).hosts == document.networks.value(name).hosts);
     return 0;
 }

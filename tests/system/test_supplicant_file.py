@@ -82,7 +82,7 @@ class SupplicantFile(SystemTest):
 
         self.wait_written(f'ssid="{SSID}"')
         self.assertEqual(read(SUPPLICANT_FILE).count("network={"), 1)
-        daemon.wait_logged("network \"Bad\": left out: identity: holds a number sign after a quote")
+        daemon.wait_logged("network \"Bad\": identity: holds a number sign after a quote")
         daemon.wait_logged("Short")
 
     def test_no_secret_is_shown_and_the_file_is_private(self):

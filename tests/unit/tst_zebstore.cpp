@@ -34,6 +34,12 @@ void LetTheFileSettle()
     QTest::qSleep(30);
 }
 
+/// What is told of a fault of the store.
+QString Fault(const QString &text)
+{
+    return "ZebStore::Section - " + TestSupport::STORE_FILE + ": " + text;
+}
+
 const char *StorePath()
 {
     static const QByteArray path = TestSupport::STORE_FILE.toUtf8();
@@ -75,6 +81,7 @@ private Q_SLOTS:
     void mendedFileIsTaken_data();
     void mendedFileIsTaken();
     void problemsAreToldOncePerChange();
+    void badNetworkKeepsItsLastGoodDefinition();
     void sameTextWrittenAgainIsNotToldAgain();
     void manyProblemsAreBounded();
     void symbolicLinkIsFollowed();
@@ -107,8 +114,9 @@ void TestZebStore::sectionNeverSeenIsEmptyAndToldOnce()
         QCOMPARE(ZebXmlConfig().GetConfig("user/never", "key", false, "default", false), "default");
 
     QCOMPARE(warnings->Take(),
-             QStringList{"/tmp/config/xmlconfig/user/never: No such file or directory; nothing "
-                         "is configured"});
+             QStringList{
+                 "ZebStore::Section - /tmp/config/xmlconfig/user/never: No such file or directory; nothing "
+                 "is configured"});
 }
 
 void TestZebStore::seesEveryChange_data()
@@ -199,8 +207,7 @@ void TestZebStore::badFileKeepsTheLastGoodContents()
     LetTheFileSettle();
     QCOMPARE(Names(), QStringList{"lan"});
 
-    QCOMPARE(warnings->Take(),
-             QStringList{TestSupport::STORE_FILE + ": " + reason + "; what was read before stays in force"});
+    QCOMPARE(warnings->Take(), QStringList{Fault(reason + "; what was read before stays in force")});
 }
 
 void TestZebStore::fileOf4MiBIsTaken()
@@ -226,8 +233,8 @@ void TestZebStore::fileIsReadOnceThatIsPossibleAgain()
             for (int call = 0; call < 3; ++call)
                 QCOMPARE(Names(), before);
         }
-        QCOMPARE(warnings->Take(), QStringList{TestSupport::STORE_FILE +
-                                               ": Too many open files; what was read before stays in force"});
+        QCOMPARE(warnings->Take(),
+                 QStringList{Fault("Too many open files; what was read before stays in force")});
 
         QVERIFY(Names() != before);
     }
@@ -263,14 +270,40 @@ void TestZebStore::problemsAreToldOncePerChange()
         QCOMPARE(Names(), QStringList{"lan"});
     QCOMPARE(
         warnings->Take(),
-        QStringList{
-            TestSupport::STORE_FILE +
-            ": network \"lan\": mtu: \"9\" is not a whole number from 68 to 65535; its default is used"});
+        QStringList{Fault("line 1, column 34: network \"lan\": mtu: \"9\" is not a whole number from 68 to "
+                          "65535; its default is used")});
 
     LetTheFileSettle();
     TestSupport::WriteStore(bad + " ");
     QCOMPARE(Names(), QStringList{"lan"});
     QCOMPARE(warnings->Take().size(), 1);
+}
+
+void TestZebStore::badNetworkKeepsItsLastGoodDefinition()
+{
+    const auto mtu = [] {
+        ZebNetConfig config(nullptr);
+        return config.Load("lan", false) ? config.mtu : QString("no such network");
+    };
+    const auto write = [](const QByteArray &mtuText, const QByteArray &rest) {
+        LetTheFileSettle();
+        TestSupport::WriteStore("<c><network><name>lan</name><mtu>" + mtuText + "</mtu>" + rest +
+                                "</network></c>");
+    };
+    write("1400", "");
+    QCOMPARE(mtu(), QString("1400"));
+
+    // Two edits that are bad, then one that is good.
+    for (const char *edit : {"1300", "1200"}) {
+        write(edit, "<wepKey>x</wepKey>");
+        QCOMPARE(mtu(), QString("1400"));
+        QCOMPARE(warnings->Take().filter("the network's last good definition stays in force").size(), 1);
+    }
+    write("1100", "");
+    QCOMPARE(mtu(), QString("1100"));
+
+    TestSupport::WriteStore("<c/>");
+    QCOMPARE(mtu(), QString("no such network"));
 }
 
 void TestZebStore::sameTextWrittenAgainIsNotToldAgain()

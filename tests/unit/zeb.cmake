@@ -4,6 +4,7 @@
 # The insides of the bundled library; the device's own has none of them.
 if(NOT CORVI_DEVICE_ZEB)
     corvi_add_unit_test(tst_zebcert LIBS zeb)
+    corvi_add_unit_test(tst_zebcheck LIBS zebdocument)
     corvi_add_unit_test(tst_zebdocument LIBS zebdocument)
     corvi_add_unit_test(tst_zebnetconfig LIBS zeb)
     corvi_add_unit_test(tst_zebnetstatus LIBS zeb)
