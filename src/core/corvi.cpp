@@ -101,13 +101,16 @@ void Corvi::Init()
 void Corvi::Stop(int status)
 {
     loopTimer->stop();
+    bool hasWorkerEnded = true;
     if (supThread) {
         supThread->Stop(WpaSuppThread::STOP_GIVEN_UP);
         supThread->exit(0);
-        // Its thread must have left its loop before the process takes down what the thread uses.
-        supThread->wait(QDeadlineTimer(THREAD_END_LIMIT));
+        hasWorkerEnded = supThread->wait(QDeadlineTimer(THREAD_END_LIMIT));
         supThread->LetGo();
     }
+    // The destructors of static objects would take from under a worker that still runs what it uses.
+    if (!hasWorkerEnded)
+        ::_exit(status);
     std::exit(status);
 }
 

@@ -7,7 +7,12 @@
 
 #include <QPointer>
 #include <QProcess>
+#include <QSemaphore>
 #include <QSharedMemory>
+#include <QThread>
+
+#include <cstdio>
+#include <cstdlib>
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -34,6 +39,8 @@ private Q_SLOTS:
     void destructionDeletesTheDevices();
     void stopEndsTheProcess_data();
     void stopEndsTheProcess();
+    void stopTearsNothingDownUnderTheWorker_data();
+    void stopTearsNothingDownUnderTheWorker();
 
     // Reload
     void reloadFileForcesOneRescan();
@@ -221,6 +228,28 @@ void TestCorviLife::stopEndsTheProcess()
     QCOMPARE(QDir("/tmp").entryList({"wpa_ctrl_*"}, QDir::System), QStringList());
 }
 
+void TestCorviLife::stopTearsNothingDownUnderTheWorker_data()
+{
+    QTest::addColumn<QString>("worker");
+    QTest::addColumn<bool>("isTornDown");
+    QTest::newRow("has ended") << "idle" << true;
+    QTest::newRow("still runs") << "busy" << false;
+}
+
+void TestCorviLife::stopTearsNothingDownUnderTheWorker()
+{
+    QFETCH(QString, worker);
+    QFETCH(bool, isTornDown);
+    QProcess process;
+
+    process.start(QCoreApplication::applicationFilePath(), {"--stop", "3", worker});
+
+    QVERIFY(process.waitForFinished(30000));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 3);
+    QCOMPARE(process.readAllStandardError().contains("torn down"), isTornDown);
+}
+
 void TestCorviLife::reloadFileForcesOneRescan()
 {
     WriteFile(DEBUG_FLAG, "");
@@ -328,16 +357,44 @@ void TestCorviLife::carrierFileCountsByItsExistence()
     QVERIFY(!corvi.CheckIfWirelessCarrierExists());
 }
 
+namespace {
+
+/// Keeps the supervisor's worker from leaving its event loop.
+void OccupyWorker()
+{
+    static QSemaphore isBusy;
+    auto *const work = new QObject;
+    work->moveToThread(WpaSuppThread::GetInstance());
+    QMetaObject::invokeMethod(
+        work,
+        [] {
+            isBusy.release();
+            QThread::sleep(60); // Longer than any process of a test lasts.
+        },
+        Qt::QueuedConnection);
+    isBusy.acquire();
+}
+
+/// A process of its own, for Stop() does not return.
+[[noreturn]] void RunAndStop(const QStringList &arguments)
+{
+    Corvi corvi(nullptr);
+    corvi.Start();
+    Supervisor::Connect();
+    if (arguments.value(3) == QLatin1String("busy"))
+        OccupyWorker();
+    // Called with the destructors of static objects.
+    std::atexit([] { std::fputs("torn down\n", stderr); });
+    corvi.Stop(arguments.value(2).toInt());
+}
+
+} // namespace
+
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    if (application.arguments().value(1) == QLatin1String("--stop")) {
-        // A process of its own, for Stop() does not return.
-        Corvi corvi(nullptr);
-        corvi.Start();
-        Supervisor::Connect();
-        corvi.Stop(application.arguments().value(2).toInt());
-    }
+    if (application.arguments().value(1) == QLatin1String("--stop"))
+        RunAndStop(application.arguments());
     TestCorviLife test;
     return QTest::qExec(&test, argc, argv);
 }
