@@ -75,6 +75,7 @@ void Corvi::Start()
 {
     log->LogMessage(QStringLiteral("Corvi::Start()"), false);
     loopTimer->start(TICK_INTERVAL);
+    serviceManager.TellReady();
 }
 
 void Corvi::Init()
@@ -135,6 +136,7 @@ void Corvi::CheckReload()
 
 void Corvi::LoopTimerTimeout()
 {
+    serviceManager.TellAlive();
     if (!loopStarted) {
         log->LogMessage(QStringLiteral("Corvi::LoopTimer started"), false);
         loopStarted = true;

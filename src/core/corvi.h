@@ -5,6 +5,7 @@
 
 #include "reportonce.h"
 #include "retrypause.h"
+#include "servicemanager.h"
 
 #include <QHash>
 #include <QObject>
@@ -153,6 +154,7 @@ private:
     bool modemStarted = false; ///< the modem in use was started and told to connect
     RetryPause wiredRetry;
     RetryPause wirelessRetry;
+    const ServiceManager serviceManager;
 
     // What is told of over and over while it lasts.
     ReportOnce rescanReport;

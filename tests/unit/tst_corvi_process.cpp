@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "managersocket.h"
 
 #include <QProcess>
 #include <QSharedMemory>
@@ -39,6 +40,7 @@ private Q_SLOTS:
     void secondDaemonAttachesToTheSegment();
     void eventsReachAListener();
     void argumentsAreUtf8InEveryLocale();
+    void serviceManagerHearsOfTheStartAndOfEveryTick();
 
 private:
     void Start(const QStringList &environment = {});
@@ -196,6 +198,16 @@ void TestCorviProcess::argumentsAreUtf8InEveryLocale()
     QVERIFY(QTest::qWaitFor([] { return !JournalOf("wpa_passphrase").isEmpty(); }, 5000));
     QVERIFY2(JournalOf("wpa_passphrase").first().contains(QString::fromUtf8("Caf\xc3\xa9")),
              qPrintable(JournalOf("wpa_passphrase").first()));
+}
+
+void TestCorviProcess::serviceManagerHearsOfTheStartAndOfEveryTick()
+{
+    ManagerSocket manager("/tmp/notify");
+    QVERIFY(manager.bound);
+    Start({"NOTIFY_SOCKET=/tmp/notify"});
+
+    QByteArray heard;
+    QTRY_COMPARE((heard += manager.Heard()).left(27), QByteArray("READY=1WATCHDOG=1WATCHDOG=1"));
 }
 
 QTEST_GUILESS_MAIN(TestCorviProcess)
