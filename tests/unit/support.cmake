@@ -4,5 +4,5 @@
 corvi_add_unit_test(tst_interfacekind LIBS support)
 corvi_add_unit_test(tst_logging LIBS support)
 corvi_add_unit_test(tst_reportonce LIBS support)
-corvi_add_unit_test(tst_servicemanager LIBS support)
+corvi_add_unit_test(tst_servicemanager LIBS support PLAIN)
 corvi_add_unit_test(tst_utils LIBS support)
