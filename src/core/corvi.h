@@ -47,6 +47,7 @@ public:
     void Init();
     /// The orderly shutdown; ends the process with `status` and does not return.
     [[noreturn]] void Stop(int status);
+    /// Sets off a rescan where the reload file asks for one, or wlan0 has come.
     void CheckReload();
     bool CheckIfWirelessCarrierExists() const;
 
@@ -71,6 +72,7 @@ public:
 
     // The supplicant (corvi_supplicant.cpp)
 
+    /// Takes the supervisor into use; later calls stop the supplicant before a start.
     void ReinitSupThread();
     /// The one place that (re)starts the supplicant; a start happens on a call made after the hold-off has
     /// been counted down.
@@ -80,11 +82,13 @@ public:
 
     // DHCP (corvi_dhcp.cpp)
 
-    /// Takes up address changes that the DHCP client's hook reports in /tmp/dhcp_event.
+    /// Takes up address changes that the DHCP client's hook reports in /tmp/dhcp_event. Called by nobody
+    /// here: kept as it is.
     void CheckDhcpEvent();
 
     // Status and events (corvi_status.cpp)
 
+    /// Ends the process with status 0 where the segment cannot be had.
     void InitSharedMemory();
     void ShareStatus(NetworkDevice *nd);
     /// Publishes the device's status and notifies the listener. Waits for the segment's lock without limit
@@ -99,18 +103,27 @@ public:
     static int conn_counter;
 
 signals:
-    void statusUpdate(QStringList status);
-    void postMessage(QStringList info);
-    void EventReady(int event, int status);
+    // All are emitted on the main thread. A slot must delete neither this object nor a device, so it must not
+    // rescan: the tick that emits goes on with the device.
+
+    void statusUpdate(QStringList status);  ///< never emitted: kept for those who connect to it
+    void postMessage(QStringList info);     ///< never emitted: kept for those who connect to it
+    void EventReady(int event, int status); ///< never emitted: kept for those who connect to it
+    /// The wired link came or went, or "/tmp/refresh_network" asked for its state. To ourselves: runs
+    /// onWiredStateChange() before it returns.
     void wiredStateChange(bool state);
 
 public slots:
+    /// An event of a device: published and sent before the device goes on.
     void onSendEventMessage(int event, int status, NetworkDevice *nd);
-    void onNetDeviceChange(NetworkDevice *nd);
+    void onNetDeviceChange(NetworkDevice *nd); ///< only logs; nothing is connected to it: kept as it is
+    /// The tick. Blocks for as long as the programs take that it runs.
     void LoopTimerTimeout();
+    /// Configures the device in use that the supplicant connected, wireless before wired.
     void onAssociatedChanged(bool state);
-    void onWifiConnected();
-    void onScanningFailed();
+    void onWifiConnected();  ///< only logs, and its signal is never emitted: kept as it is
+    void onScanningFailed(); ///< only logs; nothing is connected to it: kept as it is
+    /// Configures the wired device in use, or takes its addresses away.
     void onWiredStateChange(bool state);
 
 private:
@@ -122,39 +135,43 @@ private:
     /// Calls of ReconfigureWpa() that only count down before one that starts the supplicant.
     static constexpr int WPA_HOLDOFF_TICKS = 2;
 
-    // Data
-    QSharedMemory shm;
-    std::unique_ptr<QLocalSocket> eventSocket;
-    std::unique_ptr<QTimer> loopTimer;
+    // Data. All of it belongs to the main thread.
+
+    QSharedMemory shm;                         ///< the status, for other programs to read
+    std::unique_ptr<QLocalSocket> eventSocket; ///< to the listener, one connection an event
+    std::unique_ptr<QTimer> loopTimer;         ///< paces the tick
+    /// Ticks that wireless still has to wait for. Each tick with a wired link begins it anew.
     int wirelessDelayTicks = WIRELESS_DELAY_TICKS;
+    /// Calls of ReconfigureWpa() that still only count. A wired link that comes up begins it anew, and a
+    /// wireless device that needs a supplicant.
     int wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
-    bool loopStarted = false;
+    bool loopStarted = false; ///< there was a tick
     Logging *log;
-    QStringList allInterfaces;
-    QStringList wiredInterfaces;
-    QStringList wirelessInterfaces;
-    QStringList modemInterfaces;
+    QStringList allInterfaces;               ///< names that discovery took, sorted, like the next three
+    QStringList wiredInterfaces;             ///< the first that carries is used
+    QStringList wirelessInterfaces;          ///< the first is used
+    QStringList modemInterfaces;             ///< the first is used
     QStringList operstateFiles;              ///< grows with every rescan and is read by nobody: kept as it is
-    QHash<QString, NetworkDevice *> devices; ///< owned
-    bool wirelessFound = false;
-    bool forceRescan = true;
-    WpaSuppThread *supThread = nullptr;
-    NetworkDevice *wiredDevice = nullptr;
-    NetworkDevice *wirelessDevice = nullptr;
-    NetworkDevice *modemDevice = nullptr;
-    bool wpaConfUpdated = false;
-    bool wirelessConfigured = false;
-    bool reconfigureWpa = false;
-    bool wiredUp = false;
-    bool wiredPending = false;
-    QString wpaConfContents; ///< holds secrets: never logged
-    bool wirelessCarrierSeen = false;
-    bool bondingEnabled = false;
+    QHash<QString, NetworkDevice *> devices; ///< by name, owned; discovery makes them and deletes them
+    bool wirelessFound = false;              ///< by discovery; read by nobody: kept as it is
+    bool forceRescan = true;                 ///< the next tick rescans, whoever set it
+    WpaSuppThread *supThread = nullptr;      ///< the supervisor, not owned; set once
+    NetworkDevice *wiredDevice = nullptr;    ///< carries, or carried last; one of `devices`, as the next two
+    NetworkDevice *wirelessDevice = nullptr; ///< has its turn
+    NetworkDevice *modemDevice = nullptr;    ///< adopted by discovery, until it is given up
+    bool wpaConfUpdated = false;      ///< the supplicant's file was written since the last rescan, or tried
+    bool wirelessConfigured = false;  ///< the wireless device's supplicant was asked for
+    bool reconfigureWpa = false;      ///< the supplicant is to read its file anew; ends when it was told to
+    bool wiredUp = false;             ///< the wired link as last reported
+    bool wiredPending = false;        ///< never set: kept as it is
+    QString wpaConfContents;          ///< what the supplicant's file holds; has secrets: never logged
+    bool wirelessCarrierSeen = false; ///< the carrier file of wlan0 was there
+    bool bondingEnabled = false;      ///< wanted by the store at the last discovery
     std::unique_ptr<BondedDevice> bondedDevice;
     bool modemStarted = false; ///< the modem in use was started and told to connect
-    RetryPause wiredRetry;
-    RetryPause wirelessRetry;
-    const ServiceManager serviceManager;
+    RetryPause wiredRetry;     ///< of the wired device's DHCP attempts; a new link or device begins it anew
+    RetryPause wirelessRetry;  ///< of the wireless device's DHCP attempts
+    const ServiceManager serviceManager; ///< is told of the start and each tick
 
     // What is told of over and over while it lasts.
     ReportOnce rescanReport;
