@@ -12,7 +12,7 @@ QByteArray AskModemTool()
 {
     Program process;
     process.start(QStringLiteral("modem-tool.sh"), {QStringLiteral("status")});
-    process.waitForFinished(-1);
+    process.WaitForEnd(-1);
     return process.readAllStandardOutput();
 }
 

@@ -11,7 +11,7 @@ bool interfaceIsWireless(const QString &iface)
     Program process;
     // The blank belongs to the program string; QProcess takes it as part of the file name.
     process.start(QStringLiteral("iw "), {iface, QStringLiteral("info")});
-    if (!process.waitForFinished(PROGRAM_TIME_LIMIT_MS))
+    if (!process.WaitForEnd(PROGRAM_TIME_LIMIT_MS))
         return false;
     return process.readAllStandardOutput().split('\n').size() > 1;
 }

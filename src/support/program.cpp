@@ -3,8 +3,14 @@
 
 #include "program.h"
 
+#include "reportonce.h"
+
+#include <QHash>
+#include <QLoggingCategory>
+
 #include <chrono>
 #include <csignal>
+#include <mutex>
 
 #include <sys/types.h>
 #include <unistd.h>
@@ -13,6 +19,26 @@ namespace {
 
 /// A killed program ends at once unless the kernel holds it in a call, where waiting longer does not help.
 constexpr std::chrono::milliseconds KILL_TIME_LIMIT{1000};
+
+Q_LOGGING_CATEGORY(programLog, "corvi.program")
+
+/// What was told of each program, by fault.
+QHash<QString, QHash<QString, ReportOnce>> faultReports;
+std::mutex faultReportsMutex;
+
+void TellFault(const QString &program, const QString &fault)
+{
+    const std::lock_guard<std::mutex> lock(faultReportsMutex);
+    const auto telling = faultReports[program][fault].Tell(fault, ReportOnce::Time::clock::now());
+    if (telling.level == Level::NOTICE)
+        qCWarning(programLog).noquote() << program << fault << telling.Summary();
+}
+
+void ForgetFaults(const QString &program)
+{
+    const std::lock_guard<std::mutex> lock(faultReportsMutex);
+    faultReports.remove(program);
+}
 
 } // namespace
 
@@ -34,4 +60,25 @@ Program::~Program()
 void Program::setupChildProcess()
 {
     ::setpgid(0, 0);
+}
+
+bool Program::WaitForEnd(int limitMs)
+{
+    const bool hasEnded = waitForFinished(limitMs);
+    const QString fault = Fault(limitMs);
+    if (fault.isEmpty())
+        ForgetFaults(program());
+    else
+        TellFault(program(), fault);
+    return hasEnded;
+}
+
+/// Empty for a program that ended by itself, with any status.
+QString Program::Fault(int limitMs) const
+{
+    if (state() != NotRunning)
+        return QStringLiteral("is killed, it still ran after %1 s").arg(limitMs / 1000.0);
+    if (error() == FailedToStart)
+        return QStringLiteral("cannot be started: ") + errorString();
+    return exitStatus() == CrashExit ? QStringLiteral("crashed") : QString();
 }

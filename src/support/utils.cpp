@@ -45,7 +45,7 @@ QStringList Utils::Execute(const QString &program, const QStringList &arguments,
     Program process;
     SetEnvironment(process);
     process.start(program, arguments, QIODevice::ReadWrite);
-    process.waitForFinished(PROGRAM_TIME_LIMIT_MS);
+    process.WaitForEnd(PROGRAM_TIME_LIMIT_MS);
     return GetResults(&process);
 }
 
@@ -56,7 +56,7 @@ QStringList Utils::ExecuteMerged(const QString &program, const QStringList &argu
     SetEnvironment(process);
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(program, arguments, QIODevice::ReadWrite);
-    process.waitForFinished(timeoutMs);
+    process.WaitForEnd(timeoutMs);
     return GetResults(&process);
 }
 
@@ -91,10 +91,10 @@ QStringList Utils::ExecutePiped(const QString &program1, const QStringList &argu
     if (hasThird)
         third.start(program3, arguments3, QIODevice::ReadWrite);
 
-    first.waitForFinished(PROGRAM_TIME_LIMIT_MS);
-    second.waitForFinished(PROGRAM_TIME_LIMIT_MS);
+    first.WaitForEnd(PROGRAM_TIME_LIMIT_MS);
+    second.WaitForEnd(PROGRAM_TIME_LIMIT_MS);
     if (hasThird)
-        third.waitForFinished(PROGRAM_TIME_LIMIT_MS);
+        third.WaitForEnd(PROGRAM_TIME_LIMIT_MS);
     return GetResults(hasThird ? &third : &second);
 }
 

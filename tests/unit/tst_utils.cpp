@@ -47,6 +47,10 @@ private Q_SLOTS:
     void mergedStopsWaitingAfterItsLimit();
     void limitEndsTheChildrenToo();
     void limitIsNotComplainedAbout();
+    void faultIsToldOnce_data();
+    void faultIsToldOnce();
+    void faultIsToldAgainAfterItWorked();
+    void failureWithAStatusIsNotTold();
     void mergedOfMissingProgramGivesOneEmptyLine();
     void mergedCrashIsTheWholeResult();
     void spawnedChildIsNotWaitedFor();
@@ -219,6 +223,65 @@ void TestUtils::limitIsNotComplainedAbout()
     const DebugOutput warnings("default");
 
     Utils::ExecuteMerged("sleep", {"60"}, 100);
+
+    QCOMPARE(warnings.Take(), QStringList());
+}
+
+void TestUtils::faultIsToldOnce_data()
+{
+    QTest::addColumn<QByteArray>("answer");
+    QTest::addColumn<int>("limitMs");
+    QTest::addColumn<QString>("told");
+
+    QTest::newRow("cannot be started") << QByteArray() << 30000 << "cannot be started: ";
+    QTest::newRow("crashes") << QByteArray("kill -SEGV $$") << 30000 << "crashed";
+    QTest::newRow("hangs") << QByteArray("sleep 60") << 200 << "is killed, it still ran after 0.2 s";
+}
+
+void TestUtils::faultIsToldOnce()
+{
+    QFETCH(QByteArray, answer);
+    QFETCH(int, limitMs);
+    QFETCH(QString, told);
+    Utils::Execute("ethtool", {}, false); // Works, whatever an earlier test told of it.
+    if (answer.isEmpty())
+        TestSupport::RemoveProgram("ethtool");
+    else
+        TestSupport::Answer("ethtool", answer);
+    const auto restore = qScopeGuard(TestSupport::RestorePrograms);
+    const DebugOutput warnings("corvi.program");
+
+    for (int i = 0; i < 2; ++i)
+        Utils::ExecuteMerged("ethtool", {}, limitMs);
+
+    const QStringList lines = warnings.Take();
+    QCOMPARE(lines.size(), 1);
+    QVERIFY2(lines.first().startsWith("ethtool " + told), qPrintable(lines.first()));
+}
+
+void TestUtils::faultIsToldAgainAfterItWorked()
+{
+    const DebugOutput warnings("corvi.program");
+    const QByteArrayList answers{"exit 0",        "kill -SEGV $$", "sleep 60",
+                                 "kill -SEGV $$", "exit 0",        "kill -SEGV $$"};
+
+    for (const QByteArray &answer : answers) {
+        TestSupport::Answer("ethtool", answer);
+        Utils::ExecuteMerged("ethtool", {}, answer.startsWith("sleep") ? 200 : 30000);
+    }
+
+    const QStringList lines = warnings.Take();
+    QCOMPARE(lines.size(), 3);
+    QCOMPARE(lines.filter("crashed").size(), 2);
+}
+
+void TestUtils::failureWithAStatusIsNotTold()
+{
+    TestSupport::Answer("ethtool", "echo wrong >&2; exit 1");
+    const DebugOutput warnings("corvi.program");
+
+    Utils::Execute("ethtool", {}, false);
+    Utils::ExecutePiped("ethtool", {}, "cat", {}, QString(), {});
 
     QCOMPARE(warnings.Take(), QStringList());
 }
