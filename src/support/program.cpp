@@ -20,6 +20,9 @@ namespace {
 /// A killed program ends at once unless the kernel holds it in a call, where waiting longer does not help.
 constexpr std::chrono::milliseconds KILL_TIME_LIMIT{1000};
 
+/// Many times what any tool prints that we run.
+constexpr qint64 OUTPUT_LIMIT = 16 * 1024 * 1024;
+
 Q_LOGGING_CATEGORY(programLog, "corvi.program")
 
 /// What was told of each program, by fault.
@@ -46,6 +49,10 @@ Program::Program(QObject *parent) : QProcess(parent)
 {
     setStandardInputFile(nullDevice());
     setStandardErrorFile(nullDevice());
+    connect(this, &QProcess::readyReadStandardOutput, this, [this] {
+        if (bytesAvailable() >= OUTPUT_LIMIT)
+            closeReadChannel(StandardOutput); // What was read stays.
+    });
 }
 
 Program::~Program()

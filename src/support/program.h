@@ -9,7 +9,7 @@
 /// ends with it: a DHCP client works in a child from the start, which would go on alone and set an address
 /// behind our back. Its standard input is empty and its standard error is discarded, as nobody writes the one
 /// or reads the other: a program that waited for input would hang, and one that complained without end would
-/// fill our memory.
+/// fill our memory. Of its standard output 16 MiB are kept, and the rest is thrown away as it comes.
 class Program : public QProcess
 {
 public:

@@ -51,6 +51,7 @@ private Q_SLOTS:
     void faultIsToldOnce();
     void faultIsToldAgainAfterItWorked();
     void failureWithAStatusIsNotTold();
+    void endlessOutputIsBounded();
     void mergedOfMissingProgramGivesOneEmptyLine();
     void mergedCrashIsTheWholeResult();
     void spawnedChildIsNotWaitedFor();
@@ -284,6 +285,16 @@ void TestUtils::failureWithAStatusIsNotTold()
     Utils::ExecutePiped("ethtool", {}, "cat", {}, QString(), {});
 
     QCOMPARE(warnings.Take(), QStringList());
+}
+
+void TestUtils::endlessOutputIsBounded()
+{
+    const QStringList lines = Utils::ExecuteMerged(SHELL, Script("tr '\\0' x </dev/zero"), 2000);
+
+    QCOMPARE(lines.size(), 1);
+    const qint64 mib = 1024 * 1024;
+    QVERIFY2(lines.first().size() >= 16 * mib && lines.first().size() < 17 * mib,
+             qPrintable(QString::number(lines.first().size())));
 }
 
 void TestUtils::mergedOfMissingProgramGivesOneEmptyLine()
