@@ -96,7 +96,7 @@ bool SupplicantProcess::IsLaunchedWith(const QString &configurationPath) const
     const QByteArray program = arguments.first().mid(arguments.first().lastIndexOf('/') + 1);
     return program.startsWith("wpa_supplicant") &&
            arguments.contains("-c" + configurationPath.toLocal8Bit()) &&
-           QFileInfo(ProcFile(id, "")).ownerId() == geteuid() && !HasEnded();
+           QFileInfo(ProcFile(id, "")).ownerId() == geteuid();
 }
 
 void SupplicantProcess::SendSignal(int number) const

@@ -5,6 +5,7 @@
 
 #include "fakesupplicant.h"
 
+#include <QProcess>
 #include <QTest>
 
 #include <csignal>
@@ -84,10 +85,12 @@ void TestSupplicantProcess::knowsItsOwnByCommandLine()
     // Another file, and another program.
     QVERIFY(!process.IsLaunchedWith(QStringLiteral("/etc/wpa_supplicant.conf")));
     QVERIFY(!process.IsLaunchedWith(QStringLiteral("/tmp/wpa_supplicant")));
-    QVERIFY(!SupplicantProcess(getpid()).IsLaunchedWith(CONFIGURATION));
-
-    supplicant.Kill();
-    QVERIFY(!process.IsLaunchedWith(CONFIGURATION));
+    QProcess shell;
+    shell.start(QStringLiteral("sh"), {"-c", "echo up; read line", "sh", "-c/tmp/wpa_supplicant.conf"});
+    QVERIFY(shell.waitForReadyRead());
+    QVERIFY(!SupplicantProcess(static_cast<pid_t>(shell.processId())).IsLaunchedWith(CONFIGURATION));
+    shell.closeWriteChannel();
+    QVERIFY(shell.waitForFinished());
 }
 
 void TestSupplicantProcess::findsItsOwn()
@@ -115,15 +118,18 @@ void TestSupplicantProcess::endsAProcess()
 void TestSupplicantProcess::canBeMoved()
 {
     FakeSupplicantProcess supplicant;
-    SupplicantProcess first(supplicant.Id());
+    SupplicantProcess last(getpid());
+    {
+        SupplicantProcess first(supplicant.Id());
+        SupplicantProcess second(std::move(first));
+        last = std::move(second);
+    }
+    QVERIFY(!last.HasEnded());
 
-    SupplicantProcess second(std::move(first));
-    SupplicantProcess third(getpid());
-    third = std::move(second);
     supplicant.Kill();
 
-    QCOMPARE(third.Id(), supplicant.Id());
-    QVERIFY(third.HasEnded());
+    QCOMPARE(last.Id(), supplicant.Id());
+    QVERIFY(last.HasEnded());
 }
 
 QTEST_GUILESS_MAIN(TestSupplicantProcess)

@@ -9,6 +9,7 @@
 #include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -126,9 +127,9 @@ void TestWpaSuppThreadProcess::noticesNoDeathOfTheOneBefore()
     supervisor->Stop(WpaSuppThread::STOP_FALLBACK);
     supervisor->Tick();
     supplicant->Kill();
-    FakeSupplicant successor;
     TestSupport::ClearLog();
 
+    // The next one has not answered yet.
     supervisor->Supervise();
     supervisor->Tick(3);
 
@@ -203,9 +204,13 @@ void TestWpaSuppThreadProcess::asksNothingOfAStoppedSupplicant()
 {
     supervisor->Supervise();
     supplicant->Stop();
+    QElapsedTimer timer;
+    timer.start();
 
     supervisor->Tick(299);
 
+    // A question would have waited 10 s for its answer.
+    QVERIFY(timer.elapsed() < 10000);
     QVERIFY(!supplicant->HasEnded());
     supplicant->Continue();
     supervisor->Tick();
