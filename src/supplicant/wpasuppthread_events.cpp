@@ -49,6 +49,11 @@ void WpaSuppThread::OnConnected()
     associated = true;
     statusText = QStringLiteral("Associated");
     Log(Level::NOTICE) << "WpaSuppThread::MessageReceived -- connected";
+    if (stopRunning && stopWaitsForNews) {
+        Log(Level::TRACE) << "WpaSuppThread -- In time: it is not stopped";
+        stopRunning = false;
+        stopWaitsForNews = false;
+    }
     emit associatedChanged(true);
 }
 
@@ -75,6 +80,7 @@ void WpaSuppThread::OnTerminating()
     Log(Level::NOTICE) << "WpaSuppThread::MessageReceived -- Terminating";
     associated = false;
     stopRunning = true;
+    stopWaitsForNews = false;
     terminateAcknowledged = true;
     badPassword = false;
 }

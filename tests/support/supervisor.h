@@ -13,10 +13,18 @@ class Supervisor
 public:
     using State = WpaSuppThreadPeer::State;
 
-    static void Set(const State &state) { WpaSuppThreadPeer::SetState(Instance(), state); }
+    static void Set(const State &state)
+    {
+        WpaSuppThreadPeer::Disconnect(Instance());
+        WpaSuppThreadPeer::SetState(Instance(), state);
+    }
     static void SetStopPending(bool pending) { WpaSuppThreadPeer::SetStopPending(Instance(), pending); }
     static bool IsStopRequested() { return WpaSuppThreadPeer::IsStopRequested(Instance()); }
-    static void Connect() { WpaSuppThreadPeer::Connect(Instance()); }
+    static void Connect(const QString &interfaceName = QStringLiteral("wlan0"))
+    {
+        WpaSuppThreadPeer::Connect(Instance(), interfaceName);
+    }
+    static void Tick() { Instance().MyTimerTimeout(); }
     /// Ends the worker thread, so that the supervisor ticks only when a test tells it to.
     static void StopTicking()
     {

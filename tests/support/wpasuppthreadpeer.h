@@ -129,15 +129,21 @@ public:
     static void SetState(WpaSuppThread &thread, const State &state)
     {
         thread.Reinit();
+        thread.stopWaitsForNews = false;
         thread.startPending = false;
         thread.running = state.running;
         thread.restarting = state.restarting;
         thread.associated = state.associated;
     }
+    static void Disconnect(WpaSuppThread &thread) { thread.DeleteWpaCtl(); }
     static void SetStopPending(WpaSuppThread &thread, bool pending) { thread.stopPending = pending; }
     static bool IsStopRequested(const WpaSuppThread &thread) { return thread.stopRunning; }
     /// Opens the control connection, as the tick after a launch does.
-    static void Connect(WpaSuppThread &thread) { thread.CreateWpaCtl(); }
+    static void Connect(WpaSuppThread &thread, const QString &interfaceName)
+    {
+        thread.interface = interfaceName;
+        thread.CreateWpaCtl();
+    }
 
 protected:
     void run() override

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fakesupplicant.h"
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -32,6 +33,10 @@ private Q_SLOTS:
     void waitIsCountedByTicks();
     void announcedPortFallsBackAfterElevenTicks();
     void fallbackIsForcedAfterSixtyTicks();
+    void unreadSuccessPreventsTheFallback_data();
+    void unreadSuccessPreventsTheFallback();
+    void successDuringTheFallbackKeepsTheSupplicant_data();
+    void successDuringTheFallbackKeepsTheSupplicant();
     void portInFallbackIsLeftAlone();
 };
 
@@ -189,6 +194,67 @@ void TestCorviWired8021x::fallbackIsForcedAfterSixtyTicks()
     QVERIFY(wasInFallbackWhenStopped);
     // An unsecured attempt now, and authentication again: the configuration clears the flag.
     QVERIFY(!corvi.WiredDevice()->inFallback);
+}
+
+void TestCorviWired8021x::unreadSuccessPreventsTheFallback_data()
+{
+    QTest::addColumn<bool>("fallbackEnabled");
+    QTest::addColumn<int>("ticks");
+    QTest::newRow("a port with an address") << true << 11;
+    QTest::newRow("a port without") << false << 60;
+}
+
+void TestCorviWired8021x::unreadSuccessPreventsTheFallback()
+{
+    QFETCH(bool, fallbackEnabled);
+    QFETCH(int, ticks);
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    Supervisor::Connect(QStringLiteral("eth0"));
+    corvi.WiredDevice()->fallbackEnabled = fallbackEnabled;
+    corvi.WiredDevice()->authWaitTicks = ticks;
+    LogFromHere(4);
+
+    QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED - "));
+    corvi.WiredNetworkSetup();
+
+    QCOMPARE(Decisions(), QStringList());
+    QVERIFY(!corvi.WiredDevice()->inFallback);
+    QVERIFY(!Supervisor::IsStopRequested());
+    // Authenticated, so the count toggles.
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, 0);
+    QCOMPARE(LogCount("NetworkDevice::ConfigureNetwork -- start  eth0"), 1);
+}
+
+void TestCorviWired8021x::successDuringTheFallbackKeepsTheSupplicant_data()
+{
+    unreadSuccessPreventsTheFallback_data();
+}
+
+void TestCorviWired8021x::successDuringTheFallbackKeepsTheSupplicant()
+{
+    QFETCH(bool, fallbackEnabled);
+    QFETCH(int, ticks);
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    Supervisor::Connect(QStringLiteral("eth0"));
+    corvi.WiredDevice()->fallbackEnabled = fallbackEnabled;
+    corvi.WiredDevice()->authWaitTicks = ticks;
+    corvi.WiredNetworkSetup();
+    QVERIFY(Supervisor::IsStopRequested());
+
+    QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED - "));
+    Supervisor::Tick();
+
+    QVERIFY(!supplicant.Commands().contains("TERMINATE"));
+    QVERIFY(!Supervisor::IsStopRequested());
+    // The port is not left in its fallback, and the next ticks find it authenticated.
+    QVERIFY(!corvi.WiredDevice()->inFallback);
+    LogFromHere(4);
+    corvi.Tick(3);
+    QCOMPARE(Decisions(), QStringList());
 }
 
 void TestCorviWired8021x::portInFallbackIsLeftAlone()

@@ -89,6 +89,11 @@ private slots:
     void logsTheAnswerOfTheLaunch();
 
     void endsAStopInOneTick();
+    void dropsAStopThatASuccessMakesPointless_data();
+    void dropsAStopThatASuccessMakesPointless();
+    void stopsAfterASuccessAllTheSame_data();
+    void stopsAfterASuccessAllTheSame();
+    void dropsNoLaterStop();
     void prefersAStopToEverythingElse();
     void finishesAStopBeforeTheRest();
     void reconfiguresBeforeItStarts();
@@ -597,6 +602,77 @@ void TestWpaSuppThread::endsAStopInOneTick()
         LogLines(),
         (QStringList{"WpaSuppThread::run  stopRunning set ", "WpaSupplicant::StopSupplicant STOP wpa ",
                      "WpaSupplicant::StopSupplicant OK ", "WpaSuppThread::run  stoppingSupplicant set "}));
+}
+
+void TestWpaSuppThread::dropsAStopThatASuccessMakesPointless_data()
+{
+    QTest::addColumn<int>("reason");
+    QTest::addColumn<bool>("isUnread");
+    for (const int reason : {0, 5}) {
+        QTest::addRow("reason %d, heard before the tick", reason) << reason << false;
+        QTest::addRow("reason %d, still unread", reason) << reason << true;
+    }
+}
+
+void TestWpaSuppThread::dropsAStopThatASuccessMakesPointless()
+{
+    QFETCH(int, reason);
+    QFETCH(bool, isUnread);
+    FakeSupplicant supplicant;
+    WpaSuppThreadPeer supervisor;
+    supervisor.Supervise();
+    QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
+    supervisor.Stop(reason);
+
+    QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED - "));
+    if (!isUnread)
+        supervisor.HearUnread();
+    supervisor.Tick(3);
+
+    QVERIFY(supervisor.IsRunning());
+    QVERIFY(supervisor.IsAssociated());
+    QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
+    QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
+}
+
+void TestWpaSuppThread::stopsAfterASuccessAllTheSame_data()
+{
+    QTest::addColumn<QList<int>>("reasons");
+    for (const int reason : {1, 2, 3, 4, 6})
+        QTest::addRow("reason %d", reason) << QList<int>{reason};
+    QTest::newRow("a second reason") << QList<int>{5, 4};
+    QTest::newRow("a first reason") << QList<int>{4, 5};
+}
+
+void TestWpaSuppThread::stopsAfterASuccessAllTheSame()
+{
+    QFETCH(QList<int>, reasons);
+    FakeSupplicant supplicant;
+    WpaSuppThreadPeer supervisor;
+    supervisor.Supervise();
+    for (const int reason : qAsConst(reasons))
+        supervisor.Stop(reason);
+
+    supervisor.MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    supervisor.Tick();
+
+    QVERIFY(!supervisor.IsRunning());
+}
+
+void TestWpaSuppThread::dropsNoLaterStop()
+{
+    FakeSupplicant supplicant;
+    WpaSuppThreadPeer supervisor;
+    supervisor.Supervise();
+    supervisor.Stop(WpaSuppThread::STOP_FALLBACK);
+    supervisor.Tick();
+    supervisor.Supervise();
+
+    supervisor.MessageReceived(QStringLiteral("<3>CTRL-EVENT-TERMINATING "));
+    supervisor.MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    supervisor.Tick();
+
+    QVERIFY(!supervisor.IsRunning());
 }
 
 void TestWpaSuppThread::prefersAStopToEverythingElse()
