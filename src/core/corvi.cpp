@@ -142,6 +142,8 @@ void Corvi::LoopTimerTimeout()
         loopStarted = true;
     }
     CheckReload();
+    if (!forceRescan)
+        CheckAdapters();
     if (forceRescan)
         Rescan();
     else

@@ -3,17 +3,20 @@
 
 #pragma once
 
+#include "linkevents.h"
 #include "reportonce.h"
 #include "retrypause.h"
 #include "servicemanager.h"
 
 #include <QHash>
+#include <QMap>
 #include <QObject>
 #include <QSharedMemory>
 #include <QString>
 #include <QStringList>
 
 #include <memory>
+#include <optional>
 
 class BondedDevice;
 class Logging;
@@ -28,6 +31,7 @@ class WpaSuppThread;
 ///
 /// corvi.cpp             life, the supervision tick, the flag files
 /// corvi_discovery.cpp   finding the interfaces
+/// corvi_adapters.cpp    interfaces that come and go between two discoveries
 /// corvi_wired.cpp       the wired network, 802.1X fallback
 /// corvi_wireless.cpp    the wireless network
 /// corvi_modem.cpp       the modem's network
@@ -174,6 +178,7 @@ private:
     const ServiceManager serviceManager; ///< is told of the start and each tick
 
     // What is told of over and over while it lasts.
+    ReportOnce adapterReport;
     ReportOnce rescanReport;
     ReportOnce changeReport; ///< another wired device carries
     ReportOnce linkReport;
@@ -193,12 +198,32 @@ private:
     void SetUpWithoutWired();
 
     // Discovery
+    void SortInterfaces();
     void DeleteDevices();
+    void DeleteDevice(NetworkDevice *device);
     void UpdateBonding();
     void AddInterface(const QString &interfaceName);
     void AddDevice(const QString &interfaceName);
     void AdoptModem();
     void LogDiscovery() const;
+    bool IsForDiscovery(const QString &interfaceName) const;
+    bool IsEnslaved(const QString &interfaceName) const;
+    /// The kernel's number of the interface (netdevice(7)), which no other one gets under the same name; 0
+    /// where there is none.
+    static unsigned int InterfaceIndex(const QString &interfaceName);
+
+    // Adapters that come and go
+    using InterfaceIndexes = QMap<QString, unsigned int>;
+    void CheckAdapters();
+    InterfaceIndexes LookForInterfaces() const;
+    static QStringList NamesOnlyIn(const InterfaceIndexes &interfaces, const InterfaceIndexes &others);
+    void TellOfAdapters(const QStringList &gone, const QStringList &added);
+    void AmendInterfaces(const InterfaceIndexes &present);
+    void LetGoOfInterface(const QString &interfaceName);
+    void LeaveDevice(NetworkDevice *device);
+    LinkEvents linkEvents;
+    InterfaceIndexes takenInterfaces;                    ///< by the last discovery, and amended since
+    std::optional<InterfaceIndexes> differingInterfaces; ///< seen instead of these by the last tick
 
     // Wired network
     NetworkDevice *ChooseWiredDevice();

@@ -14,6 +14,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <net/if.h>
+
 namespace {
 
 /// Link types above this one (if_arp.h) are loopback, tunnels and other links without hardware.
@@ -26,6 +28,11 @@ int ReadLinkType(const QString &interfaceName)
     if (!file.open(QIODevice::ReadOnly))
         return 0;
     return file.readLine().trimmed().toInt();
+}
+
+bool HasHardware(int linkType)
+{
+    return linkType <= HIGHEST_HARDWARE_TYPE;
 }
 
 bool IsWirelessInterface(const QString &interfaceName)
@@ -42,6 +49,8 @@ void Corvi::FindAllInterfaces()
     Log(Level::TRACE) << "Corvi::FindAllInterfaces()";
     for (QStringList *names : {&allInterfaces, &wiredInterfaces, &wirelessInterfaces, &modemInterfaces})
         names->clear();
+    takenInterfaces.clear();
+    differingInterfaces.reset();
     wirelessFound = false;
     if (!devices.isEmpty()) {
         Log(Level::TRACE) << "Corvi::FindAllInterfaces  Cleanup network Devices";
@@ -54,20 +63,29 @@ void Corvi::FindAllInterfaces()
     for (const QString &entry : entries)
         AddInterface(entry);
 
-    for (QStringList *names : {&allInterfaces, &wirelessInterfaces, &wiredInterfaces, &modemInterfaces})
-        names->sort();
+    SortInterfaces();
     AdoptModem();
     LogDiscovery();
 }
 
+void Corvi::SortInterfaces()
+{
+    for (QStringList *names : {&allInterfaces, &wirelessInterfaces, &wiredInterfaces, &modemInterfaces})
+        names->sort();
+}
+
 void Corvi::DeleteDevices()
 {
-    for (NetworkDevice *device : qAsConst(devices)) {
-        device->disconnect(this);
-        disconnect(device);
-        delete device;
-    }
+    for (NetworkDevice *device : qAsConst(devices))
+        DeleteDevice(device);
     devices.clear();
+}
+
+void Corvi::DeleteDevice(NetworkDevice *device)
+{
+    device->disconnect(this);
+    disconnect(device);
+    delete device;
 }
 
 void Corvi::UpdateBonding()
@@ -85,9 +103,9 @@ void Corvi::AddInterface(const QString &interfaceName)
 {
     const int type = ReadLinkType(interfaceName);
     Log(Level::TRACE) << interfaceName << type;
-    if (type > HIGHEST_HARDWARE_TYPE)
+    if (!HasHardware(type))
         return;
-    if (bondedDevice->isBondingActive() && bondedDevice->getSlaves().contains(interfaceName)) {
+    if (IsEnslaved(interfaceName)) {
         Log(Level::TRACE) << "interface is bonded -- skip";
         return;
     }
@@ -95,7 +113,23 @@ void Corvi::AddInterface(const QString &interfaceName)
                       << "interface" << interfaceName;
     allInterfaces.append(interfaceName);
     operstateFiles.append(SYS_NET + interfaceName + QStringLiteral("/operstate"));
+    takenInterfaces.insert(interfaceName, InterfaceIndex(interfaceName));
     AddDevice(interfaceName);
+}
+
+bool Corvi::IsForDiscovery(const QString &interfaceName) const
+{
+    return HasHardware(ReadLinkType(interfaceName)) && !IsEnslaved(interfaceName);
+}
+
+bool Corvi::IsEnslaved(const QString &interfaceName) const
+{
+    return bondedDevice->isBondingActive() && bondedDevice->getSlaves().contains(interfaceName);
+}
+
+unsigned int Corvi::InterfaceIndex(const QString &interfaceName)
+{
+    return ::if_nametoindex(QFile::encodeName(interfaceName).constData());
 }
 
 void Corvi::AddDevice(const QString &interfaceName)

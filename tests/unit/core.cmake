@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
 
+corvi_add_unit_test(tst_corvi_adapters LIBS corviworld)
 corvi_add_unit_test(tst_corvi_dhcp LIBS corviworld)
 corvi_add_unit_test(tst_corvi_discovery LIBS corviworld)
 corvi_add_unit_test(tst_corvi_life LIBS corviworld fakesupplicant)

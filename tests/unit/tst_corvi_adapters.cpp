@@ -1,0 +1,375 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvipeer.h"
+
+#include <QPointer>
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+/// Interfaces that come and go while the service object runs.
+class TestCorviAdapters : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void newInterfaceIsAddedAfterAWholeTick();
+    void newInterfaceIsSorted();
+    void otherDevicesKeepTheirNetwork();
+    void interfaceThatGoesAgainIsNoChange();
+    void interfaceThatGoesIsForgotten();
+    void interfaceInUseThatGoesIsReportedOnce();
+    void interfaceMadeAnewIsAnotherOne();
+    void interfaceInUseMadeAnewIsConfiguredAnew();
+    void renamedInterfaceIsFollowed();
+    void linksWithoutHardwareChangeNothing();
+    void changesOfALinkChangeNothing();
+    void changeIsToldWithTheNames();
+    void wirelessInUseThatGoesIsForgotten_data();
+    void wirelessInUseThatGoesIsForgotten();
+    void spareWirelessThatGoesIsNotPublished();
+    void newModemIsAdopted();
+    void otherModemIsAdoptedWhenTheOneInUseGoes();
+    void modemThatWasGivenUpStaysSo();
+    void changeUnderTheBondAsksForARescan();
+    void lastInterfaceThatGoesIsForgotten();
+};
+
+namespace {
+
+void Delete(const QString &interfaceName)
+{
+    RealIp({"link", "delete", "dev", interfaceName});
+}
+
+/// The wired device carries and is configured.
+void ConnectWired(CorviPeer &corvi)
+{
+    corvi.Tick(2);
+    QVERIFY(corvi.IsWiredUp());
+}
+
+} // namespace
+
+void TestCorviAdapters::init()
+{
+    StartFromNothing();
+}
+
+void TestCorviAdapters::newInterfaceIsAddedAfterAWholeTick()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    MakeInterface("eth1");
+
+    corvi.Tick();
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
+    corvi.Tick();
+
+    QCOMPARE(corvi.AllInterfaces(), QStringList({"eth0", "eth1"}));
+    QVERIFY(corvi.Device("eth1"));
+    QCOMPARE(JournalOf("ifconfig eth1 up").size(), 1);
+}
+
+void TestCorviAdapters::newInterfaceIsSorted()
+{
+    MakeMachine(LAN_STATIC, {"eth1"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    MakeInterface("eth0");
+
+    corvi.Tick(2);
+
+    QCOMPARE(corvi.WiredInterfaces(), QStringList({"eth0", "eth1"}));
+}
+
+void TestCorviAdapters::otherDevicesKeepTheirNetwork()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    EventListener listener;
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    const QPointer<NetworkDevice> device = corvi.Device("eth0");
+    listener.Take();
+    Forget();
+    MakeInterface("eth1");
+    PullCable("eth1");
+
+    corvi.Tick(3);
+
+    QCOMPARE(corvi.Device("eth0"), device.data());
+    QCOMPARE(corvi.WiredDevice(), device.data());
+    QCOMPARE(Journal(), QStringList{"ifconfig eth1 up"});
+    QCOMPARE(listener.Take(), Events());
+}
+
+void TestCorviAdapters::interfaceThatGoesAgainIsNoChange()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    Forget();
+
+    MakeInterface("eth1");
+    corvi.Tick();
+    Delete("eth1");
+    corvi.Tick(2);
+
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
+    QCOMPARE(LogLines(), QStringList());
+}
+
+void TestCorviAdapters::interfaceThatGoesIsForgotten()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    const QPointer<NetworkDevice> device = corvi.Device("eth1");
+
+    Delete("eth1");
+    corvi.Tick(2);
+
+    QVERIFY(!device);
+    QVERIFY(!corvi.Device("eth1"));
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
+    QCOMPARE(corvi.WiredInterfaces(), QStringList{"eth0"});
+}
+
+void TestCorviAdapters::interfaceInUseThatGoesIsReportedOnce()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    EventListener listener;
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    listener.Take();
+
+    Delete("eth0");
+    corvi.Tick(3);
+
+    QCOMPARE(listener.Take(), Events{ASSOCIATION_DOWN});
+    QVERIFY(!corvi.WiredDevice());
+    QCOMPARE(corvi.DeviceCount(), 0);
+}
+
+void TestCorviAdapters::interfaceMadeAnewIsAnotherOne()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    const QPointer<NetworkDevice> device = corvi.Device("eth1");
+    Forget();
+
+    Delete("eth1");
+    MakeInterface("eth1");
+    PullCable("eth1");
+    corvi.Tick(2);
+
+    QVERIFY(!device);
+    QVERIFY(corvi.Device("eth1"));
+    QVERIFY(JournalOf("ifconfig eth1 up").size() >= 1);
+}
+
+void TestCorviAdapters::interfaceInUseMadeAnewIsConfiguredAnew()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    EventListener listener;
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    listener.Take();
+    Forget();
+
+    Delete("eth0");
+    MakeInterface("eth0");
+    BringUp("eth0");
+    corvi.Tick(4);
+
+    const Events events = listener.Take();
+    QVERIFY(events.contains(ASSOCIATION_DOWN));
+    QCOMPARE(events.last(), ADDRESS_PRESENT);
+    QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), 1);
+}
+
+void TestCorviAdapters::renamedInterfaceIsFollowed()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    ConnectWired(corvi);
+
+    RealIp({"link", "set", "dev", "eth1", "down"});
+    RealIp({"link", "set", "dev", "eth1", "name", "eth9"});
+    corvi.Tick(2);
+
+    QCOMPARE(corvi.AllInterfaces(), QStringList({"eth0", "eth9"}));
+    QVERIFY(corvi.Device("eth9"));
+    QVERIFY(!corvi.Device("eth1"));
+}
+
+void TestCorviAdapters::linksWithoutHardwareChangeNothing()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    Forget();
+
+    RealIp({"tuntap", "add", "dev", "tun0", "mode", "tun"});
+    corvi.Tick(3);
+    Delete("tun0");
+    corvi.Tick(3);
+
+    QCOMPARE(LogLines(), QStringList());
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviAdapters::changesOfALinkChangeNothing()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    Forget();
+
+    RealIp({"link", "set", "dev", "eth0", "promisc", "on"});
+    corvi.Tick(3);
+
+    QCOMPARE(LogLines(), QStringList());
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviAdapters::changeIsToldWithTheNames()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    Forget();
+
+    Delete("eth1");
+    MakeInterface("eth2");
+    PullCable("eth2");
+    corvi.Tick(2);
+
+    QCOMPARE(LogLines(), QStringList{"Corvi::CheckAdapters - the interfaces changed, gone: eth1, new: eth2"});
+}
+
+void TestCorviAdapters::wirelessInUseThatGoesIsForgotten_data()
+{
+    QTest::addColumn<bool>("isAssociated");
+    QTest::addColumn<int>("events");
+    QTest::newRow("associated, and the supplicant said nothing") << true << 1;
+    QTest::newRow("the supplicant told of the end") << false << 0;
+}
+
+void TestCorviAdapters::wirelessInUseThatGoesIsForgotten()
+{
+    QFETCH(bool, isAssociated);
+    QFETCH(int, events);
+    MakeMachine(WLAN, {"wlan0"});
+    CorviPeer corvi;
+    corvi.Tick();
+    corvi.AdoptWireless("wlan0");
+    corvi.SettleSupplicant(isAssociated ? ASSOCIATED : RUNNING);
+    EventListener listener;
+
+    Delete("wlan0");
+    corvi.Tick(3);
+
+    QCOMPARE(listener.Take(), Events(events, ASSOCIATION_DOWN));
+    QVERIFY(!corvi.WirelessDevice());
+    QVERIFY(!corvi.IsWirelessConfigured());
+    QCOMPARE(corvi.WirelessInterfaces(), QStringList());
+}
+
+void TestCorviAdapters::spareWirelessThatGoesIsNotPublished()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "wlan0"});
+    WriteFile(KEEP_WIRELESS_FLAG, "");
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    corvi.AdoptWireless("wlan0");
+    const QByteArray published = corvi.Segment();
+
+    Delete("wlan0");
+    corvi.Tick(2);
+
+    QVERIFY(!corvi.WirelessDevice());
+    QCOMPARE(corvi.Segment(), published);
+}
+
+void TestCorviAdapters::newModemIsAdopted()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    MakeInterface("wwan0");
+
+    corvi.Tick(2);
+
+    QVERIFY(corvi.ModemDevice());
+    QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan0"));
+}
+
+void TestCorviAdapters::otherModemIsAdoptedWhenTheOneInUseGoes()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "wwan0", "wwan1"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+
+    Delete("wwan0");
+    corvi.Tick(2);
+
+    QVERIFY(corvi.ModemDevice());
+    QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan1"));
+}
+
+void TestCorviAdapters::modemThatWasGivenUpStaysSo()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "wwan0"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    corvi.GiveUpModem();
+    MakeInterface("eth1");
+
+    corvi.Tick(2);
+
+    QVERIFY(corvi.Device("eth1"));
+    QVERIFY(!corvi.ModemDevice());
+}
+
+void TestCorviAdapters::changeUnderTheBondAsksForARescan()
+{
+    WriteStore("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>");
+    MakeInterface("eth0");
+    CorviPeer corvi;
+    corvi.Tick(4); // The name of the wired interface is free now, for the bond: a first change.
+    QVERIFY(corvi.Bond().isBondingActive());
+    LogFromHere(2);
+    MakeInterface("usb0");
+
+    corvi.Tick(2);
+
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
+    QVERIFY(corvi.Device("usb0"));
+}
+
+void TestCorviAdapters::lastInterfaceThatGoesIsForgotten()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+
+    Delete("eth0");
+    corvi.Tick();
+    QVERIFY(corvi.Device("eth0"));
+    corvi.Tick();
+
+    QVERIFY(!corvi.Device("eth0"));
+}
+
+QTEST_GUILESS_MAIN(TestCorviAdapters)
+#include "tst_corvi_adapters.moc"
