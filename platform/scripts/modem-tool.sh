@@ -6,8 +6,8 @@
 #
 # The cellular modem through ModemManager. Every call of mmcli is bounded, as
 # the caller waits without a limit. "status" prints "connected", "disconnected"
-# or "cannot find modem". The access point name, where the network needs one,
-# is the first line of /tmp/config/files/network/apn.
+# or "cannot find modem"; it runs every second. The access point name, where the
+# network needs one, is the first line of /tmp/config/files/network/apn.
 set -u
 
 APN_FILE=/tmp/config/files/network/apn
@@ -15,6 +15,8 @@ RESOLV_CONF=/etc/resolv.conf
 QUICK=5
 # Registration and bearer set-up; the daemon stands still meanwhile.
 SLOW=25
+# Behind a cable's default route, which has none, and before a radio's.
+METRIC=500
 
 # mm SECONDS ARGUMENT...
 mm() {
@@ -23,9 +25,17 @@ mm() {
     timeout -k 1 "$seconds" mmcli "$@" 2>/dev/null
 }
 
-# value KEY, from "key : value" lines; "--" is how mmcli says "none"
-value() {
-    sed -n "s/^$1[[:blank:]]*: *//p" | grep -v '^--$' | head -n 1
+# field KEY TEXT: sets "value" from the lines "KEY : value" of a text; "--" is how mmcli says "none"
+field() {
+    value=
+    while IFS=: read -r key rest; do
+        [ "${key%%[[:blank:]]*}" = "$1" ] || continue
+        value=${rest#"${rest%%[![:blank:]]*}"}
+        [ "$value" != -- ] || value=
+        return
+    done <<TEXT
+$2
+TEXT
 }
 
 connection_status() {
@@ -33,7 +43,8 @@ connection_status() {
         echo 'cannot find modem'
         return
     }
-    if [ "$(printf '%s\n' "$modem" | value modem.generic.state)" = connected ]; then
+    field modem.generic.state "$modem"
+    if [ "$value" = connected ]; then
         echo connected
     else
         echo disconnected
@@ -51,47 +62,79 @@ disconnect() {
     mm $QUICK -m any --simple-disconnect
 }
 
-bearer() {
-    path=$(mm $QUICK -m any -K | value 'modem.generic.bearers.value\[1\]')
-    [ -n "$path" ] && mm $QUICK -b "$path" -K
+# Sets "bearer" to the description of the connected bearer, or to nothing. False when the modem does not say.
+find_bearer() {
+    bearer=
+    modem=$(mm $QUICK -m any -K) || return 1
+    number=1
+    field 'modem.generic.bearers.value[1]' "$modem"
+    while [ -n "$value" ]; do
+        bearer=$(mm $QUICK -b "$value" -K) || return 1
+        field bearer.status.connected "$bearer"
+        [ "$value" != yes ] || return 0
+        number=$((number + 1))
+        field "modem.generic.bearers.value[$number]" "$modem"
+    done
+    bearer=
+}
+
+# A connection that is gone leaves no address behind, nor the route that goes with it.
+clear_addresses() {
+    for path in /sys/class/net/wwan*; do
+        [ ! -e "$path" ] || ip -4 address flush dev "${path##*/}"
+    done
 }
 
 write_resolv_conf() {
     target=$(readlink -f "$RESOLV_CONF")
     [ -n "$target" ] || return 1
     trap 'rm -f "$target.new.$$"' EXIT
-    printf '%s\n' "$1" | sed -n 's/^bearer.ipv4-config.dns.value\[[0-9]*\][[:blank:]]*: *\([0-9.]*\)$/nameserver \1/p' \
+    printf '%s\n' "$bearer" | sed -n 's/^bearer.ipv4-config.dns.value\[[0-9]*\][[:blank:]]*: *\([0-9.]*\)$/nameserver \1/p' \
         >"$target.new.$$" || return 1
     [ -s "$target.new.$$" ] || return 0
     chmod 644 "$target.new.$$"
-    mv -f "$target.new.$$" "$target"
+    # A file that is a mount point of its own cannot be replaced.
+    mv -f "$target.new.$$" "$target" 2>/dev/null || cat "$target.new.$$" >"$target"
+}
+
+# set_default_route INTERFACE GATEWAY
+set_default_route() {
+    # A point-to-point link may name no gateway; the link itself is the way then.
+    if [ -n "$2" ]; then
+        ip route replace default via "$2" dev "$1" metric $METRIC onlink
+    else
+        ip route replace default dev "$1" metric $METRIC
+    fi
+}
+
+set_static_address() {
+    field bearer.ipv4-config.address "$bearer"
+    address=$value
+    field bearer.ipv4-config.prefix "$bearer"
+    [ -n "$address" ] && [ -n "$value" ] || return 1
+    ip address add "$address/$value" dev "$1"
+    field bearer.ipv4-config.mtu "$bearer"
+    [ -z "$value" ] || ip link set dev "$1" mtu "$value"
+    field bearer.ipv4-config.gateway "$bearer"
+    set_default_route "$1" "$value"
+    write_resolv_conf
 }
 
 ip_config() {
-    settings=$(bearer) || return 1
-    interface=$(printf '%s\n' "$settings" | value bearer.status.interface)
-    address=$(printf '%s\n' "$settings" | value bearer.ipv4-config.address)
-    prefix=$(printf '%s\n' "$settings" | value bearer.ipv4-config.prefix)
-    gateway=$(printf '%s\n' "$settings" | value bearer.ipv4-config.gateway)
-    mtu=$(printf '%s\n' "$settings" | value bearer.ipv4-config.mtu)
+    find_bearer || return 1
+    # As before every attempt of the daemon: no other client, and no route in the way.
+    /usr/network/stop_dhclient.sh
+    clear_addresses
+    field bearer.status.interface "$bearer"
+    interface=$value
     [ -n "$interface" ] || return 1
-
     ip link set dev "$interface" up
-    if [ "$(printf '%s\n' "$settings" | value bearer.ipv4-config.method)" = dhcp ]; then
-        timeout -k 1 30 dhclient -1 -cf /etc/dhcp/dhclient.conf "$interface"
-        return
-    fi
-    [ -n "$address" ] && [ -n "$prefix" ] || return 1
-    ip address flush dev "$interface"
-    ip address add "$address/$prefix" dev "$interface"
-    [ -z "$mtu" ] || ip link set dev "$interface" mtu "$mtu"
-    # A point-to-point link may name no gateway; the link itself is the way then.
-    if [ -n "$gateway" ]; then
-        ip route replace default via "$gateway" dev "$interface" onlink
+    field bearer.ipv4-config.method "$bearer"
+    if [ "$value" = dhcp ]; then
+        timeout -k 1 30 dhclient -1 -e IF_METRIC=$METRIC -cf /etc/dhcp/dhclient.conf "$interface"
     else
-        ip route replace default dev "$interface"
+        set_static_address "$interface"
     fi
-    write_resolv_conf "$settings"
 }
 
 case ${1:-} in

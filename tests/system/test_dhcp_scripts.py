@@ -187,11 +187,14 @@ class ModemTool(ScriptTest):
     MODEM = """
         case "$*" in
             *--simple-*|*-e) ;;
-            "-m any -K") printf 'modem.generic.state : %s\\nmodem.generic.bearers.value[1] : /bearer/3\\n' STATE ;;
-            "-b /bearer/3 -K") cat /tmp/fakes/bearer ;;
+            "-m any -K") printf 'modem.generic.state-failed-reason : connected\\nmodem.generic.state : %s\\n' STATE
+                printf 'modem.generic.bearers.value[%s] : /bearer/%s\\n' 1 3 2 7 ;;
+            "-b /bearer/3 -K") printf 'bearer.status.connected : no\\nbearer.status.interface : wwan7\\n' ;;
+            "-b /bearer/7 -K") cat /tmp/fakes/bearer ;;
             *) exit 1 ;;
         esac"""
-    BEARER = """bearer.status.interface            : wwan0
+    BEARER = """bearer.status.connected            : yes
+bearer.status.interface            : wwan0
 bearer.ipv4-config.method          : static
 bearer.ipv4-config.address         : 10.64.1.2
 bearer.ipv4-config.prefix          : 30
@@ -227,7 +230,23 @@ bearer.ipv4-config.mtu             : 1400
 
         self.assertEqual(script("modem-tool.sh", "status"), "cannot find modem\n")
 
-        self.assertLess(time.monotonic() - start, 8)
+        self.assertLess(time.monotonic() - start, 20)
+
+    def test_connect_ends_although_the_manager_hangs(self):
+        fake("mmcli", "exec sleep 60")
+        start = time.monotonic()
+
+        script("modem-tool.sh", "connect", expect=124, timeout=50)
+
+        self.assertLess(time.monotonic() - start, 50)
+
+    def test_manager_that_does_not_even_end_when_asked_is_killed(self):
+        fake("mmcli", "trap '' TERM; while :; do sleep 1; done")
+        start = time.monotonic()
+
+        self.assertEqual(script("modem-tool.sh", "status"), "cannot find modem\n")
+
+        self.assertLess(time.monotonic() - start, 20)
 
     def test_connect_enables_and_connects(self):
         self.given_modem("registered")
@@ -259,7 +278,8 @@ bearer.ipv4-config.mtu             : 1400
         script("modem-tool.sh", "ip_config")
 
         self.assertEqual(addresses("wwan0"), ["10.64.1.2"])
-        self.assertEqual([(route["gateway"], route["dev"]) for route in default_routes()], [("10.64.1.1", "wwan0")])
+        self.assertEqual([(route["gateway"], route["dev"], route["metric"]) for route in default_routes()],
+                         [("10.64.1.1", "wwan0", 500)])
         self.assertEqual(read("/sys/class/net/wwan0/mtu"), "1400\n")
         self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\nnameserver 192.0.2.54\n")
 
@@ -270,15 +290,86 @@ bearer.ipv4-config.mtu             : 1400
 
         script("modem-tool.sh", "ip_config")
 
-        self.assertIn("dhclient -1 -cf /etc/dhcp/dhclient.conf wwan0", calls())
+        self.assertIn("dhclient -1 -e IF_METRIC=500 -cf /etc/dhcp/dhclient.conf wwan0", calls())
 
-    def test_ip_config_without_a_bearer_changes_nothing(self):
-        fake("mmcli", "echo 'modem.generic.bearers.value[1] : --'")
+    def test_ip_config_of_a_link_without_a_gateway(self):
+        self.given_modem("connected", self.BEARER.replace(": 10.64.1.1\n", ": --\n"))
         self.cable("wwan0")
+
+        script("modem-tool.sh", "ip_config")
+
+        self.assertEqual([(route.get("gateway"), route["dev"], route["metric"]) for route in default_routes()],
+                         [(None, "wwan0", 500)])
+
+    def test_ip_config_replaces_what_was_there(self):
+        self.given_modem("connected")
+        self.cable("wwan0")
+        script("modem-tool.sh", "ip_config")
+        self.given_modem("connected", self.BEARER.replace("10.64.1.", "10.65.1."))
+
+        script("modem-tool.sh", "ip_config")
+
+        self.assertEqual(addresses("wwan0"), ["10.65.1.2"])
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.65.1.1"])
+
+    def test_ip_config_puts_a_radio_behind(self):
+        self.given_modem("connected")
+        self.cable("wwan0")
+        self.cable("wlan0")
+        run("ip", "addr", "add", "10.1.0.2/24", "dev", "wlan0")
+        run("ip", "link", "set", "dev", "wlan0", "up")
+        wait_for("a carrier", lambda: read("/sys/class/net/wlan0/carrier") == "1\n")
+        run("ip", "route", "add", "default", "via", "10.1.0.1")
+
+        script("modem-tool.sh", "ip_config")
+
+        self.assertEqual(routes(), [("wwan0", 500), ("wlan0", 600)])
+
+    def test_ip_config_without_a_connection_takes_the_address_away(self):
+        self.given_modem("connected")
+        self.cable("wwan0")
+        script("modem-tool.sh", "ip_config")
+
+        for gone in ("echo 'modem.generic.bearers.value[1] : --'", "echo 'modem.generic.state : registered'"):
+            with self.subTest(gone):
+                run("ip", "addr", "replace", "10.64.1.2/30", "dev", "wwan0")
+                fake("mmcli", gone)
+                script("modem-tool.sh", "ip_config", expect=1)
+                self.assertEqual(addresses("wwan0"), [])
+                self.assertEqual(default_routes(), [])
+
+    def test_ip_config_changes_nothing_when_the_manager_does_not_answer(self):
+        self.given_modem("connected")
+        self.cable("wwan0")
+        script("modem-tool.sh", "ip_config")
+        fake("mmcli", "exit 1")
 
         script("modem-tool.sh", "ip_config", expect=1)
 
-        self.assertEqual(addresses("wwan0"), [])
+        self.assertEqual(addresses("wwan0"), ["10.64.1.2"])
+        self.assertEqual(routes(), [("wwan0", 500)])
+
+    def test_resolver_that_is_a_mount_point_is_written_in_place(self):
+        Path("/tmp/fakes/resolver").write_text("nameserver 192.0.2.1\n")
+        run("mount", "--bind", "/tmp/fakes/resolver", RESOLV_CONF)
+        self.addCleanup(run, "umount", RESOLV_CONF)
+        self.given_modem("connected")
+        self.cable("wwan0")
+
+        script("modem-tool.sh", "ip_config")
+
+        self.assertEqual(read("/tmp/fakes/resolver"), "nameserver 192.0.2.53\nnameserver 192.0.2.54\n")
+        self.assertEqual(list(Path("/etc").glob("resolv.conf.new.*")), [])
+
+    def test_resolver_stays_when_the_network_names_no_server(self):
+        RESOLV_CONF.write_text("nameserver 192.0.2.1\n")
+        self.given_modem("connected", "\n".join(line for line in self.BEARER.splitlines() if "dns" not in line) + "\n")
+        self.cable("wwan0")
+
+        script("modem-tool.sh", "ip_config")
+
+        self.assertEqual(addresses("wwan0"), ["10.64.1.2"])
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.1\n")
 
     def test_unknown_command_is_refused(self):
         script("modem-tool.sh", "dance", expect=2)
