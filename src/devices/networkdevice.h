@@ -137,6 +137,7 @@ private:
     void ReadCarrier();
 
     void EndDhcpClient();
+    void TakeBackDhcpMtu();
 
     bool IsForThisDevice(const QString &networkName) const;
     void SortNetworkNames();

@@ -148,6 +148,8 @@ void NetworkDevice::ApplyLinkSettings()
         ApplySpeed();
     if (!currentConfig->mtu.isEmpty())
         SetMtu(name, currentConfig->mtu);
+    else if (currentConfig->staticIp)
+        TakeBackDhcpMtu();
 }
 
 void NetworkDevice::ApplySpeed()

@@ -20,6 +20,8 @@ namespace {
 
 const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
 const QString HOST_LIST = QStringLiteral("/tmp/.hostlist");
+/// Where the client's hook keeps the MTU that an interface had before a server asked for another one.
+const QString MTU_BEFORE = QStringLiteral("/run/corvi-mtu-before.");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
 /// Empty when there is no such file, nothing when it cannot be read.
@@ -82,6 +84,18 @@ void NetworkDevice::EndDhcpClient()
 {
     if (DhcpClients::End(name))
         Log(Level::TRACE) << "NetworkDevice::EndDhcpClient" << name << "was still served";
+}
+
+/// What a server asked for on the network before has no place where no server is asked. From one server to
+/// the next, the client's hook sees to it.
+void NetworkDevice::TakeBackDhcpMtu()
+{
+    const QString path = MTU_BEFORE + name;
+    const QByteArray mtu = SecureFile::ReadRegular(path).value_or(QByteArray()).trimmed();
+    if (mtu.isEmpty())
+        return;
+    SetMtu(name, QString::fromLatin1(mtu));
+    QFile::remove(path);
 }
 
 bool NetworkDevice::ClearDNS()

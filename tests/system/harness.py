@@ -154,7 +154,7 @@ class Cable(FarEnd):
 class DhcpServer:
     """A real DHCP server (dnsmasq) at a far end."""
 
-    def __init__(self, far_end, network="10.77.0"):
+    def __init__(self, far_end, network="10.77.0", options=()):
         self.network = network
         log = Path(f"/tmp/dnsmasq-{far_end.netns}.log")
         self.process = far_end.spawn(
@@ -162,7 +162,7 @@ class DhcpServer:
             f"--interface={far_end.far_end}", "--bind-interfaces", "--pid-file=", "--log-dhcp", "--log-facility=-",
             f"--dhcp-leasefile=/tmp/dnsmasq-{far_end.netns}.leases", "--dhcp-authoritative",
             f"--dhcp-range={network}.50,{network}.99,255.255.255.0,10m",
-            f"--dhcp-option=option:dns-server,{network}.1", output=log)
+            f"--dhcp-option=option:dns-server,{network}.1", *options, output=log)
         wait_for("DHCP server ready", lambda: "DHCP, IP range" in read(log))
 
     def serves(self, address):
@@ -454,8 +454,8 @@ class SystemTest(unittest.TestCase):
                      Path("/tmp/corvi-output"), Path(EVENT_SOCKET), Path("/tmp/wpa_supplicant.conf")):
             path.unlink(missing_ok=True)
         shutil.rmtree("/tmp/config", ignore_errors=True)
-        for lease in Path("/var/lib/dhcp").glob("*"):
-            lease.unlink()
+        for left in [*Path("/var/lib/dhcp").glob("*"), *Path("/run").glob("corvi-mtu-before.*")]:
+            left.unlink()
         RESOLV_CONF.write_text("")
         HOSTS.write_text("127.0.0.1 localhost\n192.0.2.7 kept-by-the-site\n")
         if (STANDINS / "answers").is_dir():

@@ -1,0 +1,165 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""What our hook makes of the DHCP client's own script: metrics, name servers and the MTU."""
+
+import os
+import subprocess
+from pathlib import Path
+
+from harness import (RELOAD_FLAG, RESOLV_CONF, STATIC, SystemTest, addresses, default_routes, main, read, run, touch,
+                     wait_for, wired, write_store)
+
+LEASE = {"new_subnet_mask": "255.255.255.0", "new_domain_name_servers": "192.0.2.53"}
+
+
+def client_script(reason, interface, number, **values):
+    """Runs the client's script as the client does, with a lease from 10.NUMBER.0.1."""
+    lease = {"new_ip_address": f"10.{number}.0.2", "new_routers": f"10.{number}.0.1", **LEASE, **values}
+    subprocess.run(["/sbin/dhclient-script"], check=True, timeout=20, capture_output=True,
+                   env={"PATH": os.environ["PATH"], "reason": reason, "interface": interface, **lease})
+
+
+def routes():
+    return [(route["dev"], route.get("metric", 0)) for route in default_routes()]
+
+
+class HookTest(SystemTest):
+    def given_cables(self, *names):
+        for name in names:
+            self.cable(name)
+            run("ip", "link", "set", "dev", name, "up")
+
+
+class Routes(HookTest):
+    def test_radio_comes_behind(self):
+        for radio in ("wlan0", "mlan0"):
+            with self.subTest(radio):
+                self.clean()
+                self.given_cables(radio, "eth0")
+
+                client_script("BOUND", radio, 0)
+                client_script("BOUND", "eth0", 1)
+
+                self.assertEqual(routes(), [("eth0", 0), (radio, 600)])
+
+    def test_metric_that_the_client_was_given_holds(self):
+        self.given_cables("wlan0", "wwan0")
+
+        client_script("BOUND", "wlan0", 0, IF_METRIC="700")
+        client_script("BOUND", "wwan0", 1, IF_METRIC="500")
+
+        self.assertEqual(routes(), [("wwan0", 500), ("wlan0", 700)])
+
+
+class Resolver(HookTest):
+    def setUp(self):
+        super().setUp()
+        self.given_cables("wlan0", "eth0")
+        client_script("BOUND", "eth0", 0)
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\n")
+
+    def test_link_behind_another_leaves_it_alone(self):
+        client_script("BOUND", "wlan0", 1, new_domain_name_servers="192.0.2.54")
+
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\n")
+        self.assertEqual(addresses("wlan0"), ["10.1.0.2"])
+
+    def test_link_that_is_the_only_one_writes_it(self):
+        run("ip", "addr", "flush", "dev", "eth0")
+
+        client_script("BOUND", "wlan0", 1, new_domain_name_servers="192.0.2.54")
+
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.54\n")
+
+    def test_renewal_with_the_same_servers_leaves_it_alone(self):
+        RESOLV_CONF.write_text("nameserver 192.0.2.99\n")
+        for reason in ("RENEW", "REBIND"):
+            client_script(reason, "eth0", 0, old_ip_address="10.0.0.2", old_domain_name_servers="192.0.2.53")
+
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.99\n")
+
+    def test_renewal_with_other_servers_writes_them(self):
+        for values, expected in (({"new_domain_name_servers": "192.0.2.54"}, "nameserver 192.0.2.54"),
+                                 ({"new_domain_name": "example.com"}, "domain example.com"),
+                                 ({"new_domain_search": "corp.example"}, "search corp.example")):
+            with self.subTest(expected):
+                client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_domain_name_servers="192.0.2.53",
+                              **values)
+                self.assertIn(expected, read(RESOLV_CONF))
+
+    def test_folder_that_cannot_be_written_does_not_hold_the_client(self):
+        run("mount", "--bind", "-o", "ro", "/etc", "/etc")
+        self.addCleanup(run, "umount", "/etc")
+
+        client_script("BOUND", "eth0", 1)
+
+        self.assertIn("10.1.0.2", addresses("eth0"))
+
+
+class Mtu(HookTest):
+    def setUp(self):
+        super().setUp()
+        self.given_cables("eth0")
+        run("ip", "link", "set", "dev", "eth0", "mtu", "1480")
+
+    def mtu(self):
+        return int(read("/sys/class/net/eth0/mtu"))
+
+    def test_does_not_stay_on_a_network_without_one(self):
+        client_script("BOUND", "eth0", 0, new_interface_mtu="1400")
+        self.assertEqual(self.mtu(), 1400)
+
+        client_script("BOUND", "eth0", 1)
+
+        self.assertEqual(self.mtu(), 1480)
+
+    def test_of_one_network_after_the_other_gives_way_to_the_first(self):
+        client_script("BOUND", "eth0", 0, new_interface_mtu="1400")
+        client_script("BOUND", "eth0", 1, new_interface_mtu="1300")
+        self.assertEqual(self.mtu(), 1300)
+
+        client_script("REBOOT", "eth0", 2)
+
+        self.assertEqual(self.mtu(), 1480)
+
+    def test_that_no_server_asked_for_stays(self):
+        client_script("BOUND", "eth0", 0)
+
+        self.assertEqual(self.mtu(), 1480)
+
+    def test_that_a_server_may_not_ask_for_leaves_no_trace(self):
+        client_script("BOUND", "eth0", 0, new_interface_mtu="500")
+
+        self.assertEqual(self.mtu(), 1480)
+        self.assertEqual(list(Path("/run").glob("corvi-mtu-before.*")), [])
+
+
+class MtuOfTheDaemon(SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.lan = self.cable("eth0")
+        self.server = self.dhcp_server(self.lan, options=["--dhcp-option=option:mtu,1400"])
+        write_store(wired())
+        self.start_daemon()
+        wait_for("the server's MTU", lambda: read("/sys/class/net/eth0/mtu") == "1400\n")
+
+    def test_does_not_stay_on_another_network(self):
+        self.lan.pull()
+        self.server.stop()
+        wait_for("no address", lambda: not addresses("eth0"))
+        self.dhcp_server(self.lan)
+
+        self.lan.plug()
+
+        wait_for("the interface's own MTU", lambda: read("/sys/class/net/eth0/mtu") == "1500\n")
+
+    def test_does_not_stay_with_a_fixed_address(self):
+        write_store(wired(**STATIC))
+        touch(RELOAD_FLAG)
+
+        wait_for("the interface's own MTU", lambda: read("/sys/class/net/eth0/mtu") == "1500\n")
+        self.wait_address("eth0", lambda address: address == STATIC["ipAddress"])
+
+
+if __name__ == "__main__":
+    main()
