@@ -14,9 +14,10 @@ FAKES = Path("/tmp/fakes")
 
 
 def script(name, *arguments, expect=0, timeout=30):
-    """Runs one of the scripts, with fakes (see fake()) before the real programs; its standard output."""
+    """Runs one of the scripts in the folder of the fakes (see fake()), which come before the real programs; its
+    standard output."""
     result = subprocess.run([SCRIPTS / name, *arguments], capture_output=True, text=True, timeout=timeout, check=False,
-                            env={**os.environ, "PATH": f"{FAKES}:{os.environ['PATH']}"})
+                            cwd=FAKES, env={**os.environ, "PATH": f"{FAKES}:{os.environ['PATH']}"})
     assert result.returncode == expect, f"{name}: status {result.returncode}, {result.stdout}{result.stderr}"
     return result.stdout
 

@@ -71,6 +71,22 @@ class Resolver(HookTest):
 
         self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.54\n")
 
+    def test_link_before_another_writes_it(self):
+        client_script("BOUND", "wlan0", 1)
+
+        client_script("BOUND", "eth0", 0, new_domain_name_servers="192.0.2.54")
+
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.54\n")
+
+    def test_link_is_not_behind_itself(self):
+        run("ip", "addr", "flush", "dev", "eth0")
+        run("ip", "addr", "add", "10.2.0.2/24", "dev", "wlan0")
+        run("ip", "route", "add", "default", "via", "10.2.0.1")
+
+        client_script("BOUND", "wlan0", 1, new_domain_name_servers="192.0.2.54")
+
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.54\n")
+
     def test_renewal_with_the_same_servers_leaves_it_alone(self):
         RESOLV_CONF.write_text("nameserver 192.0.2.99\n")
         for reason in ("RENEW", "REBIND"):
@@ -112,6 +128,9 @@ class Mtu(HookTest):
         client_script("BOUND", "eth0", 1)
 
         self.assertEqual(self.mtu(), 1480)
+        run("ip", "link", "set", "dev", "eth0", "mtu", "1450")
+        client_script("BOUND", "eth0", 1)
+        self.assertEqual(self.mtu(), 1450, "what somebody else set later stays")
 
     def test_of_one_network_after_the_other_gives_way_to_the_first(self):
         client_script("BOUND", "eth0", 0, new_interface_mtu="1400")

@@ -87,6 +87,24 @@ class StopDhclient(ScriptTest):
 
         self.assertLess(time.monotonic() - start, 2)
 
+    def test_waits_for_a_client_that_is_about_to_end(self):
+        # The kernel takes a process out of its namespace some time before it is gone.
+        client = self.start_client(body="""
+import ctypes, signal, sys, time
+CLONE_NEWNET = 0x40000000
+def leave(*_):
+    signal.signal(signal.SIGTERM, signal.SIG_IGN)
+    ctypes.CDLL(None).unshare(CLONE_NEWNET)
+    time.sleep(0.5)
+    sys.exit(7)
+signal.signal(signal.SIGTERM, leave)
+print(flush=True)
+time.sleep(60)""")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual(client.wait(0.1), 7)
+
     def test_client_of_a_container_lives(self):
         FarEnd("container", "none0")
         client = self.start_client(before=["ip", "netns", "exec", "container"])
@@ -142,9 +160,11 @@ class MakingWay(ScriptTest):
     def test_routes_that_are_behind_already_stay(self):
         self.given_default_route("wwan0", "metric", "500", number=0)
         self.given_default_route("wlan0", "metric", "600", number=1)
+        before = last_pid()
 
         script("stop_dhclient.sh")
 
+        self.assertEqual(last_pid() - before, 1, "nothing is to do, so nothing is started")
         self.assertEqual(routes(), [("wwan0", 500), ("wlan0", 600)])
 
     def test_of_several_routes_the_one_in_use_stays(self):
@@ -174,6 +194,7 @@ class MakingWay(ScriptTest):
         self.assertEqual(routes(), [])
 
     def test_names_with_odd_letters(self):
+        (FAKES / "wlan-is-a-file").touch()
         names = ["wlan*", "wlan?0", "wlan[a]", "wlan$x'\""]
         for number, name in enumerate(names):
             self.given_default_route(name, number=number)
