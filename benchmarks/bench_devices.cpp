@@ -133,7 +133,7 @@ void LoadForThreeDevices(benchmark::State &state, bool changed)
         const WiredDevice first(QStringLiteral("eth0"), nullptr);
         const WiredDevice second(QStringLiteral("eth1"), nullptr);
         const WirelessDevice third(QStringLiteral("wlan0"), nullptr);
-        const int loaded = first.namedNetworks.size() + third.namedNetworks.size();
+        const auto loaded = first.namedNetworks.size() + third.namedNetworks.size();
         if (loaded != state.range(0))
             Sandboxed::Fail("load all definitions");
     }

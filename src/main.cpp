@@ -5,14 +5,27 @@
 #include "terminationsignals.h"
 
 #include <QCoreApplication>
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
 #include <QTextCodec>
+#endif
+
+namespace {
+
+/// Program arguments and file names are UTF-8 whatever the locale: the key that a tool computes from an SSID
+/// in its arguments must be the key of the SSID in the supplicant's file. Qt 6 knows no other encoding.
+void UseUtf8()
+{
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+#endif
+}
+
+} // namespace
 
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    // Program arguments and file names are UTF-8 whatever the locale: the key that a tool computes from an
-    // SSID in its arguments must be the key of the SSID in the supplicant's file.
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    UseUtf8();
 
     Corvi corvi(nullptr);
     TerminationSignals signalSource(nullptr);

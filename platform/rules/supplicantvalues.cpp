@@ -28,7 +28,7 @@ bool IsQuoted(const QString &value)
 }
 
 /// The number of bytes that a WEP key as written stands for, -1 for a text that is none.
-int WepKeyLength(const QString &value)
+qsizetype WepKeyLength(const QString &value)
 {
     static const QRegularExpression digits(QStringLiteral("\\A([0-9A-Fa-f]{2})+\\z"));
     // Those of a fixed length alone: octal ones have up to three digits, and of any other escape the
@@ -102,7 +102,7 @@ QString SupplicantValues::WepKeyProblem(const QString &value)
 {
     if (const QString problem = CommentProblem(value); !problem.isEmpty())
         return problem;
-    const int length = WepKeyLength(value);
+    const qsizetype length = WepKeyLength(value);
     if (value.isEmpty() || length == 5 || length == 13 || length == 16)
         return QString();
     return QStringLiteral("is not a WEP key: 10, 26 or 32 hexadecimal digits, or 5, 13 or 16 bytes in double "

@@ -62,9 +62,12 @@ void Corvi::ShareStatus(NetworkDevice *nd)
         return;
     }
     segmentReport.Over();
+    // Qt 5 counts in int, Qt 6 in qsizetype.
+    const auto recordSize = static_cast<int>(record.size());
+    const auto segmentSize = static_cast<int>(shm.size());
     Log(Level::VERBOSE) << "ShareStatus"
-                        << "BA Size" << record.size() << "_shm.size" << shm.size();
-    const int length = std::min({shm.size(), ZebNetStatus::RECORD_SIZE, record.size()});
+                        << "BA Size" << recordSize << "_shm.size" << segmentSize;
+    const int length = std::min({segmentSize, ZebNetStatus::RECORD_SIZE, recordSize});
     std::memcpy(shm.data(), record.constData(), static_cast<size_t>(length));
     shm.unlock();
     Log(Level::TRACE) << "ShareStatus()  Complete";

@@ -20,7 +20,7 @@ QString ModInfo::GetUEVENTDriver(const QString &iface)
     const QStringList lines = GetDeviceSysInfo(iface, QStringLiteral("uevent")).split(QLatin1Char('\n'));
     for (const QString &line : lines) {
         // As "(.*)=(.*)" takes it: the key reaches to the last "=".
-        const int separator = line.lastIndexOf(QLatin1Char('='));
+        const auto separator = line.lastIndexOf(QLatin1Char('='));
         if (separator != -1 && line.left(separator).trimmed() == QLatin1String("DRIVER"))
             driver = line.mid(separator + 1).trimmed();
     }

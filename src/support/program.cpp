@@ -43,12 +43,21 @@ void ForgetFaults(const QString &program)
     faultReports.remove(program);
 }
 
+/// Runs in the child, between fork and exec.
+void BecomeGroupLeader()
+{
+    ::setpgid(0, 0);
+}
+
 } // namespace
 
 Program::Program(QObject *parent) : QProcess(parent)
 {
     setStandardInputFile(nullDevice());
     setStandardErrorFile(nullDevice());
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    setChildProcessModifier(BecomeGroupLeader);
+#endif
     connect(this, &QProcess::readyReadStandardOutput, this, [this] {
         if (bytesAvailable() >= OUTPUT_LIMIT)
             closeReadChannel(StandardOutput); // What was read stays.
@@ -64,10 +73,12 @@ Program::~Program()
     waitForFinished(static_cast<int>(KILL_TIME_LIMIT.count()));
 }
 
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
 void Program::setupChildProcess()
 {
-    ::setpgid(0, 0);
+    BecomeGroupLeader();
 }
+#endif
 
 bool Program::WaitForEnd(int limitMs)
 {

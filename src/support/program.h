@@ -22,9 +22,9 @@ public:
     /// standard error (category "corvi.program"), once until it works again. Usable from every thread.
     bool WaitForEnd(int limitMs);
 
-protected:
-    void setupChildProcess() override;
-
 private:
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    void setupChildProcess() override;
+#endif
     QString Fault(int limitMs) const;
 };

@@ -24,7 +24,7 @@ void SetEnvironment(QProcess &process)
 
 QString DecodeToFirstNul(const QByteArray &bytes)
 {
-    const int end = bytes.indexOf('\0');
+    const auto end = bytes.indexOf('\0');
     return QString::fromUtf8(bytes.constData(), end == -1 ? bytes.size() : end);
 }
 

@@ -73,7 +73,7 @@ public:
     // Questions
 
     NetworkDevice *Device(const QString &name) const { return devices.value(name); }
-    int DeviceCount() const { return devices.size(); }
+    int DeviceCount() const { return static_cast<int>(devices.size()); }
     NetworkDevice *WiredDevice() const { return wiredDevice; }
     NetworkDevice *WirelessDevice() const { return wirelessDevice; }
     NetworkDevice *ModemDevice() const { return modemDevice; }

@@ -19,7 +19,7 @@ void SetLevel(int level)
 
 int LogCount(const QString &text)
 {
-    return TestSupport::LogLines().count(text);
+    return static_cast<int>(TestSupport::LogLines().count(text));
 }
 
 bool WasEchoed(const QString &line, const QStringList &debugOutput)
@@ -117,7 +117,7 @@ void LogFromHere(int level)
 
 int DhcpAttempts()
 {
-    return JournalOf(QStringLiteral("dhclient -v")).size();
+    return static_cast<int>(JournalOf(QStringLiteral("dhclient -v")).size());
 }
 
 } // namespace CorviWorld

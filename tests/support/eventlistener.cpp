@@ -43,7 +43,7 @@ Events EventListener::Take()
     const QVector<QByteArray> messages = TakeMessages();
     for (const QByteArray &message : messages) {
         if (message.size() != 4)
-            qFatal("an event of %d bytes", message.size());
+            qFatal("an event of %s", message.toHex().constData());
         events << Event{qFromBigEndian<qint16>(message.constData()),
                         qFromBigEndian<qint16>(message.constData() + 2)};
     }

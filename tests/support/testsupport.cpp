@@ -131,7 +131,7 @@ QString LogText()
 QStringList LogLines()
 {
     static const QString end = QStringLiteral(" :  ");
-    static const int stampLength = QStringLiteral("2025-05-03 17:05:01.234").size();
+    static const auto stampLength = QStringLiteral("2025-05-03 17:05:01.234").size();
     QStringList texts;
     const QStringList lines = LogText().split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     for (const QString &line : lines) {
@@ -176,9 +176,9 @@ void Remove(const QString &path)
 
 int EntryCount(const QString &folder, const QStringList &wildcards)
 {
-    return QDir(folder)
-        .entryList(wildcards, QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot)
-        .size();
+    const QStringList entries = QDir(folder).entryList(wildcards, QDir::AllEntries | QDir::System |
+                                                                      QDir::Hidden | QDir::NoDotAndDotDot);
+    return static_cast<int>(entries.size());
 }
 
 void WriteStore(const QByteArray &xml)

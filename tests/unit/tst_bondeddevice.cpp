@@ -410,7 +410,7 @@ void TestBondedDevice::savedAddressIsUsed()
 
     bond.EnableBonding();
 
-    const int at = Journal().indexOf("ip link set eth0 address " + MAC);
+    const auto at = Journal().indexOf("ip link set eth0 address " + MAC);
     QCOMPARE(at != -1, used);
     if (used) {
         QCOMPARE(Journal().mid(at - 1),

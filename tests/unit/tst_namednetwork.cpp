@@ -13,7 +13,6 @@
 #include <QFile>
 #include <QProcess>
 #include <QRandomGenerator>
-#include <QTextCodec>
 #include <QtTest>
 
 #include <optional>
@@ -104,7 +103,6 @@ class TestNamedNetwork : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
     void init();
     void cleanup();
 
@@ -171,11 +169,6 @@ private Q_SLOTS:
     void noSecretIsLogged();
 };
 
-void TestNamedNetwork::initTestCase()
-{
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-}
-
 void TestNamedNetwork::init()
 {
     WpaSupplicantCfg::_intel_sae_fix = true;
@@ -200,7 +193,7 @@ void TestNamedNetwork::init()
 void TestNamedNetwork::cleanup()
 {
     // The shell starts the SCEP daemon in the background: it must not come into the next test's journal.
-    const int restarts = TestSupport::Journal().count("killall scepd");
+    const auto restarts = TestSupport::Journal().count("killall scepd");
     QTRY_COMPARE(TestSupport::Journal().count("scepd -d"), restarts);
     debugOutput.reset();
 }

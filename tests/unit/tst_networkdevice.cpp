@@ -38,7 +38,7 @@ void GivenConfiguredInterface(const QString &name)
 
 int OpenDescriptors()
 {
-    return QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+    return TestSupport::EntryCount("/proc/self/fd");
 }
 
 /// Counts how often wireless details are asked for.
@@ -177,7 +177,6 @@ void TestNetworkDevice::canTravelInQueuedSignals()
 
     QVERIFY(received == nullptr);
     QTRY_COMPARE(received, &device);
-    QVERIFY(QMetaType::type("NetworkDevice*") != QMetaType::UnknownType);
 }
 
 void TestNetworkDevice::socketIsNotInherited()

@@ -8,7 +8,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QTextCodec>
 #include <QtTest>
 
 #include <sys/stat.h>
@@ -74,7 +73,6 @@ class TestWpaSupplicantCfg : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
     void init();
 
     void optionIsKeyEqualsValue_data();
@@ -142,12 +140,6 @@ private Q_SLOTS:
     void foreignFileGoesWhereTheDiskIsFull();
     void folderInThePlaceOfTheFileIsAFailure();
 };
-
-void TestWpaSupplicantCfg::initTestCase()
-{
-    // As main() does: what goes to a program and what goes into the file are the same bytes.
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-}
 
 void TestWpaSupplicantCfg::init()
 {

@@ -21,12 +21,12 @@ const QString CONTROL_ERROR = QStringLiteral("WPA_CTRL_ERROR: Control not Open")
 
 int OpenDescriptors()
 {
-    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
+    return TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
 }
 
 int LocalNames()
 {
-    return QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System | QDir::Files).size();
+    return TestSupport::EntryCount(QStringLiteral("/tmp"), {QStringLiteral("wpa_ctrl_*")});
 }
 
 /// Runs what waits in the event loop now.

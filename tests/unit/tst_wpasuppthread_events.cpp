@@ -21,7 +21,7 @@ const QString WARNING = QStringLiteral("warning 2 'Invalid password for '\\''%1'
 
 int LogLineCount()
 {
-    return TestSupport::LogText().count(QLatin1Char('\n'));
+    return static_cast<int>(TestSupport::LogText().count(QLatin1Char('\n')));
 }
 
 /// The last line of the log without its time stamp.

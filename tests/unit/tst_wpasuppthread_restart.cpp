@@ -104,7 +104,7 @@ void TestWpaSuppThreadRestart::startsTheSupplicant()
           "WpaSupplicant::StopSupplicant STOP wpa \n",
           "WpaSupplicant::Start we should have stopped by now \n",
           "WpaSuppThread::Start -- Start wpa_supplicant \n"}) {
-        from = text.indexOf(QLatin1String(line), from);
+        from = static_cast<int>(text.indexOf(QLatin1String(line), from));
         QVERIFY2(from >= 0, line);
     }
 }

@@ -24,7 +24,7 @@ const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
 
 int CountOf(const QString &folder)
 {
-    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+    return TestSupport::EntryCount(folder);
 }
 
 } // namespace
