@@ -2,7 +2,7 @@
 # Copyright (c) 2026 The Corvi developers
 
 if(TARGET corvi-status)
-    corvi_add_unit_test(tst_statustool LIBS zeb Qt5::Network)
+    corvi_add_unit_test(tst_statustool LIBS zeb Qt::Network)
     add_dependencies(tst_statustool corvi-status)
     target_compile_definitions(tst_statustool PRIVATE CORVI_STATUS="$<TARGET_FILE:corvi-status>"
         STATUS_DOCUMENT="${PROJECT_SOURCE_DIR}/docs/status-interface.md")
