@@ -12,7 +12,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 
 build_quietly() {
     echo 'Building the daemon ...'
-    scripts/build.sh release corvi corvi-status >build/demo-build.log 2>&1 || {
+    scripts/build.sh demo corvi corvi-status >build/demo-build.log 2>&1 || {
         tail -n 40 build/demo-build.log
         exit 1
     }
@@ -24,13 +24,13 @@ elevate=
 mkdir -p build
 case ${1:-wired} in
     wired)
-        scripts/install-deps.sh
+        scripts/install-deps.sh build run demo
         build_quietly
         exec $elevate env CORVI_BUILD_DIR="$PWD/build/release" \
             tests/sandbox/run --platform /usr/bin/python3 -B scripts/demo_wired.py
         ;;
     wifi)
-        scripts/install-deps.sh vm
+        scripts/install-deps.sh build run vm
         build_quietly
         exec $elevate tests/vm/run --build-dir "$PWD/build/release" demo
         ;;

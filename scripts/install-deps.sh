@@ -2,16 +2,18 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
 #
-# Installs the Debian packages that building and testing need and that are not
-# there yet: packages.txt here and, with "vm", those of the virtual machine.
+# install-deps.sh PURPOSE...: installs the Debian packages of the lists
+# packages/PURPOSE.txt that are not there yet, and says before how much it
+# will download.
+#   build   compiles the daemon and its tools
+#   run     what the daemon runs
+#   demo    what demo.sh needs besides
+#   test    what the tests need besides
+#   vm      what the virtual machine needs besides
+#   qt6, fuzz, check   for the preset qt6, the fuzz targets, the other checks of .ci/run
 set -eu
 
-folder=$(dirname "$0")
-
-wanted() {
-    cat "$folder/packages.txt"
-    [ "${1:-}" != vm ] || cat "$folder/../tests/vm/packages.txt"
-}
+folder=$(dirname "$0")/packages
 
 is_installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
@@ -25,14 +27,37 @@ as_root() {
     fi
 }
 
+install_packages() {
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq install --yes --no-install-recommends "$@"
+}
+
+# Each line of the output is: 'address' file size checksum.
+download_megabytes() {
+    install_packages --print-uris "$@" | awk '{ bytes += $3 } END { printf "%.1f", bytes / 1e6 }'
+}
+
+[ $# -gt 0 ] || {
+    sed -n '5,14s/^# \?//p' "$0" >&2
+    exit 2
+}
+for purpose in "$@"; do
+    [ -e "$folder/$purpose.txt" ] || {
+        echo "install-deps.sh: no list $folder/$purpose.txt" >&2
+        exit 2
+    }
+done
+
+# The names become separate words, here and below.
+wanted=$(cd "$folder" && for purpose in "$@"; do cat "$purpose.txt"; done | sort -u)
 missing=
-for package in $(wanted "$@" | sort -u); do
+for package in $wanted; do
     is_installed "$package" || missing="$missing $package"
 done
 [ -n "$missing" ] || exit 0
 
-echo "Installing Debian packages:$missing"
+echo "Reading Debian's lists of packages (about 10 MB when they are old) ..."
 as_root apt-get -qq update
-# The names must become separate words.
 # shellcheck disable=SC2086
-as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq install --yes --no-install-recommends $missing >/dev/null
+echo "Installing$missing: $(download_megabytes $missing) MB to download, with what they need ..."
+# shellcheck disable=SC2086
+install_packages $missing >/dev/null
