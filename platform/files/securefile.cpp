@@ -4,9 +4,11 @@
 #include "securefile.h"
 
 #include <QFile>
+#include <QProcess>
 #include <QScopeGuard>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -32,6 +34,29 @@ bool WriteAll(int fd, const QByteArray &contents)
            file.write(contents) == contents.size() && file.flush();
 }
 
+/// Ends a folder that was moved out of the way. By a program of its own, as another user may have made it
+/// deep or full enough to keep us busy for minutes; rm(1) follows no link, not even one that is put there
+/// meanwhile.
+void Discard(const QByteArray &folder)
+{
+    // Where it cannot be started, a name in /tmp that nobody uses is all that is left.
+    static_cast<void>(QProcess::startDetached(QStringLiteral("rm"),
+                                              {QStringLiteral("-rf"), QStringLiteral("--one-file-system"),
+                                               QStringLiteral("--"), QFile::decodeName(folder)}));
+}
+
+/// rename(2) that displaces a folder, too: it changes places with the file, which takes one step as well.
+bool PutInPlace(const QByteArray &temporary, const QByteArray &path)
+{
+    if (::rename(temporary.constData(), path.constData()) == 0)
+        return true;
+    if (errno != EISDIR ||
+        ::renameat2(AT_FDCWD, temporary.constData(), AT_FDCWD, path.constData(), RENAME_EXCHANGE) != 0)
+        return false;
+    Discard(temporary);
+    return true;
+}
+
 } // namespace
 
 bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t mode)
@@ -41,11 +66,30 @@ bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t
     if (fd == -1)
         return false;
     const auto closer = qScopeGuard([fd] { ::close(fd); });
-    if (::fchmod(fd, mode) == 0 && WriteAll(fd, contents) &&
-        ::rename(temporary.constData(), QFile::encodeName(path).constData()) == 0)
+    if (::fchmod(fd, mode) == 0 && WriteAll(fd, contents) && PutInPlace(temporary, QFile::encodeName(path)))
         return true;
     ::unlink(temporary.constData());
     return false;
+}
+
+bool SecureFile::Remove(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    if (::unlink(name.constData()) == 0 || errno == ENOENT)
+        return true;
+    if (errno != EISDIR)
+        return false;
+    if (::rmdir(name.constData()) == 0)
+        return true;
+    QByteArray aside = name + ".XXXXXX";
+    if (!::mkdtemp(aside.data()))
+        return false;
+    if (::rename(name.constData(), aside.constData()) != 0) {
+        ::rmdir(aside.constData());
+        return false;
+    }
+    Discard(aside);
+    return true;
 }
 
 bool SecureFile::IsOurs(const QString &path)

@@ -16,8 +16,12 @@ namespace SecureFile {
 
 /// Replaces the file by a new one of our own in a single step, so that a reader sees the old or the new
 /// contents and never a part. It has exactly `mode` before the first byte is written. Whatever others put at
-/// `path` is displaced, a link as such; a folder stays, and this fails. False leaves everything as it was.
+/// `path` is displaced, a link as such, a folder with all that is in it. False leaves everything as it was.
 [[nodiscard]] bool Replace(const QString &path, const QByteArray &contents, mode_t mode);
+
+/// Removes whatever is at `path`, a link as such, a folder with all that is in it. The name is free at once;
+/// what was in the folder goes in the background. True when there is nothing (any more).
+[[nodiscard]] bool Remove(const QString &path);
 
 /// Whether `path` is a plain file of our own with this one name. Where only owners may remove files, as in
 /// /tmp, it stays so. Another user's file, a link to one and a second name of some other file are not.

@@ -226,6 +226,6 @@ bool WpaSupplicantCfg::WriteCfg(const QStringList &lines)
     // An older file of our own stays in force. Anything else was put there by another user, and root would
     // run the supplicant by it.
     if (!SecureFile::IsOurs(WPA_SUPPLICANT_CONF))
-        QFile::remove(WPA_SUPPLICANT_CONF);
+        static_cast<void>(SecureFile::Remove(WPA_SUPPLICANT_CONF)); // The caller tells of the failure.
     return false;
 }

@@ -7,6 +7,7 @@
 #include "logging.h"
 #include "modem.h"
 #include "paths.h"
+#include "securefile.h"
 #include "timing.h"
 #include "utils.h"
 #include "wpasuppthread.h"
@@ -55,7 +56,7 @@ Corvi::Corvi(QObject *parent) : QObject(parent), log(Logging::GetInstance(Loggin
     bondedDevice->setBringupInterface(false);
     connect(loopTimer.get(), &QTimer::timeout, this, &Corvi::LoopTimerTimeout);
 
-    QFile::remove(KILL_FLAG);
+    RemoveFlag(KILL_FLAG);
     if (!QFile::exists(DHCLIENT_CONF))
         Utils::Execute(QStringLiteral("init_hostname"), {}, false);
     InitSharedMemory();
@@ -125,13 +126,24 @@ void Corvi::CheckReload()
     if (QFile::exists(RELOAD_FLAG)) {
         Log(Level::TRACE) << "Reload forced";
         forceRescan = true;
-        QFile::remove(RELOAD_FLAG);
+        RemoveFlag(RELOAD_FLAG);
         return;
     }
     if (!wiredUp && !wirelessCarrierSeen && CheckIfWirelessCarrierExists()) {
         wirelessCarrierSeen = true;
         forceRescan = true;
     }
+}
+
+/// Whoever may write to the folder can put a folder of his own at the name, filled or not: it counts as a
+/// file does and goes as a file does.
+void Corvi::RemoveFlag(const QString &path)
+{
+    if (SecureFile::Remove(path))
+        return;
+    const QString reason = qt_error_string();
+    LogOnce(flagReports[path]) << "Corvi::RemoveFlag - cannot be removed, so it is obeyed again and again:"
+                               << path << reason;
 }
 
 void Corvi::LoopTimerTimeout()

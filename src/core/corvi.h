@@ -189,9 +189,11 @@ private:
     ReportOnce confFileReport;
     ReportOnce retryReport;
     ReportOnce segmentReport;
+    QHash<QString, ReportOnce> flagReports; ///< by path: flag files that cannot be removed
 
     // Life, the supervision tick
     void ApplyDebugFlag();
+    void RemoveFlag(const QString &path);
     void Rescan();
     void SetUpNetworks();
     void SetUpBelowWired();

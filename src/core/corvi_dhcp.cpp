@@ -43,7 +43,7 @@ void Corvi::CheckDhcpEvent()
         return;
     const QString text =
         QString::fromLatin1(SecureFile::ReadRegular(DHCP_EVENT_FILE, O_NOFOLLOW).value_or(QByteArray()));
-    QFile::remove(DHCP_EVENT_FILE);
+    RemoveFlag(DHCP_EVENT_FILE);
 
     if (wiredDevice && text.contains(QStringLiteral("eth")))
         wiredDevice->UpdateIpInformation();

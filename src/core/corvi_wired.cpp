@@ -153,7 +153,7 @@ void Corvi::CheckRefreshFile(bool isConnected)
         return;
     if (wiredDevice)
         wiredDevice->RefreshStatus();
-    QFile::remove(REFRESH_FLAG);
+    RemoveFlag(REFRESH_FLAG);
     // The state is reported afresh. A link lost in this very tick is still to be reported as lost.
     if (isConnected)
         wiredUp = false;

@@ -27,6 +27,8 @@ STORE = Path("/tmp/config/xmlconfig/user/hardware/networkconfig")
 HOSTS = Path("/etc/hosts")
 RESOLV_CONF = Path("/etc/resolv.conf")
 DHCP_TRANSCRIPT = Path("/tmp/dhclient.log")
+HOST_LIST = Path("/tmp/.hostlist")
+SUPPLICANT_FILE = Path("/tmp/wpa_supplicant.conf")
 EVENT_SOCKET = "/tmp/corvin"
 
 KILL_FLAG = Path("/tmp/kill_corvi")
@@ -450,8 +452,10 @@ class SystemTest(unittest.TestCase):
         for info in json.loads(run("ip", "-j", "link", "show")):
             if info["ifname"] != "lo":
                 run("ip", "link", "delete", "dev", info["ifname"], check=False)
-        for path in (LOG, KILL_FLAG, DEBUG_FLAG, REFRESH_FLAG, DHCP_TRANSCRIPT, RESOLV_CONF, Path("/tmp/.hostlist"),
-                     Path("/tmp/corvi-output"), Path(EVENT_SOCKET), Path("/tmp/wpa_supplicant.conf")):
+        for path in (LOG, KILL_FLAG, DEBUG_FLAG, REFRESH_FLAG, DHCP_TRANSCRIPT, RESOLV_CONF, HOST_LIST,
+                     SUPPLICANT_FILE, Path("/tmp/corvi-output"), Path(EVENT_SOCKET)):
+            if path.is_dir() and not path.is_symlink():
+                shutil.rmtree(path)
             path.unlink(missing_ok=True)
         shutil.rmtree("/tmp/config", ignore_errors=True)
         for left in [*Path("/var/lib/dhcp").glob("*"), *Path("/run").glob("corvi-mtu-before.*")]:

@@ -4,10 +4,11 @@
 
 import os
 import signal
+from pathlib import Path
 
-from harness import (ADDRESS_PRESENT, DEBUG_FLAG, DHCP_STARTED, KILL_FLAG, LINK_DOWN, LINK_UP, LOG, REFRESH_FLAG,
-                     RELOAD_FLAG, STATIC, Daemon, SystemTest, holds_for, main, read, status, touch, wait_for, wired,
-                     write_store)
+from harness import (ADDRESS_PRESENT, DEBUG_FLAG, DHCP_STARTED, HOST_LIST, KILL_FLAG, LINK_DOWN, LINK_UP, LOG,
+                     REFRESH_FLAG, RELOAD_FLAG, STATIC, SUPPLICANT_FILE, Daemon, SystemTest, holds_for, main, read,
+                     status, touch, wait_for, wired, write_store)
 
 
 def rescans():
@@ -65,6 +66,25 @@ class Flags(SystemTest):
         self.assertFalse(RELOAD_FLAG.exists())
         self.wait_events(self.listener, LINK_UP, ADDRESS_PRESENT)
         holds_for("no further rescan", lambda: rescans() == 2, 3)
+
+    def test_folders_at_the_names_of_files_are_displaced(self):
+        for path in (KILL_FLAG, SUPPLICANT_FILE, HOST_LIST):
+            touch(path / "filled")
+
+        daemon = self.start_daemon()
+
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        self.assertFalse(KILL_FLAG.exists())
+        wait_for("host list", HOST_LIST.is_file)
+        self.listener.clear()
+        touch(REFRESH_FLAG / "filled")
+        wait_for("refresh folder gone", lambda: not REFRESH_FLAG.exists())
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        touch(RELOAD_FLAG / "filled")
+        daemon.wait_logged("Corvi::Loop Force Rescan", count=2)
+        self.wait_events(self.listener, ADDRESS_PRESENT, ADDRESS_PRESENT)
+        holds_for("nothing more", lambda: rescans() == 2 and self.listener.events().count(ADDRESS_PRESENT) == 2, 4)
+        self.assertFalse([path for path in Path("/tmp").iterdir() if path.name.startswith("refresh_network")])
 
     def test_reload_file_that_is_there_at_start_gives_one_rescan(self):
         touch(RELOAD_FLAG)

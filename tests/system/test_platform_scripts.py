@@ -5,10 +5,9 @@
 import subprocess
 from pathlib import Path
 
-from harness import HOSTS, RESOLV_CONF, main, read, run
+from harness import HOST_LIST, HOSTS, RESOLV_CONF, main, read, run
 from scripts import FAKES, SCRIPTS, ScriptTest, calls, fake, script
 
-HOST_LIST = Path("/tmp/.hostlist")
 DHCLIENT_CONF = Path("/etc/dhcp/dhclient.conf")
 
 

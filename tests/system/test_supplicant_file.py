@@ -9,9 +9,9 @@ import shutil
 import stat
 from pathlib import Path
 
-from harness import DEBUG_FLAG, LOG, SystemTest, answer, journal, main, network, read, run, wait_for, write_store
+from harness import (DEBUG_FLAG, LOG, SUPPLICANT_FILE, SystemTest, answer, journal, main, network, read, run, wait_for,
+                     write_store)
 
-SUPPLICANT_FILE = Path("/tmp/wpa_supplicant.conf")
 CLASS = Path("/tmp/class")
 SSID = "Café"
 PASSPHRASE = "schlüssel7"

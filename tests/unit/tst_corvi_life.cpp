@@ -4,6 +4,7 @@
 #include "corvipeer.h"
 #include "debugoutput.h"
 #include "fakesupplicant.h"
+#include "mountpoint.h"
 
 #include <QPointer>
 #include <QProcess>
@@ -30,6 +31,7 @@ private Q_SLOTS:
     void debugFlagSetsTheLevelAtConstruction_data();
     void debugFlagSetsTheLevelAtConstruction();
     void constructionStartsFromTheInitialValues();
+    void constructionRemovesAStaleKillFile_data();
     void constructionRemovesAStaleKillFile();
     void hostNameIsInitialisedWithoutAClientConfiguration_data();
     void hostNameIsInitialisedWithoutAClientConfiguration();
@@ -47,6 +49,7 @@ private Q_SLOTS:
     void reloadFileAtStartGivesOneRescan();
     void reloadFileThatStaysRescansEveryTick();
     void reloadsApartAreAllTold();
+    void folderCountsAsAFlagFile();
     void lateWirelessCarrierForcesOneRescan();
     void wirelessCarrierAtStartForcesNoRescan();
     void wirelessCarrierForcesNoRescanWhileWiredIsUp();
@@ -120,9 +123,17 @@ void TestCorviLife::constructionStartsFromTheInitialValues()
     QVERIFY(!corvi.LoopTimer().isActive());
 }
 
+void TestCorviLife::constructionRemovesAStaleKillFile_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::newRow("file") << KILL_FLAG;
+    QTest::newRow("folder that is not empty") << KILL_FLAG + "/file";
+}
+
 void TestCorviLife::constructionRemovesAStaleKillFile()
 {
-    WriteFile(KILL_FLAG, "");
+    QFETCH(QString, file);
+    WriteFile(file, "");
 
     const CorviPeer corvi;
 
@@ -278,8 +289,8 @@ void TestCorviLife::reloadFileAtStartGivesOneRescan()
 
 void TestCorviLife::reloadFileThatStaysRescansEveryTick()
 {
-    // A folder that is not empty cannot be removed like a file.
-    WriteFile(RELOAD_FLAG + "/file", "");
+    QVERIFY(QDir().mkpath(RELOAD_FLAG));
+    const MountPoint taken(RELOAD_FLAG);
     CorviPeer corvi;
 
     corvi.Tick(3);
@@ -287,6 +298,9 @@ void TestCorviLife::reloadFileThatStaysRescansEveryTick()
     QCOMPARE(JournalOf("setup_resolved").size(), 3);
     // The log would be full of nothing else.
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
+    QCOMPARE(LogLines().filter("cannot be removed"),
+             QStringList{"Corvi::RemoveFlag - cannot be removed, so it is obeyed again and again: "
+                         "/tmp/config/files/network/reload Device or resource busy"});
 }
 
 void TestCorviLife::reloadsApartAreAllTold()
@@ -300,6 +314,17 @@ void TestCorviLife::reloadsApartAreAllTold()
 
     QCOMPARE(LogCount("Logginglevel = 2"), 5);
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 4);
+}
+
+void TestCorviLife::folderCountsAsAFlagFile()
+{
+    WriteFile(RELOAD_FLAG + "/file", "");
+    CorviPeer corvi;
+
+    corvi.Tick(3);
+
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
+    QVERIFY(!QFile::exists(RELOAD_FLAG));
 }
 
 void TestCorviLife::lateWirelessCarrierForcesOneRescan()

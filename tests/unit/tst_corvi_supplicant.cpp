@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "mountpoint.h"
 
 #include "zebnetstatus.h"
 
@@ -287,6 +288,7 @@ void TestCorviSupplicant::fileThatCannotBeWrittenIsLogged()
 {
     CorviPeer corvi;
     QDir().mkpath(SUPPLICANT_FILE);
+    const MountPoint taken(SUPPLICANT_FILE);
     ClearLog();
 
     corvi.UpdateWpaConfFile(QString());

@@ -63,6 +63,7 @@ private Q_SLOTS:
     void refreshFileReportsTheStateAgain();
     void refreshFileWithoutLinkIsConsumed_data();
     void refreshFileWithoutLinkIsConsumed();
+    void refreshFolderReportsTheStateOnce();
     void refreshFileDoesNotHideALoss();
     void refreshFileReadsTheDeviceAgain();
 };
@@ -381,6 +382,20 @@ void TestCorviWired::refreshFileReportsTheStateAgain()
 
     corvi.Tick();
     QCOMPARE(TakeStates(changes), States());
+}
+
+void TestCorviWired::refreshFolderReportsTheStateOnce()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviUnderTest corvi;
+    corvi.Tick(3);
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+
+    WriteFile(REFRESH_FLAG + "/file", "");
+    corvi.Tick(3);
+
+    QVERIFY(!QFile::exists(REFRESH_FLAG));
+    QCOMPARE(TakeStates(changes), States{true});
 }
 
 void TestCorviWired::refreshFileWithoutLinkIsConsumed_data()

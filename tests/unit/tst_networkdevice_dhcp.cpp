@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "logging.h"
+#include "mountpoint.h"
 #include "networkdevice.h"
 #include "testsupport.h"
 
@@ -181,6 +182,7 @@ void TestNetworkDeviceDhcp::transcriptDoesNotFollowALink()
 void TestNetworkDeviceDhcp::transcriptThatCannotBeKeptIsNoFailure()
 {
     QVERIFY(QDir().mkpath(TRANSCRIPT));
+    const MountPoint taken(TRANSCRIPT);
     TestSupport::Answer("dhclient", "echo bound to 10.0.0.5");
     NetworkDevice device("eth0", nullptr);
 
@@ -495,6 +497,7 @@ void TestNetworkDeviceDhcp::hostListDoesNotFollowALink()
 void TestNetworkDeviceDhcp::hostListThatCannotBeWrittenIsLogged()
 {
     QVERIFY(QDir().mkpath(HOST_LIST));
+    const MountPoint taken(HOST_LIST);
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     NetworkDevice device("eth0", nullptr);
 
@@ -502,7 +505,6 @@ void TestNetworkDeviceDhcp::hostListThatCannotBeWrittenIsLogged()
 
     QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetHosts -  Unable to access hosts \n"));
     QCOMPARE(TestSupport::Journal(), QStringList());
-    TestSupport::Remove(HOST_LIST);
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceDhcp)

@@ -3,6 +3,7 @@
 
 #include "securefile.h"
 
+#include "mountpoint.h"
 #include "resourcelimit.h"
 #include "testsupport.h"
 
@@ -56,6 +57,10 @@ bool Put(const QString &kind)
         return ::mkfifo(path.constData(), 0600) == 0;
     if (kind == "folder")
         return QDir().mkdir(PATH);
+    if (kind == "filled folder") {
+        TestSupport::WriteFile(PATH + "/a/b/file", "old");
+        return QFile::link(FOLDER, PATH + "/a/link") && QFile::link(OTHER, PATH + "/link");
+    }
     return true;
 }
 
@@ -76,6 +81,9 @@ private Q_SLOTS:
     void replaceDisplacesWhatOthersPutThere();
     void replaceLeavesNothingBehindWhenItFails();
     void replaceKeepsTheOldFileWhereTheDiskIsFull();
+    void removeTakesWhateverIsThere_data();
+    void removeTakesWhateverIsThere();
+    void removeTellsOfAFailure();
     void onlyAPlainFileOfOursIsOurs_data();
     void onlyAPlainFileOfOursIsOurs();
     void readGivesTheContents_data();
@@ -132,8 +140,8 @@ void TestSecureFile::replaceGivesReadersOldOrNew()
 
 void TestSecureFile::replaceDisplacesWhatOthersPutThere_data()
 {
-    AddKinds(
-        {"symbolic link", "dangling symbolic link", "second name", "named pipe", "file of another user"});
+    AddKinds({"symbolic link", "dangling symbolic link", "second name", "named pipe", "file of another user",
+              "folder", "filled folder"});
 }
 
 void TestSecureFile::replaceDisplacesWhatOthersPutThere()
@@ -147,15 +155,48 @@ void TestSecureFile::replaceDisplacesWhatOthersPutThere()
     QVERIFY(SecureFile::IsOurs(PATH));
     QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("new"));
     QCOMPARE(TestSupport::ReadFile(OTHER), QByteArray("other"));
-    QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
+    // What was in a folder goes in the background.
+    QTRY_COMPARE(FilesInFolder(), (QStringList{"file", "other"}));
 }
 
 void TestSecureFile::replaceLeavesNothingBehindWhenItFails()
 {
     QVERIFY(QDir().mkdir(PATH));
+    const MountPoint taken(PATH);
 
     QVERIFY(!SecureFile::Replace(PATH, "new", 0644));
 
+    QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
+}
+
+void TestSecureFile::removeTakesWhateverIsThere_data()
+{
+    AddKinds({"nothing", "file", "symbolic link", "dangling symbolic link", "second name", "named pipe",
+              "file of another user", "folder", "filled folder"});
+}
+
+void TestSecureFile::removeTakesWhateverIsThere()
+{
+    QFETCH(QString, kind);
+    if (!Put(kind))
+        QSKIP("only root can make a file of another user; seen when the tests run as root");
+
+    QVERIFY(SecureFile::Remove(PATH));
+
+    QVERIFY(!QFileInfo::exists(PATH) && !QFileInfo(PATH).isSymLink());
+    QTRY_COMPARE(FilesInFolder(), QStringList{"other"});
+    QCOMPARE(TestSupport::ReadFile(OTHER), QByteArray("other"));
+}
+
+void TestSecureFile::removeTellsOfAFailure()
+{
+    QVERIFY(QDir().mkdir(PATH));
+    const MountPoint taken(PATH);
+    TestSupport::WriteFile(PATH + "/file", "kept");
+
+    QVERIFY(!SecureFile::Remove(PATH));
+
+    QCOMPARE(TestSupport::ReadFile(PATH + "/file"), QByteArray("kept"));
     QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
 }
 

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "debugoutput.h"
+#include "mountpoint.h"
 #include "resourcelimit.h"
 #include "testsupport.h"
 #include "wpasupplicantcfg.h"
@@ -138,7 +139,8 @@ private Q_SLOTS:
     void fileOfAnotherUserIsDisplaced();
     void earlierFileStaysWhereTheDiskIsFull();
     void foreignFileGoesWhereTheDiskIsFull();
-    void folderInThePlaceOfTheFileIsAFailure();
+    void folderInThePlaceOfTheFileIsDisplaced();
+    void folderThatCannotBeDisplacedIsAFailure();
 };
 
 void TestWpaSupplicantCfg::init()
@@ -1000,8 +1002,19 @@ void TestWpaSupplicantCfg::foreignFileGoesWhereTheDiskIsFull()
     QCOMPARE(TestSupport::ReadFile("/tmp/target"), QByteArray("kept"));
 }
 
-void TestWpaSupplicantCfg::folderInThePlaceOfTheFileIsAFailure()
+void TestWpaSupplicantCfg::folderInThePlaceOfTheFileIsDisplaced()
 {
+    TestSupport::WriteFile(FILE_PATH + "/inside", "not ours");
+
+    QVERIFY(WpaSupplicantCfg::WriteCfg({"secret"}));
+
+    QVERIFY(TestSupport::ReadFile(FILE_PATH).contains("secret"));
+}
+
+void TestWpaSupplicantCfg::folderThatCannotBeDisplacedIsAFailure()
+{
+    QVERIFY(QDir().mkpath(FILE_PATH));
+    const MountPoint taken(FILE_PATH);
     TestSupport::WriteFile(FILE_PATH + "/inside", "kept");
 
     QVERIFY(!WpaSupplicantCfg::WriteCfg({"secret"}));
