@@ -27,10 +27,12 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     UseUtf8();
 
-    Corvi corvi(nullptr);
+    // First: a reload that is asked for while the daemon starts must not end it.
     TerminationSignals signalSource(nullptr);
+    Corvi corvi(nullptr);
     QObject::connect(&signalSource, &TerminationSignals::terminationRequested, &corvi,
                      [&corvi] { corvi.Stop(0); });
+    QObject::connect(&signalSource, &TerminationSignals::reloadRequested, &corvi, &Corvi::RequestReload);
     corvi.Start();
     return QCoreApplication::exec();
 }

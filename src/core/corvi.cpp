@@ -135,6 +135,12 @@ void Corvi::CheckReload()
     }
 }
 
+void Corvi::RequestReload()
+{
+    Log(Level::TRACE) << "Corvi::RequestReload()";
+    forceRescan = true;
+}
+
 /// Whoever may write to the folder can put a folder of his own at the name, filled or not: it counts as a
 /// file does and goes as a file does.
 void Corvi::RemoveFlag(const QString &path)

@@ -55,6 +55,8 @@ public:
     void CheckReload();
     bool CheckIfWirelessCarrierExists() const;
 
+    /// The next tick rescans, as after a reload file.
+    void RequestReload();
     // Discovery (corvi_discovery.cpp)
 
     void FindAllInterfaces();

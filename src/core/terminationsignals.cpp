@@ -15,14 +15,21 @@
 
 namespace {
 
+constexpr int SIGNALS[] = {SIGTERM, SIGINT, SIGHUP};
+
 /// The self-pipe: a handler may do little more than write (signal-safety(7)).
 int pipeEnds[2] = {-1, -1};
 
-void HandleSignal(int /*number*/)
+/// What the bytes in the pipe stand for: a full pipe takes no more of them.
+volatile std::sig_atomic_t terminationWanted = 0;
+volatile std::sig_atomic_t reloadWanted = 0;
+
+void HandleSignal(int number)
 {
+    (number == SIGHUP ? reloadWanted : terminationWanted) = 1;
     const int savedErrno = errno;
     const char byte = 1;
-    // A full pipe already holds a request; there is nothing else to do about a failure here.
+    // A full pipe wakes the event loop as well; there is nothing else to do about a failure here.
     [[maybe_unused]] const ssize_t written = ::write(pipeEnds[1], &byte, 1);
     errno = savedErrno;
 }
@@ -43,14 +50,14 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
     struct sigaction action = {};
     action.sa_handler = HandleSignal;
     action.sa_flags = SA_RESTART;
-    ::sigaction(SIGTERM, &action, nullptr);
-    ::sigaction(SIGINT, &action, nullptr);
+    for (const int number : SIGNALS)
+        ::sigaction(number, &action, nullptr);
 }
 
 TerminationSignals::~TerminationSignals()
 {
-    ::signal(SIGTERM, SIG_DFL);
-    ::signal(SIGINT, SIG_DFL);
+    for (const int number : SIGNALS)
+        ::signal(number, SIG_DFL);
     notifier.reset(); // Before the descriptor that it watches.
     for (int &end : pipeEnds) {
         if (end != -1)
@@ -64,5 +71,12 @@ void TerminationSignals::OnReadable()
     char bytes[16];
     while (::read(pipeEnds[0], bytes, sizeof bytes) > 0) {
     }
-    emit terminationRequested();
+    if (reloadWanted) {
+        reloadWanted = 0;
+        emit reloadRequested();
+    }
+    if (terminationWanted) {
+        terminationWanted = 0;
+        emit terminationRequested();
+    }
 }

@@ -9,8 +9,9 @@
 
 class QSocketNotifier;
 
-/// Turns SIGTERM and SIGINT into a Qt signal delivered by the event loop. The signals are caught, not
-/// blocked: a blocked signal would stay blocked in every program that the daemon starts. One instance.
+/// Turns SIGTERM and SIGINT, which ask for an end, and SIGHUP, which asks for a reload, into Qt signals
+/// delivered by the event loop. The signals are caught, not blocked: a blocked signal would stay blocked in
+/// every program that the daemon starts. One instance.
 class TerminationSignals : public QObject
 {
     Q_OBJECT
@@ -20,6 +21,7 @@ public:
 
 signals:
     void terminationRequested();
+    void reloadRequested();
 
 private:
     void OnReadable();

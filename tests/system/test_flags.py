@@ -67,6 +67,15 @@ class Flags(SystemTest):
         self.wait_events(self.listener, LINK_UP, ADDRESS_PRESENT)
         holds_for("no further rescan", lambda: rescans() == 2, 3)
 
+    def test_hang_up_signal_reloads(self):
+        daemon = self.start_daemon()
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+
+        os.kill(daemon.pid, signal.SIGHUP)
+
+        daemon.wait_logged("Corvi::Loop Force Rescan", count=2)
+        holds_for("no further rescan", lambda: rescans() == 2 and daemon.runs(), 3)
+
     def test_folders_at_the_names_of_files_are_displaced(self):
         for path in (KILL_FLAG, SUPPLICANT_FILE, HOST_LIST):
             touch(path / "filled")

@@ -50,6 +50,7 @@ private Q_SLOTS:
     void reloadFileThatStaysRescansEveryTick();
     void reloadsApartAreAllTold();
     void folderCountsAsAFlagFile();
+    void reloadThatIsAskedForRescansOnce();
     void lateWirelessCarrierForcesOneRescan();
     void wirelessCarrierAtStartForcesNoRescan();
     void wirelessCarrierForcesNoRescanWhileWiredIsUp();
@@ -325,6 +326,18 @@ void TestCorviLife::folderCountsAsAFlagFile()
 
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
     QVERIFY(!QFile::exists(RELOAD_FLAG));
+}
+
+void TestCorviLife::reloadThatIsAskedForRescansOnce()
+{
+    CorviUnderTest corvi;
+    corvi.Tick(2);
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
+
+    corvi.RequestReload();
+    corvi.Tick(3);
+
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 2);
 }
 
 void TestCorviLife::lateWirelessCarrierForcesOneRescan()

@@ -37,6 +37,7 @@ private Q_SLOTS:
     void killFileEndsARescanTickToo();
     void signalEndsTheProcess_data();
     void signalEndsTheProcess();
+    void hangUpSignalReloads();
     void secondDaemonAttachesToTheSegment();
     void eventsReachAListener();
     void argumentsAreUtf8InEveryLocale();
@@ -157,6 +158,17 @@ void TestCorviProcess::signalEndsTheProcess()
     QCOMPARE(daemon->exitCode(), 0);
     QCOMPARE(LogLines().filter("WpaSuppThread::Stop").last(), QString("WpaSuppThread::Stop 0 false 0"));
     QVERIFY(!daemon->readAll().contains("QThread"));
+}
+
+void TestCorviProcess::hangUpSignalReloads()
+{
+    Start();
+    QVERIFY(WaitForLine("Corvi::Loop Force Rescan "));
+
+    ::kill(static_cast<pid_t>(daemon->processId()), SIGHUP);
+
+    QVERIFY(QTest::qWaitFor([] { return LogCount("Corvi::Loop Force Rescan ") == 2; }, 10000));
+    QCOMPARE(daemon->state(), QProcess::Running);
 }
 
 void TestCorviProcess::secondDaemonAttachesToTheSegment()

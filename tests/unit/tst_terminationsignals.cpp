@@ -16,7 +16,7 @@
 
 #include <unistd.h>
 
-/// SIGTERM and SIGINT as a signal of the event loop.
+/// SIGTERM, SIGINT and SIGHUP as signals of the event loop.
 class TestTerminationSignals : public QObject
 {
     Q_OBJECT
@@ -25,6 +25,7 @@ private Q_SLOTS:
     void signalIsDeliveredByTheEventLoop_data();
     void signalIsDeliveredByTheEventLoop();
     void severalSignalsAreOneRequest();
+    void aFloodOfReloadsHidesNoEnd();
     void signalDuringASystemCallDoesNotInterruptIt();
     void childrenAreNotAffected();
     void endRestoresTheDefault();
@@ -35,20 +36,28 @@ private Q_SLOTS:
 void TestTerminationSignals::signalIsDeliveredByTheEventLoop_data()
 {
     QTest::addColumn<int>("number");
-    QTest::newRow("SIGTERM") << SIGTERM;
-    QTest::newRow("SIGINT") << SIGINT;
+    QTest::addColumn<int>("terminations");
+    QTest::addColumn<int>("reloads");
+    QTest::newRow("SIGTERM") << SIGTERM << 1 << 0;
+    QTest::newRow("SIGINT") << SIGINT << 1 << 0;
+    QTest::newRow("SIGHUP") << SIGHUP << 0 << 1;
 }
 
 void TestTerminationSignals::signalIsDeliveredByTheEventLoop()
 {
     QFETCH(int, number);
+    QFETCH(int, terminations);
+    QFETCH(int, reloads);
     TerminationSignals source(nullptr);
-    QSignalSpy requests(&source, &TerminationSignals::terminationRequested);
+    QSignalSpy ends(&source, &TerminationSignals::terminationRequested);
+    QSignalSpy reloadRequests(&source, &TerminationSignals::reloadRequested);
 
     ::raise(number);
-    QCOMPARE(requests.size(), 0);
+    QCOMPARE(ends.size() + reloadRequests.size(), 0);
 
-    QTRY_COMPARE(requests.size(), 1);
+    QTRY_COMPARE(ends.size() + reloadRequests.size(), 1);
+    QCOMPARE(ends.size(), terminations);
+    QCOMPARE(reloadRequests.size(), reloads);
 }
 
 void TestTerminationSignals::severalSignalsAreOneRequest()
@@ -62,6 +71,21 @@ void TestTerminationSignals::severalSignalsAreOneRequest()
     QTRY_COMPARE(requests.size(), 1);
     QTest::qWait(50);
     QCOMPARE(requests.size(), 1);
+}
+
+void TestTerminationSignals::aFloodOfReloadsHidesNoEnd()
+{
+    TerminationSignals source(nullptr);
+    QSignalSpy ends(&source, &TerminationSignals::terminationRequested);
+    QSignalSpy reloadRequests(&source, &TerminationSignals::reloadRequested);
+
+    // More than a pipe holds.
+    for (int i = 0; i < 70000; ++i)
+        ::raise(SIGHUP);
+    ::raise(SIGTERM);
+
+    QTRY_COMPARE(ends.size(), 1);
+    QCOMPARE(reloadRequests.size(), 1);
 }
 
 void TestTerminationSignals::signalDuringASystemCallDoesNotInterruptIt()
@@ -94,7 +118,7 @@ void TestTerminationSignals::endRestoresTheDefault()
 {
     delete new TerminationSignals(nullptr);
 
-    for (const int number : {SIGTERM, SIGINT}) {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         struct sigaction action = {};
         ::sigaction(number, nullptr, &action);
         QVERIFY(action.sa_handler == SIG_DFL);
@@ -125,7 +149,7 @@ void TestTerminationSignals::withoutAPipeSignalsStillEndTheProgram()
 
     const TerminationSignals source(nullptr);
 
-    for (const int number : {SIGTERM, SIGINT}) {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         struct sigaction action = {};
         ::sigaction(number, nullptr, &action);
         QVERIFY(action.sa_handler == SIG_DFL);
