@@ -160,6 +160,7 @@ void Corvi::LoopTimerTimeout()
         loopStarted = true;
     }
     CheckReload();
+    KeepSegmentFound();
     if (!forceRescan)
         CheckAdapters();
     if (forceRescan)

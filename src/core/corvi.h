@@ -6,6 +6,7 @@
 #include "linkevents.h"
 #include "reportonce.h"
 #include "retrypause.h"
+#include "segmentplace.h"
 #include "servicemanager.h"
 
 #include <QHash>
@@ -37,6 +38,7 @@ class WpaSuppThread;
 /// corvi_modem.cpp       the modem's network
 /// corvi_supplicant.cpp  the supplicant: its file, (re)starting it, what it signals
 /// corvi_dhcp.cpp        further attempts to get an address, what the DHCP client's hook reports
+/// corvi_segment.cpp     the segment that others read the status from
 /// corvi_status.cpp      publishing status and events
 class Corvi : public QObject
 {
@@ -53,10 +55,10 @@ public:
     [[noreturn]] void Stop(int status);
     /// Sets off a rescan where the reload file asks for one, or wlan0 has come.
     void CheckReload();
-    bool CheckIfWirelessCarrierExists() const;
-
     /// The next tick rescans, as after a reload file.
     void RequestReload();
+    bool CheckIfWirelessCarrierExists() const;
+
     // Discovery (corvi_discovery.cpp)
 
     void FindAllInterfaces();
@@ -92,10 +94,13 @@ public:
     /// here: kept as it is.
     void CheckDhcpEvent();
 
-    // Status and events (corvi_status.cpp)
+    // The segment (corvi_segment.cpp)
 
     /// Ends the process with status 0 where the segment cannot be had.
     void InitSharedMemory();
+
+    // Status and events (corvi_status.cpp)
+
     void ShareStatus(NetworkDevice *nd);
     /// Publishes the device's status and notifies the listener. Waits for the segment's lock without limit
     /// and for the listener at most 1 s.
@@ -178,6 +183,8 @@ private:
     RetryPause wiredRetry;     ///< of the wired device's DHCP attempts; a new link or device begins it anew
     RetryPause wirelessRetry;  ///< of the wireless device's DHCP attempts
     const ServiceManager serviceManager; ///< is told of the start and each tick
+    SegmentPlace segmentPlace;
+    QByteArray lostRecord; ///< of a segment that was lost and is not there again yet
 
     // What is told of over and over while it lasts.
     ReportOnce adapterReport;
@@ -191,6 +198,7 @@ private:
     ReportOnce confFileReport;
     ReportOnce retryReport;
     ReportOnce segmentReport;
+    ReportOnce lostSegmentReport;
     QHash<QString, ReportOnce> flagReports; ///< by path: flag files that cannot be removed
 
     // Life, the supervision tick
@@ -252,6 +260,11 @@ private:
     bool IsSupplicantActive() const;
     void StopUnneededSupplicant();
     bool Contributes(const NetworkDevice *d) const;
+
+    // The segment
+    bool OpenSegment();
+    bool PutRecord(const QByteArray &record);
+    void KeepSegmentFound();
 
     // DHCP
     /// Configures a device again that carries, is set to DHCP and has no address, after growing pauses.

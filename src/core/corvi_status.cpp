@@ -11,10 +11,6 @@
 #include <QDataStream>
 #include <QLocalSocket>
 
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
-
 namespace {
 
 /// The listener is on this machine: one that does not accept within this time is not going to.
@@ -36,41 +32,13 @@ QByteArray EventMessage(int event, int status)
 
 } // namespace
 
-void Corvi::InitSharedMemory()
-{
-    Log(Level::TRACE) << "Corvi::InitSharedMemory";
-    eventSocket = std::make_unique<QLocalSocket>();
-    shm.setKey(ZebNetStatus::SEGMENT_KEY);
-    if (shm.create(ZebNetStatus::RECORD_SIZE, QSharedMemory::ReadWrite))
-        return;
-    Log(Level::SETUP) << "Corvi::run - Unable to create shared memory segment";
-    if (shm.attach(QSharedMemory::ReadWrite)) {
-        Log(Level::SETUP) << "Corvi::run - Attached to shared memory segment";
-        return;
-    }
-    Log(Level::FAULT) << "Corvi::run - Unable to attach to shared memory segment";
-    // Other programs read the status from the segment; a daemon that cannot publish is of no use to them.
-    std::exit(EXIT_SUCCESS);
-}
-
 void Corvi::ShareStatus(NetworkDevice *nd)
 {
     Log(Level::TRACE) << "ShareStatus()  Start";
-    const QByteArray record = nd->status->GetData();
-    if (!shm.lock()) {
-        LogOnce(segmentReport) << "ShareStatus() the segment cannot be locked, its record stays as it was";
+    if (!PutRecord(nd->status->GetData()))
         return;
-    }
-    segmentReport.Over();
-    // Qt 5 counts in int, Qt 6 in qsizetype.
-    const auto recordSize = static_cast<int>(record.size());
-    const auto segmentSize = static_cast<int>(shm.size());
-    Log(Level::VERBOSE) << "ShareStatus"
-                        << "BA Size" << recordSize << "_shm.size" << segmentSize;
-    const int length = std::min({segmentSize, ZebNetStatus::RECORD_SIZE, recordSize});
-    std::memcpy(shm.data(), record.constData(), static_cast<size_t>(length));
-    shm.unlock();
     Log(Level::TRACE) << "ShareStatus()  Complete";
+    KeepSegmentFound();
 }
 
 void Corvi::SendEvent(NetworkDevice *nd, int event, int status)

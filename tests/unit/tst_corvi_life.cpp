@@ -330,7 +330,7 @@ void TestCorviLife::folderCountsAsAFlagFile()
 
 void TestCorviLife::reloadThatIsAskedForRescansOnce()
 {
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(2);
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
 

@@ -162,12 +162,13 @@ void TestCorviProcess::signalEndsTheProcess()
 
 void TestCorviProcess::hangUpSignalReloads()
 {
+    WriteFile(DEBUG_FLAG, "");
     Start();
-    QVERIFY(WaitForLine("Corvi::Loop Force Rescan "));
+    QVERIFY(WaitForLine("Corvi::Init() Complete"));
 
     ::kill(static_cast<pid_t>(daemon->processId()), SIGHUP);
 
-    QVERIFY(QTest::qWaitFor([] { return LogCount("Corvi::Loop Force Rescan ") == 2; }, 10000));
+    QVERIFY(QTest::qWaitFor([] { return LogCount("Corvi::Init() Complete") == 2; }, 10000));
     QCOMPARE(daemon->state(), QProcess::Running);
 }
 

@@ -41,6 +41,27 @@ void FillSegment(char byte)
     writer.unlock();
 }
 
+void RemoveKeyFile()
+{
+    for (const QString &name : QDir("/tmp").entryList({"qipc_sharedmemory_*"}, QDir::Files | QDir::System))
+        Remove("/tmp/" + name);
+}
+
+/// While it lives, nobody can make a file in /tmp.
+class ReadOnlyTmp
+{
+public:
+    ReadOnlyTmp() { Remount("ro"); }
+    ~ReadOnlyTmp() { Remount("rw"); }
+
+private:
+    static void Remount(const QString &mode)
+    {
+        if (QProcess::execute("mount", {"-o", "remount,bind," + mode, "/tmp"}) != 0)
+            qFatal("cannot remount /tmp");
+    }
+};
+
 /// A listener that never takes a connection and whose queue holds only a few.
 class DeafListener
 {
@@ -99,6 +120,10 @@ private Q_SLOTS:
     void segmentThatExistsIsTaken_data();
     void segmentThatExistsIsTaken();
     void segmentThatCannotBeHadEndsTheProcess();
+    void segmentThatComesLateIsWaitedFor();
+    void lostSegmentIsMadeAnew_data();
+    void lostSegmentIsMadeAnew();
+    void segmentThatCannotBeMadeAnewIsTriedAgain();
     void recordIsPublished();
     void copyIsBoundedByTheSegment();
     void copyLeavesTheRestOfALargerSegment();
@@ -180,6 +205,78 @@ void TestCorviStatus::segmentThatCannotBeHadEndsTheProcess()
     QVERIFY(process.readAllStandardError().contains("Unable to attach to shared memory segment"));
 }
 
+void TestCorviStatus::segmentThatComesLateIsWaitedFor()
+{
+    RemoveKeyFile();
+    const ReadOnlyTmp readOnly;
+    QProcess later;
+    // Two of the five tries come to nothing.
+    later.start("sh", {"-c", "sleep 0.2; mount -o remount,bind,rw /tmp"});
+    QVERIFY(later.waitForStarted());
+
+    const CorviPeer corvi;
+
+    QVERIFY(later.waitForFinished());
+    QVERIFY(!corvi.Segment().isEmpty());
+    QCOMPARE(ReadSegment().size(), SEGMENT_SIZE);
+}
+
+void TestCorviStatus::lostSegmentIsMadeAnew_data()
+{
+    QTest::addColumn<bool>("removesSegment");
+    QTest::addColumn<bool>("removesKeyFile");
+    // What the last of the readers does when it lets go.
+    QTest::newRow("the segment is marked for removal") << true << false;
+    QTest::newRow("its key file is gone") << false << true;
+    QTest::newRow("both") << true << true;
+}
+
+void TestCorviStatus::lostSegmentIsMadeAnew()
+{
+    QFETCH(bool, removesSegment);
+    QFETCH(bool, removesKeyFile);
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    corvi.Tick(3);
+    const QByteArray record = ReadSegment();
+    QCOMPARE(record, corvi.Device("eth0")->status->GetData());
+    ClearLog();
+    if (removesSegment)
+        QCOMPARE(QProcess::execute("ipcrm", {"--all=shm"}), 0);
+    if (removesKeyFile)
+        RemoveKeyFile();
+    QCOMPARE(ReadSegment(), QByteArray());
+
+    corvi.Tick();
+
+    QCOMPARE(ReadSegment(), record);
+    QCOMPARE(LogLines().filter("segment"),
+             QStringList{"Corvi::KeepSegmentFound - the status segment was lost and is made anew"});
+    corvi.Device("eth0")->status->SetIfaceInfo("00:11:22:33:44:55", "10.0.0.5", "", "");
+    corvi.ShareStatus(corvi.Device("eth0"));
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviStatus::segmentThatCannotBeMadeAnewIsTriedAgain()
+{
+    MakeInterface("eth0");
+    CorviPeer corvi;
+    corvi.Tick();
+    ClearLog();
+    RemoveKeyFile();
+    {
+        const ReadOnlyTmp readOnly;
+        corvi.Tick(3);
+        // It waits for the segment, too.
+        corvi.ShareStatus(corvi.Device("eth0"));
+    }
+    QCOMPARE(LogLines().filter("cannot be made anew").size(), 1);
+
+    corvi.Tick();
+
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
 void TestCorviStatus::recordIsPublished()
 {
     CorviPeer corvi({"eth0"}, DISCOVERED);
@@ -251,8 +348,7 @@ void TestCorviStatus::segmentThatCannotBeLockedIsLeftAlone()
     const QStringList keyFiles = QDir("/tmp").entryList({"qipc_systemsem_*"}, QDir::Files);
     QCOMPARE(keyFiles.size(), 1);
     Remove("/tmp/" + keyFiles.first());
-    QCOMPARE(QProcess::execute("mount", {"-o", "remount,bind,ro", "/tmp"}), 0);
-    const auto remount = qScopeGuard([] { QProcess::execute("mount", {"-o", "remount,bind,rw", "/tmp"}); });
+    const ReadOnlyTmp readOnly;
     ClearLog();
 
     corvi.SendAssociationMessage(corvi.Device("eth0"), true);

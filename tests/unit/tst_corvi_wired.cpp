@@ -387,7 +387,7 @@ void TestCorviWired::refreshFileReportsTheStateAgain()
 void TestCorviWired::refreshFolderReportsTheStateOnce()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviUnderTest corvi;
+    CorviPeer corvi;
     corvi.Tick(3);
     QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
 

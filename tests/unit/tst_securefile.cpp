@@ -298,7 +298,8 @@ void TestSecureFile::noDescriptorIsLeftOpen()
     const auto openDescriptors = [] {
         return TestSupport::EntryCount("/proc/self/fd");
     };
-    TestSupport::WriteFile(FOLDER + "full/inside", "");
+    QVERIFY(QDir().mkdir(FOLDER + "full"));
+    const MountPoint taken(FOLDER + "full");
     QVERIFY(QFile::link("/proc/self/mem", FOLDER + "unreadable"));
     const int before = openDescriptors();
 

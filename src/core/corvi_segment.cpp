@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvi.h"
+
+#include "logging.h"
+#include "zebnetstatus.h"
+
+#include <QLocalSocket>
+#include <QThread>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+/// A program that shows the status attaches to the segment and lets go of it again, ten times a second some
+/// of them, and the one that lets go last removes it: between our failure to create the segment and our
+/// attempt to attach to it, too. Five tries over half a second meet several of its turns.
+constexpr int SEGMENT_TRIES = 5;
+constexpr std::chrono::milliseconds SEGMENT_PAUSE{125};
+
+} // namespace
+
+void Corvi::InitSharedMemory()
+{
+    Log(Level::TRACE) << "Corvi::InitSharedMemory";
+    eventSocket = std::make_unique<QLocalSocket>();
+    shm.setKey(ZebNetStatus::SEGMENT_KEY);
+    for (int attempt = 1; attempt <= SEGMENT_TRIES; ++attempt) {
+        if (attempt > 1)
+            QThread::msleep(static_cast<unsigned long>(SEGMENT_PAUSE.count()));
+        if (OpenSegment())
+            return;
+    }
+    Log(Level::FAULT) << "Corvi::run - Unable to attach to shared memory segment";
+    // Other programs read the status from the segment; a daemon that cannot publish is of no use to them.
+    std::exit(EXIT_SUCCESS);
+}
+
+/// One try. False, and no segment, also where the one we got is on its way out already.
+bool Corvi::OpenSegment()
+{
+    if (!shm.create(ZebNetStatus::RECORD_SIZE, QSharedMemory::ReadWrite)) {
+        Log(Level::SETUP) << "Corvi::run - Unable to create shared memory segment";
+        if (!shm.attach(QSharedMemory::ReadWrite))
+            return false;
+        Log(Level::SETUP) << "Corvi::run - Attached to shared memory segment";
+    }
+    segmentPlace.Note(shm);
+    if (segmentPlace.IsFound())
+        return true;
+    shm.detach();
+    return false;
+}
+
+/// False, and the segment as it was, when it cannot be locked or is not there.
+bool Corvi::PutRecord(const QByteArray &record)
+{
+    if (!shm.isAttached()) {
+        lostRecord = record; // Told where the segment was lost; the next one begins with this.
+        return false;
+    }
+    if (!shm.lock()) {
+        LogOnce(segmentReport) << "ShareStatus() the segment cannot be locked, its record stays as it was";
+        return false;
+    }
+    segmentReport.Over();
+    // Qt 5 counts in int, Qt 6 in qsizetype.
+    const auto recordSize = static_cast<int>(record.size());
+    const auto segmentSize = static_cast<int>(shm.size());
+    Log(Level::VERBOSE) << "ShareStatus"
+                        << "BA Size" << recordSize << "_shm.size" << segmentSize;
+    const int length = std::min({segmentSize, ZebNetStatus::RECORD_SIZE, recordSize});
+    std::memcpy(shm.data(), record.constData(), static_cast<size_t>(length));
+    shm.unlock();
+    return true;
+}
+
+/// A segment that its key does not lead to any more is of no use to anybody: made anew, with what was in it.
+void Corvi::KeepSegmentFound()
+{
+    if (shm.isAttached() && segmentPlace.IsFound()) {
+        lostSegmentReport.Over();
+        return;
+    }
+    if (shm.isAttached()) {
+        lostRecord = QByteArray(static_cast<const char *>(shm.constData()), shm.size());
+        shm.detach();
+    }
+    if (!OpenSegment()) {
+        LogOnce(lostSegmentReport)
+            << "Corvi::KeepSegmentFound - the status segment is gone and cannot be made anew, "
+               "tried again every second:"
+            << shm.errorString();
+        return;
+    }
+    PutRecord(lostRecord);
+    LogOnce(lostSegmentReport, QStringLiteral("lost"))
+        << "Corvi::KeepSegmentFound - the status segment was lost "
+           "and is made anew";
+}

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "segmentplace.h"
+
+#include "segmentid.h"
+
+#include <QFile>
+#include <QSharedMemory>
+
+#include <sys/shm.h>
+#include <sys/stat.h>
+
+void SegmentPlace::Note(const QSharedMemory &segment)
+{
+    keyFile = QFile::encodeName(segment.nativeKey());
+    segmentId = segment.isAttached() ? SegmentIdAt(segment.constData()) : -1;
+    struct stat file = {};
+    if (::stat(keyFile.constData(), &file) == 0) {
+        device = file.st_dev;
+        inode = file.st_ino;
+    }
+}
+
+bool SegmentPlace::IsFound() const
+{
+    if (segmentId == -1)
+        return true;
+    struct stat file = {};
+    if (::stat(keyFile.constData(), &file) != 0 || file.st_dev != device || file.st_ino != inode)
+        return false;
+    shmid_ds segment = {};
+    return ::shmctl(segmentId, IPC_STAT, &segment) == 0 && (segment.shm_perm.mode & SHM_DEST) == 0;
+}

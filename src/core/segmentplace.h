@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QByteArray>
+
+#include <sys/types.h>
+
+class QSharedMemory;
+
+/// What leads others to a segment that we are attached to: the file behind its key, from whose inode the key
+/// follows (ftok(3)), and the segment's own entry under that key. A reader that lets go of the segment while
+/// nobody else holds it removes both; the one who attaches in between is left with a segment that nobody
+/// finds.
+class SegmentPlace
+{
+public:
+    /// To be called right after the segment was created or attached.
+    void Note(const QSharedMemory &segment);
+    /// Whether the key still leads to the segment; two system calls. True as well where that cannot be told.
+    bool IsFound() const;
+
+private:
+    QByteArray keyFile;
+    int segmentId = -1;
+    dev_t device = 0;
+    ino_t inode = 0;
+};

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "segmentid.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QList>
+
+#include <cstdint>
+
+namespace {
+
+struct Mapping
+{
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+    int segmentId = -1;
+};
+
+/// A line of /proc/self/maps (proc(5)): "begin-end permissions offset device inode path".
+Mapping ParseMapping(const QByteArray &line)
+{
+    const QList<QByteArray> fields = line.simplified().split(' ');
+    if (fields.size() < 5)
+        return {};
+    const QList<QByteArray> range = fields.at(0).split('-');
+    if (range.size() != 2)
+        return {};
+    return {range.at(0).toULongLong(nullptr, 16), range.at(1).toULongLong(nullptr, 16), fields.at(4).toInt()};
+}
+
+} // namespace
+
+/// The kernel gives the identifier as the inode of the mapping.
+int SegmentIdAt(const void *address)
+{
+    const auto position = reinterpret_cast<std::uintptr_t>(address);
+    QFile maps(QStringLiteral("/proc/self/maps"));
+    if (!maps.open(QIODevice::ReadOnly))
+        return -1;
+    for (QByteArray line = maps.readLine(); !line.isEmpty(); line = maps.readLine()) {
+        const Mapping mapping = ParseMapping(line);
+        if (position >= mapping.begin && position < mapping.end)
+            return mapping.segmentId;
+    }
+    return -1;
+}

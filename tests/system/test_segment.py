@@ -1,0 +1,93 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""The status segment while programs that show it come and go, and the daemon does.
+
+  test_segment.py              as a test: 40 daemons
+  test_segment.py --daemons N  the long form
+"""
+
+import random
+import subprocess
+import sys
+import time
+
+from harness import (BUILD_DIR, LOG, STATIC, STATUS_TOOL, Daemon, SystemTest, main, read, run, status, wait_for,
+                     wired, write_store)
+
+POLLER = BUILD_DIR / "tests/system/statuspoller"
+daemons = 40
+
+
+def published():
+    """The record; nothing where no daemon's segment is found or nothing is in it yet."""
+    try:
+        record = status()
+    except AssertionError:
+        return None  # The program tells of a missing segment by its status.
+    return record if record["published"] else None
+
+
+def is_found():
+    return "No daemon is running" not in run(STATUS_TOOL, check=False)
+
+
+def remove_segments():
+    """As a program that lets go of the segment last does it, and a sweep of old files in /tmp."""
+    run("sh", "-c", "ipcrm --all=shm; rm -f /tmp/qipc_sharedmemory_*")
+
+
+class Segment(SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.cable("eth0")
+        write_store(wired(**STATIC))
+
+    def poll(self, pause_ms):
+        process = subprocess.Popen([POLLER, str(pause_ms)])
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+
+    def test_segment_that_is_lost_comes_back_with_its_record(self):
+        self.start_daemon()
+        wait_for("record", lambda: (published() or {}).get("ipAddress") == "10.77.0.5")
+
+        remove_segments()
+
+        self.assertIsNone(published())
+        wait_for("record again", lambda: (published() or {}).get("ipAddress") == "10.77.0.5", timeout=10)
+        self.assertIn("the status segment was lost and is made anew", read(LOG))
+
+    def test_killed_daemons_leave_a_readable_segment(self):
+        seed = random.randrange(2**32)
+        print("seed", seed, flush=True)
+        chance = random.Random(seed)
+        # Displays in a hurry, so that one of them meets a daemon's start soon: they let go of the segment between
+        # two looks, and the last to let go removes it.
+        for pause_ms in (0, 0, 1, 1):
+            self.poll(pause_ms)
+        worst = 0.0
+        for turn in range(daemons):
+            LOG.unlink(missing_ok=True)
+            daemon = Daemon()
+            try:
+                daemon.wait_ready()
+                begun = time.monotonic()
+                wait_for("a segment that others find", is_found, timeout=10)
+                worst = max(worst, time.monotonic() - begun)
+                if turn % 10 == 0:
+                    wait_for("a record", published, timeout=10)
+                # At any point of the displays' turn.
+                time.sleep(chance.uniform(0, 0.1))
+                daemon.assert_runs()
+            finally:
+                daemon.process.kill()
+                daemon.wait_end()
+        print(f"{daemons} daemons, the slowest segment found {worst:.2f} s after the daemon's start", flush=True)
+
+
+if __name__ == "__main__":
+    if "--daemons" in sys.argv:
+        at = sys.argv.index("--daemons")
+        daemons = int(sys.argv[at + 1])
+        del sys.argv[at:at + 2]
+    main()
