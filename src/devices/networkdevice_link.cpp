@@ -3,6 +3,7 @@
 
 #include "networkdevice.h"
 
+#include "defaultroute.h"
 #include "logging.h"
 #include "utils.h"
 
@@ -95,6 +96,14 @@ void NetworkDevice::SetGateway(const QString &gw)
     Utils::Execute(ROUTE, {QStringLiteral("del"), QStringLiteral("default")}, false);
     Utils::Execute(ROUTE, {QStringLiteral("add"), QStringLiteral("default"), QStringLiteral("gw"), gw},
                    false);
+    // Of two interfaces in one network, as a cable and a radio in one office, `route` takes the older one,
+    // and its route goes with it when it is taken down.
+    const QVector<DefaultRoute> routes = ReadDefaultRoutes();
+    if (!routes.isEmpty() && routes.first().gateway == gw && routes.first().iface != name)
+        Utils::Execute(IP,
+                       {QStringLiteral("route"), QStringLiteral("replace"), QStringLiteral("default"),
+                        QStringLiteral("via"), gw, QStringLiteral("dev"), name},
+                       false);
 }
 
 int NetworkDevice::StartDevice()

@@ -2,6 +2,7 @@
 # Copyright (c) 2026 The Corvi developers
 
 corvi_add_unit_test(tst_bondeddevice LIBS devices support)
+corvi_add_unit_test(tst_defaultroute LIBS devices support)
 corvi_add_unit_test(tst_dhcpclients LIBS devices support)
 corvi_add_unit_test(tst_modem LIBS devices support)
 corvi_add_unit_test(tst_modinfo LIBS devices support)

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "defaultroute.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QList>
+
+#include <array>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+namespace {
+
+const QString ROUTES = QStringLiteral("/proc/net/route");
+const QByteArray ANY = QByteArrayLiteral("00000000");
+
+/// The columns of the table, apart by tabs.
+enum Column { IFACE, DESTINATION, GATEWAY, FLAGS, REF_COUNT, USE, METRIC, MASK, COLUMNS };
+
+/// From the hexadecimal form of the bytes as they lie in memory.
+QString AddressText(const QByteArray &hexadecimal)
+{
+    const in_addr address = {hexadecimal.toUInt(nullptr, 16)};
+    std::array<char, INET_ADDRSTRLEN> text = {};
+    ::inet_ntop(AF_INET, &address, text.data(), text.size());
+    return QString::fromLatin1(text.data());
+}
+
+} // namespace
+
+QVector<DefaultRoute> ReadDefaultRoutes()
+{
+    QFile table(ROUTES);
+    if (!table.open(QIODevice::ReadOnly))
+        return {};
+    QVector<DefaultRoute> routes;
+    const QList<QByteArray> lines = table.readAll().split('\n');
+    for (const QByteArray &line : lines) {
+        const QList<QByteArray> columns = line.split('\t');
+        if (columns.size() < COLUMNS || columns.at(DESTINATION) != ANY || columns.at(MASK) != ANY)
+            continue;
+        routes.append({QFile::decodeName(columns.at(IFACE)), AddressText(columns.at(GATEWAY)),
+                       columns.at(METRIC).toInt()});
+    }
+    return routes;
+}
