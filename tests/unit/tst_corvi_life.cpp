@@ -35,6 +35,7 @@ private Q_SLOTS:
     void constructionRemovesAStaleKillFile();
     void hostNameIsInitialisedWithoutAClientConfiguration_data();
     void hostNameIsInitialisedWithoutAClientConfiguration();
+    void killFileGoesBeforeTheHostNameAndTheSegment();
     void bondIsSetUpToTakeOverTheName();
     void startArmsTheTimer();
     void destructionGivesTheSegmentBack();
@@ -46,12 +47,14 @@ private Q_SLOTS:
 
     // Reload
     void reloadFileForcesOneRescan();
+    void reloadIsTracedAtTheLevelBefore();
     void reloadFileAtStartGivesOneRescan();
     void reloadFileThatStaysRescansEveryTick();
     void reloadsApartAreAllTold();
     void folderCountsAsAFlagFile();
     void reloadThatIsAskedForRescansOnce();
     void lateWirelessCarrierForcesOneRescan();
+    void wirelessCarrierThatComesIsFoundAtOnce();
     void wirelessCarrierAtStartForcesNoRescan();
     void wirelessCarrierForcesNoRescanWhileWiredIsUp();
     void carrierFileCountsByItsExistence();
@@ -158,6 +161,21 @@ void TestCorviLife::hostNameIsInitialisedWithoutAClientConfiguration()
     const CorviPeer corvi;
 
     QTEST(Journal(), "expected");
+}
+
+void TestCorviLife::killFileGoesBeforeTheHostNameAndTheSegment()
+{
+    Remove(DHCLIENT_CONF);
+    WriteFile(KILL_FLAG, "");
+    Answer("init_hostname", "ls /tmp/kill_corvi >/tmp/seen 2>&1; cat /proc/sysvipc/shm >>/tmp/seen");
+
+    const CorviPeer corvi;
+
+    const QByteArray seen = ReadFile("/tmp/seen");
+    QVERIFY2(seen.contains("No such file"), seen.constData());
+    // The list's heading, and no segment.
+    QCOMPARE(seen.count('\n'), 2);
+    QCOMPARE(ReadFile("/proc/sysvipc/shm").count('\n'), 2);
 }
 
 void TestCorviLife::bondIsSetUpToTakeOverTheName()
@@ -277,6 +295,22 @@ void TestCorviLife::reloadFileForcesOneRescan()
     QCOMPARE(JournalOf("setup_resolved").size(), 1);
 }
 
+void TestCorviLife::reloadIsTracedAtTheLevelBefore()
+{
+    CorviPeer corvi(SET_UP);
+
+    for (const bool isTraced : {false, true}) {
+        if (isTraced)
+            Remove(DEBUG_FLAG);
+        else
+            WriteFile(DEBUG_FLAG, "");
+        ClearLog();
+        WriteFile(RELOAD_FLAG, "");
+        corvi.Tick();
+        QCOMPARE(LogCount("Reload forced"), int(isTraced));
+    }
+}
+
 void TestCorviLife::reloadFileAtStartGivesOneRescan()
 {
     WriteFile(RELOAD_FLAG, "");
@@ -352,6 +386,23 @@ void TestCorviLife::lateWirelessCarrierForcesOneRescan()
     QVERIFY(corvi.Flags().contains("wirelessCarrierSeen"));
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
     QCOMPARE(corvi.WirelessInterfaces(), QStringList{"wlan0"});
+}
+
+void TestCorviLife::wirelessCarrierThatComesIsFoundAtOnce()
+{
+    CorviPeer corvi(SET_UP);
+    Forget();
+
+    MakeInterface("wlan0");
+    corvi.Tick();
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
+
+    // Once it was seen, it may come and go.
+    RemoveInterfaces();
+    corvi.Tick();
+    MakeInterface("wlan0");
+    corvi.Tick(2);
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
 }
 
 void TestCorviLife::wirelessCarrierAtStartForcesNoRescan()

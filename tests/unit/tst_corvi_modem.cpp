@@ -39,11 +39,13 @@ private Q_SLOTS:
     void connectionThatStaysIsNotReported();
     void modemIsGivenUpAfterElevenFailures();
     void runningLinkIsNotCounted();
+    void runningLinkKeepsTheCount();
     void counterIsKeptOverARescan();
     void wirelessResetsTheCounter();
     void droppedModemComesBackWithARescan();
     void wirelessFollowsADroppedModem();
     void takeDownDisconnects();
+    void takeDownIsToldWhenItIsDone();
     void takeDownIsRepeatedOnEveryTick();
     void bringUpGoesBeforeTakeDown();
     void neitherOnlyLogs();
@@ -188,6 +190,18 @@ void TestCorviModem::runningLinkIsNotCounted()
     QVERIFY(corvi.ModemDevice()->isRunning);
 }
 
+void TestCorviModem::runningLinkKeepsTheCount()
+{
+    SetModemStatus("connected\n");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    QVERIFY(corvi.ModemDevice()->isRunning);
+    Corvi::conn_counter = 5;
+
+    corvi.Tick(3);
+
+    QCOMPARE(Corvi::conn_counter, 5);
+}
+
 void TestCorviModem::counterIsKeptOverARescan()
 {
     MakeInterface("wwan0");
@@ -266,6 +280,24 @@ void TestCorviModem::takeDownDisconnects()
     QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
     QVERIFY(!qobject_cast<Modem *>(corvi.ModemDevice())->modemConnected);
     QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan0"));
+}
+
+void TestCorviModem::takeDownIsToldWhenItIsDone()
+{
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    // The tools write into the log, so that it tells what came before what.
+    for (const char *tool : {"modem-tool.sh", "ifconfig"})
+        Answer(tool, QByteArray("echo '2025-05-03 17:05:01.234 :  ") + tool +
+                         " '\"$*\"' ' >>/var/log/corvi-mon.log");
+    LogFromHere(4);
+
+    corvi.ModemNetworkSetup(true, false);
+
+    const QStringList lines = LogLines();
+    const QVector<int> places{lines.indexOf("modem-tool.sh disconnect"), lines.indexOf("ifconfig wwan0 down"),
+                              lines.indexOf("SendEvent()  Start")};
+    QVERIFY2(places.at(0) != -1 && places.at(0) < places.at(1) && places.at(1) < places.at(2),
+             qPrintable(lines.join('\n')));
 }
 
 void TestCorviModem::takeDownIsRepeatedOnEveryTick()

@@ -35,6 +35,7 @@ private Q_SLOTS:
     // The supervisor
     void supervisorIsStoppedWithTheModeOfItsUse();
     void supervisorSignalsReachTheService();
+    void supervisorIsConnectedOnce();
 
     // Reconfigure
     void holdOffWithoutNeedStopsTheSupplicant_data();
@@ -48,6 +49,8 @@ private Q_SLOTS:
     // The file
     void fileHoldsTheNamedInterface_data();
     void fileHoldsTheNamedInterface();
+    void nameOfAnInterfaceIsTakenWhole();
+    void fileHoldsEveryNetworkOfADevice();
     void fileHoldsWhoContributes_data();
     void fileHoldsWhoContributes();
     void fileIsTracedByInterface();
@@ -55,6 +58,8 @@ private Q_SLOTS:
 
     // Association
     void associationConfiguresWireless();
+    void everyAssociationConfiguresAgain_data();
+    void everyAssociationConfiguresAgain();
     void lossOfAssociationIsOnlyReported();
     void associationOfAWiredDevice_data();
     void associationOfAWiredDevice();
@@ -94,6 +99,18 @@ void TestCorviSupplicant::supervisorSignalsReachTheService()
                                       "Wireless and Wired devices not defined", "Corvi::onWifiConnected()",
                                       "Corvi::onWiredStateChange(bool state) 0", "WIRED DEVICE UNDEFINED",
                                       "Corvi::onWiredStateChange(bool state)  complete"}));
+}
+
+void TestCorviSupplicant::supervisorIsConnectedOnce()
+{
+    CorviPeer corvi;
+    corvi.ReinitSupThread();
+    corvi.ReinitSupThread();
+    LogFromHere(4);
+
+    emit WpaSuppThread::GetInstance()->associatedChanged(true);
+
+    QCOMPARE(LogCount("Corvi::onAssociatedChanged(bool state) 1"), 1);
 }
 
 void TestCorviSupplicant::holdOffWithoutNeedStopsTheSupplicant_data()
@@ -238,6 +255,41 @@ void TestCorviSupplicant::fileHoldsTheNamedInterface()
     QVERIFY(corvi.Flags().contains("wpaConfUpdated"));
 }
 
+void TestCorviSupplicant::nameOfAnInterfaceIsTakenWhole()
+{
+    CorviPeer corvi(LAN_8021X, {"eth1", "eth10"}, DISCOVERED);
+    for (const char *name : {"eth1", "eth10"})
+        corvi.Device(name)->usesSupplicant = true;
+    corvi.Device("eth10")->isRunning = true;
+    corvi.Device("eth1")->isRunning = false;
+
+    corvi.UpdateWpaConfFile("eth1");
+
+    QVERIFY(!SupplicantFile().contains("network={"));
+}
+
+void TestCorviSupplicant::fileHoldsEveryNetworkOfADevice()
+{
+    MakeMachine("<networkconfig>"
+                "<network><name>lan</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>"
+                "<identity>me</identity><password>secret</password></network>"
+                "<network><name>B</name><ssid>B</ssid><securityMode>Unsecured</securityMode></network>"
+                "<network><name>A</name><ssid>A</ssid><securityMode>Unsecured</securityMode></network>"
+                "</networkconfig>",
+                {"wlan0", "eth1"});
+    CorviPeer corvi(DISCOVERED);
+    corvi.Device("eth1")->usesSupplicant = true;
+    corvi.Device("eth1")->isRunning = true;
+
+    corvi.UpdateWpaConfFile(QString());
+
+    const QByteArray file = SupplicantFile();
+    const QVector<int> places{file.indexOf("IEEE8021X"), file.indexOf("ssid=\"A\""),
+                              file.indexOf("ssid=\"B\"")};
+    QVERIFY2(places.at(0) != -1 && places.at(0) < places.at(1) && places.at(1) < places.at(2),
+             file.constData());
+}
+
 void TestCorviSupplicant::fileHoldsWhoContributes_data()
 {
     QTest::addColumn<QString>("interfaceName");
@@ -294,6 +346,8 @@ void TestCorviSupplicant::fileThatCannotBeWrittenIsLogged()
     corvi.UpdateWpaConfFile(QString());
 
     QCOMPARE(LogCount("UpdateWpaConfFile -- the supplicant's file cannot be written"), 1);
+    // It was tried, and is not tried on every tick.
+    QVERIFY(corvi.Flags().contains("wpaConfUpdated"));
 }
 
 void TestCorviSupplicant::associationConfiguresWireless()
@@ -319,6 +373,33 @@ void TestCorviSupplicant::associationConfiguresWireless()
              QStringList({"killall -9 on_wifi_assoc", "killall -9 qwebauth", "on_wifi_assoc"}));
     QVERIFY(journal.indexOf("dhclient -v -cf /etc/dhcp/dhclient.conf wlan0") < journal.size() - 3);
     QVERIFY(corvi.WirelessDevice()->isRunning);
+}
+
+void TestCorviSupplicant::everyAssociationConfiguresAgain_data()
+{
+    QTest::addColumn<bool>("hasServer");
+    QTest::newRow("with an address") << true;
+    QTest::newRow("without") << false;
+}
+
+void TestCorviSupplicant::everyAssociationConfiguresAgain()
+{
+    QFETCH(bool, hasServer);
+    MakeMachine(WLAN, {"wlan0"});
+    if (hasServer)
+        UseDhcpServer();
+    BringUp("wlan0");
+    CorviPeer corvi(DISCOVERED);
+    corvi.PickWireless("wlan0");
+    Forget();
+
+    corvi.onAssociatedChanged(true);
+    QCOMPARE(corvi.WirelessDevice()->ipAddress, hasServer ? QString("10.0.0.5") : QString());
+    corvi.onAssociatedChanged(true);
+
+    QCOMPARE(DhcpAttempts(), 2);
+    // With an address or without, the platform is told that the radio is connected.
+    QTRY_COMPARE(JournalOf("on_wifi_assoc").size(), 2);
 }
 
 void TestCorviSupplicant::lossOfAssociationIsOnlyReported()

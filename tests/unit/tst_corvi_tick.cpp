@@ -5,6 +5,7 @@
 #include "debugoutput.h"
 
 #include <QPointer>
+#include <QSignalSpy>
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -21,18 +22,24 @@ private Q_SLOTS:
     void firstTickTellsThatTheLoopStarted();
     void firstTickOnlyRescans();
     void secondTickSetsUp();
+    void changedStoreWaitsForARescan();
     void rescanTellsTheLevel();
     void debugFlagCountsAtARescanOnly();
     void rescanForgetsTheNetworksInUse();
     void rescanDeletesTheDevicesInUse();
     void rescanSetsUpTheResolver();
+    void rescanMakesEveryDeviceAnew();
+    void rescanReportsNoState();
     void rescanIsTracedInOrder();
+    void nothingElseRunsDuringATick();
+    void slowTickIsFollowedByOne();
 
     // Precedence
     void wiredTakesWirelessDown();
     void wiredWithoutWirelessCallsNothing();
     void wiredTakesOneOfSeveralModemsDown_data();
     void wiredTakesOneOfSeveralModemsDown();
+    void wiredTakesWirelessAndModemDownAtOnce();
     void modemComesBeforeWireless();
     void wirelessWaitsTwoTicks();
     void wiredArmsTheWaitAgain();
@@ -83,6 +90,20 @@ void TestCorviTick::secondTickSetsUp()
     QVERIFY(corvi.IsWiredUp());
     QCOMPARE(corvi.WiredDevice(), corvi.Device("eth0"));
     QCOMPARE(JournalOf("ifconfig").last(), QString("ifconfig eth0 10.1.0.2 netmask 255.255.255.0 up"));
+}
+
+void TestCorviTick::changedStoreWaitsForARescan()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    Forget();
+
+    WriteStore(QByteArray(LAN_STATIC).replace("10.1.0.2", "10.1.0.3"));
+    corvi.Tick(20);
+    QCOMPARE(Journal(), QStringList());
+
+    WriteFile(RELOAD_FLAG, "");
+    corvi.Tick(2);
+    QCOMPARE(JournalOf("ifconfig").last(), QString("ifconfig eth0 10.1.0.3 netmask 255.255.255.0 up"));
 }
 
 void TestCorviTick::rescanTellsTheLevel()
@@ -164,6 +185,32 @@ void TestCorviTick::rescanSetsUpTheResolver()
     QCOMPARE(Journal(), QStringList({"setup_resolved", "ifconfig eth0 up"}));
 }
 
+void TestCorviTick::rescanMakesEveryDeviceAnew()
+{
+    CorviPeer corvi({"eth0", "wlan0"}, DISCOVERED);
+    const QVector<QPointer<NetworkDevice>> before{corvi.Device("eth0"), corvi.Device("wlan0")};
+
+    corvi.ForceRescan();
+    corvi.Tick();
+
+    for (const QPointer<NetworkDevice> &device : before)
+        QVERIFY(!device);
+    QCOMPARE(corvi.DeviceCount(), 2);
+}
+
+void TestCorviTick::rescanReportsNoState()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+
+    corvi.ForceRescan();
+    corvi.Tick();
+    QCOMPARE(changes.size(), 0);
+
+    corvi.Tick();
+    QCOMPARE(changes.size(), 1);
+}
+
 void TestCorviTick::rescanIsTracedInOrder()
 {
     CorviPeer corvi;
@@ -175,6 +222,42 @@ void TestCorviTick::rescanIsTracedInOrder()
     QCOMPARE(lines.first(), QString("Corvi::Init()"));
     QCOMPARE(lines.at(1), QString("Corvi::FindAllInterfaces()"));
     QCOMPARE(lines.last(), QString("Corvi::Init() Complete"));
+}
+
+void TestCorviTick::nothingElseRunsDuringATick()
+{
+    Answer("ifconfig", "sleep 0.3");
+    CorviPeer corvi({"eth0"});
+    int others = 0;
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &corvi, [&others] { ++others; });
+    timer.start(0);
+    QMetaObject::invokeMethod(
+        &corvi, [&others] { ++others; }, Qt::QueuedConnection);
+
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth0 up"});
+    QCOMPARE(others, 0);
+}
+
+void TestCorviTick::slowTickIsFollowedByOne()
+{
+    // Three times the timer's interval passes meanwhile.
+    Answer("setup_resolved", "sleep 3.2");
+    CorviPeer corvi;
+    corvi.Start();
+    while (Journal().isEmpty())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    LogFromHere(6);
+    QElapsedTimer since;
+    since.start();
+
+    for (int i = 0; i < 10; ++i)
+        QCoreApplication::processEvents();
+
+    // The one that is due, and what time brings on a busy machine.
+    QVERIFY(LogCount("Wired not connected") <= 2 + since.elapsed() / 1000);
 }
 
 void TestCorviTick::wiredTakesWirelessDown()
@@ -227,6 +310,20 @@ void TestCorviTick::wiredTakesOneOfSeveralModemsDown()
     QCOMPARE(LogCount("Calling ModemNetworkSetup 3"), int(isCalled));
     QCOMPARE(LogCount("Called ModemNetworkSetup 3"), int(isCalled));
     QCOMPARE(JournalOf("modem-tool.sh"), isCalled ? QStringList{"modem-tool.sh disconnect"} : QStringList());
+}
+
+void TestCorviTick::wiredTakesWirelessAndModemDownAtOnce()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0", "wlan0", "wwan0", "wwan1"}, DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.WirelessDevice()->Up();
+    Forget();
+
+    corvi.Tick();
+
+    QVERIFY(!corvi.WirelessDevice());
+    QCOMPARE(JournalOf("ifconfig wlan0"), QStringList{"ifconfig wlan0 down"});
+    QCOMPARE(JournalOf("modem-tool.sh"), QStringList{"modem-tool.sh disconnect"});
 }
 
 void TestCorviTick::modemComesBeforeWireless()
@@ -288,12 +385,14 @@ void TestCorviTick::modemThatIsReadyIsCalledLast_data()
     QTest::addColumn<bool>("hasModem");
     QTest::addColumn<QByteArray>("status");
     QTest::addColumn<bool>("isCalled");
-    QTest::newRow("two names, ready") << 2 << false << false << QByteArray("disconnected") << true;
-    QTest::newRow("two names, no output") << 2 << false << false << QByteArray() << true;
-    QTest::newRow("two names, not there") << 2 << false << false << QByteArray("cannot find modem") << false;
-    QTest::newRow("one name") << 1 << false << false << QByteArray("disconnected") << false;
-    QTest::newRow("wireless in use") << 2 << true << false << QByteArray("disconnected") << false;
-    QTest::newRow("modem in use") << 2 << false << true << QByteArray("disconnected") << false;
+    QTest::addColumn<int>("questions");
+    QTest::newRow("two names, ready") << 2 << false << false << QByteArray("disconnected") << true << 1;
+    QTest::newRow("two names, no output") << 2 << false << false << QByteArray() << true << 1;
+    QTest::newRow("two names, not there")
+        << 2 << false << false << QByteArray("cannot find modem") << false << 1;
+    QTest::newRow("one name") << 1 << false << false << QByteArray("disconnected") << false << 0;
+    QTest::newRow("wireless in use") << 2 << true << false << QByteArray("disconnected") << false << 0;
+    QTest::newRow("modem in use") << 2 << false << true << QByteArray("disconnected") << false << 1;
 }
 
 void TestCorviTick::modemThatIsReadyIsCalledLast()
@@ -318,6 +417,8 @@ void TestCorviTick::modemThatIsReadyIsCalledLast()
 
     QCOMPARE(LogCount("Calling ModemNetworkSetup 2"), int(isCalled));
     QCOMPARE(LogCount("Called ModemNetworkSetup 2"), int(isCalled));
+    // The readiness is asked for last; a modem in use is asked whether it is connected.
+    QTEST(JournalOf("modem-tool.sh status").size(), "questions");
 }
 
 QTEST_GUILESS_MAIN(TestCorviTick)

@@ -35,6 +35,7 @@ private Q_SLOTS:
     // Wired has precedence
     void wiredStopsAndForgetsWireless();
     void keepFileLeavesWirelessAsItIs();
+    void wirelessIsStoppedWhenTheKeepFileGoes();
     void wiredWithoutWirelessDoesNothing();
     void wirelessIsPickedAfreshAfterWired();
 
@@ -43,6 +44,7 @@ private Q_SLOTS:
     void missingDeviceIsSkipped();
     void firstDeviceByNameIsUsed();
     void firstBringUpStartsTheDevice();
+    void firstBringUpWritesTheFileForItself();
     void fileThatIsCurrentIsNotWrittenAgain();
     void carrierThatIsThereIsUsed();
 
@@ -91,6 +93,24 @@ void TestCorviWireless::keepFileLeavesWirelessAsItIs()
     QCOMPARE(Journal(), QStringList());
     QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
     QVERIFY(corvi.IsWirelessConfigured());
+}
+
+void TestCorviWireless::wirelessIsStoppedWhenTheKeepFileGoes()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0", "wlan0"}, DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.WirelessDevice()->Up();
+    WriteFile(KEEP_WIRELESS_FLAG, "");
+    corvi.Tick(2);
+    QVERIFY(corvi.IsWiredUp());
+    QVERIFY(corvi.WirelessDevice());
+    Forget();
+
+    Remove(KEEP_WIRELESS_FLAG);
+    corvi.Tick();
+
+    QVERIFY(!corvi.WirelessDevice());
+    QCOMPARE(JournalOf("ifconfig wlan0"), QStringList{"ifconfig wlan0 down"});
 }
 
 void TestCorviWireless::wiredWithoutWirelessDoesNothing()
@@ -187,6 +207,19 @@ void TestCorviWireless::firstBringUpStartsTheDevice()
     QVERIFY(corvi.IsWirelessConfigured());
     QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
     QCOMPARE(Corvi::conn_counter, 5);
+}
+
+void TestCorviWireless::firstBringUpWritesTheFileForItself()
+{
+    CorviPeer corvi(WLAN_AND_8021X, {"eth0", "wlan0"}, SET_UP);
+    QVERIFY(corvi.Device("eth0")->usesSupplicant && corvi.Device("eth0")->isRunning);
+    Remove(SUPPLICANT_FILE);
+    corvi.NoteFileWritten(false);
+
+    corvi.WirelessNetworkSetup(false);
+
+    QVERIFY(SupplicantFile().contains("\"Office\""));
+    QVERIFY(!SupplicantFile().contains("IEEE8021X"));
 }
 
 void TestCorviWireless::fileThatIsCurrentIsNotWrittenAgain()
