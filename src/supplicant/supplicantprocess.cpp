@@ -84,7 +84,7 @@ std::optional<bool> SupplicantProcess::IsStopped() const
 {
     // "PID (NAME) STATE ...", and a name may hold anything (proc(5)).
     const QByteArray text = ReadProcFile(id, "stat");
-    const int nameEnd = text.lastIndexOf(')');
+    const auto nameEnd = text.lastIndexOf(')');
     if (nameEnd < 0 || HasEnded())
         return std::nullopt;
     return text.mid(nameEnd, 3) == ") T";
