@@ -80,8 +80,8 @@ NetworkDevice *Corvi::ChooseWiredDevice()
 void Corvi::SuperviseWired(NetworkDevice *d)
 {
     const bool linkCameUp = !wiredUp;
-    const WiredAction action =
-        ForWiredTick({linkCameUp, d->usesSupplicant, d->inFallback, IsSupplicantActive(), reconfigureWpa});
+    const WiredAction action = ForWiredTick({linkCameUp, d->usesSupplicant, d->inFallback,
+                                             IsSupplicantActive(), reconfigureWpa, supThread->IsPausing()});
     if (linkCameUp || action == WiredAction::RECONFIGURE_SUPPLICANT)
         Log(Level::TRACE) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
     if (linkCameUp)

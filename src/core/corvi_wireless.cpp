@@ -5,6 +5,7 @@
 
 #include "logging.h"
 #include "networkdevice.h"
+#include "wpasuppthread.h"
 
 #include <QFile>
 
@@ -88,7 +89,7 @@ void Corvi::SuperviseWireless()
         reconfigureWpa = true;
         wirelessConfigured = true;
         ReconfigureWpa(wirelessDevice);
-    } else if (!reconfigureWpa && !IsSupplicantActive()) {
+    } else if (!reconfigureWpa && !IsSupplicantActive() && !supThread->IsPausing()) {
         LogOnce(restartReport) << "Restart Wireless interface";
         wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
         reconfigureWpa = true;

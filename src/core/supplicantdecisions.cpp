@@ -21,9 +21,10 @@ WiredAction ForWiredTick(const WiredState &state)
     // A link that came up ends the fallback.
     if (state.inFallback && !state.linkCameUp)
         return WiredAction::LEAVE_ALONE;
+    const bool hasNews = state.linkCameUp || state.reconfigureWanted;
     if (!state.supplicantActive)
-        return WiredAction::START_SUPPLICANT;
-    if (state.linkCameUp || state.reconfigureWanted)
+        return state.startsPause && !hasNews ? WiredAction::LEAVE_ALONE : WiredAction::START_SUPPLICANT;
+    if (hasNews)
         return WiredAction::RECONFIGURE_SUPPLICANT;
     return WiredAction::AWAIT_AUTHENTICATION;
 }

@@ -16,6 +16,7 @@ struct WiredState
     bool inFallback;        ///< the device has given up on authentication
     bool supplicantActive;  ///< it runs, or is on its way
     bool reconfigureWanted; ///< its file is to be read anew
+    bool startsPause;       ///< several starts have failed: the next one has time
 };
 
 enum class WiredAction {

@@ -47,8 +47,9 @@ bool IsNoise(const QString &message)
 const QString WpaSupplicantControl::CtrlInterfaceDir = WPA_CONTROL_FOLDER + QLatin1Char('/');
 const QString WpaSupplicantControl::ERROR_PREFIX = QStringLiteral("WPA_CTRL_ERROR");
 
-WpaSupplicantControl::WpaSupplicantControl(QObject *parent)
+WpaSupplicantControl::WpaSupplicantControl(QObject *parent, Told *sharedTold)
     : QObject(parent),
+      told(sharedTold ? sharedTold : &ownTold),
       connection(nullptr, wpa_ctrl_close),
       log(Logging::GetInstance(Logging::KEEP_LEVEL, false))
 {
@@ -83,8 +84,8 @@ bool WpaSupplicantControl::openControlInterface(const QString &interfaceName)
         return false;
     }
     Listen();
-    Log(Level::NOTICE) << "WpaSupplicantControl -- Attached to control interface at"
-                       << socketPath.constData();
+    LogOnce(told->attached, QString::fromLocal8Bit(socketPath))
+        << "WpaSupplicantControl -- Attached to control interface at" << socketPath.constData();
     open = true;
     removalTold = false;
     return true;
@@ -124,7 +125,8 @@ void WpaSupplicantControl::CheckPeer()
     if (!isCtrlOpen())
         return;
     if (!wpa_ctrl_peer_alive(connection.get())) {
-        Log(Level::NOTICE) << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
+        LogOnce(told->lost, QString::fromLocal8Bit(socketPath))
+            << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
         ReadWaiting();
         Disconnect();
         return;

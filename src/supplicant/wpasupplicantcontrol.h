@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "reportonce.h"
+
 #include <QByteArray>
 #include <QObject>
 #include <QPointer>
@@ -23,7 +25,14 @@ class WpaSupplicantControl : public QObject
 {
     Q_OBJECT
 public:
-    explicit WpaSupplicantControl(QObject *parent);
+    /// What an operator is told, and counted when it comes again and again.
+    struct Told
+    {
+        ReportOnce attached, lost;
+    };
+
+    /// Where several objects follow each other, they count together in `sharedTold`, which outlives them.
+    explicit WpaSupplicantControl(QObject *parent, Told *sharedTold = nullptr);
     ~WpaSupplicantControl() override;
 
     /// Opens, registers for events and starts listening. An empty name means wlan0.
@@ -62,6 +71,8 @@ private:
     void PassOn(const QString &message);
     void Listen();
 
+    Told ownTold;
+    Told *const told;
     [[maybe_unused]] QString interface;                         ///< kept empty: nobody writes or reads it
     QString defaultInterface = QStringLiteral("wlan0");         ///< for an empty name
     QByteArray socketPath;                                      ///< the supplicant's, in the local encoding

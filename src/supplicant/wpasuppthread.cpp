@@ -6,7 +6,6 @@
 #include "logging.h"
 #include "paths.h"
 #include "timing.h"
-#include "wpasupplicantcontrol.h"
 
 #include <QDebug>
 #include <QTimer>
@@ -18,6 +17,8 @@ constexpr int OPEN_FAILURE_LIMIT = 6;
 /// Ticks without an association after which a supplicant that cannot be reached is stopped; a tick without a
 /// control connection counts twice, so that takes about 30 s.
 constexpr int UNASSOCIATED_LIMIT = 61;
+/// Ticks with a control connection after which a start was a good one, though nobody has let us in.
+constexpr int PROOF_TICKS = 60;
 
 const char *YesNo(bool value)
 {
@@ -123,7 +124,9 @@ void WpaSuppThread::Start(const QString &interfaceName, const QString &driverNam
     requestedMethod = methodName;
     wired = IsWiredDriver(driverName);
     badPassword = false;
-    Log(Level::NOTICE) << "WpaSuppThread::Start" << interfaceName << driverName << methodName;
+    pauseTicks = 0;
+    LogOnce(told.start, interfaceName + driverName + methodName)
+        << "WpaSuppThread::Start" << interfaceName << driverName << methodName;
     emit TriggerRestartSupplicant();
 }
 
@@ -175,6 +178,8 @@ void WpaSuppThread::MyTimerTimeout()
     } else {
         openFailures = 0;
         unassociatedTicks = 0;
+        if (pauseTicks > 0)
+            --pauseTicks;
         WatchForLeftOvers();
     }
 }
@@ -240,8 +245,11 @@ void WpaSuppThread::TickRunning()
     const bool isOpen = wasOpen || ReopenControl();
     if (isOpen || !GivesUpWithoutControl())
         CountUnassociatedTicks(isOpen);
-    if (isOpen)
+    if (isOpen) {
         openFailures = 0;
+        if (associated || ++servedTicks >= PROOF_TICKS)
+            NoteGoodStart();
+    }
     ReportBadPassword();
 }
 
@@ -264,7 +272,8 @@ bool WpaSuppThread::GivesUpWithoutControl()
 {
     if (++unassociatedTicks < UNASSOCIATED_LIMIT)
         return false;
-    Log(Level::NOTICE) << " failed to connect, Stopping wpa_supplicant";
+    LogOnce(told.giveUp) << " failed to connect, Stopping wpa_supplicant";
+    NoteFailedStart();
     qDebug() << "Stopping wpa_supplicant";
     stopRunning = true;
     stopWaitsForNews = false;

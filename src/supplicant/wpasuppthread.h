@@ -3,7 +3,9 @@
 
 #pragma once
 
+#include "reportonce.h"
 #include "supplicantprocess.h"
+#include "wpasupplicantcontrol.h"
 
 #include <QString>
 #include <QStringList>
@@ -15,7 +17,6 @@
 
 class Logging;
 class QTimer;
-class WpaSupplicantControl;
 
 /// The one supervisor of wpa_supplicant: starts, watches, restarts and stops it and interprets its events.
 /// The object lives on the main thread, where all its slots run; its worker thread only owns the timer that
@@ -65,6 +66,9 @@ public:
     bool IsRunning() const { return running; }
     bool IsRestarting() const { return restarting; }
     bool IsAssociated() const { return associated; }
+    /// Several starts in a row have failed, and a further one makes no sense yet. Start() does it all the
+    /// same, for one who has something new to start it with.
+    bool IsPausing() const { return pauseTicks > 0; }
     /// Never set: kept for the hold-off that asks for it.
     bool IsStopPending() const { return stopPending; }
 
@@ -123,6 +127,8 @@ private:
     QString DebugOption() const;
     bool WantsEapFastProgram() const;
     void ReachLaunchedSupplicant();
+    void NoteFailedStart();
+    void NoteGoodStart();
 
     // The control connection
     void CreateWpaCtl();
@@ -202,7 +208,19 @@ private:
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it
     int silentTicks = 0;                      ///< since it was last heard
     bool stopTold = false;                    ///< the log's last word about it is that it is stopped
-    int idleTicks = 0;                        ///< since the process began, until the first start
+    bool startProved = false; ///< the supplicant was let in, or was there for a while, since its launch
+    int servedTicks = 0;      ///< with a control connection since the launch
+    int failedStarts = 0;     ///< in a row
+    int pauseTicks = 0;       ///< until a further start makes sense
+    int idleTicks = 0;        ///< since the process began, until the first start
+
+    /// What an operator is told, and counted when it lasts or comes again and again.
+    struct
+    {
+        ReportOnce start, launch, pause, giveUp, death, terminating, silence, stopped, leftOver;
+        ReportOnce link, eap, eapPassword, network, warning;
+        WpaSupplicantControl::Told control;
+    } told;
 
     static WpaSuppThread *_me;
     std::atomic<int> waitingTicks{0}; ///< for the main thread, the one that it carries out included

@@ -4,7 +4,6 @@
 #include "wpasuppthread.h"
 
 #include "logging.h"
-#include "wpasupplicantcontrol.h"
 
 /// Later, as this may run inside a signal of the object itself.
 void WpaSuppThread::DeleteLater::operator()(WpaSupplicantControl *object) const
@@ -14,7 +13,7 @@ void WpaSuppThread::DeleteLater::operator()(WpaSupplicantControl *object) const
 
 void WpaSuppThread::CreateWpaCtl()
 {
-    control.reset(new WpaSupplicantControl(nullptr));
+    control.reset(new WpaSupplicantControl(nullptr, &told.control));
     connect(control.get(), &WpaSupplicantControl::MessageReady, this, &WpaSuppThread::MessageReceived);
     interface.remove(WpaSupplicantControl::CtrlInterfaceDir);
     const bool opened = OpenControl();

@@ -5,7 +5,6 @@
 
 #include "logging.h"
 #include "utils.h"
-#include "wpasupplicantcontrol.h"
 
 namespace {
 
@@ -36,10 +35,10 @@ void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
 {
     ssid = ExtractSsid(message);
     if (wired) {
-        Log(Level::NOTICE) << "FILED TO CONNECT TO WIRED SERVER" << ssid;
+        LogOnce(told.network, ssid) << "FILED TO CONNECT TO WIRED SERVER" << ssid;
     } else {
         badPassword = true;
-        Log(Level::NOTICE) << "INVALID PASSWORD FOR NETWORK" << ssid;
+        LogOnce(told.network, ssid) << "INVALID PASSWORD FOR NETWORK" << ssid;
     }
 }
 
@@ -48,7 +47,10 @@ void WpaSuppThread::OnConnected()
     badPassword = false;
     associated = true;
     statusText = QStringLiteral("Associated");
-    Log(Level::NOTICE) << "WpaSuppThread::MessageReceived -- connected";
+    LogOnce(told.link, statusText) << "WpaSuppThread::MessageReceived -- connected";
+    for (ReportOnce *report : {&told.eap, &told.eapPassword, &told.network, &told.warning, &told.silence})
+        report->Over();
+    NoteGoodStart();
     if (stopRunning && stopWaitsForNews) {
         Log(Level::TRACE) << "WpaSuppThread -- In time: it is not stopped";
         stopRunning = false;
@@ -62,22 +64,24 @@ void WpaSuppThread::OnDisconnected()
     associated = false;
     badPassword = false;
     statusText = QStringLiteral("Disconnected");
-    Log(Level::NOTICE) << "WpaSuppThread::MessageReceived -- disconnected";
+    LogOnce(told.link, statusText) << "WpaSuppThread::MessageReceived -- disconnected";
     emit associatedChanged(false);
 }
 
 void WpaSuppThread::OnEapFailure()
 {
     associated = false;
-    Log(Level::NOTICE) << "WpaSuppThread::MessageReceived --EAP Authentication Error" << interface;
-    Log(Level::NOTICE) << "INVALID PASSWORD FOR NETWORK" << interface;
+    LogOnce(told.eap, interface) << "WpaSuppThread::MessageReceived --EAP Authentication Error" << interface;
+    LogOnce(told.eapPassword, interface) << "INVALID PASSWORD FOR NETWORK" << interface;
     if (!wired)
         badPassword = true;
 }
 
 void WpaSuppThread::OnTerminating()
 {
-    Log(Level::NOTICE) << "WpaSuppThread::MessageReceived -- Terminating";
+    LogOnce(told.terminating) << "WpaSuppThread::MessageReceived -- Terminating";
+    told.link.Over(); // What the next supplicant says is news.
+    NoteFailedStart();
     associated = false;
     stopRunning = true;
     stopWaitsForNews = false;
@@ -145,7 +149,7 @@ void WpaSuppThread::ReportBadPassword()
     const QString name = ssid.isEmpty() ? QStringLiteral("network") : ssid;
     const QStringList arguments{QStringLiteral("2"), QStringLiteral("Invalid password for '%1'").arg(name),
                                 QStringLiteral("Please use the network applet to correct this issue")};
-    Log(Level::NOTICE) << "BAD PASSWORD -- warning" << arguments << ssid << interface;
+    LogOnce(told.warning, ssid) << "BAD PASSWORD -- warning" << arguments << ssid << interface;
     const bool started = Utils::SpawnExecute(QStringLiteral("warning"), arguments);
     Log(Level::TRACE) << "Spawned preccess returned " << started;
     badPassword = false;

@@ -36,7 +36,7 @@ bool WpaSuppThread::NoticesDeath()
     process.reset();
     if (stopRunning) // Its last words said so.
         return true;
-    Log(Level::NOTICE) << "WpaSuppThread -- The supplicant has died on" << interface;
+    LogOnce(told.death) << "WpaSuppThread -- The supplicant has died on" << interface;
     OnTerminating();
     return true;
 }
@@ -63,9 +63,10 @@ void WpaSuppThread::TellOfStoppedProcess(bool isStopped)
     if (isStopped == stopTold)
         return;
     stopTold = isStopped;
-    Log(Level::NOTICE) << (isStopped ? "WpaSuppThread -- The supplicant is stopped and answers nobody on"
-                                     : "WpaSuppThread -- The supplicant goes on, on")
-                       << interface;
+    LogOnce(told.stopped, QString::number(isStopped))
+        << (isStopped ? "WpaSuppThread -- The supplicant is stopped and answers nobody on"
+                      : "WpaSuppThread -- The supplicant goes on, on")
+        << interface;
 }
 
 void WpaSuppThread::EndSilentSupplicant()
@@ -73,8 +74,8 @@ void WpaSuppThread::EndSilentSupplicant()
     // Only what we launched: anybody's process may answer at the socket's name.
     if (!process || !process->IsLaunchedWith(configurationPath))
         return;
-    Log(Level::NOTICE) << "WpaSuppThread -- The supplicant has answered nobody for" << silentTicks
-                       << "s and is killed, to be started anew on" << interface;
+    LogOnce(told.silence) << "WpaSuppThread -- The supplicant has answered nobody for" << silentTicks
+                          << "s and is killed, to be started anew on" << interface;
     process->SendSignal(SIGKILL);
 }
 
@@ -93,8 +94,8 @@ void WpaSuppThread::EndLeftOvers()
 {
     idleTicks = LEFT_OVER_TICKS;
     for (const SupplicantProcess &found : SupplicantProcess::FindWith(configurationPath)) {
-        Log(Level::NOTICE) << "WpaSuppThread -- Ending a supplicant that was left over, process"
-                           << found.Id();
+        LogOnce(told.leftOver) << "WpaSuppThread -- Ending a supplicant that was left over, process"
+                               << found.Id();
         found.SendSignal(SIGTERM);
         if (found.HasEndedWithin(END_TIME_LIMIT))
             continue;

@@ -7,9 +7,10 @@
 #include "paths.h"
 #include "securefile.h"
 #include "utils.h"
-#include "wpasupplicantcontrol.h"
 
 #include <QFile>
+
+#include <iterator>
 
 namespace {
 
@@ -22,6 +23,9 @@ constexpr int END_PASSES = 7;
 constexpr unsigned long END_PASS_MS = 1000;
 constexpr unsigned long END_PAUSE_MS = 100;
 constexpr unsigned long LAUNCH_PAUSE_MS = 10;
+
+/// Ticks between the end of a start that failed and the next one, by how many failed in a row before it.
+constexpr int START_PAUSES[] = {0, 10, 20, 40, 60};
 
 QString WithoutLineFeed(const QString &reply)
 {
@@ -76,6 +80,8 @@ void WpaSuppThread::TakeOverRequest()
     associated = false;
     ssid.clear();
     process.reset();
+    startProved = false;
+    servedTicks = 0;
     openFailures = 0;
     unassociatedTicks = 0;
 }
@@ -88,9 +94,10 @@ void WpaSuppThread::LaunchSupplicant()
     msleep(LAUNCH_PAUSE_MS);
     // Another user's file does not count: root would run the supplicant by it.
     if (!SecureFile::IsOurs(configurationPath)) {
-        Log(Level::NOTICE) << "WpaSupplicant::Start"
-                           << "No configuration file -- Stopping";
+        LogOnce(told.launch) << "WpaSupplicant::Start"
+                             << "No configuration file -- Stopping";
         startingSupplicant = false;
+        NoteFailedStart();
         return;
     }
 
@@ -109,9 +116,11 @@ void WpaSuppThread::LaunchSupplicant()
     Log(Level::TRACE) << " WpaSuppThread::Start Driver=" << driver << wired;
     EndLeftOvers();
     const QStringList response = Utils::Execute(program, arguments, false);
-    // A supplicant that starts has nothing to say; a port that nobody authenticates starts one every minute.
-    const bool isSilent = response.join(QString()).trimmed().isEmpty();
-    Log(isSilent ? Level::TRACE : Level::NOTICE) << " WpaSuppThread::Start response=" << response;
+    // A supplicant that starts has nothing to say.
+    if (response.join(QString()).trimmed().isEmpty())
+        Log(Level::TRACE) << " WpaSuppThread::Start response=" << response;
+    else
+        LogOnce(told.launch) << " WpaSuppThread::Start response=" << response;
     terminateAcknowledged = false;
     startingSupplicant = true;
     startPending = true;
@@ -159,4 +168,24 @@ void WpaSuppThread::ReachLaunchedSupplicant()
     startPending = false;
     stoppingSupplicant = false;
     RestartWpaCtl();
+}
+
+/// A supplicant has ended, or was given up, that was neither let in nor there for a while. Whatever keeps it
+/// from starting is not gone in a moment, and each attempt blocks the service for 7 s.
+void WpaSuppThread::NoteFailedStart()
+{
+    if (startProved)
+        return;
+    const int last = static_cast<int>(std::size(START_PAUSES)) - 1;
+    pauseTicks = START_PAUSES[qMin(failedStarts++, last)];
+    if (pauseTicks > 0)
+        LogOnce(told.pause) << "WpaSuppThread -- No supplicant stays on" << requestedInterface
+                            << "- next try in" << pauseTicks << "s";
+}
+
+void WpaSuppThread::NoteGoodStart()
+{
+    startProved = true;
+    failedStarts = 0;
+    told.pause.Over();
 }

@@ -54,6 +54,9 @@ public:
         interface = interfaceName;
         driver = driverName;
     }
+    /// As the first half of a Start().
+    void Request(const QString &interfaceName) { requestedInterface = interfaceName; }
+    void Pause(int ticks) { pauseTicks = ticks; }
     void UseMethod(const QString &name) { method = name; }
     void UseConfiguration(const QString &path) { configurationPath = path; }
     void UseDebugLevel(int level) { debugLevel = level; }
@@ -95,6 +98,7 @@ public:
     using WpaSuppThread::RestartWpaCtl;
     using WpaSuppThread::SplitLine;
     using WpaSuppThread::StopSupplicant;
+    using WpaSuppThread::TakeOverRequest;
     using WpaSuppThread::WaitForSupplicantToEnd;
 
     // Questions

@@ -41,8 +41,8 @@ class Ends(SupervisedTest):
         times = []
         for _ in range(TIMES):
             before = read(LOG).count(AUTHENTICATED)
-            ended = time.time()
             end(self.only_supplicant())
+            ended = time.time()
             self.wait_authenticated(self.daemon, count=before + 1)
             times.append(logged_at(AUTHENTICATED) - ended)
             self.only_supplicant()

@@ -46,16 +46,18 @@ private Q_SLOTS:
 
 void TestSupplicantDecisions::wiredTick_data()
 {
-    // The link came up, 802.1X, in fallback, supplicant active, reconfigure wanted.
+    // The link came up, 802.1X, in fallback, supplicant active, reconfigure wanted, starts pause.
     QTest::addColumn<QString>("inputs");
     QTest::addColumn<WiredAction>("expected");
-    QTest::newRow("no 802.1X") << "-0---" << WiredAction::RELEASE_SUPPLICANT;
-    QTest::newRow("link came up, none there") << "11-0-" << WiredAction::START_SUPPLICANT;
-    QTest::newRow("link came up, one there") << "11-1-" << WiredAction::RECONFIGURE_SUPPLICANT;
-    QTest::newRow("in fallback") << "011--" << WiredAction::LEAVE_ALONE;
-    QTest::newRow("none there") << "0100-" << WiredAction::START_SUPPLICANT;
-    QTest::newRow("one there, file changed") << "01011" << WiredAction::RECONFIGURE_SUPPLICANT;
-    QTest::newRow("one there") << "01010" << WiredAction::AWAIT_AUTHENTICATION;
+    QTest::newRow("no 802.1X") << "-0----" << WiredAction::RELEASE_SUPPLICANT;
+    QTest::newRow("link came up, none there") << "11-0--" << WiredAction::START_SUPPLICANT;
+    QTest::newRow("link came up, one there") << "11-1--" << WiredAction::RECONFIGURE_SUPPLICANT;
+    QTest::newRow("in fallback") << "011---" << WiredAction::LEAVE_ALONE;
+    QTest::newRow("none there") << "010000" << WiredAction::START_SUPPLICANT;
+    QTest::newRow("none there, file changed") << "01001-" << WiredAction::START_SUPPLICANT;
+    QTest::newRow("none there, starts have failed") << "010001" << WiredAction::LEAVE_ALONE;
+    QTest::newRow("one there, file changed") << "01011-" << WiredAction::RECONFIGURE_SUPPLICANT;
+    QTest::newRow("one there") << "01010-" << WiredAction::AWAIT_AUTHENTICATION;
 }
 
 void TestSupplicantDecisions::wiredTick()
@@ -66,7 +68,7 @@ void TestSupplicantDecisions::wiredTick()
         const auto isSet = [bits](int index) {
             return bits.at(index) == '1';
         };
-        QVERIFY2(ForWiredTick({isSet(0), isSet(1), isSet(2), isSet(3), isSet(4)}) == expected,
+        QVERIFY2(ForWiredTick({isSet(0), isSet(1), isSet(2), isSet(3), isSet(4), isSet(5)}) == expected,
                  qPrintable(bits));
     }
 }

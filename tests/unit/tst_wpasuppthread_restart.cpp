@@ -63,6 +63,7 @@ void TestWpaSuppThreadRestart::startsTheSupplicant()
     supervisor.SuspectPassword();
     supervisor.NoteSsid(QStringLiteral("before"));
     supervisor.TakeForAssociated();
+    supervisor.Pause(60);
     // Told while the old state is still in force.
     QString seenInterface;
     bool seenAssociated = false;
@@ -96,6 +97,7 @@ void TestWpaSuppThreadRestart::startsTheSupplicant()
     QVERIFY(supervisor.IsWired());
     QVERIFY(!supervisor.IsStopRequested());
     QVERIFY(!supervisor.SuspectsPassword());
+    QVERIFY(!supervisor.IsPausing());
     const QString text = TestSupport::LogText();
     int from = 0;
     for (const char *line :
