@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvi.h"
+#include "logging.h"
 #include "terminationsignals.h"
 
 #include <QCoreApplication>
@@ -33,6 +34,9 @@ int main(int argc, char *argv[])
     QObject::connect(&signalSource, &TerminationSignals::terminationRequested, &corvi,
                      [&corvi] { corvi.Stop(0); });
     QObject::connect(&signalSource, &TerminationSignals::reloadRequested, &corvi, &Corvi::RequestReload);
+    if (!signalSource.Error().isEmpty())
+        Log(Level::NOTICE) << "TerminationSignals -- no pipe, a signal ends the daemon without its shutdown:"
+                           << signalSource.Error();
     corvi.Start();
     return QCoreApplication::exec();
 }

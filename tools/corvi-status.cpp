@@ -4,22 +4,17 @@
 #include "eventlistener.h"
 #include "statusreader.h"
 #include "statustext.h"
+#include "terminationsignals.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QFile>
 #include <QJsonDocument>
-#include <QSocketNotifier>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-
-#include <sys/signalfd.h>
 
 namespace {
 
@@ -85,31 +80,6 @@ QString EventForPerson(const QString &time, int code, int status, const StatusRe
            record + QLatin1Char('\n');
 }
 
-/// Ends the event loop on SIGINT and SIGTERM, so that the socket is removed.
-class SignalWatcher
-{
-public:
-    SignalWatcher()
-    {
-        sigset_t stopSignals;
-        sigemptyset(&stopSignals);
-        sigaddset(&stopSignals, SIGINT);
-        sigaddset(&stopSignals, SIGTERM);
-        sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
-        if (!file.open(::signalfd(-1, &stopSignals, SFD_CLOEXEC), QIODevice::ReadOnly,
-                       QFile::AutoCloseHandle)) {
-            sigprocmask(SIG_UNBLOCK, &stopSignals, nullptr); // Then they end the program outright.
-            return;
-        }
-        notifier = std::make_unique<QSocketNotifier>(file.handle(), QSocketNotifier::Read);
-        QObject::connect(notifier.get(), &QSocketNotifier::activated, qApp, &QCoreApplication::quit);
-    }
-
-private:
-    QFile file;
-    std::unique_ptr<QSocketNotifier> notifier;
-};
-
 int WatchEvents(bool asJson)
 {
     EventListener listener;
@@ -129,7 +99,10 @@ int WatchEvents(bool asJson)
     QString error;
     if (!listener.Listen(error))
         return Fail(error);
-    const SignalWatcher signalWatcher;
+    // Each ends the event loop, so that the socket is removed; nothing is there to be reloaded.
+    const TerminationSignals signalSource(nullptr);
+    QObject::connect(&signalSource, &TerminationSignals::terminationRequested, qApp, &QCoreApplication::quit);
+    QObject::connect(&signalSource, &TerminationSignals::reloadRequested, qApp, &QCoreApplication::quit);
     return QCoreApplication::exec();
 }
 

@@ -529,6 +529,7 @@ void TestCorviStatus::watchRemovesItsSocket_data()
     QTest::addColumn<int>("signal");
     QTest::newRow("terminated") << SIGTERM;
     QTest::newRow("interrupted") << SIGINT;
+    QTest::newRow("terminal closed") << SIGHUP;
 }
 
 void TestCorviStatus::watchRemovesItsSocket()

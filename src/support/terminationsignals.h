@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QObject>
+#include <QString>
 
 #include <memory>
 
@@ -19,12 +20,18 @@ public:
     explicit TerminationSignals(QObject *parent);
     ~TerminationSignals() override;
 
+    /// Why nothing is caught, so that each of the signals ends the program outright; empty when all are.
+    QString Error() const { return error; }
+
 signals:
+    // Emitted by the event loop of the thread that made the object, which no slot may delete.
+
     void terminationRequested();
     void reloadRequested();
 
 private:
     void OnReadable();
 
+    QString error;
     std::unique_ptr<QSocketNotifier> notifier;
 };

@@ -3,8 +3,6 @@
 
 #include "terminationsignals.h"
 
-#include "logging.h"
-
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -39,9 +37,7 @@ void HandleSignal(int number)
 TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
 {
     if (::pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) {
-        const QString reason = qt_error_string();
-        Log(Level::NOTICE) << "TerminationSignals -- no pipe, a signal ends the daemon without its shutdown:"
-                           << reason;
+        error = qt_error_string();
         return;
     }
     notifier = std::make_unique<QSocketNotifier>(pipeEnds[0], QSocketNotifier::Read);
