@@ -3,6 +3,7 @@
 
 #include "zebstore.h"
 
+#include "filetrust.h"
 #include "securefile.h"
 
 #include <QCryptographicHash>
@@ -122,6 +123,11 @@ void CachedSection::Refuse(const QString &reason)
 
 void CachedSection::Reload()
 {
+    const QString distrust = TrustProblem(filePath);
+    if (!distrust.isEmpty()) {
+        ReportUnreadable(QStringLiteral("is not obeyed: ") + distrust);
+        return;
+    }
     const SecureFile::Reading reading = SecureFile::Read(filePath, SIZE_LIMIT_MIB);
     if (!reading.problem.isEmpty()) {
         ReportUnreadable(reading.problem);

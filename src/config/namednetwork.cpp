@@ -7,10 +7,10 @@
 #include "networknames.h"
 #include "networksetting.h"
 #include "paths.h"
+#include "platformfile.h"
 
 #include <QCryptographicHash>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QHash>
 
@@ -119,8 +119,8 @@ void NamedNetwork::TranslateSecurityMode()
 
 bool NamedNetwork::CheckWirelessDriver()
 {
-    useNewDriver =
-        IsNetworkSettingOn(*xmlConfig, QStringLiteral("useNewDriver")) || QFile::exists(USE_NL_DRIVER_FLAG);
+    useNewDriver = IsNetworkSettingOn(*xmlConfig, QStringLiteral("useNewDriver")) ||
+                   PlatformFile::Exists(USE_NL_DRIVER_FLAG);
     return useNewDriver;
 }
 

@@ -5,6 +5,7 @@
 
 #include "interfacekind.h"
 #include "paths.h"
+#include "platformfile.h"
 #include "securefile.h"
 #include "supplicantline.h"
 #include "supplicantvalues.h"
@@ -55,7 +56,7 @@ QString Frequencies6Ghz()
 /// The platform's own settings for the head of the file; a comment marks that there are none.
 QByteArray ExtraGlobals()
 {
-    const auto contents = SecureFile::ReadRegular(EXTRA_GLOBALS);
+    const auto contents = PlatformFile::Read(EXTRA_GLOBALS);
     if (!contents)
         return "# Could not open " + EXTRA_GLOBALS.toUtf8() + '\n';
     QByteArray text;
@@ -141,7 +142,7 @@ void WpaSupplicantCfg::StartWirelessCfg()
     Begin();
 
     AddOption(QStringLiteral("ssid"), ssid, true);
-    if (scanSsid || !QFile::exists(NO_SCAN_SSID_FLAG)) {
+    if (scanSsid || !PlatformFile::Exists(NO_SCAN_SSID_FLAG)) {
         qDebug() << "Setting scan_ssid option";
         AddOption(QStringLiteral("scan_ssid"), QStringLiteral("1"), false);
     }
@@ -159,8 +160,7 @@ void WpaSupplicantCfg::StartWirelessCfg()
 
 void WpaSupplicantCfg::AddExtraWirelessOptions()
 {
-    const QString text =
-        QString::fromUtf8(SecureFile::ReadRegular(EXTRA_WIRELESS_OPTIONS).value_or(QByteArray()));
+    const QString text = QString::fromUtf8(PlatformFile::Read(EXTRA_WIRELESS_OPTIONS).value_or(QByteArray()));
     if (text.isEmpty())
         return;
     options << QStringLiteral("#START TEST CONF\n");

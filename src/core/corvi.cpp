@@ -7,6 +7,7 @@
 #include "logging.h"
 #include "modem.h"
 #include "paths.h"
+#include "platformfile.h"
 #include "securefile.h"
 #include "timing.h"
 #include "utils.h"
@@ -123,7 +124,7 @@ bool Corvi::CheckIfWirelessCarrierExists() const
 
 void Corvi::CheckReload()
 {
-    if (QFile::exists(RELOAD_FLAG)) {
+    if (PlatformFile::Exists(RELOAD_FLAG)) {
         Log(Level::TRACE) << "Reload forced";
         forceRescan = true;
         RemoveFlag(RELOAD_FLAG);

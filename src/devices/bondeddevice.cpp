@@ -6,6 +6,7 @@
 #include "logging.h"
 #include "networksetting.h"
 #include "paths.h"
+#include "platformfile.h"
 #include "program.h"
 #include "securefile.h"
 #include "timing.h"
@@ -76,7 +77,7 @@ void ReplaceName(QStringList &names, const QString &oldName, const QString &newN
 QString ReadSavedMac()
 {
     constexpr int SAVED_LINE_LENGTH = 18;
-    const QByteArray contents = SecureFile::ReadRegular(SAVED_MAC_FILE).value_or(QByteArray());
+    const QByteArray contents = PlatformFile::Read(SAVED_MAC_FILE).value_or(QByteArray());
     const QByteArray line = contents.left(contents.indexOf('\n') + 1);
     return line.size() == SAVED_LINE_LENGTH ? QString::fromLatin1(line.trimmed()) : QString();
 }

@@ -6,6 +6,7 @@
 #include "logging.h"
 #include "networksetting.h"
 #include "paths.h"
+#include "platformfile.h"
 #include "utils.h"
 #include "zebxmlconfig.h"
 
@@ -23,8 +24,8 @@ constexpr int LINE_LIMIT = 512;
 bool IsNewDriverWanted()
 {
     ZebXmlConfig store;
-    return IsNetworkSettingOn(store, QStringLiteral("useNewDriver")) || QFile::exists(USE_NL_DRIVER_FLAG) ||
-           QFile::exists(USE_NL_DRIVER_TEMPORARY_FLAG);
+    return IsNetworkSettingOn(store, QStringLiteral("useNewDriver")) ||
+           PlatformFile::Exists(USE_NL_DRIVER_FLAG) || QFile::exists(USE_NL_DRIVER_TEMPORARY_FLAG);
 }
 
 /// Sets `field` to what the pattern's second group takes of the line; false, and nothing set, where the

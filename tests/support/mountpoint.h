@@ -15,7 +15,7 @@ class MountPoint
 public:
     explicit MountPoint(const QString &folder) : path(QFile::encodeName(folder))
     {
-        if (::mount("taken", path.constData(), "tmpfs", 0, nullptr) != 0)
+        if (::mount("taken", path.constData(), "tmpfs", 0, "mode=755") != 0)
             qFatal("cannot mount at %s", path.constData());
     }
     ~MountPoint() { ::umount2(path.constData(), MNT_DETACH); }

@@ -11,6 +11,7 @@
 #include <QThread>
 #include <QVector>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -172,6 +173,12 @@ void Remove(const QString &path)
         QDir(path).removeRecursively();
     else
         QFile::remove(path);
+}
+
+void SetMode(const QString &path, uint mode)
+{
+    if (::chmod(QFile::encodeName(path).constData(), mode) != 0)
+        qFatal("cannot set the rights of %s", qPrintable(path));
 }
 
 int EntryCount(const QString &folder, const QStringList &wildcards)

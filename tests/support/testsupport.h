@@ -45,6 +45,8 @@ void WriteFile(const QString &path, const QByteArray &bytes);
 QByteArray ReadFile(const QString &path);
 /// Removes a file, or a folder with all that is in it; nothing when there is neither.
 void Remove(const QString &path);
+/// Sets the rights of a file or folder.
+void SetMode(const QString &path, uint mode);
 /// How many entries of a folder have names that match a wildcard; without any, how many there are.
 int EntryCount(const QString &folder, const QStringList &wildcards = {});
 

@@ -4,6 +4,7 @@
 corvi_add_unit_test(tst_interfacekind LIBS support)
 corvi_add_unit_test(tst_linkevents LIBS support)
 corvi_add_unit_test(tst_logging LIBS support)
+corvi_add_unit_test(tst_platformfile LIBS support)
 corvi_add_unit_test(tst_reportonce LIBS support)
 corvi_add_unit_test(tst_servicemanager LIBS support PLAIN)
 corvi_add_unit_test(tst_terminationsignals LIBS support PLAIN)

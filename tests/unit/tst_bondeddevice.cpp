@@ -5,6 +5,7 @@
 
 #include "fakesysnet.h"
 #include "logging.h"
+#include "mountpoint.h"
 #include "testsupport.h"
 
 #include <QElapsedTimer>
@@ -91,6 +92,7 @@ private Q_SLOTS:
     void slavesHaveTheirCurrentNames();
     void savedAddressIsUsed_data();
     void savedAddressIsUsed();
+    void savedAddressThatOthersMayWriteIsNotUsed();
     void unusableSavedAddressIsReplaced();
     void addressIsSavedWhereThereIsNoFolder();
     void addressThatCannotBeReadIsNotSaved();
@@ -420,6 +422,18 @@ void TestBondedDevice::savedAddressIsUsed()
     }
 }
 
+void TestBondedDevice::savedAddressThatOthersMayWriteIsNotUsed()
+{
+    TestSupport::WriteFile(SAVED_MAC, MAC + "\n");
+    TestSupport::SetMode(SAVED_MAC, 0666);
+    BondedDevice bond(nullptr);
+    bond.setRenaming(true);
+
+    bond.EnableBonding();
+
+    QVERIFY(!Journal().contains("ip link set eth0 address " + MAC));
+}
+
 void TestBondedDevice::unusableSavedAddressIsReplaced()
 {
     TestSupport::WriteFile(SAVED_MAC, MAC.left(15) + "99");
@@ -470,6 +484,7 @@ void TestBondedDevice::savedAddressDoesNotFollowALink()
 void TestBondedDevice::addressThatCannotBeSavedIsLogged()
 {
     QVERIFY(QDir().mkpath(SAVED_MAC));
+    const MountPoint taken(SAVED_MAC);
     BondedDevice bond(nullptr);
     bond.setRenaming(true);
 

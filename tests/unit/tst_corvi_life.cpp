@@ -48,6 +48,7 @@ private Q_SLOTS:
     // Reload
     void reloadFileForcesOneRescan();
     void reloadIsTracedAtTheLevelBefore();
+    void reloadFileThatOthersMayWriteIsNotObeyed();
     void reloadFileAtStartGivesOneRescan();
     void reloadFileThatStaysRescansEveryTick();
     void reloadsApartAreAllTold();
@@ -309,6 +310,21 @@ void TestCorviLife::reloadIsTracedAtTheLevelBefore()
         corvi.Tick();
         QCOMPARE(LogCount("Reload forced"), int(isTraced));
     }
+}
+
+void TestCorviLife::reloadFileThatOthersMayWriteIsNotObeyed()
+{
+    CorviPeer corvi(SET_UP);
+    Forget();
+    WriteFile(RELOAD_FLAG, "");
+    SetMode(RELOAD_FLAG, 0666);
+
+    corvi.Tick(3);
+
+    QCOMPARE(JournalOf("setup_resolved").size(), 0);
+    QCOMPARE(LogCount("PlatformFile::Exists - " + RELOAD_FLAG + " is not obeyed: " + RELOAD_FLAG +
+                      " may be written by others than its owner"),
+             1);
 }
 
 void TestCorviLife::reloadFileAtStartGivesOneRescan()

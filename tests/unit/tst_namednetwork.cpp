@@ -123,6 +123,7 @@ private Q_SLOTS:
     void storedModeKeyIsKept();
     void driverIsChosenByStoreOrFlagFile_data();
     void driverIsChosenByStoreOrFlagFile();
+    void driverFlagThatOthersMayWriteIsNotObeyed();
 
     void definitionBecomesTheFile_data();
     void definitionBecomesTheFile();
@@ -481,6 +482,15 @@ void TestNamedNetwork::driverIsChosenByStoreOrFlagFile()
         TestSupport::WriteFile(DRIVER_FLAG, "");
 
     QTEST(network.CheckWirelessDriver(), "useNewDriver");
+}
+
+void TestNamedNetwork::driverFlagThatOthersMayWriteIsNotObeyed()
+{
+    WriteNetwork("Home", Wireless("Unsecured"));
+    TestSupport::WriteFile(DRIVER_FLAG, "");
+    TestSupport::SetMode(DRIVER_FLAG, 0666);
+
+    QVERIFY(!NamedNetwork("Home", false, nullptr).CheckWirelessDriver());
 }
 
 void TestNamedNetwork::definitionBecomesTheFile_data()

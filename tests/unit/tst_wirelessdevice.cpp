@@ -63,6 +63,7 @@ private Q_SLOTS:
     void countsDevicesMadeSoFar();
     void choosesItsDriver_data();
     void choosesItsDriver();
+    void driverFlagThatOthersMayWriteIsNotObeyed();
     void keepsTheTemporaryChoiceWhenDefinitionsAskForNone();
     void driverCanBeChosenAgain();
     void asksForItsOwnInterface();
@@ -145,6 +146,14 @@ void TestWirelessDevice::choosesItsDriver()
 
     QCOMPARE(device.driver, driver);
     QVERIFY(TestSupport::LogText().contains(" Driver =  " + driver + " \n"));
+}
+
+void TestWirelessDevice::driverFlagThatOthersMayWriteIsNotObeyed()
+{
+    TestSupport::WriteFile(STORED_FLAG, QByteArray());
+    TestSupport::SetMode(STORED_FLAG, 0666);
+
+    QCOMPARE(WirelessDevice("wlan0", nullptr).driver, QString("wext,nl80211"));
 }
 
 void TestWirelessDevice::keepsTheTemporaryChoiceWhenDefinitionsAskForNone()

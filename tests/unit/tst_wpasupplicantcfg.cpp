@@ -129,6 +129,7 @@ private Q_SLOTS:
     void priorityIsSearchedForAsItIsSpelt();
     void extraGlobalsAreCopied_data();
     void extraGlobalsAreCopied();
+    void filesThatOthersMayWriteAreNotObeyed();
     void namedPipesAreNotWaitedFor();
     void blocksAreJoinedAsTheyStand();
     void fileIsUtf8();
@@ -891,6 +892,21 @@ void TestWpaSupplicantCfg::extraGlobalsAreCopied()
 
     QCOMPARE(WrittenFile({"network={", "}\n"}),
              "ctrl_interface=/var/run/wpa_supplicant\n" + copied + "\nnetwork={\n}\n");
+}
+
+void TestWpaSupplicantCfg::filesThatOthersMayWriteAreNotObeyed()
+{
+    for (const char *name : {"wpa_supp_wifi", "wpa_supp_conf", "no_scan_ssid"})
+        TestSupport::WriteFile(FLAGS + name, "evil=1\n");
+    TestSupport::SetMode(FLAGS, 0777);
+    WpaSupplicantCfg cfg(nullptr);
+
+    cfg.Unsecured();
+
+    QVERIFY(cfg.Block().contains("\tscan_ssid=1"));
+    const QByteArray written = WrittenFile(cfg.Block());
+    QVERIFY(!written.contains("evil"));
+    QVERIFY(written.contains("\n# Could not open /tmp/config/files/wpa_supp_conf\n"));
 }
 
 void TestWpaSupplicantCfg::namedPipesAreNotWaitedFor()

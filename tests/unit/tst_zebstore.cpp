@@ -84,6 +84,8 @@ private Q_SLOTS:
     void badNetworkKeepsItsLastGoodDefinition();
     void sameTextWrittenAgainIsNotToldAgain();
     void manyProblemsAreBounded();
+    void storeThatOthersMayWriteIsNotObeyed_data();
+    void storeThatOthersMayWriteIsNotObeyed();
     void symbolicLinkIsFollowed();
     void unchangedFileIsNotReadAgain();
 
@@ -171,7 +173,7 @@ void TestZebStore::badFileKeepsTheLastGoodContents_data()
     QTest::newRow("FIFO that nobody writes to") << "fifo"
                                                 << "is not a regular file";
     QTest::newRow("device") << "device"
-                            << "is not a regular file";
+                            << "is not obeyed: /dev/zero may be written by others than its owner";
     QTest::newRow("link that leads to itself") << "loop"
                                                << "Too many levels of symbolic links";
     QTest::newRow("cannot be read") << "unreadable"
@@ -328,6 +330,31 @@ void TestZebStore::manyProblemsAreBounded()
     const QStringList told = warnings->Take();
     QCOMPARE(told.size(), 101);
     QVERIFY(told.constLast().endsWith(": 900 more problems"));
+}
+
+void TestZebStore::storeThatOthersMayWriteIsNotObeyed_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::newRow("file") << TestSupport::STORE_FILE;
+    QTest::newRow("folder above it") << "/tmp/config";
+}
+
+void TestZebStore::storeThatOthersMayWriteIsNotObeyed()
+{
+    QFETCH(QString, path);
+    LetTheFileSettle();
+    TestSupport::WriteStore(OTHER);
+    const uint mode = path == TestSupport::STORE_FILE ? 0644 : 0755;
+    TestSupport::SetMode(path, mode | 0022);
+
+    for (int call = 0; call < 3; ++call)
+        QCOMPARE(Names(), QStringList{"lan"});
+    QCOMPARE(warnings->Take(), QStringList{Fault("is not obeyed: " + path +
+                                                 " may be written by others than its owner; what was read "
+                                                 "before stays in force")});
+
+    TestSupport::SetMode(path, mode);
+    QCOMPARE(Names(), (QStringList{"lan", "lan2"}));
 }
 
 void TestZebStore::symbolicLinkIsFollowed()

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "filetrust.h"
+
+#include <QByteArrayList>
+#include <QFile>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+/// As the kernel's own limit (path_resolution(7)).
+constexpr int LINK_LIMIT = 40;
+
+/// Whoever owns the root folder can change every path. In a user namespace that is not user 0.
+uid_t OwnerOfTheRootFolder()
+{
+    struct stat info = {};
+    return ::stat("/", &info) == 0 ? info.st_uid : 0;
+}
+
+bool MayOthersWrite(const QByteArray &path, const struct stat &info)
+{
+    if (S_ISLNK(info.st_mode))
+        return false;
+    const bool isTemporaryFolder = path == "/tmp" && (info.st_mode & S_ISVTX) != 0;
+    return (info.st_mode & (S_IWGRP | S_IWOTH)) != 0 && !isTemporaryFolder;
+}
+
+QString ProblemOf(const QByteArray &path, const struct stat &info)
+{
+    if (info.st_uid != ::geteuid() && info.st_uid != OwnerOfTheRootFolder())
+        return QFile::decodeName(path) + QStringLiteral(" belongs to user %1").arg(info.st_uid);
+    if (MayOthersWrite(path, info))
+        return QFile::decodeName(path) + QStringLiteral(" may be written by others than its owner");
+    return QString();
+}
+
+QByteArray LinkTarget(const QByteArray &path)
+{
+    QByteArray target(4096, '\0'); // PATH_MAX: no link is longer
+    const ssize_t size = ::readlink(path.constData(), target.data(), size_t(target.size()));
+    target.truncate(size < 0 ? 0 : int(size));
+    return target;
+}
+
+} // namespace
+
+QString TrustProblem(const QString &path)
+{
+    QByteArray trusted; // so far, without a slash at its end: empty is the root folder
+    QByteArrayList rest = QFile::encodeName(path).split('/');
+    for (int links = 0; !rest.isEmpty() && links < LINK_LIMIT;) {
+        const QByteArray name = rest.takeFirst();
+        if (name.isEmpty() || name == ".")
+            continue;
+        if (name == "..") {
+            trusted.truncate(qMax(0, int(trusted.lastIndexOf('/'))));
+            continue;
+        }
+        const QByteArray next = trusted + '/' + name;
+        struct stat info = {};
+        if (::lstat(next.constData(), &info) != 0)
+            return QString();
+        const QString problem = ProblemOf(next, info);
+        if (!problem.isEmpty())
+            return problem;
+        if (!S_ISLNK(info.st_mode)) {
+            trusted = next;
+            continue;
+        }
+        const QByteArray target = LinkTarget(next);
+        if (target.startsWith('/'))
+            trusted.clear();
+        rest = target.split('/') + rest;
+        ++links;
+    }
+    return QString();
+}
