@@ -197,6 +197,7 @@ private:
     ReportOnce modemReport;
     ReportOnce confFileReport;
     ReportOnce retryReport;
+    ReportOnce addressReport;
     ReportOnce segmentReport;
     ReportOnce lostSegmentReport;
     QHash<QString, ReportOnce> flagReports; ///< by path: flag files that cannot be removed
@@ -269,4 +270,8 @@ private:
     // DHCP
     /// Configures a device again that carries, is set to DHCP and has no address, after growing pauses.
     void RetryDhcp(NetworkDevice *d, RetryPause &pause);
+    /// What is published of the device in use, and its static address, follow what is.
+    void FollowAddress(NetworkDevice *d, RetryPause &dhcpPause);
+    void PublishAddress(NetworkDevice *d);
+    bool IsAwaitingAuthentication(const NetworkDevice *d) const;
 };

@@ -21,11 +21,10 @@ const QString DHCP_EVENT_FILE = QStringLiteral("/tmp/dhcp_event");
 
 void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
 {
-    const bool waitsForAuthentication = d->usesSupplicant && !d->inFallback && !supThread->IsAssociated();
     // A device that was never configured missed its event: the supplicant says only once that it connected.
     const bool isStatic = d->currentConfig && d->currentConfig->staticIp;
-    if (!d->isRunning || !d->ipAddress.isEmpty() || waitsForAuthentication || d->namedNetworks.isEmpty() ||
-        isStatic) {
+    if (!d->isRunning || !d->ipAddress.isEmpty() || IsAwaitingAuthentication(d) ||
+        d->namedNetworks.isEmpty() || isStatic) {
         pause.Reset();
         retryReport.Over();
         return;
@@ -35,6 +34,35 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
     LogOnce(retryReport, d->name) << "Corvi::RetryDhcp - no address, trying again on" << d->name;
     d->ConfigureNetwork(true);
     pause.NoteAttempt(RetryPause::Time::clock::now());
+}
+
+bool Corvi::IsAwaitingAuthentication(const NetworkDevice *d) const
+{
+    return d->usesSupplicant && !d->inFallback && !supThread->IsAssociated();
+}
+
+void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
+{
+    if (d->isRunning)
+        PublishAddress(d);
+    if (d->isRunning && !IsAwaitingAuthentication(d))
+        d->KeepStaticAddress();
+    RetryDhcp(d, dhcpPause);
+}
+
+/// An address comes and goes without our doing: the DHCP client works on after the time it is waited for, a
+/// renewal gets another address, a lease runs out, somebody flushes the interface.
+void Corvi::PublishAddress(NetworkDevice *d)
+{
+    if (d->ipAddress == d->publishedAddress)
+        return;
+    if (!d->ipAddress.isEmpty()) {
+        d->UpdateIpInformation();
+        return;
+    }
+    LogOnce(addressReport, d->name) << "Corvi::PublishAddress - the address is gone:" << d->name;
+    d->ipAnnounced = false;
+    ShareStatus(d);
 }
 
 void Corvi::CheckDhcpEvent()

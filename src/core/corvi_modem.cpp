@@ -48,8 +48,12 @@ void Corvi::BringModemUp()
         modem->RefreshStatus();
         SendAssociationMessage(modem, true);
     }
-    if (modem->isRunning)
+    if (!modem->isUp)
+        modem->StartDevice();
+    if (modem->isRunning) {
+        PublishAddress(modem);
         return;
+    }
     ++conn_counter;
     if (conn_counter > MODEM_ATTEMPTS) {
         LogOnce(modemReport, QStringLiteral("no link"))

@@ -37,6 +37,7 @@ void Corvi::ShareStatus(NetworkDevice *nd)
     Log(Level::TRACE) << "ShareStatus()  Start";
     if (!PutRecord(nd->status->GetData()))
         return;
+    nd->publishedAddress = nd->ipAddress;
     Log(Level::TRACE) << "ShareStatus()  Complete";
     KeepSegmentFound();
 }

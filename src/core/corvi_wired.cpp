@@ -44,7 +44,7 @@ bool Corvi::WiredNetworkSetup()
         emit wiredStateChange(isConnected);
     }
     if (chosen)
-        RetryDhcp(chosen, wiredRetry);
+        FollowAddress(chosen, wiredRetry);
     return isConnected;
 }
 

@@ -95,11 +95,13 @@ void Corvi::SuperviseWireless()
         reconfigureWpa = true;
     }
     wirelessDevice->RefreshStatus();
+    if (!wirelessDevice->isUp)
+        wirelessDevice->StartDevice();
     if (reconfigureWpa) {
         Log(Level::TRACE) << "Corvi::WirelessNetworkSetup wirelessConnected " << wirelessDevice->isRunning
                           << " reconfigureWpa ";
         Log(Level::TRACE) << "Corvi::Loop:: reconfigureWpa -- Update conf File";
         ReconfigureWpa(wirelessDevice);
     }
-    RetryDhcp(wirelessDevice, wirelessRetry);
+    FollowAddress(wirelessDevice, wirelessRetry);
 }

@@ -90,6 +90,7 @@ void NetworkDevice::RefreshStatus()
     ReadAddress(SIOCGIFNETMASK, netmask);
     ReadMacAddress();
     ReadCarrier();
+    FollowLink();
 
     status->SetConnected(isRunning);
     status->SetWireless(isWireless);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "reportonce.h"
+#include "retrypause.h"
 
 #include <QByteArray>
 #include <QHash>
@@ -28,6 +29,7 @@ class ZebNetStatus;
 /// networkdevice_link.cpp    link and address control
 /// networkdevice_dhcp.cpp    DHCP client, resolver, host list
 /// networkdevice_config.cpp  applying a network definition
+/// networkdevice_upkeep.cpp  link and static address follow what was asked for
 class NetworkDevice : public QObject
 {
     Q_OBJECT
@@ -67,6 +69,8 @@ public:
     void SetMtu(const QString &iface, const QString &mtu);
     void FlushIpAddress();
     void SetGateway(const QString &gw);
+    /// Brings the link up where it is not, and follows it from then on. A link that somebody took down is
+    /// brought up again by the next call; one that did not come up, after growing pauses.
     int StartDevice();
     int StopDevice();
 
@@ -84,6 +88,9 @@ public:
 
     /// Applies the current definition; `renew` runs DHCP where the address is not static.
     void ConfigureNetwork(bool renew);
+    /// Sets the static address and default route again where they are gone or could never be set, at most
+    /// after growing pauses; nothing for a definition without a static address.
+    void KeepStaticAddress();
     bool getNamedNetworksForDevice();
     /// The names of the definitions that apply, in the order in which they are considered.
     QStringList GetNamedNetworks() const;
@@ -130,11 +137,13 @@ public:
     int wirelessTicks = 0;
     bool configurable = true;
     bool driverChosen = false;
+    QString publishedAddress; ///< in the record that was last published of this device
 
 private:
     void ReadAddress(unsigned long request, QString &field) const;
     void ReadMacAddress();
     void ReadCarrier();
+    void FollowLink();
 
     void EndDhcpClient();
     void TakeBackDhcpMtu();
@@ -160,6 +169,9 @@ private:
     const QByteArray carrierPath;
     QString appliedSpeed; ///< the text that SetSpeed() was last run for
 
+    RetryPause startPause{RetryPause::First::AT_ONCE};
+    RetryPause staticPause{RetryPause::First::AT_ONCE};
+
     // What is told of over and over while it lasts.
     ReportOnce addressReport{QString()};
     ReportOnce configReport;
@@ -167,6 +179,8 @@ private:
     ReportOnce speedReport;
     ReportOnce resolverReport;
     ReportOnce hostsReport;
+    ReportOnce startReport;
+    ReportOnce staticReport;
 };
 
 Q_DECLARE_METATYPE(NetworkDevice *)

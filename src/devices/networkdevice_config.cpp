@@ -115,6 +115,7 @@ void NetworkDevice::ApplyStaticAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - set gateway";
     SetGateway(currentConfig->gateway);
     RefreshStatus();
+    staticPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
 void NetworkDevice::ObtainAddress()

@@ -33,6 +33,7 @@ void NetworkDevice::Up()
 {
     linkUp = true;
     Up(name);
+    startPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
 void NetworkDevice::Up(const QString &iface, const QString &ip, const QString &mask)
@@ -46,6 +47,7 @@ void NetworkDevice::Up(const QString &ip, const QString &mask)
     linkUp = true;
     EndDhcpClient();
     Up(name, ip, mask);
+    startPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
 void NetworkDevice::Down(const QString &iface)

@@ -300,6 +300,7 @@ void TestCorviWireless::nothingIsToDoWhileTheSupplicantRuns()
 {
     CorviPeer corvi({"wlan0"}, DISCOVERED);
     corvi.AdoptWireless("wlan0");
+    BringUp("wlan0");
     corvi.SettleSupplicant(RUNNING);
     LogFromHere(4);
 

@@ -19,6 +19,12 @@ private Q_SLOTS:
     void attemptStaysDueUntilItIsMade();
     void resetStartsAnew();
     void pauseRunsFromTheEndOfTheAttempt();
+    void firstAttemptMayBeAtOnce();
+    void pausesGrowAfterTheAttemptAtOnce();
+    void successStartsAnew();
+    void successWithoutAnAttemptChangesNothing();
+    void whatIsUndoneAgainAndAgainWaits();
+    void quickAttemptsComeBackAfterAMinute();
 
 private:
     const RetryPause::Time start{seconds(1000)};
@@ -79,6 +85,80 @@ void TestRetryPause::pauseRunsFromTheEndOfTheAttempt()
 
     QVERIFY(!pause.IsDue(start + seconds(59)));
     QVERIFY(pause.IsDue(start + seconds(60)));
+}
+
+void TestRetryPause::firstAttemptMayBeAtOnce()
+{
+    RetryPause pause(RetryPause::First::AT_ONCE);
+
+    QVERIFY(pause.IsDue(start));
+}
+
+void TestRetryPause::pausesGrowAfterTheAttemptAtOnce()
+{
+    RetryPause pause(RetryPause::First::AT_ONCE);
+    RetryPause::Time now = start;
+    pause.NoteAttempt(now);
+
+    for (const int expected : {10, 20, 40, 60, 60}) {
+        QVERIFY(!pause.IsDue(now + seconds(expected) - milliseconds(1)));
+        now += seconds(expected);
+        QVERIFY(pause.IsDue(now));
+        pause.NoteAttempt(now);
+    }
+}
+
+void TestRetryPause::successStartsAnew()
+{
+    RetryPause pause(RetryPause::First::AT_ONCE);
+    pause.NoteAttempt(start);
+    pause.NoteAttempt(start);
+
+    pause.NoteSuccess(start + seconds(1));
+
+    QVERIFY(pause.IsDue(start + seconds(2)));
+}
+
+void TestRetryPause::successWithoutAnAttemptChangesNothing()
+{
+    RetryPause pause;
+    pause.IsDue(start);
+
+    for (int i = 0; i < 5; ++i)
+        pause.NoteSuccess(start + seconds(i));
+
+    QVERIFY(pause.IsDue(start + seconds(10)));
+}
+
+/// Three times at once, then after the pause.
+void TestRetryPause::whatIsUndoneAgainAndAgainWaits()
+{
+    RetryPause pause(RetryPause::First::AT_ONCE);
+    RetryPause::Time now = start;
+    for (int i = 0; i < 4; ++i) {
+        QVERIFY(pause.IsDue(now));
+        pause.NoteAttempt(now);
+        pause.NoteSuccess(now);
+        now += seconds(1);
+    }
+
+    QVERIFY(!pause.IsDue(now));
+    QVERIFY(!pause.IsDue(start + seconds(3 + 10) - milliseconds(1)));
+    QVERIFY(pause.IsDue(start + seconds(3 + 10)));
+}
+
+void TestRetryPause::quickAttemptsComeBackAfterAMinute()
+{
+    RetryPause pause(RetryPause::First::AT_ONCE);
+    for (int i = 0; i < 5; ++i) {
+        pause.NoteAttempt(start);
+        pause.NoteSuccess(start);
+    }
+
+    pause.NoteAttempt(start + seconds(61));
+    pause.NoteSuccess(start + seconds(61));
+
+    QVERIFY(pause.IsDue(start + seconds(61)));
 }
 
 QTEST_APPLESS_MAIN(TestRetryPause)

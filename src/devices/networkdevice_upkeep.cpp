@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "networkdevice.h"
+
+#include "defaultroute.h"
+#include "logging.h"
+#include "zebnetconfig.h"
+
+#include <algorithm>
+
+namespace {
+
+bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
+{
+    const QVector<DefaultRoute> routes = ReadDefaultRoutes();
+    return std::any_of(routes.begin(), routes.end(), [&](const DefaultRoute &route) {
+        return route.iface == interfaceName && route.gateway == gateway;
+    });
+}
+
+} // namespace
+
+/// What was asked for and what is are two things: somebody else, or the driver, may have taken the link down,
+/// or bringing it up may have failed. The next StartDevice() then does it again.
+void NetworkDevice::FollowLink()
+{
+    const auto now = RetryPause::Time::clock::now();
+    if (isUp) {
+        startPause.NoteSuccess(now);
+        return;
+    }
+    // An interface that is gone has no hardware address either, and nobody can bring it up.
+    if (!linkUp || stopped || macAddress.isEmpty() || !startPause.IsDue(now))
+        return;
+    LogOnce(startReport) << "NetworkDevice::RefreshStatus -- the link is down, bringing it up again:" << name;
+    linkUp = false;
+}
+
+void NetworkDevice::KeepStaticAddress()
+{
+    if (!currentConfig || !currentConfig->staticIp)
+        return;
+    const bool hasAddress = ipAddress == currentConfig->ipAddress && netmask == currentConfig->netmask;
+    const bool hasRoute = currentConfig->gateway.isEmpty() || HasDefaultRoute(name, currentConfig->gateway);
+    const auto now = RetryPause::Time::clock::now();
+    if (hasAddress && hasRoute) {
+        staticPause.NoteSuccess(now);
+        return;
+    }
+    if (!staticPause.IsDue(now))
+        return;
+    LogOnce(staticReport, hasAddress ? QStringLiteral("route") : QStringLiteral("address"))
+        << "NetworkDevice::KeepStaticAddress - the" << (hasAddress ? "default route" : "static address")
+        << "is missing, setting it again on" << name;
+    if (!hasAddress) {
+        ConfigureNetwork(true);
+        return;
+    }
+    SetGateway(currentConfig->gateway);
+    staticPause.NoteAttempt(RetryPause::Time::clock::now());
+}

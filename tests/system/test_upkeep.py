@@ -1,0 +1,96 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""What somebody else undid behind the daemon's back, and adapters that come and go."""
+
+from harness import (ADDRESS_PRESENT, LINK_DOWN, LINK_UP, STATIC, Cable, SystemTest, addresses, default_gateway,
+                     LOG, holds_for, is_up, main, read, run, status, wait_for, wired, write_store)
+
+
+class DhcpPort(SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.listener = self.listen()
+        self.lan = self.cable("eth0")
+        self.server = self.dhcp_server(self.lan)
+        write_store(wired())
+        self.start_daemon()
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        self.listener.clear()
+
+    def test_link_that_somebody_took_down_comes_back(self):
+        run("ip", "link", "set", "dev", "eth0", "down")
+
+        wait_for("the link is up", lambda: is_up("eth0"), timeout=5)
+        self.wait_address("eth0", self.server.serves)
+        self.wait_events(self.listener, LINK_DOWN, LINK_UP)
+        wait_for("a default route", default_gateway)
+
+    def test_address_that_somebody_took_away_is_published_and_comes_back(self):
+        run("ip", "addr", "flush", "dev", "eth0")
+
+        wait_for("the record without an address", lambda: not status()["ipAddress"], timeout=5)
+        self.assertEqual(self.listener.events(), [])
+        self.wait_address("eth0", self.server.serves)
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+
+    def test_other_address_is_published(self):
+        run("ip", "addr", "flush", "dev", "eth0")
+        run("ip", "addr", "add", "10.77.0.200/24", "dev", "eth0")
+
+        wait_for("the record", lambda: status()["ipAddress"] == "10.77.0.200", timeout=5)
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+
+    def test_adapter_that_is_replaced_is_configured(self):
+        run("ip", "link", "delete", "dev", "eth0")
+        run("ip", "netns", "delete", self.lan.netns)
+        self.server.stop()
+        replaced = Cable("eth0")
+        server = self.dhcp_server(replaced)
+
+        self.wait_address("eth0", server.serves)
+        wait_for("the record", lambda: status()["connected"] and status()["ipAddress"], timeout=10)
+
+    def test_adapter_that_comes_is_configured(self):
+        self.lan.pull()
+        self.wait_events(self.listener, LINK_DOWN)
+
+        second = self.cable("usb0", address="10.78.0.1/24")
+        server = self.dhcp_server(second, network="10.78.0")
+
+        self.wait_address("usb0", server.serves)
+        self.assertIn("the interfaces changed, gone: , new: usb0", read(LOG))
+
+    def test_adapter_that_goes_leaves_no_client(self):
+        run("ip", "link", "delete", "dev", "eth0")
+
+        self.wait_events(self.listener, LINK_DOWN)
+        wait_for("no DHCP client", lambda: not run("pidof", "dhclient", check=False).strip(), timeout=15)
+        self.assertFalse(status()["connected"])
+
+
+class StaticPort(SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.listener = self.listen()
+        self.lan = self.cable("eth0")
+        write_store(wired(**STATIC))
+        self.start_daemon()
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        wait_for("the default route", default_gateway)
+        self.listener.clear()
+
+    def test_address_that_somebody_took_away_is_set_again(self):
+        run("ip", "addr", "flush", "dev", "eth0")
+
+        wait_for("the address", lambda: addresses("eth0") == ["10.77.0.5"], timeout=10)
+        wait_for("the default route", lambda: default_gateway() == "10.77.0.1", timeout=10)
+
+    def test_default_route_that_somebody_took_away_is_set_again(self):
+        run("ip", "route", "del", "default")
+
+        wait_for("the default route", lambda: default_gateway() == "10.77.0.1", timeout=10)
+        holds_for("no event", lambda: not self.listener.events(), 2)
+
+
+if __name__ == "__main__":
+    main()

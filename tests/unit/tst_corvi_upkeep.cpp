@@ -1,0 +1,267 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvipeer.h"
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+/// What is follows what was asked for, and what is published follows what is, whoever undid it.
+class TestCorviUpkeep : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    // The link
+    void linkThatIsTakenDownIsBroughtUpAtOnce();
+    void linkThatDoesNotComeUpWaits();
+    void linkThatIsTakenDownAgainAndAgainWaits();
+    void wirelessInUseThatIsTakenDownIsBroughtUp();
+    void modemInUseThatIsTakenDownIsBroughtUp();
+    void stoppedSecondPortStaysDown();
+
+    // What is published
+    void otherAddressIsReported();
+    void lateAddressIsReported();
+    void lostAddressIsPublishedWithoutAnEvent();
+    void addressThatStaysIsNotReportedAgain();
+
+    // The static address
+    void lostStaticAddressIsSetAgain();
+    void lostDefaultRouteIsSetAgain();
+    void staticAddressThatCannotBeSetWaits();
+    void staticAddressWaitsForAuthentication();
+};
+
+namespace {
+
+/// `route` that acts on the routes, where the gateway can be reached.
+void UseWorkingRoute()
+{
+    Answer("route", "case $1 in del) ip route del default ;; add) ip route add default via $4 ;; esac");
+}
+
+void Flush(const QString &interfaceName)
+{
+    RealIp({"addr", "flush", "dev", interfaceName});
+}
+
+void TakeDown(const QString &interfaceName)
+{
+    RealIp({"link", "set", "dev", interfaceName, "down"});
+}
+
+} // namespace
+
+void TestCorviUpkeep::init()
+{
+    StartFromNothing();
+}
+
+void TestCorviUpkeep::linkThatIsTakenDownIsBroughtUpAtOnce()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    Forget();
+
+    TakeDown("eth0");
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ifconfig eth0 up").size(), 1);
+    QVERIFY(
+        LogLines().contains("NetworkDevice::RefreshStatus -- the link is down, bringing it up again: eth0"));
+    corvi.Tick();
+    QVERIFY(corvi.IsWiredUp());
+}
+
+void TestCorviUpkeep::linkThatDoesNotComeUpWaits()
+{
+    Answer("ifconfig", "exit 1");
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, DISCOVERED);
+    QCOMPARE(JournalOf("ifconfig eth0 up").size(), 1);
+
+    corvi.Tick(5);
+
+    QCOMPARE(JournalOf("ifconfig eth0 up").size(), 1);
+}
+
+void TestCorviUpkeep::linkThatIsTakenDownAgainAndAgainWaits()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    Forget();
+
+    for (int i = 0; i < 20; ++i) {
+        TakeDown("eth0");
+        corvi.Tick();
+        corvi.Device("eth0")->RefreshStatus(); // As the poll between two ticks does.
+    }
+
+    const int attempts = JournalOf("ifconfig eth0 up").size();
+    QVERIFY2(attempts >= 2 && attempts <= 4, qPrintable(QString::number(attempts)));
+}
+
+void TestCorviUpkeep::wirelessInUseThatIsTakenDownIsBroughtUp()
+{
+    CorviPeer corvi(WLAN, {"wlan0"}, DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.WirelessDevice()->StartDevice();
+    corvi.SettleSupplicant(RUNNING);
+    corvi.WirelessDevice()->RefreshStatus();
+    Forget();
+
+    TakeDown("wlan0");
+    corvi.WirelessNetworkSetup(false);
+
+    QCOMPARE(Journal(), QStringList{"ifconfig wlan0 up"});
+}
+
+void TestCorviUpkeep::modemInUseThatIsTakenDownIsBroughtUp()
+{
+    CorviPeer corvi({"wwan0"}, DISCOVERED);
+    corvi.Tick();
+    corvi.ModemDevice()->RefreshStatus();
+    Forget();
+
+    TakeDown("wwan0");
+    corvi.ModemDevice()->RefreshStatus();
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ifconfig wwan0 up").size(), 1);
+}
+
+void TestCorviUpkeep::stoppedSecondPortStaysDown()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0", "eth1"}, SET_UP);
+    QVERIFY(corvi.Device("eth1")->stopped);
+    Forget();
+
+    corvi.Tick(3);
+
+    QCOMPARE(JournalOf("ifconfig eth1 up").size(), 0);
+}
+
+void TestCorviUpkeep::otherAddressIsReported()
+{
+    UseDhcpServer();
+    EventListener listener;
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    listener.Take();
+    const QByteArray before = corvi.Segment();
+
+    Flush("eth0");
+    RealIp({"addr", "add", "10.0.0.77/24", "dev", "eth0"});
+    corvi.Tick(3);
+
+    QCOMPARE(listener.Take(), Events{ADDRESS_PRESENT});
+    QVERIFY(corvi.Segment() != before);
+}
+
+void TestCorviUpkeep::lateAddressIsReported()
+{
+    EventListener listener;
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, DHCP_STARTED}));
+
+    RealIp({"addr", "add", "10.0.0.77/24", "dev", "eth0"});
+    corvi.Tick(2);
+
+    QCOMPARE(listener.Take(), Events{ADDRESS_PRESENT});
+    QVERIFY(corvi.WiredDevice()->ipAnnounced);
+}
+
+void TestCorviUpkeep::lostAddressIsPublishedWithoutAnEvent()
+{
+    UseDhcpServer();
+    EventListener listener;
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    listener.Take();
+    const QByteArray before = corvi.Segment();
+
+    Flush("eth0");
+    corvi.Tick(2);
+
+    QCOMPARE(listener.Take(), Events());
+    QVERIFY(corvi.Segment() != before);
+    QVERIFY(!corvi.WiredDevice()->ipAnnounced);
+    QCOMPARE(LogCount("Corvi::PublishAddress - the address is gone: eth0"), 1);
+}
+
+void TestCorviUpkeep::addressThatStaysIsNotReportedAgain()
+{
+    UseDhcpServer();
+    EventListener listener;
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    listener.Take();
+
+    corvi.Tick(5);
+
+    QCOMPARE(listener.Take(), Events());
+}
+
+void TestCorviUpkeep::lostStaticAddressIsSetAgain()
+{
+    UseWorkingRoute();
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Tick();
+    EventListener listener;
+    Forget();
+
+    Flush("eth0");
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), 1);
+    QVERIFY(LogLines().contains(
+        "NetworkDevice::KeepStaticAddress - the static address is missing, setting it again on eth0"));
+    QCOMPARE(listener.Take().last(), ADDRESS_PRESENT);
+    Forget();
+    corvi.Tick(3);
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviUpkeep::lostDefaultRouteIsSetAgain()
+{
+    UseWorkingRoute();
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Tick();
+    EventListener listener;
+    Forget();
+
+    RealIp({"route", "del", "default"});
+    corvi.Tick();
+
+    QCOMPARE(Journal(), QStringList({"route del default", "route add default gw 10.1.0.1"}));
+    QCOMPARE(listener.Take(), Events());
+}
+
+void TestCorviUpkeep::staticAddressThatCannotBeSetWaits()
+{
+    Answer("ifconfig", "[ $2 = up ] && ip link set dev $1 up");
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), 1);
+
+    corvi.Tick(5);
+
+    QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), 1);
+}
+
+void TestCorviUpkeep::staticAddressWaitsForAuthentication()
+{
+    UseWorkingRoute();
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(ASSOCIATED);
+    corvi.Tick();
+    corvi.SettleSupplicant(RUNNING);
+    Forget();
+
+    Flush("eth0");
+    corvi.Tick();
+    QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), 0);
+
+    corvi.SettleSupplicant(ASSOCIATED);
+    corvi.Tick();
+    QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), 1);
+}
+
+QTEST_GUILESS_MAIN(TestCorviUpkeep)
+#include "tst_corvi_upkeep.moc"
