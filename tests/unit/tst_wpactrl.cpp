@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "fakesupplicant.h"
+#include "resourcelimit.h"
 #include "testsupport.h"
 #include "wpactrl.h"
 
@@ -59,17 +60,6 @@ QStringList LocalNames()
     return QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System | QDir::Files);
 }
 
-int OpenDescriptors()
-{
-    return TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
-}
-
-/// The counter in the connection's own name.
-int NumberOf(const Ctrl &ctrl)
-{
-    return QByteArray(ctrl->local.sun_path).split('-').last().toInt();
-}
-
 QList<QByteArray> seenEvents;
 void RememberEvent(char *message, size_t length)
 {
@@ -95,20 +85,6 @@ private slots:
     void init();
     void cleanup();
 
-    void numbersItsNames();
-    void countsNoOpeningWithoutAPath();
-    void replacesAStaleName();
-    void givesUpOnANameThatStaysTaken();
-    void removesItsNameWhenClosed();
-    void closesNothing();
-    void isNotInheritedAndDoesNotBlock();
-    void failsToOpen_data();
-    void failsToOpen();
-    void takesTheLongestPath();
-    void opensAnAbstractSocket();
-    void cutsALongAbstractName_data();
-    void cutsALongAbstractName();
-
     void returnsTheReply_data();
     void returnsTheReply();
     void cutsALongReply();
@@ -121,11 +97,16 @@ private slots:
     void waitsAfreshAfterAnEvent();
     void triesFiveSecondsToSend();
     void sendsOnceThereIsRoom();
+    void pausesAWholeSecondInSpiteOfSignals();
+    void returnsAnErrorOfTheWait();
+    void returnsAnErrorOfTheReceive();
     void failsAtOnceWhenThePeerIsGone();
     void endsTheWaitWhenThePeerDies();
 
     void attaches_data();
     void attaches();
+    void attachesBehindEvents_data();
+    void attachesBehindEvents();
     void detaches_data();
     void detaches();
     void receivesWithoutWaiting();
@@ -149,147 +130,6 @@ void TestWpaCtrl::cleanup()
 {
     QCOMPARE(LocalNames(), QStringList());
     TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
-}
-
-void TestWpaCtrl::numbersItsNames()
-{
-    FakeSupplicant supplicant;
-
-    const Ctrl first = Open();
-    const Ctrl second = Open();
-
-    QVERIFY(first && second);
-    const QByteArray prefix = "/tmp/wpa_ctrl_" + QByteArray::number(getpid()) + '-';
-    QCOMPARE(QByteArray(first->local.sun_path), prefix + QByteArray::number(NumberOf(first)));
-    QCOMPARE(NumberOf(second), NumberOf(first) + 1);
-    // The first connection of the process has number 1; this test is the first one to open any.
-    QCOMPARE(NumberOf(first), 1);
-}
-
-void TestWpaCtrl::countsNoOpeningWithoutAPath()
-{
-    FakeSupplicant supplicant;
-    const int before = NumberOf(Open());
-
-    QVERIFY(!wpa_ctrl_open(nullptr));
-
-    QCOMPARE(NumberOf(Open()), before + 1);
-}
-
-void TestWpaCtrl::replacesAStaleName()
-{
-    FakeSupplicant supplicant;
-    const int next = NumberOf(Open()) + 1;
-    const QString stale = QStringLiteral("/tmp/wpa_ctrl_%1-%2").arg(getpid()).arg(next);
-    TestSupport::WriteFile(stale, "left behind");
-
-    const Ctrl ctrl = Open();
-
-    QVERIFY(ctrl);
-    QCOMPARE(QString::fromLatin1(ctrl->local.sun_path), stale);
-}
-
-void TestWpaCtrl::givesUpOnANameThatStaysTaken()
-{
-    FakeSupplicant supplicant;
-    const int next = NumberOf(Open()) + 1;
-    // A folder cannot be unlinked.
-    const QString taken = QStringLiteral("/tmp/wpa_ctrl_%1-%2").arg(getpid()).arg(next);
-    QVERIFY(QDir().mkdir(taken));
-    const int descriptors = OpenDescriptors();
-
-    QVERIFY(!Open());
-
-    QCOMPARE(OpenDescriptors(), descriptors);
-    QVERIFY(QDir().rmdir(taken));
-}
-
-void TestWpaCtrl::removesItsNameWhenClosed()
-{
-    FakeSupplicant supplicant;
-    const int descriptors = OpenDescriptors();
-    Ctrl ctrl = Open();
-    QCOMPARE(LocalNames().size(), 1);
-
-    ctrl.reset();
-
-    QCOMPARE(LocalNames(), QStringList());
-    QCOMPARE(OpenDescriptors(), descriptors);
-}
-
-void TestWpaCtrl::closesNothing()
-{
-    wpa_ctrl_close(nullptr);
-}
-
-void TestWpaCtrl::isNotInheritedAndDoesNotBlock()
-{
-    FakeSupplicant supplicant;
-    const Ctrl ctrl = Open();
-    QVERIFY(ctrl);
-
-    QVERIFY(fcntl(wpa_ctrl_get_fd(ctrl.get()), F_GETFD) & FD_CLOEXEC);
-    QVERIFY(fcntl(wpa_ctrl_get_fd(ctrl.get()), F_GETFL) & O_NONBLOCK);
-    QVERIFY(fcntl(ctrl->destFile, F_GETFD) & FD_CLOEXEC);
-}
-
-void TestWpaCtrl::failsToOpen_data()
-{
-    QTest::addColumn<QByteArray>("path");
-    QTest::newRow("no path") << QByteArray();
-    QTest::newRow("no such socket") << QByteArray("/var/run/wpa_supplicant/none");
-    QTest::newRow("a plain file") << QByteArray("/etc/hosts");
-    QTest::newRow("path of 108 characters") << "/tmp/" + QByteArray(103, 'x');
-    QTest::newRow("no such abstract socket") << QByteArray("@abstract:nobody");
-}
-
-void TestWpaCtrl::failsToOpen()
-{
-    QFETCH(QByteArray, path);
-    const int descriptors = OpenDescriptors();
-
-    QVERIFY(!wpa_ctrl_open(path.isNull() ? nullptr : path.constData()));
-
-    QCOMPARE(OpenDescriptors(), descriptors);
-    QCOMPARE(LocalNames(), QStringList());
-}
-
-void TestWpaCtrl::takesTheLongestPath()
-{
-    const QByteArray path = "/tmp/" + QByteArray(102, 'x');
-    FakeSupplicant supplicant(Address(path));
-
-    QVERIFY(Open(path));
-
-    QVERIFY(QFile::remove(QString::fromLatin1(path)));
-}
-
-void TestWpaCtrl::opensAnAbstractSocket()
-{
-    // Bound as the supplicant binds it: the whole address is the name.
-    FakeSupplicant supplicant(Address(QByteArray("\0corvi", 6)));
-
-    const Ctrl ctrl = Open("@abstract:corvi");
-
-    QVERIFY(ctrl);
-    QCOMPARE(Request(ctrl, "PING").text, QByteArray("OK\n"));
-}
-
-void TestWpaCtrl::cutsALongAbstractName_data()
-{
-    QTest::addColumn<int>("length");
-    QTest::newRow("the longest name that fits") << 107;
-    QTest::newRow("one character more") << 108;
-    QTest::newRow("far too long") << 500;
-}
-
-void TestWpaCtrl::cutsALongAbstractName()
-{
-    QFETCH(int, length);
-    // The name fills the address; there is no terminator.
-    FakeSupplicant supplicant(Address('\0' + QByteArray(107, 'x')));
-
-    QVERIFY(Open("@abstract:" + QByteArray(length, 'x')));
 }
 
 void TestWpaCtrl::returnsTheReply_data()
@@ -484,6 +324,61 @@ void TestWpaCtrl::sendsOnceThereIsRoom()
     QVERIFY2(elapsed >= 2000 && elapsed < 2900, qPrintable(QString::number(elapsed)));
 }
 
+void TestWpaCtrl::pausesAWholeSecondInSpiteOfSignals()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    supplicant.Freeze();
+    while (send(ctrl->s, "<ignored by nobody>", 1, 0) == 1)
+        continue;
+    supplicant.SetSilent("<");
+    struct sigaction ignoring = {};
+    ignoring.sa_handler = [](int) {
+    };
+    struct sigaction before = {};
+    sigaction(SIGUSR2, &ignoring, &before);
+    const pthread_t self = pthread_self();
+    std::thread disturber([&supplicant, self] {
+        for (int i = 0; i < 5; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            pthread_kill(self, SIGUSR2);
+        }
+        supplicant.Thaw();
+    });
+    QElapsedTimer timer;
+    timer.start();
+
+    const Reply reply = Request(ctrl, "PING");
+
+    const qint64 elapsed = timer.elapsed();
+    disturber.join();
+    sigaction(SIGUSR2, &before, nullptr);
+    QCOMPARE(reply.text, QByteArray("OK\n"));
+    QVERIFY2(elapsed >= 1000, qPrintable(QString::number(elapsed)));
+}
+
+void TestWpaCtrl::returnsAnErrorOfTheWait()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    // poll(2) refuses more entries than there may be descriptors.
+    const ResourceLimit limit(RLIMIT_NOFILE, 0);
+
+    QCOMPARE(Request(ctrl, "PING").result, -1);
+}
+
+void TestWpaCtrl::returnsAnErrorOfTheReceive()
+{
+    FakeSupplicant supplicant;
+    const Ctrl ctrl = Open();
+    size_t length = 10;
+
+    // Nowhere to put the reply: EFAULT.
+    QCOMPARE(wpa_ctrl_request(ctrl.get(), "PING", 4, nullptr, &length, nullptr), -1);
+
+    QCOMPARE(supplicant.Commands(), QStringList{"PING"});
+}
+
 void TestWpaCtrl::failsAtOnceWhenThePeerIsGone()
 {
     FakeSupplicant supplicant;
@@ -537,6 +432,27 @@ void TestWpaCtrl::attaches()
     QTEST(wpa_ctrl_attach(ctrl.get()), "expected");
 
     QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
+}
+
+void TestWpaCtrl::attachesBehindEvents_data()
+{
+    QTest::addColumn<QByteArray>("event");
+    QTest::newRow("short") << QByteArray("<3>A");
+    QTest::newRow("cut") << QByteArray("<3>CTRL-EVENT-CONNECTED - ");
+    QTest::newRow("with its interface, short") << QByteArray("IFNAME=x A");
+    QTest::newRow("with its interface, cut") << QByteArray("IFNAME=wlan0 <3>CTRL-EVENT-CONNECTED - ");
+}
+
+void TestWpaCtrl::attachesBehindEvents()
+{
+    QFETCH(QByteArray, event);
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {event, event};
+    supplicant.SetAnswer("ATTACH", answer);
+    const Ctrl ctrl = Open();
+
+    QCOMPARE(wpa_ctrl_attach(ctrl.get()), 0);
 }
 
 void TestWpaCtrl::detaches_data()

@@ -12,6 +12,7 @@
 #include <QSignalSpy>
 #include <QSocketNotifier>
 #include <QTest>
+#include <QTimer>
 
 #include <memory>
 
@@ -92,6 +93,9 @@ private slots:
     void leavesALiveSupplicantAlone();
     void keepsTheConnectionWhenTheNameIsGone();
     void opensToASuccessor();
+    void isClosedAfterAnOpeningThatFails();
+    void readsNothingWhereNothingWaits();
+    void handlesNothingElseDuringACommand();
     void leavesNothingAfterManyOpenings();
 };
 
@@ -250,6 +254,7 @@ void TestWpaSupplicantControl::emitsEvents_data()
     for (const char *event :
          {"<3>CTRL-EVENT-CONNECTED - Connection to 02:00:00:00:01:00 completed [id=0 id_str=]",
           "<3>CTRL-EVENT-SIGNAL-CHANGE above=1", "<3>CTRL-EVENT-REGDOM-CHANGE init=USER type=COUNTRY",
+          "<3>CTRL-EVENT-REGDOM-CHANGE init=CORE type=WORLD", "IFNAME=wlan0 <3>CTRL-EVENT-SCAN-RESULTS",
           "<2>CTRL-EVENT-SCAN-RESULTS", "<4>CTRL-EVENT-BSS-ADDED 0", "CTRL-EVENT-SCAN-STARTED",
           "<3>ctrl-event-scan-started", " <3>CTRL-EVENT-BSS-ADDED", "<3>CTRL-EVENT-EAP-STARTED", "PONG\n"})
         QTest::newRow(event) << QByteArray(event);
@@ -526,6 +531,47 @@ void TestWpaSupplicantControl::opensToASuccessor()
     QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
 
     QCOMPARE(second.Commands(), QStringList{"ATTACH"});
+}
+
+void TestWpaSupplicantControl::isClosedAfterAnOpeningThatFails()
+{
+    FakeSupplicant supplicant;
+    OpenControl control;
+    supplicant.Die();
+
+    QVERIFY(!control.openControlInterface(QStringLiteral("wlan0")));
+
+    QVERIFY(!control.isCtrlOpen());
+}
+
+void TestWpaSupplicantControl::readsNothingWhereNothingWaits()
+{
+    FakeSupplicant supplicant;
+    OpenControl control;
+    QSignalSpy messages(&control, &WpaSupplicantControl::MessageReady);
+    TestSupport::ClearLog();
+
+    QVERIFY(QMetaObject::invokeMethod(&control, "ReadMessage"));
+
+    QCOMPARE(messages.size(), 0);
+    QCOMPARE(TestSupport::LogText(), QString());
+    QVERIFY(control.isCtrlOpen());
+}
+
+void TestWpaSupplicantControl::handlesNothingElseDuringACommand()
+{
+    FakeSupplicant supplicant;
+    FakeSupplicant::Answer answer;
+    answer.delayMs = 200;
+    supplicant.SetAnswer("STATUS", answer);
+    OpenControl control;
+    bool hasFired = false;
+    QTimer::singleShot(0, &control, [&] { hasFired = true; });
+
+    control.SendCommand(QStringLiteral("STATUS"));
+
+    QVERIFY(!hasFired);
+    QTRY_VERIFY(hasFired);
 }
 
 void TestWpaSupplicantControl::leavesNothingAfterManyOpenings()

@@ -15,7 +15,6 @@
 
 namespace {
 
-const QString SUPPLICANT_LOG = QStringLiteral("/var/log/wpa_supplicant.log");
 const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
 
 int LocalNames()
@@ -59,13 +58,6 @@ private slots:
     void asksForAReconfiguration();
     void asksForTheEnd();
 
-    void tellsTheSupplicantToTerminate_data();
-    void tellsTheSupplicantToTerminate();
-    void fallsBackToTheCommandLineTool();
-    void doesNotSignalWithoutConnection_data();
-    void doesNotSignalWithoutConnection();
-    void terminatesOnlyOnce();
-
     void createsTheControlConnection();
     void createsAConnectionThatFails();
     void takesTheFolderOutOfTheInterfaceName();
@@ -75,27 +67,12 @@ private slots:
     void recreatesTheConnection();
     void deletesTheConnectionInItsDestructor();
 
-    void launches_data();
-    void launches();
-    void removesTheOldSupplicantLog_data();
-    void removesTheOldSupplicantLog();
-    void launchesNothingWithoutConfiguration_data();
-    void launchesNothingWithoutConfiguration();
-    void recomputesWired();
-    void launchesThoughTheProgramIsMissing();
-    void logsTheAnswerOfTheLaunch();
-
-    void endsAStopInOneTick();
-    void dropsAStopThatASuccessMakesPointless_data();
-    void dropsAStopThatASuccessMakesPointless();
-    void stopsAfterASuccessAllTheSame_data();
-    void stopsAfterASuccessAllTheSame();
-    void dropsNoLaterStop();
     void prefersAStopToEverythingElse();
     void finishesAStopBeforeTheRest();
     void reconfiguresBeforeItStarts();
     void opensTheConnectionAndThenAsksForTheStatus();
     void countsNothingWhenIdle();
+    void stopsThoughNothingRuns();
     void goesOnWithTheTickWhenAskedToQuit();
 };
 
@@ -235,86 +212,6 @@ void TestWpaSuppThread::asksForTheEnd()
     QCOMPARE(LogLines(), QStringList{"WpaSuppThread::Quit "});
 }
 
-void TestWpaSuppThread::tellsTheSupplicantToTerminate_data()
-{
-    QTest::addColumn<QByteArray>("reply");
-    QTest::newRow("OK") << QByteArray("OK\n");
-    QTest::newRow("begins with OK") << QByteArray("OKAY");
-    QTest::newRow("the error text") << QByteArray("WPA_CTRL_ERROR whatever");
-}
-
-void TestWpaSuppThread::tellsTheSupplicantToTerminate()
-{
-    QFETCH(QByteArray, reply);
-    FakeSupplicant supplicant;
-    supplicant.SetReply("TERMINATE", reply);
-    WpaSuppThreadPeer supervisor;
-    supervisor.Supervise();
-    TestSupport::ClearLog();
-
-    supervisor.StopSupplicant();
-
-    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
-    QVERIFY(supervisor.IsAcknowledged());
-    QVERIFY(supervisor.IsEnding());
-    QCOMPARE(LogLines().first(), QStringLiteral("WpaSupplicant::StopSupplicant STOP wpa "));
-    QCOMPARE(LogLines().at(1),
-             "WpaSupplicant::StopSupplicant " + QString::fromLatin1(reply).remove(QLatin1Char('\n')) + ' ');
-    QCOMPARE(TestSupport::Journal(), QStringList());
-}
-
-void TestWpaSuppThread::fallsBackToTheCommandLineTool()
-{
-    FakeSupplicant supplicant;
-    supplicant.SetReply("TERMINATE", "FAIL\n");
-    WpaSuppThreadPeer supervisor;
-    supervisor.Supervise();
-
-    supervisor.StopSupplicant();
-
-    QVERIFY(TestSupport::WaitForJournal(1));
-    QCOMPARE(TestSupport::Journal(), QStringList{"wpa_cli TERMINATE"});
-    QVERIFY(!supervisor.IsAcknowledged());
-    QVERIFY(supervisor.IsEnding());
-}
-
-void TestWpaSuppThread::doesNotSignalWithoutConnection_data()
-{
-    QTest::addColumn<bool>("hasControl");
-    QTest::newRow("no control object") << false;
-    QTest::newRow("control object not open") << true;
-}
-
-void TestWpaSuppThread::doesNotSignalWithoutConnection()
-{
-    QFETCH(bool, hasControl);
-    WpaSuppThreadPeer supervisor;
-    if (hasControl)
-        supervisor.CreateWpaCtl();
-    FakeSupplicant supplicant;
-
-    supervisor.StopSupplicant();
-
-    QCOMPARE(supplicant.Commands(), QStringList());
-    QCOMPARE(TestSupport::Journal(), QStringList());
-    QVERIFY(supervisor.IsAcknowledged());
-    QVERIFY(supervisor.IsEnding());
-}
-
-void TestWpaSuppThread::terminatesOnlyOnce()
-{
-    FakeSupplicant supplicant;
-    WpaSuppThreadPeer supervisor;
-    supervisor.Supervise();
-    supervisor.StopSupplicant();
-    supervisor.NoteAcknowledged(false);
-
-    supervisor.StopSupplicant();
-
-    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
-    QVERIFY(supervisor.IsAcknowledged());
-}
-
 void TestWpaSuppThread::createsTheControlConnection()
 {
     FakeSupplicant supplicant(QStringLiteral("eth0"));
@@ -426,239 +323,6 @@ void TestWpaSuppThread::deletesTheConnectionInItsDestructor()
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "DETACH"}));
 }
 
-void TestWpaSuppThread::launches_data()
-{
-    QTest::addColumn<int>("debugLevel");
-    QTest::addColumn<QString>("method");
-    QTest::addColumn<bool>("hasEapFastProgram");
-    QTest::addColumn<QString>("expected");
-    const QString logOption = QStringLiteral(" -f/var/log/wpa_supplicant.log");
-    const QString rest = QStringLiteral(" -iwlan0 -Dnl80211,wext -c/tmp/wpa_supplicant.conf");
-    QTest::newRow("defaults") << 0 << "" << false << "wpa_supplicant -B ''" + rest + logOption;
-    QTest::newRow("debug level 1") << 1 << "" << false << "wpa_supplicant -B ' -d'" + rest + logOption;
-    QTest::newRow("debug level 2") << 2 << "" << false << "wpa_supplicant -B ' -dd'" + rest + logOption;
-    QTest::newRow("debug level 9") << 9 << "" << false << "wpa_supplicant -B ' -dd'" + rest + logOption;
-    QTest::newRow("EAP-FAST with its program") << 0 << " eap_fast\n"
-                                               << true << "wpa_supplicant.eapfast -B ''" + rest;
-    QTest::newRow("EAP-FAST without its program")
-        << 0 << "eap_fast" << false << "wpa_supplicant -B ''" + rest + logOption;
-    QTest::newRow("another case") << 0 << "EAP_FAST" << true << "wpa_supplicant -B ''" + rest + logOption;
-    QTest::newRow("another method") << 0 << "peap" << true << "wpa_supplicant -B ''" + rest + logOption;
-}
-
-void TestWpaSuppThread::launches()
-{
-    QFETCH(int, debugLevel);
-    QFETCH(QString, method);
-    QFETCH(bool, hasEapFastProgram);
-    if (hasEapFastProgram) {
-        const QString recorder = QFile::symLinkTarget(QStringLiteral("/tmp/standins/bin/wpa_supplicant"));
-        QVERIFY(QFile::link(recorder, QStringLiteral("/usr/network/wpa_supplicant.eapfast")));
-    }
-    WpaSuppThreadPeer supervisor;
-    supervisor.UseDebugLevel(debugLevel);
-    supervisor.UseMethod(method);
-    supervisor.NoteAcknowledged(true);
-    supervisor.OnStopSupplicant();
-
-    supervisor.LaunchSupplicant();
-
-    QFETCH(QString, expected);
-    QCOMPARE(TestSupport::Journal(), QStringList{expected});
-    QCOMPARE(supervisor.StatusText(), QStringLiteral("Starting"));
-    QVERIFY(supervisor.IsStarting());
-    QVERIFY(!supervisor.IsAcknowledged());
-    QVERIFY(!supervisor.IsStopRequested());
-    QVERIFY(!supervisor.IsRunning());
-}
-
-void TestWpaSuppThread::removesTheOldSupplicantLog_data()
-{
-    QTest::addColumn<int>("debugLevel");
-    QTest::addColumn<bool>("expected");
-    QTest::newRow("level 0") << 0 << false;
-    QTest::newRow("level 1") << 1 << false;
-    QTest::newRow("level 2 keeps it") << 2 << true;
-}
-
-void TestWpaSuppThread::removesTheOldSupplicantLog()
-{
-    QFETCH(int, debugLevel);
-    TestSupport::WriteFile(SUPPLICANT_LOG, "old");
-    WpaSuppThreadPeer supervisor;
-    supervisor.UseDebugLevel(debugLevel);
-
-    supervisor.LaunchSupplicant();
-
-    QTEST(QFile::exists(SUPPLICANT_LOG), "expected");
-}
-
-void TestWpaSuppThread::launchesNothingWithoutConfiguration_data()
-{
-    QTest::addColumn<bool>("isLink");
-    QTest::newRow("no file") << false;
-    QTest::newRow("a link, as another user may leave it") << true;
-}
-
-void TestWpaSuppThread::launchesNothingWithoutConfiguration()
-{
-    QFETCH(bool, isLink);
-    TestSupport::Remove(CONFIGURATION);
-    if (isLink)
-        QVERIFY(QFile::link(QStringLiteral("/etc/hosts"), CONFIGURATION));
-    WpaSuppThreadPeer supervisor;
-    supervisor.Become({false, true, false});
-    supervisor.ExpectSupplicant();
-
-    supervisor.LaunchSupplicant();
-
-    QCOMPARE(TestSupport::Journal(), QStringList());
-    QCOMPARE(LogLines(), QStringList{"WpaSupplicant::Start No configuration file -- Stopping "});
-    QVERIFY(!supervisor.IsStarting());
-    QVERIFY(!supervisor.IsRunning());
-    QVERIFY(supervisor.IsRestarting());
-    TestSupport::Remove(CONFIGURATION);
-}
-
-void TestWpaSuppThread::recomputesWired()
-{
-    WpaSuppThreadPeer supervisor;
-    supervisor.AimAt(QStringLiteral("eth0"), QStringLiteral("wired"));
-
-    supervisor.LaunchSupplicant();
-
-    QVERIFY(supervisor.IsWired());
-    QVERIFY(LogLines().contains(QStringLiteral(" WpaSuppThread::Start Driver= wired 1 ")));
-    supervisor.AimAt(QStringLiteral("eth0"), QStringLiteral("Wired"));
-    supervisor.LaunchSupplicant();
-    QVERIFY(!supervisor.IsWired());
-}
-
-void TestWpaSuppThread::launchesThoughTheProgramIsMissing()
-{
-    TestSupport::RemoveProgram(QStringLiteral("wpa_supplicant"));
-    WpaSuppThreadPeer supervisor;
-
-    supervisor.LaunchSupplicant();
-    supervisor.Tick();
-
-    // What is not there is noticed by the ticks that follow.
-    QVERIFY(supervisor.IsRunning());
-    QVERIFY(!supervisor.IsControlOpen());
-}
-
-void TestWpaSuppThread::logsTheAnswerOfTheLaunch()
-{
-    TestSupport::Answer(QStringLiteral("wpa_supplicant"), "echo one; echo two; echo hidden >&2");
-    WpaSuppThreadPeer supervisor;
-
-    supervisor.LaunchSupplicant();
-
-    QCOMPARE(LogLines(),
-             (QStringList{"WpaSuppThread::Start -- Start wpa_supplicant ",
-                          " WpaSuppThread::Start execute wpa_supplicant -B, , -iwlan0, -Dnl80211,wext, "
-                          "-c/tmp/wpa_supplicant.conf, -f/var/log/wpa_supplicant.log ",
-                          " WpaSuppThread::Start Driver= nl80211,wext 0 ",
-                          " WpaSuppThread::Start response= one, two,  "}));
-}
-
-void TestWpaSuppThread::endsAStopInOneTick()
-{
-    FakeSupplicant supplicant;
-    WpaSuppThreadPeer supervisor;
-    supervisor.Supervise();
-    supervisor.Become({true, true, true});
-    supervisor.NoteSsid(QStringLiteral("MyNet"));
-    supervisor.Stop(WpaSuppThread::STOP_FALLBACK);
-    TestSupport::ClearLog();
-
-    supervisor.Tick();
-
-    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
-    QVERIFY(!supervisor.Control());
-    QVERIFY(!supervisor.IsRunning());
-    QVERIFY(!supervisor.IsRestarting());
-    QVERIFY(!supervisor.IsAssociated());
-    QVERIFY(!supervisor.IsEnding());
-    QVERIFY(!supervisor.IsStopRequested());
-    QCOMPARE(supervisor.Ssid(), QString());
-    QCOMPARE(
-        LogLines(),
-        (QStringList{"WpaSuppThread::run  stopRunning set ", "WpaSupplicant::StopSupplicant STOP wpa ",
-                     "WpaSupplicant::StopSupplicant OK ", "WpaSuppThread::run  stoppingSupplicant set "}));
-}
-
-void TestWpaSuppThread::dropsAStopThatASuccessMakesPointless_data()
-{
-    QTest::addColumn<int>("reason");
-    QTest::addColumn<bool>("isUnread");
-    for (const int reason : {0, 5}) {
-        QTest::addRow("reason %d, heard before the tick", reason) << reason << false;
-        QTest::addRow("reason %d, still unread", reason) << reason << true;
-    }
-}
-
-void TestWpaSuppThread::dropsAStopThatASuccessMakesPointless()
-{
-    QFETCH(int, reason);
-    QFETCH(bool, isUnread);
-    FakeSupplicant supplicant;
-    WpaSuppThreadPeer supervisor;
-    supervisor.Supervise();
-    QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
-    supervisor.Stop(reason);
-
-    QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED - "));
-    if (!isUnread)
-        supervisor.HearUnread();
-    supervisor.Tick(3);
-
-    QVERIFY(supervisor.IsRunning());
-    QVERIFY(supervisor.IsAssociated());
-    QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
-    QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
-}
-
-void TestWpaSuppThread::stopsAfterASuccessAllTheSame_data()
-{
-    QTest::addColumn<QList<int>>("reasons");
-    for (const int reason : {1, 2, 3, 4, 6})
-        QTest::addRow("reason %d", reason) << QList<int>{reason};
-    QTest::newRow("a second reason") << QList<int>{5, 4};
-    QTest::newRow("a first reason") << QList<int>{4, 5};
-}
-
-void TestWpaSuppThread::stopsAfterASuccessAllTheSame()
-{
-    QFETCH(QList<int>, reasons);
-    FakeSupplicant supplicant;
-    WpaSuppThreadPeer supervisor;
-    supervisor.Supervise();
-    for (const int reason : qAsConst(reasons))
-        supervisor.Stop(reason);
-
-    supervisor.MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
-    supervisor.Tick();
-
-    QVERIFY(!supervisor.IsRunning());
-}
-
-void TestWpaSuppThread::dropsNoLaterStop()
-{
-    FakeSupplicant supplicant;
-    WpaSuppThreadPeer supervisor;
-    supervisor.Supervise();
-    supervisor.Stop(WpaSuppThread::STOP_FALLBACK);
-    supervisor.Tick();
-    supervisor.Supervise();
-
-    supervisor.MessageReceived(QStringLiteral("<3>CTRL-EVENT-TERMINATING "));
-    supervisor.MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
-    supervisor.Tick();
-
-    QVERIFY(!supervisor.IsRunning());
-}
-
 void TestWpaSuppThread::prefersAStopToEverythingElse()
 {
     FakeSupplicant supplicant;
@@ -749,6 +413,19 @@ void TestWpaSuppThread::countsNothingWhenIdle()
     // Nothing is reported either.
     QVERIFY(supervisor.SuspectsPassword());
     QCOMPARE(LogLines(), QStringList());
+}
+
+void TestWpaSuppThread::stopsThoughNothingRuns()
+{
+    WpaSuppThreadPeer supervisor;
+    supervisor.Stop(WpaSuppThread::STOP_FIRST);
+
+    supervisor.Tick();
+
+    QCOMPARE(
+        LogLines().filter(QStringLiteral("WpaSuppThread::run")),
+        (QStringList{"WpaSuppThread::run  stopRunning set ", "WpaSuppThread::run  stoppingSupplicant set "}));
+    QCOMPARE(supervisor.Flags(), QStringList());
 }
 
 void TestWpaSuppThread::goesOnWithTheTickWhenAskedToQuit()

@@ -31,14 +31,6 @@ QString LastLogLine()
     return line.mid(line.indexOf(QLatin1String(" :  ")) + 4);
 }
 
-int DebugLines = 0;
-void CountDebugLines(QtMsgType type, const QMessageLogContext &, const QString &text)
-{
-    if (type == QtDebugMsg && (text.contains(QLatin1String("wpa_supplicant can't connect to specified AP")) ||
-                               text.contains(QLatin1String("Stopping wpa_supplicant"))))
-        ++DebugLines;
-}
-
 } // namespace
 
 class TestWpaSuppThreadEvents : public QObject
@@ -54,6 +46,9 @@ private slots:
     void takesADisabledSsidForAWiredFailure();
     void connects();
     void disconnects();
+    void tellsEveryEventOfTheConnection_data();
+    void tellsEveryEventOfTheConnection();
+    void emitsForThreeReasonsOnly();
     void takesAnEapFailure_data();
     void takesAnEapFailure();
     void endsWithTheSupplicant();
@@ -64,6 +59,7 @@ private slots:
 
     void splitsLines_data();
     void splitsLines();
+    void readsAnAssociationWithoutASignal();
     void readsTheStatus_data();
     void readsTheStatus();
     void readsNothingFromAFailure();
@@ -72,29 +68,11 @@ private slots:
     void hearsWhatIsUnreadBeforeItAsksForTheStatus();
     void leavesWhatComesMeanwhileToTheNotifier();
 
-    void sendsNothingWhenThereIsNothingToDo();
-    void logsNothingWhenThereIsNothingToDo();
-    void reopensALostConnection();
-    void recreatesTheConnectionAfterSixFailures();
-    void countsTheRecreatedConnectionFromTheNextTick();
-    void startsCountingFailuresAfresh();
-    void countsTwiceWithoutConnection();
-    void stopsAfterThirtyOneTicksWithoutConnection();
-    void reportsThePasswordWhileItGivesUp();
-    void countsOnFromAnOddCount();
-    void forgetsTheTicksWhenAssociated();
-    void saysEverySixtyTicksThatItCannotConnect();
-    void noticesALostSocketWithinTwoTicks();
-    void hearsWhatWasSaidBeforeTheSocketWasLost();
-    void endsInIdleAfterALostSocket();
-    void staysWhenTheControlFolderIsRemoved();
-    void survivesARefusedAttach();
-    void stopsAfterATerminatingEvent();
-
     void warnsOncePerEpisode();
     void warnsOfTheNetwork_data();
     void warnsOfTheNetwork();
     void warnsAgainAfterAnotherStatus();
+    void warnsOfNothingThatIsOverByTheTick();
     void neverWarnsOfAWiredNetwork();
     void logsThatItCannotWarn();
 
@@ -214,6 +192,59 @@ void TestWpaSuppThreadEvents::disconnects()
     QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
 }
 
+void TestWpaSuppThreadEvents::tellsEveryEventOfTheConnection_data()
+{
+    QTest::addColumn<QString>("event");
+    QTest::addColumn<bool>("isConnected");
+    QTest::addColumn<QString>("status");
+    QTest::newRow("connected") << "<3>CTRL-EVENT-CONNECTED - " << true << "Associated";
+    QTest::newRow("disconnected") << "<3>CTRL-EVENT-DISCONNECTED reason=3" << false << "Disconnected";
+}
+
+void TestWpaSuppThreadEvents::tellsEveryEventOfTheConnection()
+{
+    QFETCH(QString, event);
+    QFETCH(bool, isConnected);
+    QFETCH(QString, status);
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    if (!isConnected)
+        supervisor->TakeForAssociated();
+    // A slot finds the new state in force.
+    QStringList seen;
+    connect(supervisor.get(), &WpaSuppThread::associatedChanged, supervisor.get(),
+            [&] { seen << supervisor->StatusText() + QString::number(supervisor->IsAssociated()); });
+
+    supervisor->MessageReceived(event);
+    supervisor->MessageReceived(event);
+
+    QCOMPARE(changes, (QList<QList<QVariant>>{{isConnected}, {isConnected}}));
+    const QString expected = status + QString::number(isConnected);
+    QCOMPARE(seen, (QStringList{expected, expected}));
+}
+
+/// The third reason is a restart.
+void TestWpaSuppThreadEvents::emitsForThreeReasonsOnly()
+{
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->Supervise();
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE"));
+    supervisor->AskForStatus();
+    supervisor->Tick();
+    QVERIFY(supervisor->IsAssociated());
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-DISCONNECTED reason=3"));
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    supervisor->Stop(WpaSuppThread::STOP_UNNEEDED);
+
+    supervisor->Tick();
+
+    QVERIFY(!supervisor->IsAssociated());
+    QCOMPARE(changes, (QList<QList<QVariant>>{{true}, {false}, {true}}));
+    // What it was before the stop.
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Associated"));
+}
+
 void TestWpaSuppThreadEvents::takesAnEapFailure_data()
 {
     QTest::addColumn<bool>("wired");
@@ -234,6 +265,7 @@ void TestWpaSuppThreadEvents::takesAnEapFailure()
 
     QVERIFY(!supervisor->IsAssociated());
     QCOMPARE(supervisor->SuspectsPassword(), !wired);
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Thread Created"));
     QVERIFY(TestSupport::LogText().contains(
         " :  WpaSuppThread::MessageReceived --EAP Authentication Error eth0 \n"));
     QCOMPARE(LastLogLine(), QStringLiteral("INVALID PASSWORD FOR NETWORK eth0 "));
@@ -268,10 +300,10 @@ void TestWpaSuppThreadEvents::asksForTheStatusOnASignalChange()
 void TestWpaSuppThreadEvents::logsEverythingElse_data()
 {
     QTest::addColumn<QString>("message");
-    for (const char *message :
-         {"<3>Trying to associate with 02:00:00:00:01:00", "<2>CTRL-EVENT-CONNECTED - ",
-          "<3>ctrl-event-connected", "CTRL-EVENT-DISCONNECTED", " <3>CTRL-EVENT-TERMINATING",
-          "<3>CTRL-EVENT-SSID-REENABLED id=0", "<3>CTRL-EVENT-EAP-SUCCESS", ""})
+    for (const char *message : {"<3>Trying to associate with 02:00:00:00:01:00", "<2>CTRL-EVENT-CONNECTED - ",
+                                "<3>ctrl-event-connected", "CTRL-EVENT-DISCONNECTED",
+                                " <3>CTRL-EVENT-TERMINATING", "<3>CTRL-EVENT-SSID-REENABLED id=0",
+                                "<3>CTRL-EVENT-EAP-SUCCESS", "IFNAME=wlan0 <3>CTRL-EVENT-CONNECTED - ", ""})
         QTest::newRow(message) << QString::fromLatin1(message);
 }
 
@@ -324,6 +356,18 @@ void TestWpaSuppThreadEvents::splitsLines()
     QFETCH(QString, line);
 
     QTEST(WpaSuppThreadPeer::SplitLine(line), "expected");
+}
+
+void TestWpaSuppThreadEvents::readsAnAssociationWithoutASignal()
+{
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->Supervise();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+
+    supervisor->CheckStatus();
+
+    QVERIFY(supervisor->IsAssociated());
+    QCOMPARE(changes.size(), 0);
 }
 
 void TestWpaSuppThreadEvents::readsTheStatus_data()
@@ -447,288 +491,6 @@ void TestWpaSuppThreadEvents::leavesWhatComesMeanwhileToTheNotifier()
     QCOMPARE(changes.size(), 1);
 }
 
-void TestWpaSuppThreadEvents::sendsNothingWhenThereIsNothingToDo()
-{
-    supervisor->Supervise();
-    supervisor->TakeForAssociated();
-    supplicant->ClearCommands();
-
-    supervisor->Tick(100);
-
-    QCOMPARE(supplicant->Commands(), QStringList());
-}
-
-void TestWpaSuppThreadEvents::logsNothingWhenThereIsNothingToDo()
-{
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::VERBOSE);
-    supervisor->Supervise();
-    TestSupport::ClearLog();
-
-    supervisor->Tick(100);
-
-    QCOMPARE(TestSupport::LogText(), QString());
-}
-
-void TestWpaSuppThreadEvents::reopensALostConnection()
-{
-    supplicant.reset();
-    supervisor->Supervise();
-    supervisor->Tick(3);
-    QCOMPARE(supervisor->OpenFailures(), 3);
-    supplicant = std::make_unique<FakeSupplicant>();
-    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
-    supervisor->AskForStatus();
-
-    supervisor->Tick();
-
-    QVERIFY(supervisor->IsControlOpen());
-    // The status is read at once, and not again for the request that was waiting.
-    supervisor->Tick();
-    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
-    QVERIFY(supervisor->IsAssociated());
-    QCOMPARE(supervisor->OpenFailures(), 0);
-    QCOMPARE(supervisor->UnassociatedTicks(), 0);
-}
-
-void TestWpaSuppThreadEvents::recreatesTheConnectionAfterSixFailures()
-{
-    supplicant.reset();
-    supervisor->Supervise();
-    const WpaSupplicantControl *const first = supervisor->Control();
-    supervisor->Tick(5);
-    QCOMPARE(supervisor->Control(), first);
-    QCOMPARE(supervisor->OpenFailures(), 5);
-    TestSupport::ClearLog();
-
-    supervisor->Tick();
-
-    QVERIFY(supervisor->Control() != first);
-    QCOMPARE(supervisor->OpenFailures(), 0);
-    QCOMPARE(TestSupport::LogText().count("WpaSuppThread::RestartWpaCtl \n"), 1);
-}
-
-void TestWpaSuppThreadEvents::countsTheRecreatedConnectionFromTheNextTick()
-{
-    supplicant.reset();
-    supervisor->Supervise();
-    supervisor->Tick(5);
-    supplicant = std::make_unique<FakeSupplicant>();
-    // Only a new control object drops the folder from the name, so that of the sixth failure is the first to
-    // open.
-    supervisor->AimAt(QStringLiteral("/var/run/wpa_supplicant/wlan0"));
-
-    supervisor->Tick();
-
-    QVERIFY(supervisor->IsControlOpen());
-    QCOMPARE(supervisor->UnassociatedTicks(), 12);
-    QCOMPARE(supplicant->Commands(), QStringList{"ATTACH"});
-    supervisor->Tick();
-    QCOMPARE(supervisor->UnassociatedTicks(), 13);
-}
-
-void TestWpaSuppThreadEvents::startsCountingFailuresAfresh()
-{
-    supervisor->Supervise();
-    supervisor->NoteCounts(5, 0);
-
-    supervisor->Tick();
-
-    QCOMPARE(supervisor->OpenFailures(), 0);
-}
-
-void TestWpaSuppThreadEvents::countsTwiceWithoutConnection()
-{
-    supplicant.reset();
-    supervisor->Supervise();
-
-    supervisor->Tick(4);
-
-    QCOMPARE(supervisor->UnassociatedTicks(), 8);
-}
-
-void TestWpaSuppThreadEvents::stopsAfterThirtyOneTicksWithoutConnection()
-{
-    DebugLines = 0;
-    supplicant.reset();
-    supervisor->Supervise();
-    supervisor->Tick(30);
-    QVERIFY(!supervisor->IsStopRequested());
-    QCOMPARE(supervisor->UnassociatedTicks(), 60);
-    qInstallMessageHandler(CountDebugLines);
-
-    supervisor->Tick();
-
-    qInstallMessageHandler(nullptr);
-    QCOMPARE(DebugLines, 1);
-    QVERIFY(supervisor->IsStopRequested());
-    QVERIFY(supervisor->IsRunning());
-    QCOMPARE(LastLogLine(), QStringLiteral(" failed to connect, Stopping wpa_supplicant "));
-    // The give-up leaves out the second count.
-    QCOMPARE(supervisor->UnassociatedTicks(), 61);
-    supervisor->Tick();
-    QVERIFY(!supervisor->IsRunning());
-    QCOMPARE(TestSupport::Journal(), QStringList());
-}
-
-void TestWpaSuppThreadEvents::reportsThePasswordWhileItGivesUp()
-{
-    supplicant.reset();
-    supervisor->Supervise();
-    supervisor->Tick(30);
-    supervisor->SuspectPassword();
-
-    supervisor->Tick();
-
-    QVERIFY(supervisor->IsStopRequested());
-    QVERIFY(TestSupport::WaitForJournal(1));
-    QVERIFY(TestSupport::Journal().first().startsWith("warning 2 "));
-}
-
-void TestWpaSuppThreadEvents::countsOnFromAnOddCount()
-{
-    supervisor->Supervise();
-    supervisor->Tick();
-    QCOMPARE(supervisor->UnassociatedTicks(), 1);
-    supplicant->Die();
-
-    // From an odd count the second count of a tick reaches the limit.
-    supervisor->Tick(30);
-    QCOMPARE(supervisor->UnassociatedTicks(), 61);
-    QVERIFY(!supervisor->IsStopRequested());
-
-    supervisor->Tick();
-    QVERIFY(supervisor->IsStopRequested());
-}
-
-void TestWpaSuppThreadEvents::forgetsTheTicksWhenAssociated()
-{
-    supervisor->Supervise();
-    supervisor->Tick(59);
-    QCOMPARE(supervisor->UnassociatedTicks(), 59);
-    supervisor->TakeForAssociated();
-
-    supervisor->Tick();
-
-    QCOMPARE(supervisor->UnassociatedTicks(), 0);
-}
-
-void TestWpaSuppThreadEvents::saysEverySixtyTicksThatItCannotConnect()
-{
-    DebugLines = 0;
-    supervisor->Supervise();
-    qInstallMessageHandler(CountDebugLines);
-    supervisor->Tick(60);
-    const int afterSixty = DebugLines;
-    supervisor->Tick();
-    const int afterSixtyOne = DebugLines;
-    supervisor->Tick(61);
-    qInstallMessageHandler(nullptr);
-
-    QCOMPARE(afterSixty, 0);
-    QCOMPARE(afterSixtyOne, 1);
-    QCOMPARE(DebugLines, 2);
-    QVERIFY(supervisor->IsRunning());
-    QVERIFY(!supervisor->IsStopRequested());
-}
-
-void TestWpaSuppThreadEvents::noticesALostSocketWithinTwoTicks()
-{
-    supervisor->Supervise();
-    supervisor->TakeForAssociated();
-    supervisor->Tick();
-    supplicant->ClearCommands();
-    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
-    TestSupport::ClearLog();
-
-    supplicant->Die();
-    supervisor->Tick(2);
-
-    QVERIFY(!supervisor->IsControlOpen());
-    QVERIFY(!supervisor->IsAssociated());
-    QVERIFY(supervisor->IsRunning());
-    QCOMPARE(changes.size(), 0);
-    QCOMPARE(TestSupport::LogText().count("Nobody answers any more"), 1);
-}
-
-void TestWpaSuppThreadEvents::hearsWhatWasSaidBeforeTheSocketWasLost()
-{
-    supervisor->Supervise();
-    supervisor->TakeForAssociated();
-    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
-
-    // A tick that waited for a busy main thread comes before the notifier.
-    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-DISCONNECTED reason=3"));
-    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-TERMINATING "));
-    supplicant->Die();
-    supervisor->Tick();
-
-    QVERIFY(supervisor->IsStopRequested());
-    QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
-    supervisor->Tick();
-    QVERIFY(!supervisor->IsRunning());
-}
-
-void TestWpaSuppThreadEvents::endsInIdleAfterALostSocket()
-{
-    supervisor->Supervise();
-    supervisor->TakeForAssociated();
-    supervisor->Tick();
-    supplicant->Die();
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
-    TestSupport::ClearLog();
-
-    supervisor->Tick(32);
-
-    QVERIFY(!supervisor->IsRunning() && !supervisor->IsRestarting());
-    // What an operator reads of 32 ticks: the death and the end.
-    QCOMPARE(LogLineCount(), 2);
-}
-
-void TestWpaSuppThreadEvents::staysWhenTheControlFolderIsRemoved()
-{
-    supervisor->Supervise();
-    supervisor->TakeForAssociated();
-    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
-    TestSupport::ClearLog();
-
-    supervisor->Tick(40);
-
-    QVERIFY(supervisor->IsControlOpen());
-    QVERIFY(supervisor->IsAssociated());
-    QCOMPARE(LogLineCount(), 1);
-    // So that a stop still reaches it, and no second one is started beside it.
-    supervisor->Stop(WpaSuppThread::STOP_FALLBACK);
-    supervisor->Tick();
-    QVERIFY(supplicant->Commands().contains("TERMINATE"));
-}
-
-void TestWpaSuppThreadEvents::survivesARefusedAttach()
-{
-    supplicant->SetReply("ATTACH", "FAIL\n");
-    supervisor->Supervise();
-
-    supervisor->Tick(7);
-    QVERIFY(!supervisor->IsControlOpen());
-    supplicant->SetReply("ATTACH", "OK\n");
-    supervisor->Tick();
-
-    QVERIFY(supervisor->IsControlOpen());
-}
-
-void TestWpaSuppThreadEvents::stopsAfterATerminatingEvent()
-{
-    supervisor->Supervise();
-    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED"));
-    supplicant->Die();
-
-    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-TERMINATING "));
-    QVERIFY(supervisor->IsRunning());
-    supervisor->Tick();
-
-    QVERIFY(!supervisor->IsRunning() && !supervisor->IsRestarting() && !supervisor->Control());
-    QCOMPARE(TestSupport::Journal(), QStringList());
-}
-
 void TestWpaSuppThreadEvents::warnsOncePerEpisode()
 {
     supervisor->Supervise();
@@ -790,6 +552,18 @@ void TestWpaSuppThreadEvents::warnsAgainAfterAnotherStatus()
     supervisor->Tick();
 
     QVERIFY(TestSupport::WaitForJournal(2));
+}
+
+void TestWpaSuppThreadEvents::warnsOfNothingThatIsOverByTheTick()
+{
+    supervisor->Supervise();
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SSID-TEMP-DISABLED id=0 ssid=\"MyNet\""));
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-DISCONNECTED reason=15"));
+
+    supervisor->Tick(3);
+
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Disconnected"));
+    QVERIFY(!TestSupport::LogText().contains(QStringLiteral("BAD PASSWORD")));
 }
 
 void TestWpaSuppThreadEvents::neverWarnsOfAWiredNetwork()

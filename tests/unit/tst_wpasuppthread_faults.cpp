@@ -159,6 +159,8 @@ void TestWpaSuppThreadFaults::countsAsAGoodStart()
     supervisor->TakeOverRequest();
     FailToStart(*supervisor);
     QVERIFY(!supervisor->IsPausing());
+    FailToStart(*supervisor);
+    QVERIFY(supervisor->IsPausing());
 }
 
 void TestWpaSuppThreadFaults::tellsWhenItTriesAgain()

@@ -11,14 +11,17 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
 
 #include <memory>
 
 namespace {
 
 const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
+const QString SUPPLICANT_LOG = QStringLiteral("/var/log/wpa_supplicant.log");
 const QString LAUNCH =
     QStringLiteral("wpa_supplicant -B '' -i%1 -D%2 -c/tmp/wpa_supplicant.conf -f/var/log/wpa_supplicant.log");
 
@@ -74,12 +77,15 @@ void TestWpaSuppThreadRestart::startsTheSupplicant()
     // A stop asked for just before does not cancel the start.
     supervisor.Stop(WpaSuppThread::STOP_BEFORE_START);
     TestSupport::ClearLog();
+    bool hasFired = false;
+    QTimer::singleShot(0, &supervisor, [&] { hasFired = true; });
     QElapsedTimer timer;
     timer.start();
 
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QStringLiteral("peap"));
 
     const qint64 elapsed = timer.elapsed();
+    QVERIFY(!hasFired);
     QVERIFY2(elapsed >= 7110 && elapsed < 8000, qPrintable(QString::number(elapsed)));
     QCOMPARE(TestSupport::Journal(),
              (QStringList{"mkdir -p /var/run/wpa_supplicant", LAUNCH.arg("eth0", "wired")}));
@@ -193,10 +199,18 @@ void TestWpaSuppThreadRestart::reachesTheSupplicantOfAnEarlierStart()
 {
     FakeSupplicant supplicant(QStringLiteral("eth0"));
     WpaSuppThreadPeer supervisor;
+    QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    QElapsedTimer timer;
+    timer.start();
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
 
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
 
+    // Two full sequences, and each emits, though nobody was associated. An operator is told of the first.
+    QCOMPARE(TestSupport::LogText().count("WpaSuppThread::Start"), 1);
+    QVERIFY(timer.elapsed() >= 14200);
+    QCOMPARE(changes, (QList<QList<QVariant>>{{false}, {false}}));
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "TERMINATE"}));
     supervisor.Tick(2);
     QVERIFY(supervisor.IsRunning());
@@ -206,7 +220,9 @@ void TestWpaSuppThreadRestart::reachesTheSupplicantOfAnEarlierStart()
 void TestWpaSuppThreadRestart::endsInIdleWithoutConfiguration()
 {
     TestSupport::Remove(CONFIGURATION);
+    TestSupport::WriteFile(SUPPLICANT_LOG, "old");
     WpaSuppThreadPeer supervisor;
+    QSignalSpy changes(&supervisor, &WpaSuppThread::associatedChanged);
     supervisor.NoteCounts(3, 30);
 
     supervisor.Start(QStringLiteral("eth0"), QStringLiteral("wired"), QString());
@@ -214,6 +230,8 @@ void TestWpaSuppThreadRestart::endsInIdleWithoutConfiguration()
     QCOMPARE(TestSupport::Journal(), QStringList{"mkdir -p /var/run/wpa_supplicant"});
     QVERIFY(supervisor.IsRestarting());
     // What comes before a launch has happened.
+    QVERIFY(!QFile::exists(SUPPLICANT_LOG));
+    QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
     QCOMPARE(supervisor.StatusText(), QStringLiteral("Stopping"));
     QVERIFY(supervisor.IsWired());
     QCOMPARE(supervisor.OpenFailures(), 0);

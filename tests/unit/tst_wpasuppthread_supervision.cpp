@@ -1,0 +1,407 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+// The tick of a supplicant that runs: the control connection, and the count of ticks without an association.
+
+#include "fakesupplicant.h"
+#include "logging.h"
+#include "testsupport.h"
+#include "wpasupplicantcontrol.h"
+#include "wpasuppthreadpeer.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+int LogLineCount()
+{
+    return static_cast<int>(TestSupport::LogText().count(QLatin1Char('\n')));
+}
+
+/// The last line of the log without its time stamp.
+QString LastLogLine()
+{
+    const QString line = TestSupport::LogText().split(QLatin1Char('\n'), Qt::SkipEmptyParts).last();
+    return line.mid(line.indexOf(QLatin1String(" :  ")) + 4);
+}
+
+int DebugLines = 0;
+void CountDebugLines(QtMsgType type, const QMessageLogContext &, const QString &text)
+{
+    if (type == QtDebugMsg && (text.contains(QLatin1String("wpa_supplicant can't connect to specified AP")) ||
+                               text.contains(QLatin1String("Stopping wpa_supplicant"))))
+        ++DebugLines;
+}
+
+} // namespace
+
+class TestWpaSuppThreadSupervision : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void sendsNothingWhenThereIsNothingToDo();
+    void logsNothingWhenThereIsNothingToDo();
+    void reopensALostConnection();
+    void recreatesTheConnectionAfterSixFailures();
+    void countsTheRecreatedConnectionFromTheNextTick();
+    void startsCountingFailuresAfresh();
+    void countsTwiceWithoutConnection();
+    void stopsAfterThirtyOneTicksWithoutConnection();
+    void reportsThePasswordWhileItGivesUp();
+    void countsOnFromAnOddCount();
+    void goesOnWithoutConnectionWhileAssociated();
+    void recreatesTheConnectionEverySixTicks();
+    void forgetsTheTicksWhenAssociated();
+    void saysEverySixtyTicksThatItCannotConnect();
+    void noticesALostSocketWithinTwoTicks();
+    void hearsWhatWasSaidBeforeTheSocketWasLost();
+    void endsInIdleAfterALostSocket();
+    void staysWhenTheControlFolderIsRemoved();
+    void survivesARefusedAttach();
+    void stopsAfterATerminatingEvent();
+
+private:
+    std::unique_ptr<FakeSupplicant> supplicant;
+    std::unique_ptr<WpaSuppThreadPeer> supervisor;
+};
+
+void TestWpaSuppThreadSupervision::init()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
+    TestSupport::ClearLog();
+    TestSupport::ClearJournal();
+    TestSupport::ClearAnswers();
+    supplicant = std::make_unique<FakeSupplicant>();
+    supervisor = std::make_unique<WpaSuppThreadPeer>();
+}
+
+void TestWpaSuppThreadSupervision::cleanup()
+{
+    supervisor.reset();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    supplicant.reset();
+    TestSupport::RestorePrograms();
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+    QCOMPARE(QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System).size(), 0);
+}
+
+void TestWpaSuppThreadSupervision::sendsNothingWhenThereIsNothingToDo()
+{
+    supervisor->Supervise();
+    supervisor->TakeForAssociated();
+    supplicant->ClearCommands();
+
+    supervisor->Tick(100);
+
+    QCOMPARE(supplicant->Commands(), QStringList());
+}
+
+void TestWpaSuppThreadSupervision::logsNothingWhenThereIsNothingToDo()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::VERBOSE);
+    supervisor->Supervise();
+    TestSupport::ClearLog();
+
+    supervisor->Tick(100);
+
+    QCOMPARE(TestSupport::LogText(), QString());
+}
+
+void TestWpaSuppThreadSupervision::reopensALostConnection()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->Tick(3);
+    QCOMPARE(supervisor->OpenFailures(), 3);
+    supplicant = std::make_unique<FakeSupplicant>();
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->AskForStatus();
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsControlOpen());
+    // The status is read at once, and not again for the request that was waiting.
+    supervisor->Tick();
+    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
+    QVERIFY(supervisor->IsAssociated());
+    QCOMPARE(supervisor->OpenFailures(), 0);
+    QCOMPARE(supervisor->UnassociatedTicks(), 0);
+}
+
+void TestWpaSuppThreadSupervision::recreatesTheConnectionAfterSixFailures()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    const WpaSupplicantControl *const first = supervisor->Control();
+    supervisor->Tick(5);
+    QCOMPARE(supervisor->Control(), first);
+    QCOMPARE(supervisor->OpenFailures(), 5);
+    TestSupport::ClearLog();
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->Control() != first);
+    QCOMPARE(supervisor->OpenFailures(), 0);
+    QCOMPARE(TestSupport::LogText().count("WpaSuppThread::RestartWpaCtl \n"), 1);
+}
+
+void TestWpaSuppThreadSupervision::countsTheRecreatedConnectionFromTheNextTick()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->Tick(5);
+    supplicant = std::make_unique<FakeSupplicant>();
+    // Only a new control object drops the folder from the name, so that of the sixth failure is the first to
+    // open.
+    supervisor->AimAt(QStringLiteral("/var/run/wpa_supplicant/wlan0"));
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsControlOpen());
+    QCOMPARE(supervisor->UnassociatedTicks(), 12);
+    QCOMPARE(supplicant->Commands(), QStringList{"ATTACH"});
+    supervisor->Tick();
+    QCOMPARE(supervisor->UnassociatedTicks(), 13);
+}
+
+void TestWpaSuppThreadSupervision::startsCountingFailuresAfresh()
+{
+    supervisor->Supervise();
+    supervisor->NoteCounts(5, 0);
+
+    supervisor->Tick();
+
+    QCOMPARE(supervisor->OpenFailures(), 0);
+}
+
+void TestWpaSuppThreadSupervision::countsTwiceWithoutConnection()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+
+    supervisor->Tick(4);
+
+    QCOMPARE(supervisor->UnassociatedTicks(), 8);
+}
+
+void TestWpaSuppThreadSupervision::stopsAfterThirtyOneTicksWithoutConnection()
+{
+    DebugLines = 0;
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->Tick(30);
+    QVERIFY(!supervisor->IsStopRequested());
+    QCOMPARE(supervisor->UnassociatedTicks(), 60);
+    qInstallMessageHandler(CountDebugLines);
+
+    supervisor->Tick();
+
+    qInstallMessageHandler(nullptr);
+    QCOMPARE(DebugLines, 1);
+    QVERIFY(supervisor->IsStopRequested());
+    QVERIFY(supervisor->IsRunning());
+    QCOMPARE(LastLogLine(), QStringLiteral(" failed to connect, Stopping wpa_supplicant "));
+    // The give-up leaves out the second count.
+    QCOMPARE(supervisor->UnassociatedTicks(), 61);
+    supervisor->Tick();
+    QVERIFY(!supervisor->IsRunning());
+    QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+void TestWpaSuppThreadSupervision::reportsThePasswordWhileItGivesUp()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->Tick(30);
+    supervisor->SuspectPassword();
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsStopRequested());
+    QVERIFY(TestSupport::WaitForJournal(1));
+    QVERIFY(TestSupport::Journal().first().startsWith("warning 2 "));
+}
+
+void TestWpaSuppThreadSupervision::countsOnFromAnOddCount()
+{
+    supervisor->Supervise();
+    supervisor->Tick();
+    QCOMPARE(supervisor->UnassociatedTicks(), 1);
+    supplicant->Die();
+
+    // From an odd count the second count of a tick reaches the limit.
+    supervisor->Tick(30);
+    QCOMPARE(supervisor->UnassociatedTicks(), 61);
+    QVERIFY(!supervisor->IsStopRequested());
+
+    supervisor->Tick();
+    QVERIFY(supervisor->IsStopRequested());
+}
+
+void TestWpaSuppThreadSupervision::goesOnWithoutConnectionWhileAssociated()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->TakeForAssociated();
+
+    for (int i = 0; i < 100; ++i) {
+        supervisor->Tick();
+        QVERIFY(!supervisor->IsStopRequested());
+    }
+}
+
+void TestWpaSuppThreadSupervision::recreatesTheConnectionEverySixTicks()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    QList<int> ticks;
+
+    for (int tick = 1; tick <= 30; ++tick) {
+        TestSupport::ClearLog();
+        supervisor->Tick();
+        if (TestSupport::LogText().contains(QStringLiteral("WpaSuppThread::RestartWpaCtl \n")))
+            ticks << tick;
+    }
+
+    QCOMPARE(ticks, (QList<int>{6, 12, 18, 24, 30}));
+}
+
+void TestWpaSuppThreadSupervision::forgetsTheTicksWhenAssociated()
+{
+    supervisor->Supervise();
+    supervisor->Tick(59);
+    QCOMPARE(supervisor->UnassociatedTicks(), 59);
+    supervisor->TakeForAssociated();
+
+    supervisor->Tick();
+
+    QCOMPARE(supervisor->UnassociatedTicks(), 0);
+}
+
+void TestWpaSuppThreadSupervision::saysEverySixtyTicksThatItCannotConnect()
+{
+    DebugLines = 0;
+    supervisor->Supervise();
+    qInstallMessageHandler(CountDebugLines);
+    supervisor->Tick(60);
+    const int afterSixty = DebugLines;
+    supervisor->Tick();
+    const int afterSixtyOne = DebugLines;
+    supervisor->Tick(61);
+    qInstallMessageHandler(nullptr);
+
+    QCOMPARE(afterSixty, 0);
+    QCOMPARE(afterSixtyOne, 1);
+    QCOMPARE(DebugLines, 2);
+    QVERIFY(supervisor->IsRunning());
+    QVERIFY(!supervisor->IsStopRequested());
+}
+
+void TestWpaSuppThreadSupervision::noticesALostSocketWithinTwoTicks()
+{
+    supervisor->Supervise();
+    supervisor->TakeForAssociated();
+    supervisor->Tick();
+    supplicant->ClearCommands();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    TestSupport::ClearLog();
+
+    supplicant->Die();
+    supervisor->Tick(2);
+
+    QVERIFY(!supervisor->IsControlOpen());
+    QVERIFY(!supervisor->IsAssociated());
+    QVERIFY(supervisor->IsRunning());
+    QCOMPARE(changes.size(), 0);
+    QCOMPARE(TestSupport::LogText().count("Nobody answers any more"), 1);
+}
+
+void TestWpaSuppThreadSupervision::hearsWhatWasSaidBeforeTheSocketWasLost()
+{
+    supervisor->Supervise();
+    supervisor->TakeForAssociated();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+
+    // A tick that waited for a busy main thread comes before the notifier.
+    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-DISCONNECTED reason=3"));
+    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-TERMINATING "));
+    supplicant->Die();
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsStopRequested());
+    QCOMPARE(changes, (QList<QList<QVariant>>{{false}}));
+    supervisor->Tick();
+    QVERIFY(!supervisor->IsRunning());
+}
+
+void TestWpaSuppThreadSupervision::endsInIdleAfterALostSocket()
+{
+    supervisor->Supervise();
+    supervisor->TakeForAssociated();
+    supervisor->Tick();
+    supplicant->Die();
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    TestSupport::ClearLog();
+
+    supervisor->Tick(32);
+
+    QVERIFY(!supervisor->IsRunning() && !supervisor->IsRestarting());
+    // What an operator reads of 32 ticks: the death and the end.
+    QCOMPARE(LogLineCount(), 2);
+}
+
+void TestWpaSuppThreadSupervision::staysWhenTheControlFolderIsRemoved()
+{
+    supervisor->Supervise();
+    supervisor->TakeForAssociated();
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+    TestSupport::ClearLog();
+
+    supervisor->Tick(40);
+
+    QVERIFY(supervisor->IsControlOpen());
+    QVERIFY(supervisor->IsAssociated());
+    QCOMPARE(LogLineCount(), 1);
+    // So that a stop still reaches it, and no second one is started beside it.
+    supervisor->Stop(WpaSuppThread::STOP_FALLBACK);
+    supervisor->Tick();
+    QVERIFY(supplicant->Commands().contains("TERMINATE"));
+}
+
+void TestWpaSuppThreadSupervision::survivesARefusedAttach()
+{
+    supplicant->SetReply("ATTACH", "FAIL\n");
+    supervisor->Supervise();
+
+    supervisor->Tick(7);
+    QVERIFY(!supervisor->IsControlOpen());
+    supplicant->SetReply("ATTACH", "OK\n");
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsControlOpen());
+}
+
+void TestWpaSuppThreadSupervision::stopsAfterATerminatingEvent()
+{
+    supervisor->Supervise();
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED"));
+    supplicant->Die();
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-TERMINATING "));
+    QVERIFY(supervisor->IsRunning());
+    supervisor->Tick();
+
+    QVERIFY(!supervisor->IsRunning() && !supervisor->IsRestarting() && !supervisor->Control());
+    QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+QTEST_GUILESS_MAIN(TestWpaSuppThreadSupervision)
+#include "tst_wpasuppthread_supervision.moc"
