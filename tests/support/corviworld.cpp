@@ -9,12 +9,35 @@
 
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QSharedMemory>
+
+#include <cstring>
 
 namespace CorviWorld {
 
 void SetLevel(int level)
 {
     Logging::GetInstance(level, false);
+}
+
+QByteArray ReadSegment()
+{
+    QSharedMemory reader(SEGMENT_KEY);
+    if (!reader.attach(QSharedMemory::ReadOnly))
+        return QByteArray();
+    reader.lock();
+    const QByteArray contents(static_cast<const char *>(reader.constData()), reader.size());
+    reader.unlock();
+    return contents;
+}
+
+void FillSegment(char byte)
+{
+    QSharedMemory writer(SEGMENT_KEY);
+    if (!writer.attach() || !writer.lock())
+        qFatal("no segment");
+    std::memset(writer.data(), byte, static_cast<size_t>(writer.size()));
+    writer.unlock();
 }
 
 int LogCount(const QString &text)

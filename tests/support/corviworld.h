@@ -45,6 +45,12 @@ inline const QByteArray WLAN_AND_8021X =
     "</networkconfig>";
 
 void SetLevel(int level);
+constexpr int SEGMENT_SIZE = 512;
+inline const QString SEGMENT_KEY = QStringLiteral("com.qarbo.zebnetstatus");
+/// The segment as another program reads it; empty when there is none.
+QByteArray ReadSegment();
+void FillSegment(char byte);
+
 /// How often a line was logged.
 int LogCount(const QString &text);
 /// Whether the log echoed this line, of all that came as debug output.

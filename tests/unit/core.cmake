@@ -2,6 +2,7 @@
 # Copyright (c) 2026 The Corvi developers
 
 corvi_add_unit_test(tst_corvi_adapters LIBS corviworld)
+corvi_add_unit_test(tst_corvi_bonding LIBS corviworld)
 corvi_add_unit_test(tst_corvi_dhcp LIBS corviworld)
 corvi_add_unit_test(tst_corvi_discovery LIBS corviworld)
 corvi_add_unit_test(tst_corvi_life LIBS corviworld fakesupplicant)
@@ -19,4 +20,8 @@ corvi_add_unit_test(tst_corvi_wired_8021x LIBS corviworld fakesupplicant)
 corvi_add_unit_test(tst_corvi_wireless LIBS corviworld)
 corvi_add_unit_test(tst_retrypause LIBS support PLAIN)
 corvi_add_unit_test(tst_supplicantdecisions LIBS core PLAIN)
-add_dependencies(tst_corvi_process corvi)
+
+add_library(exitwithseven MODULE exitwithseven.cpp)
+target_link_libraries(exitwithseven PRIVATE Qt::Core)
+target_compile_definitions(tst_corvi_process PRIVATE EXIT_WITH_SEVEN="$<TARGET_FILE:exitwithseven>")
+add_dependencies(tst_corvi_process corvi exitwithseven)

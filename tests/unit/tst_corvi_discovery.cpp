@@ -2,6 +2,8 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fakesysnet.h"
+#include "opencounter.h"
 
 #include <QPointer>
 
@@ -22,65 +24,39 @@ private Q_SLOTS:
     void linksWithoutHardwareAreSkipped();
     void linkTypeDecides_data();
     void linkTypeDecides();
+    void modemNameSavesNoOtherType_data();
+    void modemNameSavesNoOtherType();
     void unreadableTypeKeepsTheInterface_data();
     void unreadableTypeKeepsTheInterface();
     void onlyFoldersAreInterfaces();
     void onlyWiredDevicesAreStarted();
     void namesAreSorted();
+    void interfacesAreWorkedThroughAsListed();
     void wirelessFoundFollowsTheDevices();
     void secondDiscoveryStartsFromNothing();
     void operstateFilesOnlyGrow();
     void oldDevicesAreDeletedAtOnce();
+    void oldDevicesAreGoneBeforeTheFolderIsRead();
     void missingClassFolderGivesNothing();
     void firstModemByNameIsAdopted();
     void vanishedModemIsForgotten();
     void deviceEventsReachTheListener_data();
     void deviceEventsReachTheListener();
-    void bondingFollowsTheStore_data();
-    void bondingFollowsTheStore();
-    void enslavedInterfacesAreSkipped();
     void discoveryIsTraced();
     void cleanupIsTracedOnlyWithDevices();
+    void emptyListsAreTraced();
+    void nothingIsReadTwice();
     void discoveryIsSilentAtTheNormalLevel();
     void netDeviceChangeIsTraced();
 };
 
 namespace {
 
-/// A made-up network class folder; the real one shows only kinds that this kernel can make.
-class FakeClassFolder
+/// A made-up interface; the real folder shows only kinds that this kernel can make.
+void AddInterface(FakeSysNet &folder, const QString &name, const QByteArray &type)
 {
-public:
-    FakeClassFolder()
-    {
-        Remove(FOLDER);
-        QDir().mkpath(FOLDER);
-        Mount({"--bind", FOLDER, "/sys/class/net"});
-    }
-    ~FakeClassFolder() { Run("umount", {"/sys/class/net"}); }
-
-    void AddInterface(const QString &name, const QByteArray &type) const
-    {
-        QDir().mkpath(FOLDER + '/' + name);
-        WriteFile(FOLDER + '/' + name + "/type", type);
-    }
-    static void WriteEntry(const QString &path, const QByteArray &bytes)
-    {
-        WriteFile(FOLDER + '/' + path, bytes);
-    }
-
-private:
-    static void Run(const QString &program, const QStringList &arguments)
-    {
-        QProcess process;
-        process.start(program, arguments);
-        if (!process.waitForFinished() || process.exitCode() != 0)
-            qFatal("%s: %s", qPrintable(program), process.readAllStandardError().constData());
-    }
-    static void Mount(const QStringList &arguments) { Run("mount", arguments); }
-
-    inline static const QString FOLDER = QStringLiteral("/tmp/class-net");
-};
+    folder.Write(name + "/type", type);
+}
 
 const QByteArray ETHERNET = "1\n";
 
@@ -146,13 +122,13 @@ void TestCorviDiscovery::interfaceIsClassified()
 
 void TestCorviDiscovery::wirelessFolderMakesAnInterfaceWireless()
 {
-    const FakeClassFolder folder;
-    folder.AddInterface("ath0", ETHERNET);
-    folder.AddInterface("ath1", ETHERNET);
-    folder.AddInterface("wwan0", ETHERNET);
-    FakeClassFolder::WriteEntry("ath0/wireless/status", "");
-    FakeClassFolder::WriteEntry("ath1/wireless", "a file");
-    FakeClassFolder::WriteEntry("wwan0/wireless/status", "");
+    FakeSysNet folder;
+    AddInterface(folder, "ath0", ETHERNET);
+    AddInterface(folder, "ath1", ETHERNET);
+    AddInterface(folder, "wwan0", ETHERNET);
+    folder.Write("ath0/wireless/status", "");
+    folder.Write("ath1/wireless", "a file");
+    folder.Write("wwan0/wireless/status", "");
     CorviPeer corvi;
 
     corvi.FindAllInterfaces();
@@ -196,13 +172,35 @@ void TestCorviDiscovery::linkTypeDecides()
 {
     QFETCH(QByteArray, type);
     QFETCH(bool, isKept);
-    const FakeClassFolder folder;
-    folder.AddInterface("net0", type);
+    FakeSysNet folder;
+    AddInterface(folder, "net0", type);
     CorviPeer corvi;
 
     corvi.FindAllInterfaces();
 
     QCOMPARE(corvi.AllInterfaces(), isKept ? QStringList{"net0"} : QStringList());
+}
+
+void TestCorviDiscovery::modemNameSavesNoOtherType_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    QTest::newRow("raw IP") << QByteArray("519");
+    QTest::newRow("no header at all") << QByteArray("65534");
+}
+
+void TestCorviDiscovery::modemNameSavesNoOtherType()
+{
+    QFETCH(QByteArray, type);
+    FakeSysNet folder;
+    AddInterface(folder, "wwan0", type + '\n');
+    CorviPeer corvi;
+    SetLevel(4);
+
+    corvi.FindAllInterfaces();
+
+    QCOMPARE(LogCount("wwan0 " + type), 1);
+    QCOMPARE(corvi.AllInterfaces() + corvi.ModemInterfaces() + corvi.WiredInterfaces(), QStringList());
+    QVERIFY(!corvi.ModemDevice());
 }
 
 void TestCorviDiscovery::unreadableTypeKeepsTheInterface_data()
@@ -217,9 +215,9 @@ void TestCorviDiscovery::unreadableTypeKeepsTheInterface_data()
 void TestCorviDiscovery::unreadableTypeKeepsTheInterface()
 {
     QFETCH(QByteArray, type);
-    const FakeClassFolder folder;
-    folder.AddInterface("net0", type);
-    FakeClassFolder::WriteEntry("net1/address", "no type file at all");
+    FakeSysNet folder;
+    AddInterface(folder, "net0", type);
+    folder.Write("net1/address", "no type file at all");
     CorviPeer corvi;
     SetLevel(4);
 
@@ -232,9 +230,9 @@ void TestCorviDiscovery::unreadableTypeKeepsTheInterface()
 
 void TestCorviDiscovery::onlyFoldersAreInterfaces()
 {
-    const FakeClassFolder folder;
-    folder.AddInterface("net0", ETHERNET);
-    FakeClassFolder::WriteEntry("a_file", "");
+    FakeSysNet folder;
+    AddInterface(folder, "net0", ETHERNET);
+    folder.Write("a_file", "");
     CorviPeer corvi;
 
     corvi.FindAllInterfaces();
@@ -266,6 +264,29 @@ void TestCorviDiscovery::namesAreSorted()
     QCOMPARE(corvi.AllInterfaces(),
              corvi.WiredInterfaces() + corvi.WirelessInterfaces() + corvi.ModemInterfaces());
     QCOMPARE(corvi.DeviceCount(), 8);
+}
+
+void TestCorviDiscovery::interfacesAreWorkedThroughAsListed()
+{
+    FakeSysNet folder;
+    for (const char *name : {"net1", "net2", "net0"})
+        AddInterface(folder, name, ETHERNET);
+    CorviPeer corvi;
+    LogFromHere(4);
+
+    corvi.FindAllInterfaces();
+
+    const QStringList listed =
+        LogLines().at(1).mid(QString("Corvi::FindAllInterfaces() ").size()).split(", ");
+    QVERIFY2(listed != QStringList({"net0", "net1", "net2"}), "sorted: this shows nothing");
+    QStringList found;
+    QStringList broughtUp;
+    for (const QString &name : listed) {
+        found << "found interface " + name;
+        broughtUp << "ifconfig " + name + " up";
+    }
+    QCOMPARE(LogLines().filter("found interface"), found);
+    QCOMPARE(Journal(), broughtUp);
 }
 
 void TestCorviDiscovery::wirelessFoundFollowsTheDevices()
@@ -322,6 +343,24 @@ void TestCorviDiscovery::oldDevicesAreDeletedAtOnce()
     QVERIFY(corvi.Device("eth0"));
 }
 
+void TestCorviDiscovery::oldDevicesAreGoneBeforeTheFolderIsRead()
+{
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    QStringList linesThen;
+    // What comes in the moment of their end is in the list.
+    connect(corvi.Device("eth0"), &QObject::destroyed, [&linesThen] {
+        linesThen = LogLines();
+        MakeInterface("eth9");
+    });
+    LogFromHere(4);
+
+    corvi.FindAllInterfaces();
+
+    QCOMPARE(linesThen, QStringList({"Corvi::FindAllInterfaces()",
+                                     "Corvi::FindAllInterfaces  Cleanup network Devices"}));
+    QCOMPARE(corvi.AllInterfaces(), QStringList({"eth0", "eth9"}));
+}
+
 void TestCorviDiscovery::missingClassFolderGivesNothing()
 {
     CorviPeer corvi;
@@ -375,64 +414,6 @@ void TestCorviDiscovery::deviceEventsReachTheListener()
     QCOMPARE(listener.Take(), Events({{7, 8}}));
 }
 
-void TestCorviDiscovery::bondingFollowsTheStore_data()
-{
-    QTest::addColumn<bool>("isEnabled");
-    QTest::addColumn<bool>("isActive");
-    QTest::addColumn<QString>("change");
-    QTest::newRow("off and off") << false << false << "";
-    QTest::newRow("switched on") << true << false << "ip link add eth0 type bond";
-    QTest::newRow("switched off") << false << true << "ip link delete bond0 type bond";
-    QTest::newRow("on and on") << true << true << "";
-}
-
-void TestCorviDiscovery::bondingFollowsTheStore()
-{
-    QFETCH(bool, isEnabled);
-    QFETCH(bool, isActive);
-    QFETCH(QString, change);
-    Answer("ip", "");
-    CorviPeer corvi;
-    if (isActive)
-        corvi.Bond().EnableBonding();
-    QCOMPARE(corvi.Bond().isBondingActive(), isActive);
-    if (isEnabled)
-        WriteNetworks("<bonding_enable>true</bonding_enable>");
-    else
-        WriteStore("<networkconfig/>");
-    LogFromHere(4);
-
-    corvi.FindAllInterfaces();
-
-    QCOMPARE(corvi.Flags().contains("bondingEnabled"), isEnabled);
-    QCOMPARE(corvi.Bond().isBondingActive(), isEnabled);
-    QCOMPARE(LogCount(QString("Corvi::FindAllInterfaces()  bonding %1").arg(int(isEnabled))), 1);
-    if (change.isEmpty())
-        QCOMPARE(JournalOf("ip link"), QStringList());
-    else
-        QVERIFY2(Journal().contains(change), qPrintable(Journal().join('\n')));
-}
-
-void TestCorviDiscovery::enslavedInterfacesAreSkipped()
-{
-    MakeMachine("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>",
-                {"eth0", "eth1", "wlan0", "usb0"});
-    Answer("ip", "");
-    CorviPeer corvi;
-    // The bond stands; its ports are eth0-swap and eth1, and it is called eth0 itself.
-    corvi.Bond().EnableBonding();
-    LogFromHere(4);
-
-    corvi.FindAllInterfaces();
-
-    QCOMPARE(corvi.Bond().getSlaves(), QStringList({"eth0-swap", "eth1"}));
-    QCOMPARE(corvi.WiredInterfaces(), QStringList({"eth0", "usb0"}));
-    QCOMPARE(corvi.WirelessInterfaces(), QStringList{"wlan0"});
-    QVERIFY(!corvi.Device("eth1"));
-    QCOMPARE(LogCount("interface is bonded -- skip"), 1);
-    QCOMPARE(LogCount("found interface eth1"), 0);
-}
-
 void TestCorviDiscovery::discoveryIsTraced()
 {
     CorviPeer corvi(LAN_STATIC, {"eth0", "wlan0", "wwan0"});
@@ -466,6 +447,45 @@ void TestCorviDiscovery::cleanupIsTracedOnlyWithDevices()
 
     corvi.FindAllInterfaces();
     QCOMPARE(LogCount("Corvi::FindAllInterfaces  Cleanup network Devices"), 1);
+}
+
+void TestCorviDiscovery::emptyListsAreTraced()
+{
+    CorviPeer corvi;
+    LogFromHere(4);
+
+    corvi.FindAllInterfaces();
+
+    for (const char *const kind : {"interfaces", "wireless", "wired", "modems"})
+        QVERIFY2(LogText().contains("Corvi::FindAllInterfaces() -- " + QString(kind) + "  \n"), kind);
+}
+
+void TestCorviDiscovery::nothingIsReadTwice()
+{
+    FakeSysNet folder;
+    WriteStore(LAN_8021X);
+    QStringList types;
+    for (int i = 0; i < 20; ++i) {
+        const QString name = QString("net%1").arg(i);
+        AddInterface(folder, name, ETHERNET);
+        types << "/sys/class/net/" + name;
+    }
+    CorviPeer corvi;
+    // A store that is news, and old enough to be taken for one version.
+    WriteStore(LAN_DHCP);
+    QFile store(STORE_FILE);
+    QVERIFY(store.open(QIODevice::Append) &&
+            store.setFileTime(QDateTime::currentDateTime().addSecs(-10), QFile::FileModificationTime));
+    store.close();
+    OpenCounter counter(types + QStringList({"/sys/class/net", STORE_FILE}));
+
+    corvi.FindAllInterfaces();
+
+    const QHash<QString, int> opened = counter.Take();
+    QCOMPARE(opened.value("/sys/class/net"), 1);
+    QCOMPARE(opened.value(STORE_FILE), 1);
+    for (const QString &type : qAsConst(types))
+        QCOMPARE(opened.value(type + "/type"), 1);
 }
 
 void TestCorviDiscovery::discoveryIsSilentAtTheNormalLevel()

@@ -32,19 +32,23 @@ private Q_SLOTS:
     void cleanup();
 
     void firstRescanComesAfterASecond();
+    void startIsToldInEightLines_data();
+    void startIsToldInEightLines();
     void killFileEndsTheProcessAfterTheSetup();
     void killFileOfAnEarlierRunIsForgotten();
     void killFileEndsARescanTickToo();
+    void killFileCleansNothingUp();
     void signalEndsTheProcess_data();
     void signalEndsTheProcess();
     void hangUpSignalReloads();
     void secondDaemonAttachesToTheSegment();
     void eventsReachAListener();
     void argumentsAreUtf8InEveryLocale();
+    void statusOfTheLoopIsThatOfTheProcess();
     void serviceManagerHearsOfTheStartAndOfEveryTick();
 
 private:
-    void Start(const QStringList &environment = {});
+    void Start(const QStringList &environment = {}, const QStringList &arguments = {});
     bool WaitForLine(const QString &line, int timeoutMs = 5000);
 
     std::unique_ptr<QProcess> daemon;
@@ -67,12 +71,12 @@ void TestCorviProcess::cleanup()
     daemon.reset();
 }
 
-void TestCorviProcess::Start(const QStringList &environment)
+void TestCorviProcess::Start(const QStringList &environment, const QStringList &arguments)
 {
     daemon = std::make_unique<QProcess>();
     daemon->setProcessChannelMode(QProcess::MergedChannels);
     daemon->setEnvironment(QProcess::systemEnvironment() + environment);
-    daemon->start(qEnvironmentVariable("CORVI_BUILD_DIR") + "/bin/corvi", QStringList());
+    daemon->start(qEnvironmentVariable("CORVI_BUILD_DIR") + "/bin/corvi", arguments);
     QVERIFY2(daemon->waitForStarted(), qPrintable(daemon->errorString()));
 }
 
@@ -88,6 +92,30 @@ void TestCorviProcess::firstRescanComesAfterASecond()
     QVERIFY(WaitForLine("Corvi::Loop Force Rescan "));
     const qint64 delay = TimeOfLine("Corvi::Start()").msecsTo(TimeOfLine("Corvi::Loop Force Rescan "));
     QVERIFY2(delay >= 900 && delay < 3000, qPrintable(QString::number(delay)));
+}
+
+void TestCorviProcess::startIsToldInEightLines_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("no arguments") << QStringList();
+    // It takes none, and looks at none.
+    QTest::newRow("arguments") << QStringList({"--help", "--version", "-c", "foo", "bar"});
+}
+
+void TestCorviProcess::startIsToldInEightLines()
+{
+    QFETCH(QStringList, arguments);
+    WriteStore("<networkconfig/>");
+
+    Start({}, arguments);
+
+    QVERIFY(WaitForLine("Corvi::Loop Force Rescan "));
+    QStringList lines = LogLines();
+    QVERIFY(lines.value(1).startsWith("BUILD TIME "));
+    lines.removeAt(1);
+    QCOMPARE(lines,
+             QStringList({"Corvi::Corvi", "Logginglevel = 2", "Corvi::Corvi  Created", "Corvi::Start()",
+                          "Corvi::LoopTimer started", "Logginglevel = 2", "Corvi::Loop Force Rescan "}));
 }
 
 void TestCorviProcess::killFileEndsTheProcessAfterTheSetup()
@@ -134,6 +162,36 @@ void TestCorviProcess::killFileEndsARescanTickToo()
     const QStringList lines = LogLines();
     QCOMPARE(lines.count("Corvi::Loop Force Rescan "), 1);
     QCOMPARE(lines.last(), QString("Corvi::LoopTimer exit"));
+}
+
+void TestCorviProcess::killFileCleansNothingUp()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    QProcess programs[2];
+    const QStringList names{"wpa_supplicant", "dhclient"};
+    for (int i = 0; i < 2; ++i) {
+        Remove("/tmp/running/" + names.at(i));
+        WriteFile("/tmp/running/" + names.at(i), ReadFile("/bin/sleep"));
+        QFile::setPermissions("/tmp/running/" + names.at(i), QFile::ReadOwner | QFile::ExeOwner);
+        programs[i].start("/tmp/running/" + names.at(i), {"600"});
+        QVERIFY(programs[i].waitForStarted());
+    }
+    Start();
+    QVERIFY(QTest::qWaitFor([] { return RealIp({"addr", "show", "eth0"}).contains("10.1.0.2"); }, 10000));
+    WriteFile(SUPPLICANT_FILE, "network={}");
+
+    WriteFile(KILL_FLAG, "");
+    QVERIFY(daemon->waitForFinished(10000));
+
+    QVERIFY(QFile::exists(KILL_FLAG));
+    QCOMPARE(ReadFile(SUPPLICANT_FILE), QByteArray("network={}"));
+    QVERIFY(RealIp({"addr", "show", "eth0"}).contains("10.1.0.2"));
+    for (QProcess &program : programs) {
+        QCOMPARE(program.state(), QProcess::Running);
+        program.kill();
+        program.waitForFinished();
+    }
+    QCOMPARE(JournalOf("killall") + JournalOf("stop_dhclient"), QStringList());
 }
 
 void TestCorviProcess::signalEndsTheProcess_data()
@@ -211,6 +269,16 @@ void TestCorviProcess::argumentsAreUtf8InEveryLocale()
     QVERIFY(QTest::qWaitFor([] { return !JournalOf("wpa_passphrase").isEmpty(); }, 5000));
     QVERIFY2(JournalOf("wpa_passphrase").first().contains(QString::fromUtf8("Caf\xc3\xa9")),
              qPrintable(JournalOf("wpa_passphrase").first()));
+}
+
+void TestCorviProcess::statusOfTheLoopIsThatOfTheProcess()
+{
+    // Something in the process ends its event loop with 7.
+    Start({QString("LD_PRELOAD=") + EXIT_WITH_SEVEN, "ASAN_OPTIONS=verify_asan_link_order=0"});
+
+    QVERIFY(daemon->waitForFinished(10000));
+    QCOMPARE(daemon->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(daemon->exitCode(), 7);
 }
 
 void TestCorviProcess::serviceManagerHearsOfTheStartAndOfEveryTick()

@@ -5,6 +5,7 @@
 
 #include "zebnetstatus.h"
 
+#include <QProcess>
 #include <QSharedMemory>
 
 #include <sys/ipc.h>
@@ -12,6 +13,7 @@
 #include <sys/shm.h>
 
 using namespace CorviWorld;
+using namespace TestSupport;
 
 namespace {
 
@@ -41,19 +43,57 @@ int SystemVLock()
     return id == -1 ? -1 : ::semctl(id, 0, GETVAL);
 }
 
+void RemoveKeyFile()
+{
+    for (const QString &name : QDir("/tmp").entryList({"qipc_sharedmemory_*"}, QDir::Files | QDir::System))
+        Remove("/tmp/" + name);
+}
+
+/// While it lives, nobody can make a file in /tmp.
+class ReadOnlyTmp
+{
+public:
+    ReadOnlyTmp() { Remount("ro"); }
+    ~ReadOnlyTmp() { Remount("rw"); }
+
+private:
+    static void Remount(const QString &mode)
+    {
+        if (QProcess::execute("mount", {"-o", "remount,bind," + mode, "/tmp"}) != 0)
+            qFatal("cannot remount /tmp");
+    }
+};
+
 } // namespace
 
-/// Where the published record is found, whichever Qt the daemon was built with.
+/// The segment that others read the status from: where it is found, what becomes of it, who may use it when.
 class TestCorviSegment : public QObject
 {
     Q_OBJECT
 
 private slots:
     void init() { StartFromNothing(); }
-    void cleanup() { Forget(); }
 
     void isFoundWithoutQt();
     void isLockedWithoutQt();
+    void segmentIsMadeAtConstruction();
+    void segmentThatExistsIsTaken_data();
+    void segmentThatExistsIsTaken();
+    void segmentIsNotToldOfAtTheNormalLevel_data();
+    void segmentIsNotToldOfAtTheNormalLevel();
+    void segmentKeepsItsContentsUntilAnEvent_data();
+    void segmentKeepsItsContentsUntilAnEvent();
+    void segmentThatCannotBeHadEndsTheProcess();
+    void segmentThatComesLateIsWaitedFor();
+    void lostSegmentIsMadeAnew_data();
+    void lostSegmentIsMadeAnew();
+    void segmentThatCannotBeMadeAnewIsTriedAgain();
+    void recordIsPublished();
+    void copyIsBoundedByTheSegment();
+    void copyLeavesTheRestOfALargerSegment();
+    void publishingWaitsForTheLock();
+    void segmentThatCannotBeLockedIsLeftAlone();
+    void publishingIsTraced();
 };
 
 void TestCorviSegment::isFoundWithoutQt()
@@ -82,5 +122,321 @@ void TestCorviSegment::isLockedWithoutQt()
     QCOMPARE(SystemVLock(), 1);
 }
 
-QTEST_GUILESS_MAIN(TestCorviSegment)
+void TestCorviSegment::segmentIsMadeAtConstruction()
+{
+    WriteFile(DEBUG_FLAG, "");
+
+    const CorviPeer corvi;
+
+    QCOMPARE(corvi.Segment().size(), SEGMENT_SIZE);
+    QCOMPARE(ReadSegment().size(), SEGMENT_SIZE);
+    QCOMPARE(LogLines().filter("Corvi::InitSharedMemory"), QStringList{"Corvi::InitSharedMemory"});
+    QCOMPARE(LogLines().filter("Corvi::run"), QStringList());
+}
+
+void TestCorviSegment::segmentThatExistsIsTaken_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::newRow("as ours") << 512;
+    QTest::newRow("smaller") << 100;
+    QTest::newRow("larger") << 4096;
+}
+
+void TestCorviSegment::segmentThatExistsIsTaken()
+{
+    QFETCH(int, size);
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(earlier.create(size));
+    WriteFile(DEBUG_FLAG, "");
+
+    const CorviPeer corvi;
+
+    QCOMPARE(corvi.Segment().size(), size);
+    QCOMPARE(LogLines().filter("Corvi::run"),
+             QStringList({"Corvi::run - Unable to create shared memory segment",
+                          "Corvi::run - Attached to shared memory segment"}));
+}
+
+void TestCorviSegment::segmentIsNotToldOfAtTheNormalLevel_data()
+{
+    QTest::addColumn<bool>("exists");
+    QTest::newRow("made") << false;
+    QTest::newRow("taken") << true;
+}
+
+void TestCorviSegment::segmentIsNotToldOfAtTheNormalLevel()
+{
+    QFETCH(bool, exists);
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(!exists || earlier.create(SEGMENT_SIZE));
+
+    const CorviPeer corvi;
+
+    QCOMPARE(LogLines().filter("Corvi::run"), QStringList());
+}
+
+void TestCorviSegment::segmentKeepsItsContentsUntilAnEvent_data()
+{
+    QTest::addColumn<bool>("exists");
+    QTest::addColumn<char>("byte");
+    QTest::newRow("made") << false << '\0';
+    QTest::newRow("taken") << true << 'x';
+}
+
+void TestCorviSegment::segmentKeepsItsContentsUntilAnEvent()
+{
+    QFETCH(bool, exists);
+    QFETCH(char, byte);
+    QSharedMemory earlier(SEGMENT_KEY);
+    if (exists) {
+        QVERIFY(earlier.create(SEGMENT_SIZE));
+        FillSegment(byte);
+    }
+    EventListener listener;
+    MakeInterface("eth0");
+    PullCable("eth0");
+
+    CorviPeer corvi(SET_UP);
+
+    QCOMPARE(ReadSegment(), QByteArray(SEGMENT_SIZE, byte));
+    // The listener's socket is there too.
+    corvi.SendEvent(corvi.Device("eth0"), 1, 1);
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+    QCOMPARE(listener.Take(), Events({ADDRESS_PRESENT}));
+}
+
+void TestCorviSegment::segmentThatCannotBeHadEndsTheProcess()
+{
+    QProcess process;
+    // Where the file behind the segment's key would be, and no file can be made. There is no segment without
+    // it.
+    process.setEnvironment(QProcess::systemEnvironment() + QStringList{"TMPDIR=/proc"});
+
+    process.start(QCoreApplication::applicationFilePath(), {"--construct"});
+
+    QVERIFY(process.waitForFinished(10000));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 0);
+    QCOMPARE(LogLines().last(), QString("Corvi::run - Unable to attach to shared memory segment"));
+    QVERIFY(process.readAllStandardError().contains("Unable to attach to shared memory segment"));
+}
+
+void TestCorviSegment::segmentThatComesLateIsWaitedFor()
+{
+    RemoveKeyFile();
+    const ReadOnlyTmp readOnly;
+    QProcess later;
+    // Two of the five tries come to nothing.
+    later.start("sh", {"-c", "sleep 0.2; mount -o remount,bind,rw /tmp"});
+    QVERIFY(later.waitForStarted());
+
+    const CorviPeer corvi;
+
+    QVERIFY(later.waitForFinished());
+    QVERIFY(!corvi.Segment().isEmpty());
+    QCOMPARE(ReadSegment().size(), SEGMENT_SIZE);
+}
+
+void TestCorviSegment::lostSegmentIsMadeAnew_data()
+{
+    QTest::addColumn<bool>("removesSegment");
+    QTest::addColumn<bool>("removesKeyFile");
+    // What the last of the readers does when it lets go.
+    QTest::newRow("the segment is marked for removal") << true << false;
+    QTest::newRow("its key file is gone") << false << true;
+    QTest::newRow("both") << true << true;
+}
+
+void TestCorviSegment::lostSegmentIsMadeAnew()
+{
+    QFETCH(bool, removesSegment);
+    QFETCH(bool, removesKeyFile);
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    corvi.Tick(3);
+    const QByteArray record = ReadSegment();
+    QCOMPARE(record, corvi.Device("eth0")->status->GetData());
+    ClearLog();
+    if (removesSegment)
+        QCOMPARE(QProcess::execute("ipcrm", {"--all=shm"}), 0);
+    if (removesKeyFile)
+        RemoveKeyFile();
+    QCOMPARE(ReadSegment(), QByteArray());
+
+    corvi.Tick();
+
+    QCOMPARE(ReadSegment(), record);
+    QCOMPARE(LogLines().filter("segment"),
+             QStringList{"Corvi::KeepSegmentFound - the status segment was lost and is made anew"});
+    corvi.Device("eth0")->status->SetIfaceInfo("00:11:22:33:44:55", "10.0.0.5", "", "");
+    corvi.ShareStatus(corvi.Device("eth0"));
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviSegment::segmentThatCannotBeMadeAnewIsTriedAgain()
+{
+    MakeInterface("eth0");
+    CorviPeer corvi;
+    corvi.Tick();
+    ClearLog();
+    RemoveKeyFile();
+    {
+        const ReadOnlyTmp readOnly;
+        corvi.Tick(3);
+        // It waits for the segment, too.
+        corvi.ShareStatus(corvi.Device("eth0"));
+    }
+    QCOMPARE(LogLines().filter("cannot be made anew").size(), 1);
+
+    corvi.Tick();
+
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviSegment::recordIsPublished()
+{
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    FillSegment('x');
+    ZebNetStatus *const status = corvi.Device("eth0")->status.get();
+    status->SetConnected(true);
+    status->SetIfaceInfo("00:11:22:33:44:55", "10.0.0.5", "10.0.0.255", "255.255.255.0");
+
+    corvi.ShareStatus(corvi.Device("eth0"));
+
+    QCOMPARE(ReadSegment(), status->GetData());
+    ZebNetStatus copy;
+    QVERIFY(copy.SetData(ReadSegment()));
+    QCOMPARE(copy.GetIp(), QString("10.0.0.5"));
+    QVERIFY(copy.IsConnected());
+}
+
+void TestCorviSegment::copyIsBoundedByTheSegment()
+{
+    MakeInterface("eth0");
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(earlier.create(100));
+    CorviPeer corvi(DISCOVERED);
+
+    corvi.ShareStatus(corvi.Device("eth0"));
+
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData().left(100));
+    // The kernel maps whole pages: what follows the segment is there, and is still as it was.
+    QCOMPARE(QByteArray(static_cast<const char *>(earlier.constData()) + 100, 412), QByteArray(412, '\0'));
+}
+
+void TestCorviSegment::copyLeavesTheRestOfALargerSegment()
+{
+    MakeInterface("eth0");
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(earlier.create(1000));
+    CorviPeer corvi(DISCOVERED);
+    FillSegment('x');
+
+    corvi.ShareStatus(corvi.Device("eth0"));
+
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData() + QByteArray(488, 'x'));
+}
+
+void TestCorviSegment::publishingWaitsForTheLock()
+{
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    FillSegment('x');
+    QProcess reader;
+    reader.start(QCoreApplication::applicationFilePath(), {"--hold-lock", "300"});
+    QVERIFY(reader.waitForReadyRead(5000));
+
+    corvi.ShareStatus(corvi.Device("eth0"));
+
+    QVERIFY(reader.waitForFinished());
+    // What it read at the end of its lock was the old record, whole.
+    QCOMPARE(reader.readAllStandardOutput(), QByteArray("locked\n") + QByteArray(SEGMENT_SIZE, 'x'));
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviSegment::segmentThatCannotBeLockedIsLeftAlone()
+{
+    MakeInterface("eth0");
+    EventListener listener;
+    CorviPeer corvi(DISCOVERED);
+    FillSegment('x');
+    // The semaphore behind the lock is gone, and it cannot be made again.
+    QCOMPARE(QProcess::execute("ipcrm", {"--all=sem"}), 0);
+    const QStringList keyFiles = QDir("/tmp").entryList({"qipc_systemsem_*"}, QDir::Files);
+    QCOMPARE(keyFiles.size(), 1);
+    Remove("/tmp/" + keyFiles.first());
+    const ReadOnlyTmp readOnly;
+    ClearLog();
+
+    corvi.SendAssociationMessage(corvi.Device("eth0"), true);
+    corvi.SendAssociationMessage(corvi.Device("eth0"), true);
+
+    // Reported once.
+    QCOMPARE(LogLines(),
+             QStringList{"ShareStatus() the segment cannot be locked, its record stays as it was"});
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, ASSOCIATION_UP}));
+    QCOMPARE(corvi.Segment().left(SEGMENT_SIZE), QByteArray(SEGMENT_SIZE, 'x'));
+}
+
+void TestCorviSegment::publishingIsTraced()
+{
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    NetworkDevice *const device = corvi.Device("eth0");
+
+    LogFromHere(3);
+    corvi.ShareStatus(device);
+    QCOMPARE(LogLines(), QStringList());
+
+    SetLevel(4);
+    corvi.ShareStatus(device);
+    QCOMPARE(LogLines(), QStringList({"ShareStatus()  Start", "ShareStatus()  Complete"}));
+
+    LogFromHere(6);
+    corvi.ShareStatus(device);
+    QCOMPARE(LogLines(), QStringList({"ShareStatus()  Start", "ShareStatus BA Size 512 _shm.size 512",
+                                      "ShareStatus()  Complete"}));
+}
+
+namespace {
+
+int Construct()
+{
+    // Ends the process when there is no segment.
+    const CorviPeer corvi;
+    return 1;
+}
+
+void Print(const QByteArray &bytes)
+{
+    QFile output;
+    output.open(1, QIODevice::WriteOnly);
+    output.write(bytes);
+}
+
+int HoldLock(int milliseconds)
+{
+    QSharedMemory reader(SEGMENT_KEY);
+    if (!reader.attach(QSharedMemory::ReadOnly) || !reader.lock())
+        return 1;
+    Print("locked\n");
+    QThread::msleep(static_cast<unsigned long>(milliseconds));
+    Print(QByteArray(static_cast<const char *>(reader.constData()), reader.size()));
+    reader.unlock();
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    // Other programs, as the tests need them beside the service.
+    const QStringList arguments = application.arguments();
+    if (arguments.value(1) == "--construct")
+        return Construct();
+    if (arguments.value(1) == "--hold-lock")
+        return HoldLock(arguments.value(2).toInt());
+    TestCorviSegment test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_corvi_segment.moc"

@@ -5,6 +5,8 @@
 
 #include "zebnetstatus.h"
 
+#include <QLocalServer>
+#include <QLocalSocket>
 #include <QProcess>
 #include <QSharedMemory>
 
@@ -16,51 +18,6 @@ using namespace CorviWorld;
 using namespace TestSupport;
 
 namespace {
-
-const QString SEGMENT_KEY = QStringLiteral("com.qarbo.zebnetstatus");
-constexpr int SEGMENT_SIZE = 512;
-
-/// The segment as another program reads it.
-QByteArray ReadSegment()
-{
-    QSharedMemory reader(SEGMENT_KEY);
-    if (!reader.attach(QSharedMemory::ReadOnly))
-        return QByteArray();
-    reader.lock();
-    const QByteArray contents(static_cast<const char *>(reader.constData()), reader.size());
-    reader.unlock();
-    return contents;
-}
-
-void FillSegment(char byte)
-{
-    QSharedMemory writer(SEGMENT_KEY);
-    if (!writer.attach() || !writer.lock())
-        qFatal("no segment");
-    memset(writer.data(), byte, static_cast<size_t>(writer.size()));
-    writer.unlock();
-}
-
-void RemoveKeyFile()
-{
-    for (const QString &name : QDir("/tmp").entryList({"qipc_sharedmemory_*"}, QDir::Files | QDir::System))
-        Remove("/tmp/" + name);
-}
-
-/// While it lives, nobody can make a file in /tmp.
-class ReadOnlyTmp
-{
-public:
-    ReadOnlyTmp() { Remount("ro"); }
-    ~ReadOnlyTmp() { Remount("rw"); }
-
-private:
-    static void Remount(const QString &mode)
-    {
-        if (QProcess::execute("mount", {"-o", "remount,bind," + mode, "/tmp"}) != 0)
-            qFatal("cannot remount /tmp");
-    }
-};
 
 /// A listener that never takes a connection and whose queue holds only a few.
 class DeafListener
@@ -107,7 +64,7 @@ private:
 
 } // namespace
 
-/// The status segment and the events.
+/// The events, and the record that each comes with.
 class TestCorviStatus : public QObject
 {
     Q_OBJECT
@@ -115,21 +72,8 @@ class TestCorviStatus : public QObject
 private Q_SLOTS:
     void init();
 
-    // The segment
-    void segmentIsMadeAtConstruction();
-    void segmentThatExistsIsTaken_data();
-    void segmentThatExistsIsTaken();
-    void segmentThatCannotBeHadEndsTheProcess();
-    void segmentThatComesLateIsWaitedFor();
-    void lostSegmentIsMadeAnew_data();
-    void lostSegmentIsMadeAnew();
-    void segmentThatCannotBeMadeAnewIsTriedAgain();
-    void recordIsPublished();
-    void copyIsBoundedByTheSegment();
-    void copyLeavesTheRestOfALargerSegment();
-    void publishingWaitsForTheLock();
-    void segmentThatCannotBeLockedIsLeftAlone();
-    void publishingIsTraced();
+    void recordIsThatOfTheDeviceOfTheEvent();
+    void pulledCableIsPublishedOnce();
 
     // Events
     void messageIsFourBytesBigEndian_data();
@@ -143,6 +87,7 @@ private Q_SLOTS:
     void missingListenerLosesTheEvent();
     void deafListenerBlocksForASecond();
     void deafListenerLosesOnlyItsOwnEvents();
+    void listenerThatHangsUpCostsNothing();
     void listenerThatWakesUpSeesNoEmptyConnection();
     void sendingIsTraced_data();
     void sendingIsTraced();
@@ -154,230 +99,41 @@ void TestCorviStatus::init()
     StartFromNothing();
 }
 
-void TestCorviStatus::segmentIsMadeAtConstruction()
+void TestCorviStatus::recordIsThatOfTheDeviceOfTheEvent()
 {
-    WriteFile(DEBUG_FLAG, "");
+    CorviPeer corvi({"eth0", "eth1"}, DISCOVERED);
+    corvi.AdoptWired("eth0");
+    for (const char *name : {"eth0", "eth1"})
+        corvi.Device(name)->status->SetIfaceInfo(name, QString(), QString(), QString());
 
-    const CorviPeer corvi;
+    corvi.Device("eth1")->SendEvent(1, 0);
 
-    QCOMPARE(corvi.Segment().size(), SEGMENT_SIZE);
-    QCOMPARE(ReadSegment().size(), SEGMENT_SIZE);
-    QCOMPARE(LogLines().filter("Corvi::InitSharedMemory"), QStringList{"Corvi::InitSharedMemory"});
-    QCOMPARE(LogLines().filter("Corvi::run"), QStringList());
+    ZebNetStatus published;
+    QVERIFY(published.SetData(ReadSegment()));
+    QCOMPARE(published.GetMac(), QString("eth1"));
 }
 
-void TestCorviStatus::segmentThatExistsIsTaken_data()
+void TestCorviStatus::pulledCableIsPublishedOnce()
 {
-    QTest::addColumn<int>("size");
-    QTest::newRow("as ours") << 512;
-    QTest::newRow("smaller") << 100;
-    QTest::newRow("larger") << 4096;
-}
-
-void TestCorviStatus::segmentThatExistsIsTaken()
-{
-    QFETCH(int, size);
-    QSharedMemory earlier(SEGMENT_KEY);
-    QVERIFY(earlier.create(size));
-    WriteFile(DEBUG_FLAG, "");
-
-    const CorviPeer corvi;
-
-    QCOMPARE(corvi.Segment().size(), size);
-    QCOMPARE(LogLines().filter("Corvi::run"),
-             QStringList({"Corvi::run - Unable to create shared memory segment",
-                          "Corvi::run - Attached to shared memory segment"}));
-}
-
-void TestCorviStatus::segmentThatCannotBeHadEndsTheProcess()
-{
-    QProcess process;
-    // Where the file behind the segment's key would be, and no file can be made. There is no segment without
-    // it.
-    process.setEnvironment(QProcess::systemEnvironment() + QStringList{"TMPDIR=/proc"});
-
-    process.start(QCoreApplication::applicationFilePath(), {"--construct"});
-
-    QVERIFY(process.waitForFinished(10000));
-    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(process.exitCode(), 0);
-    QCOMPARE(LogLines().last(), QString("Corvi::run - Unable to attach to shared memory segment"));
-    QVERIFY(process.readAllStandardError().contains("Unable to attach to shared memory segment"));
-}
-
-void TestCorviStatus::segmentThatComesLateIsWaitedFor()
-{
-    RemoveKeyFile();
-    const ReadOnlyTmp readOnly;
-    QProcess later;
-    // Two of the five tries come to nothing.
-    later.start("sh", {"-c", "sleep 0.2; mount -o remount,bind,rw /tmp"});
-    QVERIFY(later.waitForStarted());
-
-    const CorviPeer corvi;
-
-    QVERIFY(later.waitForFinished());
-    QVERIFY(!corvi.Segment().isEmpty());
-    QCOMPARE(ReadSegment().size(), SEGMENT_SIZE);
-}
-
-void TestCorviStatus::lostSegmentIsMadeAnew_data()
-{
-    QTest::addColumn<bool>("removesSegment");
-    QTest::addColumn<bool>("removesKeyFile");
-    // What the last of the readers does when it lets go.
-    QTest::newRow("the segment is marked for removal") << true << false;
-    QTest::newRow("its key file is gone") << false << true;
-    QTest::newRow("both") << true << true;
-}
-
-void TestCorviStatus::lostSegmentIsMadeAnew()
-{
-    QFETCH(bool, removesSegment);
-    QFETCH(bool, removesKeyFile);
     MakeMachine(LAN_STATIC, {"eth0"});
-    CorviPeer corvi;
-    corvi.Tick(3);
-    const QByteArray record = ReadSegment();
-    QCOMPARE(record, corvi.Device("eth0")->status->GetData());
-    ClearLog();
-    if (removesSegment)
-        QCOMPARE(QProcess::execute("ipcrm", {"--all=shm"}), 0);
-    if (removesKeyFile)
-        RemoveKeyFile();
-    QCOMPARE(ReadSegment(), QByteArray());
-
-    corvi.Tick();
-
-    QCOMPARE(ReadSegment(), record);
-    QCOMPARE(LogLines().filter("segment"),
-             QStringList{"Corvi::KeepSegmentFound - the status segment was lost and is made anew"});
-    corvi.Device("eth0")->status->SetIfaceInfo("00:11:22:33:44:55", "10.0.0.5", "", "");
-    corvi.ShareStatus(corvi.Device("eth0"));
-    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
-}
-
-void TestCorviStatus::segmentThatCannotBeMadeAnewIsTriedAgain()
-{
-    MakeInterface("eth0");
-    CorviPeer corvi;
-    corvi.Tick();
-    ClearLog();
-    RemoveKeyFile();
-    {
-        const ReadOnlyTmp readOnly;
-        corvi.Tick(3);
-        // It waits for the segment, too.
-        corvi.ShareStatus(corvi.Device("eth0"));
-    }
-    QCOMPARE(LogLines().filter("cannot be made anew").size(), 1);
-
-    corvi.Tick();
-
-    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
-}
-
-void TestCorviStatus::recordIsPublished()
-{
-    CorviPeer corvi({"eth0"}, DISCOVERED);
-    FillSegment('x');
-    ZebNetStatus *const status = corvi.Device("eth0")->status.get();
-    status->SetConnected(true);
-    status->SetIfaceInfo("00:11:22:33:44:55", "10.0.0.5", "10.0.0.255", "255.255.255.0");
-
-    corvi.ShareStatus(corvi.Device("eth0"));
-
-    QCOMPARE(ReadSegment(), status->GetData());
-    ZebNetStatus copy;
-    QVERIFY(copy.SetData(ReadSegment()));
-    QCOMPARE(copy.GetIp(), QString("10.0.0.5"));
-    QVERIFY(copy.IsConnected());
-}
-
-void TestCorviStatus::copyIsBoundedByTheSegment()
-{
-    MakeInterface("eth0");
-    QSharedMemory earlier(SEGMENT_KEY);
-    QVERIFY(earlier.create(100));
-    CorviPeer corvi(DISCOVERED);
-
-    corvi.ShareStatus(corvi.Device("eth0"));
-
-    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData().left(100));
-    // The kernel maps whole pages: what follows the segment is there, and is still as it was.
-    QCOMPARE(QByteArray(static_cast<const char *>(earlier.constData()) + 100, 412), QByteArray(412, '\0'));
-}
-
-void TestCorviStatus::copyLeavesTheRestOfALargerSegment()
-{
-    MakeInterface("eth0");
-    QSharedMemory earlier(SEGMENT_KEY);
-    QVERIFY(earlier.create(1000));
-    CorviPeer corvi(DISCOVERED);
-    FillSegment('x');
-
-    corvi.ShareStatus(corvi.Device("eth0"));
-
-    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData() + QByteArray(488, 'x'));
-}
-
-void TestCorviStatus::publishingWaitsForTheLock()
-{
-    CorviPeer corvi({"eth0"}, DISCOVERED);
-    FillSegment('x');
-    QProcess reader;
-    reader.start(QCoreApplication::applicationFilePath(), {"--hold-lock", "300"});
-    QVERIFY(reader.waitForReadyRead(5000));
-
-    corvi.ShareStatus(corvi.Device("eth0"));
-
-    QVERIFY(reader.waitForFinished());
-    // What it read at the end of its lock was the old record, whole.
-    QCOMPARE(reader.readAllStandardOutput(), QByteArray("locked\n") + QByteArray(SEGMENT_SIZE, 'x'));
-    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
-}
-
-void TestCorviStatus::segmentThatCannotBeLockedIsLeftAlone()
-{
-    MakeInterface("eth0");
     EventListener listener;
-    CorviPeer corvi(DISCOVERED);
+    CorviPeer corvi(SET_UP);
+    listener.Take();
+
+    PullCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
+    ZebNetStatus published;
+    QVERIFY(published.SetData(ReadSegment()));
+    QVERIFY(!published.IsConnected());
+    // As it was told, before the address was taken away.
+    QCOMPARE(published.GetIp(), QString("10.1.0.2"));
+
     FillSegment('x');
-    // The semaphore behind the lock is gone, and it cannot be made again.
-    QCOMPARE(QProcess::execute("ipcrm", {"--all=sem"}), 0);
-    const QStringList keyFiles = QDir("/tmp").entryList({"qipc_systemsem_*"}, QDir::Files);
-    QCOMPARE(keyFiles.size(), 1);
-    Remove("/tmp/" + keyFiles.first());
-    const ReadOnlyTmp readOnly;
-    ClearLog();
-
-    corvi.SendAssociationMessage(corvi.Device("eth0"), true);
-    corvi.SendAssociationMessage(corvi.Device("eth0"), true);
-
-    // Reported once.
-    QCOMPARE(LogLines(),
-             QStringList{"ShareStatus() the segment cannot be locked, its record stays as it was"});
-    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, ASSOCIATION_UP}));
-    QCOMPARE(corvi.Segment().left(SEGMENT_SIZE), QByteArray(SEGMENT_SIZE, 'x'));
-}
-
-void TestCorviStatus::publishingIsTraced()
-{
-    CorviPeer corvi({"eth0"}, DISCOVERED);
-    NetworkDevice *const device = corvi.Device("eth0");
-
-    LogFromHere(3);
-    corvi.ShareStatus(device);
-    QCOMPARE(LogLines(), QStringList());
-
-    SetLevel(4);
-    corvi.ShareStatus(device);
-    QCOMPARE(LogLines(), QStringList({"ShareStatus()  Start", "ShareStatus()  Complete"}));
-
-    LogFromHere(6);
-    corvi.ShareStatus(device);
-    QCOMPARE(LogLines(), QStringList({"ShareStatus()  Start", "ShareStatus BA Size 512 _shm.size 512",
-                                      "ShareStatus()  Complete"}));
+    corvi.Tick(5);
+    QCOMPARE(listener.Take(), Events());
+    QCOMPARE(ReadSegment(), QByteArray(SEGMENT_SIZE, 'x'));
 }
 
 void TestCorviStatus::messageIsFourBytesBigEndian_data()
@@ -547,6 +303,24 @@ void TestCorviStatus::deafListenerLosesOnlyItsOwnEvents()
     QCOMPARE(listener.Take(), Events({{3, 3}}));
 }
 
+void TestCorviStatus::listenerThatHangsUpCostsNothing()
+{
+    CorviPeer corvi;
+    {
+        QLocalServer rude;
+        QVERIFY(rude.listen("corvin"));
+        corvi.SendEvent(nullptr, 1, 1);
+        QVERIFY(rude.waitForNewConnection(5000));
+        delete rude.nextPendingConnection();
+        corvi.SendEvent(nullptr, 2, 2);
+    }
+    EventListener listener;
+
+    corvi.SendEvent(nullptr, 3, 3);
+
+    QCOMPARE(listener.Take(), Events({{3, 3}}));
+}
+
 void TestCorviStatus::listenerThatWakesUpSeesNoEmptyConnection()
 {
     const DeafListener listener;
@@ -602,30 +376,11 @@ void TestCorviStatus::sendingIsSilentAtTheNormalLevel()
 
 namespace {
 
-int Construct()
-{
-    // Ends the process when there is no segment.
-    const CorviPeer corvi;
-    return 1;
-}
-
 void Print(const QByteArray &bytes)
 {
     QFile output;
     output.open(1, QIODevice::WriteOnly);
     output.write(bytes);
-}
-
-int HoldLock(int milliseconds)
-{
-    QSharedMemory reader(SEGMENT_KEY);
-    if (!reader.attach(QSharedMemory::ReadOnly) || !reader.lock())
-        return 1;
-    Print("locked\n");
-    QThread::msleep(static_cast<unsigned long>(milliseconds));
-    Print(QByteArray(static_cast<const char *>(reader.constData()), reader.size()));
-    reader.unlock();
-    return 0;
 }
 
 int ReadOnEvent()
@@ -649,10 +404,6 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     // Other programs, as the tests need them beside the service.
     const QStringList arguments = application.arguments();
-    if (arguments.value(1) == "--construct")
-        return Construct();
-    if (arguments.value(1) == "--hold-lock")
-        return HoldLock(arguments.value(2).toInt());
     if (arguments.value(1) == "--read-on-event")
         return ReadOnEvent();
     TestCorviStatus test;

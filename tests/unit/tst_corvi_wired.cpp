@@ -49,6 +49,7 @@ private Q_SLOTS:
     void cableInTheSecondPortIsFound();
     void changeOfDeviceIsAnnounced();
     void tickWithoutACarrierKeepsTheDevice();
+    void everyTickWithACarrierArmsTheWait();
     void deviceWithAnAddressIsReadOnceATick();
 
     // Changes of state
@@ -233,6 +234,20 @@ void TestCorviWired::tickWithoutACarrierKeepsTheDevice()
 
     QCOMPARE(corvi.WiredDevice(), corvi.Device("eth0"));
     QCOMPARE(corvi.WirelessDelay(), 1);
+}
+
+void TestCorviWired::everyTickWithACarrierArmsTheWait()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    PullCable("eth0");
+    corvi.Tick(3);
+    QCOMPARE(corvi.WirelessDelay(), 0);
+
+    PlugCable("eth0");
+    corvi.Tick();
+
+    // Without a change of the device.
+    QCOMPARE(corvi.WirelessDelay(), 2);
 }
 
 void TestCorviWired::deviceWithAnAddressIsReadOnceATick()

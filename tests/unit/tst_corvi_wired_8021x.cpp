@@ -29,6 +29,10 @@ private Q_SLOTS:
     void supplicantFollowsTheState_data();
     void supplicantFollowsTheState();
     void linkUpClearsTheFallback();
+    void linkUpLeavesTheWait();
+    void linkUpWithoutSupplicantLeavesTheFlags_data();
+    void linkUpWithoutSupplicantLeavesTheFlags();
+    void keepFileDoesNotKeepTheSupplicant();
     void authenticationTogglesTheCount();
     void waitIsCountedByTicks();
     void announcedPortFallsBackAfterElevenTicks();
@@ -126,6 +130,53 @@ void TestCorviWired8021x::linkUpClearsTheFallback()
 
     QVERIFY(!corvi.WiredDevice()->inFallback);
     QVERIFY(corvi.IsReconfigureWanted());
+}
+
+void TestCorviWired8021x::linkUpLeavesTheWait()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    corvi.WiredDevice()->authWaitTicks = 5;
+    corvi.NoteWiredUp(false);
+
+    corvi.WiredNetworkSetup();
+
+    QCOMPARE(corvi.WiredDevice()->authWaitTicks, 5);
+}
+
+void TestCorviWired8021x::linkUpWithoutSupplicantLeavesTheFlags_data()
+{
+    QTest::addColumn<bool>("flag");
+    QTest::newRow("set") << true;
+    QTest::newRow("clear") << false;
+}
+
+void TestCorviWired8021x::linkUpWithoutSupplicantLeavesTheFlags()
+{
+    QFETCH(bool, flag);
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.WiredDevice()->inFallback = flag;
+    corvi.NoteReconfigured(!flag);
+    corvi.NoteWiredUp(false);
+    // Configuring the device clears the fallback.
+    corvi.disconnect(&corvi, &Corvi::wiredStateChange, &corvi, nullptr);
+
+    corvi.WiredNetworkSetup();
+
+    QCOMPARE(corvi.WiredDevice()->inFallback, flag);
+    QCOMPARE(corvi.IsReconfigureWanted(), flag);
+}
+
+void TestCorviWired8021x::keepFileDoesNotKeepTheSupplicant()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    WriteFile(KEEP_WIRELESS_FLAG, "");
+    LogFromHere(4);
+
+    corvi.Tick();
+
+    QCOMPARE(Decisions(), QStringList{"WpaSuppThread::Stop 6 true 1"});
 }
 
 void TestCorviWired8021x::authenticationTogglesTheCount()

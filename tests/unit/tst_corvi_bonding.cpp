@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvipeer.h"
+#include "fakesysnet.h"
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+/// What a discovery does about the bond.
+class TestCorviBonding : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void bondingFollowsTheStore_data();
+    void bondingFollowsTheStore();
+    void enslavedInterfacesAreSkipped();
+    void bondingLeavesTheListAsItIs();
+    void bondThatIsNotWantedIsTakenDownOnce();
+};
+
+void TestCorviBonding::init()
+{
+    StartFromNothing();
+}
+
+void TestCorviBonding::bondingFollowsTheStore_data()
+{
+    QTest::addColumn<bool>("isEnabled");
+    QTest::addColumn<bool>("isActive");
+    QTest::addColumn<QString>("change");
+    QTest::newRow("off and off") << false << false << "";
+    QTest::newRow("switched on") << true << false << "ip link add eth0 type bond";
+    QTest::newRow("switched off") << false << true << "ip link delete bond0 type bond";
+    QTest::newRow("on and on") << true << true << "";
+}
+
+void TestCorviBonding::bondingFollowsTheStore()
+{
+    QFETCH(bool, isEnabled);
+    QFETCH(bool, isActive);
+    QFETCH(QString, change);
+    Answer("ip", "");
+    CorviPeer corvi;
+    if (isActive)
+        corvi.Bond().EnableBonding();
+    QCOMPARE(corvi.Bond().isBondingActive(), isActive);
+    if (isEnabled)
+        WriteNetworks("<bonding_enable>true</bonding_enable>");
+    else
+        WriteStore("<networkconfig/>");
+    LogFromHere(4);
+
+    corvi.FindAllInterfaces();
+
+    QCOMPARE(corvi.Flags().contains("bondingEnabled"), isEnabled);
+    QCOMPARE(corvi.Bond().isBondingActive(), isEnabled);
+    QCOMPARE(LogCount(QString("Corvi::FindAllInterfaces()  bonding %1").arg(int(isEnabled))), 1);
+    if (change.isEmpty())
+        QCOMPARE(JournalOf("ip link"), QStringList());
+    else
+        QVERIFY2(Journal().contains(change), qPrintable(Journal().join('\n')));
+}
+
+void TestCorviBonding::enslavedInterfacesAreSkipped()
+{
+    MakeMachine("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>",
+                {"eth0", "eth1", "wlan0", "usb0"});
+    Answer("ip", "");
+    CorviPeer corvi;
+    // The bond stands; its ports are eth0-swap and eth1, and it is called eth0 itself.
+    corvi.Bond().EnableBonding();
+    LogFromHere(4);
+
+    corvi.FindAllInterfaces();
+
+    QCOMPARE(corvi.Bond().getSlaves(), QStringList({"eth0-swap", "eth1"}));
+    QCOMPARE(corvi.WiredInterfaces(), QStringList({"eth0", "usb0"}));
+    QCOMPARE(corvi.WirelessInterfaces(), QStringList{"wlan0"});
+    QVERIFY(!corvi.Device("eth1"));
+    QCOMPARE(LogCount("interface is bonded -- skip"), 1);
+    QCOMPARE(LogCount("found interface eth1"), 0);
+}
+
+void TestCorviBonding::bondingLeavesTheListAsItIs()
+{
+    MakeMachine("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>",
+                {"eth0", "eth1", "usb0"});
+    // With the bond an interface comes that was not listed.
+    Answer("ip", "[ \"$2\" = add ] && ip link add name usb1 type veth peer name usb2\nexit 0");
+    CorviPeer corvi;
+
+    corvi.FindAllInterfaces();
+
+    QVERIFY(QFile::exists("/sys/class/net/usb1"));
+    QVERIFY(corvi.Bond().isBondingActive());
+    QCOMPARE(corvi.AllInterfaces(), QStringList({"eth0", "usb0"}));
+}
+
+void TestCorviBonding::bondThatIsNotWantedIsTakenDownOnce()
+{
+    WriteStore("<networkconfig/>");
+    FakeSysNet folder;
+    folder.Write("bonding_masters", "");
+    CorviPeer corvi;
+    QVERIFY(corvi.Bond().isBondingActive());
+
+    corvi.FindAllInterfaces();
+    corvi.FindAllInterfaces();
+
+    QCOMPARE(LogCount("Renaming 1 BringUp 0"), 1);
+}
+
+QTEST_GUILESS_MAIN(TestCorviBonding)
+#include "tst_corvi_bonding.moc"
