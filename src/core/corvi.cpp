@@ -51,6 +51,7 @@ Corvi::Corvi(QObject *parent) : QObject(parent), log(Logging::GetInstance(Loggin
     log->LogMessage(LoggingLevelText(), true);
 
     loopTimer = std::make_unique<QTimer>();
+    loopTimer->setTimerType(Qt::PreciseTimer); // A coarse one of 1 s is up to 50 ms early or late.
     bondedDevice = std::make_unique<BondedDevice>(nullptr);
     bondedDevice->setRenaming(true);
     bondedDevice->setUsePrimary(true);

@@ -204,6 +204,7 @@ void TestCorviLife::startArmsTheTimer()
     QVERIFY(corvi.LoopTimer().isActive());
     QVERIFY(!corvi.LoopTimer().isSingleShot());
     QCOMPARE(corvi.LoopTimer().interval(), 1000);
+    QCOMPARE(corvi.LoopTimer().timerType(), Qt::PreciseTimer);
     QTRY_COMPARE_WITH_TIMEOUT(LogCount("Corvi::Loop Force Rescan "), 1, 3000);
 }
 
