@@ -175,7 +175,7 @@ private:
     bool reconfigureWpa = false;      ///< the supplicant is to read its file anew; ends when it was told to
     bool wiredUp = false;             ///< the wired link as last reported
     bool wiredPending = false;        ///< never set: kept as it is
-    QString wpaConfContents;          ///< what the supplicant's file holds; has secrets: never logged
+    QString wpaConfContents;          ///< stays empty: nobody reads it, and the file has secrets
     bool wirelessCarrierSeen = false; ///< the carrier file of wlan0 was there
     bool bondingEnabled = false;      ///< wanted by the store at the last discovery
     std::unique_ptr<BondedDevice> bondedDevice;

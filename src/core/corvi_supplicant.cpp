@@ -100,7 +100,6 @@ void Corvi::UpdateWpaConfFile(const QString &interfaceName)
         confFileReport.Over();
     else
         LogOnce(confFileReport) << "UpdateWpaConfFile -- the supplicant's file cannot be written";
-    wpaConfContents = lines.join(QLatin1Char('\n'));
     wpaConfUpdated = true;
 }
 

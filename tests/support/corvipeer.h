@@ -87,7 +87,7 @@ public:
     int WirelessDelay() const { return wirelessDelayTicks; }
     int HoldOff() const { return wpaHoldoffTicks; }
     bool IsReconfigureWanted() const { return reconfigureWpa; }
-    /// What the supplicant's file was last written from.
+    /// The daemon's own copy of the supplicant's file.
     QString FileContents() const { return wpaConfContents; }
     /// The names of the flags that are set.
     QStringList Flags() const;

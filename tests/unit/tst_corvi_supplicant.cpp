@@ -250,8 +250,7 @@ void TestCorviSupplicant::fileHoldsTheNamedInterface()
     const QByteArray file = SupplicantFile();
     QCOMPARE(file.contains("IEEE8021X"), hasWired);
     QCOMPARE(file.contains("\"Office\""), hasWireless);
-    QCOMPARE(corvi.FileContents().contains("IEEE8021X"), hasWired);
-    QCOMPARE(corvi.FileContents().contains("\"Office\""), hasWireless);
+    QVERIFY2(corvi.FileContents().isEmpty(), "a copy of the secrets that nobody reads");
     QVERIFY(corvi.Flags().contains("wpaConfUpdated"));
 }
 
