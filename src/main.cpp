@@ -3,6 +3,7 @@
 
 #include "corvi.h"
 #include "logging.h"
+#include "processmemory.h"
 #include "terminationsignals.h"
 
 #include <QCoreApplication>
@@ -25,6 +26,8 @@ void UseUtf8()
 
 int main(int argc, char *argv[])
 {
+    ProcessMemory::KeepToOurselves();
+    ProcessMemory::GiveBackWhatIsFreed();
     QCoreApplication application(argc, argv);
     UseUtf8();
 
