@@ -43,7 +43,7 @@ bool IsOurs(const QByteArray &process)
     struct stat theirs = {};
     struct stat ours = {};
     return ::stat(folder.constData(), &owner) == 0 && owner.st_uid == ::geteuid() &&
-           ::stat((folder + "/ns/net").constData(), &theirs) == 0 &&
+           ::stat(QByteArray(folder + "/ns/net").constData(), &theirs) == 0 &&
            ::stat("/proc/self/ns/net", &ours) == 0 && theirs.st_dev == ours.st_dev &&
            theirs.st_ino == ours.st_ino;
 }

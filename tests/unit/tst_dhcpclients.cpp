@@ -32,6 +32,9 @@ public:
         // The shell keeps the name of its script, and waits for an input that never comes.
         TestSupport::WriteFile(path, "#!/bin/sh\n" + body + "\necho ready\nwhile :; do read -r line; done\n");
         ::chmod(QFile::encodeName(path).constData(), 0755);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+        setChildProcessModifier(prepare);
+#endif
         start(path, words);
         if (!waitForReadyRead())
             qFatal("the client does not start");
@@ -41,17 +44,24 @@ public:
         kill();
         waitForFinished();
     }
-    bool Lives() { return !waitForFinished(100); }
-    int EndedBy() { return waitForFinished(1000) && exitStatus() == CrashExit ? exitCode() : 0; }
+    bool Lives()
+    {
+        return !waitForFinished(100);
+    }
+    int EndedBy()
+    {
+        return waitForFinished(1000) && exitStatus() == CrashExit ? exitCode() : 0;
+    }
 
-protected:
+private:
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     void setupChildProcess() override
     {
         if (prepare)
             prepare();
     }
+#endif
 
-private:
     std::function<void()> prepare;
 };
 

@@ -191,8 +191,9 @@ void TestZebDocument::textOf16KiBIsTheLongest()
     QFETCH(QByteArray, before);
     QFETCH(QByteArray, after);
     // All that stands between the starts of two tags counts.
-    const int around = before.size() - before.lastIndexOf('<') - 1 + qMax(0, after.indexOf('<'));
-    const int atTheEnd = after.contains('<') ? 0 : after.size();
+    const int around = static_cast<int>(before.size() - before.lastIndexOf('<') - 1) +
+                       static_cast<int>(after.contains('<') ? after.indexOf('<') : 0);
+    const int atTheEnd = after.contains('<') ? 0 : static_cast<int>(after.size());
     const QByteArray longest(16 * 1024 - around - atTheEnd, 'x');
 
     QVERIFY(ParsedSection(before + longest + after).isWellFormed);
