@@ -6,6 +6,7 @@
 #include "bondeddevice.h"
 #include "logging.h"
 #include "modem.h"
+#include "othermanagers.h"
 #include "paths.h"
 #include "platformfile.h"
 #include "securefile.h"
@@ -190,6 +191,18 @@ void Corvi::Rescan()
     forceRescan = false;
     reconfigureWpa = true;
     Init();
+    WarnOfOtherManagers();
+}
+
+void Corvi::WarnOfOtherManagers()
+{
+    const QString managers = OtherManagers(allInterfaces).join(QStringLiteral(", "));
+    if (managers.isEmpty()) {
+        managerReport.Over();
+        return;
+    }
+    LogOnce(managerReport, managers) << "Corvi::Init() - managed by others, too:" << managers
+                                     << "-- switch these off, or each undoes what the other does";
 }
 
 void Corvi::SetUpNetworks()

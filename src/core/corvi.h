@@ -189,6 +189,7 @@ private:
     // What is told of over and over while it lasts.
     ReportOnce adapterReport;
     ReportOnce rescanReport;
+    ReportOnce managerReport;
     ReportOnce changeReport; ///< another wired device carries
     ReportOnce linkReport;
     ReportOnce fallbackReport;
@@ -206,6 +207,7 @@ private:
     void ApplyDebugFlag();
     void RemoveFlag(const QString &path);
     void Rescan();
+    void WarnOfOtherManagers();
     void SetUpNetworks();
     void SetUpBelowWired();
     void SetUpWithoutWired();

@@ -19,6 +19,7 @@ corvi_add_unit_test(tst_corvi_upkeep LIBS corviworld)
 corvi_add_unit_test(tst_corvi_wired LIBS corviworld)
 corvi_add_unit_test(tst_corvi_wired_8021x LIBS corviworld fakesupplicant)
 corvi_add_unit_test(tst_corvi_wireless LIBS corviworld)
+corvi_add_unit_test(tst_othermanagers LIBS core)
 corvi_add_unit_test(tst_retrypause LIBS support PLAIN)
 corvi_add_unit_test(tst_supplicantdecisions LIBS core PLAIN)
 

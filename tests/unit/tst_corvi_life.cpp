@@ -50,6 +50,7 @@ private Q_SLOTS:
     void reloadIsTracedAtTheLevelBefore();
     void reloadFileThatOthersMayWriteIsNotObeyed();
     void reloadFileAtStartGivesOneRescan();
+    void anotherManagerOfAnInterfaceIsToldOnce();
     void reloadFileThatStaysRescansEveryTick();
     void reloadsApartAreAllTold();
     void folderCountsAsAFlagFile();
@@ -337,6 +338,22 @@ void TestCorviLife::reloadFileAtStartGivesOneRescan()
 
     QVERIFY(!QFile::exists(RELOAD_FLAG));
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
+}
+
+void TestCorviLife::anotherManagerOfAnInterfaceIsToldOnce()
+{
+    WriteFile("/run/network/ifstate", "lo=lo\neth0=eth0\n");
+    const auto removal = qScopeGuard([] { Remove("/run/network"); });
+    MakeInterface("eth0");
+    CorviPeer corvi;
+
+    corvi.Tick(1);
+    WriteFile(RELOAD_FLAG, "");
+    corvi.Tick(1);
+
+    QCOMPARE(LogCount("Corvi::Init() - managed by others, too: ifupdown (eth0) -- switch these off, or each "
+                      "undoes what the other does"),
+             1);
 }
 
 void TestCorviLife::reloadFileThatStaysRescansEveryTick()
