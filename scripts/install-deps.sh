@@ -10,6 +10,7 @@
 #   demo    what demo.sh needs besides
 #   test    what the tests need besides
 #   vm      what the virtual machine needs besides
+#   package what makes and tries the Debian packages
 #   qt6, fuzz, check   for the preset qt6, the fuzz targets, the other checks of .ci/run
 set -eu
 
@@ -37,7 +38,7 @@ download_megabytes() {
 }
 
 [ $# -gt 0 ] || {
-    sed -n '5,14s/^# \?//p' "$0" >&2
+    sed -n '5,15s/^# \?//p' "$0" >&2
     exit 2
 }
 for purpose in "$@"; do
