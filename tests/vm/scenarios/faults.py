@@ -2,13 +2,17 @@
 # Copyright (c) 2026 The Corvi developers
 """What goes wrong in the air, and the way back."""
 
+import os
+import signal
 import time
 
 import accesspoint
 from accesspoint import PASSPHRASE
-from harness import ADDRESS_PRESENT, DEBUG_FLAG, LINK_DOWN, LINK_UP, addresses, touch, write_store
+from harness import ADDRESS_PRESENT, DEBUG_FLAG, LINK_DOWN, LINK_UP, addresses, run, touch, write_store
 from waiting import wait_for
 from wifi import JOIN_TIME, WifiTest, definition, say
+
+CONNECTED = "WpaSuppThread::MessageReceived -- connected"
 
 
 def office(**properties):
@@ -18,6 +22,7 @@ def office(**properties):
 class Passphrase(WifiTest):
     def test_wrong_passphrase(self):
         """At most one warning for each failed try, no address; joined once the definition is mended."""
+        touch(DEBUG_FLAG)  # All warnings are to be seen, not the first alone.
         access_point = self.access_point("office", accesspoint.WPA2)
         write_store(office(passphrase="not the one"))
         daemon = self.start_daemon()
@@ -104,11 +109,20 @@ class Signal(WifiTest):
 
 class Radio(WifiTest):
     def test_radio_removed_and_added(self):
-        """The radio's driver goes and comes again while the network is in use."""
+        """The supplicant is killed, then the radio's driver goes and comes again, while the network is in use."""
         access_point = self.access_point("office", accesspoint.WPA2)
         write_store(office())
         daemon = self.start_daemon()
         self.wait_joined(access_point)
+
+        joins = self.count_logged(CONNECTED)
+        os.kill(int(run("pidof", "wpa_supplicant")), signal.SIGKILL)
+        killed = time.monotonic()
+        wait_for("a supplicant that is let in", lambda: self.count_logged(CONNECTED) > joins, JOIN_TIME)
+        say(f"the supplicant was killed: joined again after {time.monotonic() - killed:.0f} s")
+        self.assertFalse(daemon.logged("failed to connect"))
+        self.wait_joined(access_point)
+        self.assertEqual(len(run("pidof", "wpa_supplicant").split()), 1)
 
         self.pull_out_radio()
         time.sleep(5)
