@@ -339,11 +339,13 @@ void TestWpaCtrl::pausesAWholeSecondInSpiteOfSignals()
     sigaction(SIGUSR2, &ignoring, &before);
     const pthread_t self = pthread_self();
     std::thread disturber([&supplicant, self] {
+        // Room there is soon, yet the next try is a second away.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        supplicant.Thaw();
         for (int i = 0; i < 5; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
             pthread_kill(self, SIGUSR2);
         }
-        supplicant.Thaw();
     });
     QElapsedTimer timer;
     timer.start();
