@@ -150,6 +150,7 @@ private:
 
     bool IsForThisDevice(const QString &networkName) const;
     void SortNetworkNames();
+    NamedNetwork *FirstNetwork() const;
 
     // The steps of ConfigureNetwork().
     void ApplyConfig(bool renew);

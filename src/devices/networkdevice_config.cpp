@@ -39,7 +39,7 @@ ZebNetConfig *NetworkDevice::getCurrentConfig()
     if (!currentNetwork) {
         if (namedNetworks.isEmpty())
             return nullptr;
-        currentNetwork = namedNetworks.value(networkNames.first());
+        currentNetwork = FirstNetwork();
     }
     if (isWireless) {
         Log(Level::TRACE) << "NetworkDevice::getCurrentConfig()";
@@ -49,6 +49,18 @@ ZebNetConfig *NetworkDevice::getCurrentConfig()
             currentConfig = currentNetwork->Config();
     }
     return currentNetwork->Config();
+}
+
+/// The hash decides which networks there are, the list of names in which order they come.
+NamedNetwork *NetworkDevice::FirstNetwork() const
+{
+    QStringList names = namedNetworks.keys();
+    names.sort();
+    names = networkNames + names;
+    const auto first = std::find_if(names.cbegin(), names.cend(), [this](const QString &networkName) {
+        return namedNetworks.contains(networkName);
+    });
+    return namedNetworks.value(*first);
 }
 
 ZebNetConfig *NetworkDevice::UpdateConfig()

@@ -30,6 +30,8 @@ private Q_SLOTS:
     void definitionsBelongToADevice();
     void definitionsAreLogged();
     void definitionsAreTakenOnce();
+    void firstDefinitionIsTheFirstByName_data();
+    void firstDefinitionIsTheFirstByName();
     void laterDefinitionIsPutInItsPlace();
     void withoutDefinitionsNothingIsFound();
     void driverChoiceIsPassedOn_data();
@@ -98,6 +100,27 @@ void TestNetworkDeviceDefinitions::definitionsAreTakenOnce()
 
     QCOMPARE(device.GetNamedNetworks(), (QStringList{"lan1", "lan2"}));
     QCOMPARE(device.namedNetworks.value("lan1"), first);
+}
+
+void TestNetworkDeviceDefinitions::firstDefinitionIsTheFirstByName_data()
+{
+    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<QString>("first");
+
+    QTest::newRow("the interface's own") << QStringList{"wiredeth0", "lan1", "lan2"} << "wiredeth0";
+    QTest::newRow("a name that has no network") << QStringList{"gone", "lan2"} << "lan2";
+    QTest::newRow("no names") << QStringList() << "lan1";
+}
+
+void TestNetworkDeviceDefinitions::firstDefinitionIsTheFirstByName()
+{
+    QFETCH(QStringList, names);
+    QFETCH(QString, first);
+    TestSupport::WriteNetworks(Network("lan2") + Network("lan1") + Network("wiredeth0"));
+    Device device("eth0");
+    device.networkNames = names;
+
+    QCOMPARE(device.getCurrentConfig(), device.namedNetworks.value(first)->Config());
 }
 
 void TestNetworkDeviceDefinitions::laterDefinitionIsPutInItsPlace()
