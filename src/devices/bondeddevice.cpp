@@ -140,15 +140,13 @@ QString BondedDevice::GetDesiredMode() const
 
 bool BondedDevice::isAvailable()
 {
-    if (!enableChecked) {
-        const QStringList lines =
-            Utils::Execute(QStringLiteral("modinfo"), {QStringLiteral("bonding")}, false);
-        // Printed for a module and for a driver that is built in; an error prints nothing here.
-        driverFound = std::any_of(lines.begin(), lines.end(), [](const QString &line) {
-            return line.startsWith(QLatin1String("filename:"));
-        });
-        enableChecked = true;
-    }
+    // Asked each time: a driver may be installed while the daemon runs.
+    const QStringList lines = Utils::Execute(QStringLiteral("modinfo"), {QStringLiteral("bonding")}, false);
+    // Printed for a module and for a driver that is built in; an error prints nothing here.
+    driverFound = std::any_of(lines.begin(), lines.end(), [](const QString &line) {
+        return line.startsWith(QLatin1String("filename:"));
+    });
+    enableChecked = true;
     return driverFound;
 }
 
