@@ -121,17 +121,16 @@ void NetworkDevice::WriteResolver(const QByteArray &earlier, const QString &dns1
                                   const QString &domain)
 {
     const QByteArray contents = earlier + ResolverLines(dns1, dns2, domain);
-    const bool isChange = contents != ReadResolver();
-    if (!ReplaceResolver(contents)) {
-        ReportNoResolver();
-        return;
-    }
-    // Where some other program keeps changing the file back, that is told once.
-    if (isChange)
+    if (contents == ReadResolver()) {
+        // Left alone, so that whoever watches the file is not woken for nothing.
+        Log(Level::TRACE) << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
+    } else if (ReplaceResolver(contents)) {
+        // Where some other program keeps changing the file back, that is told once.
         LogOnce(resolverReport, QString::fromUtf8(contents))
             << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
-    else
-        Log(Level::TRACE) << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
+    } else {
+        ReportNoResolver();
+    }
 }
 
 void NetworkDevice::ReportNoResolver()

@@ -397,9 +397,14 @@ void TestNetworkDeviceDhcp::unchangedResolverIsNoNews()
     NetworkDevice device("eth0", nullptr);
 
     device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
+    struct stat before = {};
+    QCOMPARE(::stat("/etc/resolv.conf", &before), 0);
     device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
 
     QCOMPARE(TestSupport::LogText().count("NetworkDevice::SetDNS"), 1);
+    struct stat after = {};
+    QCOMPARE(::stat("/etc/resolv.conf", &after), 0);
+    QCOMPARE(after.st_ino, before.st_ino);
 }
 
 void TestNetworkDeviceDhcp::resolverIsLogged()
