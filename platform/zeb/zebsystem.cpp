@@ -9,7 +9,9 @@
 int ZebSystem::execShell(const QString &commandLine)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("HOSTNAME"), QSysInfo::machineHostName());
+    // An interactive shell would know it; the daemon is not started by one.
+    if (!environment.contains(QStringLiteral("HOSTNAME")))
+        environment.insert(QStringLiteral("HOSTNAME"), QSysInfo::machineHostName());
 
     QProcess shell;
     shell.setProcessEnvironment(environment);

@@ -18,6 +18,7 @@ private Q_SLOTS:
     void waitsForTheLine();
     void doesNotWaitForBackgroundJobs();
     void setsHostname();
+    void keepsAHostnameThatIsThere();
     void keepsTheRestOfTheEnvironment();
 };
 
@@ -66,6 +67,16 @@ void TestZebSystem::setsHostname()
     ZebSystem::execShell("echo \"$HOSTNAME\" > /tmp/hostname; env | grep -c ^HOSTNAME= >> /tmp/hostname");
 
     QCOMPARE(TestSupport::ReadFile("/tmp/hostname"), "corvi-sandbox\n1\n");
+}
+
+void TestZebSystem::keepsAHostnameThatIsThere()
+{
+    qputenv("HOSTNAME", "given");
+    const auto unset = qScopeGuard([] { qunsetenv("HOSTNAME"); });
+
+    ZebSystem::execShell("echo \"$HOSTNAME\" > /tmp/hostname");
+
+    QCOMPARE(TestSupport::ReadFile("/tmp/hostname"), "given\n");
 }
 
 void TestZebSystem::keepsTheRestOfTheEnvironment()
