@@ -130,7 +130,8 @@ void Logging::Logger::Write()
         ::open(QFile::encodeName(LOG_FILE).constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     if (fd != -1) {
         QByteArray bytes = (line + QLatin1Char('\n')).toLatin1();
-        if (lastLineIsCut)
+        // Not in a file that was begun anew since, as by one that rotates logs.
+        if (lastLineIsCut && ::lseek(fd, 0, SEEK_END) > 0)
             bytes.prepend('\n');
         // A disk that is full loses lines, and there is nowhere to tell it.
         const ssize_t written = ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size()));

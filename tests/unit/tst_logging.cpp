@@ -62,6 +62,7 @@ private Q_SLOTS:
     void lineOfOrdinaryLevelIsNotEchoed();
     void unwritableFileLosesOnlyItsLines();
     void lineAfterOneThatWasCutBeginsItsOwn();
+    void newFileAfterACutLineBeginsWithItsFirst();
     void lineIsLostWhenTheLockIsNotFreeInTime();
     void linesOfSeveralThreadsStayWhole();
     void lineThatIsNotWrittenAllocatesNothing();
@@ -308,6 +309,21 @@ void TestLogging::lineAfterOneThatWasCutBeginsItsOwn()
     QCOMPARE(lines.at(0).size(), 40);
     QVERIFY2(lines.at(1).endsWith(" :  whole "), qPrintable(lines.at(1)));
     QVERIFY2(lines.at(2).endsWith(" :  the next "), qPrintable(lines.at(2)));
+}
+
+void TestLogging::newFileAfterACutLineBeginsWithItsFirst()
+{
+    {
+        const ResourceLimit fullDisk(RLIMIT_FSIZE, 40);
+        Log(Level::TRACE) << "a line that the disk has not got enough room for";
+    }
+    QVERIFY(QFile::remove(LOG_FILE));
+
+    Log(Level::TRACE) << "first";
+    Log(Level::TRACE) << "second";
+
+    QCOMPARE(TestSupport::LogText().count('\n'), 2);
+    QVERIFY(!TestSupport::LogText().startsWith('\n'));
 }
 
 void TestLogging::lineIsLostWhenTheLockIsNotFreeInTime()
