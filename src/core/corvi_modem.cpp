@@ -26,7 +26,7 @@ int Corvi::ModemNetworkSetup(bool takeDown, bool bringUp)
 Modem *Corvi::ModemInUse() const
 {
     // Discovery adopts nothing but a Modem.
-    return static_cast<Modem *>(modemDevice);
+    return qobject_cast<Modem *>(modemDevice);
 }
 
 void Corvi::BringModemUp()

@@ -59,7 +59,9 @@ NetworkDevice *Corvi::ChooseWiredDevice()
             Log(Level::TRACE) << "1: Could not find device for " << interfaceName;
             continue;
         }
-        device->RefreshStatus();
+        // One that nobody has made a wired device of is no link of ours to look at.
+        if (!device->configurable)
+            device->RefreshStatus();
         if (!chosen && device->isRunning) {
             chosen = device;
             Log(Level::VERBOSE) << "Corvi::WiredNetworkSetup:: " << device->name << "active";

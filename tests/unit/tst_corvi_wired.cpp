@@ -55,6 +55,7 @@ private Q_SLOTS:
     // Changes of state
     void linkUpConfiguresTheDevice();
     void linkLossFlushesTheDevice();
+    void onlyConcreteDevicesAreLookedAt();
     void stateChangeWithoutDeviceIsLogged_data();
     void stateChangeWithoutDeviceIsLogged();
     void stateChangeRewritesTheSupplicantFile_data();
@@ -299,6 +300,20 @@ void TestCorviWired::linkLossFlushesTheDevice()
              QStringList({"Wired Device Connected 0 eth0", "Corvi::onWiredStateChange(bool state) 0",
                           "Corvi::onWiredStateChange(bool state)  complete"}));
     QVERIFY(!QFile::exists(SUPPLICANT_FILE));
+}
+
+void TestCorviWired::onlyConcreteDevicesAreLookedAt()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Device("eth0")->configurable = true;
+    PullCable("eth0");
+
+    corvi.Tick();
+    QVERIFY(corvi.Device("eth0")->isRunning);
+
+    corvi.Device("eth0")->configurable = false;
+    corvi.Tick();
+    QVERIFY(!corvi.Device("eth0")->isRunning);
 }
 
 void TestCorviWired::stateChangeWithoutDeviceIsLogged_data()
