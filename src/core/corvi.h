@@ -209,6 +209,8 @@ private:
     void Rescan();
     void WarnOfOtherManagers();
     void SetUpNetworks();
+    ReportOnce bounceReport;
+    ReportOnce leftoverReport;
     void SetUpBelowWired();
     void SetUpWithoutWired();
 
@@ -250,6 +252,7 @@ private:
     // Wireless network
     void TakeWirelessDown();
     void StartWireless();
+    void CheckBounce(NetworkDevice *d);
     void StartWirelessSupplicant(NetworkDevice *d);
     void SuperviseWireless();
 

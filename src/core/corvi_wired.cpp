@@ -36,11 +36,16 @@ bool Corvi::WiredNetworkSetup()
             chosen->RefreshStatus();
     }
     CheckRefreshFile(isConnected);
+    if (isConnected && wiredUp)
+        CheckBounce(chosen);
     if (isConnected != wiredUp) {
         LogOnce(linkReport, QString::number(isConnected))
             << "Wired Device Connected" << isConnected << (wiredDevice ? wiredDevice->name : QString());
         wiredUp = isConnected;
         wiredRetry.Reset();
+        // Before the configuration, which takes up to half a minute: a loss meanwhile counts.
+        if (chosen)
+            chosen->carrierLosses.Begin();
         emit wiredStateChange(isConnected);
     }
     if (chosen)
@@ -159,6 +164,20 @@ void Corvi::CheckRefreshFile(bool isConnected)
     // The state is reported afresh. A link lost in this very tick is still to be reported as lost.
     if (isConnected)
         wiredUp = false;
+}
+
+/// A cable that is moved to another socket is out for less than the time between two looks. What was got from
+/// the network before is of no use in the new one, so the state is reported afresh, as by the refresh file.
+void Corvi::CheckBounce(NetworkDevice *d)
+{
+    if (d->configurable || !d->carrierLosses.Happened(CarrierLosses::Time::clock::now()))
+        return;
+    d->RefreshStatus();
+    if (!d->isRunning)
+        return; // Lost, and not back: for the next tick.
+    LogOnce(bounceReport, d->name)
+        << "Corvi::CheckBounce - the carrier was away for a moment, configuring anew:" << d->name;
+    wiredUp = false;
 }
 
 void Corvi::onWiredStateChange(bool state)

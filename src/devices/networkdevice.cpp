@@ -50,6 +50,7 @@ NetworkDevice::NetworkDevice(const QString &interfaceName, QObject *parent)
       status(std::make_unique<ZebNetStatus>()),
       socketFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
       timer(std::make_unique<QTimer>()),
+      carrierLosses(QFile::encodeName(SYS_NET + interfaceName)),
       kernelName(QFile::encodeName(interfaceName)),
       carrierPath(QFile::encodeName(SYS_NET + interfaceName + QStringLiteral("/carrier")))
 {
@@ -76,6 +77,7 @@ void NetworkDevice::UseNewDriver(bool /*on*/) {}
 
 void NetworkDevice::RefreshStatus()
 {
+    const bool hadCarrier = isRunning;
     isUp = false;
     isRunning = false;
     if (socketFd == -1) {
@@ -91,6 +93,8 @@ void NetworkDevice::RefreshStatus()
     ReadMacAddress();
     ReadCarrier();
     FollowLink();
+    if (hadCarrier && !isRunning)
+        carrierLosses.NoteSeen();
 
     status->SetConnected(isRunning);
     status->SetWireless(isWireless);

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "carrierlosses.h"
 #include "reportonce.h"
 #include "retrypause.h"
 
@@ -138,6 +139,7 @@ public:
     bool configurable = true;
     bool driverChosen = false;
     QString publishedAddress; ///< in the record that was last published of this device
+    CarrierLosses carrierLosses;
 
 private:
     void ReadAddress(unsigned long request, QString &field) const;

@@ -184,6 +184,7 @@ void NetworkDevice::ApplySpeed()
         return;
     SetSpeed(name, mbits, isFull ? 1 : 0);
     appliedSpeed = speed;
+    carrierLosses.ExpectOne(CarrierLosses::Time::clock::now());
 }
 
 /// What the link says of itself (Documentation/ABI/testing/sysfs-class-net); nothing while it has no carrier.

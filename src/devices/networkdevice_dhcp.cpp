@@ -95,6 +95,7 @@ void NetworkDevice::TakeBackDhcpMtu()
     if (mtu.isEmpty())
         return;
     SetMtu(name, QString::fromLatin1(mtu));
+    carrierLosses.ExpectOne(CarrierLosses::Time::clock::now());
     QFile::remove(path);
 }
 
