@@ -220,6 +220,8 @@ void Corvi::SetUpNetworks()
 
 void Corvi::SetUpBelowWired()
 {
+    if (!wirelessDevice)
+        PickStrayWireless();
     if (wirelessDevice) {
         Log(Level::VERBOSE) << "Calling WirelessNetworkSetup 2";
         WirelessNetworkSetup(true);

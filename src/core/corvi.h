@@ -16,6 +16,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <map>
 #include <memory>
 #include <optional>
 
@@ -38,6 +39,7 @@ class WpaSuppThread;
 /// corvi_modem.cpp       the modem's network
 /// corvi_supplicant.cpp  the supplicant: its file, (re)starting it, what it signals
 /// corvi_dhcp.cpp        further attempts to get an address, what the DHCP client's hook reports
+/// corvi_leftovers.cpp   addresses that a device must not keep
 /// corvi_segment.cpp     the segment that others read the status from
 /// corvi_status.cpp      publishing status and events
 class Corvi : public QObject
@@ -183,6 +185,10 @@ private:
     RetryPause wiredRetry;     ///< of the wired device's DHCP attempts; a new link or device begins it anew
     RetryPause wirelessRetry;  ///< of the wireless device's DHCP attempts
     const ServiceManager serviceManager; ///< is told of the start and each tick
+    /// Addresses, by interface, that could not be taken away yet.
+    std::map<QString, RetryPause> leftoverPauses;
+    /// Wireless interfaces, by name, that do not go down while a cable carries.
+    std::map<QString, RetryPause> strayPauses;
     SegmentPlace segmentPlace;
     QByteArray lostRecord; ///< of a segment that was lost and is not there again yet
 
@@ -199,6 +205,8 @@ private:
     ReportOnce confFileReport;
     ReportOnce retryReport;
     ReportOnce addressReport;
+    ReportOnce bounceReport;
+    ReportOnce leftoverReport;
     ReportOnce segmentReport;
     ReportOnce lostSegmentReport;
     QHash<QString, ReportOnce> flagReports; ///< by path: flag files that cannot be removed
@@ -209,8 +217,6 @@ private:
     void Rescan();
     void WarnOfOtherManagers();
     void SetUpNetworks();
-    ReportOnce bounceReport;
-    ReportOnce leftoverReport;
     void SetUpBelowWired();
     void SetUpWithoutWired();
 
@@ -221,7 +227,6 @@ private:
     void UpdateBonding();
     void AddInterface(const QString &interfaceName);
     void AddDevice(const QString &interfaceName);
-    void AdoptModem();
     void LogDiscovery() const;
     bool IsForDiscovery(const QString &interfaceName) const;
     bool IsEnslaved(const QString &interfaceName) const;
@@ -244,6 +249,7 @@ private:
 
     // Wired network
     NetworkDevice *ChooseWiredDevice();
+    void CheckBounce(NetworkDevice *d);
     void SuperviseWired(NetworkDevice *d);
     void BeginWiredLink(NetworkDevice *d);
     void WaitForAuthentication(NetworkDevice *d);
@@ -252,7 +258,7 @@ private:
     // Wireless network
     void TakeWirelessDown();
     void StartWireless();
-    void CheckBounce(NetworkDevice *d);
+    void PickStrayWireless();
     void StartWirelessSupplicant(NetworkDevice *d);
     void SuperviseWireless();
 
@@ -260,6 +266,11 @@ private:
     Modem *ModemInUse() const;
     void BringModemUp();
     void TakeModemDown();
+    void AdoptModem();
+
+    // What a device leaves behind
+    void ClearUpWired(const NetworkDevice *chosen);
+    void TakeAddressAway(NetworkDevice *d);
 
     // The supplicant
     void ConfigureSupplicant(NetworkDevice *d);

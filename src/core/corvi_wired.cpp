@@ -21,6 +21,7 @@ const QString REFRESH_FLAG = QStringLiteral("/tmp/refresh_network");
 bool Corvi::WiredNetworkSetup()
 {
     NetworkDevice *const chosen = ChooseWiredDevice();
+    ClearUpWired(chosen);
     const bool isConnected = chosen != nullptr;
     Log(Level::VERBOSE) << "Corvi::WiredNetworkSetup:: status" << isConnected;
     if (chosen) {
@@ -193,6 +194,9 @@ void Corvi::onWiredStateChange(bool state)
             Log(Level::TRACE) << "Configure Wired Network Complete";
         } else {
             wiredDevice->FlushIpAddress();
+            // Nor is the address left behind in the record.
+            wiredDevice->RefreshStatus();
+            ShareStatus(wiredDevice);
         }
         if (wiredDevice->usesSupplicant) {
             UpdateWpaConfFile(QString());

@@ -32,6 +32,7 @@ void Corvi::TakeWirelessDown()
         return;
     LogOnce(wirelessReport, QStringLiteral("stopping")) << "Corvi::Loop:: Stopping wireless device";
     wirelessDevice->StopDevice();
+    TakeAddressAway(wirelessDevice);
     wirelessConfigured = false;
     Log(Level::TRACE) << "Set wireless device to 0";
     wirelessDevice = nullptr;
@@ -60,6 +61,37 @@ void Corvi::StartWireless()
     LogOnce(wirelessReport, QStringLiteral("connected")) << "!wiredConnected, wireless connected";
     if (!wirelessDevice->isUp)
         wirelessDevice->Up();
+    // Whoever brought it up, from here on it is ours: followed, and taken down when a cable comes.
+    wirelessDevice->linkUp = true;
+    wirelessDevice->StartDevice();
+    wirelessConfigured = IsSupplicantActive();
+}
+
+/// While a cable carries: picks a wireless device that carries or has an address, though nobody has started
+/// it since the last rescan or the daemon's start. Its turn comes later, so it has to be taken down.
+void Corvi::PickStrayWireless()
+{
+    if (QFile::exists(KEEP_WIRELESS_UP_FLAG))
+        return;
+    const auto now = RetryPause::Time::clock::now();
+    for (const QString &interfaceName : qAsConst(wirelessInterfaces)) {
+        NetworkDevice *const device = devices.value(interfaceName);
+        if (!device)
+            continue;
+        device->RefreshStatus();
+        if (!device->isRunning) {
+            strayPauses.erase(interfaceName);
+            continue;
+        }
+        // Not by a program on every tick where it does not go down.
+        const auto pause = strayPauses.find(interfaceName);
+        if (pause != strayPauses.end() && !pause->second.IsDue(now))
+            continue;
+        strayPauses[interfaceName].NoteAttempt(now);
+        wirelessDevice = device;
+        wirelessDevice->linkUp = true;
+        return;
+    }
 }
 
 void Corvi::StartWirelessSupplicant(NetworkDevice *d)

@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvipeer.h"
+
+#include "zebnetstatus.h"
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+namespace {
+
+const QByteArray LAN_AND_WLAN =
+    "<networkconfig>"
+    "<network><name>lan</name><staticIp>true</staticIp><ipAddress>10.1.0.2</ipAddress>"
+    "<netmask>255.255.255.0</netmask><gateway>10.1.0.1</gateway></network>"
+    "<network><name>Office</name><ssid>Office</ssid><securityMode>Unsecured</securityMode></network>"
+    "</networkconfig>";
+
+bool HasAddress(const QString &name)
+{
+    return RealIp({"-4", "addr", "show", "dev", name}).contains("inet ");
+}
+
+void GiveAddress(const QString &name)
+{
+    RealIp({"addr", "add", "10.9.0.9/24", "dev", name});
+}
+
+bool IsLinkUp(const QString &name)
+{
+    return RealIp({"link", "show", "dev", name}).contains(",UP");
+}
+
+ZebNetStatus Published(const CorviPeer &corvi)
+{
+    ZebNetStatus status;
+    if (!status.SetData(corvi.Segment()))
+        qFatal("no record");
+    return status;
+}
+
+} // namespace
+
+/// What a device leaves behind when another one carries, or none.
+class TestCorviLeftovers : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { StartFromNothing(); }
+
+    void deviceThatIsLeftLosesItsAddress();
+    void cableMovedBetweenTwoLooksLeavesNothing();
+    void secondPortThatIsStoppedLosesItsAddress();
+    void lossThatNobodySawIsALossNow_data();
+    void lossThatNobodySawIsALossNow();
+    void recordOfALostLinkHasNoAddress();
+    void addressThatStaysIsNotTakenOnEveryTick();
+    void wirelessFoundConnectedIsStoppedForACable();
+    void strayWirelessIsStoppedForACable_data();
+    void strayWirelessIsStoppedForACable();
+    void strayWirelessThatStaysUpIsNotStoppedOnEveryTick();
+};
+
+void TestCorviLeftovers::deviceThatIsLeftLosesItsAddress()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth0");
+    CorviPeer corvi;
+    corvi.Tick(3);
+    QVERIFY(HasAddress("eth1"));
+    Forget();
+
+    PlugCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth0"));
+    QVERIFY(HasAddress("eth0"));
+    QVERIFY(!HasAddress("eth1"));
+    QCOMPARE(JournalOf("ip addr flush"), QStringList{"ip addr flush eth1"});
+}
+
+void TestCorviLeftovers::cableMovedBetweenTwoLooksLeavesNothing()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    corvi.Tick(3);
+    QVERIFY(HasAddress("eth0"));
+
+    PullCable("eth0");
+    PlugCable("eth1");
+    corvi.Tick();
+
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth1"));
+    QVERIFY(!HasAddress("eth0"));
+    QVERIFY(HasAddress("eth1"));
+}
+
+void TestCorviLeftovers::secondPortThatIsStoppedLosesItsAddress()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    GiveAddress("eth1");
+    CorviPeer corvi;
+    corvi.Tick();
+
+    corvi.Tick();
+
+    QVERIFY(!IsLinkUp("eth1"));
+    QVERIFY(!HasAddress("eth1"));
+    Forget();
+    corvi.Tick(3);
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviLeftovers::lossThatNobodySawIsALossNow_data()
+{
+    QTest::addColumn<bool>("restart");
+    QTest::newRow("over a rescan") << false;
+    QTest::newRow("over a restart of the daemon") << true;
+}
+
+void TestCorviLeftovers::lossThatNobodySawIsALossNow()
+{
+    QFETCH(bool, restart);
+    MakeMachine(LAN_STATIC, {"eth0"});
+    EventListener listener;
+    auto corvi = std::make_unique<CorviPeer>();
+    corvi->Tick(3);
+    QVERIFY(Published(*corvi).IsConnected());
+    listener.Take();
+
+    PullCable("eth0");
+    if (restart)
+        corvi = std::make_unique<CorviPeer>();
+    else
+        corvi->ForceRescan();
+    corvi->Tick(3);
+
+    QVERIFY(!HasAddress("eth0"));
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
+    QVERIFY(!Published(*corvi).IsConnected());
+    QCOMPARE(Published(*corvi).GetIp(), QString());
+}
+
+void TestCorviLeftovers::recordOfALostLinkHasNoAddress()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    corvi.Tick(3);
+    QCOMPARE(Published(corvi).GetIp(), QString("10.1.0.2"));
+
+    PullCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(Published(corvi).GetIp(), QString());
+}
+
+void TestCorviLeftovers::addressThatStaysIsNotTakenOnEveryTick()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    corvi.Tick(3);
+    GiveAddress("eth1");
+    Answer("ip", "exit 1");
+    Forget();
+
+    corvi.Tick(5);
+
+    QCOMPARE(JournalOf("ip addr flush"), QStringList{"ip addr flush eth1"});
+    QCOMPARE(LogLines().filter("TakeAddressAway").size(), 1);
+}
+
+void TestCorviLeftovers::wirelessFoundConnectedIsStoppedForACable()
+{
+    MakeMachine(LAN_AND_WLAN, {"eth0", "wlan0"});
+    PullCable("eth0");
+    BringUp("wlan0");
+    CorviPeer corvi;
+    corvi.Tick(4);
+    QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
+    QVERIFY(corvi.Device("wlan0")->timer->isActive());
+    GiveAddress("wlan0");
+    Forget();
+
+    PlugCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ifconfig wlan0"), QStringList{"ifconfig wlan0 down"});
+    QVERIFY(!IsLinkUp("wlan0"));
+}
+
+void TestCorviLeftovers::strayWirelessIsStoppedForACable_data()
+{
+    QTest::addColumn<bool>("keep");
+    QTest::newRow("as usual") << false;
+    QTest::newRow("told to keep it up") << true;
+}
+
+void TestCorviLeftovers::strayWirelessIsStoppedForACable()
+{
+    QFETCH(bool, keep);
+    MakeMachine(LAN_AND_WLAN, {"eth0", "wlan0"});
+    BringUp("wlan0");
+    GiveAddress("wlan0");
+    if (keep)
+        WriteFile(KEEP_WIRELESS_FLAG, "");
+    CorviPeer corvi;
+
+    // The cable is in before wireless had its turn.
+    corvi.Tick(3);
+
+    QCOMPARE(IsLinkUp("wlan0"), keep);
+    QCOMPARE(HasAddress("wlan0"), keep);
+}
+
+void TestCorviLeftovers::strayWirelessThatStaysUpIsNotStoppedOnEveryTick()
+{
+    MakeMachine(LAN_AND_WLAN, {"eth0", "wlan0"});
+    BringUp("wlan0");
+    CorviPeer corvi;
+    corvi.Tick();
+    Answer("ifconfig", "exit 1");
+    Forget();
+
+    corvi.Tick(5);
+
+    QCOMPARE(JournalOf("ifconfig wlan0"), QStringList{"ifconfig wlan0 down"});
+}
+
+QTEST_GUILESS_MAIN(TestCorviLeftovers)
+#include "tst_corvi_leftovers.moc"
