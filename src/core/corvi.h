@@ -189,6 +189,9 @@ private:
     std::map<QString, RetryPause> leftoverPauses;
     /// Wireless interfaces, by name, that do not go down while a cable carries.
     std::map<QString, RetryPause> strayPauses;
+    bool isModemDown = false; ///< the modem in use was taken down for a cable, which is told once
+    RetryPause modemDownPause;
+    bool isCarrierHidden = false; ///< the record of another device stands where the carrier's belongs
     SegmentPlace segmentPlace;
     QByteArray lostRecord; ///< of a segment that was lost and is not there again yet
 

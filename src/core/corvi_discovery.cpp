@@ -155,13 +155,6 @@ void Corvi::AddDevice(const QString &interfaceName)
         device->StartDevice();
 }
 
-void Corvi::AdoptModem()
-{
-    modemStarted = false;
-    // The first by name, none where there is no modem.
-    modemDevice = devices.value(modemInterfaces.value(0));
-}
-
 void Corvi::LogDiscovery() const
 {
     Log(Level::TRACE) << "Corvi::FindAllInterfaces() -- interfaces" << allInterfaces;

@@ -38,6 +38,7 @@ void Corvi::BringModemUp()
         modem->StartDevice();
         modem->Connect();
         modemStarted = true;
+        isModemDown = false;
     }
     const bool wasConnected = modem->modemConnected;
     modem->UpdateConnectionStatus();
@@ -68,8 +69,30 @@ void Corvi::TakeModemDown()
     Modem *const modem = ModemInUse();
     if (!modem)
         return;
+    modem->RefreshStatus();
+    // Once for each time that it was up; again where it comes up behind our back, but not on every tick.
+    const auto now = RetryPause::Time::clock::now();
+    if (isModemDown && (!modem->isRunning || !modemDownPause.IsDue(now)))
+        return;
     modem->Disconnect();
     modem->Down();
     modemStarted = false;
+    isModemDown = true;
+    modemDownPause.NoteAttempt(now);
+    modem->RefreshStatus();
+    TakeAddressAway(modem);
     SendAssociationMessage(modem, false);
+    // Whoever reads on this event finds the modem's record; the next tick publishes the carrier's again.
+    isCarrierHidden = true;
+}
+
+/// A modem that a discovery adopts has all its attempts before it.
+void Corvi::AdoptModem()
+{
+    modemStarted = false;
+    isModemDown = false;
+    conn_counter = 0;
+    modemDownPause.Reset();
+    // The first by name, none where there is no modem.
+    modemDevice = devices.value(modemInterfaces.value(0));
 }
