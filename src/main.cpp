@@ -4,6 +4,7 @@
 #include "corvi.h"
 #include "logging.h"
 #include "processmemory.h"
+#include "storekeeping.h"
 #include "terminationsignals.h"
 
 #include <QCoreApplication>
@@ -31,6 +32,7 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     UseUtf8();
 
+    KeepStoreOverRestarts();
     // First: a reload that is asked for while the daemon starts must not end it.
     TerminationSignals signalSource(nullptr);
     Corvi corvi(nullptr);

@@ -68,7 +68,9 @@ bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t
     const auto closer = qScopeGuard([fd] { ::close(fd); });
     if (::fchmod(fd, mode) == 0 && WriteAll(fd, contents) && PutInPlace(temporary, QFile::encodeName(path)))
         return true;
+    const int reason = errno;
     ::unlink(temporary.constData());
+    errno = reason;
     return false;
 }
 

@@ -16,7 +16,8 @@ namespace SecureFile {
 
 /// Replaces the file by a new one of our own in a single step, so that a reader sees the old or the new
 /// contents and never a part. It has exactly `mode` before the first byte is written. Whatever others put at
-/// `path` is displaced, a link as such, a folder with all that is in it. False leaves everything as it was.
+/// `path` is displaced, a link as such, a folder with all that is in it. False leaves everything as it was,
+/// with the reason in errno.
 [[nodiscard]] bool Replace(const QString &path, const QByteArray &contents, mode_t mode);
 
 /// Removes whatever is at `path`, a link as such, a folder with all that is in it. The name is free at once;

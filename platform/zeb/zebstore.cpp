@@ -5,6 +5,7 @@
 
 #include "filetrust.h"
 #include "securefile.h"
+#include "zeblastgood.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <optional>
 
 #include <sys/stat.h>
 
@@ -59,6 +61,11 @@ bool IsFresh(const Stamp &stamp)
     return age >= 0 && age < CLOCK_TICK_NS;
 }
 
+void Warn(const QString &path, const QString &text)
+{
+    qCWarning(zebLog, "ZebStore::Section - %s: %s", qUtf8Printable(path), qUtf8Printable(text));
+}
+
 /// One section with its file: follows the file and keeps the last good contents.
 class CachedSection
 {
@@ -69,16 +76,17 @@ public:
     }
 
     const ZebDocument &Current();
+    /// From now on the contents outlive the process in this file, and begin with what is there.
+    void KeepLastGood(const QString &path) { lastGood.emplace(path); }
 
 private:
+    void Restore();
     void Reload();
     void Take(const QByteArray &contents);
     void ReportUnreadable(const QString &reason);
-    void Refuse(const QString &reason);
-    void Warn(const QString &text) const
-    {
-        qCWarning(zebLog, "ZebStore::Section - %s: %s", nativePath.constData(), qUtf8Printable(text));
-    }
+    void Refuse(const QString &reason) const;
+    QString WhatIsInForce() const;
+    void Keep();
 
     const QString filePath;
     const QByteArray nativePath;
@@ -88,10 +96,16 @@ private:
     QByteArray digest;  ///< of the contents that were last looked at, good or bad
     bool hasGoodContents = false;
     ZebDocument document;
+    std::optional<ZebLastGood> lastGood;
+    bool isLookedFor = false; ///< what an earlier process kept
+    bool isRestored = false;
+    bool isKeepingToldOf = false;
 };
 
 const ZebDocument &CachedSection::Current()
 {
+    if (lastGood && !isLookedFor)
+        Restore();
     struct stat info = {};
     if (::stat(nativePath.constData(), &info) != 0) {
         ReportUnreadable(QString::fromLocal8Bit(std::strerror(errno)));
@@ -100,6 +114,15 @@ const ZebDocument &CachedSection::Current()
     if (mayChangeUnseen || !(stamp == StampOf(info)))
         Reload();
     return document;
+}
+
+void CachedSection::Restore()
+{
+    isLookedFor = true;
+    QString problem;
+    isRestored = lastGood->Restore(document, problem);
+    if (!problem.isEmpty())
+        Warn(lastGood->Path(), problem + QStringLiteral("; it is not used"));
 }
 
 /// Told once. The file is tried again at each call, as the reason may go without a change of the file: no
@@ -115,10 +138,18 @@ void CachedSection::ReportUnreadable(const QString &reason)
     Refuse(reason);
 }
 
-void CachedSection::Refuse(const QString &reason)
+void CachedSection::Refuse(const QString &reason) const
 {
-    Warn(reason + (hasGoodContents ? QStringLiteral("; what was read before stays in force")
-                                   : QStringLiteral("; nothing is configured")));
+    Warn(filePath, reason + QStringLiteral("; ") + WhatIsInForce());
+}
+
+QString CachedSection::WhatIsInForce() const
+{
+    if (hasGoodContents)
+        return QStringLiteral("what was read before stays in force");
+    if (isRestored)
+        return QStringLiteral("the last good version is in force, kept in ") + lastGood->Path();
+    return QStringLiteral("nothing is configured");
 }
 
 void CachedSection::Reload()
@@ -153,11 +184,30 @@ void CachedSection::Take(const QByteArray &contents)
     }
     parsed.KeepLastGood(document, problems);
     for (const ZebProblem &problem : problems.mid(0, PROBLEM_LIMIT))
-        Warn(problem.Text());
+        Warn(filePath, problem.Text());
     if (problems.size() > PROBLEM_LIMIT)
-        Warn(QStringLiteral("%1 more problems").arg(problems.size() - PROBLEM_LIMIT));
+        Warn(filePath, QStringLiteral("%1 more problems").arg(problems.size() - PROBLEM_LIMIT));
     document = parsed;
     hasGoodContents = true;
+    Keep();
+}
+
+/// What keeps it from being written is told once: it may last as long as the device.
+void CachedSection::Keep()
+{
+    const QString problem = lastGood ? lastGood->Keep(document) : QString();
+    if (!problem.isEmpty() && !isKeepingToldOf)
+        Warn(lastGood->Path(), problem + QStringLiteral("; what is in force does not outlive a restart"));
+    isKeepingToldOf = !problem.isEmpty();
+}
+
+CachedSection &SectionOf(const QString &path)
+{
+    static std::map<QString, std::unique_ptr<CachedSection>> sections;
+    std::unique_ptr<CachedSection> &section = sections[path];
+    if (!section)
+        section = std::make_unique<CachedSection>(path);
+    return *section;
 }
 
 } // namespace
@@ -166,9 +216,10 @@ const QString ZebStore::NETWORK_SECTION = QStringLiteral("user/hardware/networkc
 
 const ZebDocument &ZebStore::Section(const QString &path)
 {
-    static std::map<QString, std::unique_ptr<CachedSection>> sections;
-    std::unique_ptr<CachedSection> &section = sections[path];
-    if (!section)
-        section = std::make_unique<CachedSection>(path);
-    return section->Current();
+    return SectionOf(path).Current();
+}
+
+void ZebStore::KeepLastGood(const QString &path)
+{
+    SectionOf(NETWORK_SECTION).KeepLastGood(path);
 }

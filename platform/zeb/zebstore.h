@@ -20,4 +20,7 @@ extern const QString NETWORK_SECTION;
 /// The last good contents of a section, read again first if its file has changed. Valid until the next call.
 const ZebDocument &Section(const QString &path);
 
+/// See ZebXmlConfig::KeepLastGood().
+void KeepLastGood(const QString &path);
+
 } // namespace ZebStore

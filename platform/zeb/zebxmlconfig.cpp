@@ -16,3 +16,8 @@ QString ZebXmlConfig::GetConfig(const QString &path, const QString &key, bool /*
     const ZebDocument &section = ZebStore::Section(ZebStore::NETWORK_SECTION);
     return section.networks.value(path.mid(networkPrefix.size())).properties.value(key, defaultValue);
 }
+
+void ZebXmlConfig::KeepLastGood(const QString &filePath)
+{
+    ZebStore::KeepLastGood(filePath);
+}

@@ -16,4 +16,9 @@ public:
     /// false.
     QString GetConfig(const QString &path, const QString &key, bool reserved1, const QString &defaultValue,
                       bool reserved2);
+
+    /// From now on what is in force of the networks' section is kept in this file, an absolute path, for its
+    /// owner alone. It begins with what an earlier process kept there, and stays with it as long as the
+    /// section cannot be read. To be called before anything is read, by one program for each file.
+    static void KeepLastGood(const QString &filePath);
 };

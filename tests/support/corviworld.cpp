@@ -110,9 +110,9 @@ void StartFromNothing()
     ClearAnswers();
     RemoveInterfaces();
     RemoveStore();
-    for (const QString &path :
-         {DEBUG_FLAG, KILL_FLAG, RELOAD_FLAG, REFRESH_FLAG, KEEP_WIRELESS_FLAG, DHCP_EVENT, SUPPLICANT_FILE,
-          QStringLiteral("/tmp/corvin"), QStringLiteral("/tmp/dhclient.log")})
+    for (const QString &path : {DEBUG_FLAG, KILL_FLAG, RELOAD_FLAG, REFRESH_FLAG, KEEP_WIRELESS_FLAG,
+                                DHCP_EVENT, SUPPLICANT_FILE, QStringLiteral("/tmp/corvin"),
+                                QStringLiteral("/tmp/dhclient.log"), QStringLiteral("/var/lib/corvi")})
         Remove(path);
     WriteFile(DHCLIENT_CONF, "# present\n");
     UseWorkingTools();

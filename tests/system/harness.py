@@ -469,7 +469,8 @@ class SystemTest(unittest.TestCase):
             if path.is_dir() and not path.is_symlink():
                 shutil.rmtree(path)
             path.unlink(missing_ok=True)
-        shutil.rmtree("/tmp/config", ignore_errors=True)
+        for folder in ("/tmp/config", "/var/lib/corvi"):
+            shutil.rmtree(folder, ignore_errors=True)
         for left in [*Path("/var/lib/dhcp").glob("*"), *Path("/run").glob("corvi-mtu-before.*")]:
             left.unlink()
         RESOLV_CONF.write_text("")

@@ -1,0 +1,6 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "storekeeping.h"
+
+void KeepStoreOverRestarts() {}
