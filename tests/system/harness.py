@@ -353,10 +353,10 @@ class Daemon:
         return self.process.wait(timeout)
 
     def rescan(self):
-        """Drops the reload file and waits for the rescan."""
-        before = read(LOG).count("Corvi::Loop Force Rescan")
+        """Drops the reload file and waits for the rescan to begin, which the log does not tell each time."""
         touch(RELOAD_FLAG)
-        self.wait_logged("Corvi::Loop Force Rescan", count=before + 1, timeout=45)
+        wait_for("reload file taken", lambda: not RELOAD_FLAG.exists() or not self.runs(), 45)
+        self.assert_runs()
 
     def stop(self):
         if self.runs():
