@@ -208,12 +208,14 @@ void Corvi::WarnOfOtherManagers()
 void Corvi::SetUpNetworks()
 {
     rescanReport.Over(); // Only one that follows another at once is no news.
-    if (WiredNetworkSetup()) {
+    const bool isWiredConnected = WiredNetworkSetup();
+    if (isWiredConnected) {
         SetUpBelowWired();
-        return;
+    } else {
+        Log(Level::VERBOSE) << "Wired not connected";
+        SetUpWithoutWired();
     }
-    Log(Level::VERBOSE) << "Wired not connected";
-    SetUpWithoutWired();
+    KeepCarrierConfigured(isWiredConnected);
 }
 
 // The tests for the number of modem names differ below (two, one, two); they are meant to.

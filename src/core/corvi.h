@@ -38,6 +38,7 @@ class WpaSuppThread;
 /// corvi_wireless.cpp    the wireless network
 /// corvi_modem.cpp       the modem's network
 /// corvi_supplicant.cpp  the supplicant: its file, (re)starting it, what it signals
+/// corvi_carrier.cpp     the device that carries the traffic is the one that was configured last
 /// corvi_dhcp.cpp        further attempts to get an address, what the DHCP client's hook reports
 /// corvi_leftovers.cpp   addresses that a device must not keep
 /// corvi_segment.cpp     the segment that others read the status from
@@ -184,6 +185,7 @@ private:
     bool modemStarted = false; ///< the modem in use was started and told to connect
     RetryPause wiredRetry;     ///< of the wired device's DHCP attempts; a new link or device begins it anew
     RetryPause wirelessRetry;  ///< of the wireless device's DHCP attempts
+    QString lastConfigured;    ///< the interface that has the default route; stays over a rescan
     const ServiceManager serviceManager; ///< is told of the start and each tick
     /// Addresses, by interface, that could not be taken away yet.
     std::map<QString, RetryPause> leftoverPauses;
@@ -206,6 +208,7 @@ private:
     ReportOnce restartReport;
     ReportOnce modemReport;
     ReportOnce confFileReport;
+    ReportOnce carrierReport;
     ReportOnce retryReport;
     ReportOnce addressReport;
     ReportOnce bounceReport;
@@ -285,6 +288,13 @@ private:
     bool OpenSegment();
     bool PutRecord(const QByteArray &record);
     void KeepSegmentFound();
+
+    // The carrier
+    /// Every configuration of a device but a modem's goes through here.
+    void Configure(NetworkDevice *d);
+    void ConfigureModem(Modem *modem);
+    NetworkDevice *Carrier(bool isWiredConnected) const;
+    void KeepCarrierConfigured(bool isWiredConnected);
 
     // DHCP
     /// Configures a device again that carries, is set to DHCP and has no address, after growing pauses.

@@ -32,7 +32,7 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
     if (!pause.IsDue(RetryPause::Time::clock::now()))
         return;
     LogOnce(retryReport, d->name) << "Corvi::RetryDhcp - no address, trying again on" << d->name;
-    d->ConfigureNetwork(true);
+    Configure(d);
     pause.NoteAttempt(RetryPause::Time::clock::now());
 }
 

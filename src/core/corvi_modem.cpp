@@ -45,9 +45,7 @@ void Corvi::BringModemUp()
     if (modem->modemConnected != wasConnected) {
         // Said and sent on every change, also when the connection was lost.
         LogOnce(modemReport, QString::number(modem->modemConnected)) << "modem connected";
-        modem->ConfigureIFace();
-        modem->RefreshStatus();
-        SendAssociationMessage(modem, true);
+        ConfigureModem(modem);
     }
     if (!modem->isUp)
         modem->StartDevice();

@@ -117,7 +117,7 @@ void Corvi::onAssociatedChanged(bool state)
         SendAssociationMessage(wirelessDevice, state);
         if (!state)
             return;
-        wirelessDevice->ConfigureNetwork(true);
+        Configure(wirelessDevice);
         Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("on_wifi_assoc")},
                        false);
         Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("qwebauth")}, false);
@@ -128,7 +128,7 @@ void Corvi::onAssociatedChanged(bool state)
         Log(Level::TRACE) << "Wireless device not defined";
         SendAssociationMessage(wiredDevice, state);
         if (state)
-            wiredDevice->ConfigureNetwork(true);
+            Configure(wiredDevice);
     } else {
         Log(Level::TRACE) << "Wireless and Wired devices not defined";
     }

@@ -150,7 +150,7 @@ void Corvi::WaitForAuthentication(NetworkDevice *d)
         d->inFallback = true;
         supThread->Stop(WpaSuppThread::STOP_FALLBACK);
         // This clears the flag just set: an unsecured attempt now, authentication again afterwards.
-        d->ConfigureNetwork(true);
+        Configure(d);
         break;
     }
 }
@@ -190,7 +190,7 @@ void Corvi::onWiredStateChange(bool state)
         SendAssociationMessage(wiredDevice, state);
         if (state) {
             Log(Level::TRACE) << "Configure Wired Network";
-            wiredDevice->ConfigureNetwork(true);
+            Configure(wiredDevice);
             Log(Level::TRACE) << "Configure Wired Network Complete";
         } else {
             wiredDevice->FlushIpAddress();

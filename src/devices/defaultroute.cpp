@@ -15,7 +15,7 @@
 namespace {
 
 const QString ROUTES = QStringLiteral("/proc/net/route");
-const QByteArray ANY = QByteArrayLiteral("00000000");
+const QByteArray EVERY_ADDRESS = QByteArrayLiteral("00000000");
 
 /// The columns of the table, apart by tabs.
 enum Column { IFACE, DESTINATION, GATEWAY, FLAGS, REF_COUNT, USE, METRIC, MASK, COLUMNS };
@@ -40,7 +40,7 @@ QVector<DefaultRoute> ReadDefaultRoutes()
     const QList<QByteArray> lines = table.readAll().split('\n');
     for (const QByteArray &line : lines) {
         const QList<QByteArray> columns = line.split('\t');
-        if (columns.size() < COLUMNS || columns.at(DESTINATION) != ANY || columns.at(MASK) != ANY)
+        if (columns.size() < COLUMNS || columns.at(MASK) != EVERY_ADDRESS)
             continue;
         routes.append({QFile::decodeName(columns.at(IFACE)), AddressText(columns.at(GATEWAY)),
                        columns.at(METRIC).toInt()});

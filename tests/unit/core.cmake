@@ -4,6 +4,7 @@
 corvi_add_unit_test(tst_corvi_adapters LIBS corviworld)
 corvi_add_unit_test(tst_corvi_bonding LIBS corviworld)
 corvi_add_unit_test(tst_corvi_bounce LIBS corviworld)
+corvi_add_unit_test(tst_corvi_carrier LIBS corviworld)
 corvi_add_unit_test(tst_corvi_dhcp LIBS corviworld)
 corvi_add_unit_test(tst_corvi_discovery LIBS corviworld)
 corvi_add_unit_test(tst_corvi_leftovers LIBS corviworld)

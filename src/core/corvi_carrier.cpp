@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvi.h"
+
+#include "logging.h"
+#include "modem.h"
+#include "networkdevice.h"
+
+// The device that was configured last has the default route, the name servers and the only DHCP client, as
+// each configuration takes them from the others. So when the better carrier goes, the next one that has been
+// there all along must be configured anew: a modem with a single name, or a radio that is kept up, which
+// nothing else would remind. And a radio that is configured behind a better carrier must give back what it
+// took.
+
+void Corvi::Configure(NetworkDevice *d)
+{
+    d->ConfigureNetwork(true);
+    lastConfigured = d->name;
+}
+
+void Corvi::ConfigureModem(Modem *modem)
+{
+    modem->ConfigureIFace();
+    lastConfigured = modem->name;
+    modem->RefreshStatus();
+    SendAssociationMessage(modem, true);
+}
+
+/// The device that the traffic is to go through: wired before modem before wireless. Null where it is not
+/// ready to be configured.
+NetworkDevice *Corvi::Carrier(bool isWiredConnected) const
+{
+    if (isWiredConnected)
+        return IsAwaitingAuthentication(wiredDevice) ? nullptr : wiredDevice;
+    const Modem *const modem = ModemInUse();
+    if (modem && modem->modemConnected && modem->isRunning)
+        return modemDevice;
+    const bool hasWireless =
+        wirelessDevice && wirelessDevice->isRunning && !IsAwaitingAuthentication(wirelessDevice);
+    return hasWireless ? wirelessDevice : nullptr;
+}
+
+void Corvi::KeepCarrierConfigured(bool isWiredConnected)
+{
+    NetworkDevice *const carrier = Carrier(isWiredConnected);
+    if (!carrier || lastConfigured.isEmpty() || carrier->name == lastConfigured)
+        return;
+    LogOnce(carrierReport, carrier->name)
+        << "Corvi::KeepCarrierConfigured -" << carrier->name << "takes over from" << lastConfigured;
+    if (carrier == modemDevice)
+        ConfigureModem(ModemInUse());
+    else
+        Configure(carrier);
+}
