@@ -26,6 +26,7 @@ constexpr std::chrono::milliseconds SEGMENT_PAUSE{125};
 
 void Corvi::InitSharedMemory()
 {
+    // The lines that say "Corvi::run" name an operation that there is not: kept as they are.
     Log(Level::TRACE) << "Corvi::InitSharedMemory";
     eventSocket = std::make_unique<QLocalSocket>();
     shm.setKey(ZebNetStatus::SEGMENT_KEY);

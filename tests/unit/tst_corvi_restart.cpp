@@ -15,7 +15,10 @@ private Q_SLOTS:
     void init();
 
     void thirdCallStartsTheSupplicant();
+    void reloadAuthenticatesAgain();
     void wirelessStartsTheSupplicantAfterTheHoldOff();
+    void supplicantThatCannotStartIsToldOfOnce_data();
+    void supplicantThatCannotStartIsToldOfOnce();
 };
 
 void TestCorviRestart::init()
@@ -25,7 +28,8 @@ void TestCorviRestart::init()
 
 void TestCorviRestart::thirdCallStartsTheSupplicant()
 {
-    MakeMachine(LAN_8021X, {"eth0"});
+    // A Wi-Fi network beside it stays out of the file.
+    MakeMachine(WLAN_AND_8021X, {"eth0", "wlan0"});
     EventListener listener;
     CorviPeer corvi(SET_UP);
     NetworkDevice *const device = corvi.Device("eth0");
@@ -52,11 +56,33 @@ void TestCorviRestart::thirdCallStartsTheSupplicant()
         QStringList{
             "wpa_supplicant -B '' -ieth0 -Dwired -c/tmp/wpa_supplicant.conf -f/var/log/wpa_supplicant.log"});
     QVERIFY(ReadFile(SUPPLICANT_FILE).contains("IEEE8021X"));
+    QVERIFY(!ReadFile(SUPPLICANT_FILE).contains("Office"));
     QVERIFY(!corvi.IsReconfigureWanted());
     QCOMPARE(device->authWaitTicks, 0);
     QVERIFY(!device->inFallback);
     // The supervisor reports the association that the stop ended.
     QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
+    QCOMPARE(corvi.HoldOff(), 0);
+
+    corvi.Tick(2);
+    QCOMPARE(corvi.HoldOff(), 0);
+}
+
+void TestCorviRestart::reloadAuthenticatesAgain()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(ASSOCIATED);
+    WriteFile(DEBUG_FLAG, "");
+    WriteFile(RELOAD_FLAG, "");
+    Forget();
+
+    corvi.Tick(2);
+    QCOMPARE(LogLines().filter("WpaSuppThread::Stop").value(0), QString("WpaSuppThread::Stop 6 true 1"));
+    // As the supervisor's next tick does it.
+    Supervisor::Set(GONE);
+    corvi.Tick(3);
+
+    QCOMPARE(JournalOf("wpa_supplicant").size(), 1);
 }
 
 void TestCorviRestart::wirelessStartsTheSupplicantAfterTheHoldOff()
@@ -81,6 +107,38 @@ void TestCorviRestart::wirelessStartsTheSupplicantAfterTheHoldOff()
     // It is on its way: nothing is started again.
     corvi.Tick(3);
     QCOMPARE(JournalOf("wpa_supplicant").size(), 1);
+}
+
+void TestCorviRestart::supplicantThatCannotStartIsToldOfOnce_data()
+{
+    QTest::addColumn<bool>("isInstalled");
+    QTest::newRow("not installed") << false;
+    QTest::newRow("refuses the driver") << true;
+}
+
+void TestCorviRestart::supplicantThatCannotStartIsToldOfOnce()
+{
+    QFETCH(bool, isInstalled);
+    if (isInstalled)
+        Answer("wpa_supplicant", "echo 'wlan0: Unsupported driver' >&2; exit 255");
+    else
+        RemoveProgram("wpa_supplicant");
+    MakeMachine(WLAN, {"wlan0"});
+    PullCable("wlan0");
+    CorviPeer corvi;
+    // Up to the first start, which is over when the tick returns.
+    corvi.Tick(6);
+    ClearLog();
+
+    for (int tick = 0; tick < 60; ++tick) {
+        WpaSuppThread::GetInstance()->MyTimerTimeout();
+        corvi.Tick();
+    }
+
+    QCOMPARE(Logging::CurrentLevel(), 2);
+    const QStringList lines = LogLines();
+    // A few for each start, of which there are two at the most in this time; none on every tick.
+    QVERIFY2(!lines.isEmpty() && lines.size() <= 4, qPrintable(lines.join('\n')));
 }
 
 QTEST_GUILESS_MAIN(TestCorviRestart)
