@@ -49,8 +49,8 @@ QString HashedKey(const QString &ssid, const QString &passphrase)
 {
     // By a digest: no passphrase stays in memory for this.
     static QHash<QByteArray, QString> keys;
-    const QByteArray id =
-        QCryptographicHash::hash(ssid.toUtf8() + '\0' + passphrase.toUtf8(), QCryptographicHash::Sha256);
+    const QByteArray id = QCryptographicHash::hash(QByteArray(ssid.toUtf8() + '\0' + passphrase.toUtf8()),
+                                                   QCryptographicHash::Sha256);
     const auto found = keys.constFind(id);
     if (found != keys.constEnd())
         return *found;

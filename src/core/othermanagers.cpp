@@ -42,7 +42,7 @@ bool IfupdownHas(const QString &interfaceName)
 {
     const QList<QByteArray> lines = Read(QStringLiteral("/run/network/ifstate")).split('\n');
     return std::any_of(lines.cbegin(), lines.cend(), [&](const QByteArray &line) {
-        return line.startsWith(interfaceName.toLatin1() + '=');
+        return line.startsWith(QByteArray(interfaceName.toLatin1() + '='));
     });
 }
 

@@ -55,6 +55,7 @@ QStringList Utils::ExecuteMerged(const QString &program, const QStringList &argu
     Program process;
     SetEnvironment(process);
     process.setProcessChannelMode(QProcess::MergedChannels);
+    process.setStandardErrorFile(QString()); // Or Qt 6 complains of two ways for one channel.
     process.start(program, arguments, QIODevice::ReadWrite);
     process.WaitForEnd(timeoutMs);
     return GetResults(&process);

@@ -298,8 +298,9 @@ void TestCorviModem::takeDownIsToldWhenItIsDone()
     corvi.ModemNetworkSetup(true, false);
 
     const QStringList lines = LogLines();
-    const QVector<int> places{lines.indexOf("modem-tool.sh disconnect"), lines.indexOf("ifconfig wwan0 down"),
-                              lines.indexOf("SendEvent()  Start")};
+    const QVector<qsizetype> places{lines.indexOf("modem-tool.sh disconnect"),
+                                    lines.indexOf("ifconfig wwan0 down"),
+                                    lines.indexOf("SendEvent()  Start")};
     QVERIFY2(places.at(0) != -1 && places.at(0) < places.at(1) && places.at(1) < places.at(2),
              qPrintable(lines.join('\n')));
 }

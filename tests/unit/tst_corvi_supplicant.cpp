@@ -283,8 +283,8 @@ void TestCorviSupplicant::fileHoldsEveryNetworkOfADevice()
     corvi.UpdateWpaConfFile(QString());
 
     const QByteArray file = SupplicantFile();
-    const QVector<int> places{file.indexOf("IEEE8021X"), file.indexOf("ssid=\"A\""),
-                              file.indexOf("ssid=\"B\"")};
+    const QVector<qsizetype> places{file.indexOf("IEEE8021X"), file.indexOf("ssid=\"A\""),
+                                    file.indexOf("ssid=\"B\"")};
     QVERIFY2(places.at(0) != -1 && places.at(0) < places.at(1) && places.at(1) < places.at(2),
              file.constData());
 }
@@ -366,7 +366,8 @@ void TestCorviSupplicant::associationConfiguresWireless()
     QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, DHCP_STARTED, ADDRESS_PRESENT}));
     QCOMPARE(OwnLines(), QStringList({"Corvi::onAssociatedChanged(bool state) 1",
                                       "Corvi::onAssociatedChanged start on_wifi_assoc"}));
-    QVERIFY(WaitForJournal(Journal().size() + (JournalOf("on_wifi_assoc").isEmpty() ? 1 : 0)));
+    QVERIFY(
+        WaitForJournal(static_cast<int>(Journal().size()) + (JournalOf("on_wifi_assoc").isEmpty() ? 1 : 0)));
     const QStringList journal = Journal();
     QCOMPARE(journal.mid(journal.size() - 3),
              QStringList({"killall -9 on_wifi_assoc", "killall -9 qwebauth", "on_wifi_assoc"}));

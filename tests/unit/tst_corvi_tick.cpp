@@ -269,8 +269,8 @@ void TestCorviTick::wiredTakesWirelessDown()
     corvi.Tick();
 
     const QStringList lines = LogLines();
-    const int calling = lines.indexOf("Calling WirelessNetworkSetup 2");
-    const int called = lines.indexOf("Called WirelessNetworkSetup 2");
+    const auto calling = lines.indexOf("Calling WirelessNetworkSetup 2");
+    const auto called = lines.indexOf("Called WirelessNetworkSetup 2");
     QVERIFY(calling != -1);
     QVERIFY(lines.indexOf("Corvi::Loop:: Stopping wireless device") > calling);
     QVERIFY(called > lines.indexOf("Corvi::Loop:: Stopping wireless device"));
@@ -418,7 +418,7 @@ void TestCorviTick::modemThatIsReadyIsCalledLast()
     QCOMPARE(LogCount("Calling ModemNetworkSetup 2"), int(isCalled));
     QCOMPARE(LogCount("Called ModemNetworkSetup 2"), int(isCalled));
     // The readiness is asked for last; a modem in use is asked whether it is connected.
-    QTEST(JournalOf("modem-tool.sh status").size(), "questions");
+    QTEST(static_cast<int>(JournalOf("modem-tool.sh status").size()), "questions");
 }
 
 QTEST_GUILESS_MAIN(TestCorviTick)

@@ -97,7 +97,7 @@ void TestCorviUpkeep::linkThatIsTakenDownAgainAndAgainWaits()
         corvi.Device("eth0")->RefreshStatus(); // As the poll between two ticks does.
     }
 
-    const int attempts = JournalOf("ifconfig eth0 up").size();
+    const auto attempts = JournalOf("ifconfig eth0 up").size();
     QVERIFY2(attempts >= 2 && attempts <= 4, qPrintable(QString::number(attempts)));
 }
 

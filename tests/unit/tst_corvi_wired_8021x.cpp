@@ -236,7 +236,7 @@ void TestCorviWired8021x::fallbackIsForcedAfterSixtyTicks()
     corvi.Tick();
 
     const QStringList lines = LogLines();
-    const int decision = lines.indexOf("Corvi::WiredNetworkSetup:: Wired 802.1x Fallback eth0");
+    const auto decision = lines.indexOf("Corvi::WiredNetworkSetup:: Wired 802.1x Fallback eth0");
     QVERIFY(decision != -1);
     QCOMPARE(lines.at(decision + 1), QString("WpaSuppThread::Stop 5 true 1"));
     QCOMPARE(lines.at(decision + 2), QString("NetworkDevice::ConfigureNetwork -- start  eth0"));

@@ -16,7 +16,7 @@ namespace {
 /// The inputs that a pattern of '0', '1' and '-' (either) stands for, one character an input.
 QStringList Expand(const QString &pattern)
 {
-    const int either = pattern.indexOf('-');
+    const auto either = pattern.indexOf('-');
     if (either == -1)
         return {pattern};
     QString off = pattern;

@@ -231,7 +231,7 @@ void TestWpaSuppThreadFaults::tellsALastingFaultOnce()
     for (int i = 0; i < 100; ++i)
         round(*supervisor);
 
-    const int lines = TestSupport::LogText().count(QLatin1Char('\n'));
+    const auto lines = TestSupport::LogText().count(QLatin1Char('\n'));
     QVERIFY2(lines >= 1 && lines <= 14, qPrintable(TestSupport::LogText()));
 }
 
