@@ -64,7 +64,7 @@ QString TrustProblem(const QString &path)
         struct stat info = {};
         if (::lstat(next.constData(), &info) != 0)
             return QString();
-        const QString problem = ProblemOf(next, info);
+        QString problem = ProblemOf(next, info);
         if (!problem.isEmpty())
             return problem;
         if (!S_ISLNK(info.st_mode)) {

@@ -53,9 +53,9 @@ QString SupplicantValues::TextProblem(const QString &text)
 
 QString SupplicantValues::LineProblem(const QString &key, const QString &value)
 {
-    if (const QString problem = TextProblem(value); !problem.isEmpty())
+    if (QString problem = TextProblem(value); !problem.isEmpty())
         return problem;
-    if (const QString problem = CommentProblem(value); !problem.isEmpty())
+    if (QString problem = CommentProblem(value); !problem.isEmpty())
         return problem;
     const QString line = QLatin1Char('\t') + key + QLatin1Char('=') + value;
     return line.toUtf8().size() <= LINE_LIMIT ? QString() : QStringLiteral("is too long");
@@ -100,7 +100,7 @@ QString SupplicantValues::PskProblem(const QString &value)
 
 QString SupplicantValues::WepKeyProblem(const QString &value)
 {
-    if (const QString problem = CommentProblem(value); !problem.isEmpty())
+    if (QString problem = CommentProblem(value); !problem.isEmpty())
         return problem;
     const qsizetype length = WepKeyLength(value);
     if (value.isEmpty() || length == 5 || length == 13 || length == 16)

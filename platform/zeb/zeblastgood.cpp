@@ -50,7 +50,7 @@ QString ZebLastGood::Keep(const ZebDocument &document)
     const QString folder = QFileInfo(filePath).path();
     if (::mkdir(QFile::encodeName(folder).constData(), 0700) != 0 && errno != EEXIST)
         return QString::fromLocal8Bit(std::strerror(errno));
-    const QString problem = TrustProblem(folder);
+    QString problem = TrustProblem(folder);
     if (!problem.isEmpty())
         return problem;
     if (!SecureFile::Replace(filePath, xml, 0600))

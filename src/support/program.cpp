@@ -21,7 +21,7 @@ namespace {
 constexpr std::chrono::milliseconds KILL_TIME_LIMIT{1000};
 
 /// Many times what any tool prints that we run.
-constexpr qint64 OUTPUT_LIMIT = 16 * 1024 * 1024;
+constexpr qint64 OUTPUT_LIMIT = qint64{16} * 1024 * 1024;
 
 Q_LOGGING_CATEGORY(programLog, "corvi.program")
 
@@ -34,7 +34,8 @@ void TellFault(const QString &program, const QString &fault)
     const std::lock_guard<std::mutex> lock(faultReportsMutex);
     const auto telling = faultReports[program][fault].Tell(fault, ReportOnce::Time::clock::now());
     if (telling.level == Level::NOTICE)
-        qCWarning(programLog).noquote() << program << fault << telling.Summary();
+        qCWarning(programLog, "%s %s %s", qUtf8Printable(program), qUtf8Printable(fault),
+                  qUtf8Printable(telling.Summary()));
 }
 
 void ForgetFaults(const QString &program)
