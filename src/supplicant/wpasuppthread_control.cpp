@@ -55,7 +55,7 @@ bool WpaSuppThread::IsControlOpen() const
 
 QString WpaSuppThread::SendCommand(const QString &command)
 {
-    const QString reply = control ? control->SendCommand(command) : WpaSupplicantControl::ERROR_PREFIX;
+    QString reply = control ? control->SendCommand(command) : WpaSupplicantControl::ERROR_PREFIX;
     if (!reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
         silentTicks = 0;
     return reply;
