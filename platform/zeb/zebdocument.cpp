@@ -5,6 +5,7 @@
 
 #include "zebcheck.h"
 
+#include <QRegularExpression>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
@@ -187,6 +188,14 @@ void FindRoot(QXmlStreamReader &xml)
     }
 }
 
+/// Why the text is not well-formed, without the names that it holds: an unescaped "&" in a password makes an
+/// entity's name of what follows.
+QString ErrorWithoutNames(const QXmlStreamReader &xml)
+{
+    static const QRegularExpression name(QStringLiteral("'[^'<>&]*'"));
+    return xml.errorString().replace(name, QStringLiteral("'...'"));
+}
+
 void WriteNetwork(QXmlStreamWriter &xml, const ZebNetwork &network)
 {
     xml.writeStartElement(QStringLiteral("network"));
@@ -226,7 +235,7 @@ bool ZebDocument::Parse(const QByteArray &bytes, ZebProblems &problems)
         xml.readNext();
     CheckSettings(read, problems);
     settings = read.values;
-    return !xml.hasError() || refuse({xml.lineNumber(), xml.columnNumber()}, xml.errorString());
+    return !xml.hasError() || refuse({xml.lineNumber(), xml.columnNumber()}, ErrorWithoutNames(xml));
 }
 
 void ZebDocument::KeepLastGood(const ZebDocument &earlier, ZebProblems &problems)

@@ -21,6 +21,8 @@ class TestZebDocument : public QObject
 private Q_SLOTS:
     void malformedTextIsRefused_data();
     void malformedTextIsRefused();
+    void malformedTextIsNotQuoted_data();
+    void malformedTextIsNotQuoted();
     void longDocumentIsTaken();
     void rootMayHaveAnyName();
     void fewOddElementsAreLeftOut_data();
@@ -53,7 +55,7 @@ void TestZebDocument::malformedTextIsRefused_data()
     QTest::newRow("text after the root") << QByteArray("<c></c>x") << "line 1, column 8: Extra content";
     QTest::newRow("not UTF-8") << QByteArray("<c><a>\xff\xfe</a></c>") << "incorrectly encoded";
     QTest::newRow("binary zeros") << QByteArray(100, '\0') << "line 1";
-    QTest::newRow("unknown entity") << QByteArray("<c><a>&secret;</a></c>") << "Entity 'secret' not declared";
+    QTest::newRow("unknown entity") << QByteArray("<c><a>&secret;</a></c>") << "Entity '...' not declared";
     QTest::newRow("control character") << QByteArray("<c><a>&#1;</a></c>") << "line 1, column";
     QTest::newRow("entity bomb")
         << QByteArray(
@@ -85,6 +87,30 @@ void TestZebDocument::malformedTextIsRefused()
     QCOMPARE(result.problems.constLast().consequence, ZebConsequence::DocumentRefused);
     const QString text = result.problems.constLast().Text();
     QVERIFY2(text.contains(reason), qPrintable(text));
+}
+
+void TestZebDocument::malformedTextIsNotQuoted_data()
+{
+    QTest::addColumn<QByteArray>("password");
+    QTest::newRow("ampersand") << QByteArray("Tom&secret;7");
+    QTest::newRow("ampersand without an end") << QByteArray("Tom&secret");
+    QTest::newRow("less than") << QByteArray("Tom<secret>");
+    QTest::newRow("attribute twice") << QByteArray("a<b secret='' secret=''/>");
+    QTest::newRow("prefix") << QByteArray("a<secret:b/>");
+    QTest::newRow("prefix of an attribute") << QByteArray("a<b secret:c=''/>");
+    QTest::newRow("processing instruction") << QByteArray("a<?xml secret?>");
+    QTest::newRow("end of another tag") << QByteArray("a</secret>");
+}
+
+void TestZebDocument::malformedTextIsNotQuoted()
+{
+    QFETCH(QByteArray, password);
+
+    const ParsedSection result("<c><network><password>" + password + "</password></network></c>");
+
+    QVERIFY(!result.isWellFormed);
+    const QString texts = result.Texts().join('\n');
+    QVERIFY2(!texts.contains("secret"), qPrintable(texts));
 }
 
 void TestZebDocument::longDocumentIsTaken()
