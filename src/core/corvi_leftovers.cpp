@@ -27,7 +27,8 @@ void Corvi::ClearUpWired(const NetworkDevice *chosen)
 }
 
 /// With the address goes all that hangs on it: the routes, and the client that would set it again. Where that
-/// fails it is tried again, but not by a program on every tick.
+/// fails it is tried again, but not by a program on every tick. Only a failure begins a pause: a cable that
+/// is moved to and fro between two ports leaves an address behind each time.
 void Corvi::TakeAddressAway(NetworkDevice *d)
 {
     if (d->ipAddress.isEmpty()) {
@@ -42,5 +43,8 @@ void Corvi::TakeAddressAway(NetworkDevice *d)
         << "Corvi::TakeAddressAway - not in use, loses its address:" << d->name << d->ipAddress;
     d->FlushIpAddress();
     d->RefreshStatus();
-    leftoverPauses[d->name].NoteAttempt(now);
+    if (d->ipAddress.isEmpty())
+        leftoverPauses.erase(d->name);
+    else
+        leftoverPauses[d->name].NoteAttempt(now);
 }

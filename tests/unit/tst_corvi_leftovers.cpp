@@ -52,6 +52,7 @@ private Q_SLOTS:
 
     void deviceThatIsLeftLosesItsAddress();
     void cableMovedBetweenTwoLooksLeavesNothing();
+    void cableMovedToAndFroLeavesNothing();
     void secondPortThatIsStoppedLosesItsAddress();
     void lossThatNobodySawIsALossNow_data();
     void lossThatNobodySawIsALossNow();
@@ -96,6 +97,24 @@ void TestCorviLeftovers::cableMovedBetweenTwoLooksLeavesNothing()
     QCOMPARE(corvi.WiredDevice(), corvi.Device("eth1"));
     QVERIFY(!HasAddress("eth0"));
     QVERIFY(HasAddress("eth1"));
+}
+
+void TestCorviLeftovers::cableMovedToAndFroLeavesNothing()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    corvi.Tick(3);
+
+    QStringList ports = {"eth0", "eth1"};
+    for (int move = 0; move < 4; ++move) {
+        PullCable(ports.first());
+        PlugCable(ports.last());
+        ports.move(0, 1);
+        corvi.Tick();
+        QVERIFY(HasAddress(ports.first()));
+        QVERIFY2(!HasAddress(ports.last()), qPrintable(QString::number(move)));
+    }
 }
 
 void TestCorviLeftovers::secondPortThatIsStoppedLosesItsAddress()
