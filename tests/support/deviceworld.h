@@ -24,6 +24,13 @@ inline void GivenInterface()
     QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/carrier"), QByteArray("1\n"));
 }
 
+/// As if the device's timer had tripped so often.
+inline void Tick(NetworkDevice &device, int times)
+{
+    for (int i = 0; i < times; ++i)
+        device.onTimerTrip();
+}
+
 /// A device with the definitions that apply to it, and what it reported. The kind is what the concrete
 /// classes set.
 class Device : public NetworkDevice

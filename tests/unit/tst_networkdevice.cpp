@@ -3,10 +3,9 @@
 
 #include "networkdevice.h"
 
-#include "allocationcounter.h"
+#include "deviceworld.h"
 #include "logging.h"
 #include "namednetwork.h"
-#include "testsupport.h"
 #include "zebnetstatus.h"
 
 #include <QPointer>
@@ -26,16 +25,6 @@ void SetLevel(int level)
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(level);
 }
 
-/// An interface that is up, its cable in, with an address.
-void GivenConfiguredInterface(const QString &name)
-{
-    TestSupport::MakeVeth(name, "peer0");
-    RealIp({"link", "set", "dev", name, "address", "02:00:5e:0a:bc:0f", "up"});
-    RealIp({"addr", "add", "10.1.2.3/20", "broadcast", "10.1.15.255", "dev", name});
-    TestSupport::SetCable("peer0", true);
-    QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/" + name + "/carrier"), QByteArray("1\n"));
-}
-
 int OpenDescriptors()
 {
     return TestSupport::EntryCount("/proc/self/fd");
@@ -50,15 +39,9 @@ public:
     int refreshes = 0;
 };
 
-void Tick(NetworkDevice &device, int times)
-{
-    for (int i = 0; i < times; ++i)
-        device.onTimerTrip();
-}
-
 } // namespace
 
-/// The state of one interface, read from the kernel, and what is made of it.
+/// The life of a device, what it reports, how it describes itself, and its timer.
 class TestNetworkDevice : public QObject
 {
     Q_OBJECT
@@ -70,19 +53,6 @@ private Q_SLOTS:
     void takesTimerSocketAndNetworksWithIt();
     void canTravelInQueuedSignals();
     void socketIsNotInherited();
-    void readsAddresses_data();
-    void readsAddresses();
-    void interfaceWithoutAddressHasEmptyFields();
-    void vanishedInterfaceLosesEverything();
-    void nameBeyondTheKernelsLimitIsNoInterface();
-    void carrierDecidesFlags_data();
-    void carrierDecidesFlags();
-    void copiesItsStateIntoTheRecord();
-    void withoutSocketEverythingIsEmpty();
-    void lostCarrierEndsFallback_data();
-    void lostCarrierEndsFallback();
-    void refreshAllocatesNothingWhereNothingChanged();
-    void refreshLogsNothingOnEveryTick();
     void announcesAddress_data();
     void announcesAddress();
     void recordHoldsTheAddresses();
@@ -97,13 +67,6 @@ private Q_SLOTS:
     void wirelessDetailsAreNotReadWithoutSupplicant();
     void bareDeviceForgetsWirelessDetails();
     void driverChoiceMeansNothingToABareDevice();
-    void configurationIsThatOfTheFirstNetwork();
-    void withoutNetworkThereIsNoConfiguration();
-    void chosenNetworkStays();
-    void wirelessConfigurationIsReadAgain();
-    void configurationInUseFollowsTheReload();
-    void reloadOfAnUnusedConfigurationLeavesItUnused();
-    void initDeviceFindsNetworks();
 };
 
 void TestNetworkDevice::init()
@@ -184,196 +147,6 @@ void TestNetworkDevice::socketIsNotInherited()
     const NetworkDevice device("eth0", nullptr);
 
     QCOMPARE(::fcntl(device.socketFd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
-}
-
-void TestNetworkDevice::readsAddresses_data()
-{
-    QTest::addColumn<QString>("name");
-
-    QTest::newRow("ordinary name") << "eth0";
-    QTest::newRow("15 characters") << "enx0123456789ab";
-}
-
-void TestNetworkDevice::readsAddresses()
-{
-    QFETCH(QString, name);
-    GivenConfiguredInterface(name);
-    NetworkDevice device(name, nullptr);
-
-    device.RefreshStatus();
-
-    QCOMPARE(device.ipAddress, QString("10.1.2.3"));
-    QCOMPARE(device.broadcast, QString("10.1.15.255"));
-    QCOMPARE(device.netmask, QString("255.255.240.0"));
-    QCOMPARE(device.macAddress, QString("02:00:5E:0A:BC:0F"));
-    QVERIFY(device.isUp);
-    QVERIFY(device.isRunning);
-}
-
-void TestNetworkDevice::interfaceWithoutAddressHasEmptyFields()
-{
-    GivenConfiguredInterface("eth0");
-    RealIp({"addr", "flush", "dev", "eth0"});
-    NetworkDevice device("eth0", nullptr);
-    device.inFallback = true;
-    QSignalSpy events(&device, &NetworkDevice::SendEventMessage);
-
-    device.RefreshStatus();
-    device.UpdateIpInformation();
-
-    QCOMPARE(device.ipAddress, QString());
-    QCOMPARE(device.broadcast, QString());
-    QCOMPARE(device.netmask, QString());
-    QCOMPARE(device.macAddress, QString("02:00:5E:0A:BC:0F"));
-    QVERIFY(device.isRunning);
-    QVERIFY(!device.inFallback);
-    QVERIFY(events.isEmpty());
-}
-
-void TestNetworkDevice::vanishedInterfaceLosesEverything()
-{
-    GivenConfiguredInterface("eth0");
-    NetworkDevice device("eth0", nullptr);
-    device.RefreshStatus();
-    QVERIFY(device.isRunning);
-
-    TestSupport::RemoveInterfaces();
-    device.RefreshStatus();
-
-    for (const QString &text : {device.ipAddress, device.broadcast, device.netmask, device.macAddress})
-        QCOMPARE(text, QString());
-    QVERIFY(!device.isUp);
-    QVERIFY(!device.isRunning);
-    QVERIFY(!device.status->IsConnected());
-    QCOMPARE(device.status->GetIp(), QString());
-}
-
-void TestNetworkDevice::nameBeyondTheKernelsLimitIsNoInterface()
-{
-    // The first 15 characters are those of an interface that exists.
-    GivenConfiguredInterface("enx0123456789ab");
-    NetworkDevice device("enx0123456789abc", nullptr);
-
-    device.RefreshStatus();
-
-    QVERIFY(!device.isUp);
-}
-
-void TestNetworkDevice::carrierDecidesFlags_data()
-{
-    for (const char *column : {"linkUp", "cable", "isUp", "isRunning"})
-        QTest::addColumn<bool>(column);
-
-    QTest::newRow("cable in") << true << true << true << true;
-    QTest::newRow("cable out: carrier reads 0") << true << false << true << false;
-    QTest::newRow("link down: carrier cannot be read") << false << true << false << false;
-}
-
-void TestNetworkDevice::carrierDecidesFlags()
-{
-    QFETCH(bool, linkUp);
-    QFETCH(bool, cable);
-    QFETCH(bool, isRunning);
-    TestSupport::MakeVeth("eth0", "peer0");
-    RealIp({"link", "set", "dev", "eth0", linkUp ? "up" : "down"});
-    TestSupport::SetCable("peer0", cable);
-    NetworkDevice device("eth0", nullptr);
-
-    QTRY_COMPARE((device.RefreshStatus(), device.isRunning), isRunning);
-
-    QTEST(device.isUp, "isUp");
-}
-
-void TestNetworkDevice::copiesItsStateIntoTheRecord()
-{
-    GivenConfiguredInterface("eth0");
-    NetworkDevice device("eth0", nullptr);
-    device.isWireless = true;
-
-    device.RefreshStatus();
-
-    QVERIFY(device.status->IsConnected());
-    QVERIFY(device.status->IsWireless());
-    QCOMPARE(device.status->GetMac(), QString("02:00:5E:0A:BC:0F"));
-    QCOMPARE(device.status->GetIp(), QString("10.1.2.3"));
-    QCOMPARE(device.status->GetBroadcast(), QString("10.1.15.255"));
-    QCOMPARE(device.status->GetNetmask(), QString("255.255.240.0"));
-}
-
-void TestNetworkDevice::withoutSocketEverythingIsEmpty()
-{
-    SetLevel(6);
-    GivenConfiguredInterface("eth0");
-    NetworkDevice device("eth0", nullptr);
-    device.RefreshStatus();
-    QVERIFY(device.isRunning);
-    ::close(device.socketFd);
-    device.socketFd = -1;
-    TestSupport::ClearLog();
-
-    device.RefreshStatus();
-
-    for (const QString &text : {device.ipAddress, device.broadcast, device.netmask, device.macAddress})
-        QCOMPARE(text, QString());
-    QVERIFY(!device.isUp);
-    QVERIFY(!device.isRunning);
-    QVERIFY2(device.status->IsConnected(), "the record is left alone");
-    QVERIFY(TestSupport::LogText().contains("NetworkDevice::RefreshStatus -- eth0  device not found \n"));
-}
-
-void TestNetworkDevice::lostCarrierEndsFallback_data()
-{
-    for (const char *column : {"cable", "enabled", "inFallback"})
-        QTest::addColumn<bool>(column);
-
-    QTest::newRow("cable in") << true << true << true;
-    QTest::newRow("cable out") << false << true << false;
-    QTest::newRow("cable out, fallback not enabled") << false << false << true;
-}
-
-void TestNetworkDevice::lostCarrierEndsFallback()
-{
-    QFETCH(bool, cable);
-    QFETCH(bool, enabled);
-    QFETCH(bool, inFallback);
-    GivenConfiguredInterface("eth0");
-    TestSupport::SetCable("peer0", cable);
-    QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/carrier"), QByteArray(cable ? "1\n" : "0\n"));
-    NetworkDevice device("eth0", nullptr);
-    device.fallbackEnabled = enabled;
-    device.inFallback = true;
-
-    device.RefreshStatus();
-
-    QCOMPARE(device.inFallback, inFallback);
-    QCOMPARE(TestSupport::LogText().contains("NetworkDevice::RefreshStatus:: clear fallback mode \n"),
-             !inFallback);
-}
-
-void TestNetworkDevice::refreshAllocatesNothingWhereNothingChanged()
-{
-    SetLevel(2);
-    GivenConfiguredInterface("eth0");
-    NetworkDevice device("eth0", nullptr);
-    device.RefreshStatus();
-    const long before = AllocationCounter::allocations;
-
-    device.RefreshStatus();
-    const long after = AllocationCounter::allocations;
-
-    QCOMPARE(after - before, 0L);
-    QVERIFY2(before > 0, "the counter does not count");
-}
-
-void TestNetworkDevice::refreshLogsNothingOnEveryTick()
-{
-    SetLevel(2);
-    NetworkDevice device("eth0", nullptr);
-    device.fallbackEnabled = true;
-
-    Tick(device, 10);
-
-    QCOMPARE(TestSupport::LogText(), QString());
 }
 
 void TestNetworkDevice::announcesAddress_data()
@@ -497,7 +270,7 @@ void TestNetworkDevice::describesItself()
 
 void TestNetworkDevice::startedDeviceFollowsTheCable()
 {
-    GivenConfiguredInterface("eth0");
+    GivenInterface();
     NetworkDevice device("eth0", nullptr);
 
     device.StartDevice();
@@ -511,7 +284,7 @@ void TestNetworkDevice::startedDeviceFollowsTheCable()
 
 void TestNetworkDevice::stoppedDeviceIsPolledWhileItsCarrierCanBeRead()
 {
-    GivenConfiguredInterface("eth0");
+    GivenInterface();
     NetworkDevice device("eth0", nullptr);
     device.StartDevice();
 
@@ -584,93 +357,6 @@ void TestNetworkDevice::driverChoiceMeansNothingToABareDevice()
 
     QCOMPARE(device.driver, QString());
     QVERIFY(!device.driverChosen);
-}
-
-void TestNetworkDevice::configurationIsThatOfTheFirstNetwork()
-{
-    TestSupport::WriteStore(
-        "<x><network><name>lan2</name></network><network><name>lan1</name></network></x>");
-    NetworkDevice device("eth0", nullptr);
-    device.InitDevice();
-
-    ZebNetConfig *const config = device.UpdateConfig();
-
-    QVERIFY(config != nullptr);
-    QCOMPARE(config->GetName(), QString("lan1"));
-    QCOMPARE(device.currentNetwork, device.namedNetworks.value("lan1"));
-    QVERIFY2(device.currentConfig == nullptr, "asking does not choose what is applied");
-}
-
-void TestNetworkDevice::withoutNetworkThereIsNoConfiguration()
-{
-    NetworkDevice device("eth0", nullptr);
-    device.InitDevice();
-
-    QVERIFY(device.getCurrentConfig() == nullptr);
-    QVERIFY(device.currentNetwork == nullptr);
-}
-
-void TestNetworkDevice::chosenNetworkStays()
-{
-    TestSupport::WriteStore(
-        "<x><network><name>lan1</name></network><network><name>lan2</name></network></x>");
-    NetworkDevice device("eth0", nullptr);
-    device.InitDevice();
-    device.currentNetwork = device.namedNetworks.value("lan2");
-
-    QCOMPARE(device.getCurrentConfig()->GetName(), QString("lan2"));
-}
-
-void TestNetworkDevice::wirelessConfigurationIsReadAgain()
-{
-    TestSupport::WriteStore(
-        "<x><network><name>Office</name><ssid>Office</ssid><mtu>1400</mtu></network></x>");
-    NetworkDevice device("wlan0", nullptr);
-    device.isWireless = true;
-    device.InitDevice();
-    TestSupport::ClearLog();
-    TestSupport::WriteStore("<x><network><name>Office</name><ssid>Office</ssid><mtu>900</mtu></network></x>");
-
-    QCOMPARE(device.getCurrentConfig()->mtu, QString("900"));
-    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::getCurrentConfig() \n"));
-    QVERIFY(device.currentNetwork->IsWireless());
-}
-
-void TestNetworkDevice::configurationInUseFollowsTheReload()
-{
-    TestSupport::WriteStore(
-        "<x><network><name>Office</name><ssid>Office</ssid><mtu>1400</mtu></network></x>");
-    NetworkDevice device("wlan0", nullptr);
-    device.isWireless = true;
-    device.InitDevice();
-    device.currentConfig = device.getCurrentConfig();
-
-    ZebNetConfig *const config = device.getCurrentConfig();
-
-    QCOMPARE(device.currentConfig, config);
-    QCOMPARE(device.currentConfig->mtu, QString("1400"));
-}
-
-void TestNetworkDevice::reloadOfAnUnusedConfigurationLeavesItUnused()
-{
-    TestSupport::WriteStore("<x><network><name>Office</name><ssid>Office</ssid></network></x>");
-    NetworkDevice device("wlan0", nullptr);
-    device.isWireless = true;
-    device.InitDevice();
-
-    device.getCurrentConfig();
-
-    QVERIFY(device.currentConfig == nullptr);
-}
-
-void TestNetworkDevice::initDeviceFindsNetworks()
-{
-    TestSupport::WriteStore("<x><network><name>lan</name></network></x>");
-    NetworkDevice device("eth0", nullptr);
-
-    QCOMPARE(device.InitDevice(), 1);
-
-    QCOMPARE(device.GetNamedNetworks(), QStringList{"lan"});
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDevice)

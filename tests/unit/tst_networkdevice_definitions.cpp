@@ -37,6 +37,13 @@ private Q_SLOTS:
     void driverChoiceIsPassedOn_data();
     void driverChoiceIsPassedOn();
     void blocksFollowOneAnother();
+    void configurationIsThatOfTheFirstNetwork();
+    void withoutNetworkThereIsNoConfiguration();
+    void chosenNetworkStays();
+    void wirelessConfigurationIsReadAgain();
+    void configurationInUseFollowsTheReload();
+    void reloadOfAnUnusedConfigurationLeavesItUnused();
+    void initDeviceFindsNetworks();
 };
 
 void TestNetworkDeviceDefinitions::init()
@@ -180,6 +187,94 @@ void TestNetworkDeviceDefinitions::blocksFollowOneAnother()
     QCOMPARE(lines,
              device.namedNetworks.value("Home")->Block() + device.namedNetworks.value("Office")->Block());
     QVERIFY(Contains(lines, "Home") && Contains(lines, "Office"));
+}
+
+void TestNetworkDeviceDefinitions::configurationIsThatOfTheFirstNetwork()
+{
+    TestSupport::WriteStore(
+        "<x><network><name>lan2</name></network><network><name>lan1</name></network></x>");
+    NetworkDevice device("eth0", nullptr);
+    device.InitDevice();
+
+    ZebNetConfig *const config = device.UpdateConfig();
+
+    QVERIFY(config != nullptr);
+    QCOMPARE(config->GetName(), QString("lan1"));
+    QCOMPARE(device.currentNetwork, device.namedNetworks.value("lan1"));
+    QVERIFY2(device.currentConfig == nullptr, "asking does not choose what is applied");
+}
+
+void TestNetworkDeviceDefinitions::withoutNetworkThereIsNoConfiguration()
+{
+    TestSupport::WriteNetworks("");
+    NetworkDevice device("eth0", nullptr);
+    device.InitDevice();
+
+    QVERIFY(device.getCurrentConfig() == nullptr);
+    QVERIFY(device.currentNetwork == nullptr);
+}
+
+void TestNetworkDeviceDefinitions::chosenNetworkStays()
+{
+    TestSupport::WriteStore(
+        "<x><network><name>lan1</name></network><network><name>lan2</name></network></x>");
+    NetworkDevice device("eth0", nullptr);
+    device.InitDevice();
+    device.currentNetwork = device.namedNetworks.value("lan2");
+
+    QCOMPARE(device.getCurrentConfig()->GetName(), QString("lan2"));
+}
+
+void TestNetworkDeviceDefinitions::wirelessConfigurationIsReadAgain()
+{
+    TestSupport::WriteStore(
+        "<x><network><name>Office</name><ssid>Office</ssid><mtu>1400</mtu></network></x>");
+    NetworkDevice device("wlan0", nullptr);
+    device.isWireless = true;
+    device.InitDevice();
+    TestSupport::ClearLog();
+    TestSupport::WriteStore("<x><network><name>Office</name><ssid>Office</ssid><mtu>900</mtu></network></x>");
+
+    QCOMPARE(device.getCurrentConfig()->mtu, QString("900"));
+    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::getCurrentConfig() \n"));
+    QVERIFY(device.currentNetwork->IsWireless());
+}
+
+void TestNetworkDeviceDefinitions::configurationInUseFollowsTheReload()
+{
+    TestSupport::WriteStore(
+        "<x><network><name>Office</name><ssid>Office</ssid><mtu>1400</mtu></network></x>");
+    NetworkDevice device("wlan0", nullptr);
+    device.isWireless = true;
+    device.InitDevice();
+    device.currentConfig = device.getCurrentConfig();
+
+    ZebNetConfig *const config = device.getCurrentConfig();
+
+    QCOMPARE(device.currentConfig, config);
+    QCOMPARE(device.currentConfig->mtu, QString("1400"));
+}
+
+void TestNetworkDeviceDefinitions::reloadOfAnUnusedConfigurationLeavesItUnused()
+{
+    TestSupport::WriteStore("<x><network><name>Office</name><ssid>Office</ssid></network></x>");
+    NetworkDevice device("wlan0", nullptr);
+    device.isWireless = true;
+    device.InitDevice();
+
+    device.getCurrentConfig();
+
+    QVERIFY(device.currentConfig == nullptr);
+}
+
+void TestNetworkDeviceDefinitions::initDeviceFindsNetworks()
+{
+    TestSupport::WriteStore("<x><network><name>lan</name></network></x>");
+    NetworkDevice device("eth0", nullptr);
+
+    QCOMPARE(device.InitDevice(), 1);
+
+    QCOMPARE(device.GetNamedNetworks(), QStringList{"lan"});
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceDefinitions)
