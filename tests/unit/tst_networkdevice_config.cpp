@@ -2,7 +2,6 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "deviceworld.h"
-#include "fakesysnet.h"
 #include "logging.h"
 #include "namednetwork.h"
 #include "zebnetstatus.h"
@@ -60,15 +59,6 @@ private Q_SLOTS:
     void staticDnsIsWritten_data();
     void staticDnsIsWritten();
     void hostsAreAlwaysWritten();
-    void wiredSpeedIsSet_data();
-    void wiredSpeedIsSet();
-    void speedInForceIsNotSetAgain_data();
-    void speedInForceIsNotSetAgain();
-    void speedThatChangedIsSetAgain();
-    void wrongSpeedIsToldOnce();
-    void wirelessSpeedIsNotSet();
-    void mtuIsSet_data();
-    void mtuIsSet();
     void stepsComeInOrder();
     void exceptionSkipsTheRest();
 };
@@ -428,146 +418,6 @@ void TestNetworkDeviceConfig::hostsAreAlwaysWritten()
 
     QVERIFY(TestSupport::ReadFile("/tmp/.hostlist").startsWith("10.0.0.9 printer\n10.0.0.1 gate\n127.0.0.1"));
     QCOMPARE(Journal(), QStringList{"update_hosts"});
-}
-
-void TestNetworkDeviceConfig::wiredSpeedIsSet_data()
-{
-    QTest::addColumn<QString>("speed");
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<bool>("wrong");
-
-    QTest::newRow("auto") << "Auto"
-                          << "" << false;
-    QTest::newRow("empty") << ""
-                           << "" << false;
-    QTest::newRow("full") << "100 Mbps Full"
-                          << "ethtool -s eth0 autoneg off speed 100 duplex full" << false;
-    QTest::newRow("half") << "10 x Half"
-                          << "ethtool -s eth0 autoneg off speed 10 duplex half" << false;
-    QTest::newRow("any other word is half") << "1000 Mbps full"
-                                            << "ethtool -s eth0 autoneg off speed 1000 duplex half" << false;
-    QTest::newRow("empty middle part") << "100  Full"
-                                       << "ethtool -s eth0 autoneg off speed 100 duplex full" << false;
-    QTest::newRow("no number") << "x Mbps Full"
-                               << "ethtool -s eth0 autoneg off speed 0 duplex full" << false;
-    QTest::newRow("two words") << "1000 Full"
-                               << "" << true;
-    QTest::newRow("four words") << "1000 Mbps Full now"
-                                << "" << true;
-    QTest::newRow("other spelling of auto") << "auto"
-                                            << "" << true;
-}
-
-void TestNetworkDeviceConfig::wiredSpeedIsSet()
-{
-    QFETCH(QString, speed);
-    QFETCH(QString, command);
-    QFETCH(bool, wrong);
-    Device device("eth0");
-    device.getCurrentConfig()->speed = speed;
-
-    device.ConfigureNetwork(false);
-
-    QCOMPARE(Journal().mid(1).join("; "), command);
-    QCOMPARE(LogText().contains(" ConfigureNetwork - Wrong format  " + speed + " \n"), wrong);
-}
-
-void TestNetworkDeviceConfig::speedInForceIsNotSetAgain_data()
-{
-    QTest::addColumn<QString>("speed");
-    QTest::addColumn<QByteArray>("sysfsSpeed");
-    QTest::addColumn<QByteArray>("sysfsDuplex");
-    QTest::addColumn<int>("runs");
-
-    const QByteArray full = "full\n";
-    const QByteArray half = "half\n";
-    QTest::newRow("in force, full") << "100 Mbps Full" << QByteArray("100\n") << full << 1;
-    QTest::newRow("in force, half") << "10 Mbps Half" << QByteArray("10\n") << half << 1;
-    QTest::newRow("other speed") << "100 Mbps Full" << QByteArray("1000\n") << full << 3;
-    QTest::newRow("other duplex") << "100 Mbps Full" << QByteArray("100\n") << half << 3;
-    QTest::newRow("nothing to read") << "100 Mbps Full" << QByteArray() << full << 3;
-}
-
-void TestNetworkDeviceConfig::speedInForceIsNotSetAgain()
-{
-    QFETCH(QString, speed);
-    QFETCH(QByteArray, sysfsSpeed);
-    QFETCH(QByteArray, sysfsDuplex);
-    QFETCH(int, runs);
-    FakeSysNet net;
-    net.Write("eth0/speed", sysfsSpeed);
-    net.Write("eth0/duplex", sysfsDuplex);
-    Device device("eth0");
-    device.getCurrentConfig()->speed = speed;
-
-    // The first one sets it, in force or not: nobody else may have asked for it to stay.
-    for (int i = 0; i < 3; ++i)
-        device.ConfigureNetwork(false);
-
-    QCOMPARE(Journal().filter("ethtool").size(), runs);
-}
-
-void TestNetworkDeviceConfig::speedThatChangedIsSetAgain()
-{
-    FakeSysNet net;
-    net.Write("eth0/speed", "100\n");
-    net.Write("eth0/duplex", "full\n");
-    Device device("eth0");
-
-    for (const char *speed : {"100 Mbps Full", "10 Mbps Full", "100 Mbps Full"}) {
-        device.getCurrentConfig()->speed = speed;
-        device.ConfigureNetwork(false);
-    }
-
-    QCOMPARE(Journal().filter("ethtool").size(), 3);
-}
-
-void TestNetworkDeviceConfig::wrongSpeedIsToldOnce()
-{
-    Device device("eth0");
-    device.getCurrentConfig()->speed = "1000 Full";
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
-
-    device.ConfigureNetwork(false);
-    device.ConfigureNetwork(false);
-
-    QCOMPARE(LogText().count("Wrong format"), 1);
-}
-
-void TestNetworkDeviceConfig::wirelessSpeedIsNotSet()
-{
-    TestSupport::WriteNetworks(Network("Office", "<speed>100 Mbps Full</speed><mtu>1400</mtu>"));
-    Device device("wlan0", true);
-
-    device.ConfigureNetwork(false);
-
-    QCOMPARE(Journal().mid(Journal().indexOf("update_hosts")),
-             (QStringList{"update_hosts", "ip link set wlan0 mtu 1400"}));
-}
-
-void TestNetworkDeviceConfig::mtuIsSet_data()
-{
-    QTest::addColumn<QByteArray>("properties");
-    QTest::addColumn<QStringList>("commands");
-
-    QTest::newRow("none") << QByteArray() << QStringList();
-    QTest::newRow("given") << QByteArray("<mtu>1400</mtu>") << QStringList{"ip link set eth0 mtu 1400"};
-    QTest::newRow("after a wrong speed")
-        << QByteArray("<mtu>1400</mtu>") << QStringList{"ip link set eth0 mtu 1400"};
-}
-
-void TestNetworkDeviceConfig::mtuIsSet()
-{
-    QFETCH(QByteArray, properties);
-    QFETCH(QStringList, commands);
-    TestSupport::WriteNetworks(Network("lan", properties));
-    Device device("eth0");
-    if (QByteArray(QTest::currentDataTag()) == "after a wrong speed")
-        device.getCurrentConfig()->speed = "fast";
-
-    device.ConfigureNetwork(false);
-
-    QCOMPARE(Journal().mid(1), commands);
 }
 
 void TestNetworkDeviceConfig::stepsComeInOrder()

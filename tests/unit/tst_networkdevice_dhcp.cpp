@@ -8,21 +8,15 @@
 
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <QScopeGuard>
 #include <QtTest>
 
 #include <csignal>
 
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 namespace {
 
-const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
-const QString HOST_LIST = QStringLiteral("/tmp/.hostlist");
 const QString TRANSCRIPT = QStringLiteral("/tmp/dhclient.log");
-const QByteArray LOOPBACK_LINES =
-    "127.0.0.1\tlocalhost\n127.0.0.1\tcorvi-sandbox.localdomain corvi-sandbox \n";
 
 mode_t ModeOf(const QString &path)
 {
@@ -32,7 +26,7 @@ mode_t ModeOf(const QString &path)
 
 } // namespace
 
-/// The DHCP client, the resolver's file and the host list.
+/// The DHCP client.
 class TestNetworkDeviceDhcp : public QObject
 {
     Q_OBJECT
@@ -52,29 +46,6 @@ private Q_SLOTS:
     void missingClientIsAFailure();
     void crashedClientIsAFailure();
     void hangingClientIsStoppedAfterItsLimit();
-    void clearDnsRemovesTheFile();
-    void clearDnsWithoutFileSucceeds();
-    void clearDnsTellsAFailure();
-    void resolverHoldsTheServers_data();
-    void resolverHoldsTheServers();
-    void resolverIsReplacedInOneStep();
-    void resolverIsAppendedTo_data();
-    void resolverIsAppendedTo();
-    void resolverThatCannotBeReadIsLeft();
-    void resolverLinkIsKept_data();
-    void resolverLinkIsKept();
-    void resolverStaysReadableByAll();
-    void resolverThatIsAMountPointIsWrittenInPlace();
-    void resolverIsLogged();
-    void unchangedResolverIsNoNews();
-    void resolverThatCannotBeWrittenIsLogged_data();
-    void resolverThatCannotBeWrittenIsLogged();
-    void hostListHoldsLinesAndLoopback_data();
-    void hostListHoldsLinesAndLoopback();
-    void hostListIsHandedToTheSystem();
-    void hostListIsReadableByAll();
-    void hostListDoesNotFollowALink();
-    void hostListThatCannotBeWrittenIsLogged();
 };
 
 void TestNetworkDeviceDhcp::init()
@@ -82,8 +53,7 @@ void TestNetworkDeviceDhcp::init()
     TestSupport::RestorePrograms();
     TestSupport::ClearJournal();
     TestSupport::ClearAnswers();
-    for (const QString &path : {RESOLV_CONF, HOST_LIST, TRANSCRIPT, QStringLiteral("/run/resolver")})
-        TestSupport::Remove(path);
+    TestSupport::Remove(TRANSCRIPT);
     TestSupport::ClearLog();
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
 }
@@ -227,289 +197,6 @@ void TestNetworkDeviceDhcp::hangingClientIsStoppedAfterItsLimit()
     const int pid = TestSupport::ReadFile("/tmp/dhclient.pid").trimmed().toInt();
     QVERIFY(pid > 0);
     QCOMPARE(::kill(pid, 0), -1);
-}
-
-void TestNetworkDeviceDhcp::clearDnsRemovesTheFile()
-{
-    TestSupport::WriteFile(RESOLV_CONF, "nameserver 1.1.1.1\n");
-    NetworkDevice device("eth0", nullptr);
-
-    QVERIFY(device.ClearDNS());
-
-    QVERIFY(!QFile::exists(RESOLV_CONF));
-}
-
-void TestNetworkDeviceDhcp::clearDnsWithoutFileSucceeds()
-{
-    NetworkDevice device("eth0", nullptr);
-
-    QVERIFY(device.ClearDNS());
-}
-
-void TestNetworkDeviceDhcp::clearDnsTellsAFailure()
-{
-    QVERIFY(QDir().mkpath(RESOLV_CONF));
-    NetworkDevice device("eth0", nullptr);
-
-    QVERIFY(!device.ClearDNS());
-}
-
-void TestNetworkDeviceDhcp::resolverHoldsTheServers_data()
-{
-    QTest::addColumn<QString>("dns1");
-    QTest::addColumn<QString>("dns2");
-    QTest::addColumn<QString>("domain");
-    QTest::addColumn<QByteArray>("contents");
-
-    QTest::newRow("all given") << "1.1.1.1"
-                               << "9.9.9.9"
-                               << "example.org"
-                               << QByteArray("nameserver 1.1.1.1\nnameserver 9.9.9.9\nsearch example.org\n");
-    QTest::newRow("no domain") << "1.1.1.1"
-                               << "9.9.9.9"
-                               << "" << QByteArray("nameserver 1.1.1.1\nnameserver 9.9.9.9\n");
-    QTest::newRow("no second server") << "1.1.1.1"
-                                      << ""
-                                      << "" << QByteArray("nameserver 1.1.1.1\nnameserver \n");
-    QTest::newRow("nothing") << ""
-                             << ""
-                             << "" << QByteArray("nameserver \nnameserver \n");
-}
-
-void TestNetworkDeviceDhcp::resolverHoldsTheServers()
-{
-    QFETCH(QString, dns1);
-    QFETCH(QString, dns2);
-    QFETCH(QString, domain);
-    TestSupport::WriteFile(RESOLV_CONF,
-                           "nameserver 192.0.2.1\nsearch a.much.longer.domain.than.the.new.one\n");
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetDNS(dns1, dns2, domain);
-
-    QTEST(TestSupport::ReadFile(RESOLV_CONF), "contents");
-}
-
-void TestNetworkDeviceDhcp::resolverIsReplacedInOneStep()
-{
-    TestSupport::WriteFile(RESOLV_CONF, "old\n");
-    QFile reader(RESOLV_CONF);
-    QVERIFY(reader.open(QIODevice::ReadOnly));
-    const int filesBefore = TestSupport::EntryCount("/etc");
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetDNS("1.1.1.1", "", "");
-
-    QCOMPARE(reader.readAll(), QByteArray("old\n"));
-    QCOMPARE(TestSupport::EntryCount("/etc"), filesBefore);
-}
-
-void TestNetworkDeviceDhcp::resolverIsAppendedTo_data()
-{
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QByteArray>("after");
-
-    const QByteArray lines = "nameserver 1.1.1.1\nnameserver 9.9.9.9\nsearch example.org\n";
-    QTest::newRow("to servers") << QByteArray("nameserver 8.8.8.8\n") << "nameserver 8.8.8.8\n" + lines;
-    QTest::newRow("to no file") << QByteArray() << lines;
-}
-
-void TestNetworkDeviceDhcp::resolverIsAppendedTo()
-{
-    QFETCH(QByteArray, before);
-    if (!before.isEmpty())
-        TestSupport::WriteFile(RESOLV_CONF, before);
-    NetworkDevice device("eth0", nullptr);
-
-    device.AppendDNS("1.1.1.1", "9.9.9.9", "example.org");
-
-    QTEST(TestSupport::ReadFile(RESOLV_CONF), "after");
-    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetDNS -   1.1.1.1 ,  9.9.9.9 example.org \n"));
-}
-
-void TestNetworkDeviceDhcp::resolverThatCannotBeReadIsLeft()
-{
-    QCOMPARE(::mkfifo("/etc/resolv.conf", 0644), 0);
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
-    NetworkDevice device("eth0", nullptr);
-
-    device.AppendDNS("1.1.1.1", "9.9.9.9", "example.org");
-
-    struct stat info = {};
-    QVERIFY(::stat("/etc/resolv.conf", &info) == 0 && S_ISFIFO(info.st_mode));
-    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetDNS -  Unable to access resolv.conf \n"));
-}
-
-void TestNetworkDeviceDhcp::resolverLinkIsKept_data()
-{
-    QTest::addColumn<QString>("target");
-    QTest::addColumn<bool>("exists");
-
-    QTest::newRow("to a file") << "/run/resolver/resolv.conf" << true;
-    QTest::newRow("relative") << "../run/resolver/resolv.conf" << true;
-    QTest::newRow("to no file yet") << "/run/resolver/resolv.conf" << false;
-}
-
-void TestNetworkDeviceDhcp::resolverLinkIsKept()
-{
-    QFETCH(QString, target);
-    QFETCH(bool, exists);
-    QVERIFY(QDir().mkpath("/run/resolver"));
-    if (exists)
-        TestSupport::WriteFile("/run/resolver/resolv.conf", "nameserver 8.8.8.8\n");
-    QVERIFY(QFile::link(target, RESOLV_CONF));
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetDNS("1.1.1.1", "9.9.9.9", "");
-
-    QVERIFY(QFileInfo(RESOLV_CONF).isSymLink());
-    QCOMPARE(TestSupport::ReadFile("/run/resolver/resolv.conf"),
-             QByteArray("nameserver 1.1.1.1\nnameserver 9.9.9.9\n"));
-}
-
-void TestNetworkDeviceDhcp::resolverStaysReadableByAll()
-{
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetDNS("1.1.1.1", "", "");
-    QCOMPARE(ModeOf(RESOLV_CONF), mode_t(0644));
-
-    device.SetDNS("1.1.1.1", "", "");
-    QCOMPARE(ModeOf(RESOLV_CONF), mode_t(0644));
-}
-
-void TestNetworkDeviceDhcp::resolverThatIsAMountPointIsWrittenInPlace()
-{
-    TestSupport::WriteFile(RESOLV_CONF, QByteArray());
-    TestSupport::WriteFile("/run/mounted", "nameserver 192.0.2.1\nsearch a.long.domain.example.org\n");
-    QCOMPARE(::mount("/run/mounted", "/etc/resolv.conf", nullptr, MS_BIND, nullptr), 0);
-    const auto unmounter = qScopeGuard([] { ::umount2("/etc/resolv.conf", MNT_DETACH); });
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetDNS("1.1.1.1", "9.9.9.9", "");
-
-    QCOMPARE(TestSupport::ReadFile("/run/mounted"), QByteArray("nameserver 1.1.1.1\nnameserver 9.9.9.9\n"));
-}
-
-void TestNetworkDeviceDhcp::unchangedResolverIsNoNews()
-{
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
-    struct stat before = {};
-    QCOMPARE(::stat("/etc/resolv.conf", &before), 0);
-    device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
-
-    QCOMPARE(TestSupport::LogText().count("NetworkDevice::SetDNS"), 1);
-    struct stat after = {};
-    QCOMPARE(::stat("/etc/resolv.conf", &after), 0);
-    QCOMPARE(after.st_ino, before.st_ino);
-}
-
-void TestNetworkDeviceDhcp::resolverIsLogged()
-{
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
-
-    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetDNS -   1.1.1.1 ,  9.9.9.9 example.org \n"));
-}
-
-void TestNetworkDeviceDhcp::resolverThatCannotBeWrittenIsLogged_data()
-{
-    QTest::addColumn<bool>("append");
-
-    QTest::newRow("SetDNS") << false;
-    QTest::newRow("AppendDNS") << true;
-}
-
-void TestNetworkDeviceDhcp::resolverThatCannotBeWrittenIsLogged()
-{
-    QFETCH(bool, append);
-    QVERIFY(QDir().mkpath(RESOLV_CONF));
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
-    NetworkDevice device("eth0", nullptr);
-
-    if (append)
-        device.AppendDNS("1.1.1.1", "9.9.9.9", "example.org");
-    else
-        device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
-
-    QVERIFY(QFileInfo(RESOLV_CONF).isDir());
-    const QString log = TestSupport::LogText();
-    QVERIFY(log.contains(" NetworkDevice::SetDNS -  Unable to access resolv.conf \n"));
-    QVERIFY2(!log.contains("1.1.1.1"), qPrintable(log));
-}
-
-void TestNetworkDeviceDhcp::hostListHoldsLinesAndLoopback_data()
-{
-    QTest::addColumn<QStringList>("lines");
-    QTest::addColumn<QByteArray>("contents");
-
-    QTest::newRow("none") << QStringList() << LOOPBACK_LINES;
-    QTest::newRow("two, in order") << QStringList{"10.0.0.9 printer", "10.0.0.1 gate"}
-                                   << "10.0.0.9 printer\n10.0.0.1 gate\n" + LOOPBACK_LINES;
-    QTest::newRow("text for a shell stays text")
-        << QStringList{"10.0.0.9 $(touch /tmp/ran) `id` \"quoted\""}
-        << "10.0.0.9 $(touch /tmp/ran) `id` \"quoted\"\n" + LOOPBACK_LINES;
-}
-
-void TestNetworkDeviceDhcp::hostListHoldsLinesAndLoopback()
-{
-    QFETCH(QStringList, lines);
-    TestSupport::WriteFile(HOST_LIST, "an earlier list\n");
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetHosts(lines);
-
-    QTEST(TestSupport::ReadFile(HOST_LIST), "contents");
-    QVERIFY(!QFile::exists("/tmp/ran"));
-}
-
-void TestNetworkDeviceDhcp::hostListIsHandedToTheSystem()
-{
-    TestSupport::Answer("update_hosts", "cp /tmp/.hostlist /tmp/seen");
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetHosts({"10.0.0.9 printer"});
-
-    QCOMPARE(TestSupport::Journal(), QStringList{"update_hosts"});
-    QCOMPARE(TestSupport::ReadFile("/tmp/seen"), "10.0.0.9 printer\n" + LOOPBACK_LINES);
-}
-
-void TestNetworkDeviceDhcp::hostListIsReadableByAll()
-{
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetHosts({});
-
-    QCOMPARE(ModeOf(HOST_LIST), mode_t(0644));
-}
-
-void TestNetworkDeviceDhcp::hostListDoesNotFollowALink()
-{
-    TestSupport::WriteFile("/tmp/victim", "untouched");
-    QVERIFY(QFile::link("/tmp/victim", HOST_LIST));
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetHosts({"10.0.0.9 printer"});
-
-    QCOMPARE(TestSupport::ReadFile("/tmp/victim"), QByteArray("untouched"));
-    QCOMPARE(TestSupport::ReadFile(HOST_LIST), "10.0.0.9 printer\n" + LOOPBACK_LINES);
-}
-
-void TestNetworkDeviceDhcp::hostListThatCannotBeWrittenIsLogged()
-{
-    QVERIFY(QDir().mkpath(HOST_LIST));
-    const MountPoint taken(HOST_LIST);
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
-    NetworkDevice device("eth0", nullptr);
-
-    device.SetHosts({"10.0.0.9 printer"});
-
-    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetHosts -  Unable to access hosts \n"));
-    QCOMPARE(TestSupport::Journal(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceDhcp)
