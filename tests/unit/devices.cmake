@@ -1,7 +1,9 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
 
-corvi_add_unit_test(tst_bondeddevice LIBS devices support)
+corvi_add_unit_test(tst_bondeddevice LIBS deviceworld)
+corvi_add_unit_test(tst_bondeddevice_address LIBS deviceworld)
+corvi_add_unit_test(tst_bondeddevice_client LIBS deviceworld)
 corvi_add_unit_test(tst_defaultroute LIBS devices support)
 corvi_add_unit_test(tst_dhcpclients LIBS devices support)
 corvi_add_unit_test(tst_modem LIBS devices support)

@@ -3,62 +3,19 @@
 
 #include "bondeddevice.h"
 
-#include "fakesysnet.h"
-#include "logging.h"
-#include "mountpoint.h"
-#include "testsupport.h"
+#include "bondworld.h"
 
-#include <QElapsedTimer>
-#include <QFile>
-#include <QSignalSpy>
-#include <QTimer>
 #include <QtTest>
-
-#include <csignal>
-#include <memory>
-
-#include <sys/stat.h>
 
 using TestSupport::Journal;
 using TestSupport::LogText;
 
 namespace {
 
-const QString SAVED_MAC = QStringLiteral("/tmp/config/files/network/bondedMac");
-const QByteArray MAC = "02:00:5e:0a:bc:0f";
-
-/// What the driver does to /sys/class/net: bonds appear, are renamed and go, `bonding_masters` lists them.
-const QByteArray DRIVER = R"(
-net=/sys/class/net
-list_masters() {
-    [ -e $net/bonding_masters ] || return 0
-    (cd $net && ls -d */bonding 2>/dev/null | sed 's,/bonding,,' | tr '\n' ' ' | sed 's/ $//'; echo) >/tmp/masters
-    mv /tmp/masters $net/bonding_masters
-}
-add_bond() {
-    mkdir -p $net/$1/bonding
-    echo 02:bb:bb:bb:bb:bb >$net/$1/address
-}
-case "$(basename $0) $*" in
-    "modprobe bonding"*) : >$net/bonding_masters; add_bond bond0 ;;
-    "modprobe -r bonding") for b in $net/*/bonding; do rm -rf ${b%/bonding}; done; rm -f $net/bonding_masters ;;
-    "ip link set name"*) [ ! -d $net/$5 ] || [ -e $net/$4 ] || mv $net/$5 $net/$4 ;;
-    "ip link add"*) [ ! -e $net/bonding_masters ] || add_bond $3 ;;
-    "ip link delete"*) rm -rf $net/$3 ;;
-    "ip link set"*address*) echo $5 >$net/$3/address ;;
-esac
-list_masters
-)";
-
 /// Everything in the place of the network's interfaces, by name.
 QStringList Entries()
 {
     return QDir("/sys/class/net").entryList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name);
-}
-
-void GivenSettings(const QByteArray &settings)
-{
-    TestSupport::WriteStore("<x>" + settings + "</x>");
 }
 
 } // namespace
@@ -69,8 +26,8 @@ class TestBondedDevice : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
+    void init() { net = MakeBondWorld(); }
+    void cleanup() { net.reset(); }
 
     void beginsWithWhatIsThere_data();
     void beginsWithWhatIsThere();
@@ -88,17 +45,7 @@ private Q_SLOTS:
     void enablingIsLogged_data();
     void enablingIsLogged();
     void enablingBringsTheBondUp();
-    void enablingWaitsForTheClient();
     void slavesHaveTheirCurrentNames();
-    void savedAddressIsUsed_data();
-    void savedAddressIsUsed();
-    void savedAddressThatOthersMayWriteIsNotUsed();
-    void unusableSavedAddressIsReplaced();
-    void addressIsSavedWhereThereIsNoFolder();
-    void addressThatCannotBeReadIsNotSaved();
-    void savedAddressDoesNotFollowALink();
-    void namedPipeInPlaceOfTheAddressIsNotWaitedFor();
-    void addressThatCannotBeSavedIsLogged();
     void disablingTearsTheBondDown();
     void disablingWithoutRenamingKeepsNames();
     void disablingWithoutBondSkipsTheTeardown_data();
@@ -108,41 +55,11 @@ private Q_SLOTS:
     void disablingGivesTheNameBack();
     void switchingOnAndOffLeavesNothing_data();
     void switchingOnAndOffLeavesNothing();
-    void clientIsStartedAndReportsOnce();
-    void secondClientWaitsForTheFirst();
-    void missingClientDoesNotReport();
-    void leaseIsReleased();
-    void clientRunsOnTheInterfaceThatCarries_data();
-    void clientRunsOnTheInterfaceThatCarries();
     void activeSlaveFileFollowsTheName();
-    void clientEndsWithItsOwner();
-    void clientIsGivenNoChannels();
 
 private:
     std::unique_ptr<FakeSysNet> net;
 };
-
-void TestBondedDevice::init()
-{
-    TestSupport::RestorePrograms();
-    TestSupport::ClearAnswers();
-    TestSupport::ClearJournal();
-    TestSupport::Remove("/tmp/config/files");
-    GivenSettings("<bonding_enable>true</bonding_enable><bonding_mode>1</bonding_mode>");
-    BondedDevice::driverFound = false;
-    BondedDevice::enableChecked = false;
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
-    TestSupport::ClearLog();
-    net = std::make_unique<FakeSysNet>();
-    for (const char *name : {"lo", "eth0", "eth1", "wlan0"})
-        net->Add(name);
-    net->Write("eth0/address", MAC + "\n");
-}
-
-void TestBondedDevice::cleanup()
-{
-    net.reset();
-}
 
 void TestBondedDevice::beginsWithWhatIsThere_data()
 {
@@ -358,20 +275,6 @@ void TestBondedDevice::enablingBringsTheBondUp()
     QCOMPARE(Journal().at(2), QString("ip link set dev eth0 up"));
 }
 
-void TestBondedDevice::enablingWaitsForTheClient()
-{
-    TestSupport::Answer("dhclient", "[ \"$1\" = -r ] || { sleep 1; echo >/tmp/client.done; }");
-    TestSupport::Remove("/tmp/client.done");
-    BondedDevice bond(nullptr);
-    bond.StartDhclientInit("eth0");
-
-    bond.EnableBonding();
-
-    QVERIFY(QFile::exists("/tmp/client.done"));
-    QVERIFY(LogText().contains(" Waiting for dhclient to finish \n"));
-    QCOMPARE(Journal().filter("dhclient -r").size(), 1);
-}
-
 void TestBondedDevice::slavesHaveTheirCurrentNames()
 {
     TestSupport::Answer("ip", DRIVER);
@@ -385,125 +288,6 @@ void TestBondedDevice::slavesHaveTheirCurrentNames()
 
     bond.DisableBonding();
     QCOMPARE(bond.getSlaves(), (QStringList{"eth0", "eth1"}));
-}
-
-void TestBondedDevice::savedAddressIsUsed_data()
-{
-    QTest::addColumn<QByteArray>("contents");
-    QTest::addColumn<bool>("used");
-
-    QTest::newRow("with its line feed") << MAC + "\n" << true;
-    QTest::newRow("more lines after it") << MAC + "\nanything\n" << true;
-    QTest::newRow("without line feed") << MAC << false;
-    QTest::newRow("longer line") << MAC + " \n" << false;
-    QTest::newRow("shorter line") << MAC.left(16) + "\n" << false;
-    QTest::newRow("18 characters without line feed") << MAC + "0" << false;
-    QTest::newRow("empty first line") << "\n" + MAC + "\n" << false;
-    QTest::newRow("empty file") << QByteArray() << false;
-}
-
-void TestBondedDevice::savedAddressIsUsed()
-{
-    QFETCH(QByteArray, contents);
-    QFETCH(bool, used);
-    TestSupport::WriteFile(SAVED_MAC, contents);
-    BondedDevice bond(nullptr);
-    bond.setRenaming(true);
-
-    bond.EnableBonding();
-
-    const auto at = Journal().indexOf("ip link set eth0 address " + MAC);
-    QCOMPARE(at != -1, used);
-    if (used) {
-        QCOMPARE(Journal().mid(at - 1),
-                 (QStringList{"ip link set dev eth1 master eth0", "ip link set eth0 address " + MAC,
-                              "ip link set dev eth0 up"}));
-        QCOMPARE(TestSupport::ReadFile(SAVED_MAC), contents);
-    }
-}
-
-void TestBondedDevice::savedAddressThatOthersMayWriteIsNotUsed()
-{
-    TestSupport::WriteFile(SAVED_MAC, MAC + "\n");
-    TestSupport::SetMode(SAVED_MAC, 0666);
-    BondedDevice bond(nullptr);
-    bond.setRenaming(true);
-
-    bond.EnableBonding();
-
-    QVERIFY(!Journal().contains("ip link set eth0 address " + MAC));
-}
-
-void TestBondedDevice::unusableSavedAddressIsReplaced()
-{
-    TestSupport::WriteFile(SAVED_MAC, MAC.left(15) + "99");
-    BondedDevice bond(nullptr);
-    bond.setRenaming(true);
-
-    bond.EnableBonding();
-
-    QCOMPARE(TestSupport::ReadFile(SAVED_MAC), MAC + "\n");
-}
-
-void TestBondedDevice::addressIsSavedWhereThereIsNoFolder()
-{
-    TestSupport::Answer("ip", DRIVER);
-    TestSupport::Answer("modprobe", DRIVER);
-    BondedDevice bond(nullptr);
-    bond.setRenaming(true);
-
-    bond.EnableBonding();
-
-    QCOMPARE(TestSupport::ReadFile(SAVED_MAC), QByteArray("02:bb:bb:bb:bb:bb\n"));
-}
-
-void TestBondedDevice::addressThatCannotBeReadIsNotSaved()
-{
-    TestSupport::WriteFile(SAVED_MAC, "short\n");
-    BondedDevice bond(nullptr);
-
-    bond.EnableBonding();
-
-    QCOMPARE(TestSupport::ReadFile(SAVED_MAC), QByteArray("short\n"));
-}
-
-void TestBondedDevice::savedAddressDoesNotFollowALink()
-{
-    TestSupport::WriteFile("/tmp/victim", "untouched");
-    QVERIFY(QDir().mkpath("/tmp/config/files/network"));
-    QVERIFY(QFile::link("/tmp/victim", SAVED_MAC));
-    BondedDevice bond(nullptr);
-    bond.setRenaming(true);
-
-    bond.EnableBonding();
-
-    QCOMPARE(TestSupport::ReadFile("/tmp/victim"), QByteArray("untouched"));
-    QCOMPARE(TestSupport::ReadFile(SAVED_MAC), MAC + "\n");
-}
-
-void TestBondedDevice::addressThatCannotBeSavedIsLogged()
-{
-    QVERIFY(QDir().mkpath(SAVED_MAC));
-    const MountPoint taken(SAVED_MAC);
-    BondedDevice bond(nullptr);
-    bond.setRenaming(true);
-
-    bond.EnableBonding();
-
-    QVERIFY(LogText().contains("the bond's address could not be saved to " + SAVED_MAC));
-}
-
-void TestBondedDevice::namedPipeInPlaceOfTheAddressIsNotWaitedFor()
-{
-    QVERIFY(QDir().mkpath("/tmp/config/files/network"));
-    QCOMPARE(::mkfifo(QFile::encodeName(SAVED_MAC).constData(), 0600), 0);
-    BondedDevice bond(nullptr);
-    bond.setRenaming(true);
-
-    bond.EnableBonding();
-
-    QVERIFY(bond.isBondingActive());
-    QVERIFY(Journal().filter(" address ").isEmpty());
 }
 
 void TestBondedDevice::disablingTearsTheBondDown()
@@ -626,96 +410,6 @@ void TestBondedDevice::switchingOnAndOffLeavesNothing()
     }
 }
 
-void TestBondedDevice::clientIsStartedAndReportsOnce()
-{
-    TestSupport::Answer("dhclient", "exit 2");
-    BondedDevice bond(nullptr);
-    QSignalSpy ready(&bond, &BondedDevice::dhclientReady);
-    QElapsedTimer timer;
-    timer.start();
-
-    bond.StartDhclientInit("eth0");
-
-    QTRY_COMPARE(ready.size(), 1);
-    QVERIFY2(timer.elapsed() >= 900, qPrintable(QString::number(timer.elapsed())));
-    QTest::qWait(1200);
-    QCOMPARE(ready.size(), 1);
-    QVERIFY2(!bond.findChild<QTimer *>()->isActive(), "nothing is left to poll for");
-    QCOMPARE(Journal(), QStringList{"dhclient eth0"});
-    QVERIFY(LogText().contains(" Calling dhclient eth0 \n"));
-    QVERIFY(LogText().contains(" Process exitCode 2 \n"));
-}
-
-void TestBondedDevice::secondClientWaitsForTheFirst()
-{
-    TestSupport::Answer("dhclient", "sleep 0.5; echo >/tmp/client.$1");
-    TestSupport::Remove("/tmp/client.eth0");
-    BondedDevice bond(nullptr);
-    QSignalSpy ready(&bond, &BondedDevice::dhclientReady);
-
-    bond.StartDhclientInit("eth0");
-    bond.StartDhclientInit("eth1");
-
-    QVERIFY(QFile::exists("/tmp/client.eth0"));
-    QTRY_COMPARE(Journal(), (QStringList{"dhclient eth0", "dhclient eth1"}));
-    QTRY_COMPARE(ready.size(), 1);
-    QVERIFY(QFile::exists("/tmp/client.eth1"));
-}
-
-void TestBondedDevice::missingClientDoesNotReport()
-{
-    TestSupport::RemoveProgram("dhclient");
-    BondedDevice bond(nullptr);
-    QSignalSpy ready(&bond, &BondedDevice::dhclientReady);
-
-    bond.StartDhclientInit("eth0");
-    QVERIFY2(!bond.findChild<QTimer *>()->isActive(), "nothing is left to poll for");
-    QTest::qWait(1300);
-
-    QCOMPARE(ready.size(), 0);
-    QVERIFY2(LogText().contains("BondedDevice::StartDhclientInit dhclient cannot be started on eth0"),
-             qPrintable(LogText()));
-}
-
-void TestBondedDevice::leaseIsReleased()
-{
-    BondedDevice bond(nullptr);
-
-    bond.ReleaseDhclient();
-
-    QCOMPARE(Journal(), QStringList{"dhclient -r"});
-}
-
-void TestBondedDevice::clientRunsOnTheInterfaceThatCarries_data()
-{
-    QTest::addColumn<bool>("enabled");
-    QTest::addColumn<bool>("interfaces");
-    QTest::addColumn<QStringList>("journal");
-
-    QTest::newRow("bond") << true << true << QStringList{"dhclient -r", "dhclient bond0"};
-    QTest::newRow("no bond") << false << true << QStringList{"dhclient -r", "dhclient eth0"};
-    QTest::newRow("no bond and no interface") << false << false << QStringList{"dhclient -r"};
-}
-
-void TestBondedDevice::clientRunsOnTheInterfaceThatCarries()
-{
-    QFETCH(bool, enabled);
-    QFETCH(bool, interfaces);
-    QFETCH(QStringList, journal);
-    if (!interfaces) {
-        net->Remove("eth0");
-        net->Remove("eth1");
-    }
-    BondedDevice bond(nullptr);
-    if (enabled)
-        bond.EnableBonding();
-    TestSupport::ClearJournal();
-
-    bond.SetDhclient();
-
-    QTRY_COMPARE(Journal(), journal);
-}
-
 void TestBondedDevice::activeSlaveFileFollowsTheName()
 {
     BondedDevice bond(nullptr);
@@ -724,45 +418,6 @@ void TestBondedDevice::activeSlaveFileFollowsTheName()
     bond.EnableBonding();
 
     QCOMPARE(bond.getBondedDeviceActiveSlaveFileName(), QString("/sys/class/net/eth0/bonding/active_slave"));
-}
-
-void TestBondedDevice::clientEndsWithItsOwner()
-{
-    static QStringList complaints;
-    // It works in a child of its own.
-    TestSupport::Answer("dhclient",
-                        "sleep 100 & echo $! >/tmp/client.new; mv /tmp/client.new /tmp/client.child; wait");
-    TestSupport::Remove("/tmp/client.child");
-    QtMessageHandler previous = nullptr;
-    QElapsedTimer timer;
-    timer.start();
-    {
-        BondedDevice bond(nullptr);
-        bond.StartDhclientInit("eth0");
-        QTRY_VERIFY(QFile::exists("/tmp/client.child"));
-        previous = qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext &, const QString &text) { complaints << text; });
-    }
-    qInstallMessageHandler(previous);
-
-    QCOMPARE(complaints, QStringList());
-    QVERIFY2(timer.elapsed() < 2000, qPrintable(QString::number(timer.elapsed())));
-    const int child = TestSupport::ReadFile("/tmp/client.child").trimmed().toInt();
-    QVERIFY(child > 0);
-    QTRY_COMPARE(::kill(child, 0), -1);
-}
-
-void TestBondedDevice::clientIsGivenNoChannels()
-{
-    TestSupport::Answer("dhclient",
-                        "channels=$(readlink /proc/$$/fd/[012]); echo \"$channels\" >/tmp/channels");
-    BondedDevice bond(nullptr);
-    QSignalSpy ready(&bond, &BondedDevice::dhclientReady);
-
-    bond.StartDhclientInit("eth0");
-
-    QTRY_COMPARE(ready.size(), 1);
-    QCOMPARE(TestSupport::ReadFile("/tmp/channels"), QByteArray("/dev/null\n/dev/null\n/dev/null\n"));
 }
 
 QTEST_GUILESS_MAIN(TestBondedDevice)
