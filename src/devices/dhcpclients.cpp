@@ -11,6 +11,7 @@
 #include <QThread>
 #include <QVector>
 
+#include <algorithm>
 #include <chrono>
 
 #include <signal.h>
@@ -48,53 +49,61 @@ bool IsOurs(const QByteArray &process)
            theirs.st_ino == ours.st_ino;
 }
 
+struct Process
+{
+    QByteArray id;
+    QByteArray commandLine; ///< each word ends with a NUL; never empty
+};
+
 /// Whether a client with this command line gives the interface IPv4 addresses. One that names no interface
 /// serves every one.
-bool Serves(const QByteArray &commandLine, const QByteArray &iface)
+bool Serves(const QByteArray &commandLine, const QByteArray &interfaceName)
 {
-    QList<QByteArray> words = commandLine.split('\0');
-    words.removeLast(); // Each word ends with a NUL.
+    const QList<QByteArray> words = commandLine.chopped(1).split('\0');
     if (words.contains("-6"))
         return false;
-    return words.size() == 1 || words.last().startsWith('-') || words.contains(iface);
+    return words.size() == 1 || words.last().startsWith('-') || words.contains(interfaceName);
 }
 
-/// The running processes of this name.
-QVector<QByteArray> Running(const QByteArray &name)
+/// The running processes of this name. Each is read once, as it may end before a second look at it.
+QVector<Process> Running(const QByteArray &name)
 {
-    QVector<QByteArray> found;
+    QVector<Process> found;
     const QStringList processes =
         QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs, QDir::Unsorted);
     for (const QString &entry : processes) {
-        const QByteArray process = entry.toLatin1();
-        if (ReadOfProcess(process, "comm") == name + '\n' && IsOurs(process) &&
-            !ReadOfProcess(process, "cmdline").isEmpty())
-            found.append(process);
+        const QByteArray id = entry.toLatin1();
+        if (ReadOfProcess(id, "comm") != name + '\n' || !IsOurs(id))
+            continue;
+        const QByteArray commandLine = ReadOfProcess(id, "cmdline");
+        if (!commandLine.isEmpty())
+            found.append({id, commandLine});
     }
     return found;
 }
 
-QVector<QByteArray> ClientsOf(const QByteArray &iface)
+QVector<Process> ClientsOf(const QByteArray &interfaceName)
 {
-    QVector<QByteArray> found;
-    for (const QByteArray &process : Running(CLIENT))
-        if (Serves(ReadOfProcess(process, "cmdline"), iface))
-            found.append(process);
-    return found;
+    QVector<Process> clients = Running(CLIENT);
+    const auto isAnothers = [&interfaceName](const Process &client) {
+        return !Serves(client.commandLine, interfaceName);
+    };
+    clients.erase(std::remove_if(clients.begin(), clients.end(), isAnothers), clients.end());
+    return clients;
 }
 
-void Signal(const QVector<QByteArray> &processes, int signalNumber)
+void Signal(const QVector<Process> &processes, int signalNumber)
 {
-    for (const QByteArray &process : processes)
-        ::kill(process.toInt(), signalNumber);
+    for (const Process &process : processes)
+        ::kill(process.id.toInt(), signalNumber);
 }
 
 /// True once all are gone. A script is only killed: ended early, it leaves half a resolver file.
-bool EndWith(const QByteArray &iface, int signalNumber)
+bool EndWith(const QByteArray &interfaceName, int signalNumber)
 {
     for (int pass = 0; pass < PAUSES; ++pass) {
-        const QVector<QByteArray> clients = ClientsOf(iface);
-        const QVector<QByteArray> scripts = Running(SCRIPT);
+        const QVector<Process> clients = ClientsOf(interfaceName);
+        const QVector<Process> scripts = Running(SCRIPT);
         if (clients.isEmpty() && scripts.isEmpty())
             return true;
         Signal(clients, signalNumber);
@@ -107,9 +116,9 @@ bool EndWith(const QByteArray &iface, int signalNumber)
 
 } // namespace
 
-bool DhcpClients::End(const QString &iface)
+bool DhcpClients::End(const QString &interfaceName)
 {
-    const QByteArray kernelName = QFile::encodeName(iface);
+    const QByteArray kernelName = QFile::encodeName(interfaceName);
     if (ClientsOf(kernelName).isEmpty())
         return false;
     if (!EndWith(kernelName, SIGTERM))

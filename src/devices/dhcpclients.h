@@ -14,6 +14,6 @@ namespace DhcpClients {
 /// after 2 s and gives up 2 s later. Clients of other interfaces, of other network namespaces, of other users
 /// and for IPv6 alone live.
 /// @return whether there were any.
-bool End(const QString &iface);
+bool End(const QString &interfaceName);
 
 } // namespace DhcpClients

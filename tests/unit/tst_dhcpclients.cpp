@@ -13,6 +13,7 @@
 #include <csignal>
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include <sched.h>
 #include <sys/stat.h>
@@ -88,6 +89,7 @@ private Q_SLOTS:
     void letsTheScriptFinish();
     void endsAScriptThatHangs();
     void clientWithoutWordsServesEveryInterface();
+    void clientsMayEndMeanwhile();
     void programWithASimilarNameLives();
     void containersClientLives();
     void otherUsersProcessLives();
@@ -190,6 +192,25 @@ void TestDhcpClients::clientWithoutWordsServesEveryInterface()
     QVERIFY(DhcpClients::End("eth0"));
 
     QVERIFY(client.waitForFinished(1000));
+}
+
+void TestDhcpClients::clientsMayEndMeanwhile()
+{
+    // Many that stay, so that a look takes a while, and many that are gone within a few milliseconds.
+    std::vector<std::unique_ptr<Client>> others(40);
+    for (std::unique_ptr<Client> &other : others)
+        other = std::make_unique<Client>(QStringList{"-v", "eth1"});
+    QDir().mkpath("/tmp/clients/quick");
+    QVERIFY(QFile::copy("/bin/true", "/tmp/clients/quick/dhclient"));
+    QProcess quickOnes;
+    quickOnes.start("/bin/sh", {"-c", "echo ready; while :; do /tmp/clients/quick/dhclient eth1; done"});
+    QVERIFY(quickOnes.waitForReadyRead());
+
+    for (int look = 0; look < 200; ++look)
+        QVERIFY(!DhcpClients::End("eth0"));
+
+    quickOnes.kill();
+    QVERIFY(quickOnes.waitForFinished());
 }
 
 void TestDhcpClients::programWithASimilarNameLives()
