@@ -15,7 +15,6 @@
 #include <array>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
@@ -52,7 +51,7 @@ NetworkDevice::NetworkDevice(const QString &interfaceName, QObject *parent)
       timer(std::make_unique<QTimer>()),
       carrierLosses(QFile::encodeName(SYS_NET + interfaceName)),
       kernelName(QFile::encodeName(interfaceName)),
-      carrierPath(QFile::encodeName(SYS_NET + interfaceName + QStringLiteral("/carrier")))
+      carrierFile(kernelName)
 {
     qRegisterMetaType<NetworkDevice *>();
     connect(timer.get(), &QTimer::timeout, this, &NetworkDevice::onTimerTrip);
@@ -141,13 +140,9 @@ void NetworkDevice::ReadMacAddress()
 
 void NetworkDevice::ReadCarrier()
 {
-    const int fd = ::open(carrierPath.constData(), O_RDONLY | O_CLOEXEC);
-    if (fd == -1)
-        return;
-    char first = 0;
-    isUp = ::read(fd, &first, 1) == 1;
-    isRunning = isUp && first == '1';
-    ::close(fd);
+    const char carrier = carrierFile.Read(socketFd);
+    isUp = carrier != '\0';
+    isRunning = carrier == '1';
 }
 
 void NetworkDevice::UpdateIpInformation()

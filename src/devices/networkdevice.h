@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "carrierfile.h"
 #include "carrierlosses.h"
 #include "reportonce.h"
 #include "retrypause.h"
@@ -169,7 +170,7 @@ private:
     void ReportNoResolver();
 
     const QByteArray kernelName; ///< the name as the kernel's interfaces take it
-    const QByteArray carrierPath;
+    CarrierFile carrierFile;
     QString appliedSpeed; ///< the text that SetSpeed() was last run for
 
     RetryPause startPause{RetryPause::First::AT_ONCE};
