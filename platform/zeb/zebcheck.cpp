@@ -59,7 +59,7 @@ void CheckProperties(ZebNetwork &network, Findings &findings)
         const ZebProperty *known = ZebProperties::Find(property.key());
         QString reason = ZebCheck::TextProblem(*property);
         if (reason.isEmpty())
-            reason = known ? known->check(*property) : QStringLiteral("no such property");
+            reason = known ? known->rule.check(*property) : QStringLiteral("no such property");
         if (reason.isEmpty()) {
             ++property;
             continue;

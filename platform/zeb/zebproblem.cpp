@@ -37,5 +37,10 @@ QString ZebProblem::Text() const
         text += QStringLiteral("network \"%1\": ").arg(network);
     if (!property.isEmpty())
         text += property + QStringLiteral(": ");
-    return text + reason + ConsequenceText(consequence);
+    return text + ReasonText();
+}
+
+QString ZebProblem::ReasonText() const
+{
+    return reason + ConsequenceText(consequence);
 }

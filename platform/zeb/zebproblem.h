@@ -36,6 +36,8 @@ struct ZebProblem
 
     /// As a line of a log, with all of the above. What follows from a refused document only its reader knows.
     QString Text() const;
+    /// The reason, and what follows.
+    QString ReasonText() const;
 };
 
 using ZebProblems = QVector<ZebProblem>;

@@ -137,6 +137,24 @@ QString Fallback(const QString &value)
                                               : Quoted(value) + QStringLiteral(" is not \"fallback\"");
 }
 
+constexpr ZebValueRule TEXT = {"text", AnyText};
+constexpr ZebValueRule SSID = {"SSID", SupplicantValues::SsidProblem};
+constexpr ZebValueRule BOOLEAN = {"boolean", Boolean};
+constexpr ZebValueRule PRIORITY = {"whole number", Priority};
+constexpr ZebValueRule BAND = {"band", Band};
+constexpr ZebValueRule SCAN_INTERVAL = {"seconds", ScanInterval};
+constexpr ZebValueRule SIGNAL = {"dBm", Signal};
+constexpr ZebValueRule WEP_KEY = {"WEP key", SupplicantValues::WepKeyProblem};
+constexpr ZebValueRule SECRET_TEXT = {"secret text", AnyText};
+constexpr ZebValueRule CERTIFICATE = {"certificate", CertificateName};
+constexpr ZebValueRule PAC_FILE = {"file name", PacFile};
+constexpr ZebValueRule FALLBACK = {"the word fallback", Fallback};
+constexpr ZebValueRule HOST_ADDRESS = {"IPv4 address", HostAddress};
+constexpr ZebValueRule NETMASK = {"IPv4 netmask", Netmask};
+constexpr ZebValueRule SERVER_ADDRESS = {"IP address", ServerAddress};
+constexpr ZebValueRule DOMAINS = {"domain names", Domains};
+constexpr ZebValueRule MTU = {"bytes", Mtu};
+
 } // namespace
 
 const std::vector<ZebProperty> &ZebProperties::All()
@@ -145,39 +163,39 @@ const std::vector<ZebProperty> &ZebProperties::All()
     constexpr bool ESSENTIAL = true;
     constexpr bool SECRET = true;
     static const std::vector<ZebProperty> properties = {
-        {"name", &C::name, AnyText, ESSENTIAL, false},
-        {"securityMode", &C::securityMode, AnyText, ESSENTIAL, false},
-        {"ssid", &C::ssid, SupplicantValues::SsidProblem, ESSENTIAL, false},
-        {"scanSsid", &C::scanSsid, Boolean, false, false},
-        {"priority", &C::priority, Priority, false, false},
-        {"band", &C::band, Band, false, false},
-        {"useBgScan", &C::useBgScan, Boolean, false, false},
-        {"bgScanShortInterval", &C::bgScanShortInterval, ScanInterval, false, false},
-        {"bgScanSignal", &C::bgScanSignal, Signal, false, false},
-        {"bgScanLongInterval", &C::bgScanLongInterval, ScanInterval, false, false},
-        {"wepKey", &C::wepKey, SupplicantValues::WepKeyProblem, ESSENTIAL, SECRET},
-        {"passphrase", &C::passphrase, AnyText, ESSENTIAL, SECRET},
-        {"identity", &C::identity, AnyText, ESSENTIAL, false},
-        {"password", &C::password, AnyText, ESSENTIAL, SECRET},
-        {"caCert", &C::caCert, CertificateName, ESSENTIAL, false},
-        {"clientCert", &C::clientCert, CertificateName, ESSENTIAL, false},
-        {"privateKey", &C::privateKey, CertificateName, ESSENTIAL, false},
-        {"privateKeyPassword", &C::privateKeyPassword, AnyText, ESSENTIAL, SECRET},
-        {"cipher", &C::cipher, AnyText, false, false},
-        {"pacFile", &C::pacFile, PacFile, false, false},
-        {"scep", &C::scep, Boolean, false, false},
-        {"allowWeakCerts", &C::allowWeakCerts, Boolean, false, false},
-        {"dot1xFallback", &C::dot1xFallback, Fallback, false, false},
-        {"staticIp", &C::staticIp, Boolean, false, false},
-        {"ipAddress", &C::ipAddress, HostAddress, false, false},
-        {"netmask", &C::netmask, Netmask, false, false},
-        {"gateway", &C::gateway, HostAddress, false, false},
-        {"staticDns", &C::staticDns, Boolean, false, false},
-        {"dns1", &C::dns1, ServerAddress, false, false},
-        {"dns2", &C::dns2, ServerAddress, false, false},
-        {"domain", &C::domain, Domains, false, false},
-        {"speed", &C::speed, AnyText, false, false},
-        {"mtu", &C::mtu, Mtu, false, false},
+        {"name", &C::name, TEXT, ESSENTIAL, false},
+        {"securityMode", &C::securityMode, TEXT, ESSENTIAL, false},
+        {"ssid", &C::ssid, SSID, ESSENTIAL, false},
+        {"scanSsid", &C::scanSsid, BOOLEAN, false, false},
+        {"priority", &C::priority, PRIORITY, false, false},
+        {"band", &C::band, BAND, false, false},
+        {"useBgScan", &C::useBgScan, BOOLEAN, false, false},
+        {"bgScanShortInterval", &C::bgScanShortInterval, SCAN_INTERVAL, false, false},
+        {"bgScanSignal", &C::bgScanSignal, SIGNAL, false, false},
+        {"bgScanLongInterval", &C::bgScanLongInterval, SCAN_INTERVAL, false, false},
+        {"wepKey", &C::wepKey, WEP_KEY, ESSENTIAL, SECRET},
+        {"passphrase", &C::passphrase, SECRET_TEXT, ESSENTIAL, SECRET},
+        {"identity", &C::identity, TEXT, ESSENTIAL, false},
+        {"password", &C::password, SECRET_TEXT, ESSENTIAL, SECRET},
+        {"caCert", &C::caCert, CERTIFICATE, ESSENTIAL, false},
+        {"clientCert", &C::clientCert, CERTIFICATE, ESSENTIAL, false},
+        {"privateKey", &C::privateKey, CERTIFICATE, ESSENTIAL, false},
+        {"privateKeyPassword", &C::privateKeyPassword, SECRET_TEXT, ESSENTIAL, SECRET},
+        {"cipher", &C::cipher, TEXT, false, false},
+        {"pacFile", &C::pacFile, PAC_FILE, false, false},
+        {"scep", &C::scep, BOOLEAN, false, false},
+        {"allowWeakCerts", &C::allowWeakCerts, BOOLEAN, false, false},
+        {"dot1xFallback", &C::dot1xFallback, FALLBACK, false, false},
+        {"staticIp", &C::staticIp, BOOLEAN, false, false},
+        {"ipAddress", &C::ipAddress, HOST_ADDRESS, false, false},
+        {"netmask", &C::netmask, NETMASK, false, false},
+        {"gateway", &C::gateway, HOST_ADDRESS, false, false},
+        {"staticDns", &C::staticDns, BOOLEAN, false, false},
+        {"dns1", &C::dns1, SERVER_ADDRESS, false, false},
+        {"dns2", &C::dns2, SERVER_ADDRESS, false, false},
+        {"domain", &C::domain, DOMAINS, false, false},
+        {"speed", &C::speed, TEXT, false, false},
+        {"mtu", &C::mtu, MTU, false, false},
     };
     return properties;
 }

@@ -10,13 +10,20 @@
 #include <variant>
 #include <vector>
 
+/// What a value may be.
+struct ZebValueRule
+{
+    const char *valueClass; ///< in words
+    /// Why a value that is a text is not valid, or nothing.
+    QString (*check)(const QString &value);
+};
+
 /// One property of a network: its element in the store, the member that holds it and what it may be.
 struct ZebProperty
 {
     const char *key;
     std::variant<QString ZebNetConfig::*, bool ZebNetConfig::*, int ZebNetConfig::*> member;
-    /// Why a value that is a text is not valid, or nothing.
-    QString (*check)(const QString &value);
+    ZebValueRule rule;
     /// Going on with the default would be another network, or one with less security.
     bool isEssential;
     /// Neither shown nor logged.

@@ -3,9 +3,9 @@
 
 #include "zebstore.h"
 
-#include "filetrust.h"
 #include "securefile.h"
 #include "zeblastgood.h"
+#include "zebsectionfile.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -23,7 +23,6 @@ Q_LOGGING_CATEGORY(zebLog, "zeb")
 namespace {
 
 const QString STORE_FOLDER = QStringLiteral("/tmp/config/xmlconfig/");
-constexpr int SIZE_LIMIT_MIB = 4; // 200 networks take a twentieth of it
 
 // A store that is wrong all over must not flood the log.
 constexpr int PROBLEM_LIMIT = 100;
@@ -154,12 +153,7 @@ QString CachedSection::WhatIsInForce() const
 
 void CachedSection::Reload()
 {
-    const QString distrust = TrustProblem(filePath);
-    if (!distrust.isEmpty()) {
-        ReportUnreadable(QStringLiteral("is not obeyed: ") + distrust);
-        return;
-    }
-    const SecureFile::Reading reading = SecureFile::Read(filePath, SIZE_LIMIT_MIB);
+    const SecureFile::Reading reading = ZebSectionFile::ReadTrusted(filePath);
     if (!reading.problem.isEmpty()) {
         ReportUnreadable(reading.problem);
         return;

@@ -1,6 +1,15 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
 
+if(TARGET corvi-check)
+    corvi_add_unit_test(tst_checktool)
+    add_dependencies(tst_checktool corvi-check)
+    target_compile_definitions(tst_checktool PRIVATE CORVI_CHECK="$<TARGET_FILE:corvi-check>"
+        SAMPLES_FOLDER="${PROJECT_SOURCE_DIR}/docs/samples/")
+    corvi_add_unit_test(tst_storeagreement LIBS storecheck zeb TIMEOUT 600)
+    corvi_add_unit_test(tst_storecheck LIBS storecheck PLAIN)
+endif()
+
 if(TARGET corvi-status)
     corvi_add_unit_test(tst_statustool LIBS zeb Qt::Network)
     add_dependencies(tst_statustool corvi-status)

@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "testsupport.h"
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtTest>
+
+namespace {
+
+const QByteArray GOOD = "<c>\n<network><name>lan</name></network></c>";
+const QByteArray BAD = "<c>\n<network><name>lan</name><mtu>9</mtu></network></c>";
+const QByteArray UNUSABLE = "<c>\n<network></c>";
+const QString FILE_NAME = QStringLiteral("/tmp/store.xml");
+
+struct Result
+{
+    int exitCode = -1;
+    QString output;
+    QString error;
+};
+
+Result Run(const QStringList &arguments, const QByteArray &input = {})
+{
+    QProcess tool;
+    tool.start(QStringLiteral(CORVI_CHECK), arguments);
+    tool.write(input);
+    tool.closeWriteChannel();
+    if (!tool.waitForFinished(60000) || tool.exitStatus() != QProcess::NormalExit)
+        return {};
+    return {tool.exitCode(), QString::fromUtf8(tool.readAllStandardOutput()),
+            QString::fromUtf8(tool.readAllStandardError())};
+}
+
+} // namespace
+
+/// The program corvi-check as it is called: what it reads, what it ends with.
+class TestCheckTool : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup();
+    void statusSaysWhatTheStoreIs_data();
+    void statusSaysWhatTheStoreIs();
+    void standardInputIsRead_data();
+    void standardInputIsRead();
+    void storeInForceIsReadWithoutAFile();
+    void storeThatIsNotObeyedIsUnusable();
+    void unreadableFileIsTold_data();
+    void unreadableFileIsTold();
+    void tooLargeStoreIsRefused();
+    void jsonIsOneLine();
+    void wrongCommandLineIsRefused_data();
+    void wrongCommandLineIsRefused();
+    void fullOutputIsTold();
+    void everySamplePasses_data();
+    void everySamplePasses();
+    void nothingIsRunOrWritten();
+};
+
+void TestCheckTool::cleanup()
+{
+    TestSupport::RemoveStore();
+    TestSupport::Remove(FILE_NAME);
+}
+
+void TestCheckTool::statusSaysWhatTheStoreIs_data()
+{
+    QTest::addColumn<QByteArray>("store");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("output");
+    QTest::newRow("good") << GOOD << 0 << "";
+    QTest::newRow("one bad value") << BAD << 1
+                                   << ":2:31: error: network \"lan\", property \"mtu\": \"9\" is not a whole "
+                                      "number from 68 to 65535; its default is used\n";
+    QTest::newRow("not well-formed") << UNUSABLE << 2 << ":2:13: error: Opening and ending tag mismatch.\n";
+}
+
+void TestCheckTool::statusSaysWhatTheStoreIs()
+{
+    QFETCH(QByteArray, store);
+    QFETCH(QString, output);
+    TestSupport::WriteFile(FILE_NAME, store);
+
+    const Result result = Run({FILE_NAME});
+
+    QTEST(result.exitCode, "exitCode");
+    QCOMPARE(result.output, output.isEmpty() ? QString() : FILE_NAME + output);
+    QCOMPARE(result.error, QString());
+}
+
+void TestCheckTool::standardInputIsRead_data()
+{
+    statusSaysWhatTheStoreIs_data();
+}
+
+void TestCheckTool::standardInputIsRead()
+{
+    QFETCH(QByteArray, store);
+    QFETCH(QString, output);
+
+    const Result result = Run({"-"}, store);
+
+    QTEST(result.exitCode, "exitCode");
+    QCOMPARE(result.output, output.isEmpty() ? QString() : "<stdin>" + output);
+}
+
+void TestCheckTool::storeInForceIsReadWithoutAFile()
+{
+    TestSupport::WriteStore(BAD);
+
+    const Result result = Run({});
+
+    QCOMPARE(result.exitCode, 1);
+    QVERIFY2(result.output.startsWith(TestSupport::STORE_FILE + ":2:31: error: "), qPrintable(result.output));
+}
+
+void TestCheckTool::storeThatIsNotObeyedIsUnusable()
+{
+    TestSupport::WriteStore(GOOD);
+    TestSupport::SetMode(TestSupport::STORE_FILE, 0666);
+
+    const Result result = Run({});
+
+    QCOMPARE(result.exitCode, 2);
+    QVERIFY2(result.output.startsWith(TestSupport::STORE_FILE + ": error: is not obeyed: "),
+             qPrintable(result.output));
+    // By its name it may be on its way to the place where it counts.
+    QCOMPARE(Run({TestSupport::STORE_FILE}).exitCode, 0);
+}
+
+void TestCheckTool::unreadableFileIsTold_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("no such file") << "/tmp/none.xml"
+                                  << "No such file or directory";
+    QTest::newRow("folder") << "/tmp"
+                            << "is not a regular file";
+    QTest::newRow("device") << "/dev/zero"
+                            << "is not a regular file";
+}
+
+void TestCheckTool::unreadableFileIsTold()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, reason);
+
+    const Result result = Run({file});
+
+    QCOMPARE(result.exitCode, 2);
+    QCOMPARE(result.output, file + ": error: " + reason + '\n');
+}
+
+void TestCheckTool::tooLargeStoreIsRefused()
+{
+    const QByteArray store = "<c>" + QByteArray("<a></a>\n").repeated(600 * 1024) + "</c>";
+    TestSupport::WriteFile(FILE_NAME, store);
+
+    QCOMPARE(Run({FILE_NAME}).output, FILE_NAME + ": error: is larger than 4 MiB\n");
+    QCOMPARE(Run({"-"}, store).output, QString("<stdin>: error: is larger than 4 MiB\n"));
+    QCOMPARE(Run({"-"}, store).exitCode, 2);
+}
+
+void TestCheckTool::jsonIsOneLine()
+{
+    const Result result = Run({"--json", "-"}, BAD);
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.output.count('\n'), 1);
+    const QJsonObject object = QJsonDocument::fromJson(result.output.toUtf8()).object();
+    QCOMPARE(object.value("file").toString(), QString("<stdin>"));
+    QCOMPARE(object.value("usable").toBool(), true);
+    QCOMPARE(Run({"--json", "-"}, UNUSABLE).exitCode, 2);
+}
+
+void TestCheckTool::wrongCommandLineIsRefused_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("unknown option") << QStringList{"--nothing"} << "corvi-check: Unknown option 'nothing'.\n";
+    QTest::newRow("two files") << QStringList{"-", "b"} << "corvi-check: unexpected argument: b\n";
+}
+
+void TestCheckTool::wrongCommandLineIsRefused()
+{
+    QFETCH(QStringList, arguments);
+
+    const Result result = Run(arguments, GOOD);
+
+    QCOMPARE(result.exitCode, 2);
+    QTEST(result.error, "error");
+}
+
+void TestCheckTool::fullOutputIsTold()
+{
+    QProcess tool;
+    tool.setStandardOutputFile("/dev/full");
+    TestSupport::WriteFile(FILE_NAME, BAD);
+
+    tool.start(QStringLiteral(CORVI_CHECK), {FILE_NAME});
+
+    QVERIFY(tool.waitForFinished(60000));
+    QCOMPARE(tool.exitCode(), 2);
+    QCOMPARE(tool.readAllStandardError(), QByteArray("corvi-check: cannot write: No space left on device\n"));
+}
+
+void TestCheckTool::everySamplePasses_data()
+{
+    QTest::addColumn<QString>("file");
+    const QStringList files = QDir(SAMPLES_FOLDER).entryList({"*.xml"}, QDir::Files, QDir::Name);
+    QVERIFY(!files.isEmpty());
+    for (const QString &file : files)
+        QTest::newRow(qPrintable(file)) << SAMPLES_FOLDER + file;
+}
+
+void TestCheckTool::everySamplePasses()
+{
+    QFETCH(QString, file);
+
+    const Result result = Run({file});
+
+    QVERIFY2(result.exitCode == 0, qPrintable(result.output));
+    QVERIFY2(!result.output.contains(": error: "), qPrintable(result.output));
+}
+
+void TestCheckTool::nothingIsRunOrWritten()
+{
+    TestSupport::ClearJournal();
+    TestSupport::ClearLog();
+
+    for (const QString &file : QDir(SAMPLES_FOLDER).entryList({"*.xml"}))
+        QCOMPARE(Run({SAMPLES_FOLDER + file}).error, QString());
+
+    QCOMPARE(TestSupport::Journal(), QStringList());
+    QCOMPARE(TestSupport::LogText(), QString());
+    QVERIFY(!QFile::exists("/tmp/wpa_supplicant.conf"));
+}
+
+QTEST_GUILESS_MAIN(TestCheckTool)
+#include "tst_checktool.moc"

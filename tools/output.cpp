@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "output.h"
+
+#include <QByteArray>
+
+bool Print(FILE *stream, const QString &text)
+{
+    const QByteArray bytes = text.toUtf8();
+    const auto size = static_cast<size_t>(bytes.size());
+    return std::fwrite(bytes.constData(), 1, size, stream) == size && std::fflush(stream) == 0;
+}

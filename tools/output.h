@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QString>
+
+#include <cstdio>
+
+/// Writes the text and flushes; false, with the reason in errno, when a part of it may be missing: whoever
+/// reads the output must not take that, or nothing, for the whole.
+[[nodiscard]] bool Print(FILE *stream, const QString &text);
