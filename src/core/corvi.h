@@ -215,6 +215,7 @@ private:
     ReportOnce leftoverReport;
     ReportOnce segmentReport;
     ReportOnce lostSegmentReport;
+    ReportOnce foreignSegmentReport;
     QHash<QString, ReportOnce> flagReports; ///< by path: flag files that cannot be removed
 
     // Life, the supervision tick

@@ -4,6 +4,7 @@
 #include "corvi.h"
 
 #include "logging.h"
+#include "segmentnames.h"
 #include "zebnetstatus.h"
 
 #include <QLocalSocket>
@@ -44,6 +45,10 @@ void Corvi::InitSharedMemory()
 /// One try. False, and no segment, also where the one we got is on its way out already.
 bool Corvi::OpenSegment()
 {
+    const QStringList foreign = SegmentNames::TakeBack(shm.nativeKey());
+    if (!foreign.isEmpty())
+        LogOnce(foreignSegmentReport)
+            << "Corvi::OpenSegment - made by another user, removed and made anew:" << foreign;
     if (!shm.create(ZebNetStatus::RECORD_SIZE, QSharedMemory::ReadWrite)) {
         Log(Level::SETUP) << "Corvi::run - Unable to create shared memory segment";
         if (!shm.attach(QSharedMemory::ReadWrite))

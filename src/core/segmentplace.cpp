@@ -10,6 +10,7 @@
 
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 void SegmentPlace::Note(const QSharedMemory &segment)
 {
@@ -30,5 +31,8 @@ bool SegmentPlace::IsFound() const
     if (::stat(keyFile.constData(), &file) != 0 || file.st_dev != device || file.st_ino != inode)
         return false;
     shmid_ds segment = {};
-    return ::shmctl(segmentId, IPC_STAT, &segment) == 0 && (segment.shm_perm.mode & SHM_DEST) == 0;
+    if (::shmctl(segmentId, IPC_STAT, &segment) != 0 || (segment.shm_perm.mode & SHM_DEST) != 0)
+        return false;
+    // Its maker keeps his rights when the owner changes.
+    return segment.shm_perm.uid == ::geteuid() && segment.shm_perm.cuid == ::geteuid();
 }

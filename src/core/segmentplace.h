@@ -18,7 +18,8 @@ class SegmentPlace
 public:
     /// To be called right after the segment was created or attached.
     void Note(const QSharedMemory &segment);
-    /// Whether the key still leads to the segment; two system calls. True as well where that cannot be told.
+    /// Whether the key still leads to the segment, and the segment is our own; two system calls. True as well
+    /// where that cannot be told.
     bool IsFound() const;
 
 private:

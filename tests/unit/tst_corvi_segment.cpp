@@ -3,6 +3,7 @@
 
 #include "corvipeer.h"
 
+#include "segmentplace.h"
 #include "zebnetstatus.h"
 
 #include <QProcess>
@@ -11,6 +12,8 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -49,6 +52,23 @@ void RemoveKeyFile()
         Remove("/tmp/" + name);
 }
 
+using Deeds = QList<void (*)()>;
+
+/// In a process of his own; false when he could not be had.
+bool DoAsAnotherUser(const Deeds &deeds)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::setuid(65534) != 0)
+            ::_exit(1);
+        for (auto deed : deeds)
+            deed();
+        ::_exit(0);
+    }
+    int status = -1;
+    return ::waitpid(child, &status, 0) == child && status == 0;
+}
+
 /// While it lives, nobody can make a file in /tmp.
 class ReadOnlyTmp
 {
@@ -65,6 +85,8 @@ private:
 };
 
 } // namespace
+
+Q_DECLARE_METATYPE(Deeds)
 
 /// The segment that others read the status from: where it is found, what becomes of it, who may use it when.
 class TestCorviSegment : public QObject
@@ -88,6 +110,9 @@ private slots:
     void lostSegmentIsMadeAnew_data();
     void lostSegmentIsMadeAnew();
     void segmentThatCannotBeMadeAnewIsTriedAgain();
+    void anotherUsersNamesAreTakenBack_data();
+    void anotherUsersNamesAreTakenBack();
+    void anotherUsersSegmentIsNotTakenForOurs();
     void recordIsPublished();
     void copyIsBoundedByTheSegment();
     void copyLeavesTheRestOfALargerSegment();
@@ -291,6 +316,74 @@ void TestCorviSegment::segmentThatCannotBeMadeAnewIsTriedAgain()
     corvi.Tick();
 
     QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviSegment::anotherUsersNamesAreTakenBack_data()
+{
+    QTest::addColumn<Deeds>("asRoot");
+    QTest::addColumn<Deeds>("asUser");
+    QTest::addColumn<QString>("told");
+    const auto makeFiles = [] {
+        WriteFile(SEGMENT_FILE, ""), WriteFile(LOCK_FILE, "");
+    };
+    const auto makeSegment = [] {
+        ::shmget(::ftok(SEGMENT_FILE, 'Q'), 512, IPC_CREAT | 0666);
+    };
+    // Nobody lets go of it: its value is 0.
+    const auto makeLock = [] {
+        ::semget(::ftok(LOCK_FILE, 'Q'), 1, IPC_CREAT | 0600);
+    };
+    QTest::newRow("lock") << Deeds{makeFiles} << Deeds{makeLock} << "its lock";
+    QTest::newRow("segment") << Deeds{makeFiles} << Deeds{makeSegment} << "the status segment";
+    QTest::newRow("key files") << Deeds{} << Deeds{makeFiles} << "the status segment, its lock";
+    QTest::newRow("all") << Deeds{} << Deeds{makeFiles, makeSegment, makeLock}
+                         << "the status segment, its lock";
+}
+
+void TestCorviSegment::anotherUsersNamesAreTakenBack()
+{
+    // Another user's id exists only where it is mapped.
+    if (!ReadFile("/proc/self/uid_map").contains("4294967295"))
+        QSKIP("only root can make what is another user's; seen when the tests run as root");
+    QFETCH(Deeds, asRoot);
+    QFETCH(Deeds, asUser);
+    QFETCH(QString, told);
+    QCOMPARE(QProcess::execute("ipcrm", {"--all"}), 0);
+    Remove(SEGMENT_FILE);
+    Remove(LOCK_FILE);
+    for (auto deed : asRoot)
+        deed();
+    QVERIFY(DoAsAnotherUser(asUser));
+
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+
+    QCOMPARE(ReadSystemVSegment(), corvi.Segment());
+    QCOMPARE(SystemVLock(), 1);
+    shmid_ds segment = {};
+    QCOMPARE(::shmctl(::shmget(::ftok(SEGMENT_FILE, 'Q'), 0, 0), IPC_STAT, &segment), 0);
+    QCOMPARE(segment.shm_perm.cuid, ::geteuid());
+    QCOMPARE(segment.shm_perm.mode & 0777, 0600);
+    QCOMPARE(LogLines().filter("another user"),
+             QStringList{"Corvi::OpenSegment - made by another user, removed and made anew: " + told});
+}
+
+/// One that he made between our look at the names and Qt's attempt to make it.
+void TestCorviSegment::anotherUsersSegmentIsNotTakenForOurs()
+{
+    if (!ReadFile("/proc/self/uid_map").contains("4294967295"))
+        QSKIP("only root can make what is another user's; seen when the tests run as root");
+    QCOMPARE(QProcess::execute("ipcrm", {"--all"}), 0);
+    WriteFile(SEGMENT_FILE, "");
+    QVERIFY(DoAsAnotherUser({[] {
+        ::shmget(::ftok(SEGMENT_FILE, 'Q'), 512, IPC_CREAT | 0666);
+    }}));
+    QSharedMemory segment(SEGMENT_KEY);
+    QVERIFY(segment.attach());
+    SegmentPlace place;
+
+    place.Note(segment);
+
+    QVERIFY(!place.IsFound());
 }
 
 void TestCorviSegment::recordIsPublished()
