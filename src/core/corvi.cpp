@@ -208,6 +208,9 @@ void Corvi::WarnOfOtherManagers()
 void Corvi::SetUpNetworks()
 {
     rescanReport.Over(); // Only one that follows another at once is no news.
+    // The supplicant says only once that it is connected, and what it says while a command waits is dropped.
+    if (supThread->TakeUntoldSuccess())
+        onAssociatedChanged(true);
     const bool isWiredConnected = WiredNetworkSetup();
     if (isWiredConnected) {
         SetUpBelowWired();

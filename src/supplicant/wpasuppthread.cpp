@@ -113,6 +113,7 @@ void WpaSuppThread::Reinit()
     terminateAcknowledged = false;
     badPassword = false;
     restarting = false;
+    untoldSuccess = false;
     ssid.clear();
 }
 

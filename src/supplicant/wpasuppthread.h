@@ -58,6 +58,10 @@ public:
     /// Reads what the supplicant has said and nobody has heard yet; associatedChanged() may come before this
     /// returns. For a decision that a success in it would change.
     void HearUnread();
+    /// Whether the supplicant is connected and associatedChanged() has not said so: the event was dropped, as
+    /// it came while the reply to a command was awaited. Told once; true for a status read since then, which
+    /// is no signal either.
+    bool TakeUntoldSuccess();
     /// Lets go of the supplicant, which runs on: closes our end of the control connection.
     void LetGo();
     /// Four lines for a person: running, status, associated, SSID.
@@ -156,6 +160,7 @@ private:
     static QString SplitLine(const QString &line);
     static QString ExtractSsid(const QString &message);
     void OnSsidTemporarilyDisabled(const QString &message);
+    void TellAssociation(bool state);
     void OnConnected();
     void OnDisconnected();
     void OnEapFailure();
@@ -204,6 +209,8 @@ private:
     /// the stop that the launch itself asked for.
     bool startPending = false;
 
+    bool connectionTold = false;   ///< the last associatedChanged() said that it is connected
+    bool untoldSuccess = false;    ///< see TakeUntoldSuccess()
     bool stopWaitsForNews = false; ///< the stop asked for is one that a success would make pointless
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it
     int silentTicks = 0;                      ///< since it was last heard

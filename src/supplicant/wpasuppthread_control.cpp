@@ -5,6 +5,8 @@
 
 #include "logging.h"
 
+#include <utility>
+
 /// Later, as this may run inside a signal of the object itself.
 void WpaSuppThread::DeleteLater::operator()(WpaSupplicantControl *object) const
 {
@@ -70,6 +72,14 @@ void WpaSuppThread::HearUnread()
 {
     if (control)
         control->ReadWaiting();
+}
+
+bool WpaSuppThread::TakeUntoldSuccess()
+{
+    if (!untoldSuccess)
+        return false;
+    HearUnread(); // The event itself, where it came after all.
+    return std::exchange(untoldSuccess, false) && associated;
 }
 
 void WpaSuppThread::LetGo()

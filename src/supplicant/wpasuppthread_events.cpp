@@ -42,6 +42,13 @@ void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
     }
 }
 
+void WpaSuppThread::TellAssociation(bool state)
+{
+    connectionTold = state;
+    untoldSuccess = false;
+    emit associatedChanged(state);
+}
+
 void WpaSuppThread::OnConnected()
 {
     badPassword = false;
@@ -56,7 +63,7 @@ void WpaSuppThread::OnConnected()
         stopRunning = false;
         stopWaitsForNews = false;
     }
-    emit associatedChanged(true);
+    TellAssociation(true);
 }
 
 void WpaSuppThread::OnDisconnected()
@@ -65,7 +72,7 @@ void WpaSuppThread::OnDisconnected()
     badPassword = false;
     statusText = QStringLiteral("Disconnected");
     LogOnce(told.link, statusText) << "WpaSuppThread::MessageReceived -- disconnected";
-    emit associatedChanged(false);
+    TellAssociation(false);
 }
 
 void WpaSuppThread::OnEapFailure()
@@ -116,6 +123,7 @@ void WpaSuppThread::CheckStatus()
         } else if (line.startsWith(QLatin1String("wpa_state"))) {
             statusText = SplitLine(line);
             associated = statusText == QLatin1String("COMPLETED");
+            untoldSuccess = associated && !connectionTold;
             Log(Level::TRACE)
                 << "WpaSuppThread::CheckStatus"
                 << QStringLiteral("%1,%2,%3").arg(line, statusText, QString::number(associated));

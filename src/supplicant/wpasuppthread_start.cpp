@@ -48,7 +48,7 @@ void WpaSuppThread::RestartSupplicant()
     StopSupplicant();
     WaitForSupplicantToEnd();
 
-    emit associatedChanged(false);
+    TellAssociation(false);
     TakeOverRequest();
     Utils::Execute(QStringLiteral("mkdir"), {QStringLiteral("-p"), WPA_CONTROL_FOLDER}, false);
     LaunchSupplicant();

@@ -24,6 +24,7 @@ public:
     {
         WpaSuppThreadPeer::Connect(Instance(), interfaceName);
     }
+    static void AskForStatus() { WpaSuppThreadPeer::AskForStatus(Instance()); }
     static void Tick() { Instance().MyTimerTimeout(); }
     /// Ends the worker thread, so that the supervisor ticks only when a test tells it to.
     static void StopTicking()

@@ -138,10 +138,12 @@ public:
         thread.running = state.running;
         thread.restarting = state.restarting;
         thread.associated = state.associated;
+        thread.connectionTold = state.associated;
     }
     static void Disconnect(WpaSuppThread &thread) { thread.DeleteWpaCtl(); }
     static void SetStopPending(WpaSuppThread &thread, bool pending) { thread.stopPending = pending; }
     static bool IsStopRequested(const WpaSuppThread &thread) { return thread.stopRunning; }
+    static void AskForStatus(WpaSuppThread &thread) { thread.checkStatusRequested = true; }
     /// Opens the control connection, as the tick after a launch does.
     static void Connect(WpaSuppThread &thread, const QString &interfaceName)
     {

@@ -41,6 +41,7 @@ private Q_SLOTS:
     void unreadSuccessPreventsTheFallback();
     void successDuringTheFallbackKeepsTheSupplicant_data();
     void successDuringTheFallbackKeepsTheSupplicant();
+    void droppedSuccessCounts();
     void portInFallbackIsLeftAlone();
 };
 
@@ -306,6 +307,27 @@ void TestCorviWired8021x::successDuringTheFallbackKeepsTheSupplicant()
     LogFromHere(4);
     corvi.Tick(3);
     QCOMPARE(Decisions(), QStringList());
+}
+
+void TestCorviWired8021x::droppedSuccessCounts()
+{
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {"<3>CTRL-EVENT-CONNECTED - "};
+    answer.reply = "wpa_state=COMPLETED\n";
+    supplicant.SetAnswer("STATUS", answer);
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    Supervisor::Connect(QStringLiteral("eth0"));
+    Supervisor::AskForStatus();
+    EventListener listener;
+    Forget();
+
+    Supervisor::Tick();
+    corvi.Tick(2);
+
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, ADDRESS_PRESENT}));
+    QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth0 10.1.0.2 netmask 255.255.255.0 up"});
 }
 
 void TestCorviWired8021x::portInFallbackIsLeftAlone()

@@ -66,6 +66,8 @@ private slots:
     void logsTheStatus();
     void readsTheStatusOnceWhenAsked();
     void hearsWhatIsUnreadBeforeItAsksForTheStatus();
+    void knowsOfASuccessThatNobodyHeard();
+    void knowsOfNoSuccessThatWasTold();
     void leavesWhatComesMeanwhileToTheNotifier();
 
     void warnsOncePerEpisode();
@@ -473,6 +475,46 @@ void TestWpaSuppThreadEvents::hearsWhatIsUnreadBeforeItAsksForTheStatus()
     supervisor->Tick();
 
     QVERIFY(supervisor->IsAssociated());
+    QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
+}
+
+void TestWpaSuppThreadEvents::knowsOfASuccessThatNobodyHeard()
+{
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {"<3>CTRL-EVENT-CONNECTED - Connection to x completed"};
+    answer.reply = "wpa_state=COMPLETED\n";
+    supplicant->SetAnswer("STATUS", answer);
+    supervisor->Supervise();
+    supervisor->AskForStatus();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+
+    supervisor->Tick();
+
+    QVERIFY(supervisor->IsAssociated());
+    QCOMPARE(changes.size(), 0);
+    QVERIFY(supervisor->TakeUntoldSuccess());
+    QVERIFY(!supervisor->TakeUntoldSuccess());
+}
+
+void TestWpaSuppThreadEvents::knowsOfNoSuccessThatWasTold()
+{
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->Supervise();
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    // Neither of these is told, so that the connection is the same to whoever listens.
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE"));
+    supervisor->CheckStatus();
+    QVERIFY(supervisor->IsAssociated());
+    QVERIFY(!supervisor->TakeUntoldSuccess());
+
+    // Here the event comes, but later than the status.
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-DISCONNECTED reason=3"));
+    supervisor->CheckStatus();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
+
+    QVERIFY(!supervisor->TakeUntoldSuccess());
+
     QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
 }
 
