@@ -195,7 +195,7 @@ private:
     RetryPause modemDownPause;
     bool isCarrierHidden = false; ///< the record of another device stands where the carrier's belongs
     SegmentPlace segmentPlace;
-    QByteArray lostRecord; ///< of a segment that was lost and is not there again yet
+    QByteArray lostRecord; ///< of a segment that was lost or cannot be locked: to be put into it later
 
     // What is told of over and over while it lasts.
     ReportOnce adapterReport;

@@ -62,13 +62,12 @@ bool Corvi::OpenSegment()
     return false;
 }
 
-/// False, and the segment as it was, when it cannot be locked or is not there.
+/// False, and the segment as it was, when it cannot be locked or is not there. The record is put later then.
 bool Corvi::PutRecord(const QByteArray &record)
 {
-    if (!shm.isAttached()) {
-        lostRecord = record; // Told where the segment was lost; the next one begins with this.
-        return false;
-    }
+    lostRecord = record;
+    if (!shm.isAttached())
+        return false; // Told where the segment was lost.
     if (!shm.lock()) {
         LogOnce(segmentReport) << "ShareStatus() the segment cannot be locked, its record stays as it was";
         return false;
@@ -82,6 +81,7 @@ bool Corvi::PutRecord(const QByteArray &record)
     const int length = std::min({segmentSize, ZebNetStatus::RECORD_SIZE, recordSize});
     std::memcpy(shm.data(), record.constData(), static_cast<size_t>(length));
     shm.unlock();
+    lostRecord.clear();
     return true;
 }
 
@@ -90,10 +90,13 @@ void Corvi::KeepSegmentFound()
 {
     if (shm.isAttached() && segmentPlace.IsFound()) {
         lostSegmentReport.Over();
+        if (!lostRecord.isEmpty())
+            PutRecord(lostRecord);
         return;
     }
     if (shm.isAttached()) {
-        lostRecord = QByteArray(static_cast<const char *>(shm.constData()), shm.size());
+        if (lostRecord.isEmpty())
+            lostRecord = QByteArray(static_cast<const char *>(shm.constData()), shm.size());
         shm.detach();
     }
     if (!OpenSegment()) {

@@ -35,9 +35,10 @@ QByteArray EventMessage(int event, int status)
 void Corvi::ShareStatus(NetworkDevice *nd)
 {
     Log(Level::TRACE) << "ShareStatus()  Start";
+    // Also where the record has to wait: its event is sent now, and once.
+    nd->publishedAddress = nd->ipAddress;
     if (!PutRecord(nd->status->GetData()))
         return;
-    nd->publishedAddress = nd->ipAddress;
     Log(Level::TRACE) << "ShareStatus()  Complete";
     KeepSegmentFound();
 }

@@ -69,6 +69,15 @@ bool DoAsAnotherUser(const Deeds &deeds)
     return ::waitpid(child, &status, 0) == child && status == 0;
 }
 
+/// The semaphore behind the lock is gone.
+void RemoveLock()
+{
+    if (QProcess::execute("ipcrm", {"--all=sem"}) != 0)
+        qFatal("cannot remove the semaphore");
+    for (const QString &name : QDir("/tmp").entryList({"qipc_systemsem_*"}, QDir::Files | QDir::System))
+        Remove("/tmp/" + name);
+}
+
 /// While it lives, nobody can make a file in /tmp.
 class ReadOnlyTmp
 {
@@ -113,6 +122,8 @@ private slots:
     void anotherUsersNamesAreTakenBack_data();
     void anotherUsersNamesAreTakenBack();
     void anotherUsersSegmentIsNotTakenForOurs();
+    void addressIsToldOnceWhileItCannotBePublished_data();
+    void addressIsToldOnceWhileItCannotBePublished();
     void recordIsPublished();
     void copyIsBoundedByTheSegment();
     void copyLeavesTheRestOfALargerSegment();
@@ -386,6 +397,38 @@ void TestCorviSegment::anotherUsersSegmentIsNotTakenForOurs()
     QVERIFY(!place.IsFound());
 }
 
+void TestCorviSegment::addressIsToldOnceWhileItCannotBePublished_data()
+{
+    QTest::addColumn<bool>("isLocked");
+    QTest::newRow("the segment is lost") << false;
+    QTest::newRow("its lock is lost") << true;
+}
+
+void TestCorviSegment::addressIsToldOnceWhileItCannotBePublished()
+{
+    QFETCH(bool, isLocked);
+    UseDhcpServer();
+    EventListener listener;
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    listener.Take();
+    isLocked ? RemoveLock() : RemoveKeyFile();
+    {
+        const ReadOnlyTmp readOnly;
+        RealIp({"addr", "flush", "dev", "eth0"});
+        RealIp({"addr", "add", "10.0.0.77/24", "dev", "eth0"});
+
+        corvi.Tick(3);
+
+        QCOMPARE(listener.Take(), Events{ADDRESS_PRESENT});
+    }
+    corvi.Tick();
+
+    ZebNetStatus published;
+    QVERIFY(published.SetData(ReadSegment()));
+    QCOMPARE(published.GetIp(), QString("10.0.0.77"));
+    QCOMPARE(listener.Take(), Events());
+}
+
 void TestCorviSegment::recordIsPublished()
 {
     CorviPeer corvi({"eth0"}, DISCOVERED);
@@ -452,12 +495,8 @@ void TestCorviSegment::segmentThatCannotBeLockedIsLeftAlone()
     EventListener listener;
     CorviPeer corvi(DISCOVERED);
     FillSegment('x');
-    // The semaphore behind the lock is gone, and it cannot be made again.
-    QCOMPARE(QProcess::execute("ipcrm", {"--all=sem"}), 0);
-    const QStringList keyFiles = QDir("/tmp").entryList({"qipc_systemsem_*"}, QDir::Files);
-    QCOMPARE(keyFiles.size(), 1);
-    Remove("/tmp/" + keyFiles.first());
-    const ReadOnlyTmp readOnly;
+    RemoveLock();
+    const ReadOnlyTmp readOnly; // It cannot be made again.
     ClearLog();
 
     corvi.SendAssociationMessage(corvi.Device("eth0"), true);
