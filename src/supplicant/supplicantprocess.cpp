@@ -4,6 +4,7 @@
 #include "supplicantprocess.h"
 
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -75,9 +76,15 @@ bool SupplicantProcess::HasEndedWithin(std::chrono::milliseconds limit) const
 {
     if (descriptor < 0)
         return wasGone;
+    const QDeadlineTimer deadline(limit);
     // Readable once the process has ended (pidfd_open(2)).
     pollfd entry{descriptor, POLLIN, 0};
-    return poll(&entry, 1, static_cast<int>(limit.count())) > 0;
+    for (;;) {
+        const int ready = poll(&entry, 1, static_cast<int>(deadline.remainingTime()));
+        // The end of any child interrupts the wait.
+        if (ready >= 0 || errno != EINTR)
+            return ready > 0;
+    }
 }
 
 std::optional<bool> SupplicantProcess::IsStopped() const

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <memory>
 
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -31,6 +32,7 @@ private slots:
     void knowsItsOwnByCommandLine();
     void findsItsOwn();
     void endsAProcess();
+    void waitsOnWhenInterrupted();
     void canBeMoved();
 };
 
@@ -113,6 +115,25 @@ void TestSupplicantProcess::endsAProcess()
     process.SendSignal(SIGTERM);
 
     QVERIFY(process.HasEndedWithin(5s));
+}
+
+void TestSupplicantProcess::waitsOnWhenInterrupted()
+{
+    FakeSupplicantProcess supplicant;
+    const SupplicantProcess process(supplicant.Id());
+    std::signal(SIGALRM, [](int) {});
+    const itimerval often{{0, 10'000}, {0, 10'000}};
+    QCOMPARE(setitimer(ITIMER_REAL, &often, nullptr), 0);
+    QProcess killer;
+    killer.start(QStringLiteral("sh"), {"-c", QStringLiteral("sleep 0.3; kill -9 %1").arg(supplicant.Id())});
+
+    const bool hasEnded = process.HasEndedWithin(30s);
+
+    const itimerval never{};
+    QCOMPARE(setitimer(ITIMER_REAL, &never, nullptr), 0);
+    std::signal(SIGALRM, SIG_DFL);
+    QVERIFY(hasEnded);
+    QVERIFY(killer.waitForFinished());
 }
 
 void TestSupplicantProcess::canBeMoved()
