@@ -161,6 +161,7 @@ private:
     void ApplyStaticAddress();
     void ObtainAddress();
     void ApplyLinkSettings();
+    void ApplyMtu();
     void ApplySpeed();
     bool IsSpeedInForce(int mbits, bool isFull) const;
     QByteArray ReadAttribute(const char *attribute) const;

@@ -160,9 +160,17 @@ void NetworkDevice::ApplyLinkSettings()
     if (!isWireless)
         ApplySpeed();
     if (!currentConfig->mtu.isEmpty())
-        SetMtu(name, currentConfig->mtu);
+        ApplyMtu();
     else if (currentConfig->staticIp)
         TakeBackDhcpMtu();
+}
+
+void NetworkDevice::ApplyMtu()
+{
+    // Many a card restarts its link for another MTU, as for another speed; for the one in force none does.
+    if (ReadAttribute("mtu") != currentConfig->mtu.toLatin1())
+        carrierLosses.ExpectOne(CarrierLosses::Time::clock::now());
+    SetMtu(name, currentConfig->mtu);
 }
 
 void NetworkDevice::ApplySpeed()

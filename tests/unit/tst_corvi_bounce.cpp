@@ -43,6 +43,7 @@ private Q_SLOTS:
     void bounceDuringTheConfigurationCounts();
     void lossThatIsSeenIsReportedOnce();
     void ownSpeedSettingIsNoBounce();
+    void ownMtuSettingIsNoBounce();
     void flappingIsToldOnceAndCounted();
 
     void countFollowsTheKernel();
@@ -124,6 +125,30 @@ void TestCorviBounce::ownSpeedSettingIsNoBounce()
     QCOMPARE(TakeStates(changes), QVector<bool>());
 
     Bounce("eth0"); // Nobody set anything.
+    corvi.Tick();
+    QCOMPARE(TakeStates(changes), QVector<bool>{true});
+}
+
+void TestCorviBounce::ownMtuSettingIsNoBounce()
+{
+    MakeMachine(
+        "<networkconfig><network><name>lan</name><staticIp>true</staticIp><ipAddress>10.1.0.2</ipAddress>"
+        "<netmask>255.255.255.0</netmask><mtu>1400</mtu></network></networkconfig>",
+        {"eth0"});
+    CorviPeer corvi;
+    corvi.Tick(2);
+    QCOMPARE(ReadFile("/sys/class/net/eth0/mtu"), QByteArray("1400\n"));
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+
+    Bounce("eth0"); // The card restarts its link.
+    corvi.Tick(2);
+    QCOMPARE(TakeStates(changes), QVector<bool>());
+
+    Bounce("eth0"); // Nobody set anything.
+    corvi.Tick();
+    QCOMPARE(TakeStates(changes), QVector<bool>{true});
+
+    Bounce("eth0"); // What the configuration set was in force, so no card restarted for it.
     corvi.Tick();
     QCOMPARE(TakeStates(changes), QVector<bool>{true});
 }
