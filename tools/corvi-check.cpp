@@ -68,8 +68,10 @@ int Fail(const QString &reason)
 int Check(const QStringList &arguments, bool asJson)
 {
     const Source source = ReadSource(arguments);
-    const StoreReport report = source.reading.problem.isEmpty() ? CheckStore(source.reading.contents)
-                                                                : UnreadableStore(source.reading.problem);
+    ZebDocument document;
+    const StoreReport report = source.reading.problem.isEmpty()
+                                   ? CheckStore(source.reading.contents, document)
+                                   : UnreadableStore(source.reading.problem);
     const QString text =
         asJson ? QString::fromUtf8(QJsonDocument(StoreReportText::ForProgram(source.shownName, report))
                                        .toJson(QJsonDocument::Compact)) +

@@ -3,7 +3,8 @@
 
 #include "storecheck.h"
 
-#include "zebdocument.h"
+#include "storeadvice.h"
+#include "storehints.h"
 #include "zebproperties.h"
 
 #include <algorithm>
@@ -11,16 +12,23 @@
 
 namespace {
 
-QString ValueClass(const ZebProblem &problem)
+QString ValueClass(const QString &property)
 {
-    const ZebProperty *known = problem.network.isEmpty() ? nullptr : ZebProperties::Find(problem.property);
+    const ZebProperty *known = ZebProperties::Find(property);
     return known ? QString::fromLatin1(known->rule.valueClass) : QString();
 }
 
 StoreFinding FindingOf(const ZebProblem &problem)
 {
-    return {StoreFinding::Severity::Error, problem.place,       problem.network, problem.property,
-            ValueClass(problem),           problem.ReasonText()};
+    StoreFinding finding;
+    finding.place = problem.place;
+    finding.network = problem.network;
+    finding.property = problem.property;
+    if (!problem.network.isEmpty())
+        finding.valueClass = ValueClass(problem.property);
+    finding.reason = problem.ReasonText();
+    finding.suggestion = MeantInstead(problem);
+    return finding;
 }
 
 bool IsEarlier(const StoreFinding &one, const StoreFinding &other)
@@ -30,6 +38,12 @@ bool IsEarlier(const StoreFinding &one, const StoreFinding &other)
 
 } // namespace
 
+void StoreReport::Add(const StoreFindings &further)
+{
+    findings += further;
+    std::stable_sort(findings.begin(), findings.end(), IsEarlier);
+}
+
 bool StoreReport::HasErrors() const
 {
     return std::any_of(findings.begin(), findings.end(), [](const StoreFinding &finding) {
@@ -37,24 +51,47 @@ bool StoreReport::HasErrors() const
     });
 }
 
+StoreFinding NetworkFinding(const ZebNetwork &network, StoreFinding::Severity severity,
+                            const QString &property, const QString &reason)
+{
+    StoreFinding finding;
+    finding.severity = severity;
+    finding.place = network.places.value(property, network.place);
+    finding.network = network.properties.value(QStringLiteral("name"));
+    finding.property = property;
+    finding.valueClass = ValueClass(property);
+    finding.reason = reason;
+    return finding;
+}
+
 StoreReport UnreadableStore(const QString &reason)
 {
+    StoreFinding finding;
+    finding.reason = reason;
     StoreReport report;
-    report.findings.append({StoreFinding::Severity::Error, {}, {}, {}, {}, reason});
+    report.findings = {finding};
     return report;
 }
 
-StoreReport CheckStore(const QByteArray &contents)
+StoreReport ReadStore(const QByteArray &contents, ZebDocument &document)
 {
-    ZebDocument document;
     ZebProblems problems;
     StoreReport report;
     report.isUsable = document.Parse(contents, problems);
     // Of a text that breaks off, the reader also says what the rest would have told it.
     if (!report.isUsable)
         problems = {problems.constLast()};
+    StoreFindings findings;
     for (const ZebProblem &problem : qAsConst(problems))
-        report.findings.append(FindingOf(problem));
-    std::stable_sort(report.findings.begin(), report.findings.end(), IsEarlier);
+        findings.append(FindingOf(problem));
+    report.Add(findings);
+    return report;
+}
+
+StoreReport CheckStore(const QByteArray &contents, ZebDocument &document)
+{
+    StoreReport report = ReadStore(contents, document);
+    if (report.isUsable)
+        report.Add(StoreAdvice::OnSettings(document) + StoreAdvice::OnNetworks(document));
     return report;
 }

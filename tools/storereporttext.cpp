@@ -29,8 +29,11 @@ QString Line(const QString &fileName, const StoreFinding &finding)
     QString place = fileName;
     if (finding.place.line > 0)
         place += QStringLiteral(":%1:%2").arg(finding.place.line).arg(finding.place.column);
+    const QString question = finding.suggestion.isEmpty()
+                                 ? QString()
+                                 : QStringLiteral(" (did you mean \"%1\"?)").arg(finding.suggestion);
     return place + QStringLiteral(": ") + SeverityWord(finding.severity) + QStringLiteral(": ") +
-           Subject(finding) + finding.reason + QLatin1Char('\n');
+           Subject(finding) + finding.reason + question + QLatin1Char('\n');
 }
 
 QJsonObject Object(const StoreFinding &finding)
@@ -41,7 +44,8 @@ QJsonObject Object(const StoreFinding &finding)
             {QStringLiteral("network"), finding.network},
             {QStringLiteral("property"), finding.property},
             {QStringLiteral("valueClass"), finding.valueClass},
-            {QStringLiteral("reason"), finding.reason}};
+            {QStringLiteral("reason"), finding.reason},
+            {QStringLiteral("suggestion"), finding.suggestion}};
 }
 
 } // namespace

@@ -46,6 +46,16 @@ bool SecurityMode::Quotes(const QString &property) const
     return QString::fromLatin1(quotedProperties).split(QLatin1Char(' ')).contains(property);
 }
 
+QString SecurityMode::NameProblem(bool isWireless) const
+{
+    const bool isWiredMode = kind == ModeKind::Wired;
+    if (kind == ModeKind::Unsecured || isWireless != isWiredMode)
+        return QString();
+    return isWireless
+               ? QStringLiteral("a wired mode, but the name makes it wireless: it is taken as unsecured")
+               : QStringLiteral("a wireless mode, but the name makes it wired: the supplicant gets nothing");
+}
+
 const SecurityMode *FindSecurityMode(const QString &nameOrKey)
 {
     const auto *const mode =

@@ -31,6 +31,9 @@ struct SecurityMode
     const char *quotedProperties;
 
     bool Quotes(const QString &property) const;
+    /// Why the mode does not fit a network that its name makes wireless, or wired, with what follows; or
+    /// nothing.
+    QString NameProblem(bool isWireless) const;
 };
 
 /// The mode of this display name or key, or null.

@@ -5,7 +5,6 @@
 
 #include <QByteArray>
 #include <QRegularExpression>
-#include <QStringList>
 
 #include <algorithm>
 
@@ -109,14 +108,19 @@ QString SupplicantValues::WepKeyProblem(const QString &value)
                           "quotes, with a P before these for escapes");
 }
 
-QString SupplicantValues::CipherProblem(const QString &value)
+const QStringList &SupplicantValues::Ciphers()
 {
     static const QStringList ciphers = {QStringLiteral("CCMP"), QStringLiteral("TKIP"),
                                         QStringLiteral("GCMP"), QStringLiteral("CCMP-256"),
                                         QStringLiteral("GCMP-256")};
+    return ciphers;
+}
+
+QString SupplicantValues::CipherProblem(const QString &value)
+{
     const QStringList words = value.split(QLatin1Char(' '), Qt::SkipEmptyParts);
     const bool isList = !words.isEmpty() && std::all_of(words.begin(), words.end(), [](const QString &word) {
-        return ciphers.contains(word);
+        return Ciphers().contains(word);
     });
     return isList ? QString() : QStringLiteral("is not a list of CCMP, TKIP, GCMP, CCMP-256 and GCMP-256");
 }

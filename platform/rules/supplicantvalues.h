@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 /// What wpa_supplicant takes in its configuration file, as seen in version 2.10. Each operation gives the
 /// reason why it would refuse the value, and the whole file with it, or take it for another one: the rest of
@@ -32,7 +33,10 @@ QString PskProblem(const QString &value);
 /// No key at all is taken.
 QString WepKeyProblem(const QString &value);
 
-/// A list of words that both the pairwise and the group ciphers take.
+/// The words that both the pairwise and the group ciphers take.
+const QStringList &Ciphers();
+
+/// A list of these words.
 QString CipherProblem(const QString &value);
 
 /// A band, by the text that stands for it.

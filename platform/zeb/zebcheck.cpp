@@ -34,10 +34,11 @@ QString Quoted(const QString &text)
 class Findings
 {
 public:
-    void Add(const QString &property, const QString &reason, ZebConsequence consequence)
+    void Add(const QString &property, const QString &reason, ZebConsequence consequence,
+             const QString &refused = {})
     {
         // Names of properties come from outside and may be as long as the file.
-        problems.append({{}, {}, property.left(64), reason, consequence});
+        problems.append({{}, {}, property.left(64), reason, consequence, refused});
     }
     /// For what is missing: it may have been refused, which is told already.
     void LeaveOut(const char *property, const QString &reason)
@@ -67,7 +68,7 @@ void CheckProperties(ZebNetwork &network, Findings &findings)
         const ZebConsequence consequence = !known               ? ZebConsequence::NotUsed
                                            : known->isEssential ? ZebConsequence::NetworkLeftOut
                                                                 : ZebConsequence::DefaultUsed;
-        findings.Add(property.key(), reason, consequence);
+        findings.Add(property.key(), reason, consequence, known && !known->isSecret ? *property : QString());
         property = network.properties.erase(property);
     }
 }
@@ -78,7 +79,7 @@ void CheckMode(const SecurityMode *mode, bool isWired, const ZebNetwork &network
     if (mode || stored.isEmpty())
         return;
     findings.Add(QStringLiteral("securityMode"), Quoted(stored) + QStringLiteral(" is not known"),
-                 isWired ? ZebConsequence::NoSupplicantBlock : ZebConsequence::CountsAsUnsecured);
+                 isWired ? ZebConsequence::NoSupplicantBlock : ZebConsequence::CountsAsUnsecured, stored);
 }
 
 void CheckCipher(const SecurityMode *mode, ZebNetwork &network, Findings &findings)
@@ -89,7 +90,8 @@ void CheckCipher(const SecurityMode *mode, ZebNetwork &network, Findings &findin
     const QString problem = SupplicantValues::CipherProblem(*cipher);
     if (problem.isEmpty())
         return;
-    findings.Add(cipher.key(), Quoted(*cipher) + QLatin1Char(' ') + problem, ZebConsequence::DefaultUsed);
+    findings.Add(cipher.key(), Quoted(*cipher) + QLatin1Char(' ') + problem, ZebConsequence::DefaultUsed,
+                 *cipher);
     network.properties.erase(cipher);
 }
 

@@ -123,6 +123,8 @@ void ReadNetwork(ZebDocument &document, QXmlStreamReader &xml, ZebProblems &prob
 
     const QString name = texts.values.value(NAME);
     network.properties = texts.values;
+    network.place = place;
+    network.places = texts.places;
     const QString nameProblem = NameProblem(document, name);
     if (!nameProblem.isEmpty())
         found.append({{}, {}, NAME, nameProblem, ZebConsequence::NetworkLeftOut});
@@ -235,6 +237,7 @@ bool ZebDocument::Parse(const QByteArray &bytes, ZebProblems &problems)
         xml.readNext();
     CheckSettings(read, problems);
     settings = read.values;
+    settingPlaces = read.places;
     return !xml.hasError() || refuse({xml.lineNumber(), xml.columnNumber()}, ErrorWithoutNames(xml));
 }
 

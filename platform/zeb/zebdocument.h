@@ -29,6 +29,7 @@ struct ZebDocument
     QByteArray ToXml() const;
 
     QMap<QString, QString> settings;
+    QMap<QString, ZebPlace> settingPlaces;
     QStringList networkNames;
     QHash<QString, ZebNetwork> networks;
 };

@@ -14,17 +14,6 @@
 
 namespace {
 
-/// Sets a member to the text of the store, read as the member's type asks.
-struct Setter
-{
-    ZebNetConfig &config;
-    const QString &value;
-
-    void operator()(QString ZebNetConfig::*member) const { config.*member = value; }
-    void operator()(bool ZebNetConfig::*member) const { config.*member = value == QLatin1String("true"); }
-    void operator()(int ZebNetConfig::*member) const { config.*member = value.toInt(); }
-};
-
 QByteArray DigestKey()
 {
     std::array<quint32, 8> words = {};
@@ -86,14 +75,7 @@ bool ZebNetConfig::Load(const QString &networkName, bool /*reserved*/)
     if (found == section.networks.constEnd())
         return false;
 
-    securityMode = found->properties.value(QStringLiteral("securityMode"), securityMode);
-    scep = securityMode.endsWith(QLatin1String("with SCEP)"));
-    for (const ZebProperty &property : ZebProperties::All()) {
-        const auto value = found->properties.constFind(QLatin1String(property.key));
-        if (value != found->properties.constEnd())
-            std::visit(Setter{*this, *value}, property.member);
-    }
-    hosts = found->hosts;
+    ZebProperties::Fill(*this, *found);
     return true;
 }
 

@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "zebproblem.h"
+
 #include <QMap>
 #include <QString>
 #include <QStringList>
@@ -12,4 +14,7 @@ struct ZebNetwork
 {
     QMap<QString, QString> properties;
     QStringList hosts;
+
+    ZebPlace place;
+    QMap<QString, ZebPlace> places; ///< of the properties
 };

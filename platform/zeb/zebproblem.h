@@ -33,6 +33,7 @@ struct ZebProblem
     QString property; ///< the element; empty for a network or the document as a whole
     QString reason;   ///< the rest of a sentence that the property begins
     ZebConsequence consequence = ZebConsequence::NotUsed;
+    QString refused = {}; ///< the value, where it is known to be no secret
 
     /// As a line of a log, with all of the above. What follows from a refused document only its reader knows.
     QString Text() const;

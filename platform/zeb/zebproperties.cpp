@@ -137,6 +137,17 @@ QString Fallback(const QString &value)
                                               : Quoted(value) + QStringLiteral(" is not \"fallback\"");
 }
 
+/// Sets a member to the text of the store, read as the member's type asks.
+struct Setter
+{
+    ZebNetConfig &config;
+    const QString &value;
+
+    void operator()(QString ZebNetConfig::*member) const { config.*member = value; }
+    void operator()(bool ZebNetConfig::*member) const { config.*member = value == QLatin1String("true"); }
+    void operator()(int ZebNetConfig::*member) const { config.*member = value.toInt(); }
+};
+
 constexpr ZebValueRule TEXT = {"text", AnyText};
 constexpr ZebValueRule SSID = {"SSID", SupplicantValues::SsidProblem};
 constexpr ZebValueRule BOOLEAN = {"boolean", Boolean};
@@ -207,4 +218,16 @@ const ZebProperty *ZebProperties::Find(const QString &key)
         return key == QLatin1String(property.key);
     });
     return found == all.end() ? nullptr : &*found;
+}
+
+void ZebProperties::Fill(ZebNetConfig &config, const ZebNetwork &network)
+{
+    config.securityMode = network.properties.value(QStringLiteral("securityMode"), config.securityMode);
+    config.scep = config.securityMode.endsWith(QLatin1String("with SCEP)"));
+    for (const ZebProperty &property : All()) {
+        const auto value = network.properties.constFind(QLatin1String(property.key));
+        if (value != network.properties.constEnd())
+            std::visit(Setter{config, *value}, property.member);
+    }
+    config.hosts = network.hosts;
 }

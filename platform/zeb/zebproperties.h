@@ -4,6 +4,7 @@
 #pragma once
 
 #include "zebnetconfig.h"
+#include "zebnetwork.h"
 
 #include <QString>
 
@@ -36,5 +37,8 @@ namespace ZebProperties {
 const std::vector<ZebProperty> &All();
 /// Null for an element that is no property.
 const ZebProperty *Find(const QString &key);
+
+/// Sets what a network holds in an empty definition.
+void Fill(ZebNetConfig &config, const ZebNetwork &network);
 
 } // namespace ZebProperties

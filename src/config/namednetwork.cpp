@@ -153,16 +153,9 @@ void NamedNetwork::BuildBlock()
 
 QStringList NamedNetwork::ModeProblems() const
 {
-    const QString &mode = netConfig->securityMode;
-    const SecurityMode *known = FindSecurityMode(mode);
-    if (!known || known->kind == ModeKind::Unsecured)
-        return {};
-    const bool isWiredMode = known->kind == ModeKind::Wired;
-    if (wireless && isWiredMode)
-        return {QStringLiteral("a wired mode, but the name makes it wireless: it is taken as unsecured")};
-    if (!wireless && !isWiredMode)
-        return {QStringLiteral("a wireless mode, but the name makes it wired: the supplicant gets nothing")};
-    return {};
+    const SecurityMode *known = FindSecurityMode(netConfig->securityMode);
+    const QString nameProblem = known ? known->NameProblem(wireless) : QString();
+    return nameProblem.isEmpty() ? QStringList() : QStringList{nameProblem};
 }
 
 void NamedNetwork::ReportOnce(const QStringList &problems) const

@@ -6,6 +6,8 @@ if(TARGET corvi-check)
     add_dependencies(tst_checktool corvi-check)
     target_compile_definitions(tst_checktool PRIVATE CORVI_CHECK="$<TARGET_FILE:corvi-check>"
         SAMPLES_FOLDER="${PROJECT_SOURCE_DIR}/docs/samples/")
+    corvi_add_unit_test(tst_spelling LIBS storecheck rules PLAIN)
+    corvi_add_unit_test(tst_storeadvice LIBS storecheck PLAIN)
     corvi_add_unit_test(tst_storeagreement LIBS storecheck zeb TIMEOUT 600)
     corvi_add_unit_test(tst_storecheck LIBS storecheck PLAIN)
 endif()

@@ -25,9 +25,15 @@ QByteArray WithoutMark(QByteArray marked)
     return marked.replace(MARK, "");
 }
 
+StoreReport Report(const QByteArray &xml)
+{
+    ZebDocument document;
+    return CheckStore(xml, document);
+}
+
 QStringList Lines(const QByteArray &xml)
 {
-    return StoreReportText::ForPerson("store", CheckStore(xml)).split('\n', Qt::SkipEmptyParts);
+    return StoreReportText::ForPerson("store", Report(xml)).split('\n', Qt::SkipEmptyParts);
 }
 
 } // namespace
@@ -69,7 +75,8 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
         "network \"lan\", property \"mtu\": holds a control character or a line end; its default is used");
     row("boolean in capitals",
         "<c>\n<network>\n  <name>lan</name>\n  <staticDns>|True</staticDns>\n</network>\n</c>",
-        "network \"lan\", property \"staticDns\": \"True\" is neither true nor false; its default is used");
+        "network \"lan\", property \"staticDns\": \"True\" is neither true nor false; its default is used "
+        "(did you mean \"true\"?)");
     row("boolean as a word",
         "<c>\n<network>\n  <name>lan</name>\n  <staticIp>|yes</staticIp>\n</network>\n</c>",
         "network \"lan\", property \"staticIp\": \"yes\" is neither true nor false; its default is used");
@@ -138,7 +145,8 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
         "apart by blanks; its default is used");
     row("fallback with a capital",
         "<c>\n<network>\n  <name>lan</name>\n  <dot1xFallback>|Fallback</dot1xFallback>\n</network>\n</c>",
-        "network \"lan\", property \"dot1xFallback\": \"Fallback\" is not \"fallback\"; its default is used");
+        "network \"lan\", property \"dot1xFallback\": \"Fallback\" is not \"fallback\"; its default is used "
+        "(did you mean \"fallback\"?)");
     row("fallback as a boolean",
         "<c>\n<network>\n  <name>lan</name>\n  <dot1xFallback>|true</dot1xFallback>\n</network>\n</c>",
         "network \"lan\", property \"dot1xFallback\": \"true\" is not \"fallback\"; its default is used");
@@ -154,9 +162,9 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
         "<c>\n<network>\n  <name>lan</name>\n  <pacFile>|a/b.pac</pacFile>\n</network>\n</c>",
         "network \"lan\", property \"pacFile\": \"a/b.pac\" is not a plain file name; its default is used");
     row("unknown property", "<c>\n<network>\n  <name>lan</name>\n  <mask>|255.0.0.0</mask>\n</network>\n</c>",
-        "network \"lan\", property \"mask\": no such property; not used");
+        "network \"lan\", property \"mask\": no such property; not used (did you mean \"netmask\"?)");
     row("property in capitals", "<c>\n<network>\n  <name>lan</name>\n  <MTU>|1400</MTU>\n</network>\n</c>",
-        "network \"lan\", property \"MTU\": no such property; not used");
+        "network \"lan\", property \"MTU\": no such property; not used (did you mean \"mtu\"?)");
     row("property twice",
         "<c>\n<network>\n  <name>lan</name>\n  <mtu>1400</mtu>\n  <mtu>|1300</mtu>\n</network>\n</c>",
         "network \"lan\", property \"mtu\": stands there again; the first one holds");
@@ -168,7 +176,7 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
         "network \"lan\", property \"securityMode\": \"802.1X\" is not known; the supplicant gets nothing");
     row("host outside hosts",
         "<c>\n<network>\n  <name>lan</name>\n  <host>|10.0.0.1 a</host>\n</network>\n</c>",
-        "network \"lan\", property \"host\": no such property; not used");
+        "network \"lan\", property \"host\": no such property; not used (did you mean \"hosts\"?)");
     row("address among the hosts",
         "<c>\n<network>\n  <name>lan</name>\n  <hosts>\n<ip>|10.0.0.1</ip></hosts>\n</network>\n</c>",
         "network \"lan\", property \"hosts\": an element that is not a host; not used");
@@ -198,13 +206,13 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>|WPA Personal 3 "
         "</securityMode>\n </network></c>",
         "network \"Office\", property \"securityMode\": \"WPA Personal 3 \" is not known; the network counts "
-        "as unsecured");
+        "as unsecured (did you mean \"WPA Personal 3\"?)");
     row("mode with a line end",
         "<c>\n "
         "<network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>|\nUnsecured\n</securityMode>\n "
         "</network></c>",
         "network \"Office\", property \"securityMode\": holds a control character or a line end; the network "
-        "is left out");
+        "is left out (did you mean \"Unsecured\"?)");
     row("passphrase too short",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>WPA Personal "
         "1/2</securityMode><passphrase>|1234567</passphrase>\n </network></c>",
@@ -265,7 +273,7 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>WPA Enterprise 1/2 "
         "(TLS)</securityMode><cipher>|CCPM</cipher>\n </network></c>",
         "network \"Office\", property \"cipher\": \"CCPM\" is not a list of CCMP, TKIP, GCMP, CCMP-256 and "
-        "GCMP-256; its default is used");
+        "GCMP-256; its default is used (did you mean \"CCMP\"?)");
     row("ciphers apart by commas",
         "<c>\n "
         "<network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>eap_leap</"
@@ -304,7 +312,7 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
     row("setting on two lines", "<c><bonding_mode>|1\n</bonding_mode></c>",
         "property \"bonding_mode\": holds a control character or a line end; not used");
     row("setting with elements", "<c><networks>|<network/></networks></c>",
-        "property \"networks\": has elements inside; not used");
+        "property \"networks\": has elements inside; not used (did you mean \"network\"?)");
 }
 
 void TestStoreCheck::problemIsToldWithItsPlace()
@@ -315,8 +323,8 @@ void TestStoreCheck::problemIsToldWithItsPlace()
     const QStringList lines = Lines(WithoutMark(marked));
 
     QCOMPARE(lines, QStringList{"store:" + PlaceOfMark(marked) + ": error: " + text});
-    QVERIFY(CheckStore(WithoutMark(marked)).isUsable);
-    QVERIFY(CheckStore(WithoutMark(marked)).HasErrors());
+    QVERIFY(Report(WithoutMark(marked)).isUsable);
+    QVERIFY(Report(WithoutMark(marked)).HasErrors());
 }
 
 void TestStoreCheck::refusedStoreIsToldWithItsPlace_data()
@@ -343,12 +351,12 @@ void TestStoreCheck::refusedStoreIsToldWithItsPlace()
     const QStringList lines = Lines(WithoutMark(marked));
 
     QCOMPARE(lines, QStringList{"store:" + PlaceOfMark(marked) + ": error: " + text});
-    QVERIFY(!CheckStore(WithoutMark(marked)).isUsable);
+    QVERIFY(!Report(WithoutMark(marked)).isUsable);
 }
 
 void TestStoreCheck::goodStoreHasNoFindings()
 {
-    const StoreReport report = CheckStore("<c><network><name>lan</name><mtu>1400</mtu></network></c>");
+    const StoreReport report = Report("<c><network><name>lan</name><mtu>1400</mtu></network></c>");
 
     QVERIFY(report.isUsable);
     QVERIFY(!report.HasErrors());
@@ -357,8 +365,8 @@ void TestStoreCheck::goodStoreHasNoFindings()
 
 void TestStoreCheck::findingsStandInTheOrderOfTheFile()
 {
-    const QStringList lines = Lines("<c><network><name>lan</name>\n<staticIp>yes</staticIp>\n<mtu>9</mtu>\n"
-                                    "<gateway>x</gateway><dns1>y</dns1></network>\n<a>\n</a></c>");
+    const QStringList lines = Lines("<c><network><name>lan</name>\n<staticIp>yes</staticIp>\n<mtu>9</"
+                                    "mtu>\n<gateway>x</gateway><dns1>y</dns1></network>\n<a>\n</a></c>");
 
     QStringList places;
     for (const QString &line : lines)
@@ -368,7 +376,7 @@ void TestStoreCheck::findingsStandInTheOrderOfTheFile()
 
 void TestStoreCheck::programGetsTheSame()
 {
-    const StoreReport report = CheckStore("<c><network><name>lan</name>\n<mtu>9</mtu><x>1</x></network></c>");
+    const StoreReport report = Report("<c><network><name>lan</name>\n<mtu>9</mtu><x>1</x></network></c>");
 
     const QJsonObject object = StoreReportText::ForProgram("store", report);
 
@@ -383,7 +391,8 @@ void TestStoreCheck::programGetsTheSame()
         {"network", "lan"},
         {"property", "mtu"},
         {"valueClass", "bytes"},
-        {"reason", "\"9\" is not a whole number from 68 to 65535; its default is used"}};
+        {"reason", "\"9\" is not a whole number from 68 to 65535; its default is used"},
+        {"suggestion", ""}};
     QCOMPARE(findings.at(0).toObject(), expected);
     QCOMPARE(findings.at(1).toObject().value("valueClass").toString(), QString());
 }
@@ -402,8 +411,8 @@ void TestStoreCheck::secretsAreNotShown()
         const QString value = forms.at(i % forms.size()).arg(canary);
         const QString property = properties.at(i / forms.size() % properties.size());
         const QString mode = modes.at(i / forms.size() / properties.size() % modes.size());
-        const QString xml = QString("<c><network><name>%4</name><ssid>a</ssid><securityMode>%3</securityMode>"
-                                    "<%1>%2</%1></network></c>")
+        const QString xml = QString("<c><network><name>%4</name><ssid>a</ssid><securityMode>%3</"
+                                    "securityMode><%1>%2</%1></network></c>")
                                 .arg(property, value, mode, i % 3 == 0 ? "lan" : "Office");
 
         const QString shown = Lines(xml.toUtf8()).join('\n');

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "storecheck.h"
+#include "storereporttext.h"
+
+#include <QtTest>
+
+namespace {
+
+QStringList Lines(const QByteArray &xml)
+{
+    ZebDocument document;
+    const StoreReport report = CheckStore(xml, document);
+    QStringList lines;
+    for (const QString &line : StoreReportText::ForPerson("store", report).split('\n', Qt::SkipEmptyParts))
+        lines << line.section(": ", 1);
+    return lines;
+}
+
+QByteArray Network(const QByteArray &name, const QByteArray &elements)
+{
+    return "<c><network><name>" + name + "</name>" + elements + "</network></c>";
+}
+
+const QByteArray WIRED_PEAP = "<securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>";
+
+} // namespace
+
+/// What is said of stores that the daemon's reader takes without a word.
+class TestStoreAdvice : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void settingIsAdvisedOn_data();
+    void settingIsAdvisedOn();
+    void networkIsAdvisedOn_data();
+    void networkIsAdvisedOn();
+    void placeIsThatOfTheValue();
+};
+
+void TestStoreAdvice::settingIsAdvisedOn_data()
+{
+    QTest::addColumn<QByteArray>("elements");
+    QTest::addColumn<QStringList>("lines");
+    const auto row = [](const char *name, const QByteArray &elements, const QString &line) {
+        QTest::newRow(name) << elements << (line.isEmpty() ? QStringList() : QStringList{line});
+    };
+    row("known", "<useNewDriver>true</useNewDriver><bonding_mode>6</bonding_mode>", "");
+    row("another program's", "<wallpaper>blue</wallpaper>", "");
+    row("empty", "<useNewDriver/>", "");
+    row("boolean in capitals", "<UseApScan>TRUE</UseApScan>",
+        "error: property \"UseApScan\": is neither true nor false; it counts as false (did you mean "
+        "\"true\"?)");
+    row("boolean as a word", "<bonding_enable>yes</bonding_enable>",
+        "error: property \"bonding_enable\": is neither true nor false; it counts as false");
+    row("bonding mode by name", "<bonding_mode>active-backup</bonding_mode>",
+        "error: property \"bonding_mode\": is not a mode from 0 to 6");
+    row("bonding mode too large", "<bonding_mode>7</bonding_mode>",
+        "error: property \"bonding_mode\": is not a mode from 0 to 6");
+    row("misspelt", "<useNewdriver>true</useNewdriver>",
+        "warning: property \"useNewdriver\": is no setting of the daemon (did you mean \"useNewDriver\"?)");
+    row("misspelt network", "<netwrok><name>lan</name></netwrok>",
+        "error: property \"netwrok\": has elements inside; not used (did you mean \"network\"?)");
+    row("property outside of a network", "<ssid>Office</ssid>",
+        "warning: property \"ssid\": is a property of a network, and stands outside of any");
+}
+
+void TestStoreAdvice::settingIsAdvisedOn()
+{
+    QFETCH(QByteArray, elements);
+
+    QTEST(Lines("<c>" + elements + "</c>"), "lines");
+}
+
+void TestStoreAdvice::networkIsAdvisedOn_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QByteArray>("elements");
+    QTest::addColumn<QString>("line");
+    const auto row = [](const char *tag, const QByteArray &name, const QByteArray &elements,
+                        const QString &line) {
+        QTest::newRow(tag) << name << elements << line;
+    };
+    const QByteArray ssid = "<ssid>a</ssid>";
+    const auto address = [](const QByteArray &netmask, const QByteArray &gateway) {
+        return "<staticIp>true</staticIp><ipAddress>10.0.1.2</ipAddress><netmask>" + netmask +
+               "</netmask><gateway>" + gateway + "</gateway>";
+    };
+    const QString outside = "error: network \"lan\", property \"gateway\": \"%1\" is outside the network of "
+                            "ipAddress and netmask; the kernel refuses it";
+
+    row("gateway in the network", "lan", address("255.255.255.0", "10.0.1.254"), "");
+    row("gateway in a larger network", "lan", address("255.255.0.0", "10.0.2.1"), "");
+    row("gateway outside", "lan", address("255.255.255.0", "10.0.2.1"), outside.arg("10.0.2.1"));
+    row("gateway of a network of one", "lan", address("255.255.255.255", "10.0.1.1"),
+        outside.arg("10.0.1.1"));
+    row("gateway with DHCP", "lan", "<gateway>10.0.2.1</gateway>", "");
+    row("no gateway", "lan",
+        "<staticIp>true</staticIp><ipAddress>10.0.1.2</ipAddress><netmask>255.0.0.0</netmask>", "");
+
+    row("GTC", "Office", ssid + "<securityMode>peap_gtc</securityMode>",
+        "warning: network \"Office\", property \"securityMode\": GTC needs the password itself, and the "
+        "supplicant gets only a hash of it: a server that does not take MSCHAPv2 as well lets nobody in");
+    row("WPA2 and WPA3", "Office",
+        ssid + "<securityMode>WPA Personal 2/3</securityMode><passphrase>12345678</passphrase>",
+        "warning: network \"Office\", property \"securityMode\": joins only access points that offer "
+        "PSK-SHA256: not one with WPA3 or with plain WPA2 alone");
+    row("WPA2", "Office",
+        ssid + "<securityMode>WPA Personal 1/2</securityMode><passphrase>12345678</passphrase>", "");
+
+    row("wired mode under a wireless name", "Office", WIRED_PEAP,
+        "error: network \"Office\", property \"securityMode\": a wired mode, but the name makes it wireless: "
+        "it is taken as unsecured");
+    row("wireless mode under a wired name", "lan", "<securityMode>peap_gtc</securityMode>",
+        "error: network \"lan\", property \"securityMode\": a wireless mode, but the name makes it wired: "
+        "the "
+        "supplicant gets nothing");
+    row("wired mode under a wired name", "wiredeth0", WIRED_PEAP, "");
+    row("wired name in capitals", "LAN", ssid,
+        "warning: network \"LAN\", property \"name\": is that of a wireless network; that of a wired one "
+        "begins with lan or wiredeth");
+    row("wired name of another interface", "wiredenp1s0", ssid,
+        "warning: network \"wiredenp1s0\", property \"name\": is that of a wireless network; that of a wired "
+        "one begins with lan or wiredeth");
+}
+
+void TestStoreAdvice::networkIsAdvisedOn()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QByteArray, elements);
+    QFETCH(QString, line);
+
+    QCOMPARE(Lines(Network(name, elements)), line.isEmpty() ? QStringList() : QStringList{line});
+}
+
+void TestStoreAdvice::placeIsThatOfTheValue()
+{
+    ZebDocument document;
+    const StoreReport report = CheckStore("<c>\n<UseApScan>yes</UseApScan><network><name>Office</name>\n"
+                                          "<ssid>a</ssid><securityMode>peap_gtc</securityMode></network></c>",
+                                          document);
+
+    QCOMPARE(report.findings.size(), 2);
+    QCOMPARE(report.findings.at(0).place.line, 2);
+    QCOMPARE(report.findings.at(0).place.column, 12);
+    QCOMPARE(report.findings.at(1).place.line, 3);
+    QCOMPARE(report.findings.at(1).place.column, 29);
+    QCOMPARE(report.findings.at(1).valueClass, QString("text"));
+}
+
+QTEST_GUILESS_MAIN(TestStoreAdvice)
+#include "tst_storeadvice.moc"

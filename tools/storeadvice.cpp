@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "storeadvice.h"
+
+#include "networknames.h"
+#include "securitymodes.h"
+#include "spelling.h"
+#include "storehints.h"
+#include "zebproperties.h"
+
+#include <QHostAddress>
+
+namespace {
+
+using Severity = StoreFinding::Severity;
+
+QString Value(const ZebNetwork &network, const char *property)
+{
+    return network.properties.value(QLatin1String(property));
+}
+
+StoreFinding SettingFinding(const ZebDocument &document, const QString &setting, Severity severity,
+                            const QString &reason)
+{
+    StoreFinding finding;
+    finding.severity = severity;
+    finding.place = document.settingPlaces.value(setting);
+    finding.property = setting;
+    finding.reason = reason;
+    return finding;
+}
+
+void AdviseOnValue(const ZebDocument &document, const QString &setting, StoreFindings &findings)
+{
+    const QString value = document.settings.value(setting);
+    if (setting == QLatin1String("bonding_mode")) {
+        bool isNumber = false;
+        const int mode = value.toInt(&isNumber);
+        if (!isNumber || mode < 0 || mode > 6)
+            findings.append(SettingFinding(document, setting, Severity::Error,
+                                           QStringLiteral("is not a mode from 0 to 6")));
+        return;
+    }
+    if (!BooleanSettings().contains(setting) || value == QLatin1String("true") ||
+        value == QLatin1String("false"))
+        return;
+    StoreFinding finding = SettingFinding(document, setting, Severity::Error,
+                                          QStringLiteral("is neither true nor false; it counts as false"));
+    finding.valueClass = QStringLiteral("boolean");
+    finding.suggestion = NearestWord(value, {QStringLiteral("true"), QStringLiteral("false")});
+    findings.append(finding);
+}
+
+/// Elements with names of their own are kept for other programs, and are no fault.
+void AdviseOnName(const ZebDocument &document, const QString &setting, StoreFindings &findings)
+{
+    if (ZebProperties::Find(setting)) {
+        findings.append(
+            SettingFinding(document, setting, Severity::Warning,
+                           QStringLiteral("is a property of a network, and stands outside of any")));
+        return;
+    }
+    StoreFinding finding =
+        SettingFinding(document, setting, Severity::Warning, QStringLiteral("is no setting of the daemon"));
+    finding.suggestion = SettingMeantInstead(setting);
+    if (!finding.suggestion.isEmpty())
+        findings.append(finding);
+}
+
+/// One network with what is said of it.
+class NetworkAdvice
+{
+public:
+    NetworkAdvice(const ZebNetwork &adviseOn, StoreFindings &addTo)
+        : network(adviseOn),
+          name(Value(adviseOn, "name")),
+          mode(FindSecurityMode(Value(adviseOn, "securityMode"))),
+          isWired(HasWiredName(name)),
+          findings(addTo)
+    {
+    }
+
+    void AdviseOnName();
+    void AdviseOnMode();
+    void AdviseOnGateway();
+
+private:
+    void Add(Severity severity, const char *property, const QString &reason)
+    {
+        findings.append(NetworkFinding(network, severity, QLatin1String(property), reason));
+    }
+
+    const ZebNetwork &network;
+    const QString name;
+    const SecurityMode *const mode;
+    const bool isWired;
+    StoreFindings &findings;
+};
+
+void NetworkAdvice::AdviseOnName()
+{
+    const bool looksWired = name.startsWith(QLatin1String("lan"), Qt::CaseInsensitive) ||
+                            name.startsWith(QLatin1String("wired"), Qt::CaseInsensitive);
+    if (looksWired && !isWired)
+        Add(Severity::Warning, "name",
+            QStringLiteral("is that of a wireless network; that of a wired one begins with lan or wiredeth"));
+    const QString problem = mode ? mode->NameProblem(!isWired) : QString();
+    if (!problem.isEmpty())
+        Add(Severity::Error, "securityMode", problem);
+}
+
+void NetworkAdvice::AdviseOnMode()
+{
+    if (!mode || isWired)
+        return;
+    const QLatin1String key(mode->key);
+    if (key == QLatin1String("peap_gtc"))
+        Add(Severity::Warning, "securityMode",
+            QStringLiteral(
+                "GTC needs the password itself, and the supplicant gets only a hash of it: a server "
+                "that does not take MSCHAPv2 as well lets nobody in"));
+    if (key == QLatin1String("wpa2_3"))
+        Add(Severity::Warning, "securityMode",
+            QStringLiteral("joins only access points that offer PSK-SHA256: not one with WPA3 or with plain "
+                           "WPA2 alone"));
+}
+
+void NetworkAdvice::AdviseOnGateway()
+{
+    if (Value(network, "staticIp") != QLatin1String("true") || Value(network, "gateway").isEmpty())
+        return;
+    const QHostAddress mask(Value(network, "netmask"));
+    const quint32 subnet = QHostAddress(Value(network, "ipAddress")).toIPv4Address() & mask.toIPv4Address();
+    const QHostAddress gateway(Value(network, "gateway"));
+    if ((gateway.toIPv4Address() & mask.toIPv4Address()) != subnet)
+        Add(Severity::Error, "gateway",
+            QStringLiteral("\"%1\" is outside the network of ipAddress and netmask; the kernel refuses it")
+                .arg(Value(network, "gateway")));
+}
+
+} // namespace
+
+StoreFindings StoreAdvice::OnSettings(const ZebDocument &document)
+{
+    StoreFindings findings;
+    const QStringList settings = document.settings.keys();
+    for (const QString &setting : settings) {
+        AdviseOnValue(document, setting, findings);
+        AdviseOnName(document, setting, findings);
+    }
+    return findings;
+}
+
+StoreFindings StoreAdvice::OnNetworks(const ZebDocument &document)
+{
+    StoreFindings findings;
+    for (const QString &name : document.networkNames) {
+        const ZebNetwork network = document.networks.value(name);
+        NetworkAdvice advice(network, findings);
+        advice.AdviseOnName();
+        advice.AdviseOnMode();
+        advice.AdviseOnGateway();
+    }
+    return findings;
+}
