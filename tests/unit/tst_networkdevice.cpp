@@ -57,11 +57,17 @@ private Q_SLOTS:
     void announcesAddress();
     void recordHoldsTheAddresses();
     void addressIsNewsWhenItChanges();
+    void addressIsAnnouncedAtEveryCall();
+    void announcementComesAfterItsLineAndBeforeItsFlag();
+    void recordIsSetBeforeTheAddressIsAnnounced();
     void eventIsLoggedAndSent();
+    void eventIsLoggedBeforeItIsSent();
     void describesItself_data();
     void describesItself();
+    void percentSignsInADescriptionStay();
     void startedDeviceFollowsTheCable();
     void stoppedDeviceIsPolledWhileItsCarrierCanBeRead();
+    void stoppedDeviceWithoutCarrierIsPolled();
     void startedDeviceIsPolledThoughDown();
     void wirelessDetailsAreReadOnEvery121stTick();
     void wirelessDetailsAreNotReadWithoutSupplicant();
@@ -218,6 +224,50 @@ void TestNetworkDevice::addressIsNewsWhenItChanges()
     QCOMPARE(told, (QStringList{"10.1.2.3", "", "10.1.2.4"}));
 }
 
+void TestNetworkDevice::addressIsAnnouncedAtEveryCall()
+{
+    NetworkDevice device("eth0", nullptr);
+    QSignalSpy events(&device, &NetworkDevice::SendEventMessage);
+    device.ipAddress = "10.1.2.3";
+    device.isUp = true;
+
+    device.UpdateIpInformation();
+    device.UpdateIpInformation();
+
+    QCOMPARE(events.size(), 2);
+}
+
+void TestNetworkDevice::announcementComesAfterItsLineAndBeforeItsFlag()
+{
+    NetworkDevice device("eth0", nullptr);
+    device.ipAddress = "10.1.2.3";
+    device.isUp = true;
+    QString logSeen;
+    bool wasAnnounced = true;
+    connect(&device, &NetworkDevice::SendEventMessage, this, [&] {
+        logSeen = TestSupport::LogText();
+        wasAnnounced = device.ipAnnounced;
+    });
+
+    device.UpdateIpInformation();
+
+    QVERIFY(logSeen.contains("NetworkDevice::UpdateIpInformation"));
+    QVERIFY(!wasAnnounced);
+}
+
+void TestNetworkDevice::recordIsSetBeforeTheAddressIsAnnounced()
+{
+    NetworkDevice device("eth0", nullptr);
+    device.ipAddress = "10.1.2.3";
+    device.isUp = true;
+    QString published;
+    connect(&device, &NetworkDevice::SendEventMessage, this, [&] { published = device.status->GetIp(); });
+
+    device.UpdateIpInformation();
+
+    QCOMPARE(published, QString("10.1.2.3"));
+}
+
 void TestNetworkDevice::eventIsLoggedAndSent()
 {
     NetworkDevice device("eth0", nullptr);
@@ -229,6 +279,17 @@ void TestNetworkDevice::eventIsLoggedAndSent()
     QCOMPARE(events.first().at(0).toInt(), 1);
     QCOMPARE(events.first().at(1).toInt(), -1);
     QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SendEvent 1 -1 \n"));
+}
+
+void TestNetworkDevice::eventIsLoggedBeforeItIsSent()
+{
+    NetworkDevice device("eth0", nullptr);
+    QString logSeen;
+    connect(&device, &NetworkDevice::SendEventMessage, this, [&] { logSeen = TestSupport::LogText(); });
+
+    device.SendEvent(1, -1);
+
+    QVERIFY(logSeen.contains(" NetworkDevice::SendEvent 1 -1 \n"));
 }
 
 void TestNetworkDevice::describesItself_data()
@@ -268,6 +329,18 @@ void TestNetworkDevice::describesItself()
     QTEST(device.toString(), "text");
 }
 
+void TestNetworkDevice::percentSignsInADescriptionStay()
+{
+    NetworkDevice device("wlan0", nullptr);
+    device.isWireless = true;
+    device.essid = "%2 %4";
+    device.accessPoint = "%1 %3";
+    device.encKey = "off";
+
+    QVERIFY2(device.toString().endsWith("ESSID=%2 %4 ,AccessPoint=%1 %3 ,LinkQuality=0 ,EncKey=off"),
+             qPrintable(device.toString()));
+}
+
 void TestNetworkDevice::startedDeviceFollowsTheCable()
 {
     GivenInterface();
@@ -295,6 +368,20 @@ void TestNetworkDevice::stoppedDeviceIsPolledWhileItsCarrierCanBeRead()
     RealIp({"link", "set", "dev", "eth0", "down"});
     Tick(device, 1);
     QVERIFY(!device.timer->isActive());
+}
+
+void TestNetworkDevice::stoppedDeviceWithoutCarrierIsPolled()
+{
+    GivenInterface();
+    TestSupport::SetCable("peer0", false);
+    QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/carrier"), QByteArray("0\n"));
+    NetworkDevice device("eth0", nullptr);
+    device.StartDevice();
+
+    device.StopDevice();
+    Tick(device, 3);
+
+    QVERIFY(device.timer->isActive());
 }
 
 void TestNetworkDevice::startedDeviceIsPolledThoughDown()
@@ -328,11 +415,12 @@ void TestNetworkDevice::wirelessDetailsAreReadOnEvery121stTick()
 void TestNetworkDevice::wirelessDetailsAreNotReadWithoutSupplicant()
 {
     CountingDevice device("wlan0", nullptr);
+    device.wirelessTicks = 5;
 
     Tick(device, 300);
 
     QCOMPARE(device.refreshes, 0);
-    QCOMPARE(device.wirelessTicks, 0);
+    QCOMPARE(device.wirelessTicks, 5);
 }
 
 void TestNetworkDevice::bareDeviceForgetsWirelessDetails()

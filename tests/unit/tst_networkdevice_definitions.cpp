@@ -44,6 +44,7 @@ private Q_SLOTS:
     void configurationInUseFollowsTheReload();
     void reloadOfAnUnusedConfigurationLeavesItUnused();
     void initDeviceFindsNetworks();
+    void initDeviceSucceedsWithoutNetworks();
 };
 
 void TestNetworkDeviceDefinitions::init()
@@ -275,6 +276,14 @@ void TestNetworkDeviceDefinitions::initDeviceFindsNetworks()
     QCOMPARE(device.InitDevice(), 1);
 
     QCOMPARE(device.GetNamedNetworks(), QStringList{"lan"});
+}
+
+void TestNetworkDeviceDefinitions::initDeviceSucceedsWithoutNetworks()
+{
+    TestSupport::WriteNetworks("");
+    NetworkDevice device("eth0", nullptr);
+
+    QCOMPARE(device.InitDevice(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceDefinitions)

@@ -30,11 +30,16 @@ private Q_SLOTS:
     void operationRunsItsTool();
     void operationIsLogged_data();
     void operationIsLogged();
+    void operationIsLoggedBeforeItsTool_data();
+    void operationIsLoggedBeforeItsTool();
     void upAndDownKeepTheLinkFlag_data();
     void upAndDownKeepTheLinkFlag();
     void failingToolChangesNothing();
     void startingTwiceRunsTheToolOnce();
     void startingClearsStoppedAndPolls();
+    void startingADeviceThatIsUpRunsNothing();
+    void startingDoesNotLook();
+    void firstStartRunsTheToolOnALinkThatIsUp();
     void stoppingAStartedDeviceTakesItDown();
     void stoppingADeviceThatWasNotStartedRunsNothing();
     void deviceCanBeStartedAgain();
@@ -72,10 +77,17 @@ void TestNetworkDeviceLink::operationRunsItsTool_data()
         {"ethtool -s eth0 autoneg off speed 1000 duplex full"});
     row("SetSpeed any other duplex", [](NetworkDevice &d) { d.SetSpeed("eth0", 10, 2); },
         {"ethtool -s eth0 autoneg off speed 10 duplex half"});
+    row("SetSpeed to nothing", [](NetworkDevice &d) { d.SetSpeed("eth0", 0, 1); },
+        {"ethtool -s eth0 autoneg off speed 0 duplex full"});
+    row("SetSpeed below nothing", [](NetworkDevice &d) { d.SetSpeed("eth0", -100, 1); },
+        {"ethtool -s eth0 autoneg off speed -100 duplex full"});
     row("SetMtu", [](NetworkDevice &d) { d.SetMtu("eth0", "1400"); }, {"ip link set eth0 mtu 1400"});
+    row("SetMtu, empty", [](NetworkDevice &d) { d.SetMtu("eth0", ""); }, {"ip link set eth0 mtu ''"});
     row("FlushIpAddress", [](NetworkDevice &d) { d.FlushIpAddress(); }, {"ip addr flush eth0"});
     row("SetGateway deletes first", [](NetworkDevice &d) { d.SetGateway("10.0.0.1"); },
         {"route del default", "route add default gw 10.0.0.1"});
+    row("SetGateway, empty", [](NetworkDevice &d) { d.SetGateway(""); },
+        {"route del default", "route add default gw ''"});
 }
 
 void TestNetworkDeviceLink::operationRunsItsTool()
@@ -126,6 +138,35 @@ void TestNetworkDeviceLink::operationIsLogged()
     QCOMPARE(lines.first().mid(QStringLiteral("2025-05-03 17:05:01.234 :  ").size()), line);
 }
 
+void TestNetworkDeviceLink::operationIsLoggedBeforeItsTool_data()
+{
+    QTest::addColumn<Operation>("operation");
+    QTest::addColumn<QString>("tool");
+    QTest::addColumn<QString>("line");
+
+    QTest::newRow("SetSpeed") << Operation([](NetworkDevice &d) { d.SetSpeed("eth0", 100, 1); }) << "ethtool"
+                              << " speed:  100  duplex:  full \n";
+    QTest::newRow("SetMtu") << Operation([](NetworkDevice &d) { d.SetMtu("eth0", "1400"); }) << "ip"
+                            << " NetworkDevice::MTU -  eth0 1400 \n";
+    QTest::newRow("SetGateway") << Operation([](NetworkDevice &d) { d.SetGateway("10.0.0.1"); }) << "route"
+                                << " NetworkDevice::SetGateway -   10.0.0.1 \n";
+}
+
+void TestNetworkDeviceLink::operationIsLoggedBeforeItsTool()
+{
+    QFETCH(Operation, operation);
+    QFETCH(QString, tool);
+    QFETCH(QString, line);
+    TestSupport::Remove("/tmp/log.seen");
+    // What the first run of the tool finds.
+    TestSupport::Answer(tool, "[ -e /tmp/log.seen ] || cp /var/log/corvi-mon.log /tmp/log.seen");
+    NetworkDevice device("eth0", nullptr);
+
+    operation(device);
+
+    QVERIFY(TestSupport::ReadFile("/tmp/log.seen").contains(line.toLatin1()));
+}
+
 void TestNetworkDeviceLink::upAndDownKeepTheLinkFlag_data()
 {
     QTest::addColumn<Operation>("operation");
@@ -141,6 +182,10 @@ void TestNetworkDeviceLink::upAndDownKeepTheLinkFlag_data()
         "Up with address", [](NetworkDevice &d) { d.Up("10.0.0.5", "255.0.0.0"); }, false, true);
     row(
         "Up another", [](NetworkDevice &d) { d.Up("eth1"); }, false, false);
+    row(
+        "Up its own name", [](NetworkDevice &d) { d.Up("eth0"); }, false, false);
+    row(
+        "Down its own name", [](NetworkDevice &d) { d.Down("eth0"); }, true, true);
     row(
         "Up another with address", [](NetworkDevice &d) { d.Up("eth1", "10.0.0.5", "255.0.0.0"); }, false,
         false);
@@ -198,6 +243,43 @@ void TestNetworkDeviceLink::startingClearsStoppedAndPolls()
     QVERIFY(device.timer->isActive());
     QVERIFY(!device.timer->isSingleShot());
     QCOMPARE(device.timer->interval(), 250);
+}
+
+void TestNetworkDeviceLink::startingADeviceThatIsUpRunsNothing()
+{
+    NetworkDevice device("eth0", nullptr);
+    device.linkUp = true;
+    device.stopped = true;
+
+    device.StartDevice();
+
+    QCOMPARE(TestSupport::Journal(), QStringList());
+    QVERIFY(!device.stopped);
+    QVERIFY(device.timer->isActive());
+}
+
+void TestNetworkDeviceLink::startingDoesNotLook()
+{
+    NetworkDevice device("eth0", nullptr);
+    device.isRunning = true;
+    device.ipAddress = "10.1.2.3";
+
+    device.StartDevice();
+
+    QVERIFY(device.isRunning);
+    QCOMPARE(device.ipAddress, QString("10.1.2.3"));
+}
+
+void TestNetworkDeviceLink::firstStartRunsTheToolOnALinkThatIsUp()
+{
+    // The loopback is up already.
+    NetworkDevice device("lo", nullptr);
+    device.RefreshStatus();
+    QVERIFY(device.isUp);
+
+    device.StartDevice();
+
+    QCOMPARE(TestSupport::Journal(), QStringList{"ifconfig lo up"});
 }
 
 void TestNetworkDeviceLink::stoppingAStartedDeviceTakesItDown()

@@ -45,14 +45,19 @@ private Q_SLOTS:
     void readsAddresses_data();
     void readsAddresses();
     void interfaceWithoutAddressHasEmptyFields();
+    void addressWithoutBroadcastHasZeros();
+    void hardwareAddressOfZerosIsAnAddress();
+    void firstOfSeveralAddressesCounts();
     void vanishedInterfaceLosesEverything();
     void nameBeyondTheKernelsLimitIsNoInterface();
     void carrierDecidesFlags_data();
     void carrierDecidesFlags();
     void copiesItsStateIntoTheRecord();
     void withoutSocketEverythingIsEmpty();
+    void missingSocketIsToldAtTheHighestLevelOnly();
     void lostCarrierEndsFallback_data();
     void lostCarrierEndsFallback();
+    void endOfFallbackIsLoggedAtEveryLook();
     void refreshAllocatesNothingWhereNothingChanged();
     void refreshLogsNothingOnEveryTick();
 };
@@ -110,6 +115,41 @@ void TestNetworkDeviceRefresh::interfaceWithoutAddressHasEmptyFields()
     QVERIFY(device.isRunning);
     QVERIFY(!device.inFallback);
     QVERIFY(events.isEmpty());
+}
+
+void TestNetworkDeviceRefresh::addressWithoutBroadcastHasZeros()
+{
+    TestSupport::MakeVeth("eth0", "peer0");
+    RealIp({"addr", "add", "10.1.2.3/20", "dev", "eth0"});
+    NetworkDevice device("eth0", nullptr);
+
+    device.RefreshStatus();
+
+    QCOMPARE(device.ipAddress, QString("10.1.2.3"));
+    QCOMPARE(device.broadcast, QString("0.0.0.0"));
+}
+
+void TestNetworkDeviceRefresh::hardwareAddressOfZerosIsAnAddress()
+{
+    NetworkDevice device("lo", nullptr);
+
+    device.RefreshStatus();
+
+    QCOMPARE(device.macAddress, QString("00:00:00:00:00:00"));
+}
+
+void TestNetworkDeviceRefresh::firstOfSeveralAddressesCounts()
+{
+    GivenConfiguredInterface("eth0");
+    RealIp({"addr", "add", "10.1.2.9/20", "dev", "eth0", "label", "eth0:1"});
+    RealIp({"addr", "add", "10.9.0.1/8", "dev", "eth0", "label", "eth0:2"});
+    NetworkDevice device("eth0", nullptr);
+
+    device.RefreshStatus();
+
+    QCOMPARE(device.ipAddress, QString("10.1.2.3"));
+    QCOMPARE(device.broadcast, QString("10.1.15.255"));
+    QCOMPARE(device.netmask, QString("255.255.240.0"));
 }
 
 void TestNetworkDeviceRefresh::vanishedInterfaceLosesEverything()
@@ -203,6 +243,19 @@ void TestNetworkDeviceRefresh::withoutSocketEverythingIsEmpty()
     QVERIFY(TestSupport::LogText().contains("NetworkDevice::RefreshStatus -- eth0  device not found \n"));
 }
 
+void TestNetworkDeviceRefresh::missingSocketIsToldAtTheHighestLevelOnly()
+{
+    NetworkDevice device("eth0", nullptr);
+    ::close(device.socketFd);
+    device.socketFd = -1;
+    SetLevel(Level::DEBUG);
+    TestSupport::ClearLog();
+
+    device.RefreshStatus();
+
+    QCOMPARE(TestSupport::LogText(), QString());
+}
+
 void TestNetworkDeviceRefresh::lostCarrierEndsFallback_data()
 {
     for (const char *column : {"cable", "enabled", "inFallback"})
@@ -230,6 +283,16 @@ void TestNetworkDeviceRefresh::lostCarrierEndsFallback()
     QCOMPARE(device.inFallback, inFallback);
     QCOMPARE(TestSupport::LogText().contains("NetworkDevice::RefreshStatus:: clear fallback mode \n"),
              !inFallback);
+}
+
+void TestNetworkDeviceRefresh::endOfFallbackIsLoggedAtEveryLook()
+{
+    NetworkDevice device("eth0", nullptr);
+    device.fallbackEnabled = true;
+
+    Tick(device, 3);
+
+    QCOMPARE(TestSupport::LogText().count("NetworkDevice::RefreshStatus:: clear fallback mode"), 3);
 }
 
 void TestNetworkDeviceRefresh::refreshAllocatesNothingWhereNothingChanged()
