@@ -7,6 +7,7 @@
 #include "testsupport.h"
 
 #include <QElapsedTimer>
+#include <QSignalSpy>
 #include <QtTest>
 
 /// A modem and the platform's tool that drives it.
@@ -22,6 +23,7 @@ private Q_SLOTS:
     void configuresItsInterface();
     void statusDecidesConnection_data();
     void statusDecidesConnection();
+    void changedStatusIsNoEvent();
     void readinessIsTakenFromTheStatus_data();
     void readinessIsTakenFromTheStatus();
     void statusIsAskedForWithOneArgument();
@@ -48,6 +50,7 @@ void TestModem::isOfItsKind()
     QVERIFY(!modem.isWireless);
     QVERIFY(!modem.configurable);
     QVERIFY(!modem.usesSupplicant);
+    QVERIFY(!modem.driverChosen);
     QVERIFY(!modem.modemConnected);
 }
 
@@ -103,6 +106,20 @@ void TestModem::statusDecidesConnection()
     modem.UpdateConnectionStatus();
 
     QCOMPARE(modem.modemConnected, connected);
+}
+
+void TestModem::changedStatusIsNoEvent()
+{
+    TestSupport::Answer("modem-tool.sh", "echo connected");
+    Modem modem("wwan0", nullptr);
+    QSignalSpy events(&modem, &NetworkDevice::SendEventMessage);
+    QSignalSpy changes(&modem, &NetworkDevice::ConnectionStatusChange);
+
+    modem.UpdateConnectionStatus();
+
+    QVERIFY(modem.modemConnected);
+    QVERIFY(events.isEmpty());
+    QVERIFY(changes.isEmpty());
 }
 
 void TestModem::readinessIsTakenFromTheStatus_data()

@@ -35,7 +35,9 @@ private Q_SLOTS:
     void init();
 
     void withoutConfigurationOneEventIsSent();
+    void missingConfigurationIsLookedForAgain();
     void flagsBeginClear();
+    void waitForAuthenticationGoesOn();
     void appliedConfigurationIsKept();
     void configurationIsLogged_data();
     void configurationIsLogged();
@@ -44,6 +46,7 @@ private Q_SLOTS:
     void supplicantInUseStaysInUse();
     void wiredFallbackIsTakenFromTheDefinition_data();
     void wiredFallbackIsTakenFromTheDefinition();
+    void wiredFallbackIsNotInForceAtOnce();
     void wirelessKeepsItsFlags();
     void staticAddressIsSet_data();
     void staticAddressIsSet();
@@ -56,11 +59,15 @@ private Q_SLOTS:
     void failedDhcpForgetsTheEarlierAddress();
     void repeatedFailureIsNoNews();
     void withoutRenewDhcpIsNotRun();
+    void withoutRenewAnAnnouncedAddressIsForgotten();
     void staticDnsIsWritten_data();
     void staticDnsIsWritten();
     void hostsAreAlwaysWritten();
     void stepsComeInOrder();
+    void stepsOfAStaticAddressComeInOrder();
     void exceptionSkipsTheRest();
+    void exceptionWithoutConfigurationIsCaught();
+    void exceptionAtAnAddressSkipsTheRest();
 };
 
 void TestNetworkDeviceConfig::init()
@@ -93,6 +100,20 @@ void TestNetworkDeviceConfig::withoutConfigurationOneEventIsSent()
     QVERIFY(!LogText().contains("ConfigureNetwork -- end"));
 }
 
+void TestNetworkDeviceConfig::missingConfigurationIsLookedForAgain()
+{
+    TestSupport::WriteNetworks("");
+    Device device("eth0");
+    device.ConfigureNetwork(false);
+    TestSupport::WriteNetworks(Network("lan"));
+    device.getNamedNetworksForDevice();
+
+    device.ConfigureNetwork(false);
+
+    QVERIFY(device.currentConfig != nullptr);
+    QCOMPARE(Journal(), QStringList{"update_hosts"});
+}
+
 void TestNetworkDeviceConfig::flagsBeginClear()
 {
     TestSupport::WriteNetworks("");
@@ -106,6 +127,16 @@ void TestNetworkDeviceConfig::flagsBeginClear()
     QVERIFY(!device.fallbackEnabled);
     QVERIFY(!device.inFallback);
     QVERIFY(!device.ipAnnounced);
+}
+
+void TestNetworkDeviceConfig::waitForAuthenticationGoesOn()
+{
+    Device device("eth0");
+    device.authWaitTicks = 7;
+
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(device.authWaitTicks, 7);
 }
 
 void TestNetworkDeviceConfig::appliedConfigurationIsKept()
@@ -206,6 +237,18 @@ void TestNetworkDeviceConfig::wiredFallbackIsTakenFromTheDefinition()
     QVERIFY(LogText().contains(
         QStringLiteral(" NetworkDevice::ConfigureNetwork 8021x Fallback enabled= %1 inFallback = 0 \n")
             .arg(enabled)));
+}
+
+void TestNetworkDeviceConfig::wiredFallbackIsNotInForceAtOnce()
+{
+    Device device("eth0");
+    device.getCurrentConfig()->dot1xFallback = "fallback";
+    device.inFallback = true;
+
+    device.ConfigureNetwork(false);
+
+    QVERIFY(device.fallbackEnabled);
+    QVERIFY(!device.inFallback);
 }
 
 void TestNetworkDeviceConfig::wirelessKeepsItsFlags()
@@ -384,6 +427,20 @@ void TestNetworkDeviceConfig::withoutRenewDhcpIsNotRun()
     QVERIFY(QFile::exists("/tmp/.hostlist"));
 }
 
+void TestNetworkDeviceConfig::withoutRenewAnAnnouncedAddressIsForgotten()
+{
+    GivenInterface();
+    RealIp({"addr", "add", "10.0.0.5/24", "dev", "eth0"});
+    Device device("eth0");
+    device.RefreshStatus();
+    device.ipAnnounced = true;
+
+    device.ConfigureNetwork(false);
+
+    QVERIFY(!device.ipAnnounced);
+    QCOMPARE(device.events, QStringList());
+}
+
 void TestNetworkDeviceConfig::staticDnsIsWritten_data()
 {
     QTest::addColumn<QByteArray>("properties");
@@ -437,6 +494,20 @@ void TestNetworkDeviceConfig::stepsComeInOrder()
     QVERIFY(TestSupport::ReadFile("/tmp/resolver.seen").contains("1.1.1.1"));
 }
 
+void TestNetworkDeviceConfig::stepsOfAStaticAddressComeInOrder()
+{
+    TestSupport::WriteNetworks(
+        Network("lan", STATIC_ADDRESS + "<speed>100 Mbps Full</speed><mtu>1400</mtu>"));
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(Journal(),
+             (QStringList{"ifconfig eth0 10.0.0.9 netmask 255.255.255.0 up", "route del default",
+                          "route add default gw 10.0.0.1", "update_hosts",
+                          "ethtool -s eth0 autoneg off speed 100 duplex full", "ip link set eth0 mtu 1400"}));
+}
+
 void TestNetworkDeviceConfig::exceptionSkipsTheRest()
 {
     Device device("eth0");
@@ -446,6 +517,38 @@ void TestNetworkDeviceConfig::exceptionSkipsTheRest()
     device.ConfigureNetwork(true);
 
     QCOMPARE(Journal(), QStringList());
+    QVERIFY(LogText().endsWith(" NetworkDevice::ConfigureNetwork -- Failed \n"));
+}
+
+void TestNetworkDeviceConfig::exceptionWithoutConfigurationIsCaught()
+{
+    TestSupport::WriteNetworks("");
+    Device device("eth0");
+    connect(&device, &NetworkDevice::SendEventMessage, &device,
+            [](int, int, NetworkDevice *) { throw std::runtime_error("receiver"); });
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(device.events, QStringList{"1,-1"});
+    QVERIFY(LogText().endsWith(" NetworkDevice::ConfigureNetwork -- Failed \n"));
+}
+
+void TestNetworkDeviceConfig::exceptionAtAnAddressSkipsTheRest()
+{
+    GivenInterface();
+    TestSupport::WriteNetworks(
+        Network("lan", STATIC_ADDRESS + STATIC_DNS + "<speed>100 Mbps Full</speed><mtu>1400</mtu>"));
+    TestSupport::Answer("ifconfig", "ip addr add $2/24 dev $1");
+    Device device("eth0");
+    connect(&device, &NetworkDevice::SendEventMessage, &device,
+            [](int, int, NetworkDevice *) { throw std::runtime_error("receiver"); });
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(device.events, QStringList{"1,1"});
+    QCOMPARE(Journal(), (QStringList{"ifconfig eth0 10.0.0.9 netmask 255.255.255.0 up", "route del default",
+                                     "route add default gw 10.0.0.1"}));
+    QVERIFY(!QFile::exists(RESOLV_CONF));
     QVERIFY(LogText().endsWith(" NetworkDevice::ConfigureNetwork -- Failed \n"));
 }
 

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "deviceworld.h"
+#include "heapuse.h"
 #include "logging.h"
 #include "namednetwork.h"
 
@@ -30,6 +31,7 @@ private Q_SLOTS:
     void definitionsBelongToADevice();
     void definitionsAreLogged();
     void definitionsAreTakenOnce();
+    void definitionsThatDoNotApplyLeaveNothingBehind();
     void firstDefinitionIsTheFirstByName_data();
     void firstDefinitionIsTheFirstByName();
     void laterDefinitionIsPutInItsPlace();
@@ -37,6 +39,8 @@ private Q_SLOTS:
     void driverChoiceIsPassedOn_data();
     void driverChoiceIsPassedOn();
     void blocksFollowOneAnother();
+    void wiredDefinitionWithoutSecurityHasNoBlock();
+    void askingForBlocksBuildsNone();
     void configurationIsThatOfTheFirstNetwork();
     void withoutNetworkThereIsNoConfiguration();
     void chosenNetworkStays();
@@ -108,6 +112,21 @@ void TestNetworkDeviceDefinitions::definitionsAreTakenOnce()
 
     QCOMPARE(device.GetNamedNetworks(), (QStringList{"lan1", "lan2"}));
     QCOMPARE(device.namedNetworks.value("lan1"), first);
+}
+
+void TestNetworkDeviceDefinitions::definitionsThatDoNotApplyLeaveNothingBehind()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    TestSupport::WriteNetworks(Network("Office") + Network("wiredeth1") + Network("lan"));
+    Device device("eth0");
+    device.getNamedNetworksForDevice();
+    const std::size_t before = HeapUse();
+
+    for (int i = 0; i < 1000; ++i)
+        device.getNamedNetworksForDevice();
+
+    // A definition takes some 2 KiB.
+    QVERIFY(HeapUse() < before + 64 * 1024);
 }
 
 void TestNetworkDeviceDefinitions::firstDefinitionIsTheFirstByName_data()
@@ -188,6 +207,31 @@ void TestNetworkDeviceDefinitions::blocksFollowOneAnother()
     QCOMPARE(lines,
              device.namedNetworks.value("Home")->Block() + device.namedNetworks.value("Office")->Block());
     QVERIFY(Contains(lines, "Home") && Contains(lines, "Office"));
+}
+
+void TestNetworkDeviceDefinitions::wiredDefinitionWithoutSecurityHasNoBlock()
+{
+    TestSupport::WriteNetworks(Network("lan", "<securityMode>Unsecured</securityMode>"));
+
+    const Device device("eth0");
+
+    QCOMPARE(device.GetNamedNetworks(), QStringList{"lan"});
+    QCOMPARE(device.GetNamedNetworkWpasInformation(), QStringList());
+}
+
+void TestNetworkDeviceDefinitions::askingForBlocksBuildsNone()
+{
+    TestSupport::WriteNetworks(Network("Office", "<securityMode>WPA Personal 1/2</securityMode>"
+                                                 "<passphrase>correct horse</passphrase>"));
+    const Device device("wlan0", true);
+    TestSupport::ClearJournal();
+    TestSupport::ClearLog();
+
+    const QStringList lines = device.GetNamedNetworkWpasInformation();
+
+    QCOMPARE(device.GetNamedNetworkWpasInformation(), lines);
+    QCOMPARE(TestSupport::Journal(), QStringList());
+    QVERIFY(!LogText().contains("NetworkDevice::Load props"));
 }
 
 void TestNetworkDeviceDefinitions::configurationIsThatOfTheFirstNetwork()

@@ -38,13 +38,18 @@ private Q_SLOTS:
     void transcriptDecides();
     void attemptRunsItsSteps();
     void attemptIsLogged();
+    void attemptIsLoggedBeforeItsFirstProgram();
+    void attemptGoesOnWhereTheEarlierClientCannotBeStopped_data();
+    void attemptGoesOnWhereTheEarlierClientCannotBeStopped();
     void attemptIsMadeOnAnotherInterface();
     void transcriptIsKeptForRootAlone();
     void transcriptReplacesTheEarlierOne();
+    void silentClientEmptiesTheTranscript();
     void transcriptDoesNotFollowALink();
     void transcriptThatCannotBeKeptIsNoFailure();
     void missingClientIsAFailure();
     void crashedClientIsAFailure();
+    void hangingClientIsStoppedAfterItsLimit_data();
     void hangingClientIsStoppedAfterItsLimit();
 };
 
@@ -104,6 +109,39 @@ void TestNetworkDeviceDhcp::attemptIsLogged()
     QVERIFY(log.contains(" NetworkDevice::Dhclient dhclient -v, -cf, /etc/dhcp/dhclient.conf, eth0 \n"));
 }
 
+void TestNetworkDeviceDhcp::attemptIsLoggedBeforeItsFirstProgram()
+{
+    TestSupport::Answer("stop_dhclient.sh", "cp /var/log/corvi-mon.log /tmp/log.seen");
+    NetworkDevice device("eth0", nullptr);
+
+    device.Dhclient("eth0");
+
+    QVERIFY(TestSupport::ReadFile("/tmp/log.seen").endsWith(" NetworkDevice::Dhclient eth0 \n"));
+}
+
+void TestNetworkDeviceDhcp::attemptGoesOnWhereTheEarlierClientCannotBeStopped_data()
+{
+    QTest::addColumn<bool>("isThere");
+
+    QTest::newRow("script fails") << true;
+    QTest::newRow("script is missing") << false;
+}
+
+void TestNetworkDeviceDhcp::attemptGoesOnWhereTheEarlierClientCannotBeStopped()
+{
+    QFETCH(bool, isThere);
+    TestSupport::Answer("stop_dhclient.sh", "exit 1");
+    if (!isThere)
+        TestSupport::RemoveProgram("stop_dhclient.sh");
+    NetworkDevice device("eth0", nullptr);
+
+    device.Dhclient("eth0");
+
+    QCOMPARE(TestSupport::Journal().mid(isThere ? 1 : 0),
+             (QStringList{"ip addr flush eth0", "dhclient -v -cf /etc/dhcp/dhclient.conf eth0"}));
+    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::Dhclient dhclient stopped \n"));
+}
+
 void TestNetworkDeviceDhcp::attemptIsMadeOnAnotherInterface()
 {
     NetworkDevice device("eth0", nullptr);
@@ -134,6 +172,17 @@ void TestNetworkDeviceDhcp::transcriptReplacesTheEarlierOne()
     QVERIFY(!device.Dhclient("eth0"));
 
     QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), QByteArray("none\n"));
+}
+
+void TestNetworkDeviceDhcp::silentClientEmptiesTheTranscript()
+{
+    TestSupport::WriteFile(TRANSCRIPT, "an earlier transcript\n");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(!device.Dhclient("eth0"));
+
+    QVERIFY(QFile::exists(TRANSCRIPT));
+    QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), QByteArray());
 }
 
 void TestNetworkDeviceDhcp::transcriptDoesNotFollowALink()
@@ -182,18 +231,29 @@ void TestNetworkDeviceDhcp::crashedClientIsAFailure()
     QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), QByteArray("Process Crashed"));
 }
 
+void TestNetworkDeviceDhcp::hangingClientIsStoppedAfterItsLimit_data()
+{
+    QTest::addColumn<QByteArray>("printed");
+    QTest::addColumn<bool>("bound");
+
+    QTest::newRow("no answer yet") << QByteArray("DHCPDISCOVER\n") << false;
+    QTest::newRow("bound, and does not go on by itself") << QByteArray("bound to 10.0.0.5\n") << true;
+}
+
 void TestNetworkDeviceDhcp::hangingClientIsStoppedAfterItsLimit()
 {
-    TestSupport::Answer("dhclient", "echo $$ >/tmp/dhclient.pid; echo DHCPDISCOVER; exec sleep 100");
+    QFETCH(QByteArray, printed);
+    TestSupport::WriteFile("/tmp/printed", printed);
+    TestSupport::Answer("dhclient", "echo $$ >/tmp/dhclient.pid; cat /tmp/printed; exec sleep 100");
     NetworkDevice device("eth0", nullptr);
     QElapsedTimer timer;
     timer.start();
 
-    QVERIFY(!device.Dhclient("eth0"));
+    QTEST(device.Dhclient("eth0"), "bound");
 
     QVERIFY2(timer.elapsed() >= 30000 && timer.elapsed() < 35000,
              qPrintable(QString::number(timer.elapsed())));
-    QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), QByteArray("DHCPDISCOVER\n"));
+    QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), printed);
     const int pid = TestSupport::ReadFile("/tmp/dhclient.pid").trimmed().toInt();
     QVERIFY(pid > 0);
     QCOMPARE(::kill(pid, 0), -1);

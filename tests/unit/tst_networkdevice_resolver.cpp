@@ -39,6 +39,8 @@ private Q_SLOTS:
     void clearDnsRemovesTheFile();
     void clearDnsWithoutFileSucceeds();
     void clearDnsTellsAFailure();
+    void clearDnsLogsNothing_data();
+    void clearDnsLogsNothing();
     void resolverHoldsTheServers_data();
     void resolverHoldsTheServers();
     void resolverIsReplacedInOneStep();
@@ -53,9 +55,13 @@ private Q_SLOTS:
     void unchangedResolverIsNoNews();
     void resolverThatCannotBeWrittenIsLogged_data();
     void resolverThatCannotBeWrittenIsLogged();
+    void fullDiskKeepsTheResolver();
     void hostListHoldsLinesAndLoopback_data();
     void hostListHoldsLinesAndLoopback();
+    void loopbackLinesAreGivenToTheShell();
     void hostListIsHandedToTheSystem();
+    void unchangedHostListIsHandedOverAgain();
+    void hostListIsNotLogged();
     void hostListIsReadableByAll();
     void hostListDoesNotFollowALink();
     void hostListThatCannotBeWrittenIsLogged();
@@ -95,6 +101,33 @@ void TestNetworkDeviceResolver::clearDnsTellsAFailure()
     NetworkDevice device("eth0", nullptr);
 
     QVERIFY(!device.ClearDNS());
+}
+
+void TestNetworkDeviceResolver::clearDnsLogsNothing_data()
+{
+    QTest::addColumn<bool>("isThere");
+    QTest::addColumn<bool>("isFolder");
+
+    QTest::newRow("file") << true << false;
+    QTest::newRow("no file") << false << false;
+    QTest::newRow("cannot be removed") << true << true;
+}
+
+void TestNetworkDeviceResolver::clearDnsLogsNothing()
+{
+    QFETCH(bool, isThere);
+    QFETCH(bool, isFolder);
+    if (isThere && isFolder)
+        QVERIFY(QDir().mkpath(RESOLV_CONF));
+    else if (isThere)
+        TestSupport::WriteFile(RESOLV_CONF, "nameserver 1.1.1.1\n");
+    NetworkDevice device("eth0", nullptr);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::VERBOSE);
+    TestSupport::ClearLog();
+
+    device.ClearDNS();
+
+    QCOMPARE(TestSupport::LogText(), QString());
 }
 
 void TestNetworkDeviceResolver::resolverHoldsTheServers_data()
@@ -285,6 +318,23 @@ void TestNetworkDeviceResolver::resolverThatCannotBeWrittenIsLogged()
     QVERIFY2(!log.contains("1.1.1.1"), qPrintable(log));
 }
 
+void TestNetworkDeviceResolver::fullDiskKeepsTheResolver()
+{
+    // Room for the old file alone. The folder is reached through a link, so that /etc stays as it is.
+    QVERIFY(QDir().mkpath("/run/resolver"));
+    QCOMPARE(::mount("full", "/run/resolver", "tmpfs", 0, "size=4k"), 0);
+    const auto unmounter = qScopeGuard([] { ::umount2("/run/resolver", MNT_DETACH); });
+    TestSupport::WriteFile("/run/resolver/resolv.conf", "nameserver 192.0.2.1\n");
+    QVERIFY(QFile::link("/run/resolver/resolv.conf", RESOLV_CONF));
+    NetworkDevice device("eth0", nullptr);
+
+    device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
+
+    QCOMPARE(TestSupport::ReadFile("/run/resolver/resolv.conf"), QByteArray("nameserver 192.0.2.1\n"));
+    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetDNS -  Unable to access resolv.conf \n"));
+    QCOMPARE(TestSupport::EntryCount("/run/resolver"), 1);
+}
+
 void TestNetworkDeviceResolver::hostListHoldsLinesAndLoopback_data()
 {
     QTest::addColumn<QStringList>("lines");
@@ -310,6 +360,26 @@ void TestNetworkDeviceResolver::hostListHoldsLinesAndLoopback()
     QVERIFY(!QFile::exists("/tmp/ran"));
 }
 
+void TestNetworkDeviceResolver::loopbackLinesAreGivenToTheShell()
+{
+    // A shell that keeps the lines it is given.
+    TestSupport::RemoveProgram("sh");
+    const auto restorer = qScopeGuard([] {
+        TestSupport::Remove("/usr/bin/sh");
+        TestSupport::RestorePrograms();
+    });
+    TestSupport::WriteFile("/usr/bin/sh", "#!/bin/bash\nprintf '%s\\n' \"$2\" >>/tmp/shell.lines\n");
+    TestSupport::SetMode("/usr/bin/sh", 0755);
+    TestSupport::Remove("/tmp/shell.lines");
+    NetworkDevice device("eth0", nullptr);
+
+    device.SetHosts({});
+
+    QCOMPARE(TestSupport::ReadFile("/tmp/shell.lines"),
+             QByteArray("echo \"127.0.0.1\tlocalhost\" >> /tmp/.hostlist\n"
+                        "echo \"127.0.0.1\t$HOSTNAME.localdomain $HOSTNAME \" >> /tmp/.hostlist\n"));
+}
+
 void TestNetworkDeviceResolver::hostListIsHandedToTheSystem()
 {
     TestSupport::Answer("update_hosts", "cp /tmp/.hostlist /tmp/seen");
@@ -319,6 +389,27 @@ void TestNetworkDeviceResolver::hostListIsHandedToTheSystem()
 
     QCOMPARE(TestSupport::Journal(), QStringList{"update_hosts"});
     QCOMPARE(TestSupport::ReadFile("/tmp/seen"), "10.0.0.9 printer\n" + LOOPBACK_LINES);
+}
+
+void TestNetworkDeviceResolver::unchangedHostListIsHandedOverAgain()
+{
+    NetworkDevice device("eth0", nullptr);
+
+    device.SetHosts({"10.0.0.9 printer"});
+    device.SetHosts({"10.0.0.9 printer"});
+
+    QCOMPARE(TestSupport::Journal(), (QStringList{"update_hosts", "update_hosts"}));
+}
+
+void TestNetworkDeviceResolver::hostListIsNotLogged()
+{
+    NetworkDevice device("eth0", nullptr);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::VERBOSE);
+    TestSupport::ClearLog();
+
+    device.SetHosts({"10.0.0.9 printer"});
+
+    QCOMPARE(TestSupport::LogText(), QString());
 }
 
 void TestNetworkDeviceResolver::hostListIsReadableByAll()

@@ -6,9 +6,11 @@
 #include "logging.h"
 #include "namednetwork.h"
 #include "testsupport.h"
+#include "zebnetstatus.h"
 
 #include <QElapsedTimer>
 #include <QRegularExpression>
+#include <QSignalSpy>
 #include <QtTest>
 
 namespace {
@@ -63,6 +65,8 @@ private Q_SLOTS:
     void countsDevicesMadeSoFar();
     void choosesItsDriver_data();
     void choosesItsDriver();
+    void driverFlagCountsWhateverItHolds_data();
+    void driverFlagCountsWhateverItHolds();
     void driverFlagThatOthersMayWriteIsNotObeyed();
     void keepsTheTemporaryChoiceWhenDefinitionsAskForNone();
     void driverCanBeChosenAgain();
@@ -72,12 +76,14 @@ private Q_SLOTS:
     void readsLine_data();
     void readsLine();
     void lastLineThatMatchesCounts();
+    void detailsAreNotPublished();
     void longLinesAreReadInTheirFirstPartOnly();
     void hostileOutputTakesLittleTime_data();
     void hostileOutputTakesLittleTime();
     void toolThatFailsChangesNothing_data();
     void toolThatFailsChangesNothing();
     void configurationIsReadAgain();
+    void withoutNetworkThereIsNoConfiguration();
     void detailsAreReadOnThe121stTick();
 };
 
@@ -146,6 +152,22 @@ void TestWirelessDevice::choosesItsDriver()
 
     QCOMPARE(device.driver, driver);
     QVERIFY(TestSupport::LogText().contains(" Driver =  " + driver + " \n"));
+}
+
+void TestWirelessDevice::driverFlagCountsWhateverItHolds_data()
+{
+    QTest::addColumn<QString>("flagFile");
+
+    QTest::newRow("stored") << STORED_FLAG;
+    QTest::newRow("temporary") << TEMPORARY_FLAG;
+}
+
+void TestWirelessDevice::driverFlagCountsWhateverItHolds()
+{
+    QFETCH(QString, flagFile);
+    TestSupport::WriteFile(flagFile, "0\n");
+
+    QCOMPARE(WirelessDevice("wlan0", nullptr).driver, QString("nl80211,wext"));
 }
 
 void TestWirelessDevice::driverFlagThatOthersMayWriteIsNotObeyed()
@@ -262,6 +284,8 @@ void TestWirelessDevice::readsLine_data()
     row("empty", "", essid, accessPoint, encKey, QUALITY);
     row("control characters and bytes that are no UTF-8", "ESSID:\"\x01\xff\x7f\"",
         QString::fromUtf8("\x01\xef\xbf\xbd\x7f"), accessPoint, encKey, QUALITY);
+    row("escape in the network name", "ESSID:\"caf\\xc3\\xa9\"", "caf\\xc3\\xa9", accessPoint, encKey,
+        QUALITY);
     row("network name in UTF-8", "ESSID:\"caf\xc3\xa9\"", QStringLiteral("caf\u00e9"), accessPoint, encKey,
         QUALITY);
 }
@@ -292,6 +316,19 @@ void TestWirelessDevice::lastLineThatMatchesCounts()
     device.RefreshWirelessStatus();
 
     QCOMPARE(device.essid, QString("second"));
+}
+
+void TestWirelessDevice::detailsAreNotPublished()
+{
+    GivenIwconfigPrints(ASSOCIATED);
+    WirelessDevice device("wlan0", nullptr);
+    const QByteArray record = device.status->GetData();
+    QSignalSpy events(&device, &NetworkDevice::SendEventMessage);
+
+    device.RefreshWirelessStatus();
+
+    QVERIFY(events.isEmpty());
+    QCOMPARE(device.status->GetData(), record);
 }
 
 void TestWirelessDevice::longLinesAreReadInTheirFirstPartOnly()
@@ -342,6 +379,7 @@ void TestWirelessDevice::toolThatFailsChangesNothing_data()
     QTest::newRow("prints on standard error")
         << QByteArray("echo 'wlan0  No such device ESSID:\"x\"' >&2; exit 237");
     QTest::newRow("crashes") << QByteArray("echo 'ESSID:\"x\"'; kill -SEGV $$");
+    QTest::newRow("silent") << QByteArray("exit 0");
     QTest::newRow("missing") << QByteArray();
 }
 
@@ -354,10 +392,18 @@ void TestWirelessDevice::toolThatFailsChangesNothing()
         TestSupport::Answer("iwconfig", script);
     WirelessDevice device("wlan0", nullptr);
     device.essid = "Office";
+    device.accessPoint = "00:11:22:33:44:55";
+    device.encKey = "off";
+    device.linkQuality = 70;
+    TestSupport::ClearLog();
 
     device.RefreshWirelessStatus();
 
     QCOMPARE(device.essid, QString("Office"));
+    QCOMPARE(device.accessPoint, QString("00:11:22:33:44:55"));
+    QCOMPARE(device.encKey, QString("off"));
+    QCOMPARE(device.linkQuality, 70);
+    QCOMPARE(TestSupport::LogText(), QString());
 }
 
 void TestWirelessDevice::configurationIsReadAgain()
@@ -373,6 +419,16 @@ void TestWirelessDevice::configurationIsReadAgain()
     QVERIFY(TestSupport::LogText().contains(" WirelessDevice::getCurrentConfig() \n"));
     QVERIFY(TestSupport::LogText().contains(" NetworkDevice::getCurrentConfig() \n"));
     QVERIFY(TestSupport::LogText().contains(" NetworkDevice::Load props -- "));
+}
+
+void TestWirelessDevice::withoutNetworkThereIsNoConfiguration()
+{
+    WirelessDevice device("wlan0", nullptr);
+
+    QVERIFY(device.getCurrentConfig() == nullptr);
+
+    QVERIFY(TestSupport::LogText().contains(" WirelessDevice::getCurrentConfig() \n"));
+    QVERIFY(!TestSupport::LogText().contains(" NetworkDevice::getCurrentConfig() \n"));
 }
 
 void TestWirelessDevice::detailsAreReadOnThe121stTick()
