@@ -34,13 +34,16 @@ private Q_SLOTS:
     void modesStandInTheOrderOfTheirNumbers();
     void settingDecidesWhetherBondingIsWanted_data();
     void settingDecidesWhetherBondingIsWanted();
+    void settingIsReadAtEveryQuestion();
     void modeIsGivenAsANumber_data();
     void modeIsGivenAsANumber();
     void driverIsLookedForEachTime_data();
     void driverIsLookedForEachTime();
     void enablingTakesOverTheWiredName();
+    void enablingAgainReleasesTwiceAndKeepsTheBondsName();
     void enablingWithoutRenamingUsesTheBondsOwnName();
     void enablingWithoutInterfacesDisablesNothing();
+    void enablingTakesTheInterfacesThatAreThere();
     void enablingWithoutInterfacesNamesTheRenamedOneAsPrimary();
     void enablingIsLogged_data();
     void enablingIsLogged();
@@ -48,6 +51,8 @@ private Q_SLOTS:
     void slavesHaveTheirCurrentNames();
     void disablingTearsTheBondDown();
     void disablingWithoutRenamingKeepsNames();
+    void bondsAreListedOneALine_data();
+    void bondsAreListedOneALine();
     void disablingWithoutBondSkipsTheTeardown_data();
     void disablingWithoutBondSkipsTheTeardown();
     void disablingBringsTheFirstSlaveUp();
@@ -113,6 +118,9 @@ void TestBondedDevice::settingDecidesWhetherBondingIsWanted_data()
     QTest::newRow("absent") << QByteArray() << false;
     QTest::newRow("true") << QByteArray("<bonding_enable>true</bonding_enable>") << true;
     QTest::newRow("false") << QByteArray("<bonding_enable>false</bonding_enable>") << false;
+    QTest::newRow("capital letter") << QByteArray("<bonding_enable>True</bonding_enable>") << false;
+    QTest::newRow("number") << QByteArray("<bonding_enable>1</bonding_enable>") << false;
+    QTest::newRow("leading blank") << QByteArray("<bonding_enable> true</bonding_enable>") << false;
 }
 
 void TestBondedDevice::settingDecidesWhetherBondingIsWanted()
@@ -123,6 +131,15 @@ void TestBondedDevice::settingDecidesWhetherBondingIsWanted()
 
     QTEST(bond.isBondingEnabled(), "wanted");
     QTEST(bond.isBondingEnabled(), "wanted");
+}
+
+void TestBondedDevice::settingIsReadAtEveryQuestion()
+{
+    const BondedDevice bond(nullptr);
+    QVERIFY(bond.isBondingEnabled());
+
+    GivenSettings("<bonding_enable>false</bonding_enable>");
+    QVERIFY(!bond.isBondingEnabled());
 }
 
 void TestBondedDevice::modeIsGivenAsANumber_data()
@@ -136,6 +153,11 @@ void TestBondedDevice::modeIsGivenAsANumber_data()
         QTest::newRow(("mode " + number).constData())
             << "<bonding_mode>" + number + "</bonding_mode>" << QString(number);
     }
+    QTest::newRow("blanks around") << QByteArray("<bonding_mode> 4 </bonding_mode>") << "4";
+    QTest::newRow("name") << QByteArray("<bonding_mode>balance-tlb</bonding_mode>") << "0";
+    QTest::newRow("hexadecimal") << QByteArray("<bonding_mode>0x1</bonding_mode>") << "0";
+    QTest::newRow("fraction") << QByteArray("<bonding_mode>1.5</bonding_mode>") << "0";
+    QTest::newRow("above the known ones") << QByteArray("<bonding_mode>9</bonding_mode>") << "9";
 }
 
 void TestBondedDevice::modeIsGivenAsANumber()
@@ -197,6 +219,23 @@ void TestBondedDevice::enablingTakesOverTheWiredName()
     QVERIFY(bond.isBondingActive());
 }
 
+void TestBondedDevice::enablingAgainReleasesTwiceAndKeepsTheBondsName()
+{
+    TestSupport::Answer("ip", DRIVER);
+    TestSupport::Answer("modprobe", DRIVER);
+    BondedDevice bond(nullptr);
+    bond.setRenaming(true);
+    bond.EnableBonding();
+    TestSupport::ClearJournal();
+
+    bond.EnableBonding();
+
+    QCOMPARE(Journal().filter("dhclient"), (QStringList{"dhclient -r", "dhclient -r"}));
+    const auto modprobe = Journal().indexOf("modprobe bonding mode=1 miimon=100");
+    QCOMPARE(Journal().mid(modprobe - 2, 2),
+             (QStringList{"ip link set name eth0-swap eth0", "ip link set name eth0 eth0"}));
+}
+
 void TestBondedDevice::enablingWithoutRenamingUsesTheBondsOwnName()
 {
     BondedDevice bond(nullptr);
@@ -221,6 +260,19 @@ void TestBondedDevice::enablingWithoutInterfacesDisablesNothing()
 
     QCOMPARE(Journal(), (QStringList{"modinfo bonding", "dhclient -r", "modprobe bonding mode=1 miimon=100",
                                      "ip link add bond0 type bond", "ip link set dev bond0 up"}));
+}
+
+void TestBondedDevice::enablingTakesTheInterfacesThatAreThere()
+{
+    BondedDevice bond(nullptr);
+    net->Remove("eth1");
+    net->Add("enp3s0");
+
+    bond.EnableBonding();
+
+    QCOMPARE(bond.getSlaves(), (QStringList{"enp3s0", "eth0"}));
+    QCOMPARE(Journal().filter("master"),
+             (QStringList{"ip link set dev enp3s0 master bond0", "ip link set dev eth0 master bond0"}));
 }
 
 void TestBondedDevice::enablingWithoutInterfacesNamesTheRenamedOneAsPrimary()
@@ -318,6 +370,27 @@ void TestBondedDevice::disablingWithoutRenamingKeepsNames()
     QCOMPARE(Journal(), (QStringList{"dhclient -r", "ip link set dev bond0 down",
                                      "ip link set dev eth0 nomaster", "ip link set dev eth1 nomaster",
                                      "modprobe -r bonding", "ip link delete bond0 type bond"}));
+}
+
+void TestBondedDevice::bondsAreListedOneALine_data()
+{
+    QTest::addColumn<QByteArray>("masters");
+    QTest::addColumn<QString>("bond");
+
+    QTest::newRow("two in a line are one entry") << QByteArray("bond0 eth0\n") << "'bond0 eth0'";
+    QTest::newRow("the first of two lines") << QByteArray("bond0\neth0\n") << "bond0";
+}
+
+void TestBondedDevice::bondsAreListedOneALine()
+{
+    QFETCH(QByteArray, masters);
+    QFETCH(QString, bond);
+    net->Write("bonding_masters", masters);
+    BondedDevice device(nullptr);
+
+    device.DisableBonding();
+
+    QVERIFY2(Journal().contains("ip link set dev " + bond + " down"), qPrintable(Journal().join('\n')));
 }
 
 void TestBondedDevice::disablingWithoutBondSkipsTheTeardown_data()

@@ -27,11 +27,14 @@ private Q_SLOTS:
     void savedAddressIsUsed();
     void savedAddressThatOthersMayWriteIsNotUsed();
     void unusableSavedAddressIsReplaced();
+    void savedTextOfAnAddressesLengthIsUsedAsItIs();
+    void savedBlanksAreNoAddress();
     void addressIsSavedWhereThereIsNoFolder();
     void addressThatCannotBeReadIsNotSaved();
     void savedAddressDoesNotFollowALink();
     void namedPipeInPlaceOfTheAddressIsNotWaitedFor();
     void addressThatCannotBeSavedIsLogged();
+    void addressThatCannotBeSavedChangesNothingElse();
 
 private:
     std::unique_ptr<FakeSysNet> net;
@@ -95,6 +98,29 @@ void TestBondedDeviceAddress::unusableSavedAddressIsReplaced()
     QCOMPARE(TestSupport::ReadFile(SAVED_MAC), MAC + "\n");
 }
 
+void TestBondedDeviceAddress::savedTextOfAnAddressesLengthIsUsedAsItIs()
+{
+    TestSupport::WriteFile(SAVED_MAC, "no-address-at-all\n");
+    BondedDevice bond(nullptr);
+    bond.setRenaming(true);
+
+    bond.EnableBonding();
+
+    QVERIFY(Journal().contains("ip link set eth0 address no-address-at-all"));
+}
+
+void TestBondedDeviceAddress::savedBlanksAreNoAddress()
+{
+    TestSupport::WriteFile(SAVED_MAC, QByteArray(17, ' ') + "\n");
+    BondedDevice bond(nullptr);
+    bond.setRenaming(true);
+
+    bond.EnableBonding();
+
+    QCOMPARE(Journal().filter(" address "), QStringList());
+    QCOMPARE(TestSupport::ReadFile(SAVED_MAC), MAC + "\n");
+}
+
 void TestBondedDeviceAddress::addressIsSavedWhereThereIsNoFolder()
 {
     TestSupport::Answer("ip", DRIVER);
@@ -141,6 +167,26 @@ void TestBondedDeviceAddress::addressThatCannotBeSavedIsLogged()
     bond.EnableBonding();
 
     QVERIFY(LogText().contains("the bond's address could not be saved to " + SAVED_MAC));
+}
+
+void TestBondedDeviceAddress::addressThatCannotBeSavedChangesNothingElse()
+{
+    BondedDevice saving(nullptr);
+    saving.setRenaming(true);
+    saving.EnableBonding();
+    QVERIFY(QFile::exists(SAVED_MAC));
+    const QStringList programs = Journal();
+    net.reset();
+    net = MakeBondWorld();
+    QVERIFY(QDir().mkpath(SAVED_MAC));
+    const MountPoint taken(SAVED_MAC);
+    BondedDevice bond(nullptr);
+    bond.setRenaming(true);
+
+    bond.EnableBonding();
+
+    QCOMPARE(Journal(), programs);
+    QVERIFY(bond.isBondingActive());
 }
 
 void TestBondedDeviceAddress::namedPipeInPlaceOfTheAddressIsNotWaitedFor()

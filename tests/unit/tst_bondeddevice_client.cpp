@@ -28,6 +28,10 @@ private Q_SLOTS:
     void enablingWaitsForTheClient();
     void clientIsStartedAndReportsOnce();
     void secondClientWaitsForTheFirst();
+    void endOfTheFirstClientIsNotThatOfTheSecond();
+    void pollOfARunningClientGoesOn();
+    void reportComesBeforeThePollEnds();
+    void clientEndedByASignalHasEnded();
     void missingClientDoesNotReport();
     void leaseIsReleased();
     void clientRunsOnTheInterfaceThatCarries_data();
@@ -87,6 +91,60 @@ void TestBondedDeviceClient::secondClientWaitsForTheFirst()
     QTRY_COMPARE(Journal(), (QStringList{"dhclient eth0", "dhclient eth1"}));
     QTRY_COMPARE(ready.size(), 1);
     QVERIFY(QFile::exists("/tmp/client.eth1"));
+}
+
+void TestBondedDeviceClient::endOfTheFirstClientIsNotThatOfTheSecond()
+{
+    TestSupport::Remove("/tmp/client.go");
+    TestSupport::Answer("dhclient", "[ $1 = eth0 ] && exec sleep 0.5\n"
+                                    "until [ -e /tmp/client.go ]; do sleep 0.05; done");
+    BondedDevice bond(nullptr);
+    QSignalSpy ready(&bond, &BondedDevice::dhclientReady);
+    bond.StartDhclientInit("eth0");
+    bond.StartDhclientInit("eth1");
+
+    bond.onMyTimerTrip();
+    QCOMPARE(ready.size(), 0);
+
+    TestSupport::WriteFile("/tmp/client.go", "");
+    QTRY_COMPARE(ready.size(), 1);
+}
+
+void TestBondedDeviceClient::pollOfARunningClientGoesOn()
+{
+    TestSupport::Answer("dhclient", "exec sleep 100");
+    BondedDevice bond(nullptr);
+    QSignalSpy ready(&bond, &BondedDevice::dhclientReady);
+    bond.StartDhclientInit("eth0");
+
+    bond.onMyTimerTrip();
+
+    QCOMPARE(ready.size(), 0);
+    QVERIFY(bond.findChild<QTimer *>()->isActive());
+}
+
+void TestBondedDeviceClient::reportComesBeforeThePollEnds()
+{
+    BondedDevice bond(nullptr);
+    const QTimer *const poll = bond.findChild<QTimer *>();
+    bool wasActive = false;
+    connect(&bond, &BondedDevice::dhclientReady, this, [&] { wasActive = poll->isActive(); });
+
+    bond.StartDhclientInit("eth0");
+
+    QTRY_VERIFY(wasActive);
+    QVERIFY(!poll->isActive());
+}
+
+void TestBondedDeviceClient::clientEndedByASignalHasEnded()
+{
+    TestSupport::Answer("dhclient", "kill -KILL $$");
+    BondedDevice bond(nullptr);
+    QSignalSpy ready(&bond, &BondedDevice::dhclientReady);
+
+    bond.StartDhclientInit("eth0");
+
+    QTRY_COMPARE(ready.size(), 1);
 }
 
 void TestBondedDeviceClient::missingClientDoesNotReport()

@@ -19,6 +19,8 @@ private Q_SLOTS:
     void bondingFollowsTheStore();
     void enslavedInterfacesAreSkipped();
     void bondingLeavesTheListAsItIs();
+    void bondTakesOverTheWiredNameAndPrefersAPort();
+    void liveBondIsTakenOverAsItIs();
     void bondThatIsNotWantedIsTakenDownOnce();
 };
 
@@ -98,6 +100,31 @@ void TestCorviBonding::bondingLeavesTheListAsItIs()
     QVERIFY(QFile::exists("/sys/class/net/usb1"));
     QVERIFY(corvi.Bond().isBondingActive());
     QCOMPARE(corvi.AllInterfaces(), QStringList({"eth0", "usb0"}));
+}
+
+void TestCorviBonding::bondTakesOverTheWiredNameAndPrefersAPort()
+{
+    CorviPeer corvi;
+
+    corvi.Bond().EnableBonding();
+
+    QCOMPARE(LogCount("Renaming 1 BringUp 0 usePrimary 1"), 1);
+}
+
+void TestCorviBonding::liveBondIsTakenOverAsItIs()
+{
+    WriteNetworks("<bonding_enable>true</bonding_enable>");
+    FakeSysNet folder;
+    folder.Write("bonding_masters", "eth0\n");
+    for (const char *name : {"eth0", "eth0-swap"})
+        folder.Write(QString(name) + "/type", "1\n");
+    CorviPeer corvi;
+    ClearJournal();
+
+    corvi.FindAllInterfaces();
+
+    QCOMPARE(JournalOf("ip ") + JournalOf("modprobe") + JournalOf("dhclient"), QStringList());
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
 }
 
 void TestCorviBonding::bondThatIsNotWantedIsTakenDownOnce()
