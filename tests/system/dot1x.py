@@ -95,12 +95,12 @@ class Authenticator:
     """hostapd with its own EAP server on a switch port. With controls_port it opens the port for an
     authenticated station and closes it again, as a switch does."""
 
-    def __init__(self, port, server="server", password=PASSWORD, controls_port=False):
+    def __init__(self, port, server="server", password=PASSWORD, controls_port=False, name="hostapd"):
         self.port = port
-        self.log = Path("/tmp/hostapd.log")
-        users = Path("/tmp/hostapd.users")
+        self.log = Path(f"/tmp/{name}.log")
+        users = Path(f"/tmp/{name}.users")
         users.write_text(f'"terminal-17" PEAP\n"terminal-17" MSCHAPV2 "{password}" [2]\n"terminal-tls" TLS\n')
-        settings = Path("/tmp/hostapd.conf")
+        settings = Path(f"/tmp/{name}.conf")
         settings.write_text(f"""
 interface={port.port}
 driver=wired

@@ -6,6 +6,7 @@ of tests/vm, never on a machine that is in use."""
 
 import json
 import os
+import random
 import shutil
 import signal
 import socket
@@ -88,6 +89,13 @@ def holds_for(what, condition, duration):
         if not condition():
             raise AssertionError(f"did not last {duration} s: {what}")
         time.sleep(0.1)
+
+
+def random_source():
+    """Random numbers of a seed that is printed; CORVI_SEED gives one, to have the same again."""
+    seed = int(os.environ.get("CORVI_SEED") or random.randrange(2**32))
+    print("seed", seed, flush=True)
+    return random.Random(seed)
 
 
 def read(path):

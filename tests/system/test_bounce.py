@@ -6,12 +6,11 @@
   test_bounce.py --flaps N   the long form
 """
 
-import random
 import sys
 import time
 
-from harness import (ADDRESS_PRESENT, LINK_UP, LOG, SystemTest, addresses, default_gateway, holds_for, main, read, run,
-                     status, wait_for, wired, write_store)
+from harness import (ADDRESS_PRESENT, LINK_UP, LOG, SystemTest, addresses, default_gateway, holds_for, main,
+                     random_source, read, run, status, wait_for, wired, write_store)
 
 flaps = 8
 
@@ -54,9 +53,7 @@ class OneCable(SystemTest):
         holds_for("nothing reported", lambda: not self.listener.events(), 5)
 
     def test_flaps_leave_nothing_stale(self):
-        seed = random.randrange(2**32)
-        print("seed", seed, flush=True)
-        chance = random.Random(seed)
+        chance = random_source()
         server = self.dhcp_server(self.lan)
         daemon = self.start_daemon()
         self.wait_address("eth0", server.serves)

@@ -6,12 +6,11 @@
   test_ports.py --moves N   the long form
 """
 
-import random
 import sys
 import time
 
 from harness import (ADDRESS_PRESENT, LINK_DOWN, RELOAD_FLAG, DhcpServer, FarEnd, SystemTest, addresses,
-                     default_routes, main, run, status, touch, wait_for, wired, write_store)
+                     default_routes, main, random_source, run, status, touch, wait_for, wired, write_store)
 
 moves = 6
 
@@ -60,9 +59,7 @@ class Ports(SystemTest):
                 and len(run("pidof", "dhclient", check=False).split()) == 1 and self.gateway_answers())
 
     def test_cable_moved_between_ports_keeps_the_network(self):
-        seed = random.randrange(2**32)
-        print("seed", seed, flush=True)
-        chance = random.Random(seed)
+        chance = random_source()
         ports = ["eth0", "eth1"]
         self.switch.plug(ports[0])
         daemon = self.start_daemon()

@@ -6,13 +6,12 @@
   test_segment.py --daemons N  the long form
 """
 
-import random
 import subprocess
 import sys
 import time
 
-from harness import (BUILD_DIR, LOG, STATIC, STATUS_TOOL, Daemon, SystemTest, main, read, run, status, wait_for,
-                     wired, write_store)
+from harness import (BUILD_DIR, LOG, STATIC, STATUS_TOOL, Daemon, SystemTest, main, random_source, read, run, status,
+                     wait_for, wired, write_store)
 
 POLLER = BUILD_DIR / "tests/system/statuspoller"
 daemons = 40
@@ -58,9 +57,7 @@ class Segment(SystemTest):
         self.assertIn("the status segment was lost and is made anew", read(LOG))
 
     def test_killed_daemons_leave_a_readable_segment(self):
-        seed = random.randrange(2**32)
-        print("seed", seed, flush=True)
-        chance = random.Random(seed)
+        chance = random_source()
         # Displays in a hurry, so that one of them meets a daemon's start soon: they let go of the segment between
         # two looks, and the last to let go removes it.
         for pause_ms in (0, 0, 1, 1):
