@@ -251,6 +251,7 @@ private:
     void LetGoOfInterface(const QString &interfaceName);
     void LeaveDevice(NetworkDevice *device);
     LinkEvents linkEvents;
+    bool arePortsLoose = false;                          ///< interfaces wait to become ports of the bond
     InterfaceIndexes takenInterfaces;                    ///< by the last discovery, and amended since
     std::optional<InterfaceIndexes> differingInterfaces; ///< seen instead of these by the last tick
 

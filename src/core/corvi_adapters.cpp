@@ -32,8 +32,9 @@ QStringList BondNames()
 /// that restarts, or udev that renames the interface, is not yet done when the first look sees it.
 void Corvi::CheckAdapters()
 {
-    if (!linkEvents.Happened() && !differingInterfaces)
+    if (!linkEvents.Happened() && !differingInterfaces && !arePortsLoose)
         return;
+    arePortsLoose = bondingEnabled && bondedDevice->AdoptPorts();
     const InterfaceIndexes present = LookForInterfaces();
     if (present == takenInterfaces) {
         differingInterfaces.reset();

@@ -19,6 +19,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
 
@@ -64,6 +65,24 @@ QStringList BondNames()
     return masters.open(QIODevice::ReadOnly)
                ? QString::fromLatin1(masters.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts)
                : QStringList();
+}
+
+/// VLANs and the like say what they are; an adapter says nothing.
+bool IsAdapter(const QString &interfaceName)
+{
+    QFile description(SYS_NET + interfaceName + QStringLiteral("/uevent"));
+    return !description.open(QIODevice::ReadOnly) || !description.readAll().contains("DEVTYPE=");
+}
+
+/// Ethernet adapters without a master, a bond or any other.
+QStringList LoosePorts()
+{
+    const QStringList names = EthernetNames();
+    QStringList loose;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(loose), [](const QString &name) {
+        return !InterfaceExists(name + QStringLiteral("/master")) && IsAdapter(name);
+    });
+    return loose;
 }
 
 void ReplaceName(QStringList &names, const QString &oldName, const QString &newName)
@@ -239,6 +258,40 @@ void BondedDevice::TearDown()
     for (const QString &slave : qAsConst(slaves))
         SetLink(slave, {QStringLiteral("nomaster")});
     Utils::Execute(QStringLiteral("modprobe"), {QStringLiteral("-r"), QStringLiteral("bonding")}, false);
+}
+
+// The driver lets go of a port whose adapter is pulled and does not take it back by itself.
+
+bool BondedDevice::AdoptPorts()
+{
+    const QStringList bonds = BondNames().join(QLatin1Char(' ')).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    const QStringList loose = bondingActive && !bonds.isEmpty() ? LoosePorts() : QStringList();
+    std::map<QString, RetryPause> seen;
+    for (const QString &port : loose) {
+        if (bonds.contains(port))
+            continue;
+        const auto known = loosePorts.find(port);
+        if (known == loosePorts.end()) {
+            seen.emplace(port, RetryPause(RetryPause::First::AT_ONCE));
+            continue;
+        }
+        if (known->second.IsDue(RetryPause::Time::clock::now())) {
+            AdoptPort(port, bonds.contains(wiredName) ? wiredName : bonds.first());
+            known->second.NoteAttempt(RetryPause::Time::clock::now());
+        }
+        seen.emplace(port, known->second);
+    }
+    loosePorts.swap(seen);
+    return !loosePorts.empty();
+}
+
+void BondedDevice::AdoptPort(const QString &port, const QString &bond)
+{
+    Log(Level::NOTICE) << "BondedDevice::AdoptPort -" << port << "becomes a port of" << bond;
+    if (!slaves.contains(port))
+        slaves << port;
+    SetLink(port, {QStringLiteral("down")});
+    SetLink(port, {QStringLiteral("master"), bond});
 }
 
 void BondedDevice::StartDhclientInit(const QString &iface)

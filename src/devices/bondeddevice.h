@@ -3,9 +3,13 @@
 
 #pragma once
 
+#include "retrypause.h"
+
 #include <QObject>
 #include <QString>
 #include <QStringList>
+
+#include <map>
 
 class QProcess;
 class QTimer;
@@ -26,6 +30,10 @@ public:
     bool isAvailable();
     void EnableBonding();
     void DisableBonding();
+    /// Enslaves the Ethernet interfaces that are no port, as one that was pulled and put back: under its own
+    /// name, or under the next free one where the bond has that. Only those that were so at the last call, as
+    /// udev may be about to rename a newer one. True for as long as there is one to look at.
+    bool AdoptPorts();
     void StartDhclientInit(const QString &iface);
     void ReleaseDhclient();
     void SetDhclient();
@@ -55,6 +63,7 @@ private:
     void LoadDriver();
     void TearDown();
 
+    void AdoptPort(const QString &port, const QString &bond);
     void WaitForDhclient();
 
     bool dhclientFinished = false;
@@ -67,6 +76,7 @@ private:
     QString bondName = QStringLiteral("bond0");
     QString wiredName;
     QString renamedName;
-    QProcess *dhcpProcess; ///< child
-    QTimer *pollTimer;     ///< child
+    std::map<QString, RetryPause> loosePorts; ///< Ethernet interfaces that are no port, by name
+    QProcess *dhcpProcess;                    ///< child
+    QTimer *pollTimer;                        ///< child
 };

@@ -33,6 +33,8 @@ case "$(basename $0) $*" in
     "ip link set name"*) [ ! -d $net/$5 ] || [ -e $net/$4 ] || mv $net/$5 $net/$4 ;;
     "ip link add"*) [ ! -e $net/bonding_masters ] || add_bond $3 ;;
     "ip link delete"*) rm -rf $net/$3 ;;
+    "ip link set dev "*" master "*) [ ! -d $net/$4 ] || : >$net/$4/master ;;
+    "ip link set dev "*" nomaster") rm -f $net/$4/master ;;
     "ip link set"*address*) echo $5 >$net/$3/address ;;
 esac
 list_masters

@@ -4,6 +4,7 @@
 corvi_add_unit_test(tst_bondeddevice LIBS deviceworld)
 corvi_add_unit_test(tst_bondeddevice_address LIBS deviceworld)
 corvi_add_unit_test(tst_bondeddevice_client LIBS deviceworld)
+corvi_add_unit_test(tst_bondeddevice_ports LIBS deviceworld)
 corvi_add_unit_test(tst_carrierfile LIBS devices)
 corvi_add_unit_test(tst_defaultroute LIBS devices support)
 corvi_add_unit_test(tst_dhcpclients LIBS devices support)

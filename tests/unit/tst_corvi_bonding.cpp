@@ -22,6 +22,8 @@ private Q_SLOTS:
     void bondTakesOverTheWiredNameAndPrefersAPort();
     void liveBondIsTakenOverAsItIs();
     void bondThatIsNotWantedIsTakenDownOnce();
+    void portThatIsLooseBecomesOneAgain_data();
+    void portThatIsLooseBecomesOneAgain();
 };
 
 void TestCorviBonding::init()
@@ -139,6 +141,34 @@ void TestCorviBonding::bondThatIsNotWantedIsTakenDownOnce()
     corvi.FindAllInterfaces();
 
     QCOMPARE(LogCount("Renaming 1 BringUp 0"), 1);
+}
+
+void TestCorviBonding::portThatIsLooseBecomesOneAgain_data()
+{
+    QTest::addColumn<bool>("isEnabled");
+    QTest::addColumn<QStringList>("commands");
+    QTest::newRow("bonding wanted") << true
+                                    << QStringList({"ip link set dev eth1 down",
+                                                    "ip link set dev eth1 master bond0"});
+    QTest::newRow("bonding not wanted") << false << QStringList();
+}
+
+void TestCorviBonding::portThatIsLooseBecomesOneAgain()
+{
+    QFETCH(bool, isEnabled);
+    WriteStore(isEnabled ? "<networkconfig><bonding_enable>true</bonding_enable></networkconfig>"
+                         : "<networkconfig/>");
+    FakeSysNet folder;
+    folder.Write("bonding_masters", "bond0 bond1\n");
+    folder.Add("bond0");
+    folder.Add("eth1");
+    CorviPeer corvi;
+    corvi.Tick();
+    Forget();
+
+    corvi.Tick(3);
+
+    QTEST(JournalOf("ip link set dev eth1"), "commands");
 }
 
 QTEST_GUILESS_MAIN(TestCorviBonding)

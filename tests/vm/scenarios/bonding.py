@@ -167,6 +167,19 @@ class OnAndOff(BondingTest):
         self.assertEqual(bond_mode(), "balance-tlb")
         self.assertEqual(read("/sys/class/net/eth0/bonding/miimon").strip(), "100")
 
+    def test_port_pulled_and_put_back(self):
+        """Each adapter is pulled and put back. The first one cannot have its name back, which the bond has."""
+        self.set_bonding(True)
+        self.start_daemon()
+        address = self.wait_bonded()
+        for pulled, left, back in (("eth1", ["eth0-swap"], "eth1"), ("eth0-swap", ["eth1"], "eth2")):
+            run("ip", "link", "delete", "dev", pulled)
+            wait_for("the port is gone", lambda left=left: ports() == left, 20)
+            self.switch.add_port(back)
+            wait_for("the port is back", lambda left=left, back=back: ports() == sorted([*left, back]), SETTLE_TIME)
+            self.assert_reached()
+        self.assertEqual(addresses("eth0"), [address])
+
     def test_restart_while_up(self):
         """The daemon is started anew while the bond is up: the same bond, address and lease afterwards."""
         self.set_bonding(True)

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "bondeddevice.h"
+
+#include "bondworld.h"
+
+#include <QtTest>
+
+using TestSupport::Journal;
+
+/// The ports of a bond that stands: adapters that are pulled and put back.
+class TestBondedDevicePorts : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void portThatComesBackIsEnslaved_data();
+    void portThatComesBackIsEnslaved();
+    void interfaceThatIsNoPortIsLeftAlone_data();
+    void interfaceThatIsNoPortIsLeftAlone();
+    void portThatCannotBeEnslavedIsNotTriedOnEveryTick();
+    void withoutABondNothingIsEnslaved();
+
+private:
+    std::unique_ptr<FakeSysNet> net;
+    std::unique_ptr<BondedDevice> bond;
+};
+
+void TestBondedDevicePorts::init()
+{
+    net = MakeBondWorld();
+    TestSupport::Answer("ip", DRIVER);
+    TestSupport::Answer("modprobe", DRIVER);
+    bond = std::make_unique<BondedDevice>(nullptr);
+    bond->setRenaming(true);
+    bond->EnableBonding();
+    QVERIFY(!bond->AdoptPorts());
+    TestSupport::ClearJournal();
+}
+
+void TestBondedDevicePorts::cleanup()
+{
+    bond.reset();
+    net.reset();
+}
+
+void TestBondedDevicePorts::portThatComesBackIsEnslaved_data()
+{
+    QTest::addColumn<QString>("pulled");
+    QTest::addColumn<QString>("put");
+    QTest::newRow("under its name") << "eth1"
+                                    << "eth1";
+    QTest::newRow("under another, as the bond has its own") << "eth0-swap"
+                                                            << "eth2";
+}
+
+void TestBondedDevicePorts::portThatComesBackIsEnslaved()
+{
+    QFETCH(QString, pulled);
+    QFETCH(QString, put);
+    net->Remove(pulled);
+    QVERIFY(!bond->AdoptPorts());
+
+    net->Add(put);
+    // It may still be renamed.
+    QVERIFY(bond->AdoptPorts());
+    QCOMPARE(Journal(), QStringList());
+    QVERIFY(bond->AdoptPorts());
+
+    QCOMPARE(Journal(),
+             QStringList({"ip link set dev " + put + " down", "ip link set dev " + put + " master eth0"}));
+    QVERIFY(bond->getSlaves().contains(put));
+    QVERIFY(!bond->AdoptPorts());
+}
+
+void TestBondedDevicePorts::interfaceThatIsNoPortIsLeftAlone_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("uevent");
+    QTest::newRow("no Ethernet") << "wlan1" << QByteArray("INTERFACE=wlan1\n");
+    QTest::newRow("VLAN") << "eth1.5" << QByteArray("DEVTYPE=vlan\nINTERFACE=eth1.5\n");
+}
+
+void TestBondedDevicePorts::interfaceThatIsNoPortIsLeftAlone()
+{
+    QFETCH(QString, name);
+    QFETCH(QByteArray, uevent);
+    net->Add(name);
+    net->Write(name + "/uevent", uevent);
+
+    QVERIFY(!bond->AdoptPorts());
+    QVERIFY(!bond->AdoptPorts());
+
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestBondedDevicePorts::portThatCannotBeEnslavedIsNotTriedOnEveryTick()
+{
+    TestSupport::Answer("ip", "exit 2");
+    net->Add("eth2");
+
+    for (int i = 0; i < 5; ++i)
+        QVERIFY(bond->AdoptPorts());
+
+    QCOMPARE(Journal().filter("master"), QStringList{"ip link set dev eth2 master eth0"});
+}
+
+void TestBondedDevicePorts::withoutABondNothingIsEnslaved()
+{
+    bond->DisableBonding();
+    TestSupport::ClearJournal();
+
+    QVERIFY(!bond->AdoptPorts());
+    QVERIFY(!bond->AdoptPorts());
+
+    QCOMPARE(Journal(), QStringList());
+}
+
+QTEST_GUILESS_MAIN(TestBondedDevicePorts)
+#include "tst_bondeddevice_ports.moc"
