@@ -4,8 +4,8 @@
 #include "corvi.h"
 #include "logging.h"
 #include "processmemory.h"
+#include "processsignals.h"
 #include "storekeeping.h"
-#include "terminationsignals.h"
 
 #include <QCoreApplication>
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
@@ -34,13 +34,13 @@ int main(int argc, char *argv[])
 
     KeepStoreOverRestarts();
     // First: a reload that is asked for while the daemon starts must not end it.
-    TerminationSignals signalSource(nullptr);
+    ProcessSignals signalSource(nullptr);
     Corvi corvi(nullptr);
-    QObject::connect(&signalSource, &TerminationSignals::terminationRequested, &corvi,
+    QObject::connect(&signalSource, &ProcessSignals::terminationRequested, &corvi,
                      [&corvi] { corvi.Stop(0); });
-    QObject::connect(&signalSource, &TerminationSignals::reloadRequested, &corvi, &Corvi::RequestReload);
+    QObject::connect(&signalSource, &ProcessSignals::reloadRequested, &corvi, &Corvi::RequestReload);
     if (!signalSource.Error().isEmpty())
-        Log(Level::NOTICE) << "TerminationSignals -- no pipe, a signal ends the daemon without its shutdown:"
+        Log(Level::NOTICE) << "ProcessSignals -- no pipe, a signal ends the daemon without its shutdown:"
                            << signalSource.Error();
     corvi.Start();
     return QCoreApplication::exec();

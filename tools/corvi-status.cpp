@@ -2,9 +2,9 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "eventlistener.h"
+#include "processsignals.h"
 #include "statusreader.h"
 #include "statustext.h"
-#include "terminationsignals.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -100,9 +100,9 @@ int WatchEvents(bool asJson)
     if (!listener.Listen(error))
         return Fail(error);
     // Each ends the event loop, so that the socket is removed; nothing is there to be reloaded.
-    const TerminationSignals signalSource(nullptr);
-    QObject::connect(&signalSource, &TerminationSignals::terminationRequested, qApp, &QCoreApplication::quit);
-    QObject::connect(&signalSource, &TerminationSignals::reloadRequested, qApp, &QCoreApplication::quit);
+    const ProcessSignals signalSource(nullptr);
+    QObject::connect(&signalSource, &ProcessSignals::terminationRequested, qApp, &QCoreApplication::quit);
+    QObject::connect(&signalSource, &ProcessSignals::reloadRequested, qApp, &QCoreApplication::quit);
     return QCoreApplication::exec();
 }
 

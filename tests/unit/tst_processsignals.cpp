@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "processsignals.h"
 #include "resourcelimit.h"
-#include "terminationsignals.h"
 #include "testsupport.h"
 
 #include <QDir>
@@ -17,7 +17,7 @@
 #include <unistd.h>
 
 /// SIGTERM, SIGINT and SIGHUP as signals of the event loop.
-class TestTerminationSignals : public QObject
+class TestProcessSignals : public QObject
 {
     Q_OBJECT
 
@@ -33,7 +33,7 @@ private Q_SLOTS:
     void withoutAPipeSignalsStillEndTheProgram();
 };
 
-void TestTerminationSignals::signalIsDeliveredByTheEventLoop_data()
+void TestProcessSignals::signalIsDeliveredByTheEventLoop_data()
 {
     QTest::addColumn<int>("number");
     QTest::addColumn<int>("terminations");
@@ -43,14 +43,14 @@ void TestTerminationSignals::signalIsDeliveredByTheEventLoop_data()
     QTest::newRow("SIGHUP") << SIGHUP << 0 << 1;
 }
 
-void TestTerminationSignals::signalIsDeliveredByTheEventLoop()
+void TestProcessSignals::signalIsDeliveredByTheEventLoop()
 {
     QFETCH(int, number);
     QFETCH(int, terminations);
     QFETCH(int, reloads);
-    TerminationSignals source(nullptr);
-    QSignalSpy ends(&source, &TerminationSignals::terminationRequested);
-    QSignalSpy reloadRequests(&source, &TerminationSignals::reloadRequested);
+    ProcessSignals source(nullptr);
+    QSignalSpy ends(&source, &ProcessSignals::terminationRequested);
+    QSignalSpy reloadRequests(&source, &ProcessSignals::reloadRequested);
 
     ::raise(number);
     QCOMPARE(ends.size() + reloadRequests.size(), 0);
@@ -60,10 +60,10 @@ void TestTerminationSignals::signalIsDeliveredByTheEventLoop()
     QCOMPARE(reloadRequests.size(), reloads);
 }
 
-void TestTerminationSignals::severalSignalsAreOneRequest()
+void TestProcessSignals::severalSignalsAreOneRequest()
 {
-    TerminationSignals source(nullptr);
-    QSignalSpy requests(&source, &TerminationSignals::terminationRequested);
+    ProcessSignals source(nullptr);
+    QSignalSpy requests(&source, &ProcessSignals::terminationRequested);
 
     for (int i = 0; i < 100; ++i)
         ::raise(SIGTERM);
@@ -73,11 +73,11 @@ void TestTerminationSignals::severalSignalsAreOneRequest()
     QCOMPARE(requests.size(), 1);
 }
 
-void TestTerminationSignals::aFloodOfReloadsHidesNoEnd()
+void TestProcessSignals::aFloodOfReloadsHidesNoEnd()
 {
-    TerminationSignals source(nullptr);
-    QSignalSpy ends(&source, &TerminationSignals::terminationRequested);
-    QSignalSpy reloadRequests(&source, &TerminationSignals::reloadRequested);
+    ProcessSignals source(nullptr);
+    QSignalSpy ends(&source, &ProcessSignals::terminationRequested);
+    QSignalSpy reloadRequests(&source, &ProcessSignals::reloadRequested);
 
     // More than a pipe holds.
     for (int i = 0; i < 70000; ++i)
@@ -88,10 +88,10 @@ void TestTerminationSignals::aFloodOfReloadsHidesNoEnd()
     QCOMPARE(reloadRequests.size(), 1);
 }
 
-void TestTerminationSignals::signalDuringASystemCallDoesNotInterruptIt()
+void TestProcessSignals::signalDuringASystemCallDoesNotInterruptIt()
 {
-    TerminationSignals source(nullptr);
-    QSignalSpy requests(&source, &TerminationSignals::terminationRequested);
+    ProcessSignals source(nullptr);
+    QSignalSpy requests(&source, &ProcessSignals::terminationRequested);
     QProcess child;
 
     child.start("/bin/sh", {"-c", QString("kill -TERM %1; sleep 0.2; echo whole").arg(::getpid())});
@@ -101,9 +101,9 @@ void TestTerminationSignals::signalDuringASystemCallDoesNotInterruptIt()
     QTRY_COMPARE(requests.size(), 1);
 }
 
-void TestTerminationSignals::childrenAreNotAffected()
+void TestProcessSignals::childrenAreNotAffected()
 {
-    TerminationSignals source(nullptr);
+    ProcessSignals source(nullptr);
     QProcess child;
     child.start("/bin/sleep", {"60"});
     QVERIFY(child.waitForStarted());
@@ -114,9 +114,9 @@ void TestTerminationSignals::childrenAreNotAffected()
     QCOMPARE(child.exitStatus(), QProcess::CrashExit);
 }
 
-void TestTerminationSignals::endRestoresTheDefault()
+void TestProcessSignals::endRestoresTheDefault()
 {
-    delete new TerminationSignals(nullptr);
+    delete new ProcessSignals(nullptr);
 
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         struct sigaction action = {};
@@ -125,7 +125,7 @@ void TestTerminationSignals::endRestoresTheDefault()
     }
 }
 
-void TestTerminationSignals::endClosesThePipe()
+void TestProcessSignals::endClosesThePipe()
 {
     const auto openFiles = [] {
         return TestSupport::EntryCount("/proc/self/fd");
@@ -133,12 +133,12 @@ void TestTerminationSignals::endClosesThePipe()
     const int before = openFiles();
 
     for (int i = 0; i < 10; ++i)
-        delete new TerminationSignals(nullptr);
+        delete new ProcessSignals(nullptr);
 
     QCOMPARE(openFiles(), before);
 }
 
-void TestTerminationSignals::withoutAPipeSignalsStillEndTheProgram()
+void TestProcessSignals::withoutAPipeSignalsStillEndTheProgram()
 {
     const int lowestFree = ::dup(STDOUT_FILENO);
     QVERIFY(lowestFree != -1);
@@ -146,7 +146,7 @@ void TestTerminationSignals::withoutAPipeSignalsStillEndTheProgram()
     // One descriptor is left, and a pipe needs two.
     std::optional<ResourceLimit> limit(std::in_place, RLIMIT_NOFILE, static_cast<rlim_t>(lowestFree) + 1);
 
-    const TerminationSignals source(nullptr);
+    const ProcessSignals source(nullptr);
 
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         struct sigaction action = {};
@@ -157,5 +157,5 @@ void TestTerminationSignals::withoutAPipeSignalsStillEndTheProgram()
     QCOMPARE(source.Error(), qt_error_string(EMFILE));
 }
 
-QTEST_GUILESS_MAIN(TestTerminationSignals)
-#include "tst_terminationsignals.moc"
+QTEST_GUILESS_MAIN(TestProcessSignals)
+#include "tst_processsignals.moc"

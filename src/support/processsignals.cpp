@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "terminationsignals.h"
+#include "processsignals.h"
 
 #include <QSocketNotifier>
 
@@ -34,14 +34,14 @@ void HandleSignal(int number)
 
 } // namespace
 
-TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
+ProcessSignals::ProcessSignals(QObject *parent) : QObject(parent)
 {
     if (::pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) {
         error = qt_error_string();
         return;
     }
     notifier = std::make_unique<QSocketNotifier>(pipeEnds[0], QSocketNotifier::Read);
-    connect(notifier.get(), &QSocketNotifier::activated, this, &TerminationSignals::OnReadable);
+    connect(notifier.get(), &QSocketNotifier::activated, this, &ProcessSignals::OnReadable);
 
     struct sigaction action = {};
     action.sa_handler = HandleSignal;
@@ -50,7 +50,7 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
         ::sigaction(number, &action, nullptr);
 }
 
-TerminationSignals::~TerminationSignals()
+ProcessSignals::~ProcessSignals()
 {
     for (const int number : SIGNALS)
         ::signal(number, SIG_DFL);
@@ -62,7 +62,7 @@ TerminationSignals::~TerminationSignals()
     }
 }
 
-void TerminationSignals::OnReadable()
+void ProcessSignals::OnReadable()
 {
     char bytes[16];
     while (::read(pipeEnds[0], bytes, sizeof bytes) > 0) {

@@ -13,12 +13,12 @@ class QSocketNotifier;
 /// Turns SIGTERM and SIGINT, which ask for an end, and SIGHUP, which asks for a reload, into Qt signals
 /// delivered by the event loop. The signals are caught, not blocked: a blocked signal would stay blocked in
 /// every program that the daemon starts. One instance.
-class TerminationSignals : public QObject
+class ProcessSignals : public QObject
 {
     Q_OBJECT
 public:
-    explicit TerminationSignals(QObject *parent);
-    ~TerminationSignals() override;
+    explicit ProcessSignals(QObject *parent);
+    ~ProcessSignals() override;
 
     /// Why nothing is caught, so that each of the signals ends the program outright; empty when all are.
     QString Error() const { return error; }
