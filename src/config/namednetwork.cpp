@@ -83,6 +83,7 @@ bool NamedNetwork::Load(const QString &networkName, bool isWireless)
     wireless = isWireless;
 
     const QString properties = Properties();
+    // Names another class, as the lines of ApplyScepDefaults() do: kept as it is.
     Log(Level::TRACE) << "NetworkDevice::Load props -- " << properties;
     propsHash = Fingerprint(properties);
     secured = !netConfig->securityMode.toLower().startsWith(QLatin1String("unsecure"));
@@ -111,7 +112,7 @@ void NamedNetwork::TranslateSecurityMode()
         netConfig->securityMode = *found;
 
     // One item, without a blank before its end: put together only where it is written.
-    Log line(4);
+    Log line(Level::TRACE);
     if (line.IsEnabled())
         line << QStringLiteral("Security mode ") + displayName +
                     (isKnown ? QStringLiteral(" modified to ") + *found : QStringLiteral(" NOT FOUND"));

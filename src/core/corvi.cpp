@@ -64,7 +64,7 @@ Corvi::Corvi(QObject *parent) : QObject(parent), log(Logging::GetInstance(Loggin
         Utils::Execute(QStringLiteral("init_hostname"), {}, false);
     InitSharedMemory();
     ReinitSupThread();
-    log->LogMessage(QStringLiteral("Corvi::Corvi  Created"), true);
+    log->LogMessage(QStringLiteral("Corvi::Corvi  Created"), true); // Two blanks: kept as they are.
 }
 
 Corvi::~Corvi()

@@ -165,6 +165,7 @@ QString NetworkDevice::toString() const
     QStringList lines = {
         QStringLiteral("NetworkAdaptor %1, isUp=%2, isRunning=%3, isWireless=%4")
             .arg(name, QString::number(isUp), QString::number(isRunning), QString::number(isWireless))};
+    // With two blanks after the first colon, and one before each comma below: kept as they are.
     if (isRunning)
         lines << QStringLiteral("MAC Address:  %1, Inet Address: %2, Inet Mask: %3")
                      .arg(macAddress, ipAddress, netmask);

@@ -101,46 +101,52 @@ public:
     QStringList getWpaConfig() const;
 
 signals:
+    // Emitted on the main thread, in the middle of an operation of the device: no slot may delete it.
+
+    /// An event to be published and sent, of ZebNetEvent.
     void SendEventMessage(int code, int value, NetworkDevice *device);
+    /// Never emitted: kept for those who connect to it.
     void ConnectionStatusChange(NetworkDevice *device, bool connected);
 
 public slots:
     void onTimerTrip();
 
 public:
-    NamedNetwork *currentNetwork = nullptr;
-    Logging *logger;
-    bool usesSupplicant = false;
-    QStringList networkNames;
-    QHash<QString, NamedNetwork *> namedNetworks; ///< owned
-    QString name;
-    bool isWireless = false;
-    ZebNetConfig *currentConfig = nullptr; ///< owned by the current network
-    const std::unique_ptr<ZebNetStatus> status;
-    int socketFd; ///< datagram socket for interface ioctls, -1 when there is none
-    bool linkUp = false;
-    bool stopped = false;
-    bool isUp = false;
-    bool isRunning = false;
-    bool fallbackEnabled = false;
-    int authWaitTicks = 0;
-    bool inFallback = false;
-    bool ipAnnounced = false;
-    QString ipAddress;
-    QString broadcast;
-    QString netmask;
-    QString macAddress;
-    QString essid;
-    QString accessPoint;
-    QString encKey;
-    int linkQuality = 0;
-    QString driver;
-    const std::unique_ptr<QTimer> timer;
-    int wirelessTicks = 0;
-    bool configurable = true;
-    bool driverChosen = false;
-    QString publishedAddress; ///< in the record that was last published of this device
-    CarrierLosses carrierLosses;
+    // What is asked for and what is seen, read and set by the service object.
+
+    NamedNetwork *currentNetwork = nullptr; ///< one of namedNetworks, chosen by getCurrentConfig()
+    Logging *logger;                        ///< kept: the lines go through Log
+    bool usesSupplicant = false; ///< always for wireless; for wired, once a definition has asked for 802.1X
+    QStringList networkNames;    ///< of the definitions that apply, in the order in which they are considered
+    QHash<QString, NamedNetwork *> namedNetworks; ///< the definitions that apply, by name, owned
+    QString name;                                 ///< the kernel's for the interface
+    bool isWireless = false;               ///< set by the concrete kind, as `configurable` and `driver` are
+    ZebNetConfig *currentConfig = nullptr; ///< being applied; owned by the current network
+    const std::unique_ptr<ZebNetStatus> status; ///< the record that the service object publishes
+    int socketFd;                 ///< datagram socket for interface ioctls, -1 when there is none
+    bool linkUp = false;          ///< asked for: brought up, and neither taken down since nor seen down
+    bool stopped = false;         ///< asked for: by StopDevice(), until the next StartDevice()
+    bool isUp = false;            ///< seen: the kernel gives the carrier, as it does of a link that is up
+    bool isRunning = false;       ///< seen: there is a carrier
+    bool fallbackEnabled = false; ///< the definition allows an attempt without 802.1X
+    int authWaitTicks = 0;        ///< supervision ticks (1 s) that the service object has waited for 802.1X
+    bool inFallback = false;      ///< the service object has given up on 802.1X for this link
+    bool ipAnnounced = false;     ///< event (1, 1) has been sent for the address
+    QString ipAddress;            ///< seen: IPv4, dotted, like the next two; empty where there is none
+    QString broadcast;            ///< seen
+    QString netmask;              ///< seen
+    QString macAddress;           ///< seen: six groups of two digits, upper case, apart by colons
+    QString essid;                ///< wireless: from `iwconfig`, like the next three
+    QString accessPoint;          ///< wireless: its address
+    QString encKey;               ///< wireless: whether the key is on
+    int linkQuality = 0;          ///< wireless: of a highest value that the driver chooses
+    QString driver;               ///< the supplicant's driver list, such as "wired"; "modem" for none
+    const std::unique_ptr<QTimer> timer; ///< looks at the interface 4 times a second once it was started
+    int wirelessTicks = 0;               ///< of that timer, since `iwconfig` was asked
+    bool configurable = true;            ///< no concrete kind yet: the wired setup does not look at it
+    bool driverChosen = false;           ///< by UseNewDriver(); read by nobody: kept as it is
+    QString publishedAddress;    ///< in the record of this device that was published last, or waits to be
+    CarrierLosses carrierLosses; ///< of the link, since it was reported
 
 private:
     void ReadAddress(unsigned long request, QString &field) const;
@@ -174,8 +180,8 @@ private:
     CarrierFile carrierFile;
     QString appliedSpeed; ///< the text that SetSpeed() was last run for
 
-    RetryPause startPause{RetryPause::First::AT_ONCE};
-    RetryPause staticPause{RetryPause::First::AT_ONCE};
+    RetryPause startPause{RetryPause::First::AT_ONCE};  ///< of bringing the link up
+    RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route
 
     // What is told of over and over while it lasts.
     ReportOnce addressReport{QString()};

@@ -92,6 +92,7 @@ void NetworkDevice::ConfigureNetwork(bool renew)
 
 void NetworkDevice::ApplyConfig(bool renew)
 {
+    // The label says DNS and the value is the static address's flag: kept as it is.
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork  Name=" << currentConfig->GetName()
                       << "Use Static DNS=" << currentConfig->staticIp;
     if (!isWireless)
@@ -180,7 +181,7 @@ void NetworkDevice::ApplySpeed()
         return;
     const QStringList words = speed.split(QLatin1Char(' '));
     if (words.size() != 3) {
-        // Attempts to get an address apply the speed again and again.
+        // Attempts to get an address apply the speed again and again. The line names no class: kept as it is.
         LogOnce(speedReport, speed) << "ConfigureNetwork - Wrong format " << speed;
         return;
     }

@@ -109,6 +109,7 @@ void NetworkDevice::SetDNS(const QString &dns1, const QString &dns2, const QStri
     WriteResolver(QByteArray(), dns1, dns2, domain);
 }
 
+/// Its lines say "SetDNS", as those of a replaced file do: kept as they are.
 void NetworkDevice::AppendDNS(const QString &dns1, const QString &dns2, const QString &domain)
 {
     // Without the servers that stand there, appending would lose them.

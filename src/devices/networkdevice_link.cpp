@@ -81,6 +81,7 @@ void NetworkDevice::SetSpeed(const QString &iface, int speed, int duplex)
 
 void NetworkDevice::SetMtu(const QString &iface, const QString &mtu)
 {
+    // There is no operation of this name: kept as it is.
     Log(Level::TRACE) << "NetworkDevice::MTU - " << iface << mtu;
     Utils::Execute(IP, {QStringLiteral("link"), QStringLiteral("set"), iface, QStringLiteral("mtu"), mtu},
                    false);
@@ -95,6 +96,7 @@ void NetworkDevice::FlushIpAddress()
 void NetworkDevice::SetGateway(const QString &gw)
 {
     Log(Level::TRACE) << "NetworkDevice::SetGateway -  " << gw;
+    // The route is taken away also where there is none, and whoever's it is: kept as it is.
     Utils::Execute(ROUTE, {QStringLiteral("del"), QStringLiteral("default")}, false);
     Utils::Execute(ROUTE, {QStringLiteral("add"), QStringLiteral("default"), QStringLiteral("gw"), gw},
                    false);

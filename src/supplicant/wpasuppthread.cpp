@@ -185,6 +185,9 @@ void WpaSuppThread::MyTimerTimeout()
     }
 }
 
+// The lines of the next steps name the worker's operation, which the tick was a part of once: kept as they
+// are.
+
 void WpaSuppThread::TickStopRunning()
 {
     // The success may have come while the service was busy with its fallback. Seen in 8 of 53 attempts.

@@ -35,6 +35,7 @@ void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
 {
     ssid = ExtractSsid(message);
     if (wired) {
+        // The spelling is part of the text.
         LogOnce(told.network, ssid) << "FILED TO CONNECT TO WIRED SERVER" << ssid;
     } else {
         badPassword = true;
@@ -159,6 +160,7 @@ void WpaSuppThread::ReportBadPassword()
                                 QStringLiteral("Please use the network applet to correct this issue")};
     LogOnce(told.warning, ssid) << "BAD PASSWORD -- warning" << arguments << ssid << interface;
     const bool started = Utils::SpawnExecute(QStringLiteral("warning"), arguments);
+    // The spelling is part of the text.
     Log(Level::TRACE) << "Spawned preccess returned " << started;
     badPassword = false;
 }

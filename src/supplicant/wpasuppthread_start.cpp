@@ -27,6 +27,9 @@ constexpr unsigned long LAUNCH_PAUSE_MS = 10;
 /// Ticks between the end of a start that failed and the next one, by how many failed in a row before it.
 constexpr int START_PAUSES[] = {0, 10, 20, 40, 60};
 
+// The lines below that say "WpaSupplicant::" name a class that there is not, those with "Start" also another
+// operation, and some begin with a blank: kept as they are.
+
 QString WithoutLineFeed(const QString &reply)
 {
     return reply.endsWith(QLatin1Char('\n')) ? reply.chopped(1) : reply;
