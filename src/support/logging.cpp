@@ -23,9 +23,8 @@ constexpr std::chrono::milliseconds LOCK_TIME_LIMIT{1000};
 /// Guards the log file: lines come from the main thread and the supplicant supervisor's thread.
 QMutex mutex;
 
-/// The last line that reached the file is a part only, as the disk was full. Guarded by the mutex; atomic
-/// because the thread sanitizer does not see Qt's locks.
-std::atomic<bool> lastLineIsCut{false};
+/// The last line that reached the file is a part only, as the disk was full. Guarded by the mutex.
+bool lastLineIsCut = false;
 
 QtMessageHandler previousHandler = nullptr;
 
