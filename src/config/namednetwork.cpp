@@ -8,13 +8,14 @@
 #include "networksetting.h"
 #include "paths.h"
 #include "platformfile.h"
+#include "reportonce.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
-#include <QHash>
 
 #include <cstdlib>
+#include <map>
 
 namespace {
 
@@ -139,7 +140,7 @@ void NamedNetwork::BuildNetworkOptions()
         problems << wpaCfg.Problem() + QStringLiteral(", the network is left out");
         wpaCfg.Clear();
     }
-    ReportOnce(problems);
+    ReportProblems(problems);
 }
 
 void NamedNetwork::BuildBlock()
@@ -159,21 +160,20 @@ QStringList NamedNetwork::ModeProblems() const
     return nameProblem.isEmpty() ? QStringList() : QStringList{nameProblem};
 }
 
-void NamedNetwork::ReportOnce(const QStringList &problems) const
+void NamedNetwork::ReportProblems(const QStringList &problems) const
 {
     // Every rescan builds the networks anew: what was last told of a network outlives its object.
-    static QHash<QString, QString> lastTold;
+    static std::map<QString, ReportOnce> reports;
     if (problems.isEmpty()) {
-        lastTold.remove(name);
+        reports.erase(name);
         return;
     }
-    const QString telling = propsHash + problems.join(QLatin1Char(' '));
-    if (lastTold.value(name) == telling)
-        return;
-    lastTold.insert(name, telling);
+    const auto telling =
+        reports[name].Tell(propsHash + problems.join(QLatin1Char(' ')), ReportOnce::Time::clock::now());
+    const QString summary = telling.Summary();
     for (const QString &problem : problems)
-        Log(Level::NOTICE) << "NamedNetwork::BuildNetworkOptions -- network" << name + QLatin1Char(':')
-                           << problem;
+        Log(telling.level) << "NamedNetwork::BuildNetworkOptions -- network" << name + QLatin1Char(':')
+                           << (summary.isEmpty() ? problem : problem + QLatin1Char(' ') + summary);
 }
 
 void NamedNetwork::ApplyScepDefaults()

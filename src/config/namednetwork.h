@@ -64,8 +64,8 @@ private:
     void RestartScepDaemon();
     /// What an operator should know of a mode that does not fit the network.
     QStringList ModeProblems() const;
-    /// Logs the problems of this version of the definition the first time that they come up.
-    void ReportOnce(const QStringList &problems) const;
+    /// Tells the problems of this version of the definition, which are news the first time that they come up.
+    void ReportProblems(const QStringList &problems) const;
 
     bool wireless = false;
     QString name;

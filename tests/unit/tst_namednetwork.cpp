@@ -161,6 +161,7 @@ private Q_SLOTS:
     void networkThatCostsAllOthersIsLeftOut_data();
     void networkThatCostsAllOthersIsLeftOut();
     void problemIsToldOncePerChange();
+    void problemOfADefinitionThatKeepsChangingIsToldAFewTimes();
     void lineFeedNeverReachesTheFile();
     void ssidOf32BytesIsTaken_data();
     void ssidOf32BytesIsTaken();
@@ -1035,6 +1036,20 @@ void TestNamedNetwork::problemIsToldOncePerChange()
     QCOMPARE(linesAfterLoad("other"), 2);
     WriteScepFiles({"a\"#b.crt"});
     QCOMPARE(linesAfterLoad("other"), 3);
+}
+
+void TestNamedNetwork::problemOfADefinitionThatKeepsChangingIsToldAFewTimes()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    WriteScepFiles({"a\"#b.crt"});
+
+    for (int version = 0; version < 20; ++version) {
+        WriteNetwork("Changing", Wireless("WPA Enterprise 1/2 (TLS with SCEP)",
+                                          {{"identity", QString::number(version)}}));
+        const NamedNetwork network("Changing", false, nullptr);
+    }
+
+    QCOMPARE(TestSupport::LogText().count('\n'), 4);
 }
 
 void TestNamedNetwork::lineFeedNeverReachesTheFile()
