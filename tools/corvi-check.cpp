@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "machinecheck.h"
 #include "output.h"
 #include "paths.h"
 #include "storecheck.h"
@@ -11,6 +12,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QJsonDocument>
+#include <QLoggingCategory>
 
 #include <cerrno>
 #include <cstdio>
@@ -65,13 +67,20 @@ int Fail(const QString &reason)
     return UNUSABLE;
 }
 
+StoreReport Report(const QByteArray &contents)
+{
+    ZebDocument document;
+    StoreReport report = CheckStore(contents, document);
+    if (report.isUsable)
+        report.Add(MachineFindings(document));
+    return report;
+}
+
 int Check(const QStringList &arguments, bool asJson)
 {
     const Source source = ReadSource(arguments);
-    ZebDocument document;
-    const StoreReport report = source.reading.problem.isEmpty()
-                                   ? CheckStore(source.reading.contents, document)
-                                   : UnreadableStore(source.reading.problem);
+    const StoreReport report = source.reading.problem.isEmpty() ? Report(source.reading.contents)
+                                                                : UnreadableStore(source.reading.problem);
     const QString text =
         asJson ? QString::fromUtf8(QJsonDocument(StoreReportText::ForProgram(source.shownName, report))
                                        .toJson(QJsonDocument::Compact)) +
@@ -89,6 +98,8 @@ int Check(const QStringList &arguments, bool asJson)
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
+    // Each way to read a key that is not the right one would be told there.
+    QLoggingCategory::setFilterRules(QStringLiteral("qt.network.ssl=false"));
     QCoreApplication::setApplicationName(QStringLiteral("corvi-check"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVI_VERSION));
 

@@ -15,8 +15,6 @@
 
 namespace {
 
-const QString USE_NL_DRIVER_TEMPORARY_FLAG = QStringLiteral("/tmp/use_nl_driver");
-
 /// The tool's own lines stay below 250 characters, an escaped SSID included. Patterns that hold several
 /// ".*" take time that grows with more than the length's square, so no more than this is given to them.
 constexpr int LINE_LIMIT = 512;

@@ -27,3 +27,4 @@ inline const QString WPA_CONTROL_FOLDER = QStringLiteral("/var/run/wpa_supplican
 
 /// Flag files: their presence alone switches behaviour.
 inline const QString USE_NL_DRIVER_FLAG = QStringLiteral("/tmp/config/files/use_nl_driver");
+inline const QString USE_NL_DRIVER_TEMPORARY_FLAG = QStringLiteral("/tmp/use_nl_driver");

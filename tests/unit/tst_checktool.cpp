@@ -59,7 +59,8 @@ private Q_SLOTS:
     void fullOutputIsTold();
     void everySamplePasses_data();
     void everySamplePasses();
-    void nothingIsRunOrWritten();
+    void machineStaysAsItIs();
+    void documentShowsWhatIsPrinted();
 };
 
 void TestCheckTool::cleanup()
@@ -228,17 +229,46 @@ void TestCheckTool::everySamplePasses()
     QVERIFY2(!result.output.contains(": error: "), qPrintable(result.output));
 }
 
-void TestCheckTool::nothingIsRunOrWritten()
+void TestCheckTool::machineStaysAsItIs()
 {
     TestSupport::ClearJournal();
     TestSupport::ClearLog();
+    const QStringList before = QDir("/tmp").entryList(QDir::AllEntries | QDir::System);
 
     for (const QString &file : QDir(SAMPLES_FOLDER).entryList({"*.xml"}))
         QCOMPARE(Run({SAMPLES_FOLDER + file}).error, QString());
 
-    QCOMPARE(TestSupport::Journal(), QStringList());
+    // The supplicant reads a file about an interface that does not exist, and nothing else is run.
+    for (const QString &line : TestSupport::Journal())
+        QVERIFY2(line.startsWith("wpa_supplicant -Dwired -icorvi-check -c/tmp/"), qPrintable(line));
     QCOMPARE(TestSupport::LogText(), QString());
-    QVERIFY(!QFile::exists("/tmp/wpa_supplicant.conf"));
+    QCOMPARE(QDir("/tmp").entryList(QDir::AllEntries | QDir::System), before);
+}
+
+void TestCheckTool::documentShowsWhatIsPrinted()
+{
+    const QByteArray store = R"(<networkconfig>
+  <network>
+    <name>lan</name>
+    <MTU>1400</MTU>
+  </network>
+  <network>
+    <name>Office</name><ssid>Office</ssid>
+    <passphrase>1234567</passphrase><securityMode>WPA Personal 1/2</securityMode>
+  </network>
+  <network>
+    <name>Campus</name><ssid>Campus</ssid>
+    <securityMode>WPA Enterprise 1/2 (PEAP/MSCHAPv2)</securityMode>
+    <caCert>campus.pem</caCert>
+  </network>
+</networkconfig>
+)";
+    const QString document = QString::fromUtf8(TestSupport::ReadFile(README));
+
+    QString output = Run({"-"}, store).output;
+
+    output.replace("<stdin>", "new.xml");
+    QVERIFY2(document.contains("$ corvi-check new.xml\n" + output + "```"), qPrintable(output));
 }
 
 QTEST_GUILESS_MAIN(TestCheckTool)
