@@ -294,19 +294,19 @@ void BondedDevice::AdoptPort(const QString &port, const QString &bond)
     SetLink(port, {QStringLiteral("master"), bond});
 }
 
-void BondedDevice::StartDhclientInit(const QString &iface)
+void BondedDevice::StartDhclientInit(const QString &interfaceName)
 {
     WaitForDhclient();
     dhclientFinished = false;
     pollTimer->start(TICK_INTERVAL);
-    dhcpProcess->start(DHCLIENT, {iface});
+    dhcpProcess->start(DHCLIENT, {interfaceName});
     if (!dhcpProcess->waitForStarted(PROGRAM_TIME_LIMIT_MS)) {
         // It will not end either, and there is nothing to poll for.
         pollTimer->stop();
         Log(Level::NOTICE) << "BondedDevice::StartDhclientInit" << DHCLIENT << "cannot be started on"
-                           << iface;
+                           << interfaceName;
     }
-    Log(Level::TRACE) << "Calling" << DHCLIENT << iface;
+    Log(Level::TRACE) << "Calling" << DHCLIENT << interfaceName;
 }
 
 void BondedDevice::WaitForDhclient()

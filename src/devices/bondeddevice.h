@@ -34,7 +34,7 @@ public:
     /// name, or under the next free one where the bond has that. Only those that were so at the last call, as
     /// udev may be about to rename a newer one. True for as long as there is one to look at.
     bool AdoptPorts();
-    void StartDhclientInit(const QString &iface);
+    void StartDhclientInit(const QString &interfaceName);
     void ReleaseDhclient();
     void SetDhclient();
     QString getBondedDeviceActiveSlaveFileName() const;

@@ -9,7 +9,7 @@
 /// One of the kernel's IPv4 default routes.
 struct DefaultRoute
 {
-    QString iface;
+    QString interfaceName;
     QString gateway; ///< 0.0.0.0 where the link itself is the way
     int metric;
 };

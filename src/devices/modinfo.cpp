@@ -8,16 +8,17 @@
 #include <QFile>
 #include <QStringList>
 
-QString ModInfo::GetDeviceSysInfo(const QString &iface, const QString &file)
+QString ModInfo::GetDeviceSysInfo(const QString &interfaceName, const QString &file)
 {
-    QFile source(SYS_NET + iface + QStringLiteral("/device/") + file);
+    QFile source(SYS_NET + interfaceName + QStringLiteral("/device/") + file);
     return source.open(QIODevice::ReadOnly) ? QString::fromUtf8(source.readAll()) : QString();
 }
 
-QString ModInfo::GetUEVENTDriver(const QString &iface)
+QString ModInfo::GetUEVENTDriver(const QString &interfaceName)
 {
     QString driver;
-    const QStringList lines = GetDeviceSysInfo(iface, QStringLiteral("uevent")).split(QLatin1Char('\n'));
+    const QStringList lines =
+        GetDeviceSysInfo(interfaceName, QStringLiteral("uevent")).split(QLatin1Char('\n'));
     for (const QString &line : lines) {
         // As "(.*)=(.*)" takes it: the key reaches to the last "=".
         const auto separator = line.lastIndexOf(QLatin1Char('='));
@@ -27,10 +28,11 @@ QString ModInfo::GetUEVENTDriver(const QString &iface)
     return driver;
 }
 
-QString ModInfo::GetDeviceType(const QString &iface)
+QString ModInfo::GetDeviceType(const QString &interfaceName)
 {
     // The driver of these adapters names its interfaces so and is found in no uevent file.
-    return iface.startsWith(QLatin1String("ra")) ? QStringLiteral("rt2870sta") : GetUEVENTDriver(iface);
+    return interfaceName.startsWith(QLatin1String("ra")) ? QStringLiteral("rt2870sta")
+                                                         : GetUEVENTDriver(interfaceName);
 }
 
 QString ModInfo::GetDeviceDesc(const QString &driver)

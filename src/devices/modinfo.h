@@ -10,8 +10,8 @@ class ModInfo
 {
 public:
     /// Contents of a file in the interface's device folder, empty when it cannot be read.
-    static QString GetDeviceSysInfo(const QString &iface, const QString &file);
-    static QString GetUEVENTDriver(const QString &iface);
-    static QString GetDeviceType(const QString &iface);
+    static QString GetDeviceSysInfo(const QString &interfaceName, const QString &file);
+    static QString GetUEVENTDriver(const QString &interfaceName);
+    static QString GetDeviceType(const QString &interfaceName);
     static QString GetDeviceDesc(const QString &driver);
 };

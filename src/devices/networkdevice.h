@@ -58,17 +58,17 @@ public:
 
     // Link and address control: each runs a tool whose result is not examined.
 
-    void Up(const QString &iface);
+    void Up(const QString &interfaceName);
     void Up();
-    void Up(const QString &iface, const QString &ip, const QString &mask);
+    void Up(const QString &interfaceName, const QString &ip, const QString &mask);
     void Up(const QString &ip, const QString &mask);
-    void Down(const QString &iface);
+    void Down(const QString &interfaceName);
     void Down();
-    void AutoNegotiate(const QString &iface);
+    void AutoNegotiate(const QString &interfaceName);
     /// `speed` in Mbit/s; `duplex` 1 is full, anything else half.
-    void SetSpeed(const QString &iface, int speed, int duplex);
+    void SetSpeed(const QString &interfaceName, int speed, int duplex);
     /// `mtu` in bytes, decimal.
-    void SetMtu(const QString &iface, const QString &mtu);
+    void SetMtu(const QString &interfaceName, const QString &mtu);
     void FlushIpAddress();
     void SetGateway(const QString &gw);
     /// Brings the link up where it is not, and follows it from then on. A link that somebody took down is
@@ -80,7 +80,7 @@ public:
 
     /// One attempt; true when an address was bound. The client has 30 s, and so has each of the two steps
     /// before it, which end an earlier client and take away the addresses.
-    bool Dhclient(const QString &iface);
+    bool Dhclient(const QString &interfaceName);
     bool ClearDNS();
     void SetDNS(const QString &dns1, const QString &dns2, const QString &domain);
     void AppendDNS(const QString &dns1, const QString &dns2, const QString &domain);

@@ -59,15 +59,15 @@ bool ReplaceResolver(const QByteArray &contents)
 
 } // namespace
 
-bool NetworkDevice::Dhclient(const QString &iface)
+bool NetworkDevice::Dhclient(const QString &interfaceName)
 {
-    Log(Level::TRACE) << "NetworkDevice::Dhclient" << iface;
+    Log(Level::TRACE) << "NetworkDevice::Dhclient" << interfaceName;
     Utils::Execute(STOP_DHCLIENT, {}, false);
     Log(Level::TRACE) << "NetworkDevice::Dhclient"
                       << "dhclient stopped";
     FlushIpAddress();
 
-    const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, iface};
+    const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, interfaceName};
     Log(Level::TRACE) << "NetworkDevice::Dhclient"
                       << "dhclient" << arguments;
     const QString transcript =

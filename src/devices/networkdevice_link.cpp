@@ -23,10 +23,10 @@ const QString ROUTE = QStringLiteral("route");
 
 } // namespace
 
-void NetworkDevice::Up(const QString &iface)
+void NetworkDevice::Up(const QString &interfaceName)
 {
-    Log(Level::TRACE) << "NetworkDevice::Up" << iface;
-    Utils::Execute(IFCONFIG, {iface, QStringLiteral("up")}, false);
+    Log(Level::TRACE) << "NetworkDevice::Up" << interfaceName;
+    Utils::Execute(IFCONFIG, {interfaceName, QStringLiteral("up")}, false);
 }
 
 void NetworkDevice::Up()
@@ -36,10 +36,11 @@ void NetworkDevice::Up()
     startPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
-void NetworkDevice::Up(const QString &iface, const QString &ip, const QString &mask)
+void NetworkDevice::Up(const QString &interfaceName, const QString &ip, const QString &mask)
 {
-    Log(Level::TRACE) << "NetworkDevice::Up" << iface << ip << mask;
-    Utils::Execute(IFCONFIG, {iface, ip, QStringLiteral("netmask"), mask, QStringLiteral("up")}, false);
+    Log(Level::TRACE) << "NetworkDevice::Up" << interfaceName << ip << mask;
+    Utils::Execute(IFCONFIG, {interfaceName, ip, QStringLiteral("netmask"), mask, QStringLiteral("up")},
+                   false);
 }
 
 void NetworkDevice::Up(const QString &ip, const QString &mask)
@@ -50,10 +51,10 @@ void NetworkDevice::Up(const QString &ip, const QString &mask)
     startPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
-void NetworkDevice::Down(const QString &iface)
+void NetworkDevice::Down(const QString &interfaceName)
 {
-    Log(Level::TRACE) << "NetworkDevice::Down" << iface;
-    Utils::Execute(IFCONFIG, {iface, QStringLiteral("down")}, false);
+    Log(Level::TRACE) << "NetworkDevice::Down" << interfaceName;
+    Utils::Execute(IFCONFIG, {interfaceName, QStringLiteral("down")}, false);
 }
 
 void NetworkDevice::Down()
@@ -63,27 +64,29 @@ void NetworkDevice::Down()
     EndDhcpClient();
 }
 
-void NetworkDevice::AutoNegotiate(const QString &iface)
+void NetworkDevice::AutoNegotiate(const QString &interfaceName)
 {
-    Utils::Execute(ETHTOOL, {QStringLiteral("-s"), iface, QStringLiteral("autoneg"), QStringLiteral("on")},
+    Utils::Execute(ETHTOOL,
+                   {QStringLiteral("-s"), interfaceName, QStringLiteral("autoneg"), QStringLiteral("on")},
                    false);
 }
 
-void NetworkDevice::SetSpeed(const QString &iface, int speed, int duplex)
+void NetworkDevice::SetSpeed(const QString &interfaceName, int speed, int duplex)
 {
     const QString word = duplex == 1 ? QStringLiteral("full") : QStringLiteral("half");
     Log(Level::TRACE) << "speed: " << speed << " duplex: " << word;
     Utils::Execute(ETHTOOL,
-                   {QStringLiteral("-s"), iface, QStringLiteral("autoneg"), QStringLiteral("off"),
+                   {QStringLiteral("-s"), interfaceName, QStringLiteral("autoneg"), QStringLiteral("off"),
                     QStringLiteral("speed"), QString::number(speed), QStringLiteral("duplex"), word},
                    false);
 }
 
-void NetworkDevice::SetMtu(const QString &iface, const QString &mtu)
+void NetworkDevice::SetMtu(const QString &interfaceName, const QString &mtu)
 {
     // There is no operation of this name: kept as it is.
-    Log(Level::TRACE) << "NetworkDevice::MTU - " << iface << mtu;
-    Utils::Execute(IP, {QStringLiteral("link"), QStringLiteral("set"), iface, QStringLiteral("mtu"), mtu},
+    Log(Level::TRACE) << "NetworkDevice::MTU - " << interfaceName << mtu;
+    Utils::Execute(IP,
+                   {QStringLiteral("link"), QStringLiteral("set"), interfaceName, QStringLiteral("mtu"), mtu},
                    false);
 }
 
@@ -103,7 +106,7 @@ void NetworkDevice::SetGateway(const QString &gw)
     // Of two interfaces in one network, as a cable and a radio in one office, `route` takes the older one,
     // and its route goes with it when it is taken down.
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
-    if (!routes.isEmpty() && routes.first().gateway == gw && routes.first().iface != name)
+    if (!routes.isEmpty() && routes.first().gateway == gw && routes.first().interfaceName != name)
         Utils::Execute(IP,
                        {QStringLiteral("route"), QStringLiteral("replace"), QStringLiteral("default"),
                         QStringLiteral("via"), gw, QStringLiteral("dev"), name},

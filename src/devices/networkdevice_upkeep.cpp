@@ -15,7 +15,7 @@ bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
 {
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
     return std::any_of(routes.begin(), routes.end(), [&](const DefaultRoute &route) {
-        return route.iface == interfaceName && route.gateway == gateway;
+        return route.interfaceName == interfaceName && route.gateway == gateway;
     });
 }
 

@@ -58,10 +58,10 @@ void TestDefaultRoute::routesComeInTheOrderInWhichTheyCount()
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
 
     QCOMPARE(routes.size(), 2);
-    QCOMPARE(routes.at(0).iface, QString("eth0"));
+    QCOMPARE(routes.at(0).interfaceName, QString("eth0"));
     QCOMPARE(routes.at(0).gateway, QString("192.0.2.1"));
     QCOMPARE(routes.at(0).metric, 0);
-    QCOMPARE(routes.at(1).iface, QString("wlan0"));
+    QCOMPARE(routes.at(1).interfaceName, QString("wlan0"));
     QCOMPARE(routes.at(1).gateway, QString("192.0.2.129"));
     QCOMPARE(routes.at(1).metric, 600);
 }
@@ -96,7 +96,7 @@ void TestDefaultRoute::gatewayThatAnotherInterfaceReachesIsOurs()
     QCOMPARE(Journal(), (QStringList{"route del default", "route add default gw 192.0.2.1",
                                      "ip route replace default via 192.0.2.1 dev eth0"}));
     QCOMPARE(ReadDefaultRoutes().size(), 1);
-    QCOMPARE(ReadDefaultRoutes().first().iface, QString("eth0"));
+    QCOMPARE(ReadDefaultRoutes().first().interfaceName, QString("eth0"));
 }
 
 void TestDefaultRoute::gatewayIsLeftToTheTool_data()

@@ -77,7 +77,7 @@ void TestModInfo::adapterWithoutFileHasNoDriver()
 
 void TestModInfo::nameDecidesTypeOfOneDriver_data()
 {
-    QTest::addColumn<QString>("iface");
+    QTest::addColumn<QString>("interfaceName");
     QTest::addColumn<QString>("type");
 
     QTest::newRow("ra0, whatever sysfs says") << "ra0"
@@ -92,11 +92,11 @@ void TestModInfo::nameDecidesTypeOfOneDriver_data()
 
 void TestModInfo::nameDecidesTypeOfOneDriver()
 {
-    QFETCH(QString, iface);
+    QFETCH(QString, interfaceName);
     FakeSysNet net;
-    net.Write(iface + "/device/uevent", "DRIVER=other\n");
+    net.Write(interfaceName + "/device/uevent", "DRIVER=other\n");
 
-    QTEST(ModInfo::GetDeviceType(iface), "type");
+    QTEST(ModInfo::GetDeviceType(interfaceName), "type");
 }
 
 void TestModInfo::driverHasADescription_data()
