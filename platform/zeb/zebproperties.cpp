@@ -149,6 +149,7 @@ struct Setter
 };
 
 constexpr ZebValueRule TEXT = {"text", AnyText};
+constexpr ZebValueRule MODE = {"security mode", AnyText};
 constexpr ZebValueRule SSID = {"SSID", SupplicantValues::SsidProblem};
 constexpr ZebValueRule BOOLEAN = {"boolean", Boolean};
 constexpr ZebValueRule PRIORITY = {"whole number", Priority};
@@ -175,7 +176,7 @@ const std::vector<ZebProperty> &ZebProperties::All()
     constexpr bool SECRET = true;
     static const std::vector<ZebProperty> properties = {
         {"name", &C::name, TEXT, ESSENTIAL, false},
-        {"securityMode", &C::securityMode, TEXT, ESSENTIAL, false},
+        {"securityMode", &C::securityMode, MODE, ESSENTIAL, false},
         {"ssid", &C::ssid, SSID, ESSENTIAL, false},
         {"scanSsid", &C::scanSsid, BOOLEAN, false, false},
         {"priority", &C::priority, PRIORITY, false, false},

@@ -147,7 +147,7 @@ void TestStoreAdvice::placeIsThatOfTheValue()
     QCOMPARE(report.findings.at(0).place.column, 12);
     QCOMPARE(report.findings.at(1).place.line, 3);
     QCOMPARE(report.findings.at(1).place.column, 29);
-    QCOMPARE(report.findings.at(1).valueClass, QString("text"));
+    QCOMPARE(report.findings.at(1).valueClass, QString("security mode"));
 }
 
 QTEST_GUILESS_MAIN(TestStoreAdvice)
