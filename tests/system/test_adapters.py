@@ -157,9 +157,11 @@ class Adapters(Dot1xTest):
             found.append(f"DHCP clients of {dhcp_clients()}")
         if used and f"nameserver {network}1\n" not in read(RESOLV_CONF) or read(RESOLV_CONF).count("nameserver") > 1:
             found.append(f"resolver {read(RESOLV_CONF)!r}")
-        record = status()
-        if record["connected"] != bool(used) or [record["ipAddress"]] != (addresses(name) if used else [""]):
-            found.append(f"record {record['connected']} {record['ipAddress']!r}")
+        record = status()  # Empty until there was something to tell.
+        if record.get("connected", False) != bool(used):
+            found.append(f"connected in the record of {record}")
+        if [record.get("ipAddress", "")] != (addresses(name) if used else [""]):
+            found.append(f"address in the record of {record}")
         return found
 
     def is_authenticated(self, used):
