@@ -39,6 +39,8 @@ REFRESH_FLAG = Path("/tmp/refresh_network")
 RELOAD_FLAG = Path("/tmp/config/files/network/reload")
 
 STANDINS = Path("/tmp/standins")
+# Programs in the place of real ones, where the real programs are used otherwise.
+OWN_PROGRAMS = Path("/tmp/own-programs")
 # The stand-ins, where there are some, are for the daemon; the tests themselves use the real programs.
 REAL_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
@@ -452,6 +454,16 @@ class SystemTest(unittest.TestCase):
             wait_for(f"events {expected}", came, timeout)
         except AssertionError as error:
             raise AssertionError(f"{error}; came: {listener.events()}") from None
+
+    def stand_in(self, program, script):
+        """The daemon that is started from now on finds this shell script in the place of the program."""
+        OWN_PROGRAMS.mkdir(exist_ok=True)
+        own = OWN_PROGRAMS / program
+        self.addCleanup(own.unlink)
+        own.write_text(f"#!/bin/sh\n{script}\n")
+        own.chmod(0o755)
+        folder = f"{OWN_PROGRAMS}:"
+        os.environ["PATH"] = folder + os.environ["PATH"].replace(folder, "")
 
     def failures(self):
         result = self._outcome.result
