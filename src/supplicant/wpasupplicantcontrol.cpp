@@ -47,9 +47,9 @@ bool IsNoise(const QString &message)
 const QString WpaSupplicantControl::CtrlInterfaceDir = WPA_CONTROL_FOLDER + QLatin1Char('/');
 const QString WpaSupplicantControl::ERROR_PREFIX = QStringLiteral("WPA_CTRL_ERROR");
 
-WpaSupplicantControl::WpaSupplicantControl(QObject *parent, Told *sharedTold)
+WpaSupplicantControl::WpaSupplicantControl(QObject *parent, Reports *sharedReports)
     : QObject(parent),
-      told(sharedTold ? sharedTold : &ownTold),
+      reports(sharedReports ? sharedReports : &ownReports),
       connection(nullptr, wpa_ctrl_close),
       log(Logging::GetInstance(Logging::KEEP_LEVEL, false))
 {
@@ -84,10 +84,10 @@ bool WpaSupplicantControl::openControlInterface(const QString &interfaceName)
         return false;
     }
     Listen();
-    LogOnce(told->attached, QString::fromLocal8Bit(socketPath))
+    LogOnce(reports->attached, QString::fromLocal8Bit(socketPath))
         << "WpaSupplicantControl -- Attached to control interface at" << socketPath.constData();
     open = true;
-    removalTold = false;
+    reports->removed.Over();
     return true;
 }
 
@@ -125,7 +125,7 @@ void WpaSupplicantControl::CheckPeer()
     if (!isCtrlOpen())
         return;
     if (!wpa_ctrl_peer_alive(connection.get())) {
-        LogOnce(told->lost, QString::fromLocal8Bit(socketPath))
+        LogOnce(reports->lost, QString::fromLocal8Bit(socketPath))
             << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
         ReadWaiting();
         Disconnect();
@@ -142,11 +142,10 @@ pid_t WpaSupplicantControl::PeerId() const
 /// Our connection outlives the name, and a supplicant that we let go of could not be stopped any more.
 void WpaSupplicantControl::TellOfRemoval()
 {
-    if (removalTold || access(socketPath.constData(), F_OK) == 0)
+    if (access(socketPath.constData(), F_OK) == 0)
         return;
-    Log(Level::NOTICE) << "WpaSupplicantControl -- The name is gone, the connection goes on at"
-                       << socketPath.constData();
-    removalTold = true;
+    LogOnce(reports->removed) << "WpaSupplicantControl -- The name is gone, the connection goes on at"
+                              << socketPath.constData();
 }
 
 QString WpaSupplicantControl::SendCommand(const QString &cmd)

@@ -26,13 +26,13 @@ class WpaSupplicantControl : public QObject
     Q_OBJECT
 public:
     /// What an operator is told, and counted when it comes again and again.
-    struct Told
+    struct Reports
     {
-        ReportOnce attached, lost;
+        ReportOnce attached, lost, removed;
     };
 
-    /// Where several objects follow each other, they count together in `sharedTold`, which outlives them.
-    explicit WpaSupplicantControl(QObject *parent, Told *sharedTold = nullptr);
+    /// Where several objects follow each other, they count together in `sharedReports`, which outlives them.
+    explicit WpaSupplicantControl(QObject *parent, Reports *sharedReports = nullptr);
     ~WpaSupplicantControl() override;
 
     /// Opens, registers for events and starts listening. An empty name means wlan0.
@@ -71,8 +71,8 @@ private:
     void PassOn(const QString &message);
     void Listen();
 
-    Told ownTold;
-    Told *const told;
+    Reports ownReports;
+    Reports *const reports;
     [[maybe_unused]] QString interface;                         ///< kept empty: nobody writes or reads it
     QString defaultInterface = QStringLiteral("wlan0");         ///< for an empty name
     QByteArray socketPath;                                      ///< the supplicant's, in the local encoding
@@ -80,5 +80,4 @@ private:
     QPointer<QSocketNotifier> notifier;                         ///< for the connection; owned as a child
     bool open = false;             ///< the supplicant has accepted us: its events come here
     [[maybe_unused]] Logging *log; ///< kept: the lines go through Log
-    bool removalTold = false;      ///< the log already says that the socket's name is gone
 };

@@ -126,7 +126,7 @@ void WpaSuppThread::Start(const QString &interfaceName, const QString &driverNam
     wired = IsWiredDriver(driverName);
     badPassword = false;
     pauseTicks = 0;
-    LogOnce(told.start, interfaceName + driverName + methodName)
+    LogOnce(reports.start, interfaceName + driverName + methodName)
         << "WpaSuppThread::Start" << interfaceName << driverName << methodName;
     emit TriggerRestartSupplicant();
 }
@@ -276,7 +276,7 @@ bool WpaSuppThread::GivesUpWithoutControl()
 {
     if (++unassociatedTicks < UNASSOCIATED_LIMIT)
         return false;
-    LogOnce(told.giveUp) << " failed to connect, Stopping wpa_supplicant";
+    LogOnce(reports.giveUp) << " failed to connect, Stopping wpa_supplicant";
     NoteFailedStart();
     qDebug() << "Stopping wpa_supplicant";
     stopRunning = true;

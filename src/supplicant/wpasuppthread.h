@@ -59,8 +59,8 @@ public:
     /// returns. For a decision that a success in it would change.
     void HearUnread();
     /// Whether the supplicant is connected and associatedChanged() has not said so: the event was dropped, as
-    /// it came while the reply to a command was awaited. Told once; true for a status read since then, which
-    /// is no signal either.
+    /// it came while the reply to a command was awaited. Told once; true for a status read since then,
+    /// which is no signal either.
     bool TakeUntoldSuccess();
     /// Lets go of the supplicant, which runs on: closes our end of the control connection.
     void LetGo();
@@ -81,7 +81,8 @@ signals:
     // supervisor must outlive the signal, and the supplicant may be stopped or started from within.
 
     /// The supplicant says that it is connected or disconnected, also when that is what it said last; or it
-    /// is about to be started anew, which counts as disconnected. No other change of the association is told.
+    /// is about to be started anew, which counts as disconnected. No other change of the association is
+    /// told.
     void associatedChanged(bool state);
     void wifiConnected();  ///< never emitted: kept for those who connect to it
     void scanningFailed(); ///< never emitted: kept for those who connect to it
@@ -214,7 +215,7 @@ private:
     bool stopWaitsForNews = false; ///< the stop asked for is one that a success would make pointless
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it
     int silentTicks = 0;                      ///< since it was last heard
-    bool stopTold = false;                    ///< the log's last word about it is that it is stopped
+    bool wasStopped = false;                  ///< by a signal, at the last look at it
     bool startProved = false; ///< the supplicant was let in, or was there for a while, since its launch
     int servedTicks = 0;      ///< with a control connection since the launch
     int failedStarts = 0;     ///< in a row
@@ -226,8 +227,8 @@ private:
     {
         ReportOnce start, launch, pause, giveUp, death, terminating, silence, stopped, leftOver;
         ReportOnce link, eap, eapPassword, network, warning;
-        WpaSupplicantControl::Told control;
-    } told;
+        WpaSupplicantControl::Reports control;
+    } reports;
 
     static WpaSuppThread *_me;
     std::atomic<int> waitingTicks{0}; ///< for the main thread, the one that it carries out included

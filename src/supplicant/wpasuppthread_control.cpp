@@ -15,7 +15,7 @@ void WpaSuppThread::DeleteLater::operator()(WpaSupplicantControl *object) const
 
 void WpaSuppThread::CreateWpaCtl()
 {
-    control.reset(new WpaSupplicantControl(nullptr, &told.control));
+    control.reset(new WpaSupplicantControl(nullptr, &reports.control));
     connect(control.get(), &WpaSupplicantControl::MessageReady, this, &WpaSuppThread::MessageReceived);
     interface.remove(WpaSupplicantControl::CtrlInterfaceDir);
     const bool opened = OpenControl();
@@ -46,7 +46,7 @@ bool WpaSuppThread::OpenControl()
     if (const pid_t id = control->PeerId(); id > 0)
         process.emplace(id);
     silentTicks = 0;
-    stopTold = false;
+    wasStopped = false;
     return true;
 }
 

@@ -36,10 +36,10 @@ void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
     ssid = ExtractSsid(message);
     if (wired) {
         // The spelling is part of the text.
-        LogOnce(told.network, ssid) << "FILED TO CONNECT TO WIRED SERVER" << ssid;
+        LogOnce(reports.network, ssid) << "FILED TO CONNECT TO WIRED SERVER" << ssid;
     } else {
         badPassword = true;
-        LogOnce(told.network, ssid) << "INVALID PASSWORD FOR NETWORK" << ssid;
+        LogOnce(reports.network, ssid) << "INVALID PASSWORD FOR NETWORK" << ssid;
     }
 }
 
@@ -55,8 +55,9 @@ void WpaSuppThread::OnConnected()
     badPassword = false;
     associated = true;
     statusText = QStringLiteral("Associated");
-    LogOnce(told.link, statusText) << "WpaSuppThread::MessageReceived -- connected";
-    for (ReportOnce *report : {&told.eap, &told.eapPassword, &told.network, &told.warning, &told.silence})
+    LogOnce(reports.link, statusText) << "WpaSuppThread::MessageReceived -- connected";
+    for (ReportOnce *report :
+         {&reports.eap, &reports.eapPassword, &reports.network, &reports.warning, &reports.silence})
         report->Over();
     NoteGoodStart();
     if (stopRunning && stopWaitsForNews) {
@@ -72,23 +73,24 @@ void WpaSuppThread::OnDisconnected()
     associated = false;
     badPassword = false;
     statusText = QStringLiteral("Disconnected");
-    LogOnce(told.link, statusText) << "WpaSuppThread::MessageReceived -- disconnected";
+    LogOnce(reports.link, statusText) << "WpaSuppThread::MessageReceived -- disconnected";
     TellAssociation(false);
 }
 
 void WpaSuppThread::OnEapFailure()
 {
     associated = false;
-    LogOnce(told.eap, interface) << "WpaSuppThread::MessageReceived --EAP Authentication Error" << interface;
-    LogOnce(told.eapPassword, interface) << "INVALID PASSWORD FOR NETWORK" << interface;
+    LogOnce(reports.eap, interface) << "WpaSuppThread::MessageReceived --EAP Authentication Error"
+                                    << interface;
+    LogOnce(reports.eapPassword, interface) << "INVALID PASSWORD FOR NETWORK" << interface;
     if (!wired)
         badPassword = true;
 }
 
 void WpaSuppThread::OnTerminating()
 {
-    LogOnce(told.terminating) << "WpaSuppThread::MessageReceived -- Terminating";
-    told.link.Over(); // What the next supplicant says is news.
+    LogOnce(reports.terminating) << "WpaSuppThread::MessageReceived -- Terminating";
+    reports.link.Over(); // What the next supplicant says is news.
     NoteFailedStart();
     associated = false;
     stopRunning = true;
@@ -158,7 +160,7 @@ void WpaSuppThread::ReportBadPassword()
     const QString name = ssid.isEmpty() ? QStringLiteral("network") : ssid;
     const QStringList arguments{QStringLiteral("2"), QStringLiteral("Invalid password for '%1'").arg(name),
                                 QStringLiteral("Please use the network applet to correct this issue")};
-    LogOnce(told.warning, ssid) << "BAD PASSWORD -- warning" << arguments << ssid << interface;
+    LogOnce(reports.warning, ssid) << "BAD PASSWORD -- warning" << arguments << ssid << interface;
     const bool started = Utils::SpawnExecute(QStringLiteral("warning"), arguments);
     // The spelling is part of the text.
     Log(Level::TRACE) << "Spawned preccess returned " << started;

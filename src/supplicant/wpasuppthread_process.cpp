@@ -36,7 +36,7 @@ bool WpaSuppThread::NoticesDeath()
     process.reset();
     if (stopRunning) // Its last words said so.
         return true;
-    LogOnce(told.death) << "WpaSuppThread -- The supplicant has died on" << interface;
+    LogOnce(reports.death) << "WpaSuppThread -- The supplicant has died on" << interface;
     OnTerminating();
     return true;
 }
@@ -44,7 +44,7 @@ bool WpaSuppThread::NoticesDeath()
 /// For a connection that is open.
 void WpaSuppThread::WatchForSilence()
 {
-    const bool isStopped = process && process->IsStopped().value_or(stopTold);
+    const bool isStopped = process && process->IsStopped().value_or(wasStopped);
     TellOfStoppedProcess(isStopped);
     ++silentTicks;
     if (silentTicks < ASK_AFTER_TICKS || silentTicks % ASK_AGAIN_TICKS != 0)
@@ -60,10 +60,10 @@ void WpaSuppThread::WatchForSilence()
 /// At first nothing is done about it: whoever stopped the process has a reason.
 void WpaSuppThread::TellOfStoppedProcess(bool isStopped)
 {
-    if (isStopped == stopTold)
+    if (isStopped == wasStopped)
         return;
-    stopTold = isStopped;
-    LogOnce(told.stopped, QString::number(isStopped))
+    wasStopped = isStopped;
+    LogOnce(reports.stopped, QString::number(isStopped))
         << (isStopped ? "WpaSuppThread -- The supplicant is stopped and answers nobody on"
                       : "WpaSuppThread -- The supplicant goes on, on")
         << interface;
@@ -74,8 +74,8 @@ void WpaSuppThread::EndSilentSupplicant()
     // Only what we launched: anybody's process may answer at the socket's name.
     if (!process || !process->IsLaunchedWith(configurationPath))
         return;
-    LogOnce(told.silence) << "WpaSuppThread -- The supplicant has answered nobody for" << silentTicks
-                          << "s and is killed, to be started anew on" << interface;
+    LogOnce(reports.silence) << "WpaSuppThread -- The supplicant has answered nobody for" << silentTicks
+                             << "s and is killed, to be started anew on" << interface;
     process->SendSignal(SIGKILL);
 }
 
@@ -94,8 +94,8 @@ void WpaSuppThread::EndLeftOvers()
 {
     idleTicks = LEFT_OVER_TICKS;
     for (const SupplicantProcess &found : SupplicantProcess::FindWith(configurationPath)) {
-        LogOnce(told.leftOver) << "WpaSuppThread -- Ending a supplicant that was left over, process"
-                               << found.Id();
+        LogOnce(reports.leftOver) << "WpaSuppThread -- Ending a supplicant that was left over, process"
+                                  << found.Id();
         found.SendSignal(SIGTERM);
         if (found.HasEndedWithin(END_TIME_LIMIT))
             continue;

@@ -97,8 +97,8 @@ void WpaSuppThread::LaunchSupplicant()
     msleep(LAUNCH_PAUSE_MS);
     // Another user's file does not count: root would run the supplicant by it.
     if (!SecureFile::IsOurs(configurationPath)) {
-        LogOnce(told.launch) << "WpaSupplicant::Start"
-                             << "No configuration file -- Stopping";
+        LogOnce(reports.launch) << "WpaSupplicant::Start"
+                                << "No configuration file -- Stopping";
         startingSupplicant = false;
         NoteFailedStart();
         return;
@@ -123,7 +123,7 @@ void WpaSuppThread::LaunchSupplicant()
     if (response.join(QString()).trimmed().isEmpty())
         Log(Level::TRACE) << " WpaSuppThread::Start response=" << response;
     else
-        LogOnce(told.launch) << " WpaSuppThread::Start response=" << response;
+        LogOnce(reports.launch) << " WpaSuppThread::Start response=" << response;
     terminateAcknowledged = false;
     startingSupplicant = true;
     startPending = true;
@@ -182,13 +182,13 @@ void WpaSuppThread::NoteFailedStart()
     const int last = static_cast<int>(std::size(START_PAUSES)) - 1;
     pauseTicks = START_PAUSES[qMin(failedStarts++, last)];
     if (pauseTicks > 0)
-        LogOnce(told.pause) << "WpaSuppThread -- No supplicant stays on" << requestedInterface
-                            << "- next try in" << pauseTicks << "s";
+        LogOnce(reports.pause) << "WpaSuppThread -- No supplicant stays on" << requestedInterface
+                               << "- next try in" << pauseTicks << "s";
 }
 
 void WpaSuppThread::NoteGoodStart()
 {
     startProved = true;
     failedStarts = 0;
-    told.pause.Over();
+    reports.pause.Over();
 }

@@ -508,6 +508,7 @@ void TestWpaSupplicantControl::keepsTheConnectionWhenTheNameIsGone()
     OpenControl control;
     TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
     TestSupport::ClearLog();
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
 
     for (int i = 0; i < 10; ++i)
         control.CheckPeer();
