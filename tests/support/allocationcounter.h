@@ -28,19 +28,19 @@ void *__libc_malloc(std::size_t size);
 void *__libc_calloc(std::size_t count, std::size_t size);
 void *__libc_realloc(void *block, std::size_t size);
 
-void *malloc(std::size_t size)
+void *malloc(std::size_t size) noexcept
 {
     ++AllocationCounter::allocations;
     return __libc_malloc(size);
 }
 
-void *calloc(std::size_t count, std::size_t size)
+void *calloc(std::size_t count, std::size_t size) noexcept
 {
     ++AllocationCounter::allocations;
     return __libc_calloc(count, size);
 }
 
-void *realloc(void *block, std::size_t size)
+void *realloc(void *block, std::size_t size) noexcept
 {
     ++AllocationCounter::allocations;
     return __libc_realloc(block, size);

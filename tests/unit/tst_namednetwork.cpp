@@ -4,9 +4,13 @@
 #include "namednetwork.h"
 
 #include "allocationcounter.h"
+#include "heapuse.h"
+#include "networknames.h"
 #include "networkworld.h"
+#include "paths.h"
 
 #include <QCryptographicHash>
+#include <QScopeGuard>
 
 namespace {
 
@@ -29,17 +33,29 @@ private Q_SLOTS:
     void sameDefinitionHasTheSameFingerprint();
     void changeOfAPropertyAsksForAReload_data();
     void changeOfAPropertyAsksForAReload();
+    void changeThatIsTakenBackAsksForNone();
+    void definitionThatIsGoneAsksForAReload();
+    void lookForAChangeLoadsNothing();
+    void looksForAChangeLeaveNothingBehind();
     void loadOfAnotherNameReplacesAll();
+    void loadDoesAsItIsToldWhateverTheName();
+    void loadOfANameThatIsNotStoredSucceeds();
+    void loadTranslatesTheStoredModeEachTime();
+    void loadsLeaveNothingBehind();
+    void endLeavesNothingButTheLogger();
     void unsecuredIsToldByItsBeginning_data();
     void unsecuredIsToldByItsBeginning();
     void displayNameBecomesAModeKey_data();
     void displayNameBecomesAModeKey();
     void unknownModeIsKept();
+    void unknownModeIsLoggedOnceALoad();
+    void namesAndPathsAreThoseOfThePlatform();
     void modeLineThatIsNotWrittenAllocatesNothing();
     void storedModeKeyIsKept_data();
     void storedModeKeyIsKept();
     void driverIsChosenByStoreOrFlagFile_data();
     void driverIsChosenByStoreOrFlagFile();
+    void temporaryDriverFlagIsNotForANetwork();
     void driverFlagThatOthersMayWriteIsNotObeyed();
 };
 
@@ -162,6 +178,66 @@ void TestNamedNetwork::changeOfAPropertyAsksForAReload()
     QVERIFY(network.PropsHash() != fingerprint);
 }
 
+void TestNamedNetwork::changeThatIsTakenBackAsksForNone()
+{
+    WriteNetwork("Home", Wireless("Unsecured"));
+    const NamedNetwork network("Home", false, nullptr);
+    WriteNetwork("Home", Wireless("Unsecured", {{"mtu", "1400"}}));
+    QVERIFY(network.ReloadRequired());
+
+    WriteNetwork("Home", Wireless("Unsecured"));
+
+    QVERIFY(!network.ReloadRequired());
+}
+
+void TestNamedNetwork::definitionThatIsGoneAsksForAReload()
+{
+    WriteNetwork("Home", Wireless("Unsecured"));
+    const NamedNetwork network("Home", false, nullptr);
+
+    WriteNetwork("Another", Wireless("Unsecured"));
+
+    QVERIFY(network.ReloadRequired());
+}
+
+void TestNamedNetwork::lookForAChangeLoadsNothing()
+{
+    WriteNetwork("Home", Wireless("WPA Enterprise 1/2 (TLS with SCEP)", {{"identity", "$mac"}}),
+                 {{"UseApScan", "true"}, {"FilterSsids", "true"}, {"AddWpsSaeCred", "true"}});
+    const NamedNetwork network("Home", false, nullptr);
+    QVERIFY(TestSupport::WaitForJournal(4));
+    const QStringList journal = TestSupport::Journal();
+    TestSupport::ClearLog();
+    WpaSupplicantCfg::_useApScan = false;
+    WpaSupplicantCfg::_filterSsids = false;
+    WpaSupplicantCfg::_intel_sae_fix = false;
+    WpaSupplicantCfg::_allowWeakCerts = true;
+    WpaSupplicantCfg::_fixWpa3 = true;
+
+    network.ReloadRequired();
+
+    QCOMPARE(TestSupport::Journal(), journal);
+    QVERIFY(!TestSupport::LogText().contains("NetworkDevice::Load props"));
+    QVERIFY(!WpaSupplicantCfg::_useApScan);
+    QVERIFY(!WpaSupplicantCfg::_filterSsids);
+    QVERIFY(!WpaSupplicantCfg::_intel_sae_fix);
+    QVERIFY(WpaSupplicantCfg::_allowWeakCerts);
+    QVERIFY(WpaSupplicantCfg::_fixWpa3);
+}
+
+void TestNamedNetwork::looksForAChangeLeaveNothingBehind()
+{
+    WriteNetwork("Home", Wireless("Unsecured"));
+    const NamedNetwork network("Home", false, nullptr);
+    network.ReloadRequired();
+    const std::size_t before = HeapUse();
+
+    for (int i = 0; i < 10000; ++i)
+        network.ReloadRequired();
+
+    QVERIFY(HeapUse() < before + 64 * 1024);
+}
+
 void TestNamedNetwork::loadOfAnotherNameReplacesAll()
 {
     WriteNetwork("lan", {{"securityMode", "802.1X (PEAP/MSCHAPv2)"}, {"identity", "user"}});
@@ -176,6 +252,79 @@ void TestNamedNetwork::loadOfAnotherNameReplacesAll()
     QVERIFY(!network.ReloadRequired());
 }
 
+void TestNamedNetwork::loadDoesAsItIsToldWhateverTheName()
+{
+    WriteNetwork("lan", Wireless("Unsecured"));
+    NamedNetwork network("lan", false, nullptr);
+
+    network.Load("lan", true);
+
+    QVERIFY(network.IsWireless());
+    QVERIFY(!network.Block().isEmpty());
+}
+
+void TestNamedNetwork::loadOfANameThatIsNotStoredSucceeds()
+{
+    WriteNetwork("lan", {});
+    NamedNetwork network("lan", false, nullptr);
+
+    QVERIFY(network.Load("Another", true));
+    QCOMPARE(network.Name(), QString("Another"));
+}
+
+void TestNamedNetwork::loadTranslatesTheStoredModeEachTime()
+{
+    WriteNetwork("Home", Wireless("WPA Personal 3", {{"passphrase", "s3cret"}}));
+    NamedNetwork network("Home", false, nullptr);
+    TestSupport::ClearLog();
+
+    network.Load("Home", true);
+
+    QVERIFY(TestSupport::LogText().contains("securityMode=WPA Personal 3; "));
+    QVERIFY(TestSupport::LogText().contains(" :  Security mode WPA Personal 3 modified to sae \n"));
+    QCOMPARE(network.Config()->securityMode, QString("sae"));
+}
+
+void TestNamedNetwork::loadsLeaveNothingBehind()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    WriteNetwork("Home", Wireless("Unsecured"));
+    NamedNetwork network("Home", false, nullptr);
+    const auto load = [&network](int times) {
+        for (int i = 0; i < times; ++i) {
+            network.Load("Home", true);
+            debugOutput->Take();
+        }
+    };
+    load(10);
+    const std::size_t before = HeapUse();
+
+    load(1000);
+
+    // A definition takes some 2 KiB.
+    QVERIFY(HeapUse() < before + 64 * 1024);
+}
+
+void TestNamedNetwork::endLeavesNothingButTheLogger()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    WriteNetwork("Home", Wireless("Unsecured"));
+    const auto makeAndEnd = [](int times) {
+        for (int i = 0; i < times; ++i) {
+            NamedNetwork("Home", false, nullptr);
+            debugOutput->Take();
+        }
+    };
+    makeAndEnd(10);
+    const std::size_t before = HeapUse();
+
+    makeAndEnd(1000);
+
+    QVERIFY(HeapUse() < before + 64 * 1024);
+    Log(Level::NOTICE) << "still there";
+    QVERIFY(TestSupport::LogText().endsWith("still there \n"));
+}
+
 void TestNamedNetwork::unsecuredIsToldByItsBeginning_data()
 {
     QTest::addColumn<QString>("securityMode");
@@ -188,6 +337,7 @@ void TestNamedNetwork::unsecuredIsToldByItsBeginning_data()
     QTest::newRow("shorter") << "unsecur" << true;
     QTest::newRow("inside") << "not unsecured" << true;
     QTest::newRow("WPA") << "WPA Personal 3" << true;
+    QTest::newRow("leading blank") << " Unsecured" << true;
 }
 
 void TestNamedNetwork::unsecuredIsToldByItsBeginning()
@@ -254,6 +404,25 @@ void TestNamedNetwork::unknownModeIsKept()
         QCOMPARE(network.Config()->securityMode, QString(mode));
         QVERIFY(TestSupport::LogText().endsWith(QString(" :  Security mode %1 NOT FOUND \n").arg(mode)));
     }
+}
+
+void TestNamedNetwork::unknownModeIsLoggedOnceALoad()
+{
+    WriteNetwork("Home", Wireless("OWE"));
+
+    const NamedNetwork network("Home", false, nullptr);
+
+    QCOMPARE(TestSupport::LogText().count(" NOT FOUND"), 1);
+}
+
+void TestNamedNetwork::namesAndPathsAreThoseOfThePlatform()
+{
+    QCOMPARE(NET_CFG_DIR, QString("network/"));
+    QCOMPARE(XML_LAN_NAME, QString("lan"));
+    QCOMPARE(DEFAULT_NETWORK_NAME, QString("Unspecified Network Name"));
+    QCOMPARE(XML_NETWORK_PATH, QString("user/hardware/networkconfig"));
+    QCOMPARE(XML_NETWORK_PATH_WS, QString("user/hardware/networkconfig/"));
+    QCOMPARE(XML_FULL_NETWORK_PATH, QString("/tmp/config/xmlconfig/user/hardware/networkconfig"));
 }
 
 void TestNamedNetwork::modeLineThatIsNotWrittenAllocatesNothing()
@@ -326,6 +495,18 @@ void TestNamedNetwork::driverIsChosenByStoreOrFlagFile()
         TestSupport::WriteFile(DRIVER_FLAG, "");
 
     QTEST(network.CheckWirelessDriver(), "useNewDriver");
+}
+
+void TestNamedNetwork::temporaryDriverFlagIsNotForANetwork()
+{
+    WriteNetwork("Home", Wireless("Unsecured"));
+    TestSupport::WriteFile("/tmp/use_nl_driver", "");
+    const auto remover = qScopeGuard([] { TestSupport::Remove("/tmp/use_nl_driver"); });
+
+    NamedNetwork network("Home", false, nullptr);
+
+    QVERIFY(!network.CheckWirelessDriver());
+    QVERIFY(TestSupport::LogText().contains("useNewDriver= 0 \n"));
 }
 
 void TestNamedNetwork::driverFlagThatOthersMayWriteIsNotObeyed()

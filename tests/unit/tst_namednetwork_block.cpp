@@ -16,6 +16,9 @@ private Q_SLOTS:
 
     void definitionBecomesTheFile_data();
     void definitionBecomesTheFile();
+    void storeWithoutSettingsGivesThePlainHead();
+    void fastProvisioningFollowsTheStoredWord_data();
+    void fastProvisioningFollowsTheStoredWord();
     void wiredNetworkHasABlockOnlyFor8021X_data();
     void wiredNetworkHasABlockOnlyFor8021X();
     void otherWirelessModesAreUnsecured_data();
@@ -25,7 +28,9 @@ private Q_SLOTS:
     void loadWithoutABlockLeavesNone();
     void settingsBecomeSwitches_data();
     void settingsBecomeSwitches();
+    void wiredNetworkLeavesTheSwitches();
     void settingsAreLogged();
+    void settingsAreNotLoggedForAWiredNetwork();
     void settingsThatAreNotSetAreLoggedAsOff();
     void certificatesOfAWirelessTlsNetworkAreLogged_data();
     void certificatesOfAWirelessTlsNetworkAreLogged();
@@ -70,6 +75,43 @@ void TestNamedNetworkBlock::definitionBecomesTheFile()
 
     QCOMPARE(QString::fromUtf8(TestSupport::ReadFile(FILE_PATH)),
              QString::fromUtf8(TestSupport::ReadFile(goldenFile)));
+}
+
+void TestNamedNetworkBlock::storeWithoutSettingsGivesThePlainHead()
+{
+    WriteNetwork("Home", Wireless("Unsecured"));
+
+    const NamedNetwork network("Home", false, nullptr);
+    QVERIFY(WpaSupplicantCfg::WriteCfg(network.Block()));
+
+    QCOMPARE(TestSupport::ReadFile(FILE_PATH),
+             QByteArray("ctrl_interface=/var/run/wpa_supplicant\n"
+                        "openssl_ciphers=DEFAULT@SECLEVEL=0\n"
+                        "sae_pwe=2\n"
+                        "# Could not open /tmp/config/files/wpa_supp_conf\n\n"
+                        "network={\n\tssid=\"Office\"\n\tscan_ssid=1\n\tpriority=0\n\tkey_mgmt=NONE\n}\n"));
+}
+
+void TestNamedNetworkBlock::fastProvisioningFollowsTheStoredWord_data()
+{
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<QString>("written");
+
+    QTest::newRow("automatic") << "automatic"
+                               << "\"fast_provisioning=1\"";
+    QTest::newRow("cipher") << "CCMP"
+                            << "\"fast_provisioning=0\"";
+    QTest::newRow("any other word") << "manual"
+                                    << "\"fast_provisioning=0\"";
+}
+
+void TestNamedNetworkBlock::fastProvisioningFollowsTheStoredWord()
+{
+    QFETCH(QString, stored);
+    QFETCH(QString, written);
+    WriteNetwork("Home", Wireless("WPA Enterprise 1/2 (EAP-FAST)", {{"cipher", stored}}));
+
+    QCOMPARE(Values(NamedNetwork("Home", false, nullptr), "phase1"), QStringList{written});
 }
 
 void TestNamedNetworkBlock::wiredNetworkHasABlockOnlyFor8021X_data()
@@ -198,6 +240,18 @@ void TestNamedNetworkBlock::settingsBecomeSwitches()
     QCOMPARE(WpaSupplicantCfg::_filterSsids, isOn);
 }
 
+void TestNamedNetworkBlock::wiredNetworkLeavesTheSwitches()
+{
+    WriteNetwork("lan", {{"securityMode", "802.1X (PEAP/MSCHAPv2)"}});
+    WpaSupplicantCfg::_useApScan = true;
+    WpaSupplicantCfg::_filterSsids = true;
+
+    const NamedNetwork network("lan", false, nullptr);
+
+    QVERIFY(WpaSupplicantCfg::_useApScan);
+    QVERIFY(WpaSupplicantCfg::_filterSsids);
+}
+
 void TestNamedNetworkBlock::settingsAreLogged()
 {
     WriteNetwork("Home", Wireless("Unsecured", {{"useBgScan", "true"}}),
@@ -210,6 +264,17 @@ void TestNamedNetworkBlock::settingsAreLogged()
     QVERIFY(text.contains(" :  NamedNetwork::BuildNetworkOptions -- Start building Wireless config \n"));
     QVERIFY(text.contains(
         " :  UseBgSettings= 1 UseApScan= 0 FilterSsids= 1 AddWpsSaeCred= 0 useNewDriver= 1 \n"));
+}
+
+void TestNamedNetworkBlock::settingsAreNotLoggedForAWiredNetwork()
+{
+    WriteNetwork("lan", {{"securityMode", "802.1X (PEAP/MSCHAPv2)"}});
+
+    const NamedNetwork network("lan", false, nullptr);
+
+    QVERIFY(!network.Block().isEmpty());
+    QVERIFY(!TestSupport::LogText().contains("Check if Wireless"));
+    QVERIFY(!TestSupport::LogText().contains("Start building Wireless config"));
 }
 
 void TestNamedNetworkBlock::settingsThatAreNotSetAreLoggedAsOff()

@@ -4,6 +4,7 @@
 #include "namednetwork.h"
 
 #include "networkworld.h"
+#include "supplicantline.h"
 
 #include <QProcess>
 #include <QRandomGenerator>
@@ -62,6 +63,8 @@ private Q_SLOTS:
     void supplicantTakesTheExtraOptions();
     void fiveHundredDefinitionsBecomeOneFile();
     void supplicantTakesTheFileOfAnyStore();
+    void storeAndWriterAgree_data();
+    void storeAndWriterAgree();
     void noSecretIsLogged();
 };
 
@@ -256,6 +259,48 @@ void TestNamedNetworkHostile::supplicantTakesTheFileOfAnyStore()
     QCOMPARE(said.count(" - start of a new network block"), blocks);
     QVERIFY(!said.contains("this network block will be ignored"));
     QVERIFY2(blocks > 150 && blocks < 400, QByteArray::number(blocks).constData());
+}
+
+void TestNamedNetworkHostile::storeAndWriterAgree_data()
+{
+    QTest::addColumn<QString>("property");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<bool>("isGood");
+
+    for (const char *cipher : {"CCMP", "TKIP", "GCMP", "CCMP-256", "GCMP-256", "CCMP TKIP"})
+        QTest::newRow(cipher) << "cipher" << cipher << true;
+    for (const char *cipher : {"ccmp", "CCMP,TKIP", "WEP40", "NONE"})
+        QTest::newRow(cipher) << "cipher" << cipher << false;
+    for (int length = 4; length <= 33; ++length)
+        QTest::addRow("WEP key of %d digits", length)
+            << "wepKey" << QString(length, 'a') << (length == 10 || length == 26 || length == 32);
+    for (int length = 4; length <= 17; ++length)
+        QTest::addRow("WEP text of %d bytes", length)
+            << "wepKey" << '"' + QString(length, 'x') + '"' << (length == 5 || length == 13 || length == 16);
+    for (const int length : {1, 7, 8, 63, 64})
+        QTest::addRow("passphrase of %d bytes", length)
+            << "passphrase" << QString(length, 'x') << (length == 8 || length == 63);
+}
+
+void TestNamedNetworkHostile::storeAndWriterAgree()
+{
+    QFETCH(QString, property);
+    QFETCH(QString, value);
+    QFETCH(bool, isGood);
+    const QMap<QString, QString> modes = {{"cipher", "eap_tls"}, {"wepKey", "wep"}, {"passphrase", "wpa"}};
+    const QMap<QString, QPair<QString, QString>> lines = {{"cipher", {"pairwise", value}},
+                                                          {"wepKey", {"wep_key0", value}},
+                                                          {"passphrase", {"psk", '"' + value + '"'}}};
+    WriteNetwork("Home", Wireless(modes.value(property), {{property, value}}));
+
+    ZebNetConfig stored(nullptr);
+    stored.Load("Home", false);
+    const QMap<QString, QString> taken = {
+        {"cipher", stored.cipher}, {"wepKey", stored.wepKey}, {"passphrase", stored.passphrase}};
+
+    QCOMPARE(taken.value(property) == value && stored.ssid == "Office", isGood);
+    const auto line = lines.value(property);
+    QCOMPARE(SupplicantLineProblem(line.first, line.second).isEmpty(), isGood);
 }
 
 void TestNamedNetworkHostile::noSecretIsLogged()

@@ -7,6 +7,23 @@
 
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
+
+#include <dlfcn.h>
+
+namespace {
+
+bool hasShell = true;
+
+} // namespace
+
+/// In the place of the C library's, as nothing else keeps a process that may do anything from starting one.
+extern "C" int system(const char *line)
+{
+    using System = int (*)(const char *);
+    static const auto real = reinterpret_cast<System>(::dlsym(RTLD_NEXT, "system"));
+    return hasShell ? real(line) : -1;
+}
 
 /// Certificates that come from SCEP, and the daemon that renews them.
 class TestNamedNetworkScep : public QObject
@@ -21,13 +38,21 @@ private Q_SLOTS:
     void scepKeyIsFilledIn();
     void scepCaIsTheNewestThatIsThere_data();
     void scepCaIsTheNewestThatIsThere();
+    void scepDefaultsAreForEveryMode_data();
+    void scepDefaultsAreForEveryMode();
+    void scepDefaultsBeginWithTheStoredValues();
+    void scepDefaultsAreLoggedInOrder();
     void scepClientCertificateIsLookedFor_data();
     void scepClientCertificateIsLookedFor();
+    void scepClientCertificateIsTheFirstByName_data();
+    void scepClientCertificateIsTheFirstByName();
     void scepSettingOffChangesNothing();
     void scepDefaultsAreNotForAWiredUnsecuredNetwork();
     void scepDaemonIsRestartedAfterTlsOnly_data();
     void scepDaemonIsRestartedAfterTlsOnly();
     void scepDaemonRunsInTheBackground();
+    void scepDaemonIsRestartedAfterTheBlock();
+    void scepDaemonThatNoShellRestartsIsLogged();
 };
 
 void TestNamedNetworkScep::scepKeyIsFilledIn_data()
@@ -96,6 +121,56 @@ void TestNamedNetworkScep::scepCaIsTheNewestThatIsThere()
              taken != -1);
 }
 
+void TestNamedNetworkScep::scepDefaultsAreForEveryMode_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("securityMode");
+
+    QTest::newRow("wireless PEAP") << "Home"
+                                   << "WPA Enterprise 1/2 (PEAP/MSCHAPv2)";
+    QTest::newRow("wired PEAP") << "lan"
+                                << "802.1X (PEAP/MSCHAPv2)";
+}
+
+void TestNamedNetworkScep::scepDefaultsAreForEveryMode()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, securityMode);
+    TestSupport::WriteFile(SCEP_CA.arg(0), "");
+    WriteNetwork(name, Wireless(securityMode, {{"scep", "true"}, {"caCert", "default"}}));
+
+    const NamedNetwork network(name, false, nullptr);
+
+    QCOMPARE(Values(network, "ca_cert"), QStringList{'"' + SCEP_CA.arg(0) + '"'});
+}
+
+void TestNamedNetworkScep::scepDefaultsBeginWithTheStoredValues()
+{
+    TestSupport::WriteFile(SCEP_CA.arg(0), "");
+    WriteNetwork("lan", {{"securityMode", "802.1X (TLS/EAP with SCEP)"}, {"caCert", "default"}});
+    NamedNetwork network("lan", false, nullptr);
+    QCOMPARE(network.Config()->caCert, SCEP_CA.arg(0));
+    TestSupport::Remove(SCEP_CA.arg(0));
+
+    network.Load("lan", false);
+
+    QCOMPARE(network.Config()->caCert, QString("default"));
+}
+
+void TestNamedNetworkScep::scepDefaultsAreLoggedInOrder()
+{
+    TestSupport::WriteFile(SCEP_CA.arg(0), "");
+    WriteScepFiles({"a.crt"});
+    WriteNetwork("lan", {{"securityMode", "802.1X (TLS/EAP with SCEP)"}});
+
+    const NamedNetwork network("lan", false, nullptr);
+
+    QCOMPARE(TestSupport::LogLines().filter("NetworkDevice::Associate"),
+             (QStringList{"NetworkDevice::Associate setting default scep key",
+                          "NetworkDevice::Associate setting default CA",
+                          "NetworkDevice::Associate setting client cert  /tmp/config/files/scep/a.crt"}));
+}
+
 void TestNamedNetworkScep::scepClientCertificateIsLookedFor_data()
 {
     QTest::addColumn<QString>("stored");
@@ -133,6 +208,23 @@ void TestNamedNetworkScep::scepClientCertificateIsLookedFor()
              written.isEmpty() ? QStringList() : QStringList{'"' + written + '"'});
     const QString line = " :  NetworkDevice::Associate setting client cert  " + written + " \n";
     QCOMPARE(TestSupport::LogText().contains(line), written.startsWith(SCEP_FOLDER));
+}
+
+void TestNamedNetworkScep::scepClientCertificateIsTheFirstByName_data()
+{
+    QTest::addColumn<QStringList>("files");
+
+    QTest::newRow("first one written first") << QStringList{"a.crt", "b.crt", "c.crt"};
+    QTest::newRow("first one written last") << QStringList{"c.crt", "b.crt", "a.crt"};
+}
+
+void TestNamedNetworkScep::scepClientCertificateIsTheFirstByName()
+{
+    QFETCH(QStringList, files);
+    WriteScepFiles(files);
+    WriteNetwork("lan", {{"securityMode", "802.1X (TLS/EAP with SCEP)"}});
+
+    QCOMPARE(NamedNetwork("lan", false, nullptr).Config()->clientCert, SCEP_FOLDER + "a.crt");
 }
 
 void TestNamedNetworkScep::scepSettingOffChangesNothing()
@@ -232,6 +324,31 @@ void TestNamedNetworkScep::scepDaemonRunsInTheBackground()
     QVERIFY(!QFile::exists("/tmp/scepd.ended"));
     TestSupport::WriteFile("/tmp/scepd.go", "");
     QTRY_VERIFY(QFile::exists("/tmp/scepd.ended"));
+}
+
+void TestNamedNetworkScep::scepDaemonIsRestartedAfterTheBlock()
+{
+    // The identity is looked up while the block is built.
+    WriteNetwork("lan", {{"securityMode", "802.1X (TLS/EAP with SCEP)"}, {"identity", "$mac"}});
+
+    const NamedNetwork network("lan", false, nullptr);
+
+    QVERIFY(TestSupport::WaitForJournal(4));
+    QCOMPARE(TestSupport::Journal(),
+             (QStringList{"ip -br link show", "killall scepd", "sleep 1", "scepd -d"}));
+}
+
+void TestNamedNetworkScep::scepDaemonThatNoShellRestartsIsLogged()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    WriteNetwork("lan", {{"securityMode", "802.1X (TLS/EAP with SCEP)"}});
+    hasShell = false;
+    const auto restorer = qScopeGuard([] { hasShell = true; });
+
+    const NamedNetwork network("lan", false, nullptr);
+
+    QVERIFY(TestSupport::LogText().contains("No shell to restart the SCEP daemon"));
+    QVERIFY(network.Block().contains("\teap=TLS"));
 }
 
 QTEST_GUILESS_MAIN(TestNamedNetworkScep)

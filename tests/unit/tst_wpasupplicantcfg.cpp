@@ -8,6 +8,24 @@
 
 #include <QtTest>
 
+namespace {
+
+struct Switches
+{
+    bool hashedPsk = WpaSupplicantCfg::_useHashedPsk;
+    bool saeFix = WpaSupplicantCfg::_intel_sae_fix;
+    bool filterSsids = WpaSupplicantCfg::_filterSsids;
+    bool apScan = WpaSupplicantCfg::_useApScan;
+    bool weakCerts = WpaSupplicantCfg::_allowWeakCerts;
+    bool wpa3Fix = WpaSupplicantCfg::_fixWpa3;
+    bool wireless = WpaSupplicantCfg::_iswireless;
+};
+
+/// As the program starts, before any test set one.
+const Switches switchesAtStart;
+
+} // namespace
+
 /// The lines of which the blocks are built.
 class TestWpaSupplicantCfg : public QObject
 {
@@ -20,6 +38,8 @@ private Q_SLOTS:
     void optionIsKeyEqualsValue();
     void identityStandsForHostOrMac_data();
     void identityStandsForHostOrMac();
+    void identityStandsForTheHostWithoutQuotesToo();
+    void ssidIsShownAsItIsSet();
     void macIsThatOfTheFirstWirelessLink_data();
     void macIsThatOfTheFirstWirelessLink();
 
@@ -32,11 +52,14 @@ private Q_SLOTS:
     void frequencyListsHoldTheirGaps_data();
     void frequencyListsHoldTheirGaps();
     void bgscanPutsTheThirdNumberSecond();
+    void bgscanOfZerosIsWritten();
     void extraOptionsGoIntoEveryWirelessBlock_data();
     void extraOptionsGoIntoEveryWirelessBlock();
+    void extraOptionsStandBeforeTheMode();
     void extraOptionsStayOutOfWiredBlocks();
     void beginningABlockForgetsTheLastOne();
     void wirelessBlockSetsTheSwitches();
+    void switchesBeginAsTheyStand();
     void blockIsBracedAndIndented();
     void clearLeavesNoBlock();
     void problemIsThatOfTheFirstBadOption();
@@ -117,6 +140,25 @@ void TestWpaSupplicantCfg::identityStandsForHostOrMac()
     cfg.AddOption(key, identity, true);
 
     QCOMPARE(Options(cfg), QStringList{line});
+}
+
+void TestWpaSupplicantCfg::identityStandsForTheHostWithoutQuotesToo()
+{
+    WpaSupplicantCfg cfg(nullptr);
+
+    cfg.AddOption("identity", "$hostname", false);
+
+    QCOMPARE(Options(cfg), QStringList{"identity=corvi-sandbox"});
+}
+
+void TestWpaSupplicantCfg::ssidIsShownAsItIsSet()
+{
+    const DebugOutput output;
+    WpaSupplicantCfg cfg(nullptr);
+
+    cfg.SetSSID("Office", false);
+
+    QCOMPARE(output.Take(), QStringList{"WpaSupplicantCfg::SetSSID \"Office\""});
 }
 
 void TestWpaSupplicantCfg::macIsThatOfTheFirstWirelessLink_data()
@@ -202,6 +244,7 @@ void TestWpaSupplicantCfg::hiddenNetworksAreScannedForUnlessSwitchedOff()
     cfg.StartWirelessCfg();
 
     QTEST(Options(cfg).contains("scan_ssid=1"), "isScannedFor");
+    QTEST(!Options(cfg).filter("scan_ssid=").isEmpty(), "isScannedFor");
     QTEST(output.Take() == QStringList{"Setting scan_ssid option"}, "isScannedFor");
 }
 
@@ -216,7 +259,15 @@ void TestWpaSupplicantCfg::bandBecomesAFrequencyList_data()
                          << "2484";
     QTest::newRow("2.4 in words") << "only 2.4GHz please" << 14 << "2412"
                                   << "2484";
+    QTest::newRow("2.4 inside a number") << "12.45" << 14 << "2412"
+                                         << "2484";
+    QTest::newRow("5.0 inside a number") << "15.0" << 31 << "5160"
+                                         << "5885";
     QTest::newRow("2.4 before 5.0") << "5.0 and 2.4" << 14 << "2412"
+                                    << "2484";
+    QTest::newRow("2.4 after 5.0 without a blank") << "5.0/2.4" << 14 << "2412"
+                                                   << "2484";
+    QTest::newRow("2.4 before 6.0") << "2.4 and 6.0" << 14 << "2412"
                                     << "2484";
     QTest::newRow("5") << "5" << 31 << "5160"
                        << "5885";
@@ -228,7 +279,7 @@ void TestWpaSupplicantCfg::bandBecomesAFrequencyList_data()
                        << "7115";
     QTest::newRow("6.0 in words") << "6.0 GHz" << 60 << "5935"
                                   << "7115";
-    for (const char *band : {"5G", "6E", "5 ", " 6", "2", "24", "any"})
+    for (const char *band : {"5G", "6E", "5 ", " 6", "2", "24", "2,4", "2.5", "7", "any"})
         QTest::addRow("unknown: '%s'", band) << band << 0 << ""
                                              << "";
     QTest::newRow("none") << "" << 0 << ""
@@ -291,6 +342,16 @@ void TestWpaSupplicantCfg::bgscanPutsTheThirdNumberSecond()
     QVERIFY(Options(cfg).filter("bgscan").isEmpty());
 }
 
+void TestWpaSupplicantCfg::bgscanOfZerosIsWritten()
+{
+    WpaSupplicantCfg cfg(nullptr);
+    cfg.SetBgParameters(true, 0, 0, 0);
+
+    cfg.StartWirelessCfg();
+
+    QVERIFY(Options(cfg).contains("bgscan=\"simple:0:0:0\""));
+}
+
 void TestWpaSupplicantCfg::extraOptionsGoIntoEveryWirelessBlock_data()
 {
     QTest::addColumn<QByteArray>("file");
@@ -315,6 +376,22 @@ void TestWpaSupplicantCfg::extraOptionsGoIntoEveryWirelessBlock()
     cfg.StartWirelessCfg();
 
     QTEST(QStringList(Options(cfg).mid(3)), "lines");
+}
+
+void TestWpaSupplicantCfg::extraOptionsStandBeforeTheMode()
+{
+    TestSupport::WriteFile(FLAGS + "wpa_supp_wifi", "proto=RSN\n");
+    WpaSupplicantCfg cfg(nullptr);
+    cfg.SetFrequencyBand("2.4");
+    cfg.SetBgParameters(true, 1, 2, 3);
+
+    cfg.Unsecured();
+
+    const QStringList lines = cfg.Block();
+    const auto first = lines.indexOf("\t#START TEST CONF\n");
+    QCOMPARE(lines.at(first - 1), QString("\tbgscan=\"simple:1:3:2\""));
+    QVERIFY(lines.at(first - 2).startsWith("\tfreq_list="));
+    QCOMPARE(lines.mid(first + 1, 3), (QStringList{"\tproto=RSN", "\t#END TEST CONF\n", "\tkey_mgmt=NONE"}));
 }
 
 void TestWpaSupplicantCfg::extraOptionsStayOutOfWiredBlocks()
@@ -358,6 +435,17 @@ void TestWpaSupplicantCfg::wirelessBlockSetsTheSwitches()
     QVERIFY(!WpaSupplicantCfg::_fixWpa3);
     QVERIFY(WpaSupplicantCfg::_intel_sae_fix);
     QVERIFY(WpaSupplicantCfg::_iswireless);
+}
+
+void TestWpaSupplicantCfg::switchesBeginAsTheyStand()
+{
+    QVERIFY(switchesAtStart.hashedPsk);
+    QVERIFY(switchesAtStart.saeFix);
+    QVERIFY(switchesAtStart.filterSsids);
+    QVERIFY(switchesAtStart.apScan);
+    QVERIFY(switchesAtStart.weakCerts);
+    QVERIFY(!switchesAtStart.wpa3Fix);
+    QVERIFY(!switchesAtStart.wireless);
 }
 
 void TestWpaSupplicantCfg::blockIsBracedAndIndented()

@@ -7,6 +7,7 @@
 #include "resourcelimit.h"
 #include "writerworld.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QtTest>
@@ -44,6 +45,8 @@ private Q_SLOTS:
     void priorityIsSearchedForAsItIsSpelt();
     void extraGlobalsAreCopied_data();
     void extraGlobalsAreCopied();
+    void extraGlobalsThatAreNoSmallFileDoNotCount_data();
+    void extraGlobalsThatAreNoSmallFileDoNotCount();
     void filesThatOthersMayWriteAreNotObeyed();
     void namedPipesAreNotWaitedFor();
     void blocksAreJoinedAsTheyStand();
@@ -138,6 +141,28 @@ void TestWpaSupplicantCfgFile::extraGlobalsAreCopied()
 
     QCOMPARE(WrittenFile({"network={", "}\n"}),
              "ctrl_interface=/var/run/wpa_supplicant\n" + copied + "\nnetwork={\n}\n");
+}
+
+void TestWpaSupplicantCfgFile::extraGlobalsThatAreNoSmallFileDoNotCount_data()
+{
+    QTest::addColumn<QByteArray>("file");
+
+    QTest::newRow("above 1 MiB") << QByteArray("fast_reauth=1\n#") + QByteArray(1024 * 1024, 'x');
+    QTest::newRow("folder") << QByteArray();
+}
+
+void TestWpaSupplicantCfgFile::extraGlobalsThatAreNoSmallFileDoNotCount()
+{
+    QFETCH(QByteArray, file);
+    if (file.isEmpty())
+        QVERIFY(QDir().mkpath(FLAGS + "wpa_supp_conf"));
+    else
+        TestSupport::WriteFile(FLAGS + "wpa_supp_conf", file);
+
+    const QByteArray written = WrittenFile({"network={", "}\n"});
+
+    QVERIFY(written.contains("\n# Could not open /tmp/config/files/wpa_supp_conf\n"));
+    QVERIFY(!written.contains("fast_reauth"));
 }
 
 void TestWpaSupplicantCfgFile::filesThatOthersMayWriteAreNotObeyed()

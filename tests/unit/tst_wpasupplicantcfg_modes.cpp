@@ -19,8 +19,11 @@ private Q_SLOTS:
     void wepRepeatsItsPriority();
     void tlsCertificatesAreFound();
     void peapAlwaysAsksForTheCertificatePath();
+    void peapWithoutCertificateNamesNone();
     void fastProvisioningIsAutomaticOnlyByThatWord_data();
     void fastProvisioningIsAutomaticOnlyByThatWord();
+    void fastIdentityStandsForTheHostInsideTheTunnelOnly();
+    void fastCredentialWithoutNameIsTheFolder();
     void leapPriorityIsTwo();
     void emptyCredentialsGiveEmptyValues();
     void passphraseBecomesTheHashedKey_data();
@@ -34,6 +37,7 @@ private Q_SLOTS:
     void passphraseIsQuotedWhereHashingIsOff();
     void passwordBecomesItsNtHash_data();
     void passwordBecomesItsNtHash();
+    void passwordHasTheKeyItIsGiven();
     void passwordIsPlainWhereHashingIsOff();
 };
 
@@ -90,6 +94,17 @@ void TestWpaSupplicantCfgModes::peapAlwaysAsksForTheCertificatePath()
     QVERIFY(cfg.Block().filter("ca_cert").isEmpty());
 }
 
+void TestWpaSupplicantCfgModes::peapWithoutCertificateNamesNone()
+{
+    WpaSupplicantCfg cfg(nullptr);
+
+    cfg.PeapMschapv2("id", "password", "");
+    QVERIFY(cfg.Block().contains("\tca_cert=\"\""));
+
+    cfg.WiredPeap("id", "password", "");
+    QVERIFY(cfg.Block().contains("\tca_cert=\"\""));
+}
+
 void TestWpaSupplicantCfgModes::fastProvisioningIsAutomaticOnlyByThatWord_data()
 {
     QTest::addColumn<QString>("word");
@@ -116,6 +131,25 @@ void TestWpaSupplicantCfgModes::fastProvisioningIsAutomaticOnlyByThatWord()
 
     QCOMPARE(ModeOptions(cfg).mid(6),
              (QStringList{line, "pac_file=\"/tmp/config/files/eap-fast-pac/a.pac\""}));
+}
+
+void TestWpaSupplicantCfgModes::fastIdentityStandsForTheHostInsideTheTunnelOnly()
+{
+    WpaSupplicantCfg cfg(nullptr);
+
+    cfg.EapFast("$hostname", "password", "automatic");
+
+    QVERIFY(ModeOptions(cfg).contains("anonymous_identity=\"FAST-$hostname\""));
+    QVERIFY(ModeOptions(cfg).contains("identity=\"corvi-sandbox\""));
+}
+
+void TestWpaSupplicantCfgModes::fastCredentialWithoutNameIsTheFolder()
+{
+    WpaSupplicantCfg cfg(nullptr);
+
+    cfg.EapFast("user", "password", "automatic");
+
+    QCOMPARE(ModeOptions(cfg).last(), QString("pac_file=\"/tmp/config/files/eap-fast-pac/\""));
 }
 
 void TestWpaSupplicantCfgModes::leapPriorityIsTwo()
@@ -268,6 +302,7 @@ void TestWpaSupplicantCfgModes::passphraseWithoutAKeyIsQuoted_data()
     QTest::newRow("tool prints nothing") << QByteArray("exit 0") << "long enough";
     QTest::newRow("tool crashes") << QByteArray("echo psk=0123; kill -SEGV $$") << "long enough";
     QTest::newRow("tool prints to standard error") << QByteArray("echo psk=0123 >&2") << "long enough";
+    QTest::newRow("tool hangs") << QByteArray("echo psk=0123 >&2; exec sleep 100") << "long enough";
     QTest::newRow("tool is missing") << QByteArray() << "long enough";
 }
 
@@ -328,6 +363,15 @@ void TestWpaSupplicantCfgModes::passwordBecomesItsNtHash()
     cfg.AddHashedPasswordOption("password", password);
 
     QCOMPARE(Options(cfg), QStringList{"password=hash:" + hash});
+}
+
+void TestWpaSupplicantCfgModes::passwordHasTheKeyItIsGiven()
+{
+    WpaSupplicantCfg cfg(nullptr);
+
+    cfg.AddHashedPasswordOption("other", "password");
+
+    QCOMPARE(Options(cfg), QStringList{"other=hash:8846f7eaee8fb117ad06bdd830b7586c"});
 }
 
 void TestWpaSupplicantCfgModes::passwordIsPlainWhereHashingIsOff()
