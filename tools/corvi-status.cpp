@@ -3,8 +3,10 @@
 
 #include "eventlistener.h"
 #include "processsignals.h"
+#include "reporttext.h"
 #include "statusreader.h"
 #include "statustext.h"
+#include "systemfacts.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -15,6 +17,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include <unistd.h>
 
 namespace {
 
@@ -57,6 +61,14 @@ int ShowStatus(bool asJson)
         reading.outcome == StatusReading::Outcome::Unreadable)
         return Fail(StatusText::ForPerson(reading).trimmed());
     return Show(asJson ? JsonLine(StatusText::ForProgram(reading)) : StatusText::ForPerson(reading));
+}
+
+int ShowAll(bool asJson)
+{
+    const SystemReport report = SystemFacts::Read();
+    if (asJson)
+        return Show(JsonLine(ReportText::ForProgram(report)));
+    return Show(ReportText::ForPerson(report, ::isatty(STDOUT_FILENO) == 1));
 }
 
 QString EventForProgram(const QString &time, int code, int status, const StatusReading &reading)
@@ -123,10 +135,15 @@ int main(int argc, char *argv[])
                                   QStringLiteral("Print for a program: one JSON object a line."));
     const QCommandLineOption watch(QStringLiteral("watch"),
                                    QStringLiteral("Print each event as it comes, until interrupted."));
-    parser.addOptions({json, watch});
+    const QCommandLineOption all(
+        QStringLiteral("all"),
+        QStringLiteral("Print all that is known of each interface, and what it waits for."));
+    parser.addOptions({json, watch, all});
     parser.process(application);
     if (!parser.positionalArguments().isEmpty())
         return Fail(QStringLiteral("unexpected argument: ") + parser.positionalArguments().constFirst());
 
+    if (parser.isSet(all))
+        return ShowAll(parser.isSet(json));
     return parser.isSet(watch) ? WatchEvents(parser.isSet(json)) : ShowStatus(parser.isSet(json));
 }

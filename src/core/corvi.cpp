@@ -79,6 +79,7 @@ void Corvi::Start()
 {
     log->LogMessage(QStringLiteral("Corvi::Start()"), false);
     loopTimer->start(TICK_INTERVAL);
+    TellState();
     serviceManager.TellReady();
 }
 
@@ -170,6 +171,7 @@ void Corvi::LoopTimerTimeout()
         Rescan();
     else
         SetUpNetworks();
+    TellState();
     if (QFile::exists(KILL_FLAG)) {
         log->LogMessage(QStringLiteral("Corvi::LoopTimer exit"), false);
         // At once: the supervisor's thread still runs, so nothing it may use is torn down first.

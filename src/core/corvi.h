@@ -8,6 +8,7 @@
 #include "retrypause.h"
 #include "segmentplace.h"
 #include "servicemanager.h"
+#include "servicestate.h"
 
 #include <QHash>
 #include <QMap>
@@ -43,6 +44,7 @@ class WpaSuppThread;
 /// corvi_leftovers.cpp   addresses that a device must not keep
 /// corvi_segment.cpp     the segment that others read the status from
 /// corvi_status.cpp      publishing status and events
+/// corvi_state.cpp       the file that says what is decided and waited for
 class Corvi : public QObject
 {
     Q_OBJECT
@@ -196,6 +198,8 @@ private:
     bool isCarrierHidden = false; ///< the record of another device stands where the carrier's belongs
     SegmentPlace segmentPlace;
     QByteArray lostRecord; ///< of a segment that was lost or cannot be locked: to be put into it later
+    std::optional<ServiceState> toldState; ///< what the state's file holds
+    RetryPause statePause{RetryPause::First::AT_ONCE};
 
     // What is told of over and over while it lasts.
     ReportOnce adapterReport;
@@ -216,6 +220,7 @@ private:
     ReportOnce segmentReport;
     ReportOnce lostSegmentReport;
     ReportOnce foreignSegmentReport;
+    ReportOnce stateReport;
     QHash<QString, ReportOnce> flagReports; ///< by path: flag files that cannot be removed
 
     // Life, the supervision tick
@@ -305,4 +310,12 @@ private:
     void FollowAddress(NetworkDevice *d, RetryPause &dhcpPause);
     void PublishAddress(NetworkDevice *d);
     bool IsAwaitingAuthentication(const NetworkDevice *d) const;
+
+    // The state's file
+    void TellState();
+    ServiceState CurrentState() const;
+    InterfaceState StateOf(const NetworkDevice *d, const InterfaceState &earlier) const;
+    void AddAuthentication(const NetworkDevice *d, InterfaceState &state,
+                           const InterfaceState &earlier) const;
+    void AddDhcp(const NetworkDevice *d, InterfaceState &state) const;
 };

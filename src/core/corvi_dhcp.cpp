@@ -26,6 +26,7 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
     if (!d->isRunning || !d->ipAddress.isEmpty() || IsAwaitingAuthentication(d) ||
         d->namedNetworks.isEmpty() || isStatic) {
         pause.Reset();
+        d->dhcpFailures = 0;
         retryReport.Over();
         return;
     }

@@ -46,6 +46,8 @@ void Corvi::ShareStatus(NetworkDevice *nd)
 void Corvi::SendEvent(NetworkDevice *nd, int event, int status)
 {
     Log(Level::TRACE) << "SendEvent()  Start";
+    // An event tells of a change, and the tick that sends it may take half a minute more.
+    TellState();
     if (nd) {
         ShareStatus(nd);
         Log(Level::TRACE) << "SendEvent()  ShareStatus complete";

@@ -45,8 +45,10 @@ bool Corvi::WiredNetworkSetup()
         wiredUp = isConnected;
         wiredRetry.Reset();
         // Before the configuration, which takes up to half a minute: a loss meanwhile counts.
-        if (chosen)
+        if (chosen) {
             chosen->carrierLosses.Begin();
+            chosen->dhcpFailures = 0;
+        }
         emit wiredStateChange(isConnected);
     }
     if (chosen)

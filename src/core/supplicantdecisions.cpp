@@ -51,4 +51,9 @@ Wait ForWait(const WaitState &state)
     return {ticks > FORCED_FALLBACK_TICKS ? WaitAction::TRY_UNSECURED : WaitAction::GO_ON, ticks};
 }
 
+int WaitLimit(bool ipAnnounced, bool fallbackEnabled)
+{
+    return ipAnnounced && fallbackEnabled ? ANNOUNCED_FALLBACK_TICKS : FORCED_FALLBACK_TICKS;
+}
+
 } // namespace SupplicantDecisions

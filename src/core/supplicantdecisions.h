@@ -73,4 +73,7 @@ struct Wait
 
 Wait ForWait(const WaitState &state);
 
+/// The count that ends the wait where nobody lets us in, the address and the fallback being as they are.
+int WaitLimit(bool ipAnnounced, bool fallbackEnabled);
+
 } // namespace SupplicantDecisions

@@ -16,6 +16,7 @@
 #include <QStringList>
 
 #include <memory>
+#include <optional>
 
 class Logging;
 class NamedNetwork;
@@ -147,6 +148,8 @@ public:
     bool driverChosen = false;           ///< by UseNewDriver(); read by nobody: kept as it is
     QString publishedAddress;    ///< in the record of this device that was published last, or waits to be
     CarrierLosses carrierLosses; ///< of the link, since it was reported
+    int dhcpFailures = 0;        ///< attempts in a row, on this link, that got no address
+    std::optional<RetryPause::Time> dhcpSince; ///< an attempt is under way
 
 private:
     void ReadAddress(unsigned long request, QString &field) const;

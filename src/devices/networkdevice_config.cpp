@@ -11,6 +11,7 @@
 #include "zebxmlconfig.h"
 
 #include <QFile>
+#include <QScopeGuard>
 
 #include <algorithm>
 
@@ -135,10 +136,13 @@ void NetworkDevice::ObtainAddress()
 {
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renew ip address";
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork  Interface" << name;
+    dhcpSince = RetryPause::Time::clock::now();
+    const auto ended = qScopeGuard([this] { dhcpSince.reset(); });
     SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::STARTED);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
     if (!Dhclient(name)) {
+        ++dhcpFailures;
         // Attempts go on for as long as there is no server.
         LogOnce(dhcpReport)
             << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
@@ -149,6 +153,7 @@ void NetworkDevice::ObtainAddress()
         return;
     }
     dhcpReport.Over();
+    dhcpFailures = 0;
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renewing ip address";
     RefreshStatus();
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - status refreshed";

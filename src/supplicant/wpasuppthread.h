@@ -7,6 +7,7 @@
 #include "supplicantprocess.h"
 #include "wpasupplicantcontrol.h"
 
+#include <QDateTime>
 #include <QString>
 #include <QStringList>
 #include <QThread>
@@ -64,6 +65,13 @@ public:
     bool TakeUntoldSuccess();
     /// Lets go of the supplicant, which runs on: closes our end of the control connection.
     void LetGo();
+    /// Why nobody let us in, in a few words, since such failures come; no reason after a success.
+    struct Failure
+    {
+        QString reason;
+        QDateTime since;
+    };
+    const Failure &LastFailure() const { return lastFailure; }
     /// Four lines for a person: running, status, associated, SSID.
     QString toString() const;
 
@@ -73,6 +81,9 @@ public:
     /// Several starts in a row have failed, and a further one makes no sense yet. Start() does it all the
     /// same, for one who has something new to start it with.
     bool IsPausing() const { return pauseTicks > 0; }
+    int PauseSeconds() const { return pauseTicks; }
+    /// The interface of the last Start().
+    const QString &RequestedInterface() const { return requestedInterface; }
     /// Never set: kept for the hold-off that asks for it.
     bool IsStopPending() const { return stopPending; }
 
@@ -167,6 +178,7 @@ private:
     void OnEapFailure();
     void OnTerminating();
     void ReportBadPassword();
+    void NoteFailure(const QString &reason);
 
     // The process
     bool NoticesDeath();
@@ -203,6 +215,7 @@ private:
     [[maybe_unused]] bool terminateAcknowledged = false; ///< written and never read: kept as it is
     bool badPassword = false;                            ///< suspected, and not yet told to the user
     bool restarting = false;                             ///< between a start and the tick that connects
+    Failure lastFailure;                                 ///< outlives a restart, which a failure may lead to
     std::unique_ptr<WpaSupplicantControl, DeleteLater> control;
     std::unique_ptr<QTimer> timer; ///< made and deleted by run(), on the worker thread
 

@@ -34,6 +34,10 @@ void WpaSuppThread::MessageReceived(const QString &message)
 void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
 {
     ssid = ExtractSsid(message);
+    if (message.contains(QLatin1String("reason=WRONG_KEY")))
+        NoteFailure(QStringLiteral("the network refused the key"));
+    else if (lastFailure.reason.isEmpty())
+        NoteFailure(QStringLiteral("the network refused the attempts"));
     if (wired) {
         // The spelling is part of the text.
         LogOnce(reports.network, ssid) << "FILED TO CONNECT TO WIRED SERVER" << ssid;
@@ -54,6 +58,7 @@ void WpaSuppThread::OnConnected()
 {
     badPassword = false;
     associated = true;
+    lastFailure = {};
     statusText = QStringLiteral("Associated");
     LogOnce(reports.link, statusText) << "WpaSuppThread::MessageReceived -- connected";
     for (ReportOnce *report :
@@ -80,6 +85,7 @@ void WpaSuppThread::OnDisconnected()
 void WpaSuppThread::OnEapFailure()
 {
     associated = false;
+    NoteFailure(QStringLiteral("EAP authentication failed"));
     LogOnce(reports.eap, interface) << "WpaSuppThread::MessageReceived --EAP Authentication Error"
                                     << interface;
     LogOnce(reports.eapPassword, interface) << "INVALID PASSWORD FOR NETWORK" << interface;
@@ -97,6 +103,13 @@ void WpaSuppThread::OnTerminating()
     stopWaitsForNews = false;
     terminateAcknowledged = true;
     badPassword = false;
+}
+
+/// The first of several equal ones says since when.
+void WpaSuppThread::NoteFailure(const QString &reason)
+{
+    if (lastFailure.reason != reason)
+        lastFailure = {reason, QDateTime::currentDateTimeUtc()};
 }
 
 QString WpaSuppThread::ExtractSsid(const QString &message)

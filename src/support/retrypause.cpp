@@ -25,6 +25,11 @@ void RetryPause::NoteSuccess(Time now)
         Reset();
 }
 
+std::optional<RetryPause::Time> RetryPause::Due() const
+{
+    return started ? std::make_optional(*started + pause) : std::nullopt;
+}
+
 bool RetryPause::IsDue(Time now)
 {
     if (!started)

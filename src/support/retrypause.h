@@ -24,6 +24,8 @@ public:
     /// The last attempt had success: the next need starts from the beginning. But what somebody else undoes
     /// again and again, three times within a minute, waits out the pauses that have grown until then.
     void NoteSuccess(Time now);
+    /// When the next attempt is due, once a pause for it has begun.
+    std::optional<Time> Due() const;
     /// Whether an attempt is due now. Where the first one is not at once, the first call starts its pause.
     bool IsDue(Time now);
     /// An attempt has just ended: starts the next, longer pause.

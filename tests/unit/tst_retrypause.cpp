@@ -15,6 +15,7 @@ class TestRetryPause : public QObject
 
 private Q_SLOTS:
     void firstCallStartsThePause();
+    void saysWhenTheNextAttemptIsDue();
     void pausesGrowToAMinute();
     void attemptStaysDueUntilItIsMade();
     void resetStartsAnew();
@@ -37,6 +38,17 @@ void TestRetryPause::firstCallStartsThePause()
     QVERIFY(!pause.IsDue(start));
     QVERIFY(!pause.IsDue(start + seconds(10) - milliseconds(1)));
     QVERIFY(pause.IsDue(start + seconds(10)));
+}
+
+void TestRetryPause::saysWhenTheNextAttemptIsDue()
+{
+    RetryPause pause;
+    QVERIFY(!pause.Due());
+
+    pause.IsDue(start);
+    QVERIFY(pause.Due() == start + seconds(10));
+    pause.NoteAttempt(start + seconds(12));
+    QVERIFY(pause.Due() == start + seconds(32));
 }
 
 void TestRetryPause::pausesGrowToAMinute()

@@ -42,6 +42,8 @@ private Q_SLOTS:
     void authenticationTogglesTheCount();
     void waitWithoutAuthentication_data();
     void waitWithoutAuthentication();
+    void waitEndsAtItsLimit_data();
+    void waitEndsAtItsLimit();
 };
 
 void TestSupplicantDecisions::wiredTick_data()
@@ -153,6 +155,32 @@ void TestSupplicantDecisions::waitWithoutAuthentication()
         QVERIFY2(wait.action == expected, qPrintable(bits));
         QCOMPARE(wait.ticks, after);
     }
+}
+
+void TestSupplicantDecisions::waitEndsAtItsLimit_data()
+{
+    QTest::addColumn<bool>("announced");
+    QTest::addColumn<bool>("fallback");
+    for (const bool announced : {false, true})
+        for (const bool fallback : {false, true})
+            QTest::addRow("address %d, fallback %d", announced, fallback) << announced << fallback;
+}
+
+void TestSupplicantDecisions::waitEndsAtItsLimit()
+{
+    QFETCH(bool, announced);
+    QFETCH(bool, fallback);
+    Wait wait{WaitAction::GO_ON, 0};
+    int count = 0;
+
+    while (wait.action == WaitAction::GO_ON) {
+        wait = ForWait({false, announced, fallback, wait.ticks});
+        ++count;
+    }
+
+    // The tick after the limit is the one that acts: the eleventh and the sixty-first of 1 s each.
+    const int last = wait.action == WaitAction::KEEP_ADDRESS ? wait.ticks : count;
+    QCOMPARE(last, WaitLimit(announced, fallback) + 1);
 }
 
 QTEST_GUILESS_MAIN(TestSupplicantDecisions)

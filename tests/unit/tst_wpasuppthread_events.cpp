@@ -51,6 +51,9 @@ private slots:
     void emitsForThreeReasonsOnly();
     void takesAnEapFailure_data();
     void takesAnEapFailure();
+    void keepsTheFirstOfEqualFailures();
+    void keepsTheReasonOfAFailure_data();
+    void keepsTheReasonOfAFailure();
     void endsWithTheSupplicant();
     void asksForTheStatusOnASignalChange();
     void logsEverythingElse_data();
@@ -272,6 +275,47 @@ void TestWpaSuppThreadEvents::takesAnEapFailure()
         " :  WpaSuppThread::MessageReceived --EAP Authentication Error eth0 \n"));
     QCOMPARE(LastLogLine(), QStringLiteral("INVALID PASSWORD FOR NETWORK eth0 "));
     QCOMPARE(changes.size(), 0);
+}
+
+void TestWpaSuppThreadEvents::keepsTheFirstOfEqualFailures()
+{
+    const auto failure = QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE EAP authentication failed");
+    supervisor->MessageReceived(failure);
+    const QDateTime since = supervisor->LastFailure().since;
+    QVERIFY(since.isValid());
+    QTest::qWait(5); // The clock of the next one shows another time.
+
+    supervisor->MessageReceived(failure);
+    QCOMPARE(supervisor->LastFailure().since, since);
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    QCOMPARE(supervisor->LastFailure().reason, QString());
+}
+
+void TestWpaSuppThreadEvents::keepsTheReasonOfAFailure_data()
+{
+    QTest::addColumn<QStringList>("messages");
+    QTest::addColumn<QString>("expected");
+    const QString eap = "<3>CTRL-EVENT-EAP-FAILURE EAP authentication failed";
+    const QString disabled = "<3>CTRL-EVENT-SSID-TEMP-DISABLED id=0 ssid=\"x\" auth_failures=1 duration=10 ";
+    QTest::newRow("EAP") << QStringList{eap} << "EAP authentication failed";
+    QTest::newRow("key") << QStringList{disabled + "reason=WRONG_KEY"} << "the network refused the key";
+    QTest::newRow("other") << QStringList{disabled + "reason=CONN_FAILED"}
+                           << "the network refused the attempts";
+    QTest::newRow("EAP, as the network says too")
+        << QStringList{eap, disabled + "reason=AUTH_FAILED"} << "EAP authentication failed";
+    QTest::newRow("key after another")
+        << QStringList{eap, disabled + "reason=WRONG_KEY"} << "the network refused the key";
+}
+
+void TestWpaSuppThreadEvents::keepsTheReasonOfAFailure()
+{
+    QFETCH(QStringList, messages);
+
+    for (const QString &message : qAsConst(messages))
+        supervisor->MessageReceived(message);
+
+    QTEST(supervisor->LastFailure().reason, "expected");
 }
 
 void TestWpaSuppThreadEvents::endsWithTheSupplicant()

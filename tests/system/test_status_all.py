@@ -1,0 +1,193 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""What corvi-status says of each interface while the real daemon works: what it waits for, and why."""
+
+import json
+import re
+from pathlib import Path
+
+from dot1x import Dot1xTest, peap
+from harness import STATIC, STATUS_TOOL, SystemTest, holds_for, main, run, wait_for, wired, write_store
+
+STATE_FOLDER = Path("/run/corvi")
+STATE = STATE_FOLDER / "state.json"
+
+
+def report():
+    """All that is known, as a program reads it."""
+    return json.loads(run(STATUS_TOOL, "--all", "--json"))
+
+
+def interface(name="eth0"):
+    return next((entry for entry in report()["interfaces"] if entry["name"] == name), {})
+
+
+def text():
+    """The same for a person."""
+    return run(STATUS_TOOL, "--all")
+
+
+class WithState(SystemTest):
+    def setUp(self):
+        super().setUp()
+        STATE_FOLDER.mkdir(exist_ok=True)
+        STATE.unlink(missing_ok=True)
+
+    def wait_state(self, expected, name="eth0", timeout=30):
+        """The sentence of the interface, once it matches."""
+        try:
+            return wait_for(f"{name}: {expected}",
+                            lambda: re.fullmatch(expected, interface(name).get("waitsFor", "")), timeout)
+        except AssertionError as error:
+            raise AssertionError(f"{error}; is: {interface(name).get('waitsFor')}") from None
+
+
+class Wired(WithState):
+    def test_no_carrier(self):
+        cable = self.cable()
+        cable.pull()
+        write_store(wired())
+
+        self.start_daemon()
+
+        self.wait_state("no carrier")
+        self.assertEqual(interface()["link"]["carrier"], False)
+        self.assertIn("  State:        no carrier\n", text())
+
+    def test_no_server(self):
+        self.cable()
+        write_store(wired())
+
+        self.start_daemon()
+
+        self.wait_state(r"asking for an address by DHCP for \d+ s")
+        self.wait_state(r"no DHCP server answered 1 attempt, next in \d s", timeout=60)
+        self.assertEqual(interface()["state"], "no-dhcp-answer")
+        self.wait_state(r"asking for an address by DHCP for \d+ s, after 1 attempt without an answer")
+        self.wait_state(r"no DHCP server answered 2 attempts, next in 1\d s", timeout=60)
+        text()
+
+    def test_connected(self):
+        server = self.dhcp_server(self.cable())
+        write_store(wired())
+
+        self.start_daemon()
+
+        self.wait_state("connected")
+        eth0 = interface()
+        self.assertTrue(eth0["carriesTraffic"])
+        self.assertTrue(server.serves(eth0["addresses"][0].split("/")[0]))
+        self.assertEqual(eth0["gateway"], "10.77.0.1")
+        self.assertEqual(eth0["resolver"], ["10.77.0.1"])
+        self.assertEqual(eth0["lease"]["server"], "10.77.0.1")
+        self.assertEqual(eth0["definition"]["name"], "lan")
+        self.assertEqual(eth0["definition"]["reason"], "the only one for a wired interface")
+        text()
+
+    def test_second_cable_waits_for_the_first(self):
+        self.cable("eth0")
+        self.cable("eth1", address="10.78.0.1/24")
+        write_store(wired(**STATIC))
+
+        self.start_daemon()
+
+        self.wait_state("connected")
+        self.wait_state("not used while eth0 carries the traffic", name="eth1")
+
+    def test_no_definition(self):
+        self.cable()
+        write_store()
+
+        self.start_daemon()
+
+        self.wait_state("the store defines no network for a wired interface")
+
+
+class Daemon(WithState):
+    def test_dead_daemon_is_not_believed(self):
+        self.cable()
+        write_store(wired(**STATIC))
+        daemon = self.start_daemon()
+        self.wait_state("connected")
+
+        daemon.process.kill()
+        daemon.process.wait()
+
+        self.assertTrue(STATE.exists())
+        self.assertIn("Corvi does not run.", text().splitlines()[0])
+        self.assertEqual(interface()["waitsFor"], "has an address")
+
+    def test_daemon_without_a_folder_for_its_state(self):
+        STATE_FOLDER.rmdir()
+        self.cable()
+        write_store(wired(**STATIC))
+
+        daemon = self.start_daemon()
+
+        wait_for("an address", lambda: interface()["addresses"])
+        self.assertIn("Corvi runs, but what it waits for is not known", report()["daemon"])
+        self.assertFalse(daemon.logged("TellState"))
+
+    def test_ordinary_user(self):
+        self.cable()
+        write_store(wired(**STATIC))
+        self.start_daemon()
+        self.wait_state("connected")
+
+        output = run("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", STATUS_TOOL, "--all")
+
+        self.assertRegex(output, r"\ACorvi runs \(process \d+\)\.\n")
+        self.assertIn("  State:        connected\n", output)
+
+    def test_idle_daemon_leaves_the_file_alone(self):
+        self.cable()
+        write_store(wired(**STATIC))
+        self.start_daemon()
+        self.wait_state("connected")
+        self.assertEqual(STATE.stat().st_mode & 0o777, 0o644)
+        # Each time that it is written it is another file.
+        inode = STATE.stat().st_ino
+
+        # Four ticks of the daemon's, which leave no other trace.
+        holds_for("the same file", lambda: STATE.stat().st_ino == inode, 4)
+
+
+class Authentication(WithState, Dot1xTest):
+    def test_nobody_lets_us_in(self):
+        self.switch_port(is_open=False)
+        write_store(peap())
+
+        self.start_daemon()
+
+        self.wait_state(r"waiting for authentication for \d+ s, unsecured fallback at 60 s", timeout=90)
+        # The supplicant itself begins a moment later.
+        wait_for("the supplicant's state", lambda: interface().get("supplicant", {}).get("eapState") == "IDLE")
+        self.assertIn("EAP IDLE", text())
+
+    def test_wrong_password(self):
+        self.switch_port(is_open=False)
+        self.authenticator(controls_port=True, password="another")
+        write_store(peap())
+
+        self.start_daemon()
+
+        wait_for("a failure", lambda: interface().get("lastFailure"), 60)
+        self.assertEqual(interface()["lastFailure"]["reason"], "EAP authentication failed")
+        text()
+
+    def test_let_in(self):
+        self.switch_port(is_open=False)
+        self.authenticator(controls_port=True)
+        write_store(peap())
+
+        self.start_daemon()
+
+        self.wait_state("connected", timeout=60)
+        supplicant = interface()["supplicant"]
+        self.assertEqual((supplicant["state"], supplicant["eapState"]), ("COMPLETED", "SUCCESS"))
+        self.assertNotIn("lastFailure", interface())
+        text()
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvipeer.h"
+#include "servicestate.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <sys/stat.h>
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+namespace {
+
+/// Of the one interface.
+InterfaceState Told()
+{
+    const ServiceStateReading reading = ReadServiceState();
+    return reading.state.interfaces.value(0);
+}
+
+/// Each file that is put in place is another one.
+ino_t FileNumber()
+{
+    struct stat info = {};
+    return ::stat("/run/corvi/state.json", &info) == 0 ? info.st_ino : 0;
+}
+
+} // namespace
+
+/// The file that tells other programs what is decided and waited for.
+class TestCorviState : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void stateIsTold();
+    void fileIsForEverybodyToRead();
+    void idleTickLeavesTheFileAlone();
+    void missingFolderIsNoFault();
+    void folderThatCannotBeUsedIsToldOnce();
+    void failedAttemptsAreCounted();
+    void attemptIsToldWhileItIsMade();
+    void newLinkCountsAnew();
+    void waitForAuthenticationIsTold();
+};
+
+void TestCorviState::init()
+{
+    StartFromNothing();
+    QDir("/run/corvi").removeRecursively();
+    QVERIFY(QDir().mkdir("/run/corvi"));
+}
+
+void TestCorviState::stateIsTold()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    corvi.Tick();
+
+    QCOMPARE(ReadServiceState().state.carrier, "eth0");
+    QCOMPARE(Told().name, "eth0");
+    QCOMPARE(Told().kind, "wired");
+    QCOMPARE(Told().definition, "lan");
+    QCOMPARE(Told().definitionCount, 1);
+    QVERIFY(Told().isInUse);
+}
+
+void TestCorviState::fileIsForEverybodyToRead()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+
+    struct stat info = {};
+    QCOMPARE(::stat("/run/corvi/state.json", &info), 0);
+    QCOMPARE(info.st_mode & 0777U, 0644U);
+    QVERIFY(Told().isStatic);
+}
+
+void TestCorviState::idleTickLeavesTheFileAlone()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    corvi.Tick();
+    const ino_t before = FileNumber();
+    QVERIFY(before != 0);
+
+    corvi.Tick(5);
+
+    QCOMPARE(FileNumber(), before);
+}
+
+void TestCorviState::missingFolderIsNoFault()
+{
+    QDir("/run/corvi").removeRecursively();
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Tick(3);
+
+    QCOMPARE(LogCount("TellState"), 0);
+    QVERIFY(!QFileInfo::exists("/run/corvi"));
+}
+
+void TestCorviState::folderThatCannotBeUsedIsToldOnce()
+{
+    QDir("/run/corvi").removeRecursively();
+    WriteFile("/run/corvi", "a file");
+    {
+        CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+        corvi.Tick(3);
+
+        QCOMPARE(LogCount("Corvi::TellState - the state for other programs cannot be written: "
+                          "/run/corvi/state.json Not a directory"),
+                 1);
+    }
+    QFile::remove("/run/corvi");
+}
+
+void TestCorviState::failedAttemptsAreCounted()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    corvi.Tick();
+
+    QCOMPARE(Told().dhcpFailures, 1);
+    QVERIFY(!Told().dhcpSince);
+    QVERIFY(Told().nextDhcpStart);
+
+    UseDhcpServer();
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
+    corvi.Tick();
+
+    QCOMPARE(Told().dhcpFailures, 0);
+    QVERIFY(!Told().nextDhcpStart);
+}
+
+void TestCorviState::attemptIsToldWhileItIsMade()
+{
+    Answer("dhclient", "cp /run/corvi/state.json /tmp/during; exit 2");
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+
+    const QByteArray during = ReadFile("/tmp/during");
+
+    QVERIFY2(during.contains("dhcpSinceMs"), during.constData());
+    QVERIFY(!ReadFile("/run/corvi/state.json").contains("dhcpSinceMs"));
+}
+
+void TestCorviState::newLinkCountsAnew()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
+    corvi.Tick();
+    QCOMPARE(Told().dhcpFailures, 2);
+
+    PullCable("eth0");
+    corvi.Tick();
+    PlugCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(Told().dhcpFailures, 1);
+}
+
+void TestCorviState::waitForAuthenticationIsTold()
+{
+    CorviPeer corvi(LAN_8021X, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant({true, false, false});
+    corvi.WiredDevice()->authWaitTicks = 34;
+    corvi.Tick();
+
+    const auto since = Told().authenticationSince;
+    QVERIFY(since);
+    QCOMPARE(Told().fallbackSeconds, 60);
+    // One tick that was waited for more in no time: what is told stays.
+    corvi.Tick();
+    QVERIFY(Told().authenticationSince == since);
+
+    corvi.SettleSupplicant({true, false, true});
+    corvi.Tick();
+    QVERIFY(!Told().authenticationSince);
+    QCOMPARE(Told().fallbackSeconds, 0);
+}
+
+QTEST_GUILESS_MAIN(TestCorviState)
+#include "tst_corvi_state.moc"

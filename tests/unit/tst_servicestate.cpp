@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "securefile.h"
+#include "servicestate.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QtTest>
+
+using Outcome = ServiceStateReading::Outcome;
+
+namespace {
+
+/// No member as it is by default.
+InterfaceState FullInterface()
+{
+    InterfaceState state;
+    state.name = "eth0";
+    state.kind = "wired";
+    state.definition = "lan";
+    state.definitionCount = 3;
+    state.isStatic = true;
+    state.isInUse = true;
+    state.isHeldDown = true;
+    state.isConnected = true;
+    state.usesSupplicant = true;
+    state.isInFallback = true;
+    state.authenticationSince = 123456789012;
+    state.fallbackSeconds = 60;
+    state.lastFailure = "EAP authentication failed";
+    state.failureSince = 1795290000;
+    state.nextSupplicantStart = 0;
+    state.dhcpFailures = 4;
+    state.dhcpSince = 5;
+    state.nextDhcpStart = 6;
+    return state;
+}
+
+ServiceState FullState()
+{
+    ServiceState state;
+    state.carrier = "eth0";
+    state.interfaces = {FullInterface(), InterfaceState()};
+    return state;
+}
+
+void Write(const QByteArray &contents)
+{
+    QVERIFY(QDir().mkpath(ServiceState::FOLDER));
+    QVERIFY(SecureFile::Replace(ServiceState::PATH, contents, 0644));
+}
+
+/// As the file of a process with another id or start time.
+QByteArray OfProcess(const QString &key, const QJsonValue &value)
+{
+    QJsonObject object = QJsonDocument::fromJson(FullState().ToJson()).object();
+    QJsonObject process = object.value("process").toObject();
+    process.insert(key, value);
+    object.insert("process", process);
+    return QJsonDocument(object).toJson();
+}
+
+} // namespace
+
+/// The daemon's state on its way through the file.
+class TestServiceState : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void isReadAsItWasWritten();
+    void everyMemberCounts();
+    void fileOfADeadProcessIsStale_data();
+    void fileOfADeadProcessIsStale();
+    void missingFileIsAbsent();
+    void damagedFileIsUnreadable_data();
+    void damagedFileIsUnreadable();
+};
+
+void TestServiceState::init()
+{
+    QDir(ServiceState::FOLDER).removeRecursively();
+}
+
+void TestServiceState::isReadAsItWasWritten()
+{
+    Write(FullState().ToJson());
+
+    const ServiceStateReading reading = ReadServiceState();
+
+    QCOMPARE(reading.outcome, Outcome::Read);
+    QCOMPARE(qint64(reading.pid), QCoreApplication::applicationPid());
+    QVERIFY(reading.state == FullState());
+}
+
+void TestServiceState::everyMemberCounts()
+{
+    QJsonObject full = QJsonDocument::fromJson(FullState().ToJson()).object();
+    const QJsonObject interface = full.value("interfaces").toArray().first().toObject();
+    const QStringList keys = interface.keys();
+    QCOMPARE(int(keys.size()), 18);
+    for (const QString &key : keys) {
+        QJsonObject lacking = interface;
+        lacking.remove(key);
+        full.insert("interfaces", QJsonArray{lacking, QJsonObject()});
+
+        Write(QJsonDocument(full).toJson());
+
+        QVERIFY2(!(ReadServiceState().state == FullState()), qPrintable(key));
+    }
+}
+
+void TestServiceState::fileOfADeadProcessIsStale_data()
+{
+    QTest::addColumn<QByteArray>("contents");
+    QTest::newRow("no such process") << OfProcess("pid", 4000000);
+    QTest::newRow("another process with this id") << OfProcess("startTime", "1");
+    QTest::newRow("no start time") << OfProcess("startTime", "");
+    QTest::newRow("no such process, no start time")
+        << QByteArray(R"({"version":1,"process":{"pid":4000000}})");
+}
+
+void TestServiceState::fileOfADeadProcessIsStale()
+{
+    QFETCH(QByteArray, contents);
+    Write(contents);
+
+    const ServiceStateReading reading = ReadServiceState();
+
+    QCOMPARE(reading.outcome, Outcome::Stale);
+    QVERIFY(reading.state == ServiceState());
+}
+
+void TestServiceState::missingFileIsAbsent()
+{
+    QCOMPARE(ReadServiceState().outcome, Outcome::Absent);
+}
+
+void TestServiceState::damagedFileIsUnreadable_data()
+{
+    QTest::addColumn<QByteArray>("contents");
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("cut") << FullState().ToJson().left(100);
+    QTest::newRow("later version") << FullState().ToJson().replace("\"version\": 1", "\"version\": 2");
+    QTest::newRow("too large") << QByteArray(9 * 1024 * 1024, ' ');
+}
+
+void TestServiceState::damagedFileIsUnreadable()
+{
+    QFETCH(QByteArray, contents);
+    Write(contents);
+
+    const ServiceStateReading reading = ReadServiceState();
+
+    QCOMPARE(reading.outcome, Outcome::Unreadable);
+    QVERIFY(!reading.error.isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestServiceState)
+#include "tst_servicestate.moc"

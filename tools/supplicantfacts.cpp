@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "supplicantfacts.h"
+
+#include "paths.h"
+#include "utils.h"
+#include "wpactrl.h"
+
+#include <QFile>
+#include <QHash>
+#include <QList>
+
+#include <array>
+#include <cerrno>
+#include <memory>
+
+namespace {
+
+QHash<QByteArray, QString> Values(const QByteArray &reply)
+{
+    QHash<QByteArray, QString> values;
+    const QList<QByteArray> lines = reply.split('\n');
+    for (const QByteArray &line : lines) {
+        const auto separator = line.indexOf('=');
+        if (separator > 0)
+            values.insert(line.left(separator), QString::fromUtf8(line.mid(separator + 1)));
+    }
+    return values;
+}
+
+/// False when there is no reply.
+bool Ask(wpa_ctrl *connection, const QByteArray &command, QByteArray &reply)
+{
+    std::array<char, 4096> buffer = {};
+    size_t length = buffer.size() - 1;
+    if (wpa_ctrl_request(connection, command.constData(), static_cast<size_t>(command.size()), buffer.data(),
+                         &length, nullptr) != 0)
+        return false;
+    reply = QByteArray(buffer.data(), static_cast<int>(length));
+    return true;
+}
+
+SupplicantFacts Problem(const QString &reason)
+{
+    SupplicantFacts facts;
+    facts.problem = reason;
+    return facts;
+}
+
+} // namespace
+
+SupplicantFacts AskSupplicant(const QString &interfaceName, bool isWireless)
+{
+    const QByteArray path = QFile::encodeName(WPA_CONTROL_FOLDER + QLatin1Char('/') + interfaceName);
+    const std::unique_ptr<wpa_ctrl, void (*)(wpa_ctrl *)> connection(wpa_ctrl_open(path.constData()),
+                                                                     &wpa_ctrl_close);
+    if (!connection)
+        return Problem(errno == EACCES ? QStringLiteral("only root may ask it") : qt_error_string(errno));
+    QByteArray status;
+    QByteArray signal;
+    if (!Ask(connection.get(), QByteArrayLiteral("STATUS"), status))
+        return Problem(QStringLiteral("it does not answer"));
+    if (isWireless && !Ask(connection.get(), QByteArrayLiteral("SIGNAL_POLL"), signal))
+        signal.clear();
+    return ParseSupplicant(status, signal);
+}
+
+SupplicantFacts ParseSupplicant(const QByteArray &status, const QByteArray &signal)
+{
+    const QHash<QByteArray, QString> values = Values(status);
+    SupplicantFacts facts;
+    facts.state = values.value(QByteArrayLiteral("wpa_state"));
+    facts.ssid = Utils::SsidToString(values.value(QByteArrayLiteral("ssid")));
+    facts.bssid = values.value(QByteArrayLiteral("bssid"));
+    facts.eapState = values.value(QByteArrayLiteral("EAP state"));
+    // "25 (EAP-PEAP)", or the bare name
+    facts.eapMethod = values.value(QByteArrayLiteral("selectedMethod"))
+                          .section(QLatin1Char('('), -1)
+                          .remove(QLatin1Char(')'));
+    bool hasSignal = false;
+    const int signalDbm = Values(signal).value(QByteArrayLiteral("RSSI")).toInt(&hasSignal);
+    if (hasSignal)
+        facts.signalDbm = signalDbm;
+    return facts;
+}

@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "systemfacts.h"
+
+#include "defaultroute.h"
+#include "paths.h"
+#include "securefile.h"
+#include "supplicantfacts.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QNetworkInterface>
+#include <QRegularExpression>
+#include <QTimeZone>
+
+#include <algorithm>
+#include <chrono>
+
+#include <net/if.h>
+
+namespace {
+
+const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
+const QString LEASES = QStringLiteral("/var/lib/dhcp/dhclient.leases");
+/// The client only adds to the file until its next start.
+constexpr int LEASES_LIMIT_MIB = 16;
+/// Link types above this one (if_arp.h) are loopback, tunnels and other links without hardware, which the
+/// daemon leaves alone.
+constexpr int HIGHEST_HARDWARE_TYPE = 255;
+
+QByteArray Attribute(const QString &interfaceName, const char *attribute)
+{
+    QFile file(SYS_NET + interfaceName + QLatin1Char('/') + QLatin1String(attribute));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+}
+
+QStringList Ipv4Addresses(const QNetworkInterface &source)
+{
+    QStringList addresses;
+    const QList<QNetworkAddressEntry> entries = source.addressEntries();
+    for (const QNetworkAddressEntry &entry : entries)
+        if (entry.ip().protocol() == QAbstractSocket::IPv4Protocol)
+            addresses.append(QStringLiteral("%1/%2").arg(entry.ip().toString()).arg(entry.prefixLength()));
+    return addresses;
+}
+
+QString GatewayOf(const QString &interfaceName, const QVector<DefaultRoute> &routes)
+{
+    const auto route = std::find_if(routes.begin(), routes.end(), [&](const DefaultRoute &candidate) {
+        return candidate.interfaceName == interfaceName;
+    });
+    return route == routes.end() ? QString() : route->gateway;
+}
+
+LinkFacts ReadLink(const QString &interfaceName, const QVector<DefaultRoute> &routes)
+{
+    const QNetworkInterface source = QNetworkInterface::interfaceFromName(interfaceName);
+    LinkFacts link;
+    link.name = interfaceName;
+    link.macAddress = source.hardwareAddress();
+    // Qt takes a link without a carrier for one that is down.
+    link.isUp = (Attribute(interfaceName, "flags").toUInt(nullptr, 16) & IFF_UP) != 0;
+    link.hasCarrier = Attribute(interfaceName, "carrier") == "1";
+    const QString folder = SYS_NET + interfaceName;
+    link.isWireless = QFileInfo(folder + QStringLiteral("/wireless")).isDir() ||
+                      QFileInfo(folder + QStringLiteral("/phy80211")).exists();
+    link.speedMbits = std::max(0, Attribute(interfaceName, "speed").toInt());
+    link.bond = QFileInfo(QFileInfo(folder + QStringLiteral("/master")).symLinkTarget()).fileName();
+    link.addresses = Ipv4Addresses(source);
+    link.gateway = GatewayOf(interfaceName, routes);
+    return link;
+}
+
+QString Captured(const QString &text, const char *pattern)
+{
+    return QRegularExpression(QLatin1String(pattern), QRegularExpression::MultilineOption)
+        .match(text)
+        .captured(1);
+}
+
+/// "expire 6 2026/11/21 20:55:01;" in UTC, or "never".
+QDateTime ExpiryOf(const QString &lease)
+{
+    const QString text = Captured(lease, R"(^\s*expire \d (\d+/\d+/\d+ \d+:\d+:\d+);)");
+    QDateTime time = QDateTime::fromString(text, QStringLiteral("yyyy/MM/dd HH:mm:ss"));
+    time.setTimeSpec(Qt::UTC);
+    return time;
+}
+
+std::optional<LeaseFacts> LeaseOf(const LinkFacts &link, const QByteArray &leases)
+{
+    const auto lease = SystemFacts::LastLease(leases, link.name);
+    const auto isInUse = [&lease](const QString &address) {
+        return address.section(QLatin1Char('/'), 0, 0) == lease->address;
+    };
+    // An address that was set since then is not of that lease.
+    if (lease && std::any_of(link.addresses.begin(), link.addresses.end(), isInUse))
+        return lease;
+    return std::nullopt;
+}
+
+std::optional<InterfaceState> StateOf(const QString &interfaceName, const ServiceState &state)
+{
+    for (const InterfaceState &candidate : state.interfaces)
+        if (candidate.name == interfaceName)
+            return candidate;
+    return std::nullopt;
+}
+
+bool HasSupplicant(const QString &interfaceName)
+{
+    return QFileInfo::exists(WPA_CONTROL_FOLDER + QLatin1Char('/') + interfaceName);
+}
+
+} // namespace
+
+QVector<LinkFacts> SystemFacts::ReadLinks()
+{
+    QVector<LinkFacts> links;
+    const QVector<DefaultRoute> routes = ReadDefaultRoutes();
+    const QStringList names = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString &interfaceName : names)
+        if (Attribute(interfaceName, "type").toInt() <= HIGHEST_HARDWARE_TYPE)
+            links.append(ReadLink(interfaceName, routes));
+    return links;
+}
+
+QStringList SystemFacts::NameServers(const QByteArray &resolvConf)
+{
+    QStringList servers;
+    const QStringList lines = QString::fromUtf8(resolvConf).split(QLatin1Char('\n'));
+    for (const QString &line : lines) {
+        const QStringList words = line.simplified().split(QLatin1Char(' '));
+        if (words.size() > 1 && words.first() == QLatin1String("nameserver"))
+            servers.append(words.at(1));
+    }
+    return servers;
+}
+
+std::optional<LeaseFacts> SystemFacts::LastLease(const QByteArray &leases, const QString &interfaceName)
+{
+    const QString ours = QStringLiteral("interface \"%1\";").arg(interfaceName);
+    // What follows the last one that is ended is being written.
+    QStringList blocks = QString::fromUtf8(leases).split(QStringLiteral("\n}"));
+    blocks.removeLast();
+    const auto last = std::find_if(blocks.crbegin(), blocks.crend(),
+                                   [&ours](const QString &block) { return block.contains(ours); });
+    if (last == blocks.crend())
+        return std::nullopt;
+    return LeaseFacts{Captured(*last, "^\\s*fixed-address ([0-9.]+);"),
+                      Captured(*last, "^\\s*option dhcp-server-identifier ([0-9.]+);"), ExpiryOf(*last)};
+}
+
+SystemReport SystemFacts::Read()
+{
+    SystemReport report;
+    report.daemon = ReadServiceState();
+    if (!report.IsDaemonKnown())
+        report.segment = ReadStatus();
+    report.nowMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+                       std::chrono::steady_clock::now().time_since_epoch())
+                       .count();
+    report.resolver = NameServers(SecureFile::ReadRegular(RESOLV_CONF).value_or(QByteArray()));
+    const QByteArray leases = SecureFile::Read(LEASES, LEASES_LIMIT_MIB).contents;
+    const QVector<LinkFacts> links = ReadLinks();
+    for (const LinkFacts &link : links) {
+        InterfaceReport entry;
+        entry.link = link;
+        entry.daemon = StateOf(link.name, report.daemon.state);
+        entry.lease = LeaseOf(link, leases);
+        if (HasSupplicant(link.name))
+            entry.supplicant = AskSupplicant(link.name, link.isWireless);
+        entry.isCarrier = report.daemon.state.carrier == link.name;
+        report.interfaces.append(entry);
+    }
+    return report;
+}

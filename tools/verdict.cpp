@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "verdict.h"
+
+#include <algorithm>
+
+namespace {
+
+using Mood = Verdict::Mood;
+
+Verdict Good(const char *code, const QString &sentence)
+{
+    return {Mood::Good, QLatin1String(code), sentence};
+}
+
+Verdict Waiting(const char *code, const QString &sentence)
+{
+    return {Mood::Waiting, QLatin1String(code), sentence};
+}
+
+Verdict Fault(const char *code, const QString &sentence)
+{
+    return {Mood::Fault, QLatin1String(code), sentence};
+}
+
+/// Whole seconds that lie between two times, none where the order is another.
+qint64 Seconds(qint64 fromMs, qint64 toMs)
+{
+    return std::max<qint64>(0, (toMs - fromMs + 500) / 1000);
+}
+
+/// What the kernel alone can tell.
+Verdict WithoutDaemon(const LinkFacts &link)
+{
+    if (!link.isUp)
+        return Waiting("link-down", QStringLiteral("the link is down"));
+    if (!link.hasCarrier)
+        return Waiting("no-carrier", QStringLiteral("no carrier"));
+    if (link.addresses.isEmpty())
+        return Waiting("no-address", QStringLiteral("no address"));
+    return Good("has-address", QStringLiteral("has an address"));
+}
+
+Verdict NotInUse(const InterfaceState &state, const QString &carrier)
+{
+    if (!carrier.isEmpty())
+        return Good("standby", QStringLiteral("not used while %1 carries the traffic").arg(carrier));
+    if (state.kind == QLatin1String("modem"))
+        return Fault("given-up", QStringLiteral("not used until the next rescan: its link did not come up"));
+    return Waiting("standby", QStringLiteral("waiting for its turn after the wired interfaces"));
+}
+
+Verdict NoSupplicant(qint64 nextStart, qint64 nowMs)
+{
+    return Fault("no-supplicant",
+                 QStringLiteral("no supplicant stays, next try in %1 s").arg(Seconds(nowMs, nextStart)));
+}
+
+Verdict WithoutAssociation(const InterfaceReport &interface, qint64 nowMs)
+{
+    const InterfaceState &state = *interface.daemon;
+    if (state.nextSupplicantStart)
+        return NoSupplicant(*state.nextSupplicantStart, nowMs);
+    if (!state.lastFailure.isEmpty())
+        return Fault("not-let-in", QStringLiteral("no carrier: ") + state.lastFailure);
+    const QString supplicant = interface.supplicant ? interface.supplicant->state : QString();
+    if (supplicant == QLatin1String("SCANNING") || supplicant == QLatin1String("DISCONNECTED"))
+        return Waiting("no-network", QStringLiteral("no carrier: looking for a network of the store"));
+    if (!supplicant.isEmpty())
+        return Waiting("associating", QStringLiteral("no carrier: joining a network"));
+    return Waiting("no-carrier", QStringLiteral("no carrier: waiting for the supplicant"));
+}
+
+Verdict WithoutCarrier(const InterfaceReport &interface, qint64 nowMs)
+{
+    const QString &kind = interface.daemon->kind;
+    if (kind == QLatin1String("wireless"))
+        return WithoutAssociation(interface, nowMs);
+    if (kind == QLatin1String("modem"))
+        return Waiting("no-carrier", QStringLiteral("no carrier: waiting for the modem to connect"));
+    return Waiting("no-carrier", QStringLiteral("no carrier"));
+}
+
+bool IsAuthenticating(const InterfaceState &state)
+{
+    return state.authenticationSince || state.fallbackSeconds > 0;
+}
+
+Verdict Authenticating(const InterfaceReport &interface, qint64 nowMs)
+{
+    const InterfaceState &state = *interface.daemon;
+    if (state.nextSupplicantStart)
+        return NoSupplicant(*state.nextSupplicantStart, nowMs);
+    if (!state.authenticationSince)
+        return Waiting("authenticating", QStringLiteral("waiting for the supplicant to authenticate with"));
+    // Whoever has an address keeps it; the others try for one.
+    const QString what = interface.link.addresses.isEmpty() ? QStringLiteral("unsecured fallback")
+                                                            : QStringLiteral("address kept without it");
+    return Waiting("authenticating", QStringLiteral("waiting for authentication for %1 s, %2 at %3 s")
+                                         .arg(Seconds(*state.authenticationSince, nowMs))
+                                         .arg(what)
+                                         .arg(state.fallbackSeconds));
+}
+
+QString Attempts(int count)
+{
+    return count == 1 ? QStringLiteral("1 attempt") : QStringLiteral("%1 attempts").arg(count);
+}
+
+Verdict AskingDhcp(const InterfaceState &state, qint64 nowMs)
+{
+    QString sentence =
+        QStringLiteral("asking for an address by DHCP for %1 s").arg(Seconds(*state.dhcpSince, nowMs));
+    if (state.dhcpFailures > 0)
+        sentence += QStringLiteral(", after %1 without an answer").arg(Attempts(state.dhcpFailures));
+    return Waiting("dhcp", sentence);
+}
+
+Verdict WithoutAddress(const InterfaceState &state, qint64 nowMs)
+{
+    if (state.isStatic)
+        return Fault("no-address", QStringLiteral("its static address is missing and is set again"));
+    if (state.dhcpFailures == 0)
+        return Waiting("no-address", QStringLiteral("no address yet"));
+    QString sentence = QStringLiteral("no DHCP server answered ") + Attempts(state.dhcpFailures);
+    if (state.nextDhcpStart)
+        sentence += QStringLiteral(", next in %1 s").arg(Seconds(nowMs, *state.nextDhcpStart));
+    return Fault("no-dhcp-answer", sentence);
+}
+
+Verdict WithAddress(const InterfaceState &state, const QString &carrier)
+{
+    if (state.isInFallback)
+        return Good("connected", QStringLiteral("connected without authentication"));
+    if (!carrier.isEmpty() && carrier != state.name)
+        return Good("connected", QStringLiteral("has an address, while %1 carries the traffic").arg(carrier));
+    return Good("connected", QStringLiteral("connected"));
+}
+
+/// Of an interface that the daemon manages and whose turn it is.
+Verdict InUse(const InterfaceReport &interface, const QString &carrier, qint64 nowMs)
+{
+    const InterfaceState &state = *interface.daemon;
+    if (!interface.link.isUp)
+        return Waiting("link-down", QStringLiteral("the link is down and is brought up again"));
+    if (!interface.link.hasCarrier)
+        return WithoutCarrier(interface, nowMs);
+    if (state.definitionCount == 0 && state.kind != QLatin1String("modem"))
+        return Fault("no-definition",
+                     QStringLiteral("the store defines no network for a %1 interface").arg(state.kind));
+    if (state.dhcpSince)
+        return AskingDhcp(state, nowMs);
+    if (IsAuthenticating(state))
+        return Authenticating(interface, nowMs);
+    return interface.link.addresses.isEmpty() ? WithoutAddress(state, nowMs) : WithAddress(state, carrier);
+}
+
+} // namespace
+
+Verdict Judge(const InterfaceReport &interface, const SystemReport &system)
+{
+    if (!interface.link.bond.isEmpty())
+        return Good("port", QStringLiteral("a port of %1").arg(interface.link.bond));
+    if (!system.IsDaemonKnown())
+        return WithoutDaemon(interface.link);
+    if (!interface.daemon)
+        return Waiting("unmanaged", QStringLiteral("not managed by Corvi"));
+    const InterfaceState &state = *interface.daemon;
+    const QString &carrier = system.daemon.state.carrier;
+    // A wired one without a carrier says so itself: any of them may be the next.
+    const bool awaitsTurn = !state.isInUse && state.kind != QLatin1String("wired");
+    if (state.isHeldDown || awaitsTurn)
+        return NotInUse(state, carrier);
+    return InUse(interface, carrier, system.nowMs);
+}
+
+QString DefinitionReason(const InterfaceState &state)
+{
+    if (state.definition.isEmpty())
+        return QString();
+    if (state.kind == QLatin1String("wired") && state.definition == QLatin1String("wired") + state.name)
+        return QStringLiteral("named for this interface");
+    if (state.definitionCount == 1)
+        return QStringLiteral("the only one for a %1 interface").arg(state.kind);
+    return QStringLiteral("the first by name of %1 for a %2 interface")
+        .arg(state.definitionCount)
+        .arg(state.kind);
+}
