@@ -92,6 +92,20 @@ QVector<Process> ClientsOf(const QByteArray &interfaceName)
     return clients;
 }
 
+/// Scripts that work for the interface, as their environment says (dhclient-script(8)); one that does not say
+/// may work for any.
+QVector<Process> ScriptsOf(const QByteArray &interfaceName)
+{
+    QVector<Process> scripts = Running(SCRIPT);
+    const auto isAnothers = [&interfaceName](const Process &script) {
+        const QByteArray environment = '\0' + ReadOfProcess(script.id, "environ");
+        return environment.contains(QByteArray("\0interface=", 11)) &&
+               !environment.contains(QByteArray("\0interface=", 11) + interfaceName + '\0');
+    };
+    scripts.erase(std::remove_if(scripts.begin(), scripts.end(), isAnothers), scripts.end());
+    return scripts;
+}
+
 void Signal(const QVector<Process> &processes, int signalNumber)
 {
     for (const Process &process : processes)
@@ -103,7 +117,7 @@ bool EndWith(const QByteArray &interfaceName, int signalNumber)
 {
     for (int pass = 0; pass < PAUSES; ++pass) {
         const QVector<Process> clients = ClientsOf(interfaceName);
-        const QVector<Process> scripts = Running(SCRIPT);
+        const QVector<Process> scripts = ScriptsOf(interfaceName);
         if (clients.isEmpty() && scripts.isEmpty())
             return true;
         Signal(clients, signalNumber);

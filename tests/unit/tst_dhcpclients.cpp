@@ -11,6 +11,7 @@
 #include <QtTest>
 
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -88,6 +89,7 @@ private Q_SLOTS:
     void insistsWithOneThatDoesNotListen();
     void letsTheScriptFinish();
     void endsAScriptThatHangs();
+    void anothersScriptLives();
     void clientWithoutWordsServesEveryInterface();
     void clientsMayEndMeanwhile();
     void programWithASimilarNameLives();
@@ -178,6 +180,23 @@ void TestDhcpClients::endsAScriptThatHangs()
     QVERIFY(DhcpClients::End("eth0"));
 
     QCOMPARE(script.EndedBy(), SIGKILL);
+}
+
+void TestDhcpClients::anothersScriptLives()
+{
+    const auto workFor = [](const char *interfaceName) {
+        return [interfaceName] {
+            ::setenv("interface", interfaceName, 1);
+        };
+    };
+    Client client({"eth0"});
+    Client script({}, workFor("eth01"), {}, QStringLiteral("dhclient-script"));
+    Client own({}, workFor("eth0"), {}, QStringLiteral("dhclient-script"));
+
+    QVERIFY(DhcpClients::End("eth0"));
+
+    QCOMPARE(own.EndedBy(), SIGKILL);
+    QVERIFY(script.Lives());
 }
 
 void TestDhcpClients::clientWithoutWordsServesEveryInterface()
