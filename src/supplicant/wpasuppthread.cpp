@@ -185,8 +185,7 @@ void WpaSuppThread::MyTimerTimeout()
     }
 }
 
-// The lines of the next steps name the worker's operation, which the tick was a part of once: kept as they
-// are.
+// The lines of the next steps name run(), which only paces the tick: kept as they are.
 
 void WpaSuppThread::TickStopRunning()
 {
