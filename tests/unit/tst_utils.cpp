@@ -57,12 +57,6 @@ private Q_SLOTS:
     void spawnedChildIsNotWaitedFor();
     void spawnedChildHasADisplay();
     void spawnOfMissingProgramFails();
-    void twoProgramsArePiped();
-    void threeProgramsArePiped();
-    void pipedProgramsHaveADisplay();
-    void pipedCrashOfTheLastIsTheWholeResult();
-    void pipedMissingProgram_data();
-    void pipedMissingProgram();
     void ssidIsDecoded_data();
     void ssidIsDecoded();
 };
@@ -350,67 +344,6 @@ void TestUtils::spawnOfMissingProgramFails()
     QTest::ignoreMessage(QtDebugMsg, "SpawnExecute started false");
 
     QVERIFY(!Utils::SpawnExecute("no-such-program", {}));
-}
-
-void TestUtils::twoProgramsArePiped()
-{
-    QCOMPARE(Utils::ExecutePiped("printf", {"b\\na\\n"}, "sort", {}, QString(), {"ignored"}),
-             (QStringList{"a", "b", ""}));
-}
-
-void TestUtils::threeProgramsArePiped()
-{
-    QCOMPARE(Utils::ExecutePiped("printf", {"b\\na\\n"}, "sort", {}, "tr", {"a-z", "A-Z"}),
-             (QStringList{"A", "B", ""}));
-}
-
-void TestUtils::pipedProgramsHaveADisplay()
-{
-    QCOMPARE(Utils::ExecutePiped(SHELL, Script("echo 1 $DISPLAY"), SHELL, Script("cat; echo 2 $DISPLAY"),
-                                 SHELL, Script("cat; echo 3 $DISPLAY")),
-             (QStringList{"1 :0", "2 :0", "3 :0", ""}));
-}
-
-void TestUtils::pipedCrashOfTheLastIsTheWholeResult()
-{
-    QCOMPARE(Utils::ExecutePiped("printf", {"a"}, SHELL, Script("cat; kill -SEGV $$"), QString(), {}),
-             QStringList{"Process Crashed"});
-}
-
-void TestUtils::pipedMissingProgram_data()
-{
-    QTest::addColumn<QString>("first");
-    QTest::addColumn<QString>("second");
-    QTest::addColumn<QString>("third");
-
-    QTest::newRow("first of two") << "no-such-program"
-                                  << "cat"
-                                  << "";
-    QTest::newRow("second of two") << "true"
-                                   << "no-such-program"
-                                   << "";
-    QTest::newRow("first of three") << "no-such-program"
-                                    << "cat"
-                                    << "cat";
-    QTest::newRow("second of three") << "true"
-                                     << "no-such-program"
-                                     << "cat";
-    QTest::newRow("third of three") << "true"
-                                    << "cat"
-                                    << "no-such-program";
-}
-
-void TestUtils::pipedMissingProgram()
-{
-    QFETCH(QString, first);
-    QFETCH(QString, second);
-    QFETCH(QString, third);
-    QElapsedTimer timer;
-    timer.start();
-
-    QCOMPARE(Utils::ExecutePiped(first, {}, second, {}, third, {}), QStringList{""});
-
-    QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
 }
 
 void TestUtils::ssidIsDecoded_data()
