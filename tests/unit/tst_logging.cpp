@@ -5,19 +5,23 @@
 
 #include "allocationcounter.h"
 #include "debugoutput.h"
+#include "mountpoint.h"
 #include "resourcelimit.h"
 #include "testsupport.h"
 
 #include <QElapsedTimer>
 #include <QFile>
 #include <QLoggingCategory>
+#include <QScopeGuard>
 #include <QtTest>
 
+#include <csignal>
 #include <thread>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -29,6 +33,15 @@ Q_LOGGING_CATEGORY(platformCategory, "zeb")
 void SetLevel(int level)
 {
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(level);
+}
+
+int pipeReader = -1;
+
+/// Interrupts a line that waits for a reader of the log, which then comes.
+void LogWithinALine(int /*signal*/)
+{
+    Log(Level::TRACE) << "inner";
+    pipeReader = ::open(LOG_FILE, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
 }
 
 } // namespace
@@ -43,8 +56,11 @@ private Q_SLOTS:
     void init();
 
     void lineHasTimeStampAndBlanks();
+    void stampFollowsTheTimeZone();
     void itemsAreApartByOneBlank();
     void listIsJoined();
+    void emptyListAddsABlank();
+    void placeholdersInATextStay();
     void emptyFirstItemLeavesLineEmpty();
     void textBeyondLatin1IsReplaced();
     void lineIsWrittenUpToTheLevel_data();
@@ -59,11 +75,16 @@ private Q_SLOTS:
     void messageIsEchoed_data();
     void messageIsEchoed();
     void levelZeroLineIsWrittenAndEchoed();
+    void levelZeroMessageIsEchoedTwice();
+    void levelZeroLineThatIsLostIsEchoed();
+    void lineOfANegativeLevelIsNotEchoed();
     void lineOfOrdinaryLevelIsNotEchoed();
     void unwritableFileLosesOnlyItsLines();
+    void missingFolderIsNotMade();
     void lineAfterOneThatWasCutBeginsItsOwn();
     void newFileAfterACutLineBeginsWithItsFirst();
     void lineIsLostWhenTheLockIsNotFreeInTime();
+    void lineWithinALineIsLost();
     void linesOfSeveralThreadsStayWhole();
     void lineThatIsNotWrittenAllocatesNothing();
     void platformWarningsAreLogged();
@@ -99,6 +120,24 @@ void TestLogging::lineHasTimeStampAndBlanks()
     QVERIFY2(stamp >= before && stamp <= after, qPrintable(text));
 }
 
+void TestLogging::stampFollowsTheTimeZone()
+{
+    const auto restorer = qScopeGuard([] { qunsetenv("TZ"); });
+    const auto hourOfALine = [](const char *zone) {
+        qputenv("TZ", zone);
+        TestSupport::Remove(LOG_FILE);
+        Log(Level::TRACE) << "line";
+        return QDateTime::fromString(TestSupport::LogText().left(13), "yyyy-MM-dd hh");
+    };
+
+    const QDateTime west = hourOfALine("WEST+10");
+    const QDateTime east = hourOfALine("EAST-10");
+
+    // An hour may end between the two lines.
+    QVERIFY2(west.secsTo(east) == 20 * 3600 || west.secsTo(east) == 21 * 3600,
+             qPrintable(QString::number(west.secsTo(east))));
+}
+
 void TestLogging::itemsAreApartByOneBlank()
 {
     Log(Level::TRACE) << "text" << QString("value") << -12 << "";
@@ -111,6 +150,20 @@ void TestLogging::listIsJoined()
     Log(Level::TRACE) << QStringList{"a", "b", "c"} << "end";
 
     QCOMPARE(TestSupport::LogLines(), QStringList{"a, b, c end"});
+}
+
+void TestLogging::emptyListAddsABlank()
+{
+    Log(Level::TRACE) << "text" << QStringList() << "end";
+
+    QCOMPARE(TestSupport::LogLines(), QStringList{"text  end"});
+}
+
+void TestLogging::placeholdersInATextStay()
+{
+    Log(Level::TRACE) << "%1 %s %n" << QString("%1 %s %n") << "end";
+
+    QCOMPARE(TestSupport::LogLines(), QStringList{"%1 %s %n %1 %s %n end"});
 }
 
 void TestLogging::emptyFirstItemLeavesLineEmpty()
@@ -273,6 +326,35 @@ void TestLogging::levelZeroLineIsWrittenAndEchoed()
     QVERIFY(shown.first().contains("no segment"));
 }
 
+void TestLogging::levelZeroMessageIsEchoedTwice()
+{
+    DebugOutput output;
+
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->LogMessage(Level::FAULT, "no segment", true);
+
+    QCOMPARE(output.Take().filter("no segment").size(), 2);
+}
+
+void TestLogging::levelZeroLineThatIsLostIsEchoed()
+{
+    QVERIFY(QDir().mkpath(LOG_FILE));
+    DebugOutput output;
+
+    Log(Level::FAULT) << "no segment";
+
+    QCOMPARE(output.Take().filter("no segment").size(), 1);
+}
+
+void TestLogging::lineOfANegativeLevelIsNotEchoed()
+{
+    DebugOutput output;
+
+    Log(-1) << "line";
+
+    QCOMPARE(TestSupport::LogLines(), QStringList{"line"});
+    QCOMPARE(output.Take(), QStringList());
+}
+
 void TestLogging::lineOfOrdinaryLevelIsNotEchoed()
 {
     DebugOutput output;
@@ -291,6 +373,18 @@ void TestLogging::unwritableFileLosesOnlyItsLines()
 
     Log(Level::TRACE) << "kept";
 
+    QCOMPARE(TestSupport::LogLines(), QStringList{"kept"});
+}
+
+void TestLogging::missingFolderIsNotMade()
+{
+    const MountPoint emptyVar("/var");
+
+    Log(Level::TRACE) << "lost";
+    QVERIFY(!QFile::exists("/var/log"));
+
+    QVERIFY(QDir().mkdir("/var/log"));
+    Log(Level::TRACE) << "kept";
     QCOMPARE(TestSupport::LogLines(), QStringList{"kept"});
 }
 
@@ -348,6 +442,30 @@ void TestLogging::lineIsLostWhenTheLockIsNotFreeInTime()
     QVERIFY2(lineMs >= 1000 && lineMs < 3000, qPrintable(QString::number(lineMs)));
     QVERIFY2(deletionMs >= 1000 && deletionMs < 3000, qPrintable(QString::number(deletionMs)));
     QCOMPARE(QByteArray(bytes, static_cast<int>(size)), QByteArray("holder \n"));
+}
+
+void TestLogging::lineWithinALineIsLost()
+{
+    // The outer line waits for a reader of the named pipe, and holds the lock. It is interrupted there.
+    QCOMPARE(::mkfifo(LOG_FILE, 0600), 0);
+    struct sigaction action = {};
+    action.sa_handler = LogWithinALine;
+    action.sa_flags = SA_RESTART;
+    struct sigaction previous = {};
+    QCOMPARE(::sigaction(SIGALRM, &action, &previous), 0);
+    const itimerval soon = {{}, {0, 200000}};
+    QCOMPARE(::setitimer(ITIMER_REAL, &soon, nullptr), 0);
+    QElapsedTimer timer;
+    timer.start();
+
+    Logging::Logger(Level::TRACE) << "outer";
+
+    QVERIFY2(timer.elapsed() >= 1000, qPrintable(QString::number(timer.elapsed())));
+    ::sigaction(SIGALRM, &previous, nullptr);
+    char bytes[100] = {};
+    const auto size = ::read(pipeReader, bytes, sizeof bytes);
+    ::close(pipeReader);
+    QCOMPARE(QByteArray(bytes, static_cast<int>(size)), QByteArray("outer \n"));
 }
 
 void TestLogging::linesOfSeveralThreadsStayWhole()

@@ -16,6 +16,8 @@ private Q_SLOTS:
 
     void definitionBecomesTheFile_data();
     void definitionBecomesTheFile();
+    void badCipherFallsToItsDefault_data();
+    void badCipherFallsToItsDefault();
     void storeWithoutSettingsGivesThePlainHead();
     void fastProvisioningFollowsTheStoredWord_data();
     void fastProvisioningFollowsTheStoredWord();
@@ -75,6 +77,24 @@ void TestNamedNetworkBlock::definitionBecomesTheFile()
 
     QCOMPARE(QString::fromUtf8(TestSupport::ReadFile(FILE_PATH)),
              QString::fromUtf8(TestSupport::ReadFile(goldenFile)));
+}
+
+void TestNamedNetworkBlock::badCipherFallsToItsDefault_data()
+{
+    QTest::addColumn<QString>("securityMode");
+
+    QTest::newRow("TLS") << "WPA Enterprise 1/2 (TLS)";
+    QTest::newRow("LEAP") << "WPA Enterprise 1/2 (LEAP)";
+}
+
+void TestNamedNetworkBlock::badCipherFallsToItsDefault()
+{
+    QFETCH(QString, securityMode);
+    WriteNetwork("Home", Wireless(securityMode, {{"cipher", "WEP40"}}));
+
+    const NamedNetwork network("Home", false, nullptr);
+
+    QCOMPARE(Values(network, "pairwise") + Values(network, "group"), (QStringList{"CCMP TKIP", "CCMP TKIP"}));
 }
 
 void TestNamedNetworkBlock::storeWithoutSettingsGivesThePlainHead()

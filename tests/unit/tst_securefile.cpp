@@ -80,6 +80,7 @@ private Q_SLOTS:
     void replaceDisplacesWhatOthersPutThere_data();
     void replaceDisplacesWhatOthersPutThere();
     void replaceLeavesNothingBehindWhenItFails();
+    void replaceKeepsTheOldFileWhereThereIsNoRoomBesideIt();
     void replaceKeepsTheOldFileWhereTheDiskIsFull();
     void removeTakesWhateverIsThere_data();
     void removeTakesWhateverIsThere();
@@ -167,6 +168,17 @@ void TestSecureFile::replaceLeavesNothingBehindWhenItFails()
     QVERIFY(!SecureFile::Replace(PATH, "new", 0644));
 
     QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
+}
+
+void TestSecureFile::replaceKeepsTheOldFileWhereThereIsNoRoomBesideIt()
+{
+    // The name is as long as one may be, so that the one of a temporary file is too long.
+    const QString longName = FOLDER + QString(255, 'x');
+    TestSupport::WriteFile(longName, "old");
+
+    QVERIFY(!SecureFile::Replace(longName, "new", 0600));
+
+    QCOMPARE(TestSupport::ReadFile(longName), QByteArray("old"));
 }
 
 void TestSecureFile::removeTakesWhateverIsThere_data()
@@ -304,6 +316,7 @@ void TestSecureFile::noDescriptorIsLeftOpen()
     const int before = openDescriptors();
 
     QVERIFY(SecureFile::Replace(PATH, "contents", 0600));
+    QVERIFY(!SecureFile::Replace(FOLDER + QString(255, 'x'), "contents", 0600));
     QVERIFY(!SecureFile::Replace(FOLDER + "full", "contents", 0600));
     QVERIFY(SecureFile::ReadRegular(PATH));
     QVERIFY(!SecureFile::ReadRegular(FOLDER + "full"));

@@ -4,12 +4,18 @@
 #include "utils.h"
 
 #include "debugoutput.h"
+#include "logging.h"
 #include "testsupport.h"
 
 #include <QElapsedTimer>
+#include <QTimer>
 #include <QtTest>
 
 #include <csignal>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -42,10 +48,18 @@ private Q_SLOTS:
     void environmentIsOursWithADisplay();
     void hugeOutputIsReadWhole();
     void executeStopsWaitingAfterItsLimit();
+    void childThatStaysInTheBackgroundIsNotWaitedFor();
+    void nothingElseRunsMeanwhile();
+    void executeBlocksItsOwnThreadAlone();
+    void executeSaysNothing();
+    void programIsRunByExactlyItsName();
+    void nameThatStartsNothingGivesOneEmptyLine_data();
+    void nameThatStartsNothingGivesOneEmptyLine();
     void mergedHoldsBothChannelsInOrder();
     void mergedTellsWhatItRuns();
     void mergedStopsWaitingAfterItsLimit();
     void limitEndsTheChildrenToo();
+    void limitEndsAProgramThatWillNotEnd();
     void limitIsNotComplainedAbout();
     void faultIsToldOnce_data();
     void faultIsToldOnce();
@@ -56,6 +70,9 @@ private Q_SLOTS:
     void mergedCrashIsTheWholeResult();
     void spawnedChildIsNotWaitedFor();
     void spawnedChildHasADisplay();
+    void spawnedChildOutlivesItsParent();
+    void spawnedChildLeavesNoZombie();
+    void spawnedChildHasOurOwnOutput();
     void spawnOfMissingProgramFails();
     void ssidIsDecoded_data();
     void ssidIsDecoded();
@@ -87,6 +104,7 @@ void TestUtils::outputIsSplitAtLineFeeds_data()
     QTest::newRow("empty lines") << "\\n\\na" << QStringList{"", "", "a"};
     QTest::newRow("carriage return stays") << "a\\r\\n" << QStringList{"a\r", ""};
     QTest::newRow("UTF-8") << "\\303\\251\\n" << QStringList{QStringLiteral("\u00e9"), ""};
+    QTest::newRow("no UTF-8") << "a\\377b\\n" << QStringList{QStringLiteral("a\ufffdb"), ""};
     QTest::newRow("NUL ends it") << "a\\nb\\000c\\nd" << QStringList{"a", "b"};
     QTest::newRow("NUL first") << "\\000a" << QStringList{""};
 }
@@ -186,6 +204,91 @@ void TestUtils::executeStopsWaitingAfterItsLimit()
     QCOMPARE(::kill(lines.first().toInt(), 0), -1);
 }
 
+void TestUtils::childThatStaysInTheBackgroundIsNotWaitedFor()
+{
+    // It holds the standard output; with it the limit would pass.
+    QElapsedTimer timer;
+    timer.start();
+
+    const QStringList lines = Utils::Execute(SHELL, Script("sleep 60 & echo $!"), false);
+
+    QVERIFY2(timer.elapsed() < 20000, qPrintable(QString::number(timer.elapsed())));
+    const int child = lines.first().toInt();
+    QVERIFY(child > 0);
+    QCOMPARE(::kill(child, 0), 0);
+    ::kill(child, SIGKILL);
+}
+
+void TestUtils::nothingElseRunsMeanwhile()
+{
+    bool fired = false;
+    QTimer::singleShot(0, this, [&fired] { fired = true; });
+
+    Utils::Execute("sleep", {"0.2"}, false);
+
+    QVERIFY(!fired);
+    QTRY_VERIFY(fired);
+}
+
+void TestUtils::executeBlocksItsOwnThreadAlone()
+{
+    TestSupport::Remove("/tmp/thread.go");
+    QStringList lines;
+    std::thread other([&lines] {
+        lines = Utils::Execute(SHELL, Script("until [ -e /tmp/thread.go ]; do sleep 0.05; done; echo done"),
+                               false);
+    });
+
+    const QStringList own = Utils::Execute("echo", {"own"}, false);
+    const bool wasWaiting = lines.isEmpty();
+    TestSupport::WriteFile("/tmp/thread.go", "");
+    other.join();
+
+    QCOMPARE(own, (QStringList{"own", ""}));
+    QVERIFY(wasWaiting);
+    QCOMPARE(lines, (QStringList{"done", ""}));
+}
+
+void TestUtils::executeSaysNothing()
+{
+    TestSupport::ClearLog();
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::VERBOSE);
+    const DebugOutput output;
+
+    Utils::Execute("echo", {"a"}, false);
+    Utils::ExecutePiped("echo", {"a"}, "cat", {}, "cat", {});
+
+    QCOMPARE(output.Take(), QStringList());
+    QCOMPARE(TestSupport::LogText(), QString());
+}
+
+void TestUtils::programIsRunByExactlyItsName()
+{
+    TestSupport::AddProgram("ethtool ");
+
+    Utils::Execute("ethtool ", {"eth0"}, false);
+
+    QCOMPARE(TestSupport::Journal(), QStringList{"'ethtool ' eth0"});
+}
+
+void TestUtils::nameThatStartsNothingGivesOneEmptyLine_data()
+{
+    QTest::addColumn<QString>("name");
+
+    QTest::newRow("file without the right") << "/tmp/no-program";
+    QTest::newRow("no name") << "";
+}
+
+void TestUtils::nameThatStartsNothingGivesOneEmptyLine()
+{
+    QFETCH(QString, name);
+    TestSupport::WriteFile("/tmp/no-program", "#!/bin/sh\necho ran\n");
+    TestSupport::SetMode("/tmp/no-program", 0644);
+
+    QCOMPARE(Utils::Execute(name, {}, false), QStringList{""});
+    QCOMPARE(Utils::ExecuteMerged(name, {}, 5000), QStringList{""});
+}
+
 void TestUtils::mergedHoldsBothChannelsInOrder()
 {
     const QStringList lines = Utils::ExecuteMerged(SHELL, Script("echo 1; echo 2 >&2; echo 3"), 5000);
@@ -220,6 +323,16 @@ void TestUtils::limitEndsTheChildrenToo()
     const int child = lines.first().toInt();
     QVERIFY(child > 0);
     QTRY_COMPARE(::kill(child, 0), -1);
+}
+
+void TestUtils::limitEndsAProgramThatWillNotEnd()
+{
+    const QStringList lines =
+        Utils::ExecuteMerged(SHELL, Script("trap '' TERM; echo $$; while :; do sleep 0.1; done"), 300);
+
+    const int program = lines.first().toInt();
+    QVERIFY(program > 0);
+    QCOMPARE(::kill(program, 0), -1);
 }
 
 void TestUtils::limitIsNotComplainedAbout()
@@ -338,6 +451,48 @@ void TestUtils::spawnedChildHasADisplay()
     QCOMPARE(TestSupport::ReadFile("/tmp/display"), QByteArray(":0\n"));
 }
 
+void TestUtils::spawnedChildOutlivesItsParent()
+{
+    TestSupport::Remove("/tmp/spawned");
+    TestSupport::Remove("/tmp/spawn.go");
+    const pid_t parent = ::fork();
+    if (parent == 0) {
+        Utils::SpawnExecute(SHELL, Script("until [ -e /tmp/spawn.go ]; do sleep 0.05; done; >/tmp/spawned"));
+        ::_exit(0);
+    }
+    QCOMPARE(::waitpid(parent, nullptr, 0), parent);
+
+    TestSupport::WriteFile("/tmp/spawn.go", "");
+
+    QTRY_VERIFY(QFile::exists("/tmp/spawned"));
+}
+
+void TestUtils::spawnedChildLeavesNoZombie()
+{
+    TestSupport::Remove("/tmp/spawned");
+
+    Utils::SpawnExecute(SHELL, Script(">/tmp/spawned"));
+
+    QTRY_VERIFY(QFile::exists("/tmp/spawned"));
+    // We have no child, ended or not.
+    QCOMPARE(::waitpid(-1, nullptr, WNOHANG), -1);
+    QCOMPARE(errno, ECHILD);
+}
+
+void TestUtils::spawnedChildHasOurOwnOutput()
+{
+    TestSupport::Remove("/tmp/channel");
+    QByteArray own(1000, '\0');
+    own.truncate(static_cast<int>(::readlink("/proc/self/fd/1", own.data(), 1000)));
+
+    Utils::SpawnExecute(SHELL,
+                        Script("channel=$(readlink /proc/$$/fd/1); "
+                               "echo \"$channel\" >/tmp/channel.new; mv /tmp/channel.new /tmp/channel"));
+
+    QTRY_VERIFY(QFile::exists("/tmp/channel"));
+    QCOMPARE(TestSupport::ReadFile("/tmp/channel"), own + '\n');
+}
+
 void TestUtils::spawnOfMissingProgramFails()
 {
     ExpectDebugOutput("SpawnExecute \"no-such-program\"", {});
@@ -378,6 +533,10 @@ void TestUtils::ssidIsDecoded_data()
                                           << "ab";
     QTest::newRow("beyond Latin-1 beside an escape ends it") << QStringLiteral("a\\x42\u4f60c") << "aB";
     QTest::newRow("Latin-1 byte in a sequence") << QStringLiteral("\u00c3\\xa9") << QStringLiteral("\u00e9");
+    QTest::newRow("capital X beside an escape") << "\\X41\\x42"
+                                                << "\\X41B";
+    QTest::newRow("other escapes beside one") << "\\\"\\n\\x41"
+                                              << "\\\"\\nA";
     QTest::newRow("backslash before an escape") << "\\\\x41"
                                                 << "\\A";
 }

@@ -29,6 +29,9 @@ private Q_SLOTS:
     void threeProgramsArePiped();
     void pipedProgramsHaveADisplay();
     void pipedCrashOfTheLastIsTheWholeResult();
+    void pipedProgramsRunAtOnce();
+    void pipedCrashOfTheFirstIsNotSeen();
+    void pipedProgramsHaveALimitEach();
     void pipedMissingProgram_data();
     void pipedMissingProgram();
 };
@@ -56,6 +59,26 @@ void TestUtilsPiped::pipedCrashOfTheLastIsTheWholeResult()
 {
     QCOMPARE(Utils::ExecutePiped("printf", {"a"}, SHELL, Script("cat; kill -SEGV $$"), QString(), {}),
              QStringList{"Process Crashed"});
+}
+
+void TestUtilsPiped::pipedProgramsRunAtOnce()
+{
+    // More than a pipe holds.
+    QCOMPARE(Utils::ExecutePiped("head", {"-c", "1048576", "/dev/zero"}, "wc", {"-c"}, QString(), {}),
+             (QStringList{"1048576", ""}));
+}
+
+void TestUtilsPiped::pipedCrashOfTheFirstIsNotSeen()
+{
+    QCOMPARE(Utils::ExecutePiped(SHELL, Script("echo a; kill -SEGV $$"), "cat", {}, QString(), {}),
+             (QStringList{"a", ""}));
+}
+
+void TestUtilsPiped::pipedProgramsHaveALimitEach()
+{
+    // The first passes its limit, and takes as long from the second.
+    QCOMPARE(Utils::ExecutePiped("sleep", {"60"}, SHELL, Script("sleep 32; echo done"), QString(), {}),
+             (QStringList{"done", ""}));
 }
 
 void TestUtilsPiped::pipedMissingProgram_data()

@@ -5,7 +5,10 @@
 #include "zebsystem.h"
 
 #include <QElapsedTimer>
+#include <QScopeGuard>
 #include <QtTest>
+
+#include <unistd.h>
 
 /// Shell lines.
 class TestZebSystem : public QObject
@@ -15,6 +18,8 @@ class TestZebSystem : public QObject
 private Q_SLOTS:
     void givesTheExitStatus_data();
     void givesTheExitStatus();
+    void missingShellIsAFailure();
+    void outputGoesWhereOursGoes();
     void waitsForTheLine();
     void doesNotWaitForBackgroundJobs();
     void setsHostname();
@@ -39,6 +44,29 @@ void TestZebSystem::givesTheExitStatus()
     QFETCH(QString, line);
 
     QTEST(ZebSystem::execShell(line), "expected");
+}
+
+void TestZebSystem::missingShellIsAFailure()
+{
+    TestSupport::RemoveProgram("sh");
+    const auto restorer = qScopeGuard(TestSupport::RestorePrograms);
+
+    QCOMPARE(ZebSystem::execShell("true"), -1);
+}
+
+void TestZebSystem::outputGoesWhereOursGoes()
+{
+    QByteArray own;
+    for (const char *channel : {"/proc/self/fd/0", "/proc/self/fd/1", "/proc/self/fd/2"}) {
+        QByteArray target(1000, '\0');
+        target.truncate(static_cast<int>(::readlink(channel, target.data(), 1000)));
+        own += target + '\n';
+    }
+
+    ZebSystem::execShell("channels=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2); "
+                         "echo \"$channels\" > /tmp/channels");
+
+    QCOMPARE(TestSupport::ReadFile("/tmp/channels"), own);
 }
 
 void TestZebSystem::waitsForTheLine()
