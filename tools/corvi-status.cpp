@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "addresswait.h"
 #include "eventlistener.h"
+#include "output.h"
 #include "processsignals.h"
 #include "reporttext.h"
 #include "statusreader.h"
@@ -14,20 +16,18 @@
 #include <QJsonDocument>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include <unistd.h>
 
 namespace {
 
-[[nodiscard]] bool Print(FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8();
-    const auto size = static_cast<size_t>(bytes.size());
-    return std::fwrite(bytes.constData(), 1, size, stream) == size && std::fflush(stream) == 0;
-}
+/// Of --wait.
+constexpr int TIMED_OUT = 2;
 
 /// What cannot be written to standard error can be told nowhere.
 void Complain(const QString &text)
@@ -118,6 +118,85 @@ int WatchEvents(bool asJson)
     return QCoreApplication::exec();
 }
 
+/// The options, each named once.
+class CommandLine
+{
+public:
+    void Parse(const QCoreApplication &application)
+    {
+        parser.setApplicationDescription(
+            QStringLiteral("Shows the network status that the Corvi daemon publishes."));
+        parser.addHelpOption();
+        parser.addVersionOption();
+        parser.addOptions({json, all, watch, wait, interface, timeout});
+        parser.process(application);
+    }
+
+    /// Why the options make no sense together; empty when they do.
+    QString Problem() const
+    {
+        if (!parser.positionalArguments().isEmpty())
+            return QStringLiteral("unexpected argument: ") + parser.positionalArguments().constFirst();
+        if (int(IsSet(all)) + int(IsSet(watch)) + int(IsSet(wait)) > 1)
+            return QStringLiteral("--all, --watch and --wait are for one at a time");
+        if (!IsSet(wait) && (IsSet(interface) || IsSet(timeout)))
+            return QStringLiteral("--interface and --timeout go with --wait");
+        if (IsSet(timeout) && !Timeout())
+            return QStringLiteral("not a number of seconds: ") + parser.value(timeout);
+        return QString();
+    }
+
+    bool IsSet(const QCommandLineOption &option) const { return parser.isSet(option); }
+    QString Interface() const { return parser.value(interface); }
+
+    std::optional<std::chrono::seconds> Timeout() const
+    {
+        bool isNumber = false;
+        const uint seconds = parser.value(timeout).toUInt(&isNumber);
+        return isNumber ? std::make_optional(std::chrono::seconds(seconds)) : std::nullopt;
+    }
+
+    const QCommandLineOption json{QStringLiteral("json"),
+                                  QStringLiteral("Print for a program: one JSON object a line.")};
+    const QCommandLineOption all{
+        QStringLiteral("all"),
+        QStringLiteral("Print all that is known of each interface, and what it waits for.")};
+    const QCommandLineOption watch{QStringLiteral("watch"),
+                                   QStringLiteral("Print each event as it comes, until interrupted.")};
+    const QCommandLineOption wait{QStringLiteral("wait"),
+                                  QStringLiteral("End when an interface has an address.")};
+
+private:
+    const QCommandLineOption interface {
+        QStringLiteral("interface"), QStringLiteral("Wait for this one."), QStringLiteral("name")
+    };
+    const QCommandLineOption timeout{QStringLiteral("timeout"),
+                                     QStringLiteral("Wait no longer; the exit status is then 2."),
+                                     QStringLiteral("seconds")};
+    QCommandLineParser parser;
+};
+
+int WaitForAddress(const CommandLine &commandLine)
+{
+    const QString interface = commandLine.Interface();
+    if (AddressWait::Wait(interface, commandLine.Timeout()))
+        return EXIT_SUCCESS;
+    Complain(QStringLiteral("no address in time: ") + AddressWait::Reasons(SystemFacts::Read(), interface));
+    return TIMED_OUT;
+}
+
+int Run(const CommandLine &commandLine)
+{
+    const bool asJson = commandLine.IsSet(commandLine.json);
+    if (commandLine.IsSet(commandLine.all))
+        return ShowAll(asJson);
+    if (commandLine.IsSet(commandLine.watch))
+        return WatchEvents(asJson);
+    if (commandLine.IsSet(commandLine.wait))
+        return WaitForAddress(commandLine);
+    return ShowStatus(asJson);
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -126,24 +205,8 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationName(QStringLiteral("corvi-status"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVI_VERSION));
 
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Shows the network status that the Corvi daemon publishes."));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    const QCommandLineOption json(QStringLiteral("json"),
-                                  QStringLiteral("Print for a program: one JSON object a line."));
-    const QCommandLineOption watch(QStringLiteral("watch"),
-                                   QStringLiteral("Print each event as it comes, until interrupted."));
-    const QCommandLineOption all(
-        QStringLiteral("all"),
-        QStringLiteral("Print all that is known of each interface, and what it waits for."));
-    parser.addOptions({json, watch, all});
-    parser.process(application);
-    if (!parser.positionalArguments().isEmpty())
-        return Fail(QStringLiteral("unexpected argument: ") + parser.positionalArguments().constFirst());
-
-    if (parser.isSet(all))
-        return ShowAll(parser.isSet(json));
-    return parser.isSet(watch) ? WatchEvents(parser.isSet(json)) : ShowStatus(parser.isSet(json));
+    CommandLine commandLine;
+    commandLine.Parse(application);
+    const QString problem = commandLine.Problem();
+    return problem.isEmpty() ? Run(commandLine) : Fail(problem);
 }

@@ -4,10 +4,11 @@
 
 import json
 import re
+import subprocess
 from pathlib import Path
 
 from dot1x import Dot1xTest, peap
-from harness import STATIC, STATUS_TOOL, SystemTest, holds_for, main, run, wait_for, wired, write_store
+from harness import STATIC, STATUS_TOOL, SystemTest, addresses, holds_for, main, run, wait_for, wired, write_store
 
 STATE_FOLDER = Path("/run/corvi")
 STATE = STATE_FOLDER / "state.json"
@@ -101,6 +102,48 @@ class Wired(WithState):
         self.start_daemon()
 
         self.wait_state("the store defines no network for a wired interface")
+
+
+class Waiting(WithState):
+    def wait(self, *options):
+        return subprocess.run([STATUS_TOOL, "--wait", *options], capture_output=True, text=True, timeout=60,
+                              check=False)
+
+    def test_address_comes(self):
+        self.cable()
+        write_store(wired(**STATIC))
+        with subprocess.Popen([STATUS_TOOL, "--wait", "--interface", "eth0"]) as waiting:
+            self.addCleanup(waiting.kill)
+            self.assertIsNone(waiting.poll())
+
+            self.start_daemon()
+
+            self.assertEqual(waiting.wait(30), 0)
+        self.assertEqual(addresses("eth0"), ["10.77.0.5"])
+        self.assertEqual(self.wait().returncode, 0)
+
+    def test_time_out_says_why(self):
+        self.cable().pull()
+        write_store(wired(**STATIC))
+        self.start_daemon()
+        self.wait_state("no carrier")
+
+        result = self.wait("--timeout", "1")
+
+        self.assertEqual(result.returncode, 2)
+        self.assertEqual(result.stderr, "corvi-status: no address in time: eth0: no carrier\n")
+        self.assertEqual(result.stdout, "")
+
+    def test_other_interface_does_not_count(self):
+        self.cable()
+        write_store(wired(**STATIC))
+        self.start_daemon()
+        self.wait_state("connected")
+
+        result = self.wait("--interface", "eth7", "--timeout", "0")
+
+        self.assertEqual(result.returncode, 2)
+        self.assertIn("there is no such interface", result.stderr)
 
 
 class Daemon(WithState):

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "addresswait.h"
 #include "reporttext.h"
 #include "supplicantfacts.h"
 #include "systemfacts.h"
@@ -97,6 +98,11 @@ private Q_SLOTS:
     void textIsWrapped_data();
     void textIsWrapped();
     void programsGetEverything();
+
+    // Waiting
+    void waitEndsWithAnAddress_data();
+    void waitEndsWithAnAddress();
+    void waitInVainSaysWhy();
 
     // Sources
     void leaseIsTheLastOfTheInterface();
@@ -452,6 +458,45 @@ void TestStatusReport::programsGetEverything()
     QCOMPARE(eth0.value("lease").toObject().value("expires").toString(), "2026-11-21T20:55:00Z");
     QCOMPARE(eth0.value("supplicant").toObject().value("signalDbm").toInt(), -61);
     QCOMPARE(eth0.value("lastFailure").toObject().value("reason").toString(), "EAP authentication failed");
+}
+
+void TestStatusReport::waitEndsWithAnAddress_data()
+{
+    QTest::addColumn<QString>("interface");
+    QTest::addColumn<bool>("carrier");
+    QTest::addColumn<QStringList>("addresses");
+    QTest::addColumn<bool>("isOver");
+    const QStringList one{"10.0.0.5/24"};
+    QTest::newRow("any") << QString() << true << one << true;
+    QTest::newRow("this") << "eth0" << true << one << true;
+    QTest::newRow("another") << "eth1" << true << one << false;
+    QTest::newRow("no carrier") << QString() << false << one << false;
+    QTest::newRow("no address") << QString() << true << QStringList() << false;
+    QTest::newRow("for the link alone") << QString() << true << QStringList{"169.254.3.4/16"} << false;
+    QTest::newRow("two") << QString() << true << QStringList{"169.254.3.4/16", "10.0.0.5/24"} << true;
+}
+
+void TestStatusReport::waitEndsWithAnAddress()
+{
+    QFETCH(QString, interface);
+    QFETCH(bool, carrier);
+    QFETCH(QStringList, addresses);
+    LinkFacts link = Connected().link;
+    link.hasCarrier = carrier;
+    link.addresses = addresses;
+
+    QTEST(AddressWait::IsOver({LinkFacts(), link}, interface), "isOver");
+}
+
+void TestStatusReport::waitInVainSaysWhy()
+{
+    InterfaceReport interface = Connected();
+    interface.link.hasCarrier = false;
+    const SystemReport report = SystemWith(interface);
+
+    QCOMPARE(AddressWait::Reasons(report, QString()), "eth0: no carrier");
+    QCOMPARE(AddressWait::Reasons(report, "eth0"), "eth0: no carrier");
+    QCOMPARE(AddressWait::Reasons(report, "eth1"), "there is no such interface");
 }
 
 void TestStatusReport::leaseIsTheLastOfTheInterface()

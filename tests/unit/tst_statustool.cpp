@@ -570,6 +570,13 @@ void TestCorviStatus::badCommandLineFails_data()
     QTest::addColumn<QString>("reason");
     QTest::newRow("unknown option") << QStringList{"--colour"} << "colour";
     QTest::newRow("argument") << QStringList{"eth0"} << "unexpected argument: eth0";
+    QTest::newRow("two at a time") << QStringList{"--all", "--watch"} << "one at a time";
+    QTest::newRow("interface without a wait") << QStringList{"--interface", "eth0"} << "go with --wait";
+    QTest::newRow("limit without a wait") << QStringList{"--all", "--timeout", "1"} << "go with --wait";
+    QTest::newRow("limit that is no number")
+        << QStringList{"--wait", "--timeout", "soon"} << "not a number of seconds: soon";
+    QTest::newRow("limit before now")
+        << QStringList{"--wait", "--timeout", "-1"} << "not a number of seconds: -1";
 }
 
 void TestCorviStatus::badCommandLineFails()
