@@ -6,6 +6,7 @@
 //   -iINTERFACE          the interface whose socket it binds
 //   --silent=COMMAND     does not answer this command
 //   --ignore-term        does not end by SIGTERM
+//   --associated         was let in
 // All else is ignored. SIGUSR1 closes its socket, and it lives on. It closes its standard output when it
 // listens.
 
@@ -19,6 +20,7 @@ int main(int argc, char *argv[])
 {
     QString interfaceName = QStringLiteral("wlan0");
     QList<QByteArray> silent;
+    bool isAssociated = false;
     for (int i = 1; i < argc; ++i) {
         const QByteArray argument = argv[i];
         if (argument.startsWith("-i"))
@@ -27,6 +29,8 @@ int main(int argc, char *argv[])
             silent << argument.mid(9);
         else if (argument == "--ignore-term")
             std::signal(SIGTERM, SIG_IGN);
+        else if (argument == "--associated")
+            isAssociated = true;
     }
 
     sigset_t closing;
@@ -36,6 +40,8 @@ int main(int argc, char *argv[])
     FakeSupplicant supplicant(interfaceName);
     for (const QByteArray &command : qAsConst(silent))
         supplicant.SetSilent(command);
+    if (isAssociated)
+        supplicant.SetReply("STATUS", "wpa_state=COMPLETED\n");
     close(STDOUT_FILENO);
     for (int number = 0;;) {
         sigwait(&closing, &number);
