@@ -62,9 +62,10 @@ def run(*command, check=True, timeout=30):
 
 
 def slowness():
-    """How many times slower the machine is just now than at its best, where somebody measures that: in the virtual
-    machine, whose processors are emulated and shared with whatever else runs on the host."""
-    return float(read(SLOWNESS) or 1)
+    """How many times slower the machine is just now than at its best. Measured in the virtual machine, whose
+    processors are emulated and shared with whatever else runs on the host; elsewhere what waits for a processor tells
+    it, so that a bound holds beside other work."""
+    return float(read(SLOWNESS) or max(1.0, os.getloadavg()[0] / os.cpu_count()))
 
 
 def wait_for(what, condition, timeout=30.0, interval=0.05):
