@@ -3,7 +3,7 @@
 
 #include "eventlistener.h"
 
-#include "zebnetstatus.h"
+#include "zebnetevent.h"
 
 #include <QLocalSocket>
 #include <QTimer>
@@ -20,7 +20,7 @@ constexpr std::chrono::seconds CONNECTION_LIMIT{5};
 bool AnotherListenerIsAlive()
 {
     QLocalSocket probe;
-    probe.connectToServer(ZebNetStatus::LISTENER_NAME);
+    probe.connectToServer(ZebNetEvent::LISTENER_NAME);
     if (probe.waitForConnected(1000))
         return true;
     // One that is stopped, or has more connections waiting than it takes, does not answer in time.
@@ -43,8 +43,8 @@ bool EventListener::Listen(QString &error)
         error = QStringLiteral("another program already listens for events");
         return false;
     }
-    QLocalServer::removeServer(ZebNetStatus::LISTENER_NAME);
-    if (server.listen(ZebNetStatus::LISTENER_NAME))
+    QLocalServer::removeServer(ZebNetEvent::LISTENER_NAME);
+    if (server.listen(ZebNetEvent::LISTENER_NAME))
         return true;
     error = server.errorString();
     return false;

@@ -4,6 +4,7 @@
 #include "statusreader.h"
 
 #include "segmentid.h"
+#include "zebnetsegment.h"
 
 #include <QSharedMemory>
 
@@ -50,7 +51,7 @@ StatusReading Decode(const QByteArray &bytes)
 
 StatusReading ReadStatus()
 {
-    QSharedMemory segment(ZebNetStatus::SEGMENT_KEY);
+    QSharedMemory segment(ZebNetSegment::KEY);
     if (!segment.attach(QSharedMemory::ReadOnly)) {
         if (segment.error() == QSharedMemory::NotFound)
             return {};

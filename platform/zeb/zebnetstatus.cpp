@@ -3,6 +3,8 @@
 
 #include "zebnetstatus.h"
 
+#include "zebnetsegment.h"
+
 #include <QtEndian>
 
 #include <algorithm>
@@ -71,7 +73,7 @@ void ZebNetStatus::SetIfaceInfo(const QString &mac, const QString &ip, const QSt
 
 QByteArray ZebNetStatus::GetData() const
 {
-    static_assert(RECORD_LENGTH <= RECORD_SIZE);
+    static_assert(RECORD_LENGTH <= RECORD_SIZE && RECORD_SIZE == ZebNetSegment::SIZE);
     QByteArray record(RECORD_SIZE, '\0');
     std::memcpy(record.data(), MAGIC, sizeof MAGIC);
     qToLittleEndian<quint16>(VERSION, record.data() + VERSION_OFFSET);

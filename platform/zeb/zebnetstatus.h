@@ -10,11 +10,8 @@
 class Q_DECL_EXPORT ZebNetStatus
 {
 public:
-    /// Size of the serialised record and of the shared segment, in bytes.
+    /// Size of the serialised record, in bytes; that of the shared segment (zebnetsegment.h), too.
     static constexpr int RECORD_SIZE = 512;
-    /// Key of the shared segment, and name of the local server that is told of each event.
-    inline static const QString SEGMENT_KEY = QStringLiteral("com.qarbo.zebnetstatus");
-    inline static const QString LISTENER_NAME = QStringLiteral("corvin");
 
     void SetConnected(bool isConnected) { connected = isConnected; }
     void SetWireless(bool isWireless) { wireless = isWireless; }

@@ -5,7 +5,7 @@
 
 #include "logging.h"
 #include "segmentnames.h"
-#include "zebnetstatus.h"
+#include "zebnetsegment.h"
 
 #include <QLocalSocket>
 #include <QThread>
@@ -30,7 +30,7 @@ void Corvi::InitSharedMemory()
     // The lines that say "Corvi::run" name an operation that there is not: kept as they are.
     Log(Level::TRACE) << "Corvi::InitSharedMemory";
     eventSocket = std::make_unique<QLocalSocket>();
-    shm.setKey(ZebNetStatus::SEGMENT_KEY);
+    shm.setKey(ZebNetSegment::KEY);
     for (int attempt = 1; attempt <= SEGMENT_TRIES; ++attempt) {
         if (attempt > 1)
             QThread::msleep(static_cast<unsigned long>(SEGMENT_PAUSE.count()));
@@ -49,7 +49,7 @@ bool Corvi::OpenSegment()
     if (!foreign.isEmpty())
         LogOnce(foreignSegmentReport)
             << "Corvi::OpenSegment - made by another user, removed and made anew:" << foreign;
-    if (!shm.create(ZebNetStatus::RECORD_SIZE, QSharedMemory::ReadWrite)) {
+    if (!shm.create(ZebNetSegment::SIZE, QSharedMemory::ReadWrite)) {
         Log(Level::SETUP) << "Corvi::run - Unable to create shared memory segment";
         if (!shm.attach(QSharedMemory::ReadWrite))
             return false;
@@ -78,7 +78,7 @@ bool Corvi::PutRecord(const QByteArray &record)
     const auto segmentSize = static_cast<int>(shm.size());
     Log(Level::VERBOSE) << "ShareStatus"
                         << "BA Size" << recordSize << "_shm.size" << segmentSize;
-    const int length = std::min({segmentSize, ZebNetStatus::RECORD_SIZE, recordSize});
+    const int length = std::min({segmentSize, ZebNetSegment::SIZE, recordSize});
     std::memcpy(shm.data(), record.constData(), static_cast<size_t>(length));
     shm.unlock();
     lostRecord.clear();

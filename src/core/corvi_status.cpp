@@ -56,7 +56,7 @@ void Corvi::SendEvent(NetworkDevice *nd, int event, int status)
     }
 
     eventSocket->abort();
-    eventSocket->connectToServer(ZebNetStatus::LISTENER_NAME, QIODevice::ReadWrite);
+    eventSocket->connectToServer(ZebNetEvent::LISTENER_NAME, QIODevice::ReadWrite);
     if (eventSocket->waitForConnected(CONNECT_TIME_LIMIT_MS)) {
         Log(Level::TRACE) << "Connected To Client";
         eventSocket->write(EventMessage(event, status));

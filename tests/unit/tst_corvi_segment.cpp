@@ -4,6 +4,7 @@
 #include "corvipeer.h"
 
 #include "segmentplace.h"
+#include "zebnetsegment.h"
 #include "zebnetstatus.h"
 
 #include <QProcess>
@@ -147,7 +148,7 @@ void TestCorviSegment::isFoundWithoutQt()
 void TestCorviSegment::isLockedWithoutQt()
 {
     CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
-    QSharedMemory reader(ZebNetStatus::SEGMENT_KEY);
+    QSharedMemory reader(ZebNetSegment::KEY);
     QVERIFY(reader.attach(QSharedMemory::ReadOnly));
     QCOMPARE(SystemVLock(), 1);
 

@@ -3,9 +3,14 @@
 
 #pragma once
 
-/// The numbers of the four bytes that the listener at ZebNetStatus::LISTENER_NAME gets for each event.
+#include <QString>
+
+/// The numbers of the four bytes that the listener gets for each event.
 /// docs/status-interface.md says what each pair means, and which of them are sent.
 namespace ZebNetEvent {
+
+/// The local server that is told.
+inline const QString LISTENER_NAME = QStringLiteral("corvin");
 
 enum Code : int { CONNECTIONS = 0, ADDRESS = 1, ASSOCIATION = 2, CONFIGURATION = 3 };
 
