@@ -4,6 +4,7 @@
 #include "corvi.h"
 
 #include "bondeddevice.h"
+#include "interfacekind.h"
 #include "logging.h"
 #include "modem.h"
 #include "paths.h"
@@ -12,37 +13,8 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 
 #include <net/if.h>
-
-namespace {
-
-/// Link types above this one (if_arp.h) are loopback, tunnels and other links without hardware.
-constexpr int HIGHEST_HARDWARE_TYPE = 255;
-
-/// The ARP hardware type from sysfs; 0 when it cannot be read.
-int ReadLinkType(const QString &interfaceName)
-{
-    QFile file(SYS_NET + interfaceName + QStringLiteral("/type"));
-    if (!file.open(QIODevice::ReadOnly))
-        return 0;
-    return file.readLine().trimmed().toInt();
-}
-
-bool HasHardware(int linkType)
-{
-    return linkType <= HIGHEST_HARDWARE_TYPE;
-}
-
-bool IsWirelessInterface(const QString &interfaceName)
-{
-    return QFileInfo(SYS_NET + interfaceName + QStringLiteral("/wireless")).isDir() ||
-           interfaceName.startsWith(QStringLiteral("wlan")) ||
-           interfaceName.startsWith(QStringLiteral("mlan"));
-}
-
-} // namespace
 
 void Corvi::FindAllInterfaces()
 {
@@ -135,23 +107,26 @@ unsigned int Corvi::InterfaceIndex(const QString &interfaceName)
 void Corvi::AddDevice(const QString &interfaceName)
 {
     NetworkDevice *device = nullptr;
-    bool isWired = false;
-    if (IsWirelessInterface(interfaceName)) {
+    const InterfaceKind kind = KindOfInterface(interfaceName);
+    switch (kind) {
+    case InterfaceKind::Wireless:
         device = new WirelessDevice(interfaceName, nullptr);
         wirelessFound = true;
         wirelessInterfaces.append(interfaceName);
-    } else if (interfaceName.startsWith(QStringLiteral("wwan"))) {
+        break;
+    case InterfaceKind::Modem:
         device = new Modem(interfaceName, nullptr);
         modemInterfaces.append(interfaceName);
-    } else {
+        break;
+    case InterfaceKind::Wired:
         device = new WiredDevice(interfaceName, nullptr);
         wiredInterfaces.append(interfaceName);
-        isWired = true;
+        break;
     }
     devices.insert(interfaceName, device);
     connect(device, &NetworkDevice::SendEventMessage, this, &Corvi::onSendEventMessage);
     // Wireless and modem devices are brought up by their setup, when their turn comes.
-    if (isWired)
+    if (kind == InterfaceKind::Wired)
         device->StartDevice();
 }
 

@@ -160,8 +160,6 @@ private:
     void EndDhcpClient();
     void TakeBackDhcpMtu();
 
-    bool IsForThisDevice(const QString &networkName) const;
-    void SortNetworkNames();
     NamedNetwork *FirstNetwork() const;
 
     // The steps of ConfigureNetwork().

@@ -5,6 +5,7 @@
 
 #include "logging.h"
 #include "namednetwork.h"
+#include "networknames.h"
 #include "paths.h"
 #include "zebnetconfig.h"
 #include "zebnetevent.h"
@@ -16,9 +17,6 @@
 #include <algorithm>
 
 namespace {
-
-/// A wired definition whose name is this and an interface's name is for that interface alone.
-const QString WIRED_PREFIX = QStringLiteral("wired");
 
 bool IsStored(const QString &networkName)
 {
@@ -219,7 +217,9 @@ bool NetworkDevice::getNamedNetworksForDevice()
     const QStringList storedNames = ZebNetConfig::GetNetworkNames();
     Log(Level::TRACE) << "NetworkDevice::getNamedNetworksForDevice()  " << storedNames;
     for (const QString &networkName : storedNames) {
-        if (!IsStored(networkName) || !IsForThisDevice(networkName) || namedNetworks.contains(networkName))
+        // Asked before a definition is loaded, which may run programs to build its block.
+        if (!IsStored(networkName) || !IsForInterface(networkName, name, isWireless) ||
+            namedNetworks.contains(networkName))
             continue;
         auto *network = new NamedNetwork(networkName, false, nullptr);
         // Never switched off here: the device may have its own reason for the new driver.
@@ -230,25 +230,9 @@ bool NetworkDevice::getNamedNetworksForDevice()
         namedNetworks.insert(networkName, network);
         networkNames << networkName;
     }
-    SortNetworkNames();
+    SortForInterface(networkNames, name, isWireless);
     Log(Level::TRACE) << "NetworkDevice::getNamedNetworksForDevice() -- Done " << networkNames;
     return !namedNetworks.isEmpty();
-}
-
-/// Asked before a definition is loaded, which may run programs to build its block.
-bool NetworkDevice::IsForThisDevice(const QString &networkName) const
-{
-    if (NamedNetwork::IsWirelessName(networkName, false) != isWireless)
-        return false;
-    return isWireless || !networkName.startsWith(WIRED_PREFIX) || networkName == WIRED_PREFIX + name;
-}
-
-void NetworkDevice::SortNetworkNames()
-{
-    networkNames.sort();
-    const QString own = WIRED_PREFIX + name;
-    std::stable_partition(networkNames.begin(), networkNames.end(),
-                          [&own, this](const QString &entry) { return !isWireless && entry == own; });
 }
 
 QStringList NetworkDevice::GetNamedNetworks() const

@@ -3,8 +3,26 @@
 
 #include "interfacekind.h"
 
+#include "paths.h"
 #include "program.h"
 #include "timing.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+
+/// Link types above this one (if_arp.h) are loopback, tunnels and other links without hardware.
+constexpr int HIGHEST_HARDWARE_TYPE = 255;
+
+bool IsWirelessInterface(const QString &interfaceName)
+{
+    return QFileInfo(SYS_NET + interfaceName + QStringLiteral("/wireless")).isDir() ||
+           interfaceName.startsWith(QStringLiteral("wlan")) ||
+           interfaceName.startsWith(QStringLiteral("mlan"));
+}
+
+} // namespace
 
 bool interfaceIsWireless(const QString &interfaceName)
 {
@@ -14,4 +32,24 @@ bool interfaceIsWireless(const QString &interfaceName)
     if (!process.WaitForEnd(PROGRAM_TIME_LIMIT_MS))
         return false;
     return process.readAllStandardOutput().split('\n').size() > 1;
+}
+
+int ReadLinkType(const QString &interfaceName)
+{
+    QFile file(SYS_NET + interfaceName + QStringLiteral("/type"));
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    return file.readLine().trimmed().toInt();
+}
+
+bool HasHardware(int linkType)
+{
+    return linkType <= HIGHEST_HARDWARE_TYPE;
+}
+
+InterfaceKind KindOfInterface(const QString &interfaceName)
+{
+    if (IsWirelessInterface(interfaceName))
+        return InterfaceKind::Wireless;
+    return interfaceName.startsWith(QStringLiteral("wwan")) ? InterfaceKind::Modem : InterfaceKind::Wired;
 }

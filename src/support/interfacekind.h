@@ -8,3 +8,14 @@
 /// Whether `iw` knows the interface. False when it does not answer within 30000 ms. The program asked for is
 /// "iw ", with its blank: where nothing has that name, no interface is wireless.
 bool interfaceIsWireless(const QString &interfaceName);
+
+/// The ARP hardware type from sysfs (if_arp.h); 0 when it cannot be read.
+int ReadLinkType(const QString &interfaceName);
+
+/// False for loopback, tunnels and other links without hardware.
+bool HasHardware(int linkType);
+
+enum class InterfaceKind { Wired, Wireless, Modem };
+
+/// What the daemon takes an interface for, by its name and by what sysfs shows of it.
+InterfaceKind KindOfInterface(const QString &interfaceName);
