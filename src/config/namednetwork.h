@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "networkblock.h"
 #include "securitymodes.h"
 #include "wpasupplicantcfg.h"
 #include "zebnetconfig.h"
@@ -53,17 +54,9 @@ public:
     QStringList Block() const { return wpaCfg.Block(); }
 
 private:
-    // The steps of BuildNetworkOptions().
-    void BuildBlock();
-    void ApplyScepDefaults();
-    void BuildWireless();
-    void ConfigureWriter();
-    void BuildEapTls();
-    void BuildWired();
-    /// Has the certificates just chosen renewed, where they come from SCEP.
+    WirelessSettings ReadWirelessSettings();
+    /// Has the certificates just chosen renewed.
     void RestartScepDaemon();
-    /// What an operator should know of a mode that does not fit the network.
-    QStringList ModeProblems() const;
     /// Tells the problems of this version of the definition, which are news the first time that they come up.
     void ReportProblems(const QStringList &problems) const;
 

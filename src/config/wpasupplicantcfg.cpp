@@ -204,7 +204,7 @@ QString WpaSupplicantCfg::GetMac()
     return QString();
 }
 
-bool WpaSupplicantCfg::WriteCfg(const QStringList &lines)
+QByteArray WpaSupplicantCfg::FileText(const QStringList &lines)
 {
     QByteArray text = "ctrl_interface=" + WPA_CONTROL_FOLDER.toUtf8() + '\n';
     if (_allowWeakCerts)
@@ -220,8 +220,12 @@ bool WpaSupplicantCfg::WriteCfg(const QStringList &lines)
         if (_intel_sae_fix)
             text += "sae_pwe=2\n";
     }
-    text += ExtraGlobals() + '\n' + lines.join(QLatin1Char('\n')).toUtf8();
-    if (SecureFile::Replace(WPA_SUPPLICANT_CONF, text, 0600))
+    return text + ExtraGlobals() + '\n' + lines.join(QLatin1Char('\n')).toUtf8();
+}
+
+bool WpaSupplicantCfg::WriteCfg(const QStringList &lines)
+{
+    if (SecureFile::Replace(WPA_SUPPLICANT_CONF, FileText(lines), 0600))
         return true;
     // An older file of our own stays in force. Anything else was put there by another user, and root would
     // run the supplicant by it.

@@ -72,6 +72,9 @@ public:
     /// The MAC address of the first wireless link that `ip` lists; empty when there is none.
     static QString GetMac();
 
+    /// The global header, as the switches stand, and these block lines.
+    static QByteArray FileText(const QStringList &lines);
+
     /// Replaces /tmp/wpa_supplicant.conf by the global header and these block lines. False when it cannot be
     /// written: our own earlier file is kept then, what another user put there is removed.
     [[nodiscard]] static bool WriteCfg(const QStringList &lines);
