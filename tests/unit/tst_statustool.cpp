@@ -1,17 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "statusworld.h"
 #include "testsupport.h"
-#include "zebnetstatus.h"
 
 #include <QDataStream>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocalSocket>
-#include <QProcess>
 #include <QRegularExpression>
-#include <QSharedMemory>
 #include <QtTest>
 
 #include <cerrno>
@@ -24,107 +21,6 @@
 #include <unistd.h>
 
 namespace {
-
-const QString KEY = QStringLiteral("com.qarbo.zebnetstatus");
-const QString SOCKET = QStringLiteral("/tmp/corvin");
-
-struct Result
-{
-    int exitCode = -1;
-    QString output;
-    QString error;
-};
-
-Result Run(const QStringList &arguments)
-{
-    QProcess tool;
-    tool.start(QStringLiteral(CORVI_STATUS), arguments);
-    if (!tool.waitForFinished(10000) || tool.exitStatus() != QProcess::NormalExit)
-        return {};
-    return {tool.exitCode(), QString::fromUtf8(tool.readAllStandardOutput()),
-            QString::fromUtf8(tool.readAllStandardError())};
-}
-
-ZebNetStatus WiredStatus()
-{
-    ZebNetStatus status;
-    status.SetConnected(true);
-    status.SetIfaceInfo("02:00:5E:10:00:01", "10.0.0.5", "10.0.0.255", "255.255.255.0");
-    return status;
-}
-
-/// Publishes as the daemon does.
-class Publisher
-{
-public:
-    Publisher() : segment(KEY)
-    {
-        if (!segment.create(512))
-            qFatal("cannot create the segment: %s", qPrintable(segment.errorString()));
-    }
-
-    void Publish(const QByteArray &record)
-    {
-        segment.lock();
-        std::memcpy(segment.data(), record.constData(), 512);
-        segment.unlock();
-    }
-
-    QSharedMemory segment;
-};
-
-/// The tool, watching.
-class Watcher
-{
-public:
-    explicit Watcher(const QStringList &arguments = {"--watch"})
-    {
-        tool.start(QStringLiteral(CORVI_STATUS), arguments);
-        tool.waitForStarted();
-    }
-    ~Watcher()
-    {
-        tool.terminate();
-        tool.waitForFinished();
-    }
-    Watcher(const Watcher &) = delete;
-    Watcher &operator=(const Watcher &) = delete;
-
-    /// The output so far; waits until it holds `text`.
-    QString OutputWith(const QString &text)
-    {
-        QDeadlineTimer deadline(10000);
-        while (!output.contains(text) && !deadline.hasExpired()) {
-            tool.waitForReadyRead(50);
-            output += QString::fromUtf8(tool.readAllStandardOutput());
-        }
-        return output;
-    }
-
-    QProcess tool;
-
-private:
-    QString output;
-};
-
-/// Sends one event as the daemon does, once somebody listens.
-bool SendEvent(const QByteArray &bytes)
-{
-    QDeadlineTimer deadline(10000);
-    while (!deadline.hasExpired()) {
-        QLocalSocket socket;
-        socket.connectToServer("corvin");
-        if (!socket.waitForConnected(1000)) {
-            QTest::qSleep(20);
-            continue;
-        }
-        socket.write(bytes);
-        socket.flush();
-        socket.disconnectFromServer();
-        return true;
-    }
-    return false;
-}
 
 /// Listens, and takes no connection: one waits in its queue, and there is no room for another.
 class BusyListener
