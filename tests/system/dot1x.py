@@ -4,6 +4,7 @@
 certificates, and a view of the supplicants that run."""
 
 import os
+import re
 from pathlib import Path
 
 from harness import (DEBUG_FLAG, LOG, Cable, SystemTest, addresses, end_process, holds_for, logged_at, network, read,
@@ -14,6 +15,8 @@ CONTROL_FOLDER = Path("/run/wpa_supplicant")
 SUPPLICANT_LOG = Path("/var/log/wpa_supplicant.log")
 
 PASSWORD = "secret of the terminal"
+
+STAMP = re.compile(r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} : ")
 
 # Lines of the daemon's log.
 AUTHENTICATED = "WpaSuppThread::MessageReceived -- connected"
@@ -181,6 +184,11 @@ class Dot1xTest(SystemTest):
         DEBUG_FLAG.touch()
         SUPPLICANT_LOG.unlink(missing_ok=True)
         self.listener = self.listen()
+        self.addCleanup(self.every_line_is_stamped)
+
+    def every_line_is_stamped(self):
+        """Whatever was logged in the whole run: discovery, DHCP, the supplicant's words and replies."""
+        self.assertEqual([line for line in read(LOG).split("\n") if line and not STAMP.match(line)], [])
 
     def switch_port(self, **options):
         self.port = SwitchPort(**options)
