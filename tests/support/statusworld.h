@@ -24,9 +24,11 @@ struct Result
     QString error;
 };
 
-inline Result Run(const QStringList &arguments)
+inline Result Run(const QStringList &arguments,
+                  const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
 {
     QProcess tool;
+    tool.setProcessEnvironment(environment);
     tool.start(QStringLiteral(CORVI_STATUS), arguments);
     if (!tool.waitForFinished(10000) || tool.exitStatus() != QProcess::NormalExit)
         return {};
@@ -66,8 +68,10 @@ public:
 class Watcher
 {
 public:
-    explicit Watcher(const QStringList &arguments = {"--watch"})
+    explicit Watcher(const QStringList &arguments = {"--watch"},
+                     const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
     {
+        tool.setProcessEnvironment(environment);
         tool.start(QStringLiteral(CORVI_STATUS), arguments);
         tool.waitForStarted();
     }

@@ -272,6 +272,10 @@ void TestCorviStatus::watchPrintsEvents_data()
                                 << "event 3, status 0: configuration applied";
     QTest::newRow("unknown event") << QByteArray::fromHex("7fff8000")
                                    << "event 32767, status -32768: unknown event";
+    QTest::newRow("unknown status of the connections")
+        << QByteArray::fromHex("00000007") << "event 0, status 7: connection status";
+    QTest::newRow("unknown status of the address")
+        << QByteArray::fromHex("00010007") << "event 1, status 7: address status";
     QTest::newRow("unknown status") << QByteArray::fromHex("00020007") << "event 2, status 7: link status";
 }
 

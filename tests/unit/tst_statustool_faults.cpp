@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "mountpoint.h"
+#include "statusworld.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLocalSocket>
+#include <QtTest>
+
+#include <csignal>
+
+namespace {
+
+/// As root, every call works. From now on one of the tool's fails.
+QProcessEnvironment WithFailingCall(const QString &call, int from = 1)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("LD_PRELOAD", FAILING_CALLS);
+    environment.insert("FAILING_CALL", call);
+    environment.insert("FAILING_FROM", QString::number(from));
+    // The module comes before a sanitizer, which complains of that.
+    environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
+    return environment;
+}
+
+} // namespace
+
+/// What the tool says of calls that fail, and that it fails then itself.
+class TestStatusToolFaults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void segmentThatCannotBeReadIsAFailure_data();
+    void segmentThatCannotBeReadIsAFailure();
+    void socketThatCannotBeMadeIsAFailure();
+    void withoutAPipeSignalsEndTheWatchOutright_data();
+    void withoutAPipeSignalsEndTheWatchOutright();
+    void connectionThatStaysIsGivenUp();
+};
+
+void TestStatusToolFaults::init()
+{
+    TestSupport::Remove(SOCKET);
+}
+
+void TestStatusToolFaults::segmentThatCannotBeReadIsAFailure_data()
+{
+    QTest::addColumn<QString>("call");
+    QTest::addColumn<int>("from");
+    QTest::addColumn<QString>("reason");
+
+    // The attachment takes the lock too, and gives it back; and it asks for the size.
+    QTest::newRow("attached") << "shmat" << 1 << "permission denied";
+    QTest::newRow("examined") << "shmctl" << 2 << "cannot examine the segment: Permission denied";
+    QTest::newRow("found among the mappings")
+        << "maps" << 1 << "cannot examine the segment: Invalid argument";
+    QTest::newRow("locked") << "semop" << 3 << "unable to lock";
+    QTest::newRow("unlocked") << "semop" << 4 << "unable to unlock";
+}
+
+void TestStatusToolFaults::segmentThatCannotBeReadIsAFailure()
+{
+    QFETCH(QString, call);
+    QFETCH(int, from);
+    QFETCH(QString, reason);
+    Publisher publisher;
+    publisher.Publish(WiredStatus().GetData());
+
+    const Result result = Run({}, WithFailingCall(call, from));
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.output, QString());
+    QVERIFY2(result.error.startsWith("corvi-status: The status cannot be read: "), qPrintable(result.error));
+    QVERIFY2(result.error.contains(reason), qPrintable(result.error));
+}
+
+void TestStatusToolFaults::socketThatCannotBeMadeIsAFailure()
+{
+    QVERIFY(QDir().mkpath(SOCKET));
+    const MountPoint taken(SOCKET);
+
+    const Result result = Run({"--watch"});
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.output, QString());
+    QVERIFY2(result.error.startsWith("corvi-status: QLocalServer::listen: "), qPrintable(result.error));
+}
+
+void TestStatusToolFaults::withoutAPipeSignalsEndTheWatchOutright_data()
+{
+    QTest::addColumn<int>("signal");
+
+    QTest::newRow("terminated") << SIGTERM;
+    QTest::newRow("interrupted") << SIGINT;
+}
+
+void TestStatusToolFaults::withoutAPipeSignalsEndTheWatchOutright()
+{
+    QFETCH(int, signal);
+    Watcher watcher({"--watch"}, WithFailingCall("pipe2"));
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+    watcher.OutputWith("event 3");
+
+    ::kill(static_cast<pid_t>(watcher.tool.processId()), signal);
+
+    QVERIFY(watcher.tool.waitForFinished(10000));
+    QCOMPARE(watcher.tool.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(watcher.tool.exitCode(), signal);
+}
+
+void TestStatusToolFaults::connectionThatStaysIsGivenUp()
+{
+    Watcher watcher;
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+    watcher.OutputWith("event 3");
+    QLocalSocket silent;
+    QLocalSocket stalled;
+    for (QLocalSocket *socket : {&silent, &stalled}) {
+        socket->connectToServer("corvin");
+        QVERIFY(socket->waitForConnected(5000));
+    }
+    stalled.write("ab");
+    QVERIFY(stalled.flush());
+
+    QTRY_COMPARE_WITH_TIMEOUT(silent.state(), QLocalSocket::UnconnectedState, 30000);
+    QTRY_COMPARE_WITH_TIMEOUT(stalled.state(), QLocalSocket::UnconnectedState, 30000);
+
+    watcher.tool.waitForReadyRead(0);
+    QCOMPARE(QString::fromUtf8(watcher.tool.readAllStandardError()),
+             QString("corvi-status: an event of 2 bytes instead of 4 was left out\n"));
+}
+
+QTEST_GUILESS_MAIN(TestStatusToolFaults)
+#include "tst_statustool_faults.moc"
