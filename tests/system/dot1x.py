@@ -19,7 +19,8 @@ PASSWORD = "secret of the terminal"
 STAMP = re.compile(r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} : ")
 
 # Lines of the daemon's log.
-AUTHENTICATED = "WpaSuppThread::MessageReceived -- connected"
+# Also where the supplicant was let in before the daemon's first word with it, and its event came too early.
+AUTHENTICATED = "Corvi::onAssociatedChanged(bool state) 1"
 ATTACHED = "WpaSupplicantControl -- Attached to control interface at /var/run/wpa_supplicant/eth0"
 LAUNCHED = " WpaSuppThread::Start execute"
 GAVE_UP = " failed to connect, Stopping wpa_supplicant"

@@ -85,6 +85,19 @@ def wait_for(what, condition, timeout=30.0, interval=0.05):
         looked = now
 
 
+def wait_settled(what, condition, duration, timeout=60.0, interval=0.2):
+    """Waits until condition() has given something true for duration seconds; how long it took to become so."""
+    begun = time.monotonic()
+    since = None
+
+    def is_settled():
+        nonlocal since
+        since = (since or time.monotonic()) if condition() else None
+        return since and time.monotonic() - since > duration
+    wait_for(what, is_settled, timeout, interval)
+    return since - begun
+
+
 def holds_for(what, condition, duration):
     """Fails the test when condition() is false at any time within duration seconds."""
     deadline = time.monotonic() + duration

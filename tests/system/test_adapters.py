@@ -14,7 +14,7 @@ import time
 from carriers import dhcp_clients
 from dot1x import Authenticator, Dot1xTest, peap, supplicants, zombies
 from harness import (LOG, RESOLV_CONF, DhcpServer, FarEnd, addresses, default_routes, main, random_source,
-                     read, run, status, wait_for, wired, write_store)
+                     read, run, status, wait_for, wait_settled, wired, write_store)
 
 changes = 8
 # Between two times that everything must have come to rest.
@@ -115,25 +115,17 @@ class Adapters(Dot1xTest):
         time.sleep(self.chance.uniform(0, 0.3))
 
     def comes_to_rest(self, is_secured):
-        begun = time.monotonic()
         used = next((socket for socket in self.sockets if socket.is_in), None)
         what_is_wrong = []
-        right_since = None
 
-        def is_right_and_stays_so():
-            nonlocal right_since
+        def is_right():
             what_is_wrong[:] = self.faults(used) + ([] if is_secured(used) else ["not as secure as asked for"])
-            if what_is_wrong:
-                right_since = None
-            else:
-                right_since = right_since or time.monotonic()
-            return right_since and time.monotonic() > right_since + TWO_TICKS
+            return not what_is_wrong
         try:
-            wait_for("at rest", is_right_and_stays_so, timeout=60, interval=0.2)
+            self.slowest = max(self.slowest, wait_settled("at rest", is_right, TWO_TICKS, timeout=180))
         except AssertionError as error:
             raise AssertionError(f"{error}: with {[socket.adapter for socket in self.sockets if socket.is_in]}: "
                                  f"{what_is_wrong}") from None
-        self.slowest = max(self.slowest, right_since - begun)
         self.rests[used.adapter if used else "none"] += 1
         self.assertEqual(zombies(), [])
         # What was reported has come, each once.

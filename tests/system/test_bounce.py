@@ -10,7 +10,7 @@ import sys
 import time
 
 from harness import (ADDRESS_PRESENT, LINK_UP, LOG, SystemTest, addresses, default_gateway, holds_for, main,
-                     random_source, read, run, status, wait_for, wired, write_store)
+                     random_source, read, run, status, wait_for, wait_settled, wired, write_store)
 
 flaps = 8
 
@@ -24,7 +24,7 @@ class OneCable(SystemTest):
 
     def test_cable_that_is_moved_quickly_gets_an_address_of_the_new_network(self):
         old = self.dhcp_server(self.lan)
-        daemon = self.start_daemon()
+        self.start_daemon()
         self.wait_events(self.listener, ADDRESS_PRESENT)
         self.wait_address("eth0", old.serves)
         self.listener.clear()
@@ -42,7 +42,6 @@ class OneCable(SystemTest):
         self.assertEqual(len(addresses("eth0")), 1)
         wait_for("record", lambda: new.serves(status()["ipAddress"]))
         self.assertEqual(default_gateway(), "10.78.0.1")
-        daemon.wait_logged("the carrier was away for a moment")
 
     def test_link_that_stays_is_not_configured_again(self):
         self.dhcp_server(self.lan)
@@ -51,6 +50,12 @@ class OneCable(SystemTest):
         self.listener.clear()
 
         holds_for("nothing reported", lambda: not self.listener.events(), 5)
+
+    @staticmethod
+    def is_right():
+        record = status()
+        return (addresses("eth0") == [record["ipAddress"]] and record["connected"]
+                and default_gateway() == "10.77.0.1" and len(run("pidof", "dhclient", check=False).split()) == 1)
 
     def test_flaps_leave_nothing_stale(self):
         chance = random_source()
@@ -64,13 +69,7 @@ class OneCable(SystemTest):
             self.lan.plug()
             time.sleep(chance.uniform(0.05, 3))
 
-        begun = time.monotonic()
-        wait_for("an address and its record",
-                 lambda: addresses("eth0") and status()["ipAddress"] == addresses("eth0")[0] and status()["connected"]
-                 and default_gateway() == "10.77.0.1", timeout=60)
-        took = time.monotonic() - begun
-        holds_for("one client, one address",
-                  lambda: len(run("pidof", "dhclient", check=False).split()) == 1 and len(addresses("eth0")) == 1, 3)
+        took = wait_settled("one client, one address and its record", self.is_right, 3, timeout=180)
         daemon.assert_runs()
         notices = sum("CheckBounce" in line for line in read(LOG).splitlines())
         self.assertLessEqual(notices, 20)

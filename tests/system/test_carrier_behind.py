@@ -27,7 +27,7 @@ class BehindTest(SystemTest):
         return carriers
 
     def wait_used(self, carrier):
-        wait_for(f"{carrier.interface} used", carrier.is_used, timeout=60)
+        wait_for(f"{carrier.interface} used", carrier.is_used, timeout=180)
         holds_for(f"{carrier.interface} used", carrier.is_used, TWO_TICKS)
 
 

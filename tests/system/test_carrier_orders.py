@@ -61,7 +61,7 @@ class CarrierOrders(SystemTest):
         start = time.monotonic()
         best = next((kind for kind in RANKING if kind in present), None)
         wait_for(f"{change}, {best} used; routes {default_routes()}",
-                 lambda: self.is_right(best, present), timeout=60, interval=0.1)
+                 lambda: self.is_right(best, present), timeout=180, interval=0.1)
         print(f"    {change}: {best} after {time.monotonic() - start:.1f} s", flush=True)
         holds_for(f"{change}, {best} used", lambda: self.is_right(best, present), SETTLED)
 
