@@ -8,6 +8,7 @@
 #include "reporttext.h"
 #include "statusreader.h"
 #include "statustext.h"
+#include "supportreport.h"
 #include "systemfacts.h"
 
 #include <QCommandLineParser>
@@ -128,7 +129,7 @@ public:
             QStringLiteral("Shows the network status that the Corvi daemon publishes."));
         parser.addHelpOption();
         parser.addVersionOption();
-        parser.addOptions({json, all, watch, wait, interface, timeout});
+        parser.addOptions({json, all, watch, wait, interface, timeout, report});
         parser.process(application);
     }
 
@@ -137,8 +138,8 @@ public:
     {
         if (!parser.positionalArguments().isEmpty())
             return QStringLiteral("unexpected argument: ") + parser.positionalArguments().constFirst();
-        if (int(IsSet(all)) + int(IsSet(watch)) + int(IsSet(wait)) > 1)
-            return QStringLiteral("--all, --watch and --wait are for one at a time");
+        if (int(IsSet(all)) + int(IsSet(watch)) + int(IsSet(wait)) + int(IsSet(report)) > 1)
+            return QStringLiteral("--all, --watch, --wait and --report are for one at a time");
         if (!IsSet(wait) && (IsSet(interface) || IsSet(timeout)))
             return QStringLiteral("--interface and --timeout go with --wait");
         if (IsSet(timeout) && !Timeout())
@@ -148,6 +149,7 @@ public:
 
     bool IsSet(const QCommandLineOption &option) const { return parser.isSet(option); }
     QString Interface() const { return parser.value(interface); }
+    QString ReportFolder() const { return parser.value(report); }
 
     std::optional<std::chrono::seconds> Timeout() const
     {
@@ -165,6 +167,10 @@ public:
                                    QStringLiteral("Print each event as it comes, until interrupted.")};
     const QCommandLineOption wait{QStringLiteral("wait"),
                                   QStringLiteral("End when an interface has an address.")};
+    const QCommandLineOption report{
+        QStringLiteral("report"),
+        QStringLiteral("Collect what a support engineer asks for in an archive, without secrets."),
+        QStringLiteral("folder")};
 
 private:
     const QCommandLineOption interface {
@@ -185,6 +191,12 @@ int WaitForAddress(const CommandLine &commandLine)
     return TIMED_OUT;
 }
 
+int WriteReport(const QString &folder)
+{
+    const SupportReport::Outcome outcome = SupportReport::Write(folder);
+    return outcome.error.isEmpty() ? Show(outcome.archive + QLatin1Char('\n')) : Fail(outcome.error);
+}
+
 int Run(const CommandLine &commandLine)
 {
     const bool asJson = commandLine.IsSet(commandLine.json);
@@ -194,6 +206,8 @@ int Run(const CommandLine &commandLine)
         return WatchEvents(asJson);
     if (commandLine.IsSet(commandLine.wait))
         return WaitForAddress(commandLine);
+    if (commandLine.IsSet(commandLine.report))
+        return WriteReport(commandLine.ReportFolder());
     return ShowStatus(asJson);
 }
 

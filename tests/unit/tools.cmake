@@ -17,6 +17,7 @@ if(TARGET corvi-check)
 endif()
 
 if(TARGET corvi-status)
+    corvi_add_unit_test(tst_masking LIBS statusreport PLAIN)
     corvi_add_unit_test(tst_statusreport LIBS statusreport PLAIN)
     corvi_add_unit_test(tst_statustool LIBS zeb Qt::Network)
     add_dependencies(tst_statustool corvi-status)

@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "masking.h"
+
+#include "zebproperties.h"
+
+#include <QtTest>
+
+namespace {
+
+QByteArray InNetwork(const QByteArray &xml)
+{
+    return "<networkconfig><network><name>lan</name>" + xml + "</network></networkconfig>";
+}
+
+} // namespace
+
+/// What leaves the machine holds no secret, and what is none.
+class TestMasking : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void everyPropertyIsKeptOrMasked();
+    void storeHidesWhatMayBeSecret_data();
+    void storeHidesWhatMayBeSecret();
+    void storeKeepsTheRest();
+    void brokenStoreIsKeptUpToTheError();
+    void supplicantFileHidesWhatMayBeSecret_data();
+    void supplicantFileHidesWhatMayBeSecret();
+    void supplicantFileKeepsTheRest();
+    void textsHideWhatWasFound_data();
+    void textsHideWhatWasFound();
+    void shortSecretsDoNotMaskWords();
+};
+
+void TestMasking::everyPropertyIsKeptOrMasked()
+{
+    for (const ZebProperty &property : ZebProperties::All()) {
+        const QByteArray key = property.key;
+        const QByteArray masked = Masking().Store(InNetwork("<" + key + ">canary</" + key + ">"));
+
+        QVERIFY2(masked.contains(key), key.constData());
+        QVERIFY2(masked.contains("canary") != property.isSecret, masked.constData());
+    }
+}
+
+void TestMasking::storeHidesWhatMayBeSecret_data()
+{
+    QTest::addColumn<QByteArray>("xml");
+    QTest::newRow("misspelt") << InNetwork("<pasword>canary</pasword>");
+    QTest::newRow("other letter case") << InNetwork("<Password>canary</Password>");
+    QTest::newRow("setting") << QByteArray("<networkconfig><key>canary</key></networkconfig>");
+    QTest::newRow("attribute") << InNetwork("<ssid key=\"canary\">Office</ssid>");
+    QTest::newRow("comment") << InNetwork("<!-- canary -->");
+    QTest::newRow("instruction") << InNetwork("<?key canary?>");
+    QTest::newRow("between elements") << InNetwork("canary");
+    QTest::newRow("section of characters") << InNetwork("<password><![CDATA[canary]]></password>");
+    QTest::newRow("behind an element within") << InNetwork("<password><b/>canary</password>");
+    QTest::newRow("never ended") << InNetwork("<password>canary");
+    QTest::newRow("wrong end") << InNetwork("<password>canary</pasword>");
+    QTest::newRow("unknown entity") << InNetwork("<password>can&canary;ary canary</password>");
+    QTest::newRow("entity in a name") << InNetwork("<ssid>x&canary;</ssid>");
+    QTest::newRow("definition of an entity")
+        << QByteArray("<!DOCTYPE x [<!ENTITY a \"canary\">]><networkconfig/>");
+    QTest::newRow("behind the end") << InNetwork("") + "canary";
+    QTest::newRow("no XML") << QByteArray("canary");
+}
+
+void TestMasking::storeHidesWhatMayBeSecret()
+{
+    QFETCH(QByteArray, xml);
+
+    const QByteArray masked = Masking().Store(xml);
+
+    QVERIFY2(!masked.contains("canary"), masked.constData());
+}
+
+void TestMasking::storeKeepsTheRest()
+{
+    const QByteArray masked = Masking().Store(
+        "<networkconfig><useNewDriver>true</useNewDriver><network><name>lan</name><ssid>a&amp;b</ssid>"
+        "<password>x</password><hosts><host>10.0.0.1 here</host></hosts></network></networkconfig>");
+
+    QCOMPARE(masked.simplified(), QByteArray("<networkconfig> <useNewDriver>true</useNewDriver> <network> "
+                                             "<name>lan</name> <ssid>a&amp;b</ssid> "
+                                             "<password>********</password> <hosts> "
+                                             "<host>10.0.0.1 here</host> </hosts> </network> "
+                                             "</networkconfig>"));
+}
+
+void TestMasking::brokenStoreIsKeptUpToTheError()
+{
+    const QByteArray masked = Masking().Store("<networkconfig><network><name>lan</name>\n<oops</network>");
+
+    QVERIFY2(masked.contains("lan"), masked.constData());
+    QVERIFY2(masked.contains("<!-- not well-formed at line 2, column"), masked.constData());
+}
+
+void TestMasking::supplicantFileHidesWhatMayBeSecret_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::newRow("key") << QByteArray("\tpsk=\"canary\"");
+    QTest::newRow("password") << QByteArray("\tpassword=hash:canary");
+    QTest::newRow("unknown option") << QByteArray("\tpin=canary");
+    QTest::newRow("unknown name") << QByteArray("\tcanary=1");
+    QTest::newRow("comment") << QByteArray("# canary");
+    QTest::newRow("comment with an option") << QByteArray("#psk=canary");
+    QTest::newRow("no option") << QByteArray("canary");
+    QTest::newRow("embedded key") << QByteArray("blob-base64-x={\ncanary==\n}");
+    QTest::newRow("other letter case") << QByteArray("SSID=canary");
+}
+
+void TestMasking::supplicantFileHidesWhatMayBeSecret()
+{
+    QFETCH(QByteArray, line);
+
+    const QByteArray masked = Masking().SupplicantFile("network={\n" + line + "\n}\n");
+
+    QVERIFY2(!masked.contains("canary"), masked.constData());
+}
+
+void TestMasking::supplicantFileKeepsTheRest()
+{
+    QCOMPARE(Masking().SupplicantFile("ap_scan=1\nnetwork={\n  ssid=\"Office\"\n  psk=\"12345678\"\n}\n"),
+             QByteArray("\tap_scan=1\nnetwork={\n\tssid=\"Office\"\n\tpsk=********\n}\n"));
+}
+
+void TestMasking::textsHideWhatWasFound_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::newRow("as it stands") << QByteArray("login with pass&word failed");
+    QTest::newRow("in XML") << QByteArray("<p>pass&amp;word</p>");
+    QTest::newRow("in hexadecimal") << QByteArray("pass&word").toHex();
+    QTest::newRow("in upper-case hexadecimal") << QByteArray("pass&word").toHex().toUpper();
+    QTest::newRow("in base 64") << QByteArray("pass&word").toBase64();
+    QTest::newRow("value in quotes") << QByteArray("key from file: quoted-key");
+    QTest::newRow("hash") << QByteArray("0123456789abcdef");
+}
+
+void TestMasking::textsHideWhatWasFound()
+{
+    QFETCH(QByteArray, text);
+    Masking masking;
+    static_cast<void>(masking.Store(InNetwork("<password>pass&amp;word</password>")));
+    static_cast<void>(masking.SupplicantFile("psk=\"quoted-key\"\npassword=hash:0123456789abcdef\n"));
+
+    const QByteArray masked = masking.Text(text);
+
+    QVERIFY2(masked.contains("********"), masked.constData());
+    for (const char *secret : {"pass&word", "pass&amp;word", "quoted-key", "0123456789abcdef"})
+        QVERIFY2(!masked.contains(secret), masked.constData());
+}
+
+void TestMasking::shortSecretsDoNotMaskWords()
+{
+    Masking masking;
+    static_cast<void>(masking.Store(InNetwork("<password>eth</password>")));
+
+    QCOMPARE(masking.Text("eth0 is up"), QByteArray("eth0 is up"));
+}
+
+QTEST_GUILESS_MAIN(TestMasking)
+#include "tst_masking.moc"
