@@ -248,12 +248,16 @@ void TestCorviSegment::segmentThatCannotBeHadEndsTheProcess()
     // Where the file behind the segment's key would be, and no file can be made. There is no segment without
     // it.
     process.setEnvironment(QProcess::systemEnvironment() + QStringList{"TMPDIR=/proc"});
+    WriteFile(KILL_FLAG, "");
+    Remove(DHCLIENT_CONF);
 
     process.start(QCoreApplication::applicationFilePath(), {"--construct"});
 
     QVERIFY(process.waitForFinished(10000));
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 0);
+    QVERIFY(!QFile::exists(KILL_FLAG));
+    QCOMPARE(Journal(), QStringList{"init_hostname"});
     QCOMPARE(LogLines().last(), QString("Corvi::run - Unable to attach to shared memory segment"));
     QVERIFY(process.readAllStandardError().contains("Unable to attach to shared memory segment"));
 }

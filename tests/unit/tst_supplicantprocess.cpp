@@ -4,6 +4,7 @@
 #include "supplicantprocess.h"
 
 #include "fakesupplicant.h"
+#include "mountpoint.h"
 
 #include <QProcess>
 #include <QTest>
@@ -29,6 +30,7 @@ private slots:
     void seesTheEndOfAProcess();
     void knowsAProcessThatEndedBeforeItWasHeld();
     void seesAStoppedProcess();
+    void knowsNothingOfAStateThatCannotBeRead();
     void knowsItsOwnByCommandLine();
     void findsItsOwn();
     void endsAProcess();
@@ -76,6 +78,17 @@ void TestSupplicantProcess::seesAStoppedProcess()
 
     supplicant.Kill();
     QCOMPARE(process.IsStopped(), std::nullopt);
+}
+
+void TestSupplicantProcess::knowsNothingOfAStateThatCannotBeRead()
+{
+    FakeSupplicantProcess supplicant;
+    const SupplicantProcess process(supplicant.Id());
+    supplicant.Stop();
+    const MountPoint hidden(QStringLiteral("/proc/%1").arg(supplicant.Id()));
+
+    QCOMPARE(process.IsStopped(), std::nullopt);
+    QVERIFY(!process.HasEnded());
 }
 
 void TestSupplicantProcess::knowsItsOwnByCommandLine()

@@ -5,6 +5,7 @@
 
 #include "fakesupplicant.h"
 #include "logging.h"
+#include "mountpoint.h"
 #include "testsupport.h"
 #include "wpasuppthreadpeer.h"
 
@@ -36,6 +37,8 @@ private slots:
     void noticesNoDeathOfTheOneBefore();
 
     void tellsOnceThatTheSupplicantIsStopped();
+    void tellsNothingOfAStateThatCannotBeRead_data();
+    void tellsNothingOfAStateThatCannotBeRead();
     void asksAfterFourSilentMinutes();
     void countsEveryWordAsASign_data();
     void countsEveryWordAsASign();
@@ -156,6 +159,31 @@ void TestWpaSuppThreadProcess::tellsOnceThatTheSupplicantIsStopped()
 
     QCOMPARE(TestSupport::LogText().count('\n'), 1);
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread -- The supplicant goes on, on wlan0"));
+}
+
+void TestWpaSuppThreadProcess::tellsNothingOfAStateThatCannotBeRead_data()
+{
+    QTest::addColumn<bool>("wasStopped");
+
+    QTest::newRow("ran") << false;
+    QTest::newRow("was stopped") << true;
+}
+
+void TestWpaSuppThreadProcess::tellsNothingOfAStateThatCannotBeRead()
+{
+    QFETCH(bool, wasStopped);
+    supervisor->Supervise();
+    if (wasStopped)
+        supplicant->Stop();
+    supervisor->Tick(1);
+    TestSupport::ClearLog();
+    {
+        const MountPoint hidden(QStringLiteral("/proc/%1").arg(supplicant->Id()));
+        supervisor->Tick(10);
+    }
+    supervisor->Tick(1);
+
+    QCOMPARE(TestSupport::LogText(), QString());
 }
 
 void TestWpaSuppThreadProcess::asksAfterFourSilentMinutes()

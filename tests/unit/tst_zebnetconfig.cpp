@@ -4,6 +4,7 @@
 #include "testsupport.h"
 #include "zebnetconfig.h"
 
+#include <QProcess>
 #include <QtTest>
 
 #include <algorithm>
@@ -52,6 +53,7 @@ private Q_SLOTS:
     void textShowsNoSecret_data();
     void textShowsNoSecret();
     void textDoesNotShowThatSecretsAreEqual();
+    void textHidesSecretsAnewInEachProcess();
 };
 
 void TestZebNetConfig::hasDefaults()
@@ -351,6 +353,24 @@ void TestZebNetConfig::textDoesNotShowThatSecretsAreEqual()
     const QRegularExpressionMatch match = digests.match(text);
     QVERIFY(match.hasMatch());
     QVERIFY(match.captured(1) != match.captured(2));
+}
+
+void TestZebNetConfig::textHidesSecretsAnewInEachProcess()
+{
+    TestSupport::WriteStore("<x><network><name>lan</name><password>Sesame-7f3a9c</password></network></x>");
+    const auto textOfAnotherProcess = [] {
+        QProcess process;
+        process.start(READSTORE, QStringList());
+        process.waitForFinished();
+        return process.readAllStandardOutput();
+    };
+
+    const QByteArray first = textOfAnotherProcess();
+    const QByteArray second = textOfAnotherProcess();
+
+    QVERIFY2(first.startsWith("name=lan; ") && first.contains(" password="), first.constData());
+    QVERIFY(first != second);
+    QCOMPARE(first.size(), second.size());
 }
 
 QTEST_GUILESS_MAIN(TestZebNetConfig)
