@@ -169,6 +169,7 @@ private:
     void ObtainAddress();
     void ApplyLinkSettings();
     void ApplyMtu();
+    void ExpectLossForMtu(const QByteArray &earlierMtu);
     void ApplySpeed();
     bool IsSpeedInForce(int mbits, bool isFull) const;
     QByteArray ReadAttribute(const char *attribute) const;

@@ -139,7 +139,10 @@ void NetworkDevice::ObtainAddress()
     SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::STARTED);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
-    if (!Dhclient(name)) {
+    const QByteArray mtu = ReadAttribute("mtu");
+    const bool isBound = Dhclient(name);
+    ExpectLossForMtu(mtu);
+    if (!isBound) {
         ++dhcpFailures;
         // Attempts go on for as long as there is no server.
         LogOnce(dhcpReport)
@@ -171,10 +174,16 @@ void NetworkDevice::ApplyLinkSettings()
 
 void NetworkDevice::ApplyMtu()
 {
-    // Many a card restarts its link for another MTU, as for another speed; for the one in force none does.
-    if (ReadAttribute("mtu") != currentConfig->mtu.toLatin1())
-        carrierLosses.ExpectOne(CarrierLosses::Time::clock::now());
+    const QByteArray earlier = ReadAttribute("mtu");
     SetMtu(name, currentConfig->mtu);
+    ExpectLossForMtu(earlier);
+}
+
+/// Many a card restarts its link for another MTU, as for another speed; for the one in force none does.
+void NetworkDevice::ExpectLossForMtu(const QByteArray &earlierMtu)
+{
+    if (ReadAttribute("mtu") != earlierMtu)
+        carrierLosses.ExpectOne(CarrierLosses::Time::clock::now());
 }
 
 void NetworkDevice::ApplySpeed()

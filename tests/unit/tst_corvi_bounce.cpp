@@ -44,6 +44,7 @@ private Q_SLOTS:
     void lossThatIsSeenIsReportedOnce();
     void ownSpeedSettingIsNoBounce();
     void ownMtuSettingIsNoBounce();
+    void mtuOfTheServerIsNoBounce();
     void flappingIsToldOnceAndCounted();
 
     void countFollowsTheKernel();
@@ -149,6 +150,30 @@ void TestCorviBounce::ownMtuSettingIsNoBounce()
     QCOMPARE(TakeStates(changes), QVector<bool>{true});
 
     Bounce("eth0"); // What the configuration set was in force, so no card restarted for it.
+    corvi.Tick();
+    QCOMPARE(TakeStates(changes), QVector<bool>{true});
+}
+
+void TestCorviBounce::mtuOfTheServerIsNoBounce()
+{
+    // The client sets what the server asks for, and the definition has it its own way afterwards.
+    Answer("dhclient", "[ $1 = -v ] || exit 0\n"
+                       "ip link set dev $4 mtu 1300\n"
+                       "ip addr replace 10.0.0.5/24 dev $4\n"
+                       "echo 'bound to 10.0.0.5 -- renewal in 300 seconds.'");
+    MakeMachine("<networkconfig><network><name>lan</name><mtu>1400</mtu></network></networkconfig>",
+                {"eth0"});
+    CorviPeer corvi;
+    corvi.Tick(2);
+    QCOMPARE(ReadFile("/sys/class/net/eth0/mtu"), QByteArray("1400\n"));
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+
+    Bounce("eth0");
+    Bounce("eth0"); // The card restarts its link for each of the two.
+    corvi.Tick(2);
+    QCOMPARE(TakeStates(changes), QVector<bool>());
+
+    Bounce("eth0"); // Nobody set anything.
     corvi.Tick();
     QCOMPARE(TakeStates(changes), QVector<bool>{true});
 }
