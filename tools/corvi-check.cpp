@@ -5,6 +5,7 @@
 #include "output.h"
 #include "paths.h"
 #include "storecheck.h"
+#include "storeplantext.h"
 #include "storereporttext.h"
 #include "zebsectionfile.h"
 
@@ -12,11 +13,14 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QLoggingCategory>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 namespace {
 
@@ -67,30 +71,76 @@ int Fail(const QString &reason)
     return UNUSABLE;
 }
 
-StoreReport Report(const QByteArray &contents)
+/// What the command line asks for.
+struct Request
 {
+    QStringList files;
+    bool asJson = false;
+    bool withPlan = false;
+    QStringList interfaces;
+};
+
+/// All that is to be shown.
+struct Answer
+{
+    StoreReport report;
+    std::optional<StorePlan> plan;
+};
+
+Answer AnswerFor(const QByteArray &contents, const Request &request)
+{
+    Answer answer;
     ZebDocument document;
-    StoreReport report = CheckStore(contents, document);
-    if (report.isUsable)
-        report.Add(MachineFindings(document));
-    return report;
+    answer.report = CheckStore(contents, document);
+    if (!answer.report.isUsable)
+        return answer;
+    answer.report.Add(MachineFindings(document));
+    if (request.withPlan)
+        answer.plan = PlanStore(document, request.interfaces);
+    return answer;
 }
 
-int Check(const QStringList &arguments, bool asJson)
+QString Text(const QString &fileName, const Answer &answer, bool asJson)
 {
-    const Source source = ReadSource(arguments);
-    const StoreReport report = source.reading.problem.isEmpty() ? Report(source.reading.contents)
-                                                                : UnreadableStore(source.reading.problem);
-    const QString text =
-        asJson ? QString::fromUtf8(QJsonDocument(StoreReportText::ForProgram(source.shownName, report))
-                                       .toJson(QJsonDocument::Compact)) +
-                     QLatin1Char('\n')
-               : StoreReportText::ForPerson(source.shownName, report);
-    if (!Print(stdout, text))
-        return Fail(QStringLiteral("cannot write: ") + QString::fromLocal8Bit(std::strerror(errno)));
-    if (!report.isUsable)
+    if (!asJson)
+        return StoreReportText::ForPerson(fileName, answer.report) +
+               StorePlanText::ForPerson(answer.plan.value_or(StorePlan()));
+    QJsonObject object = StoreReportText::ForProgram(fileName, answer.report);
+    if (answer.plan)
+        object.insert(QStringLiteral("plan"), StorePlanText::ForProgram(*answer.plan));
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + QLatin1Char('\n');
+}
+
+ExitStatus StatusOf(const Answer &answer)
+{
+    if (!answer.report.isUsable)
         return UNUSABLE;
-    return report.HasErrors() ? PROBLEMS : GOOD;
+    const StorePlan plan = answer.plan.value_or(StorePlan());
+    const bool hasProblems = answer.report.HasErrors() ||
+                             std::any_of(plan.begin(), plan.end(), [](const InterfacePlan &interfacePlan) {
+                                 return interfacePlan.HasProblems();
+                             });
+    return hasProblems ? PROBLEMS : GOOD;
+}
+
+int Check(const Request &request)
+{
+    const Source source = ReadSource(request.files);
+    Answer answer;
+    if (source.reading.problem.isEmpty())
+        answer = AnswerFor(source.reading.contents, request);
+    else
+        answer.report = UnreadableStore(source.reading.problem);
+    if (!Print(stdout, Text(source.shownName, answer, request.asJson)))
+        return Fail(QStringLiteral("cannot write: ") + QString::fromLocal8Bit(std::strerror(errno)));
+    return StatusOf(answer);
+}
+
+void QuietenLibraries()
+{
+    // The supplicant's blocks are built with the daemon's debug output, and each way to read a key that is
+    // not the right one would be told.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false\nqt.network.ssl=false"));
 }
 
 } // namespace
@@ -98,10 +148,9 @@ int Check(const QStringList &arguments, bool asJson)
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
-    // Each way to read a key that is not the right one would be told there.
-    QLoggingCategory::setFilterRules(QStringLiteral("qt.network.ssl=false"));
     QCoreApplication::setApplicationName(QStringLiteral("corvi-check"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVI_VERSION));
+    QuietenLibraries();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
@@ -110,7 +159,13 @@ int main(int argc, char *argv[])
     const QCommandLineOption version = parser.addVersionOption();
     const QCommandLineOption json(QStringLiteral("json"),
                                   QStringLiteral("Print for a program: one JSON object."));
-    parser.addOption(json);
+    const QCommandLineOption plan(QStringLiteral("plan"),
+                                  QStringLiteral("Show what the daemon would do with each interface."));
+    const QCommandLineOption interfaces(
+        QStringLiteral("interfaces"),
+        QStringLiteral("Plan for these, apart by commas, instead of this machine's."),
+        QStringLiteral("NAMES"));
+    parser.addOptions({json, plan, interfaces});
     parser.addPositionalArgument(
         QStringLiteral("FILE"), QStringLiteral("The store; - for standard input. Without: the one in force."),
         QStringLiteral("[FILE]"));
@@ -121,9 +176,16 @@ int main(int argc, char *argv[])
         parser.showHelp();
     if (parser.isSet(version))
         parser.showVersion();
-    const QStringList files = parser.positionalArguments();
-    if (files.size() > 1)
-        return Fail(QStringLiteral("unexpected argument: ") + files.at(1));
-
-    return Check(files, parser.isSet(json));
+    if (parser.isSet(interfaces) && !parser.isSet(plan))
+        return Fail(QStringLiteral("--interfaces is for --plan"));
+    Request request;
+    request.files = parser.positionalArguments();
+    if (request.files.size() > 1)
+        return Fail(QStringLiteral("unexpected argument: ") + request.files.at(1));
+    request.asJson = parser.isSet(json);
+    request.withPlan = parser.isSet(plan);
+    request.interfaces = parser.isSet(interfaces)
+                             ? parser.value(interfaces).split(QLatin1Char(','), Qt::SkipEmptyParts)
+                             : InterfacesHere();
+    return Check(request);
 }

@@ -11,6 +11,8 @@ if(TARGET corvi-check)
     corvi_add_unit_test(tst_storeadvice LIBS storecheck PLAIN)
     corvi_add_unit_test(tst_storeagreement LIBS storecheck zeb TIMEOUT 600)
     corvi_add_unit_test(tst_storecheck LIBS storecheck PLAIN)
+    corvi_add_unit_test(tst_storeplan LIBS storecheck config)
+    target_compile_definitions(tst_storeplan PRIVATE SAMPLES_FOLDER="${PROJECT_SOURCE_DIR}/docs/samples/")
     corvi_add_unit_test(tst_storeschema LIBS storecheck rules TIMEOUT 300)
     target_compile_definitions(tst_storeschema PRIVATE STORE_SCHEMA="${PROJECT_SOURCE_DIR}/docs/store.rng"
         SAMPLES_FOLDER="${PROJECT_SOURCE_DIR}/docs/samples/")

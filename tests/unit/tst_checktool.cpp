@@ -61,12 +61,16 @@ private Q_SLOTS:
     void everySamplePasses();
     void machineStaysAsItIs();
     void documentShowsWhatIsPrinted();
+    void documentShowsThePlan();
+    void interfacesNeedThePlan();
+    void statusCountsTheSupplicantsWord();
 };
 
 void TestCheckTool::cleanup()
 {
     TestSupport::RemoveStore();
     TestSupport::Remove(FILE_NAME);
+    TestSupport::ClearAnswers();
 }
 
 void TestCheckTool::statusSaysWhatTheStoreIs_data()
@@ -269,6 +273,65 @@ void TestCheckTool::documentShowsWhatIsPrinted()
 
     output.replace("<stdin>", "new.xml");
     QVERIFY2(document.contains("$ corvi-check new.xml\n" + output + "```"), qPrintable(output));
+}
+
+void TestCheckTool::documentShowsThePlan()
+{
+    TestSupport::Answer("wpa_supplicant", "exec wpa_supplicant \"$@\"");
+    TestSupport::ClearLog();
+    const QByteArray store = R"(<networkconfig>
+  <network>
+    <name>lan</name>
+  </network>
+  <network>
+    <name>wiredeth0</name>
+    <securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>
+    <identity>terminal-17</identity>
+    <password>a good password</password>
+    <staticIp>true</staticIp>
+    <ipAddress>10.0.0.17</ipAddress>
+    <netmask>255.255.255.0</netmask>
+    <gateway>10.0.0.1</gateway>
+  </network>
+  <network>
+    <name>Office</name>
+    <ssid>Office</ssid>
+    <securityMode>WPA Personal 1/2</securityMode>
+    <passphrase>correct horse battery staple</passphrase>
+  </network>
+</networkconfig>
+)";
+    const QString document = QString::fromUtf8(TestSupport::ReadFile(README));
+
+    const Result result = Run({"--plan", "--interfaces", "eth0,wlan0", "-"}, store);
+
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.error, QString());
+    const QString command = "$ corvi-check --plan --interfaces eth0,wlan0 plan.xml\n";
+    QVERIFY2(document.contains(command + result.output + "```"), qPrintable(result.output));
+    QCOMPARE(TestSupport::LogText(), QString());
+    QVERIFY(!QFile::exists("/tmp/wpa_supplicant.conf"));
+}
+
+void TestCheckTool::interfacesNeedThePlan()
+{
+    const Result result = Run({"--interfaces", "eth0", "-"}, GOOD);
+
+    QCOMPARE(result.exitCode, 2);
+    QCOMPARE(result.error, QString("corvi-check: --interfaces is for --plan\n"));
+}
+
+void TestCheckTool::statusCountsTheSupplicantsWord()
+{
+    TestSupport::Answer("wpa_supplicant", "echo 'Line 2: no'; exit 255");
+    const QByteArray store = "<c><network><name>Office</name><ssid>a</ssid></network></c>";
+
+    const Result plan = Run({"--json", "--plan", "--interfaces", "wlan0", "-"}, store);
+
+    QCOMPARE(plan.exitCode, 1);
+    QVERIFY2(plan.output.contains("\"complaints\":[\"Line 2: no\"]"), qPrintable(plan.output));
+    QCOMPARE(Run({"-"}, store).exitCode, 0);
+    QCOMPARE(Run({"--plan", "-"}, UNUSABLE).exitCode, 2);
 }
 
 QTEST_GUILESS_MAIN(TestCheckTool)
