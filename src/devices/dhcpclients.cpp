@@ -97,10 +97,11 @@ QVector<Process> ClientsOf(const QByteArray &interfaceName)
 QVector<Process> ScriptsOf(const QByteArray &interfaceName)
 {
     QVector<Process> scripts = Running(SCRIPT);
-    const auto isAnothers = [&interfaceName](const Process &script) {
+    const QByteArray anyName("\0interface=", 11);
+    const QByteArray ourName = anyName + interfaceName + '\0';
+    const auto isAnothers = [&](const Process &script) {
         const QByteArray environment = '\0' + ReadOfProcess(script.id, "environ");
-        return environment.contains(QByteArray("\0interface=", 11)) &&
-               !environment.contains(QByteArray("\0interface=", 11) + interfaceName + '\0');
+        return environment.contains(anyName) && !environment.contains(ourName);
     };
     scripts.erase(std::remove_if(scripts.begin(), scripts.end(), isAnothers), scripts.end());
     return scripts;
