@@ -26,16 +26,17 @@ QString NameOf(long number)
     return QStringLiteral("eth%1").arg(number);
 }
 
-/// eth0 has a cable, the others have none.
+/// eth0 has a cable, the others have none. The other ends are in a machine of their own, so that they are no
+/// ports of this one.
 void GivenInterfaces(long count)
 {
+    static bool isFarMachineMade = false;
     TestSupport::RemoveInterfaces();
-    static bool isFarEndMade = false;
-    QByteArray commands = isFarEndMade ? "" : "netns add far\n";
-    isFarEndMade = true;
-    commands += "link add name eth0 type veth peer name peer0 netns far\n";
-    for (long i = 1; i < count; ++i)
-        commands += "link add name " + NameOf(i).toLatin1() + " type bridge\n";
+    QByteArray commands = isFarMachineMade ? "" : "netns add far\n";
+    isFarMachineMade = true;
+    for (long i = 0; i < count; ++i)
+        commands += "link add name " + NameOf(i).toLatin1() + " type veth peer name peer" +
+                    QByteArray::number(static_cast<qlonglong>(i)) + " netns far\n";
     Sandboxed::Ip(commands);
     TestSupport::RealIp({"-netns", "far", "link", "set", "dev", "peer0", "up"});
     TestSupport::WriteNetworks("<network><name>lan</name><staticIp>true</staticIp>"
