@@ -195,13 +195,23 @@ QString WpaSupplicantCfg::GetMac()
 {
     const QStringList lines = Utils::Execute(
         QStringLiteral("ip"), {QStringLiteral("-br"), QStringLiteral("link"), QStringLiteral("show")}, false);
+    for (const Link &link : LinksIn(lines)) {
+        if (interfaceIsWireless(link.first))
+            return link.second;
+    }
+    return QString();
+}
+
+QVector<WpaSupplicantCfg::Link> WpaSupplicantCfg::LinksIn(const QStringList &lines)
+{
+    QVector<Link> links;
     for (const QString &line : lines) {
         // Name, state, address, flags; the name of a stacked link is followed by "@" and the one below it.
         const QStringList fields = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
-        if (fields.size() >= 3 && interfaceIsWireless(fields.at(0).section(QLatin1Char('@'), 0, 0)))
-            return fields.at(2);
+        if (fields.size() >= 3)
+            links.append({fields.at(0).section(QLatin1Char('@'), 0, 0), fields.at(2)});
     }
-    return QString();
+    return links;
 }
 
 QByteArray WpaSupplicantCfg::FileText(const QStringList &lines)

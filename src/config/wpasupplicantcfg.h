@@ -6,6 +6,9 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QVector>
+
+#include <utility>
 
 /// Builds one `network={...}` block from option lines and writes the whole file that wpa_supplicant reads
 /// (wpa_supplicant.conf(5)). One builder belongs to each NamedNetwork. Main thread only: the class-wide
@@ -74,6 +77,13 @@ public:
 
     /// The global header, as the switches stand, and these block lines.
     static QByteArray FileText(const QStringList &lines);
+
+    /// A link's name and address.
+    using Link = std::pair<QString, QString>;
+    /// The links in what `ip -br link show` printed, in its order.
+    static QVector<Link> LinksIn(const QStringList &lines);
+    /// The key in what wpa_passphrase printed; a null text when it holds none.
+    static QString KeyIn(const QStringList &lines);
 
     /// Replaces /tmp/wpa_supplicant.conf by the global header and these block lines. False when it cannot be
     /// written: our own earlier file is kept then, what another user put there is removed.

@@ -30,21 +30,9 @@ QByteArray Utf16LittleEndian(const QString &text)
     return bytes;
 }
 
-/// What the tool prints after the first `psk=`; a null text when it prints none.
-QString KeyFromTool(const QString &ssid, const QString &passphrase)
-{
-    const QStringList lines = Utils::Execute(QStringLiteral("wpa_passphrase"), {ssid, passphrase}, false);
-    for (const QString &line : lines) {
-        const QString text = line.trimmed();
-        if (text.startsWith(QLatin1String("psk=")))
-            return text.mid(4);
-    }
-    return QString();
-}
-
-/// As KeyFromTool(), which takes 15 to 40 ms of the main thread for its 4096 rounds: every rescan would spend
-/// them again for each network and wireless device, always with the same result. A key depends on nothing
-/// else, so that it never becomes stale.
+/// What the tool says, which takes 15 to 40 ms of the main thread for its 4096 rounds: every rescan would
+/// spend them again for each network and wireless device, always with the same result. A key depends on
+/// nothing else, so that it never becomes stale.
 QString HashedKey(const QString &ssid, const QString &passphrase)
 {
     // By a digest: no passphrase stays in memory for this.
@@ -55,7 +43,8 @@ QString HashedKey(const QString &ssid, const QString &passphrase)
     if (found != keys.constEnd())
         return *found;
 
-    QString key = KeyFromTool(ssid, passphrase);
+    QString key =
+        WpaSupplicantCfg::KeyIn(Utils::Execute(QStringLiteral("wpa_passphrase"), {ssid, passphrase}, false));
     // The tool is asked again for a key that it did not give or that was cut.
     if (SupplicantValues::PskProblem(key).isEmpty()) {
         if (keys.size() == KEY_LIMIT)
@@ -238,6 +227,16 @@ void WpaSupplicantCfg::AddPasswordOption(const QString &passphrase)
         AddOption(QStringLiteral("psk"), passphrase, true);
     else
         AddOption(QStringLiteral("psk"), key, false);
+}
+
+QString WpaSupplicantCfg::KeyIn(const QStringList &lines)
+{
+    for (const QString &line : lines) {
+        const QString text = line.trimmed();
+        if (text.startsWith(QLatin1String("psk=")))
+            return text.mid(4);
+    }
+    return QString();
 }
 
 void WpaSupplicantCfg::AddHashedPasswordOption(const QString &key, const QString &password)

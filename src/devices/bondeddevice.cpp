@@ -91,16 +91,6 @@ void ReplaceName(QStringList &names, const QString &oldName, const QString &newN
     names.removeDuplicates();
 }
 
-/// The saved address, empty when there is none that can be used: the file's first line must be an address
-/// and its line feed, 18 characters.
-QString ReadSavedMac()
-{
-    constexpr int SAVED_LINE_LENGTH = 18;
-    const QByteArray contents = PlatformFile::Read(SAVED_MAC_FILE).value_or(QByteArray());
-    const QByteArray line = contents.left(contents.indexOf('\n') + 1);
-    return line.size() == SAVED_LINE_LENGTH ? QString::fromLatin1(line.trimmed()) : QString();
-}
-
 /// The bond keeps its first address over restarts, and so its lease.
 void SaveMac(const QString &interfaceName)
 {
@@ -144,6 +134,13 @@ BondedDevice::BondedDevice(QObject *parent)
 }
 
 BondedDevice::~BondedDevice() = default;
+
+QString BondedDevice::AddressIn(const QByteArray &contents)
+{
+    constexpr int SAVED_LINE_LENGTH = 18;
+    const QByteArray line = contents.left(contents.indexOf('\n') + 1);
+    return line.size() == SAVED_LINE_LENGTH ? QString::fromLatin1(line.trimmed()) : QString();
+}
 
 bool BondedDevice::isBondingEnabled() const
 {
@@ -191,7 +188,7 @@ void BondedDevice::EnableBonding()
         SetLink(slave, {QStringLiteral("master"), bondName});
     }
 
-    const QString savedMac = ReadSavedMac();
+    const QString savedMac = AddressIn(PlatformFile::Read(SAVED_MAC_FILE).value_or(QByteArray()));
     if (!savedMac.isEmpty())
         Ip({QStringLiteral("link"), QStringLiteral("set"), wiredName, QStringLiteral("address"), savedMac});
     SetLink(wiredName, {QStringLiteral("up")});

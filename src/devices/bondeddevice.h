@@ -24,6 +24,10 @@ public:
     explicit BondedDevice(QObject *parent);
     ~BondedDevice() override;
 
+    /// The saved address in this text of its file, empty when there is none that can be used: the first line
+    /// must be an address and its line feed, 18 characters.
+    static QString AddressIn(const QByteArray &contents);
+
     bool isBondingEnabled() const;
     /// The bonding mode's number as decimal text.
     QString GetDesiredMode() const;

@@ -16,9 +16,13 @@ QString ModInfo::GetDeviceSysInfo(const QString &interfaceName, const QString &f
 
 QString ModInfo::GetUEVENTDriver(const QString &interfaceName)
 {
+    return DriverIn(GetDeviceSysInfo(interfaceName, QStringLiteral("uevent")));
+}
+
+QString ModInfo::DriverIn(const QString &uevent)
+{
     QString driver;
-    const QStringList lines =
-        GetDeviceSysInfo(interfaceName, QStringLiteral("uevent")).split(QLatin1Char('\n'));
+    const QStringList lines = uevent.split(QLatin1Char('\n'));
     for (const QString &line : lines) {
         // As "(.*)=(.*)" takes it: the key reaches to the last "=".
         const auto separator = line.lastIndexOf(QLatin1Char('='));

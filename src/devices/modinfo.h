@@ -12,6 +12,8 @@ public:
     /// Contents of a file in the interface's device folder, empty when it cannot be read.
     static QString GetDeviceSysInfo(const QString &interfaceName, const QString &file);
     static QString GetUEVENTDriver(const QString &interfaceName);
+    /// The last driver that a uevent file's text names.
+    static QString DriverIn(const QString &uevent);
     static QString GetDeviceType(const QString &interfaceName);
     static QString GetDeviceDesc(const QString &driver);
 };

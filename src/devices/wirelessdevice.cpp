@@ -55,6 +55,11 @@ WirelessDevice::~WirelessDevice() = default;
 
 void WirelessDevice::RefreshWirelessStatus()
 {
+    TakeDetails(Utils::Execute(QStringLiteral("iwconfig"), {name}, false));
+}
+
+void WirelessDevice::TakeDetails(const QStringList &lines)
+{
     static const QRegularExpression essidPattern(QStringLiteral("(.*)ESSID:\"(.*)\"(.*)"));
     static const QRegularExpression essidAndNicknamePattern(
         QStringLiteral("(.*)ESSID:\"(.*)\"(.*)Nickname:\"(.*)\"(.*)"));
@@ -63,7 +68,6 @@ void WirelessDevice::RefreshWirelessStatus()
     static const QRegularExpression qualityPattern(
         QStringLiteral("(.*)Quality[: =](\\d+)(.*)(\\d+)(.*)(\\d+)(.*)"));
 
-    const QStringList lines = Utils::Execute(QStringLiteral("iwconfig"), {name}, false);
     for (const QString &wholeLine : lines) {
         const QString line = wholeLine.left(LINE_LIMIT);
         // The first pattern alone would take everything up to the last quote of the nickname.

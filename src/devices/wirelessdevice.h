@@ -15,6 +15,8 @@ public:
 
     /// Reads ESSID, access point, encryption key and link quality from `iwconfig`.
     void RefreshWirelessStatus() override;
+    /// Takes these details from what the tool printed; what it does not hold stays as it was.
+    void TakeDetails(const QStringList &lines);
     /// nl80211 first when on, the wireless extensions first when off.
     void UseNewDriver(bool on) override;
     ZebNetConfig *getCurrentConfig() override;

@@ -89,12 +89,8 @@ bool SupplicantProcess::HasEndedWithin(std::chrono::milliseconds limit) const
 
 std::optional<bool> SupplicantProcess::IsStopped() const
 {
-    // "PID (NAME) STATE ...", and a name may hold anything (proc(5)).
-    const QByteArray text = ReadProcFile(id, "stat");
-    const auto nameEnd = text.lastIndexOf(')');
-    if (nameEnd < 0 || HasEnded())
-        return std::nullopt;
-    return text.mid(nameEnd, 3) == ") T";
+    const std::optional<bool> isStopped = IsStoppedBy(ReadProcFile(id, "stat"));
+    return HasEnded() ? std::nullopt : isStopped;
 }
 
 bool SupplicantProcess::IsLaunchedWith(const QString &configurationPath) const
@@ -110,4 +106,13 @@ void SupplicantProcess::SendSignal(int number) const
 {
     if (descriptor >= 0)
         (void)pidfd_send_signal(descriptor, number, nullptr, 0); // One that ends by itself is as good.
+}
+
+std::optional<bool> SupplicantProcess::IsStoppedBy(const QByteArray &stat)
+{
+    // "PID (NAME) STATE ...", and a name may hold anything.
+    const auto nameEnd = stat.lastIndexOf(')');
+    if (nameEnd < 0)
+        return std::nullopt;
+    return stat.mid(nameEnd, 3) == ") T";
 }

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 #include <chrono>
@@ -36,6 +37,9 @@ public:
     /// Whether its command line and its user are those of a supplicant that we launch with this file.
     bool IsLaunchedWith(const QString &configurationPath) const;
     void SendSignal(int number) const;
+
+    /// Whether this text of /proc/PID/stat is that of a stopped process (proc(5)). Nothing when it is none.
+    static std::optional<bool> IsStoppedBy(const QByteArray &stat);
 
 private:
     pid_t id;

@@ -37,7 +37,7 @@ QStringList Utils::GetResults(QProcess *process)
     // A program that could not be started left nothing to read from.
     if (!process->isOpen())
         return {QString()};
-    return DecodeToFirstNul(process->readAll()).split(QLatin1Char('\n'));
+    return LinesOf(process->readAll());
 }
 
 QStringList Utils::Execute(const QString &program, const QStringList &arguments, bool /*ignored*/)
@@ -117,4 +117,9 @@ QString Utils::SsidToString(const QString &escaped)
         ++i;
     }
     return DecodeToFirstNul(output);
+}
+
+QStringList Utils::LinesOf(const QByteArray &output)
+{
+    return DecodeToFirstNul(output).split(QLatin1Char('\n'));
 }

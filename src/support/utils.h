@@ -36,6 +36,9 @@ public:
     /// and reads the bytes as UTF-8. A text without an escape is returned as it is.
     static QString SsidToString(const QString &escaped);
 
+    /// The lines of what a program printed, up to the first NUL, read as UTF-8.
+    static QStringList LinesOf(const QByteArray &output);
+
 private:
     static QStringList GetResults(QProcess *process);
 };
