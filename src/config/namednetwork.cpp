@@ -51,7 +51,7 @@ bool NamedNetwork::Load(const QString &networkName, bool isWireless)
     wireless = isWireless;
 
     const QString properties = Properties();
-    // Names another class, as the lines of ApplyScepDefaults() do: kept as it is.
+    // Names another class: kept as it is.
     Log(Level::TRACE) << "NetworkDevice::Load props -- " << properties;
     propsHash = Fingerprint(properties);
     secured = !netConfig->securityMode.toLower().startsWith(QLatin1String("unsecure"));

@@ -29,6 +29,8 @@ bool IsUnset(const QString &certificate)
     return certificate.isEmpty() || certificate == QLatin1String("none");
 }
 
+// The lines below that say "NetworkDevice::Associate" or "NamedNetwork::" name another class: kept as is.
+
 /// The certificate that the SCEP client fetched for this stored value; empty when the value itself is to be
 /// used.
 QString ScepClientCertificate(const QString &stored)
