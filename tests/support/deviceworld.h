@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "logging.h"
 #include "networkdevice.h"
 #include "testsupport.h"
 
@@ -22,6 +23,23 @@ inline void GivenInterface()
     TestSupport::RealIp({"link", "set", "dev", "eth0", "up"});
     TestSupport::SetCable("peer0", true);
     QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/carrier"), QByteArray("1\n"));
+}
+
+inline void SetLevel(int level)
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(level);
+}
+
+/// No interface, no definition, no journal and no log.
+inline void StartDevicesFromNothing()
+{
+    TestSupport::ClearJournal();
+    TestSupport::ClearAnswers();
+    TestSupport::RemoveInterfaces();
+    // A store that is gone keeps its last contents in force.
+    TestSupport::WriteStore("<x/>");
+    TestSupport::ClearLog();
+    SetLevel(Level::TRACE);
 }
 
 /// As if the device's timer had tripped so often.

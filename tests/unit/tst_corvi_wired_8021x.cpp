@@ -16,6 +16,15 @@ QStringList Decisions()
                                                 "|Corvi::ReconfigureWpa|WpaSuppThread::Stop)"));
 }
 
+/// The supplicant runs, is connected to, and has been waited for so long.
+void WaitForAuthentication(CorviPeer &corvi, bool fallbackEnabled, int ticks)
+{
+    corvi.SettleSupplicant(RUNNING);
+    Supervisor::Connect(QStringLiteral("eth0"));
+    corvi.WiredDevice()->fallbackEnabled = fallbackEnabled;
+    corvi.WiredDevice()->authWaitTicks = ticks;
+}
+
 } // namespace
 
 /// 802.1X on the wired network, and its fallback. The supervisor's state is set by hand.
@@ -262,10 +271,7 @@ void TestCorviWired8021x::unreadSuccessPreventsTheFallback()
     QFETCH(int, ticks);
     FakeSupplicant supplicant(QStringLiteral("eth0"));
     CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
-    corvi.SettleSupplicant(RUNNING);
-    Supervisor::Connect(QStringLiteral("eth0"));
-    corvi.WiredDevice()->fallbackEnabled = fallbackEnabled;
-    corvi.WiredDevice()->authWaitTicks = ticks;
+    WaitForAuthentication(corvi, fallbackEnabled, ticks);
     LogFromHere(4);
 
     QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED - "));
@@ -290,10 +296,7 @@ void TestCorviWired8021x::successDuringTheFallbackKeepsTheSupplicant()
     QFETCH(int, ticks);
     FakeSupplicant supplicant(QStringLiteral("eth0"));
     CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
-    corvi.SettleSupplicant(RUNNING);
-    Supervisor::Connect(QStringLiteral("eth0"));
-    corvi.WiredDevice()->fallbackEnabled = fallbackEnabled;
-    corvi.WiredDevice()->authWaitTicks = ticks;
+    WaitForAuthentication(corvi, fallbackEnabled, ticks);
     corvi.WiredNetworkSetup();
     QVERIFY(Supervisor::IsStopRequested());
 

@@ -20,11 +20,6 @@ using TestSupport::RealIp;
 
 namespace {
 
-void SetLevel(int level)
-{
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(level);
-}
-
 int OpenDescriptors()
 {
     return TestSupport::EntryCount("/proc/self/fd");
@@ -47,7 +42,7 @@ class TestNetworkDevice : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
+    void init() { StartDevicesFromNothing(); }
 
     void beginsWithNothingKnown();
     void takesTimerSocketAndNetworksWithIt();
@@ -74,17 +69,6 @@ private Q_SLOTS:
     void bareDeviceForgetsWirelessDetails();
     void driverChoiceMeansNothingToABareDevice();
 };
-
-void TestNetworkDevice::init()
-{
-    TestSupport::ClearJournal();
-    TestSupport::ClearAnswers();
-    TestSupport::RemoveInterfaces();
-    // A store that is gone keeps its last contents in force.
-    TestSupport::WriteStore("<x/>");
-    TestSupport::ClearLog();
-    SetLevel(4);
-}
 
 void TestNetworkDevice::beginsWithNothingKnown()
 {

@@ -17,11 +17,6 @@ using TestSupport::RealIp;
 
 namespace {
 
-void SetLevel(int level)
-{
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(level);
-}
-
 /// An interface that is up, its cable in, with an address.
 void GivenConfiguredInterface(const QString &name)
 {
@@ -40,7 +35,7 @@ class TestNetworkDeviceRefresh : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
+    void init() { StartDevicesFromNothing(); }
 
     void readsAddresses_data();
     void readsAddresses();
@@ -61,17 +56,6 @@ private Q_SLOTS:
     void refreshAllocatesNothingWhereNothingChanged();
     void refreshLogsNothingOnEveryTick();
 };
-
-void TestNetworkDeviceRefresh::init()
-{
-    TestSupport::ClearJournal();
-    TestSupport::ClearAnswers();
-    TestSupport::RemoveInterfaces();
-    // A store that is gone keeps its last contents in force.
-    TestSupport::WriteStore("<x/>");
-    TestSupport::ClearLog();
-    SetLevel(4);
-}
 
 void TestNetworkDeviceRefresh::readsAddresses_data()
 {

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "wpactrl.h"
+
+#include "ctrlconnection.h"
 #include "fakesupplicant.h"
 #include "resourcelimit.h"
 #include "testsupport.h"
-#include "wpactrl.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -24,19 +26,6 @@
 
 namespace {
 
-struct CtrlDeleter
-{
-    void operator()(wpa_ctrl *ctrl) const { wpa_ctrl_close(ctrl); }
-};
-using Ctrl = std::unique_ptr<wpa_ctrl, CtrlDeleter>;
-
-const QByteArray WLAN0 = "/var/run/wpa_supplicant/wlan0";
-
-Ctrl Open(const QByteArray &path = WLAN0)
-{
-    return Ctrl(wpa_ctrl_open(path.constData()));
-}
-
 struct Reply
 {
     int result;
@@ -53,11 +42,6 @@ Reply Request(const Ctrl &ctrl, const QByteArray &command, size_t room = 4096,
     if (result != 0)
         return {result, QByteArray()};
     return {result, buffer.left(static_cast<int>(length))};
-}
-
-QStringList LocalNames()
-{
-    return QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System | QDir::Files);
 }
 
 QList<QByteArray> seenEvents;

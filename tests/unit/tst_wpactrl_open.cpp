@@ -3,10 +3,12 @@
 
 // Opening and closing a connection.
 
+#include "wpactrl.h"
+
+#include "ctrlconnection.h"
 #include "fakesupplicant.h"
 #include "resourcelimit.h"
 #include "testsupport.h"
-#include "wpactrl.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -28,24 +30,6 @@
 #include <unistd.h>
 
 namespace {
-
-struct CtrlDeleter
-{
-    void operator()(wpa_ctrl *ctrl) const { wpa_ctrl_close(ctrl); }
-};
-using Ctrl = std::unique_ptr<wpa_ctrl, CtrlDeleter>;
-
-const QByteArray WLAN0 = "/var/run/wpa_supplicant/wlan0";
-
-Ctrl Open(const QByteArray &path = WLAN0)
-{
-    return Ctrl(wpa_ctrl_open(path.constData()));
-}
-
-QStringList LocalNames()
-{
-    return QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System | QDir::Files);
-}
 
 int OpenDescriptors()
 {

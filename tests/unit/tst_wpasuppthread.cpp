@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "fakesupplicant.h"
-#include "logging.h"
-#include "testsupport.h"
+#include "supervisorworld.h"
 #include "wpasupplicantcontrol.h"
-#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -16,28 +13,6 @@
 namespace {
 
 const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
-
-int LocalNames()
-{
-    return TestSupport::EntryCount(QStringLiteral("/tmp"), {QStringLiteral("wpa_ctrl_*")});
-}
-
-/// Deletes what was scheduled for deletion.
-void DeleteLater()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
-/// The log without its time stamps.
-QStringList LogLines()
-{
-    QStringList lines;
-    const QStringList stamped = TestSupport::LogText().split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    for (const QString &line : stamped) {
-        lines.append(line.mid(line.indexOf(QLatin1String(" :  ")) + 4));
-    }
-    return lines;
-}
 
 } // namespace
 

@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "fakesupplicant.h"
-#include "logging.h"
-#include "testsupport.h"
+#include "supervisorworld.h"
 #include "wpasupplicantcontrol.h"
-#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -19,11 +16,6 @@ namespace {
 const QString WARNING = QStringLiteral("warning 2 'Invalid password for '\\''%1'\\''' "
                                        "'Please use the network applet to correct this issue'");
 
-int LogLineCount()
-{
-    return static_cast<int>(TestSupport::LogText().count(QLatin1Char('\n')));
-}
-
 /// The last line of the log without its time stamp.
 QString LastLogLine()
 {
@@ -33,12 +25,12 @@ QString LastLogLine()
 
 } // namespace
 
-class TestWpaSuppThreadEvents : public QObject
+class TestWpaSuppThreadEvents : public QObject, private SupervisedSupplicant
 {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init() { Make(); }
+    void cleanup() { End(); }
 
     void extractsTheSsid_data();
     void extractsTheSsid();
@@ -80,31 +72,7 @@ private slots:
     void warnsOfNothingThatIsOverByTheTick();
     void neverWarnsOfAWiredNetwork();
     void logsThatItCannotWarn();
-
-private:
-    std::unique_ptr<FakeSupplicant> supplicant;
-    std::unique_ptr<WpaSuppThreadPeer> supervisor;
 };
-
-void TestWpaSuppThreadEvents::init()
-{
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
-    TestSupport::ClearLog();
-    TestSupport::ClearJournal();
-    TestSupport::ClearAnswers();
-    supplicant = std::make_unique<FakeSupplicant>();
-    supervisor = std::make_unique<WpaSuppThreadPeer>();
-}
-
-void TestWpaSuppThreadEvents::cleanup()
-{
-    supervisor.reset();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    supplicant.reset();
-    TestSupport::RestorePrograms();
-    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
-    QCOMPARE(QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System).size(), 0);
-}
 
 void TestWpaSuppThreadEvents::extractsTheSsid_data()
 {

@@ -3,11 +3,8 @@
 
 // Stopping and launching the supplicant, without the 7.1 s of a restart.
 
-#include "fakesupplicant.h"
-#include "logging.h"
-#include "testsupport.h"
+#include "supervisorworld.h"
 #include "wpasupplicantcontrol.h"
-#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -19,28 +16,6 @@ namespace {
 
 const QString SUPPLICANT_LOG = QStringLiteral("/var/log/wpa_supplicant.log");
 const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
-
-int LocalNames()
-{
-    return TestSupport::EntryCount(QStringLiteral("/tmp"), {QStringLiteral("wpa_ctrl_*")});
-}
-
-/// Deletes what was scheduled for deletion.
-void DeleteLater()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
-/// The log without its time stamps.
-QStringList LogLines()
-{
-    QStringList lines;
-    const QStringList stamped = TestSupport::LogText().split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    for (const QString &line : stamped) {
-        lines.append(line.mid(line.indexOf(QLatin1String(" :  ")) + 4));
-    }
-    return lines;
-}
 
 } // namespace
 

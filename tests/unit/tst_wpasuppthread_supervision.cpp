@@ -3,11 +3,8 @@
 
 // The tick of a supplicant that runs: the control connection, and the count of ticks without an association.
 
-#include "fakesupplicant.h"
-#include "logging.h"
-#include "testsupport.h"
+#include "supervisorworld.h"
 #include "wpasupplicantcontrol.h"
-#include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -17,11 +14,6 @@
 #include <memory>
 
 namespace {
-
-int LogLineCount()
-{
-    return static_cast<int>(TestSupport::LogText().count(QLatin1Char('\n')));
-}
 
 /// The last line of the log without its time stamp.
 QString LastLogLine()
@@ -40,12 +32,12 @@ void CountDebugLines(QtMsgType type, const QMessageLogContext &, const QString &
 
 } // namespace
 
-class TestWpaSuppThreadSupervision : public QObject
+class TestWpaSuppThreadSupervision : public QObject, private SupervisedSupplicant
 {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init() { Make(); }
+    void cleanup() { End(); }
 
     void sendsNothingWhenThereIsNothingToDo();
     void logsNothingWhenThereIsNothingToDo();
@@ -67,31 +59,7 @@ private slots:
     void staysWhenTheControlFolderIsRemoved();
     void survivesARefusedAttach();
     void stopsAfterATerminatingEvent();
-
-private:
-    std::unique_ptr<FakeSupplicant> supplicant;
-    std::unique_ptr<WpaSuppThreadPeer> supervisor;
 };
-
-void TestWpaSuppThreadSupervision::init()
-{
-    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
-    TestSupport::ClearLog();
-    TestSupport::ClearJournal();
-    TestSupport::ClearAnswers();
-    supplicant = std::make_unique<FakeSupplicant>();
-    supervisor = std::make_unique<WpaSuppThreadPeer>();
-}
-
-void TestWpaSuppThreadSupervision::cleanup()
-{
-    supervisor.reset();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    supplicant.reset();
-    TestSupport::RestorePrograms();
-    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
-    QCOMPARE(QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System).size(), 0);
-}
 
 void TestWpaSuppThreadSupervision::sendsNothingWhenThereIsNothingToDo()
 {
