@@ -159,6 +159,7 @@ private:
 
     void EndDhcpClient();
     void TakeBackDhcpMtu();
+    void ClaimResolver(bool isOurs);
 
     NamedNetwork *FirstNetwork() const;
 

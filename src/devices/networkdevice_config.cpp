@@ -97,6 +97,7 @@ void NetworkDevice::ApplyConfig(bool renew)
     if (!isWireless)
         ApplyWiredFlags();
 
+    ClaimResolver(currentConfig->staticDns);
     if (currentConfig->staticIp)
         ApplyStaticAddress();
     else if (renew)

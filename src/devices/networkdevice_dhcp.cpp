@@ -22,6 +22,8 @@ const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
 const QString HOST_LIST = QStringLiteral("/tmp/.hostlist");
 /// Where the client's hook keeps the MTU that an interface had before a server asked for another one.
 const QString MTU_BEFORE = QStringLiteral("/run/corvi-mtu-before.");
+/// Says to the client's hook, one file an interface, that the definition has name servers of its own.
+const QString OWN_RESOLVER = QStringLiteral("/run/corvi-own-resolver.");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
 /// Empty when there is no such file, nothing when it cannot be read.
@@ -97,6 +99,17 @@ void NetworkDevice::TakeBackDhcpMtu()
     SetMtu(name, QString::fromLatin1(mtu));
     carrierLosses.ExpectOne(CarrierLosses::Time::clock::now());
     QFile::remove(path);
+}
+
+/// A client in the background may get its lease, or a lease with other servers, at any time later, and would
+/// write its name servers in place of the definition's.
+void NetworkDevice::ClaimResolver(bool isOurs)
+{
+    const QString path = OWN_RESOLVER + name;
+    if (!isOurs)
+        QFile::remove(path);
+    else if (!SecureFile::Replace(path, QByteArray(), 0644))
+        ReportNoResolver();
 }
 
 bool NetworkDevice::ClearDNS()

@@ -505,7 +505,7 @@ class SystemTest(unittest.TestCase):
             path.unlink(missing_ok=True)
         for folder in ("/tmp/config", "/var/lib/corvi"):
             shutil.rmtree(folder, ignore_errors=True)
-        for left in [*Path("/var/lib/dhcp").glob("*"), *Path("/run").glob("corvi-mtu-before.*")]:
+        for left in [*Path("/var/lib/dhcp").glob("*"), *Path("/run").glob("corvi-*.*")]:
             left.unlink()
         RESOLV_CONF.write_text("")
         HOSTS.write_text("127.0.0.1 localhost\n192.0.2.7 kept-by-the-site\n")

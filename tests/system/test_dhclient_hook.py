@@ -94,6 +94,15 @@ class Resolver(HookTest):
 
         self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.99\n")
 
+    def test_servers_of_the_definition_outlive_every_lease(self):
+        RESOLV_CONF.write_text("nameserver 192.0.2.99\n")
+        touch(Path("/run/corvi-own-resolver.eth0"))
+
+        client_script("BOUND", "eth0", 0, new_domain_name_servers="192.0.2.54")
+        client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", new_domain_name_servers="192.0.2.55")
+
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.99\n")
+
     def test_renewal_with_other_servers_writes_them(self):
         for values, expected in (({"new_domain_name_servers": "192.0.2.54"}, "nameserver 192.0.2.54"),
                                  ({"new_domain_name": "example.com"}, "domain example.com"),

@@ -4,10 +4,14 @@
 
 import os
 import time
+from pathlib import Path
 
 from harness import (ADDRESS_PRESENT, DHCP_STARTED, DHCP_TRANSCRIPT, HOSTS, LINK_UP, RELOAD_FLAG, RESOLV_CONF,
                      SystemTest, addresses, default_gateway, is_up, main, read, run, status, touch, wait_for, wired,
                      write_store)
+
+
+DHCLIENT_CONF = Path("/etc/dhcp/dhclient.conf")
 
 
 class Lease(SystemTest):
@@ -108,6 +112,21 @@ class NoServer(SystemTest):
         self.lan = self.cable("eth0")
         self.listener = self.listen()
         write_store(wired())
+
+    def test_late_lease_leaves_the_name_servers_of_the_definition(self):
+        before = DHCLIENT_CONF.read_text()
+        self.addCleanup(DHCLIENT_CONF.write_text, before)
+        DHCLIENT_CONF.write_text("request subnet-mask, routers, domain-name-servers;\ntimeout 2; retry 2;\n")
+        write_store(wired(staticDns=True, dns1="192.0.2.1", dns2="192.0.2.2"))
+        daemon = self.start_daemon()
+        daemon.wait_logged("dhclient(eth0) failed", timeout=50)
+
+        server = self.dhcp_server(self.lan)
+
+        self.wait_address("eth0", server.serves, timeout=30)
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        wait_for("the client's script has ended", lambda: not run("pidof", "-x", "dhclient-script", check=False))
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.1\nnameserver 192.0.2.2\n")
 
     def test_server_that_comes_late_serves_us(self):
         daemon = self.start_daemon()

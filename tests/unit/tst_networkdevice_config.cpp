@@ -62,6 +62,7 @@ private Q_SLOTS:
     void withoutRenewAnAnnouncedAddressIsForgotten();
     void staticDnsIsWritten_data();
     void staticDnsIsWritten();
+    void ownServersAreSaidToTheClient();
     void hostsAreAlwaysWritten();
     void stepsComeInOrder();
     void stepsOfAStaticAddressComeInOrder();
@@ -463,6 +464,25 @@ void TestNetworkDeviceConfig::staticDnsIsWritten()
     device.ConfigureNetwork(false);
 
     QTEST(TestSupport::ReadFile(RESOLV_CONF), "contents");
+}
+
+void TestNetworkDeviceConfig::ownServersAreSaidToTheClient()
+{
+    const QString said = "/run/corvi-own-resolver.eth0";
+    TestSupport::WriteNetworks(Network("lan", STATIC_DNS));
+    TestSupport::Answer("dhclient", "[ ! -e " + said.toUtf8() + " ] || touch /tmp/said");
+    {
+        Device device("eth0");
+        device.ConfigureNetwork(true);
+    }
+    // Before the client may get a lease.
+    QVERIFY(QFile::exists("/tmp/said"));
+
+    TestSupport::WriteNetworks(Network("lan"));
+    Device device("eth0");
+    device.ConfigureNetwork(true);
+
+    QVERIFY(!QFile::exists(said));
 }
 
 void TestNetworkDeviceConfig::hostsAreAlwaysWritten()
