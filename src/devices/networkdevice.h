@@ -156,6 +156,7 @@ private:
     void ReadMacAddress();
     void ReadCarrier();
     void FollowLink();
+    void RestoreGateway();
 
     void EndDhcpClient();
     void TakeBackDhcpMtu();

@@ -5,6 +5,7 @@
 
 #include "defaultroute.h"
 #include "logging.h"
+#include "utils.h"
 #include "zebnetconfig.h"
 
 #include <algorithm>
@@ -37,6 +38,16 @@ void NetworkDevice::FollowLink()
     linkUp = false;
 }
 
+/// Not by SetGateway(), which deletes first: where the gateway cannot be reached, that would take the way out
+/// from whoever has one, once a minute.
+void NetworkDevice::RestoreGateway()
+{
+    Utils::Execute(QStringLiteral("ip"),
+                   {QStringLiteral("route"), QStringLiteral("replace"), QStringLiteral("default"),
+                    QStringLiteral("via"), currentConfig->gateway, QStringLiteral("dev"), name},
+                   false);
+}
+
 void NetworkDevice::KeepStaticAddress()
 {
     if (!currentConfig || !currentConfig->staticIp)
@@ -57,6 +68,6 @@ void NetworkDevice::KeepStaticAddress()
         ConfigureNetwork(true);
         return;
     }
-    SetGateway(currentConfig->gateway);
+    RestoreGateway();
     staticPause.NoteAttempt(RetryPause::Time::clock::now());
 }

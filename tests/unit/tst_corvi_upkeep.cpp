@@ -31,6 +31,7 @@ private Q_SLOTS:
     // The static address
     void lostStaticAddressIsSetAgain();
     void lostDefaultRouteIsSetAgain();
+    void gatewayOutOfReachCostsNobodyHisRoute();
     void staticAddressThatCannotBeSetWaits();
     void staticAddressWaitsForAuthentication();
 };
@@ -230,8 +231,27 @@ void TestCorviUpkeep::lostDefaultRouteIsSetAgain()
     RealIp({"route", "del", "default"});
     corvi.Tick();
 
-    QCOMPARE(Journal(), QStringList({"route del default", "route add default gw 10.1.0.1"}));
+    QCOMPARE(Journal(), QStringList{"ip route replace default via 10.1.0.1 dev eth0"});
     QCOMPARE(listener.Take(), Events());
+    Forget();
+    corvi.Tick(3);
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviUpkeep::gatewayOutOfReachCostsNobodyHisRoute()
+{
+    UseWorkingRoute();
+    CorviPeer corvi(QByteArray(LAN_STATIC).replace("10.1.0.1<", "10.9.9.9<"), {"eth0"}, SET_UP);
+    MakeInterface("other0");
+    BringUp("other0");
+    RealIp({"addr", "add", "10.8.0.2/24", "dev", "other0"});
+    RealIp({"route", "add", "default", "via", "10.8.0.1", "dev", "other0"});
+    Forget();
+
+    corvi.WiredDevice()->KeepStaticAddress();
+
+    QCOMPARE(JournalOf("route"), QStringList());
+    QVERIFY(RealIp({"route", "show", "default"}).contains("via 10.8.0.1"));
 }
 
 void TestCorviUpkeep::staticAddressThatCannotBeSetWaits()
