@@ -13,6 +13,7 @@
 
 #include <QByteArray>
 #include <QDebug>
+#include <QDir>
 #include <QFile>
 #include <QHostInfo>
 
@@ -51,6 +52,20 @@ QString Frequencies6Ghz()
     QStringList list = {QStringLiteral("5935")};
     AppendSteps(list, 5955, 7115, 20);
     return list.join(QLatin1Char(' '));
+}
+
+/// Of the first wireless interface by name: a second source for where the tools do not say which is one.
+QString MacFromSysfs()
+{
+    const QStringList names = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString &name : names) {
+        if (KindOfInterface(name) != InterfaceKind::Wireless)
+            continue;
+        QFile address(SYS_NET + name + QStringLiteral("/address"));
+        if (address.open(QIODevice::ReadOnly))
+            return QString::fromLatin1(address.readAll().trimmed());
+    }
+    return QString();
 }
 
 /// The platform's own settings for the head of the file; a comment marks that there are none.
@@ -199,7 +214,7 @@ QString WpaSupplicantCfg::GetMac()
         if (interfaceIsWireless(link.first))
             return link.second;
     }
-    return QString();
+    return MacFromSysfs();
 }
 
 QVector<WpaSupplicantCfg::Link> WpaSupplicantCfg::LinksIn(const QStringList &lines)

@@ -72,7 +72,8 @@ public:
     /// band is not known.
     static QString GetFrequencyListForBand(const QString &band);
 
-    /// The MAC address of the first wireless link that `ip` lists; empty when there is none.
+    /// The MAC address of the first wireless link that `ip` lists, else of the first wireless interface by
+    /// name; empty when there is none.
     static QString GetMac();
 
     /// The global header, as the switches stand, and these block lines.

@@ -4,6 +4,7 @@
 #include "wpasupplicantcfg.h"
 
 #include "debugoutput.h"
+#include "fakesysnet.h"
 #include "writerworld.h"
 
 #include <QtTest>
@@ -42,6 +43,7 @@ private Q_SLOTS:
     void ssidIsShownAsItIsSet();
     void macIsThatOfTheFirstWirelessLink_data();
     void macIsThatOfTheFirstWirelessLink();
+    void macIsKnownWithoutTheTools();
 
     void wiredBlockBegins();
     void wirelessBlockBegins();
@@ -192,6 +194,18 @@ void TestWpaSupplicantCfg::macIsThatOfTheFirstWirelessLink()
 
     QVERIFY(TestSupport::Journal().contains("ip -br link show"));
     QVERIFY(TestSupport::Journal().filter(QRegularExpression("^(?!ip |'iw ')")).isEmpty());
+}
+
+void TestWpaSupplicantCfg::macIsKnownWithoutTheTools()
+{
+    FakeSysNet net;
+    net.Write("eth0/address", "02:00:00:00:00:0a\n");
+    QCOMPARE(WpaSupplicantCfg::GetMac(), QString());
+
+    net.Write("wlan1/address", "02:00:00:00:00:02\n");
+    net.Write("wlan0/address", "02:00:00:00:00:01\n");
+
+    QCOMPARE(WpaSupplicantCfg::GetMac(), QString("02:00:00:00:00:01"));
 }
 
 void TestWpaSupplicantCfg::wiredBlockBegins()
