@@ -119,6 +119,7 @@ void WpaSupplicantCfg::Begin()
 {
     options.clear();
     problem.clear();
+    hashedKey.reset();
 }
 
 void WpaSupplicantCfg::AddOption(const QString &key, const QString &value, bool quote)

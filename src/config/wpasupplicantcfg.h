@@ -10,6 +10,8 @@
 
 #include <utility>
 
+#include <memory>
+
 /// Builds one `network={...}` block from option lines and writes the whole file that wpa_supplicant reads
 /// (wpa_supplicant.conf(5)). One builder belongs to each NamedNetwork. Main thread only: the class-wide
 /// switches are set, the blocks are built and the file is written in an order that gives them their meaning.
@@ -60,8 +62,11 @@ public:
     void WiredPeap(const QString &identity, const QString &password, const QString &caCert);
 
     /// `psk=` with the hashed key from wpa_passphrase, or the quoted passphrase where the tool gives none.
-    /// The tool is run once for each pair of SSID and passphrase.
+    /// The tool is run once for each pair of SSID and passphrase, until ForgetUnheldKeys().
     void AddPasswordOption(const QString &passphrase);
+    /// Forgets the derived keys that are in no builder's block. To be called where networks were left out or
+    /// built anew: a key opens the network, and is not to outlive it here.
+    static void ForgetUnheldKeys();
     /// The NT hash of the password (MD4 of its UTF-16LE form, RFC 2759 section 8.3) as `hash:` text.
     void AddHashedPasswordOption(const QString &key, const QString &password);
 
@@ -119,4 +124,5 @@ private:
     QString frequencyBand;
     QString pacFile;
     QString problem;
+    std::shared_ptr<const QString> hashedKey; ///< in the block; shared by all who have the same
 };

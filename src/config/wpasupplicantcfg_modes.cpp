@@ -13,6 +13,8 @@
 #include <QCryptographicHash>
 #include <QHash>
 
+#include <iterator>
+
 namespace {
 
 const QString PAC_FOLDER = QStringLiteral("/tmp/config/files/eap-fast-pac/");
@@ -30,23 +32,26 @@ QByteArray Utf16LittleEndian(const QString &text)
     return bytes;
 }
 
+using HeldKey = std::shared_ptr<const QString>;
+
+/// By a digest of SSID and passphrase: no passphrase stays in memory for this.
+QHash<QByteArray, HeldKey> keys;
+
 /// What the tool says, which takes 15 to 40 ms of the main thread for its 4096 rounds: every rescan would
 /// spend them again for each network and wireless device, always with the same result. A key depends on
 /// nothing else, so that it never becomes stale.
-QString HashedKey(const QString &ssid, const QString &passphrase)
+HeldKey HashedKey(const QString &ssid, const QString &passphrase)
 {
-    // By a digest: no passphrase stays in memory for this.
-    static QHash<QByteArray, QString> keys;
     const QByteArray id = QCryptographicHash::hash(QByteArray(ssid.toUtf8() + '\0' + passphrase.toUtf8()),
                                                    QCryptographicHash::Sha256);
     const auto found = keys.constFind(id);
     if (found != keys.constEnd())
         return *found;
 
-    QString key =
-        WpaSupplicantCfg::KeyIn(Utils::Execute(QStringLiteral("wpa_passphrase"), {ssid, passphrase}, false));
+    const auto key = std::make_shared<const QString>(
+        WpaSupplicantCfg::KeyIn(Utils::Execute(QStringLiteral("wpa_passphrase"), {ssid, passphrase}, false)));
     // The tool is asked again for a key that it did not give or that was cut.
-    if (SupplicantValues::PskProblem(key).isEmpty()) {
+    if (SupplicantValues::PskProblem(*key).isEmpty()) {
         if (keys.size() == KEY_LIMIT)
             keys.clear();
         keys.insert(id, key);
@@ -222,11 +227,17 @@ void WpaSupplicantCfg::AddCertificate(const QString &key, const QString &value)
 
 void WpaSupplicantCfg::AddPasswordOption(const QString &passphrase)
 {
-    const QString key = _useHashedPsk ? HashedKey(ssid, passphrase) : QString();
-    if (key.isNull())
+    hashedKey = _useHashedPsk ? HashedKey(ssid, passphrase) : nullptr;
+    if (!hashedKey || hashedKey->isNull())
         AddOption(QStringLiteral("psk"), passphrase, true);
     else
-        AddOption(QStringLiteral("psk"), key, false);
+        AddOption(QStringLiteral("psk"), *hashedKey, false);
+}
+
+void WpaSupplicantCfg::ForgetUnheldKeys()
+{
+    for (auto key = keys.begin(); key != keys.end();)
+        key = key->use_count() == 1 ? keys.erase(key) : std::next(key);
 }
 
 QString WpaSupplicantCfg::KeyIn(const QStringList &lines)

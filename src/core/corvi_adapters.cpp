@@ -8,6 +8,7 @@
 #include "logging.h"
 #include "networkdevice.h"
 #include "paths.h"
+#include "wpasupplicantcfg.h"
 #include "wpasuppthread.h"
 
 #include <QDir>
@@ -97,6 +98,7 @@ void Corvi::AmendInterfaces(const InterfaceIndexes &present)
     for (const QString &interfaceName : added)
         AddInterface(interfaceName);
     SortInterfaces();
+    WpaSupplicantCfg::ForgetUnheldKeys();
     // A modem that was given up stays so until there is another choice.
     if (!modemDevice && (modemInterfaces != modemsBefore || gone.contains(modemInterfaces.value(0))))
         AdoptModem();

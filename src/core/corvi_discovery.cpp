@@ -10,6 +10,7 @@
 #include "paths.h"
 #include "wireddevice.h"
 #include "wirelessdevice.h"
+#include "wpasupplicantcfg.h"
 
 #include <QDir>
 #include <QFile>
@@ -37,6 +38,7 @@ void Corvi::FindAllInterfaces()
 
     SortInterfaces();
     AdoptModem();
+    WpaSupplicantCfg::ForgetUnheldKeys();
     LogDiscovery();
 }
 

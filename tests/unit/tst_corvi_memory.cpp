@@ -50,6 +50,7 @@ private Q_SLOTS:
     void toolsLeaveNoCore();
     void memoryIsClosedToItsUser();
     void hugeOutputIsForgotten();
+    void keyGoesWithItsNetwork();
 
 private:
     void Start(const QString &program, const QStringList &arguments = {});
@@ -159,6 +160,28 @@ void TestCorviMemory::hugeOutputIsForgotten()
     const qint64 more = ResidentKib(process.processId()) - before;
     // Unguarded it was 12 MB; what stays are holes between the small blocks that lines were kept in.
     QVERIFY2(more < 4096, qPrintable(QString::number(more)));
+}
+
+void TestCorviMemory::keyGoesWithItsNetwork()
+{
+    const auto network = [](const QByteArray &name) {
+        return QByteArray("<network><name>" + name + "</name><ssid>" + name +
+                          "</ssid><securityMode>WPA Personal 1/2</securityMode>"
+                          "<passphrase>long enough</passphrase></network>");
+    };
+    Answer("wpa_passphrase", "echo psk=" + QByteArray(64, 'a'));
+    MakeMachine("<networkconfig>" + network("KeyOne") + network("KeyTwo") + "</networkconfig>", {"wlan0"});
+    CorviPeer corvi;
+    corvi.Init();
+    QCOMPARE(JournalOf("wpa_passphrase").size(), 2);
+
+    WriteStore("<networkconfig>" + network("KeyOne") + "</networkconfig>");
+    corvi.Init();
+    Forget();
+    WriteStore("<networkconfig>" + network("KeyOne") + network("KeyTwo") + "</networkconfig>");
+    corvi.Init();
+
+    QCOMPARE(JournalOf("wpa_passphrase"), QStringList{"wpa_passphrase KeyTwo 'long enough'"});
 }
 
 QTEST_GUILESS_MAIN(TestCorviMemory)

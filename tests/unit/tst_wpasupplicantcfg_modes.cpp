@@ -31,6 +31,7 @@ private Q_SLOTS:
     void passphraseToolGetsSsidAndPassphrase();
     void hashedKeyIsAskedForOnce();
     void keyThatIsCutIsAskedForAgain();
+    void keyGoesWithTheLastThatHoldsIt();
     void aThousandKeysAreRemembered();
     void passphraseWithoutAKeyIsQuoted_data();
     void passphraseWithoutAKeyIsQuoted();
@@ -269,6 +270,30 @@ void TestWpaSupplicantCfgModes::keyThatIsCutIsAskedForAgain()
 
     QCOMPARE(Options(cfg).value(0), QString("psk=0123"));
     QCOMPARE(Options(cfg).value(1).size(), int(qstrlen("psk=")) + 64);
+}
+
+void TestWpaSupplicantCfgModes::keyGoesWithTheLastThatHoldsIt()
+{
+    TestSupport::Answer("wpa_passphrase", REAL_PASSPHRASE_TOOL);
+    const auto build = [] {
+        auto cfg = std::make_unique<WpaSupplicantCfg>(nullptr);
+        cfg->SetSSID("Held", false);
+        cfg->WpaPersonal("long enough");
+        return cfg;
+    };
+    auto first = build();
+    const auto second = build();
+    first.reset();
+    WpaSupplicantCfg::ForgetUnheldKeys();
+    first = build();
+    QCOMPARE(TestSupport::Journal().size(), 1);
+
+    first.reset();
+    second->Clear();
+    WpaSupplicantCfg::ForgetUnheldKeys();
+
+    build();
+    QCOMPARE(TestSupport::Journal().size(), 2);
 }
 
 void TestWpaSupplicantCfgModes::aThousandKeysAreRemembered()
