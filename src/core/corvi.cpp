@@ -227,9 +227,6 @@ void Corvi::SetUpNetworks()
 
 void Corvi::SetUpBelowWired()
 {
-    if (isCarrierHidden && wiredDevice)
-        ShareStatus(wiredDevice);
-    isCarrierHidden = false;
     if (!wirelessDevice)
         PickStrayWireless();
     if (wirelessDevice) {

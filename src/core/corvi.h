@@ -195,7 +195,7 @@ private:
     std::map<QString, RetryPause> strayPauses;
     bool isModemDown = false; ///< the modem in use was taken down for a cable, which is told once
     RetryPause modemDownPause;
-    bool isCarrierHidden = false; ///< the record of another device stands where the carrier's belongs
+    QString publishedName; ///< the interface whose record was published last
     SegmentPlace segmentPlace;
     QByteArray lostRecord; ///< of a segment that was lost or cannot be locked: to be put into it later
     std::optional<ServiceState> toldState; ///< what the state's file holds

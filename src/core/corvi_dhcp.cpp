@@ -55,8 +55,12 @@ void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
 /// renewal gets another address, a lease runs out, somebody flushes the interface.
 void Corvi::PublishAddress(NetworkDevice *d)
 {
-    if (d->ipAddress == d->publishedAddress)
+    if (d->ipAddress == d->publishedAddress) {
+        // Another device's record: of a cable that went, or a modem or a radio that gave way.
+        if (d->name != publishedName)
+            ShareStatus(d);
         return;
+    }
     if (!d->ipAddress.isEmpty()) {
         d->UpdateIpInformation();
         return;

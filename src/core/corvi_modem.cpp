@@ -81,7 +81,6 @@ void Corvi::TakeModemDown()
     TakeAddressAway(modem);
     SendAssociationMessage(modem, false);
     // Whoever reads on this event finds the modem's record; the next tick publishes the carrier's again.
-    isCarrierHidden = true;
 }
 
 /// A modem that a discovery adopts has all its attempts before it.

@@ -37,6 +37,7 @@ void Corvi::ShareStatus(NetworkDevice *nd)
     Log(Level::TRACE) << "ShareStatus()  Start";
     // Also where the record has to wait: its event is sent now, and once.
     nd->publishedAddress = nd->ipAddress;
+    publishedName = nd->name;
     if (!PutRecord(nd->status->GetData()))
         return;
     Log(Level::TRACE) << "ShareStatus()  Complete";

@@ -3,6 +3,8 @@
 
 #include "corvipeer.h"
 
+#include "zebnetstatus.h"
+
 using namespace CorviWorld;
 using namespace TestSupport;
 
@@ -39,6 +41,7 @@ private Q_SLOTS:
     void modemThatIsNotReadyDoesNotTakeOver_data();
     void modemThatIsNotReadyDoesNotTakeOver();
     void keptRadioTakesOverFromTheCable();
+    void keptRadioIsInTheRecordAfterTheCable();
     void radioThatIsNotReadyDoesNotTakeOver_data();
     void radioThatIsNotReadyDoesNotTakeOver();
     void radioTakesOverFromTheModem();
@@ -128,6 +131,22 @@ void TestCorviCarrier::keptRadioTakesOverFromTheCable()
     corvi->Tick();
 
     QCOMPARE(Configured(), QStringList{"wlan0"});
+}
+
+/// Also where it keeps the address that was published before, and its supplicant is still to start.
+void TestCorviCarrier::keptRadioIsInTheRecordAfterTheCable()
+{
+    GivenEverything();
+    corvi->GiveUpModem();
+    corvi->SettleSupplicant(GONE);
+
+    PullCable("eth0");
+    corvi->Tick(3);
+
+    ZebNetStatus record;
+    QVERIFY(record.SetData(corvi->Segment()));
+    QVERIFY(record.IsConnected());
+    QVERIFY(record.IsWireless());
 }
 
 void TestCorviCarrier::radioThatIsNotReadyDoesNotTakeOver_data()
