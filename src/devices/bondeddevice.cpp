@@ -28,9 +28,9 @@ const QString WIRED_NAME = QStringLiteral("eth0");
 const QString BONDING_MASTERS = SYS_NET + QStringLiteral("bonding_masters");
 const QString SAVED_MAC_FILE = QStringLiteral("/tmp/config/files/network/bondedMac");
 
-void Ip(const QStringList &arguments)
+bool Ip(const QStringList &arguments)
 {
-    Utils::Execute(QStringLiteral("ip"), arguments, false);
+    return Utils::Succeeds(QStringLiteral("ip"), arguments);
 }
 
 void SetLink(const QString &device, const QStringList &change)
@@ -38,14 +38,25 @@ void SetLink(const QString &device, const QStringList &change)
     Ip(QStringList{QStringLiteral("link"), QStringLiteral("set"), QStringLiteral("dev"), device} + change);
 }
 
-void Rename(const QString &newName, const QString &device)
+bool Rename(const QString &newName, const QString &device)
 {
-    Ip({QStringLiteral("link"), QStringLiteral("set"), QStringLiteral("name"), newName, device});
+    return Ip({QStringLiteral("link"), QStringLiteral("set"), QStringLiteral("name"), newName, device});
 }
 
 bool InterfaceExists(const QString &name)
 {
     return QFileInfo::exists(SYS_NET + name);
+}
+
+/// Kernels before 6.2 rename no interface that is up. True when it had to be taken down for that.
+bool RenameAlsoWhileUp(const QString &newName, const QString &device)
+{
+    if (Rename(newName, device) || !InterfaceExists(device) || InterfaceExists(newName))
+        return false;
+    Log(Level::NOTICE) << "BondedDevice -" << device << "cannot be renamed, trying again with the link down";
+    SetLink(device, {QStringLiteral("down")});
+    Rename(newName, device);
+    return true;
 }
 
 /// Wireless interfaces are left out by the first letter.
@@ -181,8 +192,8 @@ void BondedDevice::EnableBonding()
     ReleaseDhclient();
     TakeOverWiredName();
     LoadDriver();
-    Ip({QStringLiteral("link"), QStringLiteral("add"), bondName, QStringLiteral("type"),
-        QStringLiteral("bond")});
+    const bool isBondMade = Ip({QStringLiteral("link"), QStringLiteral("add"), bondName,
+                                QStringLiteral("type"), QStringLiteral("bond")});
     for (const QString &slave : qAsConst(slaves)) {
         SetLink(slave, {QStringLiteral("down")});
         SetLink(slave, {QStringLiteral("master"), bondName});
@@ -199,6 +210,20 @@ void BondedDevice::EnableBonding()
     bondingActive = true;
     if (savedMac.isEmpty())
         SaveMac(wiredName);
+    if (!isBondMade && renaming)
+        GiveNameBack();
+}
+
+/// No bond was made, as without its driver: the adapter has its name again, and the device keeps its wire. The
+/// next discovery tries again.
+void BondedDevice::GiveNameBack()
+{
+    if (InterfaceExists(wiredName) || !InterfaceExists(renamedName))
+        return;
+    Log(Level::NOTICE) << "BondedDevice::EnableBonding - there is no bond, going on without one on" << wiredName;
+    RenameAlsoWhileUp(wiredName, renamedName);
+    ReplaceName(slaves, renamedName, wiredName);
+    bondingActive = false;
 }
 
 void BondedDevice::TakeOverWiredName()
@@ -209,8 +234,10 @@ void BondedDevice::TakeOverWiredName()
     }
     wiredName = WIRED_NAME;
     renamedName = wiredName + QStringLiteral("-swap");
-    Rename(renamedName, wiredName);
+    const bool isTakenDown = RenameAlsoWhileUp(renamedName, wiredName);
     Rename(wiredName, bondName);
+    if (isTakenDown) // A port keeps no address, which would draw the traffic of the bond's network.
+        Ip({QStringLiteral("addr"), QStringLiteral("flush"), QStringLiteral("dev"), renamedName});
     bondName = wiredName;
     ReplaceName(slaves, wiredName, renamedName);
 }
@@ -239,7 +266,7 @@ void BondedDevice::DisableBonding()
         SetLink(slaves.first(), {QStringLiteral("up")});
     bondingActive = false;
     if (InterfaceExists(swapName)) {
-        Rename(WIRED_NAME, swapName);
+        RenameAlsoWhileUp(WIRED_NAME, swapName);
         ReplaceName(slaves, swapName, WIRED_NAME);
     }
 }

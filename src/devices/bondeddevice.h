@@ -65,6 +65,7 @@ private:
     // Steps of EnableBonding() and DisableBonding().
     void TakeOverWiredName();
     void LoadDriver();
+    void GiveNameBack();
     void TearDown();
 
     void AdoptPort(const QString &port, const QString &bond);

@@ -49,6 +49,15 @@ QStringList Utils::Execute(const QString &program, const QStringList &arguments,
     return GetResults(&process);
 }
 
+bool Utils::Succeeds(const QString &program, const QStringList &arguments)
+{
+    Program process;
+    SetEnvironment(process);
+    process.start(program, arguments, QIODevice::ReadWrite);
+    return process.WaitForEnd(PROGRAM_TIME_LIMIT_MS) && process.exitStatus() == QProcess::NormalExit &&
+           process.exitCode() == 0;
+}
+
 QStringList Utils::ExecuteMerged(const QString &program, const QStringList &arguments, int timeoutMs)
 {
     qDebug() << "ExecuteMerged" << program << arguments;

@@ -20,6 +20,9 @@ public:
     /// Waits at most 30000 ms; standard error is discarded. The last argument is accepted and ignored.
     static QStringList Execute(const QString &program, const QStringList &arguments, bool ignored);
 
+    /// As Execute(). Whether the program ended by itself, with status 0.
+    static bool Succeeds(const QString &program, const QStringList &arguments);
+
     /// Waits at most `timeoutMs` milliseconds; standard output and standard error are merged.
     static QStringList ExecuteMerged(const QString &program, const QStringList &arguments, int timeoutMs);
 

@@ -9,7 +9,8 @@
 
 using TestSupport::Journal;
 
-/// The ports of a bond that stands: adapters that are pulled and put back.
+/// The ports of a bond: adapters that are pulled and put back, kernels that rename nothing that is up, a
+/// driver that is missing.
 class TestBondedDevicePorts : public QObject
 {
     Q_OBJECT
@@ -24,6 +25,8 @@ private Q_SLOTS:
     void interfaceThatIsNoPortIsLeftAlone();
     void portThatCannotBeEnslavedIsNotTriedOnEveryTick();
     void withoutABondNothingIsEnslaved();
+    void adapterThatIsUpIsRenamedAllTheSame();
+    void withoutADriverTheAdapterHasItsNameBack();
 
 private:
     std::unique_ptr<FakeSysNet> net;
@@ -118,6 +121,44 @@ void TestBondedDevicePorts::withoutABondNothingIsEnslaved()
     QVERIFY(!bond->AdoptPorts());
 
     QCOMPARE(Journal(), QStringList());
+}
+
+void TestBondedDevicePorts::adapterThatIsUpIsRenamedAllTheSame()
+{
+    bond->DisableBonding();
+    bond = std::make_unique<BondedDevice>(nullptr);
+    bond->setRenaming(true);
+    TestSupport::Remove("/tmp/is-down");
+    TestSupport::Answer("ip", "case \"$*\" in *\"eth0 down\") touch /tmp/is-down ;;\n"
+                              "\"link set name eth0-swap eth0\") [ -e /tmp/is-down ] || exit 2 ;; esac\n" +
+                                  DRIVER);
+    TestSupport::ClearJournal();
+
+    bond->EnableBonding();
+
+    QCOMPARE(Journal().mid(3, 5),
+             QStringList({"ip link set name eth0-swap eth0", "ip link set dev eth0 down",
+                          "ip link set name eth0-swap eth0", "ip link set name eth0 bond0",
+                          "ip addr flush dev eth0-swap"}));
+    QVERIFY(QFile::exists("/sys/class/net/eth0/bonding"));
+    QVERIFY(TestSupport::LogText().contains("eth0 cannot be renamed, trying again with the link down"));
+}
+
+void TestBondedDevicePorts::withoutADriverTheAdapterHasItsNameBack()
+{
+    bond->DisableBonding();
+    bond = std::make_unique<BondedDevice>(nullptr);
+    bond->setRenaming(true);
+    TestSupport::Answer("modprobe", "exit 1");
+    TestSupport::Answer("ip", "[ \"$2\" != add ] || exit 2\n" + DRIVER);
+
+    bond->EnableBonding();
+
+    QVERIFY(QFile::exists("/sys/class/net/eth0"));
+    QVERIFY(!QFile::exists("/sys/class/net/eth0-swap"));
+    QVERIFY(!bond->isBondingActive());
+    QCOMPARE(bond->getSlaves(), QStringList({"eth0", "eth1"}));
+    QCOMPARE(Journal().last(), QString("ip link set name eth0 eth0-swap"));
 }
 
 QTEST_GUILESS_MAIN(TestBondedDevicePorts)
