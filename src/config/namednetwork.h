@@ -63,10 +63,14 @@ private:
     bool wireless = false;
     QString name;
     QString propsHash;
+    [[maybe_unused]] QStringList buildLines; ///< kept empty: a block is built in `wpaCfg`
+    [[maybe_unused]] QString buildText;      ///< kept empty, likewise
     bool secured = true;
     WpaSupplicantCfg wpaCfg;
+    [[maybe_unused]] QStringList blockLines; ///< kept empty: Block() gives those of `wpaCfg`
     std::unique_ptr<ZebNetConfig> netConfig;
     Logging *log;
     std::unique_ptr<ZebXmlConfig> xmlConfig;
+    [[maybe_unused]] bool enabled = true; ///< read by nobody: kept as it is
     bool useNewDriver = true;
 };

@@ -214,13 +214,14 @@ void BondedDevice::EnableBonding()
         GiveNameBack();
 }
 
-/// No bond was made, as without its driver: the adapter has its name again, and the device keeps its wire. The
-/// next discovery tries again.
+/// No bond was made, as without its driver: the adapter has its name again, and the device keeps its wire.
+/// The next discovery tries again.
 void BondedDevice::GiveNameBack()
 {
     if (InterfaceExists(wiredName) || !InterfaceExists(renamedName))
         return;
-    Log(Level::NOTICE) << "BondedDevice::EnableBonding - there is no bond, going on without one on" << wiredName;
+    Log(Level::NOTICE) << "BondedDevice::EnableBonding - there is no bond, going on without one on"
+                       << wiredName;
     RenameAlsoWhileUp(wiredName, renamedName);
     ReplaceName(slaves, renamedName, wiredName);
     bondingActive = false;

@@ -224,8 +224,10 @@ QByteArray NetworkDevice::ReadAttribute(const char *attribute) const
 
 bool NetworkDevice::getNamedNetworksForDevice()
 {
-    const QStringList storedNames = ZebNetConfig::GetNetworkNames();
+    QStringList storedNames = ZebNetConfig::GetNetworkNames();
     Log(Level::TRACE) << "NetworkDevice::getNamedNetworksForDevice()  " << storedNames;
+    // The writer's switches are shared by all networks: the last one that is built decides them.
+    storedNames.sort();
     for (const QString &networkName : storedNames) {
         // Asked before a definition is loaded, which may run programs to build its block.
         if (!IsStored(networkName) || !IsForInterface(networkName, name, isWireless) ||

@@ -38,6 +38,7 @@ private Q_SLOTS:
     void withoutDefinitionsNothingIsFound();
     void driverChoiceIsPassedOn_data();
     void driverChoiceIsPassedOn();
+    void lastDefinitionByNameDecidesWhatAllShare();
     void blocksFollowOneAnother();
     void wiredDefinitionWithoutSecurityHasNoBlock();
     void askingForBlocksBuildsNone();
@@ -194,6 +195,17 @@ void TestNetworkDeviceDefinitions::driverChoiceIsPassedOn()
     const Device device(wireless ? "wlan0" : "eth0", wireless);
 
     QCOMPARE(LogText().contains(" nn UseNewDriver \n"), passedOn);
+}
+
+void TestNetworkDeviceDefinitions::lastDefinitionByNameDecidesWhatAllShare()
+{
+    const QByteArray mode = "<securityMode>802.1X (TLS/EAP)</securityMode><allowWeakCerts>";
+    TestSupport::WriteNetworks(Network("lan2", mode + "true</allowWeakCerts>") +
+                               Network("lan1", mode + "false</allowWeakCerts>"));
+
+    const Device device("eth0");
+
+    QVERIFY(WpaSupplicantCfg::_allowWeakCerts);
 }
 
 void TestNetworkDeviceDefinitions::blocksFollowOneAnother()
