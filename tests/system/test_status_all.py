@@ -8,10 +8,12 @@ import subprocess
 from pathlib import Path
 
 from dot1x import Dot1xTest, peap
-from harness import STATIC, STATUS_TOOL, SystemTest, addresses, holds_for, main, run, wait_for, wired, write_store
+from harness import (SOURCE_DIR, STATIC, STATUS_TOOL, SystemTest, addresses, holds_for, main, run, wait_for, wired,
+                     write_store)
 
 STATE_FOLDER = Path("/run/corvi")
 STATE = STATE_FOLDER / "state.json"
+DOCUMENT = SOURCE_DIR / "docs/troubleshooting.md"
 
 
 def report():
@@ -21,6 +23,10 @@ def report():
 
 def interface(name="eth0"):
     return next((entry for entry in report()["interfaces"] if entry["name"] == name), {})
+
+
+def without_numbers(some_text):
+    return re.sub(r"\d+", "N", some_text)
 
 
 def text():
@@ -35,12 +41,14 @@ class WithState(SystemTest):
         STATE.unlink(missing_ok=True)
 
     def wait_state(self, expected, name="eth0", timeout=30):
-        """The sentence of the interface, once it matches."""
+        """Waits until the sentence of the interface matches. It must be one that the documentation explains."""
         try:
-            return wait_for(f"{name}: {expected}",
-                            lambda: re.fullmatch(expected, interface(name).get("waitsFor", "")), timeout)
+            match = wait_for(f"{name}: {expected}",
+                             lambda: re.fullmatch(expected, interface(name).get("waitsFor", "")), timeout)
         except AssertionError as error:
             raise AssertionError(f"{error}; is: {interface(name).get('waitsFor')}") from None
+        sentence = without_numbers(match[0].partition(", after")[0].replace("attempts", "attempt"))
+        self.assertIn(f"`{sentence}`", without_numbers(DOCUMENT.read_text(encoding="utf-8")))
 
 
 class Wired(WithState):
@@ -94,6 +102,20 @@ class Wired(WithState):
 
         self.wait_state("connected")
         self.wait_state("not used while eth0 carries the traffic", name="eth1")
+
+    def test_static_address_that_is_taken_away(self):
+        self.cable()
+        write_store(wired(**STATIC))
+        self.start_daemon()
+        self.wait_state("connected")
+        expected = "its static address is missing and is set again"
+
+        def is_missed():
+            run("ip", "addr", "flush", "dev", "eth0")
+            return interface()["waitsFor"] == expected
+
+        wait_for(expected, is_missed)
+        self.assertIn(f"`{expected}`", DOCUMENT.read_text(encoding="utf-8"))
 
     def test_no_definition(self):
         self.cable()
@@ -157,7 +179,9 @@ class Daemon(WithState):
         daemon.process.wait()
 
         self.assertTrue(STATE.exists())
-        self.assertIn("Corvi does not run.", text().splitlines()[0])
+        first = text().splitlines()[0]
+        self.assertEqual(first, "Corvi does not run. What follows is what the system itself says.")
+        self.assertIn(f"`{first}`", DOCUMENT.read_text(encoding="utf-8"))
         self.assertEqual(interface()["waitsFor"], "has an address")
 
     def test_daemon_without_a_folder_for_its_state(self):
@@ -168,6 +192,7 @@ class Daemon(WithState):
         daemon = self.start_daemon()
 
         wait_for("an address", lambda: interface()["addresses"])
+        self.assertIn(f"`{report()['daemon']}`", DOCUMENT.read_text(encoding="utf-8"))
         self.assertIn("Corvi runs, but what it waits for is not known", report()["daemon"])
         self.assertFalse(daemon.logged("TellState"))
 
@@ -217,6 +242,17 @@ class Authentication(WithState, Dot1xTest):
         wait_for("a failure", lambda: interface().get("lastFailure"), 60)
         self.assertEqual(interface()["lastFailure"]["reason"], "EAP authentication failed")
         text()
+
+    def test_line_that_the_supplicant_does_not_know(self):
+        self.switch_port(is_open=False)
+        extra = Path("/tmp/config/files/wpa_supp_conf")
+        extra.parent.mkdir(parents=True, exist_ok=True)
+        extra.write_text("nonsense=1\n", encoding="utf-8")
+        write_store(peap())
+
+        self.start_daemon()
+
+        self.wait_state(r"no supplicant stays, next try in \d+ s", timeout=240)
 
     def test_let_in(self):
         self.switch_port(is_open=False)
