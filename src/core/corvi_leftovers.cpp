@@ -23,6 +23,9 @@ void Corvi::ClearUpWired(const NetworkDevice *chosen)
             continue;
         }
         TakeAddressAway(device);
+        // Where that failed while the link was lost, its record still has the address.
+        if (!chosen && device->name == publishedName && device->ipAddress != device->publishedAddress)
+            ShareStatus(device);
     }
 }
 

@@ -57,6 +57,7 @@ private Q_SLOTS:
     void lossThatNobodySawIsALossNow_data();
     void lossThatNobodySawIsALossNow();
     void recordOfALostLinkHasNoAddress();
+    void recordOfALostLinkLosesItsAddressLater();
     void addressThatStaysIsNotTakenOnEveryTick();
     void wirelessFoundConnectedIsStoppedForACable();
     void strayWirelessIsStoppedForACable_data();
@@ -173,6 +174,22 @@ void TestCorviLeftovers::recordOfALostLinkHasNoAddress()
     PullCable("eth0");
     corvi.Tick();
 
+    QCOMPARE(Published(corvi).GetIp(), QString());
+}
+
+void TestCorviLeftovers::recordOfALostLinkLosesItsAddressLater()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    Answer("ip", "exit 1");
+    PullCable("eth0");
+    corvi.Tick();
+    QVERIFY(HasAddress("eth0"));
+    QCOMPARE(Published(corvi).GetIp(), QString("10.1.0.2"));
+
+    UseWorkingTools();
+    corvi.Tick();
+
+    QVERIFY(!HasAddress("eth0"));
     QCOMPARE(Published(corvi).GetIp(), QString());
 }
 
