@@ -58,17 +58,17 @@ void CheckProperties(ZebNetwork &network, Findings &findings)
 {
     for (auto property = network.properties.begin(); property != network.properties.end();) {
         const ZebProperty *known = ZebProperties::Find(property.key());
-        QString reason = ZebCheck::TextProblem(*property);
-        if (reason.isEmpty())
-            reason = known ? known->rule.check(*property) : QStringLiteral("no such property");
-        if (reason.isEmpty()) {
+        QString problem = ZebCheck::TextProblem(*property);
+        if (problem.isEmpty())
+            problem = known ? known->rule.check(*property) : QStringLiteral("no such property");
+        if (problem.isEmpty()) {
             ++property;
             continue;
         }
         const ZebConsequence consequence = !known               ? ZebConsequence::NotUsed
                                            : known->isEssential ? ZebConsequence::NetworkLeftOut
                                                                 : ZebConsequence::DefaultUsed;
-        findings.Add(property.key(), reason, consequence, known && !known->isSecret ? *property : QString());
+        findings.Add(property.key(), problem, consequence, known && !known->isSecret ? *property : QString());
         property = network.properties.erase(property);
     }
 }

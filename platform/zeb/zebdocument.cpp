@@ -83,9 +83,9 @@ void ReadHosts(QStringList &hosts, QXmlStreamReader &xml, ZebProblems &problems)
         const ZebPlace place = PlaceOf(xml);
         const bool isHost = xml.name() == QLatin1String("host");
         const std::optional<QString> line = ReadText(xml);
-        const QString reason = isHost ? HostProblem(line) : QStringLiteral("an element that is not a host");
-        if (!reason.isEmpty())
-            problems.append({place, {}, HOSTS, reason, ZebConsequence::NotUsed});
+        const QString problem = isHost ? HostProblem(line) : QStringLiteral("an element that is not a host");
+        if (!problem.isEmpty())
+            problems.append({place, {}, HOSTS, problem, ZebConsequence::NotUsed});
         else if (!line->isEmpty())
             hosts << *line;
     }
@@ -146,15 +146,15 @@ void ReadNetwork(ZebDocument &document, QXmlStreamReader &xml, ZebProblems &prob
 void CheckSettings(Texts &settings, ZebProblems &problems)
 {
     for (auto setting = settings.values.begin(); setting != settings.values.end();) {
-        const QString reason = ZebCheck::TextProblem(*setting);
-        if (reason.isEmpty()) {
+        const QString problem = ZebCheck::TextProblem(*setting);
+        if (problem.isEmpty()) {
             ++setting;
             continue;
         }
         problems.append({settings.places.value(setting.key()),
                          {},
                          Shortened(setting.key()),
-                         reason,
+                         problem,
                          ZebConsequence::NotUsed});
         setting = settings.values.erase(setting);
     }
