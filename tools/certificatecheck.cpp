@@ -43,7 +43,7 @@ QSslKey KeyIn(const QByteArray &contents, const QByteArray &password)
 {
     for (const QSsl::EncodingFormat format : {QSsl::Pem, QSsl::Der}) {
         for (const QSsl::KeyAlgorithm algorithm : {QSsl::Rsa, QSsl::Ec, QSsl::Dsa}) {
-            const QSslKey key(contents, algorithm, format, QSsl::PrivateKey, password);
+            QSslKey key(contents, algorithm, format, QSsl::PrivateKey, password);
             if (!key.isNull())
                 return key;
         }
