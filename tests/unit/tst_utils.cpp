@@ -206,17 +206,20 @@ void TestUtils::executeStopsWaitingAfterItsLimit()
 
 void TestUtils::childThatStaysInTheBackgroundIsNotWaitedFor()
 {
-    // It holds the standard output; with it the limit would pass.
+    TestSupport::Remove("/tmp/child.go");
+    TestSupport::Remove("/tmp/child.lived");
     QElapsedTimer timer;
     timer.start();
 
-    const QStringList lines = Utils::Execute(SHELL, Script("sleep 60 & echo $!"), false);
+    // It holds the standard output: whoever waits for the end of that waits until the limit passes.
+    const QStringList lines = Utils::Execute(
+        SHELL, Script("{ until [ -e /tmp/child.go ]; do sleep 0.05; done; >/tmp/child.lived; } & echo hi"),
+        false);
 
+    QCOMPARE(lines, (QStringList{"hi", ""}));
     QVERIFY2(timer.elapsed() < 20000, qPrintable(QString::number(timer.elapsed())));
-    const int child = lines.first().toInt();
-    QVERIFY(child > 0);
-    QCOMPARE(::kill(child, 0), 0);
-    ::kill(child, SIGKILL);
+    TestSupport::WriteFile("/tmp/child.go", "");
+    QTRY_VERIFY(QFile::exists("/tmp/child.lived"));
 }
 
 void TestUtils::nothingElseRunsMeanwhile()
@@ -232,12 +235,16 @@ void TestUtils::nothingElseRunsMeanwhile()
 
 void TestUtils::executeBlocksItsOwnThreadAlone()
 {
-    TestSupport::Remove("/tmp/thread.go");
+    for (const char *path : {"/tmp/thread.waits", "/tmp/thread.go"})
+        TestSupport::Remove(path);
     QStringList lines;
     std::thread other([&lines] {
-        lines = Utils::Execute(SHELL, Script("until [ -e /tmp/thread.go ]; do sleep 0.05; done; echo done"),
-                               false);
+        lines = Utils::Execute(
+            SHELL, Script(">/tmp/thread.waits; until [ -e /tmp/thread.go ]; do sleep 0.05; done; echo done"),
+            false);
     });
+    while (!QFile::exists("/tmp/thread.waits"))
+        QTest::qSleep(10);
 
     const QStringList own = Utils::Execute("echo", {"own"}, false);
     const bool wasWaiting = lines.isEmpty();
