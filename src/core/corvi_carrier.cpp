@@ -3,6 +3,7 @@
 
 #include "corvi.h"
 
+#include "journal.h"
 #include "logging.h"
 #include "modem.h"
 #include "networkdevice.h"
@@ -21,6 +22,7 @@ void Corvi::Configure(NetworkDevice *d)
 
 void Corvi::ConfigureModem(Modem *modem)
 {
+    const JournalSubject subject(modem->name);
     modem->ConfigureIFace();
     lastConfigured = modem->name;
     modem->RefreshStatus();

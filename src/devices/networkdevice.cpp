@@ -3,6 +3,7 @@
 
 #include "networkdevice.h"
 
+#include "journal.h"
 #include "logging.h"
 #include "namednetwork.h"
 #include "paths.h"
@@ -147,6 +148,7 @@ void NetworkDevice::ReadCarrier()
 
 void NetworkDevice::UpdateIpInformation()
 {
+    const JournalSubject subject(name, currentNetwork ? currentNetwork->Name() : QString());
     status->SetIfaceInfo(macAddress, ipAddress, broadcast, netmask);
     // The same address found again, or still none, is no news.
     LogOnce(addressReport, ipAddress) << "NetworkDevice::UpdateIpInformation" << macAddress << ","

@@ -3,6 +3,7 @@
 
 #include "networkdevice.h"
 
+#include "journal.h"
 #include "logging.h"
 #include "namednetwork.h"
 #include "networknames.h"
@@ -69,6 +70,7 @@ ZebNetConfig *NetworkDevice::UpdateConfig()
 
 void NetworkDevice::ConfigureNetwork(bool renew)
 {
+    const JournalSubject subject(name);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork -- start " << name;
     fallbackEnabled = false;
     inFallback = false;
@@ -91,6 +93,7 @@ void NetworkDevice::ConfigureNetwork(bool renew)
 
 void NetworkDevice::ApplyConfig(bool renew)
 {
+    const JournalSubject subject(name, currentConfig->GetName());
     // The label says DNS and the value is the static address's flag: kept as it is.
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork  Name=" << currentConfig->GetName()
                       << "Use Static DNS=" << currentConfig->staticIp;

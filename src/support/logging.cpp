@@ -3,6 +3,8 @@
 
 #include "logging.h"
 
+#include "journal.h"
+
 #include <QDebug>
 #include <QFile>
 #include <QMutex>
@@ -28,10 +30,19 @@ bool lastLineIsCut = false;
 
 QtMessageHandler previousHandler = nullptr;
 
+const Journal &TheJournal()
+{
+    static const Journal journal;
+    return journal;
+}
+
 void ForwardMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
-    if (type == QtWarningMsg && qstrcmp(context.category, "zeb") == 0)
+    if (type == QtWarningMsg && qstrcmp(context.category, "zeb") == 0) {
         Log(Level::NOTICE) << text;
+        if (TheJournal().HasDebugOutput())
+            return; // It is there already.
+    }
     previousHandler(type, context, text);
 }
 } // namespace
@@ -90,7 +101,7 @@ void Logging::LogMessage(LoggingLevel level, const QString &message, bool echo)
 {
     if (level > CurrentLevel())
         return;
-    if (CurrentLevel() == Level::VERBOSE || echo)
+    if ((CurrentLevel() == Level::VERBOSE || echo) && !TheJournal().HasDebugOutput())
         qDebug() << CurrentTimeDate() << "Logging::LogMessage" << message;
     Log(level) << message;
 }
@@ -114,8 +125,11 @@ Logging::Logger::~Logger()
     stream->flush();
     if (level <= CurrentLevel())
         Write();
-    if (level == Level::FAULT)
+    // An echo there would be the second one in the journal.
+    if (level == Level::FAULT && !TheJournal().HasDebugOutput())
         qDebug() << line;
+    if (TheJournal().IsWanted())
+        TheJournal().Send(level, line.mid(textStart).trimmed());
     // The stream writes into the line, which is destroyed before it: end it first.
     stream.reset();
 }
@@ -182,8 +196,11 @@ Logging::Logger &Logging::Logger::operator<<(const QStringList &items)
 
 Log::Log(Logging::LoggingLevel lineLevel) : Logger(lineLevel)
 {
-    if (IsEnabled())
-        *this << Logging::CurrentTimeDate();
+    if (!IsEnabled())
+        return;
+    const QString stamp = Logging::CurrentTimeDate();
+    *this << stamp;
+    textStart = static_cast<int>(stamp.size());
 }
 
 void LogPlatformWarnings()

@@ -22,7 +22,8 @@ inline constexpr int VERBOSE = 6;
 
 /// The daemon's log: one file, one line at a time, opened, appended to and closed for each line so that
 /// nothing is lost in a crash. Lines of several threads never interleave; a line that cannot be written
-/// is dropped without a report. Lives for the whole process.
+/// is dropped without a report. Where the journal is wanted (journal.h), each line goes there, too. Lives for
+/// the whole process.
 class Logging
 {
 public:
@@ -87,6 +88,9 @@ private:
     bool enabled = false;
     LoggingLevel level;
     QString line;
+
+protected:
+    int textStart = 0; ///< where the line's own text begins, behind the time stamp
 };
 
 /// A line of `level` that starts with the time stamp: `Log(Level::TRACE) << "Corvi::Init()";`

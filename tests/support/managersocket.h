@@ -12,8 +12,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-/// The service manager's end of src/support/servicemanager.h. A name that begins with '@' is in the abstract
-/// namespace.
+/// The other end of src/support/servicemanager.h, or of src/support/journal.h. A name that begins with '@' is
+/// in the abstract namespace.
 class ManagerSocket
 {
 public:
@@ -34,7 +34,7 @@ public:
     /// The next state that it was told, empty when there is none.
     QByteArray Heard()
     {
-        char state[64];
+        char state[4096];
         const ssize_t size = ::recv(fd, state, sizeof state, 0);
         return size < 0 ? QByteArray() : QByteArray(state, static_cast<int>(size));
     }

@@ -2,6 +2,7 @@
 # Copyright (c) 2026 The Corvi developers
 
 corvi_add_unit_test(tst_interfacekind LIBS support)
+corvi_add_unit_test(tst_journal LIBS support)
 corvi_add_unit_test(tst_linkevents LIBS support)
 corvi_add_unit_test(tst_logging LIBS support)
 corvi_add_unit_test(tst_platformfile LIBS support)

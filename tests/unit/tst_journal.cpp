@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "journal.h"
+#include "logging.h"
+#include "managersocket.h"
+#include "testsupport.h"
+
+#include <QProcess>
+#include <QTest>
+
+#include <sys/stat.h>
+
+using namespace TestSupport;
+
+namespace {
+
+const char *const SOCKET = "/run/systemd/journal/socket";
+const char *const LOG = "/var/log/corvi-mon.log";
+
+/// As JOURNAL_STREAM has it.
+QByteArray StreamOf(const QString &file)
+{
+    struct stat info = {};
+    ::stat(QFile::encodeName(file).constData(), &info);
+    return QByteArray::number(static_cast<qulonglong>(info.st_dev)) + ':' +
+           QByteArray::number(static_cast<qulonglong>(info.st_ino));
+}
+
+} // namespace
+
+/// The lines of the log in the journal. main() says that it is wanted.
+class TestJournal : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { QVERIFY(QDir().mkpath("/run/systemd/journal")); }
+    void init()
+    {
+        Remove(SOCKET);
+        Logging::GetInstance(Level::VERBOSE, true);
+    }
+
+    void lineIsSentWithItsPriority_data();
+    void lineIsSentWithItsPriority();
+    void subjectIsSentWhileItLives();
+    void lineFeedStaysInTheMessage();
+    void journalThatDoesNotListenIsNotWaitedFor();
+    void isWantedWhereTheUnitSaysSo_data();
+    void isWantedWhereTheUnitSaysSo();
+    void faultIsToldOnce_data();
+    void faultIsToldOnce();
+};
+
+void TestJournal::lineIsSentWithItsPriority_data()
+{
+    QTest::addColumn<int>("level");
+    QTest::addColumn<QByteArray>("priority");
+    QTest::newRow("fault") << Level::FAULT << QByteArray("3");
+    QTest::newRow("notice") << Level::NOTICE << QByteArray("5");
+    QTest::newRow("trace") << Level::TRACE << QByteArray("6");
+    QTest::newRow("debug") << Level::DEBUG << QByteArray("7");
+}
+
+void TestJournal::lineIsSentWithItsPriority()
+{
+    QFETCH(int, level);
+    QFETCH(QByteArray, priority);
+    ManagerSocket journal(SOCKET);
+    QVERIFY(journal.bound);
+
+    Log(level) << "no lease on" << QString("eth\u00e9") << 5;
+
+    QCOMPARE(journal.Heard(), QByteArray("SYSLOG_IDENTIFIER=corvi\nPRIORITY=" + priority +
+                                         "\nMESSAGE=no lease on eth\xc3\xa9 5\n"));
+    QCOMPARE(journal.Heard(), QByteArray());
+    // The file as ever: the stamp, the items with a blank each, Latin-1.
+    QCOMPARE(ReadFile(LOG).mid(int(sizeof "2025-05-03 17:05:01.234")),
+             QByteArray(":  no lease on eth\xe9 5 \n"));
+}
+
+void TestJournal::subjectIsSentWhileItLives()
+{
+    ManagerSocket journal(SOCKET);
+    {
+        const JournalSubject device("eth0");
+        {
+            const JournalSubject definition("eth0", "lan");
+            Log(Level::NOTICE) << "inner";
+        }
+        Log(Level::NOTICE) << "outer";
+    }
+    Log(Level::NOTICE) << "none";
+
+    QVERIFY(journal.Heard().endsWith("\nINTERFACE=eth0\nDEFINITION=lan\nMESSAGE=inner\n"));
+    QVERIFY(journal.Heard().endsWith("PRIORITY=5\nINTERFACE=eth0\nMESSAGE=outer\n"));
+    QVERIFY(journal.Heard().endsWith("PRIORITY=5\nMESSAGE=none\n"));
+}
+
+void TestJournal::lineFeedStaysInTheMessage()
+{
+    ManagerSocket journal(SOCKET);
+
+    Log(Level::NOTICE) << "a\nPRIORITY=0";
+
+    QVERIFY(journal.Heard().endsWith(QByteArray("\nMESSAGE\n\x0c\0\0\0\0\0\0\0a\nPRIORITY=0\n", 30)));
+}
+
+void TestJournal::journalThatDoesNotListenIsNotWaitedFor()
+{
+    Log(Level::NOTICE) << "nobody is there";
+    ManagerSocket journal(SOCKET);
+
+    // More than it may have unread (/proc/sys/net/unix/max_dgram_qlen, 10 to 512).
+    for (int line = 0; line < 2000; ++line)
+        Log(Level::NOTICE) << line;
+
+    QCOMPARE(ReadFile(LOG).count('\n'), 2001);
+}
+
+void TestJournal::isWantedWhereTheUnitSaysSo_data()
+{
+    QTest::addColumn<QByteArray>("variable");
+    QTest::addColumn<QByteArray>("stream");
+    QTest::addColumn<bool>("wanted");
+    QTest::addColumn<bool>("hasDebugOutput");
+    const QByteArray ours = StreamOf("/proc/self/fd/2");
+    QTest::newRow("it says nothing") << QByteArray() << QByteArray() << false << false;
+    QTest::newRow("by the variable") << QByteArray("1") << QByteArray() << true << false;
+    QTest::newRow("another value") << QByteArray("0") << QByteArray() << false << false;
+    QTest::newRow("by the error output") << QByteArray() << ours << true << true;
+    QTest::newRow("the output was led elsewhere") << QByteArray() << QByteArray("1:2") << false << false;
+}
+
+void TestJournal::isWantedWhereTheUnitSaysSo()
+{
+    QFETCH(QByteArray, variable);
+    QFETCH(QByteArray, stream);
+    qputenv("CORVI_JOURNAL", variable);
+    qputenv("JOURNAL_STREAM", stream);
+
+    const ::Journal journal;
+
+    qunsetenv("JOURNAL_STREAM");
+    QTEST(journal.IsWanted(), "wanted");
+    QTEST(journal.HasDebugOutput(), "hasDebugOutput");
+}
+
+void TestJournal::faultIsToldOnce_data()
+{
+    QTest::addColumn<bool>("isConnected");
+    QTest::addColumn<int>("echoes");
+    QTest::newRow("error output elsewhere") << false << 1;
+    QTest::newRow("error output in the journal") << true << 0;
+}
+
+void TestJournal::faultIsToldOnce()
+{
+    QFETCH(bool, isConnected);
+    QFETCH(int, echoes);
+    ManagerSocket journal(SOCKET);
+    const QString output = "/tmp/output";
+    WriteFile(output, "");
+    QProcess process;
+    process.setStandardErrorFile(output, QIODevice::Append);
+    process.setEnvironment(
+        QProcess::systemEnvironment() +
+        QStringList{isConnected ? "JOURNAL_STREAM=" + StreamOf(output) : "CORVI_JOURNAL=1"});
+
+    process.start(QCoreApplication::applicationFilePath(), {"--fault"});
+
+    QVERIFY(process.waitForFinished());
+    QVERIFY(journal.Heard().endsWith("\nMESSAGE=a fault\n"));
+    QCOMPARE(journal.Heard(), QByteArray());
+    QCOMPARE(ReadFile(output).count("a fault"), echoes);
+    QCOMPARE(ReadFile(LOG).count("a fault"), 1);
+}
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    if (application.arguments().value(1) == "--fault") {
+        Log(Level::FAULT) << "a fault";
+        return 0;
+    }
+    qputenv("CORVI_JOURNAL", "1");
+    TestJournal test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_journal.moc"
