@@ -3,6 +3,8 @@
 
 #include "corvipeer.h"
 
+#include "zebnetconfig.h"
+
 using namespace CorviWorld;
 using namespace TestSupport;
 
@@ -241,7 +243,10 @@ void TestCorviUpkeep::lostDefaultRouteIsSetAgain()
 void TestCorviUpkeep::gatewayOutOfReachCostsNobodyHisRoute()
 {
     UseWorkingRoute();
-    CorviPeer corvi(QByteArray(LAN_STATIC).replace("10.1.0.1<", "10.9.9.9<"), {"eth0"}, SET_UP);
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Tick();
+    corvi.WiredDevice()->currentConfig->gateway = "10.9.9.9";
+    RealIp({"route", "del", "default"});
     MakeInterface("other0");
     BringUp("other0");
     RealIp({"addr", "add", "10.8.0.2/24", "dev", "other0"});
@@ -251,6 +256,7 @@ void TestCorviUpkeep::gatewayOutOfReachCostsNobodyHisRoute()
     corvi.WiredDevice()->KeepStaticAddress();
 
     QCOMPARE(JournalOf("route"), QStringList());
+    QCOMPARE(JournalOf("ip route replace default via 10.9.9.9").size(), 1);
     QVERIFY(RealIp({"route", "show", "default"}).contains("via 10.8.0.1"));
 }
 
