@@ -8,7 +8,8 @@
 
 namespace {
 
-/// Bring-ups without a running link after which a modem is given up until the next discovery.
+/// Bring-ups without a running link after which a modem is given up until the next discovery: that is fixed,
+/// so no further attempt is made before.
 constexpr int MODEM_ATTEMPTS = 10;
 
 } // namespace

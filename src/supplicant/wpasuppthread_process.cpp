@@ -89,7 +89,9 @@ void WpaSuppThread::WatchForLeftOvers()
 }
 
 /// Ends every supplicant that has our file: those of an earlier daemon, and one that was told to end and did
-/// not. It would hold the control socket that the next one needs.
+/// not. It would hold the control socket that the next one needs. None is taken over instead of a launch,
+/// which is a fixed step of every start: the file has been written anew since, and what the running one read
+/// is unknown.
 void WpaSuppThread::EndLeftOvers()
 {
     idleTicks = LEFT_OVER_TICKS;
