@@ -206,6 +206,7 @@ private:
     ReportOnce rescanReport;
     ReportOnce managerReport;
     ReportOnce changeReport; ///< another wired device carries
+    ReportOnce alsoUpReport; ///< a second wired device carries
     ReportOnce linkReport;
     ReportOnce fallbackReport;
     ReportOnce wirelessReport;

@@ -75,9 +75,8 @@ NetworkDevice *Corvi::ChooseWiredDevice()
             Log(Level::VERBOSE) << "Corvi::WiredNetworkSetup:: " << device->name << "active";
         } else if (chosen && (device->isRunning || device->stopped)) {
             if (device->isRunning)
-                Log(device->stopped ? Level::TRACE : Level::NOTICE)
-                    << "Corvi::WiredNetworkSetup:: " << chosen->name << " is up but " << device->name
-                    << "is also up.";
+                LogOnce(alsoUpReport, device->name) << "Corvi::WiredNetworkSetup:: " << chosen->name
+                                                    << " is up but " << device->name << "is also up.";
             device->StopDevice();
         } else if (!device->isUp) {
             Log(Level::TRACE) << device->name << " is not up so start it";

@@ -44,6 +44,7 @@ private Q_SLOTS:
     void missingDeviceIsSkipped();
     void deviceThatIsDownIsStarted();
     void secondCableIsStopped();
+    void manyLinksAreToldOfInAFewLines();
     void secondCableIsToldToStopOnEveryTick();
     void secondCableTakesOver();
     void cableInTheSecondPortIsFound();
@@ -135,6 +136,22 @@ void TestCorviWired::deviceThatIsDownIsStarted()
 
     QCOMPARE(LogLines().first(), QString("eth0  is not up so start it"));
     QCOMPARE(Journal(), QStringList{"ifconfig eth0 up"});
+}
+
+/// As those of a hundred containers.
+void TestCorviWired::manyLinksAreToldOfInAFewLines()
+{
+    QStringList names{"eth0"};
+    for (int i = 10; i < 20; ++i)
+        names << QString("veth%1").arg(i);
+    CorviPeer corvi(LAN_STATIC, names, DISCOVERED);
+    Forget();
+
+    corvi.Tick();
+
+    const auto told = LogLines().filter("is also up").size();
+    QVERIFY2(told >= 1 && told <= 5, qPrintable(QString::number(told)));
+    QCOMPARE(JournalOf("ifconfig veth").size(), 10);
 }
 
 void TestCorviWired::secondCableIsStopped()
