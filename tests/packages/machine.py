@@ -45,17 +45,19 @@ class Machine:
         self.console = self.folder / "console"
         self.process = None
         self.leader = None
+        self.interface = None
         self.cable = None
         self.server = None
 
-    def boot(self, cable=Cable, dhcp=True):
-        """Powers it on: its only interface is eth0, as a new one of its kernel is: down and without an address."""
-        self.cable = cable("eth0")
+    def boot(self, interface="eth0", cable=Cable, dhcp=True):
+        """Powers it on with one interface, which is as a new one of its kernel is: down and without an address."""
+        self.interface = interface
+        self.cable = cable(interface)
         self.server = DhcpServer(self.cable) if dhcp else None
         with open(self.console, "ab") as console:
             self.process = subprocess.Popen(
                 ["systemd-nspawn", "--quiet", "--register=no", "--keep-unit", "--boot", "--console=pipe",
-                 "--link-journal=no", "--network-interface=eth0", f"--directory={self.root}"],
+                 "--link-journal=no", f"--network-interface={interface}", f"--directory={self.root}"],
                 stdin=subprocess.DEVNULL, stdout=console, stderr=console)
         self.leader = wait_for("the machine's first process", self._first_process)
         wait_for("the machine is up", lambda: self.run("systemctl", "is-system-running", check=False).strip()
@@ -81,7 +83,7 @@ class Machine:
                 self.server.stop()
             run("ip", "netns", "delete", self.cable.netns)
             # The container gives it back, unless it went with the other end.
-            run("ip", "link", "delete", "dev", "eth0", check=False)
+            run("ip", "link", "delete", "dev", self.interface, check=False)
 
     def reboot(self, **options):
         self.shut_down()
@@ -121,11 +123,11 @@ class Machine:
         return int(self.show("MainPID"))
 
     def addresses(self):
-        lines = self.run("ip", "-br", "-4", "address", "show", "dev", "eth0", check=False).split()
+        lines = self.run("ip", "-br", "-4", "address", "show", "dev", self.interface, check=False).split()
         return [word.split("/")[0] for word in lines[2:]]
 
     def wait_address(self, accept=lambda address: True, timeout=60):
-        return wait_for("an address on eth0", lambda: next(filter(accept, self.addresses()), None), timeout)
+        return wait_for(f"an address on {self.interface}", lambda: next(filter(accept, self.addresses()), None), timeout)
 
     def install(self, *files):
         """Installs packages with apt. What they depend on is in the machine's cache; there is no network."""
