@@ -42,6 +42,8 @@ class Machine:
         lower = ":".join(str(layer) for layer in reversed((ROOT, *layers)))
         run("mount", "-t", "overlay", "-o",
             f"lowerdir={lower},upperdir={self.upper},workdir={self.folder / 'work'}", "overlay", self.root)
+        # The build machine's own, and with its mode.
+        (self.root / "etc/resolv.conf").unlink(missing_ok=True)
         self.console = self.folder / "console"
         self.process = None
         self.leader = None

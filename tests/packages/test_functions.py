@@ -43,6 +43,11 @@ class Functions(PackageTest):
         wait_for("the resolver", lambda: "nameserver 10.77.0.1" in machine.read("/etc/resolv.conf"))
         wait_for("the hosts", lambda: "192.0.2.9 printer" in machine.read("/etc/hosts"))
         self.assertIn("default via 10.77.0.1 dev eth0", machine.run("ip", "route"))
+        # Once in the journal, too, with the interface that it is about.
+        told = wait_for("the line in the journal", lambda: machine.run(
+            "journalctl", "--output=cat", "INTERFACE=eth0", "DEFINITION=lan", "_SYSTEMD_UNIT=corvi.service").strip())
+        self.assertEqual(told.count("NetworkDevice::UpdateIpInformation"), 1)
+        self.assertIn(machine.addresses()[0], told)
         # Everybody asks names.
         modes = machine.run("stat", "-L", "-c", "%a", "/etc/resolv.conf", "/etc/hosts")
         self.assertEqual(modes.split(), ["644", "644"])
