@@ -163,7 +163,7 @@ void TestHostileValues::areReadAsMeantOrLeftOut()
 
         QVERIFY2(!reading.contains("Failed to read or parse"), qPrintable(reading));
         const QStringList blocks = reading.split("start of a new network block").mid(1);
-        QCOMPARE(blocks.size(), int(written.size()));
+        QCOMPARE(int(blocks.size()), int(written.size()));
         for (int i = 0; i < blocks.size(); ++i)
             CompareValues(*written.at(size_t(i))->Config(), ValuesIn(blocks.at(i).split('\n')));
         kept += int(written.size());
