@@ -48,7 +48,7 @@ HeldKey HashedKey(const QString &ssid, const QString &passphrase)
     if (found != keys.constEnd())
         return *found;
 
-    const auto key = std::make_shared<const QString>(
+    auto key = std::make_shared<const QString>(
         WpaSupplicantCfg::KeyIn(Utils::Execute(QStringLiteral("wpa_passphrase"), {ssid, passphrase}, false)));
     // The tool is asked again for a key that it did not give or that was cut.
     if (SupplicantValues::PskProblem(*key).isEmpty()) {
