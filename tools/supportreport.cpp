@@ -24,7 +24,7 @@
 namespace {
 
 /// Of a log, its end: some thousand lines.
-constexpr qint64 TAIL_BYTES = 512 * 1024;
+constexpr qint64 TAIL_BYTES = 524288;
 constexpr mode_t OWNER_ONLY = 0600;
 
 /// A file of the archive, and where it is from.

@@ -91,7 +91,7 @@ QDateTime ExpiryOf(const QString &lease)
 
 std::optional<LeaseFacts> LeaseOf(const LinkFacts &link, const QByteArray &leases)
 {
-    const auto lease = SystemFacts::LastLease(leases, link.name);
+    auto lease = SystemFacts::LastLease(leases, link.name);
     const auto isInUse = [&lease](const QString &address) {
         return address.section(QLatin1Char('/'), 0, 0) == lease->address;
     };
