@@ -25,6 +25,7 @@ class BondedDevice;
 class Logging;
 class Modem;
 class NetworkDevice;
+struct DeviceReports;
 class QLocalSocket;
 class QTimer;
 class WpaSuppThread;
@@ -222,6 +223,9 @@ private:
     ReportOnce lostSegmentReport;
     ReportOnce foreignSegmentReport;
     ReportOnce stateReport;
+    /// By interface: what was told of one outlives its device, which the next rescan, or the next time that
+    /// its adapter is put in, makes anew.
+    std::map<QString, std::shared_ptr<DeviceReports>> deviceReports;
     QHash<QString, ReportOnce> flagReports; ///< by path: flag files that cannot be removed
 
     // Life, the supervision tick

@@ -126,6 +126,7 @@ void Corvi::AddDevice(const QString &interfaceName)
         break;
     }
     devices.insert(interfaceName, device);
+    device->ShareReports(deviceReports[interfaceName]);
     connect(device, &NetworkDevice::SendEventMessage, this, &Corvi::onSendEventMessage);
     // Wireless and modem devices are brought up by their setup, when their turn comes.
     if (kind == InterfaceKind::Wired)

@@ -139,6 +139,14 @@ void NetworkDevice::ReadMacAddress()
     SetText(macAddress, text.data());
 }
 
+void NetworkDevice::ShareReports(std::shared_ptr<DeviceReports> &known)
+{
+    if (known)
+        reports = known;
+    else
+        known = reports;
+}
+
 void NetworkDevice::ReadCarrier()
 {
     const char carrier = carrierFile.Read(socketFd);
@@ -151,8 +159,8 @@ void NetworkDevice::UpdateIpInformation()
     const JournalSubject subject(name, currentNetwork ? currentNetwork->Name() : QString());
     status->SetIfaceInfo(macAddress, ipAddress, broadcast, netmask);
     // The same address found again, or still none, is no news.
-    LogOnce(addressReport, ipAddress) << "NetworkDevice::UpdateIpInformation" << macAddress << ","
-                                      << ipAddress << "," << status->GetBroadcast();
+    LogOnce(reports->address, ipAddress) << "NetworkDevice::UpdateIpInformation" << macAddress << ","
+                                         << ipAddress << "," << status->GetBroadcast();
     if (ipAddress.isEmpty() || !isUp) {
         inFallback = false;
         ipAnnounced = false;

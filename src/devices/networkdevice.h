@@ -24,6 +24,13 @@ class QTimer;
 class ZebNetConfig;
 class ZebNetStatus;
 
+/// What is told of an interface over and over while it lasts.
+struct DeviceReports
+{
+    ReportOnce address{QString()}; ///< that there is none is no news
+    ReportOnce config, dhcp, speed, resolver, hosts, start, upkeep;
+};
+
 /// One kernel interface: its last observed state, the network definitions that apply to it, and the
 /// operations that configure it with the system's tools. Lives on the main thread; created without a parent
 /// and deleted by the service object, which reads and sets the public state directly.
@@ -48,6 +55,9 @@ public:
     // Life, state, events
 
     int InitDevice();
+    /// Goes on with what was told of the interface before this device was made; where that was nothing,
+    /// others will go on with what this one tells.
+    void ShareReports(std::shared_ptr<DeviceReports> &known);
     ZebNetConfig *UpdateConfig();
     /// Reads addresses and link state again: interface ioctls (netdevice(7)) and the carrier file, which a
     /// link that is down refuses to give (Documentation/ABI/testing/sysfs-class-net).
@@ -187,15 +197,7 @@ private:
     RetryPause startPause{RetryPause::First::AT_ONCE};  ///< of bringing the link up
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route
 
-    // What is told of over and over while it lasts.
-    ReportOnce addressReport{QString()};
-    ReportOnce configReport;
-    ReportOnce dhcpReport;
-    ReportOnce speedReport;
-    ReportOnce resolverReport;
-    ReportOnce hostsReport;
-    ReportOnce startReport;
-    ReportOnce staticReport;
+    std::shared_ptr<DeviceReports> reports = std::make_shared<DeviceReports>();
 };
 
 Q_DECLARE_METATYPE(NetworkDevice *)

@@ -79,15 +79,15 @@ void NetworkDevice::ConfigureNetwork(bool renew)
         if (!currentConfig)
             currentConfig = getCurrentConfig();
         if (!currentConfig) {
-            LogOnce(configReport) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
+            LogOnce(reports->config) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
             EndDhcpClient();
             SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::FAILED);
             return;
         }
         ApplyConfig(renew);
-        configReport.Over();
+        reports->config.Over();
     } catch (...) {
-        LogOnce(configReport, QStringLiteral("failed")) << "NetworkDevice::ConfigureNetwork -- Failed";
+        LogOnce(reports->config, QStringLiteral("failed")) << "NetworkDevice::ConfigureNetwork -- Failed";
     }
 }
 
@@ -149,7 +149,7 @@ void NetworkDevice::ObtainAddress()
     if (!isBound) {
         ++dhcpFailures;
         // Attempts go on for as long as there is no server.
-        LogOnce(dhcpReport)
+        LogOnce(reports->dhcp)
             << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
         // The attempt flushed the interface: the fields must not announce the address it had.
         ipAddress.clear();
@@ -157,7 +157,7 @@ void NetworkDevice::ObtainAddress()
         netmask.clear();
         return;
     }
-    dhcpReport.Over();
+    reports->dhcp.Over();
     dhcpFailures = 0;
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renewing ip address";
     RefreshStatus();
@@ -198,7 +198,7 @@ void NetworkDevice::ApplySpeed()
     const QStringList words = speed.split(QLatin1Char(' '));
     if (words.size() != 3) {
         // Attempts to get an address apply the speed again and again. The line names no class: kept as it is.
-        LogOnce(speedReport, speed) << "ConfigureNetwork - Wrong format " << speed;
+        LogOnce(reports->speed, speed) << "ConfigureNetwork - Wrong format " << speed;
         return;
     }
     const int mbits = words.at(0).toInt();

@@ -141,7 +141,7 @@ void NetworkDevice::WriteResolver(const QByteArray &earlier, const QString &dns1
         Log(Level::TRACE) << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
     } else if (ReplaceResolver(contents)) {
         // Where some other program keeps changing the file back, that is told once.
-        LogOnce(resolverReport, QString::fromUtf8(contents))
+        LogOnce(reports->resolver, QString::fromUtf8(contents))
             << "NetworkDevice::SetDNS -  " << dns1 << ", " << dns2 << domain;
     } else {
         ReportNoResolver();
@@ -150,7 +150,7 @@ void NetworkDevice::WriteResolver(const QByteArray &earlier, const QString &dns1
 
 void NetworkDevice::ReportNoResolver()
 {
-    LogOnce(resolverReport, QStringLiteral("no access"))
+    LogOnce(reports->resolver, QStringLiteral("no access"))
         << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
 }
 
@@ -160,10 +160,10 @@ void NetworkDevice::SetHosts(const QStringList &lines)
     for (const QString &line : lines)
         text += line + QLatin1Char('\n');
     if (!SecureFile::Replace(HOST_LIST, text.toUtf8(), 0644)) {
-        LogOnce(hostsReport) << "NetworkDevice::SetHosts -  Unable to access hosts";
+        LogOnce(reports->hosts) << "NetworkDevice::SetHosts -  Unable to access hosts";
         return;
     }
-    hostsReport.Over();
+    reports->hosts.Over();
     // Shell lines because only the shell's environment knows HOSTNAME.
     ZebSystem::execShell(QStringLiteral("echo \"127.0.0.1\tlocalhost\" >> /tmp/.hostlist"));
     ZebSystem::execShell(

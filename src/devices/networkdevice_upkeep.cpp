@@ -34,7 +34,8 @@ void NetworkDevice::FollowLink()
     // An interface that is gone has no hardware address either, and nobody can bring it up.
     if (!linkUp || stopped || macAddress.isEmpty() || !startPause.IsDue(now))
         return;
-    LogOnce(startReport) << "NetworkDevice::RefreshStatus -- the link is down, bringing it up again:" << name;
+    LogOnce(reports->start) << "NetworkDevice::RefreshStatus -- the link is down, bringing it up again:"
+                            << name;
     linkUp = false;
 }
 
@@ -61,7 +62,7 @@ void NetworkDevice::KeepStaticAddress()
     }
     if (!staticPause.IsDue(now))
         return;
-    LogOnce(staticReport, hasAddress ? QStringLiteral("route") : QStringLiteral("address"))
+    LogOnce(reports->upkeep, hasAddress ? QStringLiteral("route") : QStringLiteral("address"))
         << "NetworkDevice::KeepStaticAddress - the" << (hasAddress ? "default route" : "static address")
         << "is missing, setting it again on" << name;
     if (!hasAddress) {

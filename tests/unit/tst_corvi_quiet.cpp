@@ -18,6 +18,8 @@ private Q_SLOTS:
     void lastingStateIsSilent_data();
     void lastingStateIsSilent();
     void vanishedInterfaceIsSilent();
+    void deviceMadeAnewIsNoNews_data();
+    void deviceMadeAnewIsNoNews();
     void idleTickStartsNoProgram();
     void lineHasItsLevel_data();
     void lineHasItsLevel();
@@ -112,6 +114,36 @@ void TestCorviQuiet::vanishedInterfaceIsSilent()
 
     QCOMPARE(LogLines(), QStringList());
     QVERIFY(!corvi.IsWiredUp());
+}
+
+void TestCorviQuiet::deviceMadeAnewIsNoNews_data()
+{
+    QTest::addColumn<bool>("isReload");
+    QTest::newRow("reload after reload") << true;
+    QTest::newRow("adapter that is loose") << false;
+}
+
+/// A device object lives until the next rescan; what was told of its interface was told for longer.
+void TestCorviQuiet::deviceMadeAnewIsNoNews()
+{
+    QFETCH(bool, isReload);
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    corvi.Tick(3);
+    QCOMPARE(LogLines().filter("UpdateIpInformation").size(), 1);
+
+    for (int i = 0; i < 10; ++i) {
+        if (isReload) {
+            WriteFile(RELOAD_FLAG, "");
+        } else {
+            RealIp({"link", "delete", "dev", "eth0"});
+            MakeInterface("eth0");
+        }
+        corvi.Tick(4);
+        QVERIFY(corvi.IsWiredUp());
+    }
+
+    QCOMPARE(LogLines().filter("UpdateIpInformation").size(), 1);
 }
 
 void TestCorviQuiet::idleTickStartsNoProgram()
