@@ -127,7 +127,8 @@ private Q_SLOTS:
     void areReadAsMeantOrLeftOut();
 };
 
-/// A long run: CORVI_HOSTILE_STORES=10000, with CORVI_HOSTILE_SEED for another beginning.
+/// A long run: CORVI_HOSTILE_STORES=10000 QTEST_FUNCTION_TIMEOUT=36000000 (ms), with CORVI_HOSTILE_SEED for
+/// another beginning.
 void TestHostileValues::areReadAsMeantOrLeftOut()
 {
     StartWriterFromNothing();
