@@ -17,6 +17,9 @@
 
 namespace {
 
+/// A person waits. Where the supplicant lives, it answers within milliseconds.
+constexpr int TIME_LIMIT_MS = 2000;
+
 QHash<QByteArray, QString> Values(const QByteArray &reply)
 {
     QHash<QByteArray, QString> values;
@@ -57,6 +60,7 @@ SupplicantFacts AskSupplicant(const QString &interfaceName, bool isWireless)
                                                                      &wpa_ctrl_close);
     if (!connection)
         return Problem(errno == EACCES ? QStringLiteral("only root may ask it") : qt_error_string(errno));
+    connection->timeLimitMs = TIME_LIMIT_MS;
     QByteArray status;
     QByteArray signal;
     if (!Ask(connection.get(), QByteArrayLiteral("STATUS"), status))

@@ -51,6 +51,11 @@ size_t os_strlcpy(char *destination, const char *source, size_t size)
     return length;
 }
 
+Duration TimeLimit(const wpa_ctrl *ctrl, Duration usual)
+{
+    return ctrl->timeLimitMs > 0 ? std::chrono::milliseconds(ctrl->timeLimitMs) : usual;
+}
+
 void os_sleep(unsigned seconds)
 {
     timespec rest{static_cast<time_t>(seconds), 0};
@@ -135,7 +140,7 @@ bool SendWithRetries(const wpa_ctrl *ctrl, const char *cmd, size_t length)
             return false;
         if (firstFailure == Duration::zero())
             firstFailure = os_get_reltime();
-        else if (os_get_reltime() - firstFailure > SEND_TIME_LIMIT)
+        else if (os_get_reltime() - firstFailure > TimeLimit(ctrl, SEND_TIME_LIMIT))
             return false;
         os_sleep(SEND_RETRY_SECONDS);
     }
@@ -175,7 +180,7 @@ ssize_t ReceiveReply(wpa_ctrl *ctrl, char *buffer, size_t size)
 int WaitForDatagram(const wpa_ctrl *ctrl)
 {
     Duration start = os_get_reltime();
-    while (os_get_reltime() - start < REPLY_TIME_LIMIT) {
+    while (os_get_reltime() - start < TimeLimit(ctrl, REPLY_TIME_LIMIT)) {
         pollfd entry{ctrl->s, POLLIN, 0};
         const int result =
             poll(&entry, 1, static_cast<int>(std::chrono::milliseconds(REPLY_WAIT_STEP).count()));

@@ -19,6 +19,7 @@ struct wpa_ctrl
     sockaddr_un dest;  ///< the supplicant's socket
     int destFile;      ///< holds the inode of the supplicant's socket (O_PATH); -1 when it has none
     pid_t peer;        ///< the process that sent the last reply; 0 before the first one
+    int timeLimitMs; ///< for a reply, and for sending; 0, as it is made, for the limits of wpa_ctrl_request()
 };
 
 /// Called with the text of an event that arrives while a reply is awaited.

@@ -77,6 +77,8 @@ private slots:
     void terminatesAnEventThatFillsTheBuffer();
     void survivesAFloodOfEvents();
     void waitsTenSecondsForAReply();
+    void waitsOnlyAsLongAsItMay_data();
+    void waitsOnlyAsLongAsItMay();
     void waitsAfreshAfterAnInterruption();
     void waitsAfreshAfterAnEvent();
     void triesFiveSecondsToSend();
@@ -221,6 +223,35 @@ void TestWpaCtrl::waitsTenSecondsForAReply()
     const qint64 elapsed = timer.elapsed();
     QVERIFY2(elapsed >= 10000 && elapsed < 11000, qPrintable(QString::number(elapsed)));
     QCOMPARE(attached.get(), -2);
+}
+
+void TestWpaCtrl::waitsOnlyAsLongAsItMay_data()
+{
+    QTest::addColumn<bool>("takesCommands");
+    QTest::newRow("no answer") << true;
+    QTest::newRow("takes no command") << false;
+}
+
+void TestWpaCtrl::waitsOnlyAsLongAsItMay()
+{
+    QFETCH(bool, takesCommands);
+    FakeSupplicant supplicant;
+    supplicant.SetSilent("STATUS");
+    const Ctrl ctrl = Open();
+    ctrl->timeLimitMs = 2000;
+    if (!takesCommands) {
+        supplicant.Freeze();
+        while (send(ctrl->s, "x", 1, 0) == 1)
+            continue;
+    }
+    QElapsedTimer timer;
+    timer.start();
+
+    QVERIFY(Request(ctrl, "STATUS").result < 0);
+
+    // The usual limits are 10 s and 5 s.
+    const qint64 elapsed = timer.elapsed();
+    QVERIFY2(elapsed >= 2000 && elapsed < 4500, qPrintable(QString::number(elapsed)));
 }
 
 void TestWpaCtrl::waitsAfreshAfterAnInterruption()
