@@ -18,6 +18,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <cstdio>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -74,17 +76,27 @@ QVector<Question> Questions()
     };
 }
 
+/// Where every user can put a link to what only root may read, or give it a second name.
+bool IsInSharedFolder(const QString &path)
+{
+    return path.startsWith(QLatin1String("/tmp/"));
+}
+
 /// The whole lines among its last bytes.
 QByteArray Tail(const QString &path)
 {
-    // Some are where every user can put a pipe, on which reading would wait.
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    const bool isShared = IsInSharedFolder(path);
+    // There can be a pipe, too, on which reading would wait.
+    const int fd = ::open(QFile::encodeName(path).constData(),
+                          O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | (isShared ? O_NOFOLLOW : 0));
     struct stat info = {};
     QFile file;
     if (fd == -1 || !file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle))
         return QByteArray("cannot be read: " + qt_error_string().toUtf8() + '\n');
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
         return QByteArrayLiteral("is not a regular file\n");
+    if (isShared && info.st_nlink != 1)
+        return QByteArrayLiteral("has a second name\n");
     if (file.size() <= TAIL_BYTES)
         return file.readAll();
     file.seek(file.size() - TAIL_BYTES);
@@ -103,7 +115,7 @@ public:
     {
         // The secrets are known from here on.
         const QByteArray store = masking.Store(Whole(XML_FULL_NETWORK_PATH));
-        const QByteArray supplicantFile = masking.SupplicantFile(Whole(WPA_SUPPLICANT_CONF));
+        const QByteArray supplicantFile = masking.SupplicantFile(Whole(WPA_SUPPLICANT_CONF, O_NOFOLLOW));
         bool isWritten = Add("networkconfig.xml", store) && Add("wpa_supplicant.conf", supplicantFile);
         const SystemReport report = SystemFacts::Read();
         isWritten = isWritten && Add("status.txt", ReportText::ForPerson(report, false).toUtf8()) &&
@@ -118,9 +130,9 @@ public:
     }
 
 private:
-    static QByteArray Whole(const QString &source)
+    static QByteArray Whole(const QString &source, int flags = 0)
     {
-        return SecureFile::ReadRegular(source).value_or(QByteArray());
+        return SecureFile::ReadRegular(source, flags).value_or(QByteArray());
     }
 
     static QByteArray AnswerTo(const Question &question)
@@ -146,6 +158,12 @@ bool Pack(const QString &folder, const QString &name, const QString &archive)
                              {QStringLiteral("-czf"), archive, QStringLiteral("-C"), folder, name}) == 0;
 }
 
+/// Replaces a link of that name, where QFile::rename() would write through it.
+bool PutInPlace(const QString &packed, const QString &archive)
+{
+    return std::rename(QFile::encodeName(packed).constData(), QFile::encodeName(archive).constData()) == 0;
+}
+
 } // namespace
 
 SupportReport::Outcome SupportReport::Write(const QString &folder)
@@ -162,7 +180,7 @@ SupportReport::Outcome SupportReport::Write(const QString &folder)
     if (!QDir().mkdir(files) || !Collection(files).Fill())
         return {QString(), qt_error_string()};
     const QString archive = QDir(folder).absoluteFilePath(name + QStringLiteral(".tar.gz"));
-    if (!Pack(work.path(), name, packed) || !QFile::rename(packed, archive))
+    if (!Pack(work.path(), name, packed) || !PutInPlace(packed, archive))
         return {QString(), QStringLiteral("the archive cannot be made")};
     return {archive, QString()};
 }

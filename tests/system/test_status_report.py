@@ -2,6 +2,7 @@
 # Copyright (c) 2026 The Corvi developers
 """The archive for a support engineer: all that is asked for, and no secret, nor in anything else that tells."""
 
+import datetime
 import random
 import re
 import shutil
@@ -15,6 +16,7 @@ from harness import (LOG, STATUS_TOOL, STORE, SUPPLICANT_FILE, SystemTest, main,
 
 FOLDER = Path("/tmp/reports")
 STATE_FOLDER = Path("/run/corvi")
+TRANSCRIPT = Path("/tmp/dhclient.log")
 ENTRIES = {"networkconfig.xml", "wpa_supplicant.conf", "status.txt", "status.json", "state.json", "corvi-mon.log",
            "wpa_supplicant.log", "dhclient.log", "dhclient.leases", "dhclient.conf", "resolv.conf", "os-release",
            "ip-address.txt", "ip-route.txt", "unit.txt", "unit-properties.txt", "journal.txt", "kernel.txt",
@@ -62,6 +64,7 @@ class Report(ReportTest):
         write_store(wired())
         self.start_daemon()
         address = self.wait_address("eth0", server.serves)
+        wait_for("the transcript, written when the client is done", TRANSCRIPT.exists)
 
         files = self.write()
 
@@ -90,6 +93,35 @@ class Report(ReportTest):
 
         self.assertEqual(result.returncode, 1)
         self.assertTrue(result.stderr.startswith("corvi-status: "))
+
+    def test_links_at_the_archive_s_name(self):
+        elsewhere = Path("/tmp/elsewhere")
+        now = datetime.datetime.now()
+        for second in range(120):
+            name = (now + datetime.timedelta(seconds=second)).strftime("corvi-report-%Y%m%d-%H%M%S.tar.gz")
+            (FOLDER / name).symlink_to(elsewhere)
+
+        archive = Path(run(STATUS_TOOL, "--report", FOLDER, timeout=100).strip())
+
+        self.assertFalse(elsewhere.exists())
+        self.assertFalse(archive.is_symlink())
+        self.assertTrue(tarfile.is_tarfile(archive))
+
+    def test_another_file_under_the_name_of_a_log(self):
+        for kind in ("symbolic link", "second name"):
+            with self.subTest(kind):
+                secret = Path("/tmp/only-for-root")
+                secret.write_text("of nobody's business\n", encoding="utf-8")
+                self.addCleanup(secret.unlink, missing_ok=True)
+                TRANSCRIPT.unlink(missing_ok=True)
+                self.addCleanup(TRANSCRIPT.unlink, missing_ok=True)
+                (TRANSCRIPT.symlink_to if kind == "symbolic link" else TRANSCRIPT.hardlink_to)(secret)
+
+                files = self.write()
+
+                self.assertNotIn(b"business", files["dhclient.log"])
+                shutil.rmtree(FOLDER)
+                FOLDER.mkdir()
 
     def test_ordinary_user(self):
         write_store(wired(password="a-secret-of-root"))
