@@ -15,6 +15,7 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QJsonDocument>
+#include <QLoggingCategory>
 
 #include <cerrno>
 #include <chrono>
@@ -142,6 +143,8 @@ public:
             return QStringLiteral("--all, --watch, --wait and --report are for one at a time");
         if (!IsSet(wait) && (IsSet(interface) || IsSet(timeout)))
             return QStringLiteral("--interface and --timeout go with --wait");
+        if (IsSet(report) && ReportFolder().isEmpty())
+            return QStringLiteral("--report needs a folder");
         if (IsSet(timeout) && !Timeout())
             return QStringLiteral("not a number of seconds: ") + parser.value(timeout);
         return QString();
@@ -218,6 +221,8 @@ int main(int argc, char *argv[])
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("corvi-status"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVI_VERSION));
+    // What the daemon's own parts tell of each program that they run.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
 
     CommandLine commandLine;
     commandLine.Parse(application);

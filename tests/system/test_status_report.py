@@ -94,6 +94,17 @@ class Report(ReportTest):
         self.assertEqual(result.returncode, 1)
         self.assertTrue(result.stderr.startswith("corvi-status: "))
 
+    def test_empty_name_of_a_folder(self):
+        result = subprocess.run([STATUS_TOOL, "--report", ""], capture_output=True, text=True, check=False)
+
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        self.assertEqual(result.stderr, "corvi-status: --report needs a folder\n")
+
+    def test_says_nothing_else(self):
+        result = subprocess.run([STATUS_TOOL, "--report", FOLDER], capture_output=True, text=True, check=True)
+
+        self.assertEqual(result.stderr, "")
+
     def test_links_at_the_archive_s_name(self):
         elsewhere = Path("/tmp/elsewhere")
         now = datetime.datetime.now()
