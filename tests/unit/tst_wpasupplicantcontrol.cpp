@@ -92,6 +92,7 @@ private slots:
     void noticesADeadSupplicant();
     void leavesALiveSupplicantAlone();
     void keepsTheConnectionWhenTheNameIsGone();
+    void tellsOfTheNextNameThatGoes();
     void opensToASuccessor();
     void isClosedAfterAnOpeningThatFails();
     void readsNothingWhereNothingWaits();
@@ -518,6 +519,22 @@ void TestWpaSupplicantControl::keepsTheConnectionWhenTheNameIsGone()
     // Told once.
     QCOMPARE(TestSupport::LogText().count('\n'), 1);
     QVERIFY(TestSupport::LogText().contains("The name is gone, the connection goes on"));
+}
+
+void TestWpaSupplicantControl::tellsOfTheNextNameThatGoes()
+{
+    WpaSupplicantControl control(nullptr);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+
+    for (int i = 0; i < 2; ++i) {
+        FakeSupplicant supplicant;
+        QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+        TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+        control.CheckPeer();
+        control.closeControlInterface();
+    }
+
+    QCOMPARE(TestSupport::LogText().count(QStringLiteral("The name is gone")), 2);
 }
 
 void TestWpaSupplicantControl::opensToASuccessor()
