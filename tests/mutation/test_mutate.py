@@ -32,9 +32,13 @@ class FaultsOfText(unittest.TestCase):
 
     def test_leaves_alone(self):
         for line in ["// a == b, 5, true", "#include <a1.h>", "std::map<int, int> a", "0x10", "name2", "return {};",
-                     "    int a = b;", "    Type a(b);", "    b));", "'\"' + '5'", 'R"(5 == "5")"', "/* 5\n 5 */"]:
+                     "return nullptr;", "    int a = b;", "    Type a(b);", "    b));", "'\"' + '5'",
+                     'R"(5 == "5")"', "/* 5\n 5 */"]:
             with self.subTest(line):
                 self.assertEqual([], changes(line))
+
+    def test_same_fault_once(self):
+        self.assertEqual([("boolean", "    return false;")], changes("    return true;"))
 
     def test_place_after_comment(self):
         text = '/* "a"\n 1 */ f("b");  // "c"\ng(7)'
