@@ -6,18 +6,64 @@
 #include "segmentid.h"
 #include "zebnetsegment.h"
 
+#include <QFile>
 #include <QSharedMemory>
 
 #include <cerrno>
 #include <cstring>
 
+#include <sys/ipc.h>
+#include <sys/sem.h>
 #include <sys/shm.h>
+#include <unistd.h>
 
 namespace {
 
 StatusReading Failure(const QString &reason)
 {
     return {StatusReading::Outcome::Unreadable, {}, reason};
+}
+
+/// As semctl(2) wants it from its caller.
+union SemaphoreArgument {
+    int value;
+    semid_ds *info;
+};
+
+/// The daemon is root's. What somebody else made is to deceive us, or to hold us up at a lock that he keeps.
+bool IsAnothers(const ipc_perm &permissions)
+{
+    return permissions.cuid != 0 && permissions.cuid != ::geteuid();
+}
+
+/// As Qt makes the key of its file; -1 without the file.
+key_t KeyOf(const QString &file)
+{
+    return ::ftok(QFile::encodeName(file).constData(), 'Q');
+}
+
+bool IsAnothersSegment(key_t key)
+{
+    shmid_ds info = {};
+    const int id = key == -1 ? -1 : ::shmget(key, 0, 0);
+    return id != -1 && ::shmctl(id, IPC_STAT, &info) == 0 && IsAnothers(info.shm_perm);
+}
+
+bool IsAnothersLock(key_t key)
+{
+    semid_ds info = {};
+    SemaphoreArgument argument = {};
+    argument.info = &info;
+    const int id = key == -1 ? -1 : ::semget(key, 0, 0);
+    return id != -1 && ::semctl(id, 0, IPC_STAT, argument) == 0 && IsAnothers(info.sem_perm);
+}
+
+/// To be asked before anything that takes the lock, as to attach does.
+bool IsOfAnotherUser(const QString &segmentFile)
+{
+    QString lockFile = segmentFile; // Qt does not tell its name.
+    lockFile.replace(QStringLiteral("qipc_sharedmemory_"), QStringLiteral("qipc_systemsem_"));
+    return IsAnothersSegment(KeyOf(segmentFile)) || IsAnothersLock(KeyOf(lockFile));
 }
 
 /// A segment outlives the program that made it, so that its being there says nothing. The number of those
@@ -52,6 +98,8 @@ StatusReading Decode(const QByteArray &bytes)
 StatusReading ReadStatus()
 {
     QSharedMemory segment(ZebNetSegment::KEY);
+    if (IsOfAnotherUser(segment.nativeKey()))
+        return Failure(QStringLiteral("it belongs to another user"));
     if (!segment.attach(QSharedMemory::ReadOnly)) {
         if (segment.error() == QSharedMemory::NotFound)
             return {};

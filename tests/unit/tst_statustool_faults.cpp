@@ -8,9 +8,14 @@
 #include <QDir>
 #include <QFile>
 #include <QLocalSocket>
+#include <QScopeGuard>
 #include <QtTest>
 
+#include <array>
 #include <csignal>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -38,6 +43,8 @@ private Q_SLOTS:
 
     void segmentThatCannotBeReadIsAFailure_data();
     void segmentThatCannotBeReadIsAFailure();
+    void segmentOfAnotherUserIsNotShown_data();
+    void segmentOfAnotherUserIsNotShown();
     void socketThatCannotBeMadeIsAFailure();
     void withoutAPipeSignalsEndTheWatchOutright_data();
     void withoutAPipeSignalsEndTheWatchOutright();
@@ -55,9 +62,9 @@ void TestStatusToolFaults::segmentThatCannotBeReadIsAFailure_data()
     QTest::addColumn<int>("from");
     QTest::addColumn<QString>("reason");
 
-    // The attachment takes the lock too, and gives it back; and it asks for the size.
+    // The attachment takes the lock too, and gives it back; and it asks for the size, as we do for the maker.
     QTest::newRow("attached") << "shmat" << 1 << "permission denied";
-    QTest::newRow("examined") << "shmctl" << 2 << "cannot examine the segment: Permission denied";
+    QTest::newRow("examined") << "shmctl" << 3 << "cannot examine the segment: Permission denied";
     QTest::newRow("found among the mappings")
         << "maps" << 1 << "cannot examine the segment: Invalid argument";
     QTest::newRow("locked") << "semop" << 3 << "unable to lock";
@@ -78,6 +85,49 @@ void TestStatusToolFaults::segmentThatCannotBeReadIsAFailure()
     QCOMPARE(result.output, QString());
     QVERIFY2(result.error.startsWith("corvi-status: The status cannot be read: "), qPrintable(result.error));
     QVERIFY2(result.error.contains(reason), qPrintable(result.error));
+}
+
+void TestStatusToolFaults::segmentOfAnotherUserIsNotShown_data()
+{
+    QTest::addColumn<bool>("isLocked");
+
+    QTest::newRow("as the daemon would publish") << false;
+    QTest::newRow("with a lock that is never given back") << true;
+}
+
+void TestStatusToolFaults::segmentOfAnotherUserIsNotShown()
+{
+    QFETCH(bool, isLocked);
+    std::array<int, 2> published = {};
+    QCOMPARE(::pipe(published.data()), 0);
+    const pid_t user = ::fork();
+    if (user == 0) {
+        if (::setuid(65534) != 0)
+            _exit(1);
+        Publisher publisher;
+        publisher.Publish(WiredStatus().GetData());
+        if (isLocked)
+            publisher.segment.lock();
+        if (::write(published[1], "", 1) == 1)
+            ::pause();
+        _exit(1);
+    }
+    const auto ender = qScopeGuard([user] {
+        ::kill(user, SIGKILL);
+        ::waitpid(user, nullptr, 0);
+        QProcess::execute("ipcrm", {"--all"});
+        const QDir folder("/tmp");
+        for (const QString &name : folder.entryList({"qipc_*"}, QDir::Files | QDir::System))
+            TestSupport::Remove(folder.filePath(name));
+    });
+    char byte = 0;
+    QCOMPARE(::read(published[0], &byte, 1), ssize_t(1));
+
+    const Result result = Run({});
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.output, QString());
+    QCOMPARE(result.error, QString("corvi-status: The status cannot be read: it belongs to another user.\n"));
 }
 
 void TestStatusToolFaults::socketThatCannotBeMadeIsAFailure()
