@@ -96,8 +96,9 @@ QString DaemonLine(const SystemReport &report)
     const QString why =
         report.daemon.error.isEmpty() ? QStringLiteral("there is no such file") : report.daemon.error;
     if (report.segment.outcome == Outcome::Unreadable)
-        return QStringLiteral("Whether Corvi runs, only root can tell: %1 cannot be read (%2).")
-            .arg(ServiceState::PATH, why);
+        return QStringLiteral("Whether Corvi runs is not known: %1 cannot be read (%2), nor can its "
+                              "status (%3).")
+            .arg(ServiceState::PATH, why, report.segment.error);
     return QStringLiteral("Corvi runs, but what it waits for is not known: %1 cannot be read (%2).")
         .arg(ServiceState::PATH, why);
 }

@@ -401,7 +401,8 @@ void TestStatusReport::firstLineSaysWhetherTheDaemonRuns_data()
     QTest::newRow("nothing there") << int(State::Absent) << int(Segment::NoDaemon) << "Corvi does not run.";
     QTest::newRow("no folder") << int(State::Absent) << int(Segment::NotYet) << "Corvi runs, but what";
     QTest::newRow("no rights") << int(State::Absent) << int(Segment::Unreadable)
-                               << "Whether Corvi runs, only";
+                               << "Whether Corvi runs is not known: /run/corvi/state.json cannot be read "
+                                  "(there is no such file), nor can its status (no permission).";
 }
 
 void TestStatusReport::firstLineSaysWhetherTheDaemonRuns()
@@ -412,8 +413,9 @@ void TestStatusReport::firstLineSaysWhetherTheDaemonRuns()
     SystemReport report = SystemWith(Connected());
     report.daemon.outcome = static_cast<ServiceStateReading::Outcome>(state);
     report.segment.outcome = static_cast<StatusReading::Outcome>(segment);
+    report.segment.error = "no permission";
 
-    const QString line = ReportText::ForPerson(report, false).section('\n', 0, 0);
+    const QString line = ReportText::ForPerson(report, false).replace('\n', ' ');
 
     QVERIFY2(line.startsWith(start), qPrintable(line));
 }
