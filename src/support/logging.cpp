@@ -36,9 +36,15 @@ const Journal &TheJournal()
     return journal;
 }
 
+/// The platform library, and the running of outside programs: neither knows of the log.
+bool IsForOperator(const char *category)
+{
+    return qstrcmp(category, "zeb") == 0 || qstrcmp(category, "corvi.program") == 0;
+}
+
 void ForwardMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
-    if (type == QtWarningMsg && qstrcmp(context.category, "zeb") == 0) {
+    if (type == QtWarningMsg && IsForOperator(context.category)) {
         Log(Level::NOTICE) << text;
         if (TheJournal().HasDebugOutput())
             return; // It is there already.

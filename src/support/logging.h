@@ -100,6 +100,7 @@ public:
     explicit Log(Logging::LoggingLevel lineLevel);
 };
 
-/// Writes warnings of the platform library (Qt logging category "zeb") to the log at level 2, so that what
-/// is wrong with the store is told where an operator looks. Everything else goes where it went before.
+/// Writes warnings of the platform library (Qt logging category "zeb") and of the programs that are run
+/// ("corvi.program") to the log at level 2, so that what is wrong with the store, or a tool that is missing,
+/// is told where an operator looks. Everything else goes where it went before.
 void LogPlatformWarnings();

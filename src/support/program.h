@@ -18,8 +18,8 @@ public:
     ~Program() override;
 
     /// Waits for the end, at most `limitMs` milliseconds, or without limit for -1; false when it still runs
-    /// or never did. A program that could not be started, crashed or is to be killed after this is told on
-    /// standard error (category "corvi.program"), once until it works again. Usable from every thread.
+    /// or never did. A program that could not be started, crashed or is to be killed after this is told as
+    /// a warning (category "corvi.program"), once until it works again. Usable from every thread.
     bool WaitForEnd(int limitMs);
 
 private:

@@ -6,6 +6,7 @@
 #include "allocationcounter.h"
 #include "debugoutput.h"
 #include "mountpoint.h"
+#include "program.h"
 #include "resourcelimit.h"
 #include "testsupport.h"
 
@@ -87,7 +88,7 @@ private Q_SLOTS:
     void lineWithinALineIsLost();
     void linesOfSeveralThreadsStayWhole();
     void lineThatIsNotWrittenAllocatesNothing();
-    void platformWarningsAreLogged();
+    void warningsForTheOperatorAreLogged();
 };
 
 void TestLogging::initTestCase()
@@ -506,7 +507,7 @@ void TestLogging::lineThatIsNotWrittenAllocatesNothing()
     QVERIFY2(written > 0, "the counter does not count");
 }
 
-void TestLogging::platformWarningsAreLogged()
+void TestLogging::warningsForTheOperatorAreLogged()
 {
     SetLevel(2);
     DebugOutput output;
@@ -515,9 +516,13 @@ void TestLogging::platformWarningsAreLogged()
     qCWarning(platformCategory) << "bad store";
     qWarning() << "something else";
     qCDebug(platformCategory) << "detail";
+    Program missing;
+    missing.start("/nowhere/dhclient", QStringList());
+    missing.WaitForEnd(1000);
 
-    QCOMPARE(TestSupport::LogLines(), QStringList{"bad store"});
-    QCOMPARE(output.Take(), (QStringList{"bad store", "something else", "detail"}));
+    const QString fault = "/nowhere/dhclient cannot be started: " + missing.errorString() + ' ';
+    QCOMPARE(TestSupport::LogLines(), (QStringList{"bad store", fault}));
+    QCOMPARE(output.Take(), (QStringList{"bad store", "something else", "detail", fault}));
 }
 
 QTEST_GUILESS_MAIN(TestLogging)
