@@ -100,11 +100,19 @@ Answer AnswerFor(const QByteArray &contents, const Request &request)
     return answer;
 }
 
+QString TextForPerson(const QString &fileName, const Answer &answer)
+{
+    const QString text = StoreReportText::ForPerson(fileName, answer.report) +
+                         StorePlanText::ForPerson(answer.plan.value_or(StorePlan()));
+    QStringList lines = text.split(QLatin1Char('\n'));
+    std::transform(lines.begin(), lines.end(), lines.begin(), Printable);
+    return lines.join(QLatin1Char('\n'));
+}
+
 QString Text(const QString &fileName, const Answer &answer, bool asJson)
 {
     if (!asJson)
-        return StoreReportText::ForPerson(fileName, answer.report) +
-               StorePlanText::ForPerson(answer.plan.value_or(StorePlan()));
+        return TextForPerson(fileName, answer);
     QJsonObject object = StoreReportText::ForProgram(fileName, answer.report);
     if (answer.plan)
         object.insert(QStringLiteral("plan"), StorePlanText::ForProgram(*answer.plan));

@@ -11,3 +11,11 @@ bool Print(FILE *stream, const QString &text)
     const auto size = static_cast<size_t>(bytes.size());
     return std::fwrite(bytes.constData(), 1, size, stream) == size && std::fflush(stream) == 0;
 }
+
+QString Printable(QString line)
+{
+    for (QChar &character : line)
+        if (character.category() == QChar::Other_Control || character.category() == QChar::Other_Format)
+            character = QChar::ReplacementCharacter;
+    return line;
+}

@@ -10,3 +10,7 @@
 /// Writes the text and flushes; false, with the reason in errno, when a part of it may be missing: whoever
 /// reads the output must not take that, or nothing, for the whole.
 [[nodiscard]] bool Print(FILE *stream, const QString &text);
+
+/// For one line. Names come from the store and from access points: none may move the terminal's cursor or
+/// turn the text.
+[[nodiscard]] QString Printable(QString line);

@@ -3,6 +3,7 @@
 
 #include "reporttext.h"
 
+#include "output.h"
 #include "verdict.h"
 
 #include <algorithm>
@@ -18,15 +19,6 @@ const QString RED = QStringLiteral("\033[31m");
 const QString GREEN = QStringLiteral("\033[32m");
 const QString YELLOW = QStringLiteral("\033[33m");
 const QString PLAIN = QStringLiteral("\033[0m");
-
-/// Names come from the store and from access points: none may move the terminal's cursor or turn the text.
-QString Printable(QString text)
-{
-    for (QChar &character : text)
-        if (character.category() == QChar::Other_Control || character.category() == QChar::Other_Format)
-            character = QChar::ReplacementCharacter;
-    return text;
-}
 
 QString ColourOf(Verdict::Mood mood)
 {

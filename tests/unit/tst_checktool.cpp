@@ -62,6 +62,7 @@ private Q_SLOTS:
     void machineStaysAsItIs();
     void documentShowsWhatIsPrinted();
     void documentShowsThePlan();
+    void noNameTurnsTheText();
     void interfacesNeedThePlan();
     void statusCountsTheSupplicantsWord();
 };
@@ -311,6 +312,23 @@ void TestCheckTool::documentShowsThePlan()
     QVERIFY2(document.contains(command + result.output + "```"), qPrintable(result.output));
     QCOMPARE(TestSupport::LogText(), QString());
     QVERIFY(!QFile::exists("/tmp/wpa_supplicant.conf"));
+}
+
+void TestCheckTool::noNameTurnsTheText()
+{
+    // "Right-to-left override": what follows it looks as if it were another text.
+    TestSupport::WriteFile(FILE_NAME, "<c><network><name>Of\xe2\x80\xae"
+                                      "fice</name><ssid>a\xe2\x80\xae"
+                                      "b</ssid>"
+                                      "<securityMode>no\xe2\x80\xaene</securityMode></network></c>");
+
+    const Result result = Run({FILE_NAME, "--plan", "--interfaces", "wlan0"});
+
+    QCOMPARE(result.exitCode, 1);
+    QVERIFY2(!result.output.contains(QChar(0x202e)), qPrintable(result.output));
+    QVERIFY2(result.output.contains(QString("network \"Of%1fice\"").arg(QChar(0xfffd))),
+             qPrintable(result.output));
+    QVERIFY2(result.output.contains("\nwlan0: wireless\n"), qPrintable(result.output));
 }
 
 void TestCheckTool::interfacesNeedThePlan()
