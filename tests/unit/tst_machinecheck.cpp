@@ -255,7 +255,8 @@ void TestMachineCheck::missingEapMethodIsTold()
                                 "it"});
     QCOMPARE(others, QStringList());
     QCOMPARE(TestSupport::Journal().size(), 2);
-    QVERIFY(TestSupport::Journal().constFirst().startsWith("wpa_supplicant -Dwired -icorvi-check -c/tmp/"));
+    QVERIFY(TestSupport::Journal().constFirst().startsWith(
+        "wpa_supplicant -Dwired -icorvi-check -c/proc/self/fd/"));
 }
 
 void TestMachineCheck::realSupplicantTakesEveryMode()
