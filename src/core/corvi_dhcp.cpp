@@ -57,7 +57,7 @@ void Corvi::PublishAddress(NetworkDevice *d)
 {
     if (d->ipAddress == d->publishedAddress) {
         // Another device's record: of a cable that went, or a modem or a radio that gave way.
-        if (d->name != publishedName)
+        if (!publishedName.isEmpty() && d->name != publishedName)
             ShareStatus(d);
         return;
     }
