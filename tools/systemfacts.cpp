@@ -80,9 +80,13 @@ QString Captured(const QString &text, const char *pattern)
         .captured(1);
 }
 
-/// "expire 6 2026/11/21 20:55:01;" in UTC, or "never".
+/// "expire 6 2026/11/21 20:55:01;" in UTC, "epoch" with seconds where the client's "db-time-format" is
+/// "local", or "never" (dhclient.leases(5)).
 QDateTime ExpiryOf(const QString &lease)
 {
+    const QString seconds = Captured(lease, R"(^\s*expire epoch (\d{1,11});)");
+    if (!seconds.isEmpty())
+        return QDateTime::fromSecsSinceEpoch(seconds.toLongLong(), Qt::UTC);
     const QString text = Captured(lease, R"(^\s*expire \d (\d+/\d+/\d+ \d+:\d+:\d+);)");
     QDateTime time = QDateTime::fromString(text, QStringLiteral("yyyy/MM/dd HH:mm:ss"));
     time.setTimeSpec(Qt::UTC);

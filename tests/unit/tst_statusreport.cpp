@@ -106,6 +106,8 @@ private Q_SLOTS:
 
     // Sources
     void leaseIsTheLastOfTheInterface();
+    void leaseEnds_data();
+    void leaseEnds();
     void leaseMayBeMissing_data();
     void leaseMayBeMissing();
     void nameServersAreRead();
@@ -516,6 +518,29 @@ void TestStatusReport::leaseIsTheLastOfTheInterface()
     QCOMPARE(lease->address, "10.0.0.5");
     QCOMPARE(lease->server, "10.0.0.2");
     QCOMPARE(lease->expires, QDateTime(QDate(2026, 11, 21), QTime(20, 55, 1), Qt::UTC));
+}
+
+void TestStatusReport::leaseEnds_data()
+{
+    QTest::addColumn<QByteArray>("expiry");
+    QTest::addColumn<QDateTime>("expected");
+    QTest::newRow("date") << QByteArray("6 2026/11/21 20:55:01;")
+                          << QDateTime::fromSecsSinceEpoch(1795294501);
+    QTest::newRow("seconds") << QByteArray("epoch 1795294501; # Sat Nov 21 21:55:01 2026")
+                             << QDateTime::fromSecsSinceEpoch(1795294501);
+    QTest::newRow("never") << QByteArray("never;") << QDateTime();
+    QTest::newRow("rubbish") << QByteArray("6 9999999/99/99 99:99:99;") << QDateTime();
+}
+
+void TestStatusReport::leaseEnds()
+{
+    QFETCH(QByteArray, expiry);
+
+    const auto lease =
+        SystemFacts::LastLease("lease {\n  interface \"eth0\";\n  expire " + expiry + "\n}\n", "eth0");
+
+    QVERIFY(lease);
+    QTEST(lease->expires.isValid() ? lease->expires : QDateTime(), "expected");
 }
 
 void TestStatusReport::leaseMayBeMissing_data()
