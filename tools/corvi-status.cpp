@@ -143,6 +143,8 @@ public:
             return QStringLiteral("--all, --watch, --wait and --report are for one at a time");
         if (!IsSet(wait) && (IsSet(interface) || IsSet(timeout)))
             return QStringLiteral("--interface and --timeout go with --wait");
+        if (IsSet(json) && (IsSet(wait) || IsSet(report)))
+            return QStringLiteral("--wait and --report have nothing to print with --json");
         if (IsSet(report) && ReportFolder().isEmpty())
             return QStringLiteral("--report needs a folder");
         if (IsSet(timeout) && !Timeout())

@@ -473,6 +473,9 @@ void TestCorviStatus::badCommandLineFails_data()
     QTest::newRow("two at a time") << QStringList{"--all", "--watch"} << "one at a time";
     QTest::newRow("interface without a wait") << QStringList{"--interface", "eth0"} << "go with --wait";
     QTest::newRow("limit without a wait") << QStringList{"--all", "--timeout", "1"} << "go with --wait";
+    QTest::newRow("wait for a program") << QStringList{"--wait", "--json"} << "nothing to print with --json";
+    QTest::newRow("report for a program")
+        << QStringList{"--report", "/nowhere", "--json"} << "nothing to print with --json";
     QTest::newRow("limit that is no number")
         << QStringList{"--wait", "--timeout", "soon"} << "not a number of seconds: soon";
     QTest::newRow("limit before now")
