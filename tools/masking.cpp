@@ -6,12 +6,14 @@
 #include "zebproperties.h"
 
 #include <QList>
+#include <QRegularExpression>
 #include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 
@@ -59,6 +61,12 @@ bool IsOpenOption(const QByteArray &name)
         "sae_pwe",       "eap_workaround",
     };
     return OPEN.contains(name);
+}
+
+/// "pin" of a device, or "pin-value" of a token (RFC 7512): some options hold one among other things.
+bool HoldsPin(const QByteArray &value)
+{
+    return value.contains("pin=") || value.contains("pin-value=");
 }
 
 /// Those that are known to be secrets. Of any other, such as a line of an embedded key, the name may be one.
@@ -154,14 +162,24 @@ QByteArray Masking::SupplicantFile(const QByteArray &contents)
         const QByteArray value = option.mid(separator + 1);
         if (option == "network={" || option == "}") {
             masked += option + '\n';
-        } else if (separator > 0 && IsOpenOption(name)) {
+        } else if (separator > 0 && IsOpenOption(name) && !HoldsPin(value)) {
             masked += '\t' + option + '\n';
         } else if (separator > 0 && !option.startsWith('#')) {
             Note(value);
-            masked += '\t' + (IsSecretOption(name) ? name : MASK) + '=' + MASK + '\n';
+            masked += '\t' + (IsSecretOption(name) || IsOpenOption(name) ? name : MASK) + '=' + MASK + '\n';
         }
     }
     return masked;
+}
+
+QByteArray Masking::ClientFile(const QByteArray &contents)
+{
+    static const QRegularExpression statement(QStringLiteral("(?i)\\bsecret\\s+\"?([^\\s\";]+)"));
+    // One byte, one character: the file need not be UTF-8.
+    auto matches = statement.globalMatch(QString::fromLatin1(contents));
+    while (matches.hasNext())
+        Note(matches.next().captured(1).toLatin1());
+    return Text(contents);
 }
 
 void Masking::Note(const QByteArray &secret)
@@ -169,9 +187,13 @@ void Masking::Note(const QByteArray &secret)
     if (secret.size() < SHORTEST_SECRET || secrets.contains(secret))
         return;
     const QByteArray inXml = QString::fromUtf8(secret).toHtmlEscaped().toUtf8();
+    // The longest first: one may be the beginning of another.
+    const auto isLonger = [](const QByteArray &one, const QByteArray &other) {
+        return one.size() > other.size();
+    };
     for (const QByteArray &form :
          {secret, inXml, secret.toHex(), secret.toHex().toUpper(), secret.toBase64()})
-        secrets.append(form);
+        secrets.insert(std::upper_bound(secrets.begin(), secrets.end(), form, isLonger), form);
     // An option's value in quotes, and a hash behind what it is of.
     if (secret.startsWith('"') && secret.endsWith('"'))
         Note(secret.mid(1, secret.size() - 2));

@@ -17,6 +17,8 @@ public:
     /// The supplicant's configuration, wpa_supplicant.conf(5): the values of options that may be secret
     /// replaced, and lines that are no option left out.
     QByteArray SupplicantFile(const QByteArray &contents);
+    /// The DHCP client's configuration, dhclient.conf(5): the keys for updates of name servers replaced.
+    QByteArray ClientFile(const QByteArray &contents);
     /// Any other text: each secret that was found so far, as it stands or in hexadecimal, replaced.
     QByteArray Text(QByteArray text) const;
 

@@ -51,7 +51,6 @@ QVector<Source> Logs()
         {"wpa_supplicant.log", QStringLiteral("/var/log/wpa_supplicant.log")},
         {"dhclient.log", CORVI_DHCP_LOG},
         {"dhclient.leases", QStringLiteral("/var/lib/dhcp/dhclient.leases")},
-        {"dhclient.conf", DHCLIENT_CONF},
         {"resolv.conf", QStringLiteral("/etc/resolv.conf")},
         {"state.json", ServiceState::PATH},
         {"os-release", QStringLiteral("/etc/os-release")},
@@ -116,7 +115,9 @@ public:
         // The secrets are known from here on.
         const QByteArray store = masking.Store(Whole(XML_FULL_NETWORK_PATH));
         const QByteArray supplicantFile = masking.SupplicantFile(Whole(WPA_SUPPLICANT_CONF, O_NOFOLLOW));
-        bool isWritten = Add("networkconfig.xml", store) && Add("wpa_supplicant.conf", supplicantFile);
+        const QByteArray clientFile = masking.ClientFile(Tail(DHCLIENT_CONF));
+        bool isWritten = Add("networkconfig.xml", store) && Add("wpa_supplicant.conf", supplicantFile) &&
+                         Add("dhclient.conf", clientFile);
         const SystemReport report = SystemFacts::Read();
         isWritten = isWritten && Add("status.txt", ReportText::ForPerson(report, false).toUtf8()) &&
                     Add("status.json", QJsonDocument(ReportText::ForProgram(report)).toJson());

@@ -32,6 +32,8 @@ private Q_SLOTS:
     void supplicantFileKeepsTheRest();
     void textsHideWhatWasFound_data();
     void textsHideWhatWasFound();
+    void secretThatBeginsAnotherLeavesNothingOfIt();
+    void clientFileHidesItsKeys();
     void shortSecretsDoNotMaskWords();
 };
 
@@ -104,6 +106,8 @@ void TestMasking::supplicantFileHidesWhatMayBeSecret_data()
     QTest::newRow("key") << QByteArray("\tpsk=\"canary\"");
     QTest::newRow("password") << QByteArray("\tpassword=hash:canary");
     QTest::newRow("unknown option") << QByteArray("\tpin=canary");
+    QTest::newRow("number of a token") << QByteArray("\tprivate_key=\"pkcs11:object=a?pin-value=canary\"");
+    QTest::newRow("number of a device") << QByteArray("\tphase1=\"uuid=1 pin=canary\"");
     QTest::newRow("unknown name") << QByteArray("\tcanary=1");
     QTest::newRow("comment") << QByteArray("# canary");
     QTest::newRow("comment with an option") << QByteArray("#psk=canary");
@@ -151,6 +155,25 @@ void TestMasking::textsHideWhatWasFound()
     QVERIFY2(masked.contains("********"), masked.constData());
     for (const char *secret : {"pass&word", "pass&amp;word", "quoted-key", "0123456789abcdef"})
         QVERIFY2(!masked.contains(secret), masked.constData());
+}
+
+void TestMasking::secretThatBeginsAnotherLeavesNothingOfIt()
+{
+    Masking masking;
+    static_cast<void>(masking.SupplicantFile("psk=\"open\"\npsk=\"open-sesame\"\n"));
+
+    QCOMPARE(masking.Text("key open-sesame, or open"), QByteArray("key ********, or ********"));
+}
+
+void TestMasking::clientFileHidesItsKeys()
+{
+    const QByteArray masked =
+        Masking().ClientFile("timeout 10;\nkey update {\n  algorithm hmac-md5;\n"
+                             "  secret pRP5FapFoJ95;\n}\nkey x { SECRET \"canary\"; }\n");
+
+    QVERIFY2(!masked.contains("pRP5") && !masked.contains("canary"), masked.constData());
+    QVERIFY2(masked.contains("timeout 10;\n") && masked.contains("algorithm hmac-md5;\n"),
+             masked.constData());
 }
 
 void TestMasking::shortSecretsDoNotMaskWords()
