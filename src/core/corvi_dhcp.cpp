@@ -46,8 +46,10 @@ void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
 {
     if (d->isRunning)
         PublishAddress(d);
-    if (d->isRunning && !IsAwaitingAuthentication(d))
+    if (d->isRunning && !IsAwaitingAuthentication(d)) {
         d->KeepStaticAddress();
+        d->KeepLeasedRoute();
+    }
     RetryDhcp(d, dhcpPause);
 }
 

@@ -104,6 +104,9 @@ public:
     /// Sets the static address and default route again where they are gone or could never be set, at most
     /// after growing pauses; nothing for a definition without a static address.
     void KeepStaticAddress();
+    /// Sets the default route of the lease again where none is left, at most after growing pauses; nothing
+    /// for a static address.
+    void KeepLeasedRoute();
     bool getNamedNetworksForDevice();
     /// The names of the definitions that apply, in the order in which they are considered.
     QStringList GetNamedNetworks() const;
@@ -166,7 +169,7 @@ private:
     void ReadMacAddress();
     void ReadCarrier();
     void FollowLink();
-    void RestoreGateway();
+    void RestoreGateway(const QString &gateway);
 
     void EndDhcpClient();
     void TakeBackDhcpMtu();
@@ -196,6 +199,9 @@ private:
 
     RetryPause startPause{RetryPause::First::AT_ONCE};  ///< of bringing the link up
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route
+    RetryPause routePause{RetryPause::First::AT_ONCE};  ///< of setting the default route of the lease
+    QString leasedGateway;                              ///< that had the default route last
+    QString leasedGatewayAddress;                       ///< our address at that time
 
     std::shared_ptr<DeviceReports> reports = std::make_shared<DeviceReports>();
 };

@@ -144,6 +144,7 @@ void NetworkDevice::ObtainAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
     const QByteArray mtu = ReadAttribute("mtu");
+    leasedGateway.clear(); // The next lease may come without one.
     const bool isBound = Dhclient(name);
     ExpectLossForMtu(mtu);
     if (!isBound) {
@@ -162,6 +163,7 @@ void NetworkDevice::ObtainAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renewing ip address";
     RefreshStatus();
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - status refreshed";
+    KeepLeasedRoute(); // Learns it before anybody is told of the address.
     if (!ipAddress.isEmpty())
         Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
 }

@@ -12,6 +12,9 @@
 
 namespace {
 
+/// The gateway of a default route that has none.
+const QString LINK_ITSELF = QStringLiteral("0.0.0.0");
+
 bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
 {
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
@@ -41,11 +44,11 @@ void NetworkDevice::FollowLink()
 
 /// Not by SetGateway(), which deletes first: where the gateway cannot be reached, that would take the way out
 /// from whoever has one, once a minute.
-void NetworkDevice::RestoreGateway()
+void NetworkDevice::RestoreGateway(const QString &gateway)
 {
     Utils::Execute(QStringLiteral("ip"),
                    {QStringLiteral("route"), QStringLiteral("replace"), QStringLiteral("default"),
-                    QStringLiteral("via"), currentConfig->gateway, QStringLiteral("dev"), name},
+                    QStringLiteral("via"), gateway, QStringLiteral("dev"), name},
                    false);
 }
 
@@ -69,6 +72,32 @@ void NetworkDevice::KeepStaticAddress()
         ConfigureNetwork(true);
         return;
     }
-    RestoreGateway();
+    RestoreGateway(currentConfig->gateway);
     staticPause.NoteAttempt(RetryPause::Time::clock::now());
+}
+
+/// The client sets the route of its lease once, and at a renewal not again: where somebody takes it away, as
+/// a VPN that ended badly, nobody else brings it back. One that somebody has set instead is not touched.
+void NetworkDevice::KeepLeasedRoute()
+{
+    if (ipAddress.isEmpty() || !currentConfig || currentConfig->staticIp) {
+        leasedGateway.clear();
+        return;
+    }
+    const auto now = RetryPause::Time::clock::now();
+    const QVector<DefaultRoute> routes = ReadDefaultRoutes();
+    if (!routes.isEmpty()) {
+        if (routes.first().interfaceName == name && routes.first().gateway != LINK_ITSELF) {
+            leasedGateway = routes.first().gateway;
+            leasedGatewayAddress = ipAddress;
+        }
+        routePause.NoteSuccess(now);
+        return;
+    }
+    if (leasedGateway.isEmpty() || leasedGatewayAddress != ipAddress || !routePause.IsDue(now))
+        return;
+    LogOnce(reports->upkeep, QStringLiteral("route"))
+        << "NetworkDevice::KeepLeasedRoute - the default route is missing, setting it again on" << name;
+    RestoreGateway(leasedGateway);
+    routePause.NoteAttempt(now);
 }

@@ -33,6 +33,12 @@ class DhcpPort(SystemTest):
         self.wait_address("eth0", self.server.serves)
         self.wait_events(self.listener, ADDRESS_PRESENT)
 
+    def test_default_route_that_somebody_took_away_comes_back(self):
+        run("ip", "route", "del", "default")
+
+        wait_for("the default route", lambda: default_gateway() == "10.77.0.1", timeout=10)
+        holds_for("no event", lambda: not self.listener.events(), 2)
+
     def test_other_address_is_published(self):
         run("ip", "addr", "flush", "dev", "eth0")
         run("ip", "addr", "add", "10.77.0.200/24", "dev", "eth0")

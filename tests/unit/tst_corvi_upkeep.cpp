@@ -36,6 +36,12 @@ private Q_SLOTS:
     void gatewayOutOfReachCostsNobodyHisRoute();
     void staticAddressThatCannotBeSetWaits();
     void staticAddressWaitsForAuthentication();
+
+    // The route of a lease
+    void lostRouteOfALeaseIsSetAgain();
+    void routeThatSomebodySetInstead();
+    void routeOfAnEarlierAddressIsForgotten();
+    void routeOfAnEarlierLeaseIsForgotten();
 };
 
 namespace {
@@ -44,6 +50,12 @@ namespace {
 void UseWorkingRoute()
 {
     Answer("route", "case $1 in del) ip route del default ;; add) ip route add default via $4 ;; esac");
+}
+
+/// As the DHCP client's script sets the route of its lease.
+void AddDefaultRoute(const QString &gateway)
+{
+    RealIp({"route", "add", "default", "via", gateway, "dev", "eth0"});
 }
 
 void Flush(const QString &interfaceName)
@@ -287,6 +299,74 @@ void TestCorviUpkeep::staticAddressWaitsForAuthentication()
     corvi.SettleSupplicant(ASSOCIATED);
     corvi.Tick();
     QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), 1);
+}
+
+void TestCorviUpkeep::lostRouteOfALeaseIsSetAgain()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    AddDefaultRoute("10.0.0.1");
+    corvi.Tick();
+    EventListener listener;
+    Forget();
+
+    RealIp({"route", "del", "default"});
+    corvi.Tick();
+
+    QCOMPARE(Journal(), QStringList{"ip route replace default via 10.0.0.1 dev eth0"});
+    QCOMPARE(LogLines(),
+             QStringList{
+                 "NetworkDevice::KeepLeasedRoute - the default route is missing, setting it again on eth0"});
+    QCOMPARE(listener.Take(), Events());
+    Forget();
+    corvi.Tick(3);
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviUpkeep::routeThatSomebodySetInstead()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    AddDefaultRoute("10.0.0.1");
+    corvi.Tick();
+    MakeInterface("vpn0");
+    BringUp("vpn0");
+    Forget();
+
+    RealIp({"route", "replace", "default", "dev", "vpn0"});
+    corvi.WiredDevice()->KeepLeasedRoute();
+
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviUpkeep::routeOfAnEarlierAddressIsForgotten()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    AddDefaultRoute("10.0.0.1");
+    corvi.Tick();
+    Forget();
+
+    Flush("eth0");
+    RealIp({"addr", "add", "10.0.0.6/24", "dev", "eth0"});
+    corvi.Tick(2);
+
+    QCOMPARE(JournalOf("ip route"), QStringList());
+}
+
+void TestCorviUpkeep::routeOfAnEarlierLeaseIsForgotten()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    AddDefaultRoute("10.0.0.1");
+    corvi.Tick();
+    Forget();
+
+    RealIp({"route", "del", "default"});
+    corvi.WiredDevice()->ConfigureNetwork(true);
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ip route"), QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestCorviUpkeep)
