@@ -3,6 +3,7 @@
 
 #include "wpasuppthread.h"
 
+#include "journal.h"
 #include "logging.h"
 #include "paths.h"
 #include "timing.h"
@@ -163,6 +164,7 @@ QString WpaSuppThread::toString() const
 
 void WpaSuppThread::MyTimerTimeout()
 {
+    const JournalSubject subject(interface);
     if (quitRequested)
         exit(0);
     if (stopRunning)

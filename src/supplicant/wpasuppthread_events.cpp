@@ -3,6 +3,7 @@
 
 #include "wpasuppthread.h"
 
+#include "journal.h"
 #include "logging.h"
 #include "utils.h"
 
@@ -14,6 +15,7 @@ const QString BAD_PASSWORD = QStringLiteral("BadPassword");
 
 void WpaSuppThread::MessageReceived(const QString &message)
 {
+    const JournalSubject subject(interface);
     silentTicks = 0;
     if (message.startsWith(QLatin1String("<3>CTRL-EVENT-SSID-TEMP-DISABLED")))
         OnSsidTemporarilyDisabled(message);

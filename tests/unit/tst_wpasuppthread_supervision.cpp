@@ -3,6 +3,7 @@
 
 // The tick of a supplicant that runs: the control connection, and the count of ticks without an association.
 
+#include "managersocket.h"
 #include "supervisorworld.h"
 #include "wpasupplicantcontrol.h"
 
@@ -36,6 +37,7 @@ class TestWpaSuppThreadSupervision : public QObject, private SupervisedSupplican
 {
     Q_OBJECT
 private slots:
+    void initTestCase() { qputenv("CORVI_JOURNAL", "1"); } // asked for once, with the first line
     void init() { Make(); }
     void cleanup() { End(); }
 
@@ -59,6 +61,7 @@ private slots:
     void staysWhenTheControlFolderIsRemoved();
     void survivesARefusedAttach();
     void stopsAfterATerminatingEvent();
+    void journalNamesItsInterface();
 };
 
 void TestWpaSuppThreadSupervision::sendsNothingWhenThereIsNothingToDo()
@@ -371,6 +374,20 @@ void TestWpaSuppThreadSupervision::stopsAfterATerminatingEvent()
 
     QVERIFY(!supervisor->IsRunning() && !supervisor->IsRestarting() && !supervisor->Control());
     QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+void TestWpaSuppThreadSupervision::journalNamesItsInterface()
+{
+    QVERIFY(QDir().mkpath("/run/systemd/journal"));
+    ManagerSocket journal("/run/systemd/journal/socket");
+    QVERIFY(journal.bound);
+    supervisor->AimAt("wlan0");
+
+    supervisor->MessageReceived("<3>CTRL-EVENT-CONNECTED - Connection to x completed");
+
+    QCOMPARE(journal.Heard(), QByteArray("SYSLOG_IDENTIFIER=corvi\nPRIORITY=5\nINTERFACE=wlan0\n"
+                                         "MESSAGE=WpaSuppThread::MessageReceived -- connected\n"));
+    TestSupport::Remove("/run/systemd/journal");
 }
 
 QTEST_GUILESS_MAIN(TestWpaSuppThreadSupervision)
