@@ -48,6 +48,11 @@ class Completion(SystemTest):
         self.assertNotIn("lo", completions("corvi-status", "--wait", "--interface", ""))
         self.assertEqual(completions("corvi-check", "--interfaces", "eth0,w"), ["eth0,wlan0"])
 
+    def test_interface_whose_name_is_a_command(self):
+        run("ip", "link", "add", "name", "e$(id)", "type", "veth")
+
+        self.assertEqual(completions("corvi-status", "--interface", "e"), [])
+
     def test_folders_and_files(self):
         folder = Path("/tmp/completion")
         folder.mkdir()
