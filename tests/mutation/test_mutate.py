@@ -3,6 +3,8 @@
 # Copyright (c) 2026 The Corvi developers
 """Which faults mutate.py makes of a text, and which tests it runs for a file. Builds and runs nothing."""
 
+import contextlib
+import io
 import unittest
 
 import mutate
@@ -50,6 +52,23 @@ class FaultsOfText(unittest.TestCase):
 
         self.assertEqual(mutate.chosen_faults(sources, 5, 20), mutate.chosen_faults(sources, 5, 20))
         self.assertNotEqual(mutate.chosen_faults(sources, 5, 20), mutate.chosen_faults(sources, 6, 20))
+
+
+class TrialOfFault(unittest.TestCase):
+    def test_test_that_always_fails_kills_nothing(self):
+        class AlwaysRed(mutate.Trial):
+            def is_good(self, test):
+                return test != "tst_red"
+
+            def run_once(self, source, fault):
+                return ("killed", "tst_red") if "tst_red" in self.tests else ("survived", "")
+        trial = AlwaysRed(["tst_red", "tst_green"], 1)
+
+        with contextlib.redirect_stdout(io.StringIO()) as said:
+            self.assertEqual(("survived", ""), trial.run("src/core/corvi.cpp", None))
+
+        self.assertEqual(["tst_green"], trial.tests)
+        self.assertIn("tst_red fails without a fault", said.getvalue())
 
 
 class TestsOfSource(unittest.TestCase):
