@@ -10,6 +10,7 @@
 #include "systemfacts.h"
 #include "timing.h"
 #include "utils.h"
+#include "zebsectionfile.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -27,6 +28,8 @@ namespace {
 
 /// Of a log, its end: some thousand lines.
 constexpr qint64 TAIL_BYTES = 524288;
+/// As large as the daemon takes one. The supplicant's file is smaller.
+constexpr int STORE_LIMIT_MIB = ZebSectionFile::SIZE_LIMIT_MIB;
 constexpr mode_t OWNER_ONLY = 0600;
 
 /// A file of the archive, and where it is from.
@@ -113,8 +116,8 @@ public:
     bool Fill()
     {
         // The secrets are known from here on.
-        const QByteArray store = masking.Store(Whole(XML_FULL_NETWORK_PATH));
-        const QByteArray supplicantFile = masking.SupplicantFile(Whole(WPA_SUPPLICANT_CONF, O_NOFOLLOW));
+        const QByteArray store = Masked(XML_FULL_NETWORK_PATH, 0, &Masking::Store);
+        const QByteArray supplicantFile = Masked(WPA_SUPPLICANT_CONF, O_NOFOLLOW, &Masking::SupplicantFile);
         const QByteArray clientFile = masking.ClientFile(Tail(DHCLIENT_CONF));
         bool isWritten = Add("networkconfig.xml", store) && Add("wpa_supplicant.conf", supplicantFile) &&
                          Add("dhclient.conf", clientFile);
@@ -131,9 +134,11 @@ public:
     }
 
 private:
-    static QByteArray Whole(const QString &source, int flags = 0)
+    QByteArray Masked(const QString &source, int flags, QByteArray (Masking::*mask)(const QByteArray &))
     {
-        return SecureFile::ReadRegular(source, flags).value_or(QByteArray());
+        const SecureFile::Reading file = SecureFile::Read(source, STORE_LIMIT_MIB, flags);
+        return file.problem.isEmpty() ? (masking.*mask)(file.contents)
+                                      : QByteArray("cannot be read: " + file.problem.toUtf8() + '\n');
     }
 
     static QByteArray AnswerTo(const Question &question)

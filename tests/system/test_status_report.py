@@ -136,12 +136,16 @@ class Report(ReportTest):
 
     def test_ordinary_user(self):
         write_store(wired(password="a-secret-of-root"))
+        STORE.chmod(0o600)
         FOLDER.chmod(0o777)
 
         run("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", STATUS_TOOL, "--report", FOLDER)
 
         archive = next(FOLDER.iterdir())
         self.assertEqual(archive.stat().st_uid, 65534)
+        with tarfile.open(archive) as tar:
+            store = next(tar.extractfile(member).read() for member in tar if member.name.endswith("networkconfig.xml"))
+        self.assertEqual(store, b"cannot be read: Permission denied\n")
 
 
 class Secrets(ReportTest):
@@ -192,6 +196,16 @@ class Secrets(ReportTest):
         del server
 
         self.assert_silent(canaries)
+
+    def test_large_store(self):
+        write_store_bytes((store_text(wired(password="open-sesame")) + "\n" * 2_000_000).encode())
+        SUPPLICANT_LOG.write_text("eth0: open-sesame was not accepted\n")
+        self.addCleanup(SUPPLICANT_LOG.unlink)
+
+        files = self.write()
+
+        self.assertIn(b"<name>lan</name>", files["networkconfig.xml"])
+        self.assertEqual(files["wpa_supplicant.log"], b"eth0: ******** was not accepted\n")
 
     def test_secret_that_a_log_tells(self):
         write_store(wired(password="open-sesame"))
