@@ -169,7 +169,7 @@ private:
     void ReadMacAddress();
     void ReadCarrier();
     void FollowLink();
-    void RestoreGateway(const QString &gateway);
+    void RestoreGateway(const QString &gateway, int metric);
 
     void EndDhcpClient();
     void TakeBackDhcpMtu();
@@ -201,6 +201,7 @@ private:
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route
     RetryPause routePause{RetryPause::First::AT_ONCE};  ///< of setting the default route of the lease
     QString leasedGateway;                              ///< that had the default route last
+    int leasedMetric = 0;                               ///< that this route had
     QString leasedGatewayAddress;                       ///< our address at that time
 
     std::shared_ptr<DeviceReports> reports = std::make_shared<DeviceReports>();

@@ -44,12 +44,18 @@ void NetworkDevice::FollowLink()
 
 /// Not by SetGateway(), which deletes first: where the gateway cannot be reached, that would take the way out
 /// from whoever has one, once a minute.
-void NetworkDevice::RestoreGateway(const QString &gateway)
+void NetworkDevice::RestoreGateway(const QString &gateway, int metric)
 {
-    Utils::Execute(QStringLiteral("ip"),
-                   {QStringLiteral("route"), QStringLiteral("replace"), QStringLiteral("default"),
-                    QStringLiteral("via"), gateway, QStringLiteral("dev"), name},
-                   false);
+    QStringList arguments = {QStringLiteral("route"),
+                             QStringLiteral("replace"),
+                             QStringLiteral("default"),
+                             QStringLiteral("via"),
+                             gateway,
+                             QStringLiteral("dev"),
+                             name};
+    if (metric > 0)
+        arguments << QStringLiteral("metric") << QString::number(metric);
+    Utils::Execute(QStringLiteral("ip"), arguments, false);
 }
 
 void NetworkDevice::KeepStaticAddress()
@@ -72,7 +78,7 @@ void NetworkDevice::KeepStaticAddress()
         ConfigureNetwork(true);
         return;
     }
-    RestoreGateway(currentConfig->gateway);
+    RestoreGateway(currentConfig->gateway, 0);
     staticPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
@@ -89,6 +95,7 @@ void NetworkDevice::KeepLeasedRoute()
     if (!routes.isEmpty()) {
         if (routes.first().interfaceName == name && routes.first().gateway != LINK_ITSELF) {
             leasedGateway = routes.first().gateway;
+            leasedMetric = routes.first().metric;
             leasedGatewayAddress = ipAddress;
         }
         routePause.NoteSuccess(now);
@@ -98,6 +105,6 @@ void NetworkDevice::KeepLeasedRoute()
         return;
     LogOnce(reports->upkeep, QStringLiteral("route"))
         << "NetworkDevice::KeepLeasedRoute - the default route is missing, setting it again on" << name;
-    RestoreGateway(leasedGateway);
+    RestoreGateway(leasedGateway, leasedMetric);
     routePause.NoteAttempt(now);
 }

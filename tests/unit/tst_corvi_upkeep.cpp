@@ -39,6 +39,7 @@ private Q_SLOTS:
 
     // The route of a lease
     void lostRouteOfALeaseIsSetAgain();
+    void routeOfALeaseKeepsItsMetric();
     void routeThatSomebodySetInstead();
     void routeOfAnEarlierAddressIsForgotten();
     void routeOfAnEarlierLeaseIsForgotten();
@@ -321,6 +322,20 @@ void TestCorviUpkeep::lostRouteOfALeaseIsSetAgain()
     Forget();
     corvi.Tick(3);
     QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviUpkeep::routeOfALeaseKeepsItsMetric()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    RealIp({"route", "add", "default", "via", "10.0.0.1", "dev", "eth0", "metric", "600"});
+    corvi.Tick();
+    Forget();
+
+    RealIp({"route", "del", "default"});
+    corvi.Tick();
+
+    QCOMPARE(Journal(), QStringList{"ip route replace default via 10.0.0.1 dev eth0 metric 600"});
 }
 
 void TestCorviUpkeep::routeThatSomebodySetInstead()
