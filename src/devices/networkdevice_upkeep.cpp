@@ -10,6 +10,8 @@
 
 #include <algorithm>
 
+#include <arpa/inet.h>
+
 namespace {
 
 /// The gateway of a default route that has none.
@@ -21,6 +23,19 @@ bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
     return std::any_of(routes.begin(), routes.end(), [&](const DefaultRoute &route) {
         return route.interfaceName == interfaceName && route.gateway == gateway;
     });
+}
+
+quint32 Bits(const QString &address)
+{
+    in_addr bits = {};
+    ::inet_pton(AF_INET, qPrintable(address), &bits);
+    return bits.s_addr;
+}
+
+/// The kernel refuses a route by such a gateway, and only the definition can be wrong.
+bool IsOutsideSubnet(const QString &gateway, const QString &address, const QString &netmask)
+{
+    return ((Bits(gateway) ^ Bits(address)) & Bits(netmask)) != 0;
 }
 
 } // namespace
@@ -71,9 +86,13 @@ void NetworkDevice::KeepStaticAddress()
     }
     if (!staticPause.IsDue(now))
         return;
+    const bool isOutside = hasAddress && IsOutsideSubnet(currentConfig->gateway, ipAddress, netmask);
     LogOnce(reports->upkeep, hasAddress ? QStringLiteral("route") : QStringLiteral("address"))
         << "NetworkDevice::KeepStaticAddress - the" << (hasAddress ? "default route" : "static address")
-        << "is missing, setting it again on" << name;
+        << "is missing, setting it again on"
+        << (isOutside
+                ? name + QStringLiteral(": the gateway %1 is outside its subnet").arg(currentConfig->gateway)
+                : name);
     if (!hasAddress) {
         ConfigureNetwork(true);
         return;

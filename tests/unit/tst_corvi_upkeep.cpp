@@ -247,6 +247,8 @@ void TestCorviUpkeep::lostDefaultRouteIsSetAgain()
     corvi.Tick();
 
     QCOMPARE(Journal(), QStringList{"ip route replace default via 10.1.0.1 dev eth0"});
+    QCOMPARE(LogLines(), QStringList{"NetworkDevice::KeepStaticAddress - the default route is missing, "
+                                     "setting it again on eth0"});
     QCOMPARE(listener.Take(), Events());
     Forget();
     corvi.Tick(3);
@@ -270,6 +272,8 @@ void TestCorviUpkeep::gatewayOutOfReachCostsNobodyHisRoute()
 
     QCOMPARE(JournalOf("route"), QStringList());
     QCOMPARE(JournalOf("ip route replace default via 10.9.9.9").size(), 1);
+    QCOMPARE(LogLines(), QStringList{"NetworkDevice::KeepStaticAddress - the default route is missing, "
+                                     "setting it again on eth0: the gateway 10.9.9.9 is outside its subnet"});
     QVERIFY(RealIp({"route", "show", "default"}).contains("via 10.8.0.1"));
 }
 
