@@ -142,6 +142,18 @@ def unit_tests():
     return [path.stem for path in (TOP / "tests/unit").glob("tst_*.cpp")]
 
 
+def end_group(process):
+    """Ends a program and what it started. Ninja puts each compiler into a group of its own, and ends them when it is
+    asked to end itself; what does not within 10 s, is killed."""
+    try:
+        for number in [signal.SIGTERM] + 100 * [0] + [signal.SIGKILL]:
+            os.killpg(process.pid, number)
+            time.sleep(0.1)
+            process.poll()
+    except ProcessLookupError:
+        pass  # None of them is left.
+
+
 def execute(command, limit, **options):
     """A program's status, None when it was ended after limit seconds. Whatever happens, it is gone afterwards."""
     with open(WORK / "output", "wb") as output, \
@@ -153,7 +165,7 @@ def execute(command, limit, **options):
             return None
         finally:
             if process.poll() is None:
-                os.killpg(process.pid, signal.SIGKILL)
+                end_group(process)
 
 
 def builds(*targets):
