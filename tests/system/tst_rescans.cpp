@@ -18,7 +18,7 @@ constexpr bool IS_SANITIZED = false;
 
 namespace {
 
-constexpr int RESCANS = 1000;
+constexpr int RESCANS = IS_SANITIZED ? 300 : 1000; // A sanitized process takes long to start another.
 const QString RELOAD_FLAG = QStringLiteral("/tmp/config/files/network/reload");
 const QStringList INTERFACES = {"eth0", "eth1", "wlan0", "wwan0"};
 

@@ -12,6 +12,7 @@
 #include <QtTest>
 
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <thread>
 
@@ -491,15 +492,15 @@ void TestUtils::spawnedChildLeavesNoZombie()
 void TestUtils::spawnedChildHasOurOwnOutput()
 {
     TestSupport::Remove("/tmp/channel");
-    QByteArray own(1000, '\0');
-    own.truncate(static_cast<int>(::readlink("/proc/self/fd/1", own.data(), 1000)));
+    char own[PATH_MAX] = {};
+    QVERIFY(::readlink("/proc/self/fd/1", own, sizeof own - 1) > 0);
 
     Utils::SpawnExecute(SHELL,
                         Script("channel=$(readlink /proc/$$/fd/1); "
                                "echo \"$channel\" >/tmp/channel.new; mv /tmp/channel.new /tmp/channel"));
 
     QTRY_VERIFY(QFile::exists("/tmp/channel"));
-    QCOMPARE(TestSupport::ReadFile("/tmp/channel"), own + '\n');
+    QCOMPARE(TestSupport::ReadFile("/tmp/channel"), QByteArray(own) + '\n');
 }
 
 void TestUtils::spawnOfMissingProgramFails()
