@@ -198,9 +198,7 @@ class ModemCarrier(Carrier):
         super().__init__("wwan0", 82, by_dhcp)
         self.far_end = FarEnd("lan-wwan0", "port0")
         # Stays when the adapter is pulled, with the server that works on it.
-        self.far_end.run("ip", "link", "add", "name", "port0", "type", "bridge")
-        self.far_end.run("ip", "addr", "add", self.gateway + "/24", "dev", "port0")
-        self.far_end.run("ip", "link", "set", "dev", "port0", "up")
+        self.far_end.add_switch("port0", self.gateway)
         self.serve(self.far_end)
 
     def stored(self):

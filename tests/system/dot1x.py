@@ -79,9 +79,7 @@ class SwitchPort(Cable):
         self.port = "port0"
         super().__init__(interface, address="10.1.1.1/32")
         self.far_end = "switch0"
-        self.run("ip", "link", "add", "name", self.far_end, "type", "bridge")
-        self.run("ip", "addr", "add", "10.77.0.1/24", "dev", self.far_end)
-        self.run("ip", "link", "set", "dev", self.far_end, "up")
+        self.add_switch(self.far_end, "10.77.0.1")
         if is_open:
             self.open()
 

@@ -162,6 +162,15 @@ class FarEnd:
         """Runs a program there."""
         return run("ip", "netns", "exec", self.netns, *command, **options)
 
+    def add_switch(self, name, address, *options):
+        """A switch (a bridge) with an address of its own, whose ports come and go."""
+        # Left to itself a bridge takes the lowest hardware address among its ports: with each adapter that is put in
+        # or pulled it might be another, and neighbours would look for the old one for up to a minute.
+        hardware = "02:00:" + ":".join(f"{int(octet):02x}" for octet in address.split("."))
+        self.run("ip", "link", "add", "name", name, "address", hardware, "type", "bridge", *options)
+        self.run("ip", "addr", "add", address + "/24", "dev", name)
+        self.run("ip", "link", "set", "dev", name, "up")
+
     def spawn(self, *command, output):
         """Starts a program there that goes on, its output in a file."""
         with open(output, "wb") as stream:

@@ -35,9 +35,7 @@ class Socket(FarEnd):
         self.run("ip", "link", "set", "dev", "lo", "up")
         # Stays when the adapter goes. It lets an authenticator on it hear the frames of IEEE 802.1X, which a bridge
         # keeps to itself otherwise (group_fwd_mask, ip-link(8)).
-        self.run("ip", "link", "add", "name", self.port, "type", "bridge", "forward_delay", "0", "group_fwd_mask", "8")
-        self.run("ip", "addr", "add", f"{self.network}.1/24", "dev", self.port)
-        self.run("ip", "link", "set", "dev", self.port, "up")
+        self.add_switch(self.port, f"{self.network}.1", "forward_delay", "0", "group_fwd_mask", "8")
         self.server = DhcpServer(self, network=self.network)
         self.authenticates = False
         self.authenticator = None

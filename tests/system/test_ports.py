@@ -21,9 +21,7 @@ class Switch(FarEnd):
     def __init__(self, *ports):
         super().__init__("switch", "bridge0")
         self.run("ip", "link", "set", "dev", "lo", "up")
-        self.run("ip", "link", "add", "name", self.far_end, "type", "bridge", "forward_delay", "0")
-        self.run("ip", "addr", "add", "10.77.0.1/24", "dev", self.far_end)
-        self.run("ip", "link", "set", "dev", self.far_end, "up")
+        self.add_switch(self.far_end, "10.77.0.1", "forward_delay", "0")
         for port in ports:
             peer = "to-" + port
             run("ip", "link", "add", "name", port, "type", "veth", "peer", "name", peer, "netns", self.netns)

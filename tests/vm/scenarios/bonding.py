@@ -33,9 +33,7 @@ class Switch(FarEnd):
 
     def __init__(self):
         super().__init__("lan", "switch")
-        self.run("ip", "link", "add", "name", self.far_end, "type", "bridge")
-        self.run("ip", "addr", "add", f"{SERVER}/24", "dev", self.far_end)
-        self.run("ip", "link", "set", "dev", self.far_end, "up")
+        self.add_switch(self.far_end, SERVER)
 
     def add_port(self, interface):
         port = f"to-{interface}"
