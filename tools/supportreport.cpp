@@ -115,12 +115,14 @@ public:
     /// False when the disk takes no more.
     bool Fill()
     {
-        // The secrets are known from here on.
+        // The secrets are known from here on: of a store that is broken, those behind the error from its last
+        // good version, which is in force.
+        const QByteArray lastGood = Masked(LAST_GOOD_STORE, 0, &Masking::Store);
         const QByteArray store = Masked(XML_FULL_NETWORK_PATH, 0, &Masking::Store);
         const QByteArray supplicantFile = Masked(WPA_SUPPLICANT_CONF, O_NOFOLLOW, &Masking::SupplicantFile);
         const QByteArray clientFile = masking.ClientFile(Tail(DHCLIENT_CONF));
-        bool isWritten = Add("networkconfig.xml", store) && Add("wpa_supplicant.conf", supplicantFile) &&
-                         Add("dhclient.conf", clientFile);
+        bool isWritten = Add("networkconfig.xml", store) && Add("last-good.xml", lastGood) &&
+                         Add("wpa_supplicant.conf", supplicantFile) && Add("dhclient.conf", clientFile);
         const SystemReport report = SystemFacts::Read();
         isWritten = isWritten && Add("status.txt", ReportText::ForPerson(report, false).toUtf8()) &&
                     Add("status.json", QJsonDocument(ReportText::ForProgram(report)).toJson());

@@ -3,12 +3,10 @@
 
 #include "storekeeping.h"
 
+#include "paths.h"
 #include "zebxmlconfig.h"
-
-#include <QString>
 
 void KeepStoreOverRestarts()
 {
-    // Not in /tmp, which the next start of the device empties.
-    ZebXmlConfig::KeepLastGood(QStringLiteral("/var/lib/corvi/last-good.xml"));
+    ZebXmlConfig::KeepLastGood(LAST_GOOD_STORE);
 }

@@ -14,6 +14,10 @@ inline const QString XML_NETWORK_PATH_WS = XML_NETWORK_PATH + QLatin1Char('/');
 inline const QString XML_FULL_NETWORK_PATH = QStringLiteral("/tmp/config/xmlconfig/") + XML_NETWORK_PATH;
 inline const QString DEFAULT_NETWORK_NAME = QStringLiteral("Unspecified Network Name");
 
+/// The last good version of the store, where it outlives a restart: not in /tmp, which the next start of the
+/// device empties.
+inline const QString LAST_GOOD_STORE = QStringLiteral("/var/lib/corvi/last-good.xml");
+
 /// The kernel's network class directory (Documentation/ABI/testing/sysfs-class-net).
 inline const QString SYS_NET = QStringLiteral("/sys/class/net/");
 inline const QString WirelessCarrierFile = SYS_NET + QStringLiteral("wlan0/carrier");

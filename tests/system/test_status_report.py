@@ -16,11 +16,12 @@ from harness import (LOG, STATUS_TOOL, STORE, SUPPLICANT_FILE, SystemTest, main,
 
 FOLDER = Path("/tmp/reports")
 STATE_FOLDER = Path("/run/corvi")
+LAST_GOOD = Path("/var/lib/corvi/last-good.xml")
 TRANSCRIPT = Path("/tmp/dhclient.log")
-ENTRIES = {"networkconfig.xml", "wpa_supplicant.conf", "status.txt", "status.json", "state.json", "corvi-mon.log",
-           "wpa_supplicant.log", "dhclient.log", "dhclient.leases", "dhclient.conf", "resolv.conf", "os-release",
-           "ip-address.txt", "ip-route.txt", "unit.txt", "unit-properties.txt", "journal.txt", "kernel.txt",
-           "packages.txt", "wpa_supplicant-version.txt", "dhclient-version.txt"}
+ENTRIES = {"networkconfig.xml", "last-good.xml", "wpa_supplicant.conf", "status.txt", "status.json", "state.json",
+           "corvi-mon.log", "wpa_supplicant.log", "dhclient.log", "dhclient.leases", "dhclient.conf", "resolv.conf",
+           "os-release", "ip-address.txt", "ip-route.txt", "unit.txt", "unit-properties.txt", "journal.txt",
+           "kernel.txt", "packages.txt", "wpa_supplicant-version.txt", "dhclient-version.txt"}
 
 
 class Canaries:
@@ -215,6 +216,19 @@ class Secrets(ReportTest):
         files = self.write()
 
         self.assertEqual(files["wpa_supplicant.log"], b"eth0: ******** was not accepted\n")
+
+    def test_secret_behind_the_error_of_a_broken_store(self):
+        write_store(wired(password="open-sesame"))
+        self.start_daemon()
+        wait_for("the last good version", lambda: "open-sesame" in read(LAST_GOOD))
+        write_store_bytes(b"<networkconfig><network><name></wrong>" + store_text(wired(password="open-sesame")).encode())
+        SUPPLICANT_LOG.write_text("eth0: open-sesame was not accepted\n")
+        self.addCleanup(SUPPLICANT_LOG.unlink)
+
+        files = self.write()
+
+        self.assertEqual(files["wpa_supplicant.log"], b"eth0: ******** was not accepted\n")
+        self.assertIn(b"<name>lan</name>", files["last-good.xml"])
 
 
 if __name__ == "__main__":
