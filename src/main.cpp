@@ -2,6 +2,8 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvi.h"
+#include "instancelock.h"
+#include "journal.h"
 #include "logging.h"
 #include "processmemory.h"
 #include "processsignals.h"
@@ -11,6 +13,9 @@
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
 #include <QTextCodec>
 #endif
+
+#include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -23,6 +28,21 @@ void UseUtf8()
 #endif
 }
 
+/// The unit starts the one that is refused again and again: the log is told of the 1st, 2nd, 4th, 8th time.
+int EndAsSecond(const InstanceLock::Refusal &refusal)
+{
+    const QString reason = QStringLiteral("another daemon is at work, process %1: this one ends and leaves "
+                                          "everything as it is, %2 times so far")
+                               .arg(refusal.holder)
+                               .arg(refusal.times);
+    Logging::GetInstance(Level::NOTICE, false);
+    if ((refusal.times & (refusal.times - 1)) == 0)
+        Log(Level::NOTICE) << "main() -" << reason;
+    if (!Journal().HasDebugOutput()) // Where it leads to the journal, the line is there.
+        std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
+    return EXIT_FAILURE;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -32,6 +52,8 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     UseUtf8();
 
+    if (const auto refusal = InstanceLock::Take())
+        return EndAsSecond(*refusal); // Before anything is touched that the other one uses.
     KeepStoreOverRestarts();
     // First: a reload that is asked for while the daemon starts must not end it.
     ProcessSignals signalSource(nullptr);

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "instancelock.h"
+
+#include "securefile.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QThread>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+/// The first that can be had. Not in the unit's own folder in /run, which goes with the unit, while a daemon
+/// that was started by hand goes on.
+const std::array<QString, 2> PATHS = {QStringLiteral("/run/corvi.lock"), QStringLiteral("/tmp/corvi.lock")};
+
+constexpr std::chrono::milliseconds PAUSE{50};
+/// An orderly end waits up to 1 s for the supervisor's thread, and on a busy machine takes longer.
+constexpr int TRIES = 60;
+
+/// -1 where the path is no file of our own: another user could keep the lock of his own.
+int OpenAt(const QString &path)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(),
+                          O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+    if (fd == -1 || SecureFile::IsOurs(path))
+        return fd;
+    ::close(fd);
+    return -1;
+}
+
+int Open()
+{
+    for (const QString &path : PATHS)
+        if (const int fd = OpenAt(path); fd != -1)
+            return fd;
+    return -1;
+}
+
+/// Nothing when the lock is free, otherwise who has it.
+std::optional<pid_t> HolderOf(int fd)
+{
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    if (::fcntl(fd, F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
+        return std::nullopt;
+    return lock.l_pid;
+}
+
+/// False while another process has it. A file system that knows no locks gives it to everybody.
+bool Lock(int fd)
+{
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    return ::fcntl(fd, F_SETLK, &lock) == 0 || (errno != EACCES && errno != EAGAIN);
+}
+
+/// The file holds the number of processes that were refused.
+int CountRefusal(int fd)
+{
+    std::array<char, 16> text = {};
+    const ssize_t length = ::pread(fd, text.data(), text.size() - 1, 0);
+    const int times = (length > 0 ? std::atoi(text.data()) : 0) + 1;
+    const QByteArray number = QByteArray::number(times);
+    // On a full disk the number stays, and the refusal is told once more.
+    [[maybe_unused]] const ssize_t written =
+        ::pwrite(fd, number.constData(), static_cast<size_t>(number.size()), 0);
+    return times;
+}
+
+} // namespace
+
+std::optional<InstanceLock::Refusal> InstanceLock::Take()
+{
+    const int fd = Open();
+    if (fd == -1)
+        return std::nullopt;
+    for (int attempt = 0; !Lock(fd); ++attempt) {
+        const std::optional<pid_t> holder = HolderOf(fd);
+        if (holder && attempt >= TRIES) {
+            const Refusal refusal{*holder, CountRefusal(fd)};
+            ::close(fd);
+            return refusal;
+        }
+        QThread::msleep(static_cast<unsigned long>(PAUSE.count()));
+    }
+    // Stays open: closing it would let go of the lock. Only a number is in it, which may stay too.
+    [[maybe_unused]] const int ignored = ::ftruncate(fd, 0);
+    return std::nullopt;
+}

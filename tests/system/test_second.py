@@ -1,0 +1,104 @@
+# SPDX-License-Identifier: MIT
+# Copyright (c) 2026 The Corvi developers
+"""A daemon that is started beside one that runs, as by hand beside the unit."""
+
+import fcntl
+import os
+import signal
+import subprocess
+from pathlib import Path
+
+from harness import (DAEMON, KILL_FLAG, LOG, STATIC, Daemon, SystemTest, main, read, run, touch, wait_for, wired,
+                     write_store)
+
+LOCK = Path("/run/corvi.lock")
+OTHER_LOCK = Path("/tmp/corvi.lock")
+REFUSED = "main() - another daemon is at work"
+
+
+class Second(SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.cable("eth0")
+        write_store(wired(**STATIC))
+        for path in (LOCK, OTHER_LOCK):
+            path.unlink(missing_ok=True)
+
+    def second(self):
+        return subprocess.run([DAEMON], capture_output=True, text=True, timeout=60, check=False)
+
+    def test_second_one_ends_and_touches_nothing(self):
+        first = self.start_daemon()
+        self.wait_address("eth0")
+        segments = run("ipcs", "-m", "-p")
+        os.kill(first.pid, signal.SIGSTOP)  # or it obeys the file of the next line
+        self.addCleanup(os.kill, first.pid, signal.SIGCONT)
+        touch(KILL_FLAG)
+        self.addCleanup(KILL_FLAG.unlink)
+        lines = read(LOG)
+
+        second = self.second()
+
+        self.assertEqual(second.returncode, 1)
+        self.assertIn(f"process {first.pid}", second.stderr)
+        added = read(LOG)[len(lines):].splitlines()
+        self.assertEqual(len(added), 1, added)
+        self.assertIn(f"{REFUSED}, process {first.pid}", added[0])
+        self.assertTrue(KILL_FLAG.exists())
+        self.assertEqual(run("ipcs", "-m", "-p"), segments)
+
+    def test_one_that_is_started_again_and_again_does_not_fill_the_log(self):
+        self.start_daemon()
+
+        for _ in range(5):
+            self.assertEqual(self.second().returncode, 1)
+
+        # The first, the second and the fourth.
+        self.assertEqual(read(LOG).count(REFUSED), 3)
+
+    def test_lock_ends_with_its_daemon(self):
+        self.stand_in("setup_resolved", "echo $$ > /tmp/child; exec sleep 20")
+        first = self.start_daemon()
+        child = int(wait_for("a child of the daemon's", lambda: read("/tmp/child")))
+
+        first.process.kill()
+        second = Daemon()
+        self.addCleanup(second.stop)
+
+        wait_for("the second one set up", lambda: read(LOG).count("Corvi::Corvi  Created") == 2)
+        second.assert_runs()
+        self.assertNotIn(REFUSED, read(LOG))
+        self.assertEqual(read(f"/proc/{child}/comm"), "sleep\n")
+
+    def test_one_that_is_about_to_end_is_waited_for(self):
+        first = self.start_daemon()
+        first.process.terminate()
+        second = Daemon()
+        self.addCleanup(second.stop)
+
+        wait_for("the second one set up", lambda: read(LOG).count("Corvi::Corvi  Created") == 2)
+        second.assert_runs()
+
+    def test_another_place_serves_where_run_has_none(self):
+        LOCK.mkdir()
+        self.addCleanup(LOCK.rmdir)
+        first = self.start_daemon()
+
+        second = self.second()
+
+        self.assertEqual(second.returncode, 1)
+        self.assertIn(f"process {first.pid}", second.stderr)
+
+    def test_users_file_there_keeps_nobody_from_starting(self):
+        LOCK.mkdir()
+        self.addCleanup(LOCK.rmdir)
+        OTHER_LOCK.touch()
+        os.chown(OTHER_LOCK, 1000, 1000)
+        with open(OTHER_LOCK, "r+b") as file:
+            fcntl.lockf(file, fcntl.LOCK_EX)
+
+            self.start_daemon()
+
+
+if __name__ == "__main__":
+    main()
