@@ -11,6 +11,8 @@
 #include "wpasuppthread.h"
 #include "zebnetconfig.h"
 
+#include <QFile>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -44,12 +46,13 @@ QString KindOf(const NetworkDevice *d)
 
 } // namespace
 
-/// Writes the file where it would differ. Where its folder is missing, nobody has asked for it.
+/// Writes the file where it would differ, or somebody removed it. Where its folder is missing, nobody has
+/// asked for it.
 void Corvi::TellState()
 {
     const ServiceState state = CurrentState();
     const auto now = Clock::now();
-    if (toldState == state || !statePause.IsDue(now))
+    if ((toldState == state && QFile::exists(ServiceState::PATH)) || !statePause.IsDue(now))
         return;
     if (SecureFile::Replace(ServiceState::PATH, state.ToJson(), 0644)) {
         toldState = state;

@@ -50,6 +50,7 @@ private Q_SLOTS:
 };
 
 void TestCorviState::init()
+    void removedFileIsWrittenAgain();
 {
     StartFromNothing();
     QDir("/run/corvi").removeRecursively();
@@ -104,6 +105,18 @@ void TestCorviState::missingFolderIsNoFault()
 }
 
 void TestCorviState::folderThatCannotBeUsedIsToldOnce()
+void TestCorviState::removedFileIsWrittenAgain()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    corvi.Tick();
+
+    QVERIFY(QFile::remove("/run/corvi/state.json"));
+    corvi.Tick();
+
+    QCOMPARE(Told().name, "eth0");
+}
+
 {
     QDir("/run/corvi").removeRecursively();
     WriteFile("/run/corvi", "a file");
