@@ -103,7 +103,8 @@ InterfaceState Corvi::StateOf(const NetworkDevice *d, const InterfaceState &earl
     state.isInFallback = d->inFallback;
     if (d->usesSupplicant && state.isInUse)
         AddAuthentication(d, state, earlier);
-    AddDhcp(d, state);
+    if (state.isInUse)
+        AddDhcp(d, state);
     return state;
 }
 

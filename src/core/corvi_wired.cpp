@@ -44,11 +44,11 @@ bool Corvi::WiredNetworkSetup()
             << "Wired Device Connected" << isConnected << (wiredDevice ? wiredDevice->name : QString());
         wiredUp = isConnected;
         wiredRetry.Reset();
+        if (wiredDevice)
+            wiredDevice->dhcpFailures = 0;
         // Before the configuration, which takes up to half a minute: a loss meanwhile counts.
-        if (chosen) {
+        if (chosen)
             chosen->carrierLosses.Begin();
-            chosen->dhcpFailures = 0;
-        }
         emit wiredStateChange(isConnected);
     }
     if (chosen)

@@ -14,8 +14,8 @@ using namespace TestSupport;
 
 namespace {
 
-/// Of the one interface.
-InterfaceState Told()
+/// Of the one interface, or of several by name.
+InterfaceState Told(int index = 0)
 {
     const ServiceStateReading reading = ReadServiceState();
     return reading.state.interfaces.value(0);
@@ -56,6 +56,8 @@ void TestCorviState::init()
     QDir("/run/corvi").removeRecursively();
     QVERIFY(QDir().mkdir("/run/corvi"));
 }
+    void lostLinkHasNoAttempts();
+    void portThatGaveWayAwaitsNothing();
 
 void TestCorviState::stateIsTold()
 {
@@ -183,6 +185,36 @@ void TestCorviState::waitForAuthenticationIsTold()
 
     const auto since = Told().authenticationSince;
     QVERIFY(since);
+void TestCorviState::lostLinkHasNoAttempts()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    QCOMPARE(Told().dhcpFailures, 1);
+
+    PullCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(Told().dhcpFailures, 0);
+    QVERIFY(!Told().nextDhcpStart);
+}
+
+void TestCorviState::portThatGaveWayAwaitsNothing()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0", "eth1"}, DISCOVERED);
+    PullCable("eth0");
+    corvi.Tick();
+    QCOMPARE(Told(1).name, "eth1");
+    QCOMPARE(Told(1).dhcpFailures, 1);
+
+    // The first port carries, and waits for its own next attempt.
+    PlugCable("eth0");
+    corvi.Tick();
+
+    QCOMPARE(Told(0).dhcpFailures, 1);
+    QVERIFY(Told(0).nextDhcpStart);
+    QCOMPARE(Told(1).dhcpFailures, 0);
+    QVERIFY(!Told(1).nextDhcpStart);
+}
+
     QCOMPARE(Told().fallbackSeconds, 60);
     // One tick that was waited for more in no time: what is told stays.
     corvi.Tick();
