@@ -114,7 +114,7 @@ void Corvi::AddAuthentication(const NetworkDevice *d, InterfaceState &state,
     if (d->isRunning && IsAwaitingAuthentication(d)) {
         // Only the wired setup counts, and only once there is a supplicant to wait for.
         if (d->authWaitTicks > 0)
-            state.authenticationSince = TimeOfTick(-d->authWaitTicks, earlier.authenticationSince);
+            state.authenticationSince = TimeOfTick(1 - d->authWaitTicks, earlier.authenticationSince);
         if (!d->isWireless)
             state.fallbackSeconds = SupplicantDecisions::WaitLimit(d->ipAnnounced, d->fallbackEnabled);
     }

@@ -53,7 +53,8 @@ Wait ForWait(const WaitState &state)
 
 int WaitLimit(bool ipAnnounced, bool fallbackEnabled)
 {
-    return ipAnnounced && fallbackEnabled ? ANNOUNCED_FALLBACK_TICKS : FORCED_FALLBACK_TICKS;
+    // The one looks before it counts its tick, the other after.
+    return ipAnnounced && fallbackEnabled ? ANNOUNCED_FALLBACK_TICKS + 1 : FORCED_FALLBACK_TICKS;
 }
 
 } // namespace SupplicantDecisions

@@ -73,7 +73,8 @@ struct Wait
 
 Wait ForWait(const WaitState &state);
 
-/// The count that ends the wait where nobody lets us in, the address and the fallback being as they are.
+/// Seconds from the first tick that waits to the one that ends the wait where nobody lets us in, the address
+/// and the fallback being as they are.
 int WaitLimit(bool ipAnnounced, bool fallbackEnabled);
 
 } // namespace SupplicantDecisions
