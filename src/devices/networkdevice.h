@@ -169,6 +169,9 @@ private:
     void ReadMacAddress();
     void ReadCarrier();
     void FollowLink();
+    bool HasStaticAddress() const;
+    bool HasStaticRoute() const;
+    void NoteStaticAttempt();
     void RestoreGateway(const QString &gateway, int metric);
 
     void EndDhcpClient();

@@ -131,7 +131,7 @@ void NetworkDevice::ApplyStaticAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - set gateway";
     SetGateway(currentConfig->gateway);
     RefreshStatus();
-    staticPause.NoteAttempt(RetryPause::Time::clock::now());
+    NoteStaticAttempt();
 }
 
 void NetworkDevice::ObtainAddress()

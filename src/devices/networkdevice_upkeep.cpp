@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include <arpa/inet.h>
+#include <sys/ioctl.h>
 
 namespace {
 
@@ -73,19 +74,39 @@ void NetworkDevice::RestoreGateway(const QString &gateway, int metric)
     Utils::Execute(QStringLiteral("ip"), arguments, false);
 }
 
+bool NetworkDevice::HasStaticAddress() const
+{
+    return ipAddress == currentConfig->ipAddress && netmask == currentConfig->netmask;
+}
+
+bool NetworkDevice::HasStaticRoute() const
+{
+    return currentConfig->gateway.isEmpty() || HasDefaultRoute(name, currentConfig->gateway);
+}
+
+/// What the look after it has seen in force is no failure, even where somebody undoes it before a tick looks.
+void NetworkDevice::NoteStaticAttempt()
+{
+    const auto now = RetryPause::Time::clock::now();
+    staticPause.NoteAttempt(now);
+    if (HasStaticAddress() && HasStaticRoute())
+        staticPause.NoteSuccess(now);
+}
+
 void NetworkDevice::KeepStaticAddress()
 {
     if (!currentConfig || !currentConfig->staticIp)
         return;
-    const bool hasAddress = ipAddress == currentConfig->ipAddress && netmask == currentConfig->netmask;
-    const bool hasRoute = currentConfig->gateway.isEmpty() || HasDefaultRoute(name, currentConfig->gateway);
     const auto now = RetryPause::Time::clock::now();
-    if (hasAddress && hasRoute) {
+    if (HasStaticAddress() && HasStaticRoute()) {
         staticPause.NoteSuccess(now);
         return;
     }
     if (!staticPause.IsDue(now))
         return;
+    // The routes are read now, the address was at the tick's begin, and takes its route along when it goes.
+    ReadAddress(SIOCGIFADDR, ipAddress);
+    const bool hasAddress = HasStaticAddress();
     const bool isOutside = hasAddress && IsOutsideSubnet(currentConfig->gateway, ipAddress, netmask);
     LogOnce(reports->upkeep, hasAddress ? QStringLiteral("route") : QStringLiteral("address"))
         << "NetworkDevice::KeepStaticAddress - the" << (hasAddress ? "default route" : "static address")

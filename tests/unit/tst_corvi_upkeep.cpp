@@ -32,6 +32,7 @@ private Q_SLOTS:
 
     // The static address
     void lostStaticAddressIsSetAgain();
+    void staticAddressLostAtOnceIsSetAgain();
     void lostDefaultRouteIsSetAgain();
     void gatewayOutOfReachCostsNobodyHisRoute();
     void staticAddressThatCannotBeSetWaits();
@@ -233,6 +234,19 @@ void TestCorviUpkeep::lostStaticAddressIsSetAgain()
     Forget();
     corvi.Tick(3);
     QCOMPARE(Journal(), QStringList());
+}
+
+/// Somebody is quicker than the tick: the look that follows the setting has seen it in force.
+void TestCorviUpkeep::staticAddressLostAtOnceIsSetAgain()
+{
+    UseWorkingRoute();
+    Answer("update_hosts", "ip addr flush dev eth0");
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    const int attempts = JournalOf("ifconfig eth0 10.1.0.2 netmask").size();
+
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), attempts + 1);
 }
 
 void TestCorviUpkeep::lostDefaultRouteIsSetAgain()
