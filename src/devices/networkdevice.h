@@ -195,6 +195,7 @@ private:
     void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2,
                        const QString &domain);
     void ReportNoResolver();
+    void TellOfLostResolver(const QString &transcript);
 
     const QByteArray kernelName; ///< the name as the kernel's interfaces take it
     CarrierFile carrierFile;

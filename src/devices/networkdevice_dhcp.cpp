@@ -12,6 +12,7 @@
 #include "zebsystem.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
 
 #include <optional>
@@ -24,6 +25,8 @@ const QString HOST_LIST = QStringLiteral("/tmp/.hostlist");
 const QString MTU_BEFORE = QStringLiteral("/run/corvi-mtu-before.");
 /// Says to the client's hook, one file an interface, that the definition has name servers of its own.
 const QString OWN_RESOLVER = QStringLiteral("/run/corvi-own-resolver.");
+/// The resolver's file cannot be written: told once, whoever could not.
+const QString NO_ACCESS = QStringLiteral("no access");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
 /// Empty when there is no such file, nothing when it cannot be read.
@@ -77,7 +80,20 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
             .join(QLatin1Char('\n'));
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
+    TellOfLostResolver(transcript);
     return transcript.contains(QStringLiteral("bound to"));
+}
+
+/// The client's script writes the name servers of a lease, and nobody looks at how that ended: with an
+/// address and without a resolver, all seems well and no name is found. The client itself never names the
+/// file.
+void NetworkDevice::TellOfLostResolver(const QString &transcript)
+{
+    const QStringList lines = transcript.split(QLatin1Char('\n')).filter(QFileInfo(RESOLV_CONF).fileName());
+    if (!lines.isEmpty())
+        LogOnce(reports->resolver, NO_ACCESS)
+            << "NetworkDevice::Dhclient - the lease's name servers cannot be written on" << name << "--"
+            << lines.last();
 }
 
 /// An interface that loses its addresses, is taken down, gets a fixed address or has no definition any more:
@@ -150,8 +166,7 @@ void NetworkDevice::WriteResolver(const QByteArray &earlier, const QString &dns1
 
 void NetworkDevice::ReportNoResolver()
 {
-    LogOnce(reports->resolver, QStringLiteral("no access"))
-        << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
+    LogOnce(reports->resolver, NO_ACCESS) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
 }
 
 void NetworkDevice::SetHosts(const QStringList &lines)

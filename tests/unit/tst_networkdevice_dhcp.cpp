@@ -47,6 +47,7 @@ private Q_SLOTS:
     void silentClientEmptiesTheTranscript();
     void transcriptDoesNotFollowALink();
     void transcriptThatCannotBeKeptIsNoFailure();
+    void resolverThatTheClientsScriptCannotWriteIsToldOnce();
     void missingClientIsAFailure();
     void crashedClientIsAFailure();
     void hangingClientIsStoppedAfterItsLimit_data();
@@ -209,6 +210,24 @@ void TestNetworkDeviceDhcp::transcriptThatCannotBeKeptIsNoFailure()
 
     QVERIFY(QFileInfo(TRANSCRIPT).isDir());
     QVERIFY(!TestSupport::LogText().contains(TRANSCRIPT));
+}
+
+void TestNetworkDeviceDhcp::resolverThatTheClientsScriptCannotWriteIsToldOnce()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    TestSupport::Answer("dhclient",
+                        "echo \"sh: 77: cannot create /etc/resolv.conf.dhclient-new.$$: Read-only\"\n"
+                        "echo 'sh: 88: cannot create /etc/resolv.conf: Read-only'\n"
+                        "echo 'bound to 10.0.0.5 -- renewal in 300 seconds.'");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(device.Dhclient("eth0"));
+    QVERIFY(device.Dhclient("eth0"));
+
+    const QString told = " NetworkDevice::Dhclient - the lease's name servers cannot be written on eth0 -- "
+                         "sh: 88: cannot create /etc/resolv.conf: Read-only \n";
+    QCOMPARE(TestSupport::LogText().count(told), 1);
+    QCOMPARE(TestSupport::LogText().count("resolv.conf"), 1);
 }
 
 void TestNetworkDeviceDhcp::missingClientIsAFailure()
