@@ -3,9 +3,11 @@
 # Copyright (c) 2026 The Corvi developers
 """Seeds one-line faults into the product and says which of them no unit test notices.
 
-Works in a copy of the sources below build/mutation, which stays for the next run. Each fault is built with the tests
-of its file, one test after the other until one fails, each in the sandbox. Ends with 1 when a fault survived. Not
-every survivor is a gap: some faults change nothing that can be seen.
+Works in a copy of the sources below build/mutation, which stays for the next run. One build holds all the faults, each
+behind a switch (fault.h); what cannot be switched, a case label or the size of an array, is built by itself. Without a
+fault, each test notes which of its functions reach which fault: only these functions run for it, in the sandbox, one
+test after the other until one fails. Ends with 1 when a fault survived. Not every survivor is a gap: some faults
+change nothing that can be seen.
 """
 
 import argparse
@@ -18,16 +20,21 @@ import shutil
 import signal
 import subprocess
 import sys
+import threading
 import time
-from collections import Counter, namedtuple
+from collections import Counter, defaultdict
+from concurrent.futures import ThreadPoolExecutor, as_completed
 from pathlib import Path
+
+from faults import faults_of, with_fault, with_switch
 
 TOP = Path(__file__).resolve().parents[2]
 WORK = TOP / "build/mutation"
 COPY = WORK / "source"
 BUILD = COPY / "build/release"
 FIXED_SEED = 1
-BUILD_LIMIT = 900  # seconds
+BUILD_LIMIT = 3600  # seconds
+STOPPING = threading.Event()
 
 # Tests of a source file beyond tst_FILE*; those of a folder are for its files that have none of either kind.
 MORE_TESTS = {
@@ -42,6 +49,7 @@ MORE_TESTS = {
     "src/core/segmentnames": ["tst_corvi_segment"],
     "src/core/segmentplace": ["tst_corvi_segment"],
     "src/devices/carrierlosses": ["tst_networkdevice_link", "tst_networkdevice", "tst_corvi_bounce"],
+    "src/support/interfacekind": ["tst_corvi_discovery", "tst_corvi_adapters"],
     "src/support/processmemory": ["tst_corvi_memory", "tst_corvi_process"],
     "src/support/program": ["tst_utils*", "tst_modem", "tst_interfacekind"],
     "platform/rules": ["tst_zebcheck", "tst_namednetwork*", "tst_wpasupplicantcfg*", "tst_storecheck", "tst_spelling"],
@@ -49,81 +57,6 @@ MORE_TESTS = {
     "platform/zeb": ["tst_zeb*"],
     "tools": ["tst_checktool", "tst_statustool*", "tst_statusreport", "tst_store*", "tst_machinecheck", "tst_masking"],
 }
-
-Fault = namedtuple("Fault", "line column operator old new")
-
-# What is no code: comments, literals, lines of the preprocessor.
-NO_CODE = re.compile(r'(?P<comment>//[^\n]*|/\*.*?\*/)|(?P<raw>R"(\w*)\(.*?\)\3")|(?P<text>"(?:\\.|[^"\\\n])*")'
-                     r"|'(?:\\.|[^'\\\n])+'|^[ \t]*#[^\n]*", re.S | re.M)
-SWAPS = [
-    ("comparison", re.compile(r"(?<= )(==|!=|<=|>=|<|>)(?= )"),
-     {"==": "!=", "!=": "==", "<": "<=", "<=": "<", ">": ">=", ">=": ">"}),
-    ("boolean", re.compile(r"(?<= )(&&|\|\|)(?= )|\b(true|false)\b"),
-     {"&&": "||", "||": "&&", "true": "false", "false": "true"}),
-]
-NUMBER = re.compile(r"(?<![\w.'])\d+(?=(?:ms|min|[hsuUlL])?\b)(?![.'])")
-CONDITION = re.compile(r"\b(?:if|while) \(")
-# "false" and the like are "{}" already, and "true" becomes "false" as a boolean.
-RETURN = re.compile(r"\breturn (?!\{\}|true;|false;|nullptr;|0;)([^;]+)(?=;)")
-STATEMENT = re.compile(r"(?:\s*)(?:(?:emit |\+\+|--)?[\w.:]+(?:->[\w.:]+)*"
-                       r"(?:\(.*\)(?: << .*)?|(?:\[[^]]*\])? [-+|&]?= .*|\+\+|--)?);$")
-
-
-def blank(text):
-    """The text with what is no code blanked out, each character at its place."""
-    return NO_CODE.sub(lambda found: re.sub(r"[^\n]", " ", found[0]), text)
-
-
-def closing(code, opening):
-    """Where the bracket is closed that is opened at a place of a line; -1 when on no line of its own."""
-    depth = 0
-    for place in range(opening, len(code)):
-        depth += {"(": 1, ")": -1}.get(code[place], 0)
-        if depth == 0:
-            return place
-    return -1
-
-
-def faults_of_line(code, line):
-    """(column, operator, old, new) of each fault that fits a line; code is the line without what is no code."""
-    for operator, pattern, swaps in SWAPS:
-        for found in pattern.finditer(code):
-            yield found.start(), operator, found[0], swaps[found[0]]
-    for found in NUMBER.finditer(code):
-        yield found.start(), "number", found[0], str(int(found[0]) + 1)
-    for found in CONDITION.finditer(code):
-        end = closing(code, found.end() - 1)
-        condition = line[found.end():end]
-        # A declaration cannot be negated.
-        if end > 0 and not re.search(r"[\w*&] [*&]?\w+ = |;", condition):
-            yield found.end(), "condition", condition, f"!({condition})"
-    for found in RETURN.finditer(code):
-        yield found.start(1), "return", line[found.start(1):found.end(1)], "{}"
-    indent = len(code) - len(code.lstrip())
-    if STATEMENT.match(code) and code.count("(") == code.count(")") and indent:
-        yield indent, "statement", line[indent:], "{}"
-
-
-def faults_of(text):
-    """Every fault of a source text, in the order of its lines."""
-    code = blank(text)
-    faults = []
-    for number, (code_line, line) in enumerate(zip(code.split("\n"), text.split("\n")), 1):
-        faults += [Fault(number, *fault) for fault in faults_of_line(code_line, line)]
-    for found in NO_CODE.finditer(text):
-        if found["text"] is not None:
-            start = text.rfind("\n", 0, found.start()) + 1
-            faults.append(Fault(text.count("\n", 0, start) + 1, found.start() - start, "text", found[0],
-                                found[0][:-1] + '~"'))
-    return sorted(faults)
-
-
-def with_fault(text, fault):
-    lines = text.split("\n")
-    line = lines[fault.line - 1]
-    assert line[fault.column:].startswith(fault.old)
-    lines[fault.line - 1] = line[:fault.column] + fault.new + line[fault.column + len(fault.old):]
-    return "\n".join(lines)
 
 
 def tests_of(source, tests):
@@ -154,28 +87,32 @@ def end_group(process):
         pass  # None of them is left.
 
 
-def execute(command, limit, **options):
+def execute(command, limit, output=os.devnull, **options):
     """A program's status, None when it was ended after limit seconds. Whatever happens, it is gone afterwards."""
-    with open(WORK / "output", "wb") as output, \
-            subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output, stderr=output, cwd=COPY,
+    end = time.monotonic() + limit
+    with open(output, "wb") as file, \
+            subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=file, stderr=file, cwd=COPY,
                              start_new_session=True, **options) as process:
         try:
-            return process.wait(limit)
-        except subprocess.TimeoutExpired:
-            return None
+            while process.poll() is None and time.monotonic() < end and not STOPPING.wait(0.05):
+                pass
+            return process.poll()
         finally:
             if process.poll() is None:
                 end_group(process)
 
 
 def builds(*targets):
-    return execute(["cmake", "--build", BUILD, "--target", *targets], BUILD_LIMIT) == 0
+    return execute(["cmake", "--build", BUILD, "--target", *targets, "--", "-k", "0"], BUILD_LIMIT,
+                   WORK / "output") == 0
 
 
-def passes(test, limit):
+def passes(test, limit, functions=(), **environment):
     """Every test runs in the sandbox, also one that would not need it: nobody knows what a fault does."""
-    environment = {**os.environ, "CORVI_RECORDER": str(BUILD / "tests/recorder"), "CORVI_BUILD_DIR": str(BUILD)}
-    return execute([COPY / "tests/sandbox/run", "--standins", BUILD / "tests/unit" / test], limit, env=environment) == 0
+    environment = {**os.environ, **environment, "CORVI_RECORDER": str(BUILD / "tests/recorder"),
+                   "CORVI_BUILD_DIR": str(BUILD)}
+    return execute([COPY / "tests/sandbox/run", "--standins", BUILD / "tests/unit" / test, *functions], limit,
+                   env=environment) == 0
 
 
 def prepare_copy():
@@ -190,57 +127,154 @@ def prepare_copy():
     for path in [path for path in COPY.rglob("*") if path.is_file() and BUILD.parent not in path.parents]:
         if str(path.relative_to(COPY)) not in wanted:
             path.unlink()
-    if execute(["cmake", "--preset", "release", "-DCORVI_BENCHMARKS=OFF"], BUILD_LIMIT) != 0 or not builds("recorder"):
+    if execute(["cmake", "--preset", "release", "-DCORVI_BENCHMARKS=OFF"], BUILD_LIMIT, WORK / "output") != 0 \
+            or not builds("recorder"):
         raise SystemExit((WORK / "output").read_text(errors="replace")[-3000:])
 
 
-class Trial:
-    """Tries one fault after the other in the copy."""
+def write_if_new(path, text):
+    if path.read_text() != text:
+        path.write_text(text)
 
-    def __init__(self, tests, limit):
+
+class Switches:
+    """The faults that one build holds: a number for each, on every line at most one."""
+
+    def __init__(self, faults):
+        self.numbers = {}
+        self.separate = []
+        lines = set()
+        for number, (source, fault) in enumerate(faults, 1):
+            text = (TOP / source).read_text()
+            if (source, fault.line) in lines or with_switch(text, fault, number) is None:
+                self.separate.append((source, fault))
+            else:
+                self.numbers[source, fault] = number
+                lines.add((source, fault.line))
+
+    def write(self):
+        texts = defaultdict(list)
+        for (source, fault), number in self.numbers.items():
+            texts[source].append((fault, number))
+        for source, here in texts.items():
+            text = (TOP / source).read_text()
+            for fault, number in here:
+                text = switched_beside(text, fault, number, (TOP / source).read_text())
+            # Instead of the first line, a comment, so that the others keep their numbers.
+            write_if_new(COPY / source, f'#include "{COPY}/tests/mutation/fault.h"\n' + text.partition("\n")[2])
+
+    def drop_refused(self):
+        """Takes out what the compiler refused with a switch, and says whether there was any."""
+        found = re.findall(r"^(\S+?):(\d+):\d+: ", (WORK / "output").read_text(errors="replace"), re.M)
+        places = {(os.path.relpath(os.path.normpath(BUILD / path), COPY), int(line)) for path, line in found}
+        refused = [key for key in self.numbers if (key[0], key[1].line) in places]
+        for source, fault in refused:
+            del self.numbers[source, fault]
+            self.separate.append((source, fault))
+            write_if_new(COPY / source, (TOP / source).read_text())
+        return bool(refused)
+
+
+def switched_beside(text, fault, number, original):
+    """The text, that may hold switches on other lines, with one more."""
+    lines = text.split("\n")
+    lines[fault.line - 1] = with_switch(original, fault, number).split("\n")[fault.line - 1]
+    return "\n".join(lines)
+
+
+class Trial:
+    """Tries the faults in the copy: those behind a switch side by side, then one build for each of the others."""
+
+    def __init__(self, faults, tests, limit, jobs):
         self.tests = tests
         self.limit = limit
-        self.good = set()
+        self.jobs = jobs
+        self.switches = Switches(faults)
+        # Of each test that passes without a fault: which of its functions reach which number.
+        self.reached = {}
 
-    def is_good(self, test):
+    def run(self):
+        """Yields each fault with what became of it: (source, fault, result, the test that noticed it)."""
+        with ThreadPoolExecutor(self.jobs) as pool:
+            try:
+                self.build_switched()
+                wanted = {test for source, _ in [*self.switches.numbers, *self.switches.separate]
+                          for test in tests_of(source, self.tests)}
+                list(pool.map(self.look_without_fault, sorted(wanted)))
+                pending = {pool.submit(self.try_switched, *key, number): key
+                           for key, number in self.switches.numbers.items()}
+                for done in as_completed(pending):
+                    yield (*pending[done], *done.result())
+            finally:
+                STOPPING.set()
+                pool.shutdown(cancel_futures=True)
+        STOPPING.clear()
+        for source in {source for source, _ in self.switches.numbers}:
+            write_if_new(COPY / source, (TOP / source).read_text())
+        for source, fault in sorted(self.switches.separate):
+            yield (source, fault, *self.try_alone(source, fault))
+
+    def build_switched(self):
+        while True:
+            self.switches.write()
+            tests = {test for source, _ in self.switches.numbers for test in tests_of(source, self.tests)}
+            if builds(*sorted(tests)):
+                return
+            if not self.switches.drop_refused():
+                raise SystemExit((WORK / "output").read_text(errors="replace")[-3000:])
+
+    def look_without_fault(self, test):
         """A test that fails without a fault would kill each of them."""
-        if test not in self.good and builds(test) and passes(test, self.limit):
-            self.good.add(test)
-        return test in self.good
+        noted = BUILD / f"reached-{test}"  # The sandbox shows this folder.
+        noted.write_text("")
+        begin = time.monotonic()
+        if not passes(test, self.limit, CORVI_FAULTS_REACHED=str(noted)):
+            print(f"{test} fails without a fault, too: not used", flush=True)
+            return
+        functions = defaultdict(set)
+        for line in noted.read_text().splitlines():
+            number, _, function = line.partition(" ")
+            functions[int(number)].add(function)
+        self.reached[test] = functions
+        print(f"{test} takes {time.monotonic() - begin:.0f} s", flush=True)
 
-    def run(self, source, fault):
-        """What became of a fault: (result, the test that noticed it)."""
-        result, test = self.run_once(source, fault)
-        while result == "killed" and not self.is_good(test):
-            print(f"{test} fails without a fault, too: not used any more", flush=True)
-            self.tests.remove(test)
-            result, test = self.run_once(source, fault)
-        return result, test
+    def try_switched(self, source, fault, number):
+        # The tests of its file first, then those of other files that come by.
+        tests = [test for test in dict.fromkeys([*tests_of(source, self.tests), *sorted(self.reached)])
+                 if number in self.reached.get(test, {})]
+        if not tests:
+            return "survived", "reached by no test"
+        # What a function leaves behind may only be seen in another one, so at last all of them run.
+        for whole in (False, True):
+            for test in tests:
+                functions = sorted(self.reached[test][number])
+                if whole or not {"", "initTestCase", "cleanupTestCase"} & set(functions):
+                    if not passes(test, self.limit, () if whole else functions, CORVI_FAULT=str(number)):
+                        return "killed", test
+        return "survived", ""
 
-    def run_once(self, source, fault):
+    def try_alone(self, source, fault):
         path = COPY / source
         text = path.read_text()
         path.write_text(with_fault(text, fault))
         try:
-            return self.try_tests(source)
+            for test in [test for test in tests_of(source, self.tests) if test in self.reached]:
+                if not builds(test):
+                    return "not compiled", ""
+                if not passes(test, self.limit):
+                    return "killed", test
+            return "survived", ""
         finally:
             path.write_text(text)
-
-    def try_tests(self, source):
-        for test in tests_of(source, self.tests):
-            if not builds(test):
-                return "not compiled", ""
-            if not passes(test, self.limit):
-                return "killed", test
-        return "survived", ""
 
 
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--seed", default=FIXED_SEED, help="chooses the faults: a number (%(default)s), or random")
     parser.add_argument("--count", type=int, default=40, help="how many faults (%(default)s)")
-    parser.add_argument("--files", default="src/*/*.cpp", help="sources, as a pattern (%(default)s)")
+    parser.add_argument("--files", nargs="+", default=["src/*/*.cpp"], help="sources, as patterns (%(default)s)")
     parser.add_argument("--limit", type=int, default=240, help="seconds for each test (%(default)s)")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="tests at a time (%(default)s)")
     arguments = parser.parse_args()
     arguments.seed = random.randrange(2**32) if arguments.seed == "random" else int(arguments.seed)
     return arguments
@@ -254,9 +288,10 @@ def chosen_faults(sources, seed, count):
 
 def main():
     arguments = parse_arguments()
-    sources = sorted(str(path.relative_to(TOP)) for path in TOP.glob(arguments.files) if path.suffix == ".cpp")
+    sources = sorted({str(path.relative_to(TOP)) for pattern in arguments.files for path in TOP.glob(pattern)
+                      if path.suffix == ".cpp"})
     if not sources:
-        raise SystemExit(f"no source file: {arguments.files}")
+        raise SystemExit(f"no source file: {' '.join(arguments.files)}")
     for number in (signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, lambda *_: sys.exit(130))
     WORK.mkdir(parents=True, exist_ok=True)
@@ -264,17 +299,16 @@ def main():
         fcntl.flock(lock, fcntl.LOCK_EX)
         print("seed", arguments.seed, flush=True)
         prepare_copy()
-        return report(chosen_faults(sources, arguments.seed, arguments.count), Trial(unit_tests(), arguments.limit))
+        faults = chosen_faults(sources, arguments.seed, arguments.count)
+        return report(Trial(faults, unit_tests(), arguments.limit, arguments.jobs).run())
 
 
-def report(faults, trial):
+def report(outcomes):
     results = Counter()
-    for source, fault in faults:
-        begin = time.monotonic()
-        result, test = trial.run(source, fault)
+    for source, fault, result, test in outcomes:
         results[result] += 1
         print(f"{result:12} {source}:{fault.line}: {fault.operator}: {fault.old} -> {fault.new}"
-              f"  ({test + ', ' if test else ''}{time.monotonic() - begin:.0f} s)", flush=True)
+              f"{'  (' + test + ')' if test else ''}", flush=True)
     tried = results["killed"] + results["survived"]
     print(f"{results['killed']} killed, {results['survived']} survived, {results['not compiled']} not compiled;",
           f"score {100 * results['killed'] / max(tried, 1):.1f} %")

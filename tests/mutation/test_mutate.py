@@ -5,14 +5,18 @@
 
 import contextlib
 import io
+import tempfile
 import unittest
+import unittest.mock
+from pathlib import Path
 
+import faults
 import mutate
 
 
 def changes(line):
     """(operator, the line with the fault) of each fault of a line."""
-    return [(fault.operator, mutate.with_fault(line, fault)) for fault in mutate.faults_of(line)]
+    return [(fault.operator, faults.with_fault(line, fault)) for fault in faults.faults_of(line)]
 
 
 class FaultsOfText(unittest.TestCase):
@@ -45,7 +49,7 @@ class FaultsOfText(unittest.TestCase):
     def test_place_after_comment(self):
         text = '/* "a"\n 1 */ f("b");  // "c"\ng(7)'
 
-        self.assertEqual([(2, 8, '"b"'), (3, 2, "7")], [(f.line, f.column, f.old) for f in mutate.faults_of(text)])
+        self.assertEqual([(2, 8, '"b"'), (3, 2, "7")], [(f.line, f.column, f.old) for f in faults.faults_of(text)])
 
     def test_seed_decides(self):
         sources = ["src/core/corvi.cpp", "src/core/corvi_dhcp.cpp"]
@@ -54,21 +58,73 @@ class FaultsOfText(unittest.TestCase):
         self.assertNotEqual(mutate.chosen_faults(sources, 5, 20), mutate.chosen_faults(sources, 6, 20))
 
 
+class SwitchedFaults(unittest.TestCase):
+    def test_each_kind(self):
+        for line, old, expected in [
+                ('f(QStringLiteral("a"));', '"a"', 'f((isFaulty(7) ? QStringLiteral("a~") : QStringLiteral("a")));'),
+                ("constexpr auto X = 60s;", "60", "const auto X = (isFaulty(7) ? 61s : 60s);"),
+                ("    if (a && b) // c", "&&",
+                 "    if (isFaulty(7) ? static_cast<bool>(a || b) : static_cast<bool>(a && b)) // c"),
+                ("    if (a)", "a", "    if (isFaulty(7) != static_cast<bool>(a))"),
+                ("    return a == b;", "==", "{ if (isFaulty(7)) { return a != b; } else { return a == b; } }"),
+                ("    return a;", "a", "{ if (isFaulty(7)) { return {}; } else { return a; } }"),
+                ("    const bool a = b < c;", "<", "    const bool a = isFaulty(7) ? (b <= c) : (b < c);"),
+                ("    Call(a);", "Call(a);", "    { if (!isFaulty(7)) { Call(a); } }"),
+                ("        && a == b", "==", None)]:
+            with self.subTest(line):
+                fault = next(fault for fault in faults.faults_of(line) if fault.old == old)
+
+                self.assertEqual(expected, faults.with_switch(line, fault, 7))
+
+    def test_one_for_each_line(self):
+        source = "src/core/corvi_dhcp.cpp"
+        everything = [(source, fault) for fault in faults.faults_of((mutate.TOP / source).read_text())]
+
+        switches = mutate.Switches(everything)
+
+        self.assertEqual(len(everything), len(switches.numbers) + len(switches.separate))
+        self.assertEqual(len(switches.numbers), len({fault.line for _, fault in switches.numbers}))
+
+
 class TrialOfFault(unittest.TestCase):
+    def setUp(self):
+        self.ran = []
+        self.trial = mutate.Trial([], ["tst_corvi_carrier", "tst_corvi_bounce", "tst_corvi_wired"], 1, 1)
+
+    def outcome(self, reached, red=()):
+        def passes(test, _limit, functions=(), **_environment):
+            self.ran.append((test, *functions))
+            return self.ran[-1] not in red
+        self.trial.reached = reached
+        with unittest.mock.patch.object(mutate, "passes", passes):
+            return self.trial.try_switched("src/core/corvi_carrier.cpp", None, 3)
+
+    def test_only_functions_that_reach_it_run_first(self):
+        reached = {"tst_corvi_carrier": {3: {"b", "a"}, 4: {"c"}}, "tst_corvi_bounce": {4: {"d"}}}
+
+        self.assertEqual(("killed", "tst_corvi_carrier"), self.outcome(reached, [("tst_corvi_carrier", "a", "b")]))
+        self.assertEqual([("tst_corvi_carrier", "a", "b")], self.ran)
+
+    def test_survivor_saw_every_function(self):
+        self.assertEqual(("survived", ""), self.outcome({"tst_corvi_carrier": {3: {"a"}}}))
+        self.assertEqual([("tst_corvi_carrier", "a"), ("tst_corvi_carrier",)], self.ran)
+
+    def test_what_is_reached_before_the_functions_needs_all(self):
+        self.outcome({"tst_corvi_carrier": {3: {"initTestCase", "a"}}}, [("tst_corvi_carrier",)])
+
+        self.assertEqual([("tst_corvi_carrier",)], self.ran)
+
+    def test_nothing_reaches_it(self):
+        self.assertEqual(("survived", "reached by no test"), self.outcome({"tst_corvi_carrier": {4: {"a"}}}))
+
     def test_test_that_always_fails_kills_nothing(self):
-        class AlwaysRed(mutate.Trial):
-            def is_good(self, test):
-                return test != "tst_red"
+        with unittest.mock.patch.object(mutate, "passes", lambda *_, **__: False), \
+                unittest.mock.patch.object(mutate, "BUILD", Path(tempfile.mkdtemp())), \
+                contextlib.redirect_stdout(io.StringIO()) as said:
+            self.trial.look_without_fault("tst_corvi_carrier")
 
-            def run_once(self, source, fault):
-                return ("killed", "tst_red") if "tst_red" in self.tests else ("survived", "")
-        trial = AlwaysRed(["tst_red", "tst_green"], 1)
-
-        with contextlib.redirect_stdout(io.StringIO()) as said:
-            self.assertEqual(("survived", ""), trial.run("src/core/corvi.cpp", None))
-
-        self.assertEqual(["tst_green"], trial.tests)
-        self.assertIn("tst_red fails without a fault", said.getvalue())
+        self.assertEqual({}, self.trial.reached)
+        self.assertIn("tst_corvi_carrier fails without a fault", said.getvalue())
 
 
 class TestsOfSource(unittest.TestCase):
