@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "instancelock.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QtTest>
+
+#include <array>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+const QString LOCK = QStringLiteral("/run/corvi.lock");
+const QString OTHER_LOCK = QStringLiteral("/tmp/corvi.lock");
+
+/// Another process that holds the lock: until it is destroyed, or for a time of its own.
+class Holder
+{
+public:
+    explicit Holder(const QString &path, unsigned milliseconds = 0)
+    {
+        std::array<int, 2> ready = {};
+        if (::pipe(ready.data()) != 0)
+            qFatal("pipe: %s", strerror(errno));
+        pid = ::fork();
+        if (pid == 0) {
+            const int fd = ::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT, 0600);
+            struct flock lock = {};
+            lock.l_type = F_WRLCK;
+            if (::fcntl(fd, F_SETLK, &lock) == 0 && ::write(ready[1], "", 1) == 1)
+                milliseconds == 0 ? static_cast<void>(::pause())
+                                  : static_cast<void>(::usleep(milliseconds * 1000));
+            ::_exit(0);
+        }
+        ::close(ready[1]);
+        char byte = 0;
+        holds = ::read(ready[0], &byte, 1) == 1;
+        ::close(ready[0]);
+    }
+    ~Holder()
+    {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+    }
+    Q_DISABLE_COPY(Holder)
+
+    pid_t pid = -1;
+    bool holds = false;
+};
+
+/// Who has the lock, as another process sees it; 0 for nobody.
+pid_t HolderOf(const QString &path)
+{
+    std::array<int, 2> answer = {};
+    if (::pipe(answer.data()) != 0)
+        return -1;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        const int fd = ::open(QFile::encodeName(path).constData(), O_RDWR);
+        const bool isAnswered = ::fcntl(fd, F_GETLK, &lock) == 0;
+        const pid_t holder = !isAnswered ? -1 : lock.l_type == F_UNLCK ? 0 : lock.l_pid;
+        ::_exit(::write(answer[1], &holder, sizeof(holder)) == sizeof(holder) ? 0 : 1);
+    }
+    ::close(answer[1]);
+    pid_t holder = -1;
+    if (::read(answer[0], &holder, sizeof(holder)) != sizeof(holder))
+        holder = -1;
+    ::close(answer[0]);
+    ::waitpid(child, nullptr, 0);
+    return holder;
+}
+
+} // namespace
+
+/// The lock that keeps a second daemon from working beside the first.
+class TestInstanceLock : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup();
+    void freeLockIsTakenForLife();
+    void refusalsAreCountedUntilItIsTaken();
+    void oneThatIsAboutToEndIsWaitedFor();
+    void otherPlaceServesWhereTheFirstIsNotOurs();
+};
+
+/// The lock of this process stays with the removed file.
+void TestInstanceLock::cleanup()
+{
+    QFile::remove(LOCK);
+    QFile::remove(OTHER_LOCK);
+}
+
+void TestInstanceLock::freeLockIsTakenForLife()
+{
+    QVERIFY(!InstanceLock::Take());
+
+    QCOMPARE(HolderOf(LOCK), ::getpid());
+    QCOMPARE(QFileInfo(LOCK).permissions() & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
+    QVERIFY(!QFileInfo::exists(OTHER_LOCK));
+}
+
+void TestInstanceLock::refusalsAreCountedUntilItIsTaken()
+{
+    {
+        const Holder other(LOCK);
+        QVERIFY(other.holds);
+        for (const int times : {1, 2}) {
+            const auto refusal = InstanceLock::Take();
+            QVERIFY(refusal);
+            QCOMPARE(refusal->holder, other.pid);
+            QCOMPARE(refusal->times, times);
+        }
+    }
+
+    QVERIFY(!InstanceLock::Take());
+
+    QCOMPARE(QFileInfo(LOCK).size(), 0);
+}
+
+void TestInstanceLock::oneThatIsAboutToEndIsWaitedFor()
+{
+    const Holder other(LOCK, 300); // Well within the 3 s, well beyond the first look.
+    QVERIFY(other.holds);
+
+    QVERIFY(!InstanceLock::Take());
+
+    QCOMPARE(HolderOf(LOCK), ::getpid());
+}
+
+void TestInstanceLock::otherPlaceServesWhereTheFirstIsNotOurs()
+{
+    const Holder user(LOCK);
+    QVERIFY(user.holds);
+    QCOMPARE(::chown(QFile::encodeName(LOCK).constData(), 1000, 1000), 0);
+
+    QVERIFY(!InstanceLock::Take());
+
+    QCOMPARE(HolderOf(OTHER_LOCK), ::getpid());
+}
+
+QTEST_GUILESS_MAIN(TestInstanceLock)
+#include "tst_instancelock.moc"
