@@ -37,9 +37,12 @@ void AdviseOnValue(const ZebDocument &document, const QString &setting, StoreFin
     if (setting == QLatin1String("bonding_mode")) {
         bool isNumber = false;
         const int mode = value.toInt(&isNumber);
-        if (!isNumber || mode < 0 || mode > 6)
-            findings.append(SettingFinding(document, setting, Severity::Error,
-                                           QStringLiteral("is not a mode from 0 to 6")));
+        if (isNumber && mode >= 0 && mode <= 6)
+            return;
+        StoreFinding finding =
+            SettingFinding(document, setting, Severity::Error, QStringLiteral("is not a mode from 0 to 6"));
+        finding.valueClass = QStringLiteral("whole number");
+        findings.append(finding);
         return;
     }
     if (!BooleanSettings().contains(setting) || value == QLatin1String("true") ||

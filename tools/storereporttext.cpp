@@ -13,6 +13,13 @@ QString SeverityWord(StoreFinding::Severity severity)
     return severity == StoreFinding::Severity::Error ? QStringLiteral("error") : QStringLiteral("warning");
 }
 
+QString ClassOf(const StoreFinding &finding)
+{
+    return finding.valueClass.isEmpty()
+               ? QString()
+               : QString(QStringLiteral(" (") + finding.valueClass + QLatin1Char(')'));
+}
+
 /// What a finding is about, with a colon; nothing for the store as a whole.
 QString Subject(const StoreFinding &finding)
 {
@@ -20,7 +27,7 @@ QString Subject(const StoreFinding &finding)
     if (!finding.network.isEmpty())
         parts << QStringLiteral("network \"") + finding.network + QLatin1Char('"');
     if (!finding.property.isEmpty())
-        parts << QStringLiteral("property \"") + finding.property + QLatin1Char('"');
+        parts << QStringLiteral("property \"") + finding.property + QLatin1Char('"') + ClassOf(finding);
     return parts.isEmpty() ? QString() : QString(parts.join(QStringLiteral(", ")) + QStringLiteral(": "));
 }
 

@@ -81,8 +81,8 @@ void TestCheckTool::statusSaysWhatTheStoreIs_data()
     QTest::addColumn<QString>("output");
     QTest::newRow("good") << GOOD << 0 << "";
     QTest::newRow("one bad value") << BAD << 1
-                                   << ":2:31: error: network \"lan\", property \"mtu\": \"9\" is not a whole "
-                                      "number from 68 to 65535; its default is used\n";
+                                   << ":2:31: error: network \"lan\", property \"mtu\" (bytes): \"9\" is not "
+                                      "a whole number from 68 to 65535; its default is used\n";
     QTest::newRow("not well-formed") << UNUSABLE << 2 << ":2:13: error: Opening and ending tag mismatch.\n";
 }
 

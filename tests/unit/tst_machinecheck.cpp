@@ -130,7 +130,9 @@ void TestMachineCheck::filesAreChecked_data()
         QTest::newRow(name) << elements.toUtf8() << expected;
     };
     const auto about = [](const char *severity, const char *property, const QString &reason) {
-        return QString("%1: network \"lan\", property \"%2\": ").arg(severity, property) +
+        const QString valueClass =
+            property == QByteArray("privateKeyPassword") ? "secret text" : "certificate";
+        return QString("%1: network \"lan\", property \"%2\" (%3): ").arg(severity, property, valueClass) +
                QString(reason).replace("T/", FOLDER);
     };
     row("EC", {"none", "T/ec.pem", "T/ec.key"}, {});
@@ -235,8 +237,8 @@ void TestMachineCheck::newDriverIsAskedFor()
                                     "<network><name>Office</name><ssid>a</ssid><passphrase>b</passphrase>"
                                     "<securityMode>WPA Personal 3</securityMode></network></c>");
 
-    const QString told = "warning: network \"Office\", property \"securityMode\": WPA3 needs the driver "
-                         "nl80211, which the setting useNewDriver asks for";
+    const QString told = "warning: network \"Office\", property \"securityMode\" (security mode): WPA3 needs "
+                         "the driver nl80211, which the setting useNewDriver asks for";
     QCOMPARE(lines, isTold ? QStringList{told} : QStringList());
 }
 
@@ -250,9 +252,10 @@ void TestMachineCheck::missingEapMethodIsTold()
     const QStringList lines = Lines(Network("Office", "<securityMode>eap_leap</securityMode>"));
     const QStringList others = Lines(Network("Office", "<securityMode>eap_fast</securityMode>"));
 
-    QCOMPARE(lines, QStringList{"warning: network \"Office\", property \"securityMode\": this machine's "
-                                "wpa_supplicant was built without EAP-LEAP, and refuses the whole file with "
-                                "it"});
+    QCOMPARE(
+        lines,
+        QStringList{"warning: network \"Office\", property \"securityMode\" (security mode): this machine's "
+                    "wpa_supplicant was built without EAP-LEAP, and refuses the whole file with it"});
     QCOMPARE(others, QStringList());
     QCOMPARE(TestSupport::Journal().size(), 2);
     QVERIFY(TestSupport::Journal().constFirst().startsWith(

@@ -51,14 +51,14 @@ void TestStoreAdvice::settingIsAdvisedOn_data()
     row("another program's", "<wallpaper>blue</wallpaper>", "");
     row("empty", "<useNewDriver/>", "");
     row("boolean in capitals", "<UseApScan>TRUE</UseApScan>",
-        "error: property \"UseApScan\": is neither true nor false; it counts as false (did you mean "
-        "\"true\"?)");
+        "error: property \"UseApScan\" (boolean): is neither true nor false; it counts as false (did you "
+        "mean \"true\"?)");
     row("boolean as a word", "<bonding_enable>yes</bonding_enable>",
-        "error: property \"bonding_enable\": is neither true nor false; it counts as false");
+        "error: property \"bonding_enable\" (boolean): is neither true nor false; it counts as false");
     row("bonding mode by name", "<bonding_mode>active-backup</bonding_mode>",
-        "error: property \"bonding_mode\": is not a mode from 0 to 6");
+        "error: property \"bonding_mode\" (whole number): is not a mode from 0 to 6");
     row("bonding mode too large", "<bonding_mode>7</bonding_mode>",
-        "error: property \"bonding_mode\": is not a mode from 0 to 6");
+        "error: property \"bonding_mode\" (whole number): is not a mode from 0 to 6");
     row("misspelt", "<useNewdriver>true</useNewdriver>",
         "warning: property \"useNewdriver\": is no setting of the daemon (did you mean \"useNewDriver\"?)");
     row("misspelt network", "<netwrok><name>lan</name></netwrok>",
@@ -88,8 +88,8 @@ void TestStoreAdvice::networkIsAdvisedOn_data()
         return "<staticIp>true</staticIp><ipAddress>10.0.1.2</ipAddress><netmask>" + netmask +
                "</netmask><gateway>" + gateway + "</gateway>";
     };
-    const QString outside = "error: network \"lan\", property \"gateway\": \"%1\" is outside the network of "
-                            "ipAddress and netmask; the kernel refuses it";
+    const QString outside = "error: network \"lan\", property \"gateway\" (IPv4 address): \"%1\" is outside "
+                            "the network of ipAddress and netmask; the kernel refuses it";
 
     row("gateway in the network", "lan", address("255.255.255.0", "10.0.1.254"), "");
     row("gateway in a larger network", "lan", address("255.255.0.0", "10.0.2.1"), "");
@@ -101,29 +101,29 @@ void TestStoreAdvice::networkIsAdvisedOn_data()
         "<staticIp>true</staticIp><ipAddress>10.0.1.2</ipAddress><netmask>255.0.0.0</netmask>", "");
 
     row("GTC", "Office", ssid + "<securityMode>peap_gtc</securityMode>",
-        "warning: network \"Office\", property \"securityMode\": GTC needs the password itself, and the "
-        "supplicant gets only a hash of it: a server that does not take MSCHAPv2 as well lets nobody in");
+        "warning: network \"Office\", property \"securityMode\" (security mode): GTC needs the password "
+        "itself, and the supplicant gets only a hash of it: a server that does not take MSCHAPv2 as well "
+        "lets nobody in");
     row("WPA2 and WPA3", "Office",
         ssid + "<securityMode>WPA Personal 2/3</securityMode><passphrase>12345678</passphrase>",
-        "warning: network \"Office\", property \"securityMode\": joins only access points that offer "
-        "PSK-SHA256: not one with WPA3 or with plain WPA2 alone");
+        "warning: network \"Office\", property \"securityMode\" (security mode): joins only access points "
+        "that offer PSK-SHA256: not one with WPA3 or with plain WPA2 alone");
     row("WPA2", "Office",
         ssid + "<securityMode>WPA Personal 1/2</securityMode><passphrase>12345678</passphrase>", "");
 
     row("wired mode under a wireless name", "Office", WIRED_PEAP,
-        "error: network \"Office\", property \"securityMode\": a wired mode, but the name makes it wireless: "
-        "it is taken as unsecured");
+        "error: network \"Office\", property \"securityMode\" (security mode): a wired mode, but the name "
+        "makes it wireless: it is taken as unsecured");
     row("wireless mode under a wired name", "lan", "<securityMode>peap_gtc</securityMode>",
-        "error: network \"lan\", property \"securityMode\": a wireless mode, but the name makes it wired: "
-        "the "
-        "supplicant gets nothing");
+        "error: network \"lan\", property \"securityMode\" (security mode): a wireless mode, but the name "
+        "makes it wired: the supplicant gets nothing");
     row("wired mode under a wired name", "wiredeth0", WIRED_PEAP, "");
     row("wired name in capitals", "LAN", ssid,
-        "warning: network \"LAN\", property \"name\": is that of a wireless network; that of a wired one "
-        "begins with lan or wiredeth");
-    row("wired name of another interface", "wiredenp1s0", ssid,
-        "warning: network \"wiredenp1s0\", property \"name\": is that of a wireless network; that of a wired "
+        "warning: network \"LAN\", property \"name\" (text): is that of a wireless network; that of a wired "
         "one begins with lan or wiredeth");
+    row("wired name of another interface", "wiredenp1s0", ssid,
+        "warning: network \"wiredenp1s0\", property \"name\" (text): is that of a wireless network; that of "
+        "a wired one begins with lan or wiredeth");
 }
 
 void TestStoreAdvice::networkIsAdvisedOn()

@@ -62,118 +62,124 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
         QTest::newRow(name) << marked << QString::fromUtf8(text);
     };
     row("MTU too small", "<c>\n<network>\n  <name>lan</name>\n  <mtu>|67</mtu>\n</network>\n</c>",
-        "network \"lan\", property \"mtu\": \"67\" is not a whole number from 68 to 65535; its default is "
-        "used");
-    row("MTU too large", "<c>\n<network>\n  <name>lan</name>\n  <mtu>|65536</mtu>\n</network>\n</c>",
-        "network \"lan\", property \"mtu\": \"65536\" is not a whole number from 68 to 65535; its default is "
-        "used");
-    row("MTU with a unit", "<c>\n<network>\n  <name>lan</name>\n  <mtu>|1400 bytes</mtu>\n</network>\n</c>",
-        "network \"lan\", property \"mtu\": \"1400 bytes\" is not a whole number from 68 to 65535; its "
+        "network \"lan\", property \"mtu\" (bytes): \"67\" is not a whole number from 68 to 65535; its "
         "default is used");
+    row("MTU too large", "<c>\n<network>\n  <name>lan</name>\n  <mtu>|65536</mtu>\n</network>\n</c>",
+        "network \"lan\", property \"mtu\" (bytes): \"65536\" is not a whole number from 68 to 65535; its "
+        "default is used");
+    row("MTU with a unit", "<c>\n<network>\n  <name>lan</name>\n  <mtu>|1400 bytes</mtu>\n</network>\n</c>",
+        "network \"lan\", property \"mtu\" (bytes): \"1400 bytes\" is not a whole number from 68 to 65535; "
+        "its default is used");
     row("MTU on a line of its own",
         "<c>\n<network>\n  <name>lan</name>\n  <mtu>|\n1400\n</mtu>\n</network>\n</c>",
-        "network \"lan\", property \"mtu\": holds a control character or a line end; its default is used");
+        "network \"lan\", property \"mtu\" (bytes): holds a control character or a line end; its default is "
+        "used");
     row("boolean in capitals",
         "<c>\n<network>\n  <name>lan</name>\n  <staticDns>|True</staticDns>\n</network>\n</c>",
-        "network \"lan\", property \"staticDns\": \"True\" is neither true nor false; its default is used "
-        "(did you mean \"true\"?)");
+        "network \"lan\", property \"staticDns\" (boolean): \"True\" is neither true nor false; its default "
+        "is used (did you mean \"true\"?)");
     row("boolean as a word",
         "<c>\n<network>\n  <name>lan</name>\n  <staticIp>|yes</staticIp>\n</network>\n</c>",
-        "network \"lan\", property \"staticIp\": \"yes\" is neither true nor false; its default is used");
+        "network \"lan\", property \"staticIp\" (boolean): \"yes\" is neither true nor false; its default is "
+        "used");
     row("boolean as a number", "<c>\n<network>\n  <name>lan</name>\n  <scep>|1</scep>\n</network>\n</c>",
-        "network \"lan\", property \"scep\": \"1\" is neither true nor false; its default is used");
+        "network \"lan\", property \"scep\" (boolean): \"1\" is neither true nor false; its default is used");
     row("fixed address missing",
         "<c>\n<network>\n  <name>lan</name>\n  "
         "<netmask>255.0.0.0</netmask><staticIp>|true</staticIp>\n</network>\n</c>",
-        "network \"lan\", property \"staticIp\": stands without a valid ipAddress and netmask; the network "
-        "is left out");
+        "network \"lan\", property \"staticIp\" (boolean): stands without a valid ipAddress and netmask; the "
+        "network is left out");
     row("netmask missing",
         "<c>\n<network>\n  <name>lan</name>\n  "
         "<ipAddress>10.0.0.2</ipAddress>\n<staticIp>|true</staticIp>\n</network>\n</c>",
-        "network \"lan\", property \"staticIp\": stands without a valid ipAddress and netmask; the network "
-        "is left out");
+        "network \"lan\", property \"staticIp\" (boolean): stands without a valid ipAddress and netmask; the "
+        "network is left out");
     row("address with too few parts",
         "<c>\n<network>\n  <name>lan</name>\n  <ipAddress>|10.0.0</ipAddress>\n</network>\n</c>",
-        "network \"lan\", property \"ipAddress\": \"10.0.0\" is not a dotted IPv4 address; its default is "
-        "used");
+        "network \"lan\", property \"ipAddress\" (IPv4 address): \"10.0.0\" is not a dotted IPv4 address; "
+        "its default is used");
     row("address with a part too large",
         "<c>\n<network>\n  <name>lan</name>\n  <ipAddress>|10.0.0.256</ipAddress>\n</network>\n</c>",
-        "network \"lan\", property \"ipAddress\": \"10.0.0.256\" is not a dotted IPv4 address; its default "
-        "is used");
+        "network \"lan\", property \"ipAddress\" (IPv4 address): \"10.0.0.256\" is not a dotted IPv4 "
+        "address; its default is used");
     row("address with a prefix length",
         "<c>\n<network>\n  <name>lan</name>\n  <ipAddress>|10.0.0.2/24</ipAddress>\n</network>\n</c>",
-        "network \"lan\", property \"ipAddress\": \"10.0.0.2/24\" is not a dotted IPv4 address; its default "
-        "is used");
+        "network \"lan\", property \"ipAddress\" (IPv4 address): \"10.0.0.2/24\" is not a dotted IPv4 "
+        "address; its default is used");
     row("multicast address",
         "<c>\n<network>\n  <name>lan</name>\n  <ipAddress>|224.0.0.1</ipAddress>\n</network>\n</c>",
-        "network \"lan\", property \"ipAddress\": \"224.0.0.1\" is not the address of a host; its default is "
-        "used");
+        "network \"lan\", property \"ipAddress\" (IPv4 address): \"224.0.0.1\" is not the address of a host; "
+        "its default is used");
     row("address of no network",
         "<c>\n<network>\n  <name>lan</name>\n  <gateway>|0.0.0.0</gateway>\n</network>\n</c>",
-        "network \"lan\", property \"gateway\": \"0.0.0.0\" is not the address of a host; its default is "
-        "used");
+        "network \"lan\", property \"gateway\" (IPv4 address): \"0.0.0.0\" is not the address of a host; its "
+        "default is used");
     row("IPv6 gateway",
         "<c>\n<network>\n  <name>lan</name>\n  <gateway>|2001:db8::1</gateway>\n</network>\n</c>",
-        "network \"lan\", property \"gateway\": \"2001:db8::1\" is not a dotted IPv4 address; its default is "
-        "used");
+        "network \"lan\", property \"gateway\" (IPv4 address): \"2001:db8::1\" is not a dotted IPv4 address; "
+        "its default is used");
     row("blank before an address",
         "<c>\n<network>\n  <name>lan</name>\n  <gateway>| 10.0.0.1</gateway>\n</network>\n</c>",
-        "network \"lan\", property \"gateway\": \" 10.0.0.1\" is not a dotted IPv4 address; its default is "
-        "used");
+        "network \"lan\", property \"gateway\" (IPv4 address): \" 10.0.0.1\" is not a dotted IPv4 address; "
+        "its default is used");
     row("netmask with a gap",
         "<c>\n<network>\n  <name>lan</name>\n  <netmask>|255.0.255.0</netmask>\n</network>\n</c>",
-        "network \"lan\", property \"netmask\": \"255.0.255.0\" is not a netmask: ones, then zeros; its "
-        "default is used");
+        "network \"lan\", property \"netmask\" (IPv4 netmask): \"255.0.255.0\" is not a netmask: ones, then "
+        "zeros; its default is used");
     row("netmask as a length",
         "<c>\n<network>\n  <name>lan</name>\n  <netmask>|24</netmask>\n</network>\n</c>",
-        "network \"lan\", property \"netmask\": \"24\" is not a dotted IPv4 netmask; its default is used");
+        "network \"lan\", property \"netmask\" (IPv4 netmask): \"24\" is not a dotted IPv4 netmask; its "
+        "default is used");
     row("empty netmask",
         "<c>\n<network>\n  <name>lan</name>\n  <netmask>|0.0.0.0</netmask>\n</network>\n</c>",
-        "network \"lan\", property \"netmask\": \"0.0.0.0\" is not a netmask: ones, then zeros; its default "
-        "is used");
+        "network \"lan\", property \"netmask\" (IPv4 netmask): \"0.0.0.0\" is not a netmask: ones, then "
+        "zeros; its default is used");
     row("name instead of a server address",
         "<c>\n<network>\n  <name>lan</name>\n  <dns1>|dns.example.com</dns1>\n</network>\n</c>",
-        "network \"lan\", property \"dns1\": \"dns.example.com\" is not the address of a server; its default "
-        "is used");
+        "network \"lan\", property \"dns1\" (IP address): \"dns.example.com\" is not the address of a "
+        "server; its default is used");
     row("two servers in one",
         "<c>\n<network>\n  <name>lan</name>\n  <dns2>|10.0.0.1 10.0.0.2</dns2>\n</network>\n</c>",
-        "network \"lan\", property \"dns2\": \"10.0.0.1 10.0.0.2\" is not the address of a server; its "
-        "default is used");
+        "network \"lan\", property \"dns2\" (IP address): \"10.0.0.1 10.0.0.2\" is not the address of a "
+        "server; its default is used");
     row("domains apart by commas",
         "<c>\n<network>\n  <name>lan</name>\n  <domain>|a.example,b.example</domain>\n</network>\n</c>",
-        "network \"lan\", property \"domain\": \"a.example,b.example\" is not one domain name or several "
-        "apart by blanks; its default is used");
+        "network \"lan\", property \"domain\" (domain names): \"a.example,b.example\" is not one domain name "
+        "or several apart by blanks; its default is used");
     row("fallback with a capital",
         "<c>\n<network>\n  <name>lan</name>\n  <dot1xFallback>|Fallback</dot1xFallback>\n</network>\n</c>",
-        "network \"lan\", property \"dot1xFallback\": \"Fallback\" is not \"fallback\"; its default is used "
-        "(did you mean \"fallback\"?)");
+        "network \"lan\", property \"dot1xFallback\" (the word fallback): \"Fallback\" is not \"fallback\"; "
+        "its default is used (did you mean \"fallback\"?)");
     row("fallback as a boolean",
         "<c>\n<network>\n  <name>lan</name>\n  <dot1xFallback>|true</dot1xFallback>\n</network>\n</c>",
-        "network \"lan\", property \"dot1xFallback\": \"true\" is not \"fallback\"; its default is used");
+        "network \"lan\", property \"dot1xFallback\" (the word fallback): \"true\" is not \"fallback\"; its "
+        "default is used");
     row("certificate that leads out",
         "<c>\n<network>\n  <name>lan</name>\n  <caCert>|../ca.pem</caCert>\n</network>\n</c>",
-        "network \"lan\", property \"caCert\": \"../ca.pem\" leads out of the certificate folders; the "
-        "network is left out");
+        "network \"lan\", property \"caCert\" (certificate): \"../ca.pem\" leads out of the certificate "
+        "folders; the network is left out");
     row("key that leads out",
         "<c>\n<network>\n  <name>lan</name>\n  <privateKey>|a/../../k</privateKey>\n</network>\n</c>",
-        "network \"lan\", property \"privateKey\": \"a/../../k\" leads out of the certificate folders; the "
-        "network is left out");
+        "network \"lan\", property \"privateKey\" (certificate): \"a/../../k\" leads out of the certificate "
+        "folders; the network is left out");
     row("PAC file in a folder",
         "<c>\n<network>\n  <name>lan</name>\n  <pacFile>|a/b.pac</pacFile>\n</network>\n</c>",
-        "network \"lan\", property \"pacFile\": \"a/b.pac\" is not a plain file name; its default is used");
+        "network \"lan\", property \"pacFile\" (file name): \"a/b.pac\" is not a plain file name; its "
+        "default is used");
     row("unknown property", "<c>\n<network>\n  <name>lan</name>\n  <mask>|255.0.0.0</mask>\n</network>\n</c>",
         "network \"lan\", property \"mask\": no such property; not used (did you mean \"netmask\"?)");
     row("property in capitals", "<c>\n<network>\n  <name>lan</name>\n  <MTU>|1400</MTU>\n</network>\n</c>",
         "network \"lan\", property \"MTU\": no such property; not used (did you mean \"mtu\"?)");
     row("property twice",
         "<c>\n<network>\n  <name>lan</name>\n  <mtu>1400</mtu>\n  <mtu>|1300</mtu>\n</network>\n</c>",
-        "network \"lan\", property \"mtu\": stands there again; the first one holds");
+        "network \"lan\", property \"mtu\" (bytes): stands there again; the first one holds");
     row("property with elements",
         "<c>\n<network>\n  <name>lan</name>\n  <dns1>|<ip>10.0.0.1</ip></dns1>\n</network>\n</c>",
-        "network \"lan\", property \"dns1\": has elements inside; not used");
+        "network \"lan\", property \"dns1\" (IP address): has elements inside; not used");
     row("unknown mode under a wired name",
         "<c>\n<network>\n  <name>lan</name>\n  <securityMode>|802.1X</securityMode>\n</network>\n</c>",
-        "network \"lan\", property \"securityMode\": \"802.1X\" is not known; the supplicant gets nothing");
+        "network \"lan\", property \"securityMode\" (security mode): \"802.1X\" is not known; the supplicant "
+        "gets nothing");
     row("host outside hosts",
         "<c>\n<network>\n  <name>lan</name>\n  <host>|10.0.0.1 a</host>\n</network>\n</c>",
         "network \"lan\", property \"host\": no such property; not used (did you mean \"hosts\"?)");
@@ -190,121 +196,125 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
         "network \"lan\", property \"hosts\": a host has elements inside; not used");
     row("WEP key under a wired name",
         "<c>\n<network>\n  <name>lan</name>\n  <wepKey>|abc</wepKey>\n</network>\n</c>",
-        "network \"lan\", property \"wepKey\": is not a WEP key: 10, 26 or 32 hexadecimal digits, or 5, 13 "
-        "or 16 bytes in double quotes, with a P before these for escapes; the network is left out");
+        "network \"lan\", property \"wepKey\" (WEP key): is not a WEP key: 10, 26 or 32 hexadecimal digits, "
+        "or 5, 13 or 16 bytes in double quotes, with a P before these for escapes; the network is left out");
     row("identity that leaves its quotes",
         "<c>\n<network>\n  <name>lan</name>\n  <securityMode>802.1X "
         "(PEAP/MSCHAPv2)</securityMode><identity>|a\"#b</identity>\n</network>\n</c>",
-        "network \"lan\", property \"identity\": holds a number sign after a quote, which begins a comment; "
-        "the network is left out");
+        "network \"lan\", property \"identity\" (text): holds a number sign after a quote, which begins a "
+        "comment; the network is left out");
     row("unknown mode",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>|WPA2</securityMode>\n "
         "</network></c>",
-        "network \"Office\", property \"securityMode\": \"WPA2\" is not known; the network counts as "
-        "unsecured");
+        "network \"Office\", property \"securityMode\" (security mode): \"WPA2\" is not known; the network "
+        "counts as unsecured");
     row("mode with a blank behind it",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>|WPA Personal 3 "
         "</securityMode>\n </network></c>",
-        "network \"Office\", property \"securityMode\": \"WPA Personal 3 \" is not known; the network counts "
-        "as unsecured (did you mean \"WPA Personal 3\"?)");
+        "network \"Office\", property \"securityMode\" (security mode): \"WPA Personal 3 \" is not known; "
+        "the network counts as unsecured (did you mean \"WPA Personal 3\"?)");
     row("mode with a line end",
         "<c>\n "
         "<network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>|\nUnsecured\n</securityMode>\n "
         "</network></c>",
-        "network \"Office\", property \"securityMode\": holds a control character or a line end; the network "
-        "is left out (did you mean \"Unsecured\"?)");
+        "network \"Office\", property \"securityMode\" (security mode): holds a control character or a line "
+        "end; the network is left out (did you mean \"Unsecured\"?)");
     row("passphrase too short",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>WPA Personal "
         "1/2</securityMode><passphrase>|1234567</passphrase>\n </network></c>",
-        "network \"Office\", property \"passphrase\": is not from 8 to 63 bytes long; the network is left "
-        "out");
+        "network \"Office\", property \"passphrase\" (secret text): is not from 8 to 63 bytes long; the "
+        "network is left out");
     row("finished key as a passphrase",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>WPA Personal "
         "2/3</securityMode><passphrase>|0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef</"
         "passphrase>\n </network></c>",
-        "network \"Office\", property \"passphrase\": is not from 8 to 63 bytes long; the network is left "
-        "out");
+        "network \"Office\", property \"passphrase\" (secret text): is not from 8 to 63 bytes long; the "
+        "network is left out");
     row("passphrase on two lines",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<passphrase>|a\nb</passphrase>\n "
         "</network></c>",
-        "network \"Office\", property \"passphrase\": holds a control character or a line end; the network "
-        "is left out");
+        "network \"Office\", property \"passphrase\" (secret text): holds a control character or a line end; "
+        "the network is left out");
     row("passphrase that leaves its quotes",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>WPA Personal "
         "3</securityMode><passphrase>|a\"#b</passphrase>\n </network></c>",
-        "network \"Office\", property \"passphrase\": holds a number sign after a quote, which begins a "
-        "comment; the network is left out");
+        "network \"Office\", property \"passphrase\" (secret text): holds a number sign after a quote, which "
+        "begins a comment; the network is left out");
     row("WEP key of a wrong length",
         "<c>\n "
         "<network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>WEP</"
         "securityMode><wepKey>|\"abcd\"</wepKey>\n </network></c>",
-        "network \"Office\", property \"wepKey\": is not a WEP key: 10, 26 or 32 hexadecimal digits, or 5, "
-        "13 or 16 bytes in double quotes, with a P before these for escapes; the network is left out");
+        "network \"Office\", property \"wepKey\" (WEP key): is not a WEP key: 10, 26 or 32 hexadecimal "
+        "digits, or 5, 13 or 16 bytes in double quotes, with a P before these for escapes; the network is "
+        "left out");
     row("priority as a word",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<priority>|high</priority>\n "
         "</network></c>",
-        "network \"Office\", property \"priority\": \"high\" is not a whole number from -1000000 to 1000000; "
-        "its default is used");
+        "network \"Office\", property \"priority\" (whole number): \"high\" is not a whole number from "
+        "-1000000 to 1000000; its default is used");
     row("priority with a plus",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<priority>|+1</priority>\n </network></c>",
-        "network \"Office\", property \"priority\": \"+1\" is not a whole number from -1000000 to 1000000; "
-        "its default is used");
+        "network \"Office\", property \"priority\" (whole number): \"+1\" is not a whole number from "
+        "-1000000 to 1000000; its default is used");
     row("unknown band",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<band>|5G</band>\n </network></c>",
-        "network \"Office\", property \"band\": \"5G\" is not a band (2.4, 5.0 or 6.0); its default is used");
+        "network \"Office\", property \"band\" (band): \"5G\" is not a band (2.4, 5.0 or 6.0); its default "
+        "is used");
     row("scan pause of nothing",
         "<c>\n "
         "<network><name>Office</name><ssid>Office</ssid>\n\t<bgScanShortInterval>|0</bgScanShortInterval>\n "
         "</network></c>",
-        "network \"Office\", property \"bgScanShortInterval\": \"0\" is not a whole number from 1 to 86400; "
-        "its default is used");
+        "network \"Office\", property \"bgScanShortInterval\" (seconds): \"0\" is not a whole number from 1 "
+        "to 86400; its default is used");
     row("scan pause above a day",
         "<c>\n "
         "<network><name>Office</name><ssid>Office</ssid>\n\t<bgScanLongInterval>|86401</"
         "bgScanLongInterval>\n </network></c>",
-        "network \"Office\", property \"bgScanLongInterval\": \"86401\" is not a whole number from 1 to "
-        "86400; its default is used");
+        "network \"Office\", property \"bgScanLongInterval\" (seconds): \"86401\" is not a whole number from "
+        "1 to 86400; its default is used");
     row("signal above zero",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<bgScanSignal>|70</bgScanSignal>\n "
         "</network></c>",
-        "network \"Office\", property \"bgScanSignal\": \"70\" is not a whole number from -120 to 0; its "
-        "default is used");
+        "network \"Office\", property \"bgScanSignal\" (dBm): \"70\" is not a whole number from -120 to 0; "
+        "its default is used");
     row("cipher with a misspelling",
         "<c>\n <network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>WPA Enterprise 1/2 "
         "(TLS)</securityMode><cipher>|CCPM</cipher>\n </network></c>",
-        "network \"Office\", property \"cipher\": \"CCPM\" is not a list of CCMP, TKIP, GCMP, CCMP-256 and "
-        "GCMP-256; its default is used (did you mean \"CCMP\"?)");
+        "network \"Office\", property \"cipher\" (text): \"CCPM\" is not a list of CCMP, TKIP, GCMP, "
+        "CCMP-256 and GCMP-256; its default is used (did you mean \"CCMP\"?)");
     row("ciphers apart by commas",
         "<c>\n "
         "<network><name>Office</name><ssid>Office</ssid>\n\t<securityMode>eap_leap</"
         "securityMode><cipher>|CCMP,TKIP</cipher>\n </network></c>",
-        "network \"Office\", property \"cipher\": \"CCMP,TKIP\" is not a list of CCMP, TKIP, GCMP, CCMP-256 "
-        "and GCMP-256; its default is used");
+        "network \"Office\", property \"cipher\" (text): \"CCMP,TKIP\" is not a list of CCMP, TKIP, GCMP, "
+        "CCMP-256 and GCMP-256; its default is used");
     row("SSID missing", "<c>\n <network>|<name>Office</name></network></c>",
-        "network \"Office\", property \"ssid\": is missing, and the network's name is not that of a wired "
-        "one (lan..., wiredeth...); the network is left out");
+        "network \"Office\", property \"ssid\" (SSID): is missing, and the network's name is not that of a "
+        "wired one (lan..., wiredeth...); the network is left out");
     row("SSID too long",
         "<c><network><name>Office</name>\n<ssid>|xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx</ssid></network></c>",
-        "network \"Office\", property \"ssid\": has 33 bytes, the limit is 32; the network is left out");
+        "network \"Office\", property \"ssid\" (SSID): has 33 bytes, the limit is 32; the network is left "
+        "out");
     row("SSID too long in UTF-8",
         "<c><network><name>\u00e9</"
         "name><ssid>|"
         "\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9"
         "\u00e9</ssid></network></c>",
-        "network \"\u00e9\", property \"ssid\": has 34 bytes, the limit is 32; the network is left out");
+        "network \"\u00e9\", property \"ssid\" (SSID): has 34 bytes, the limit is 32; the network is left "
+        "out");
     row("passphrase missing",
         "<c>\n\n<network>|<name>Office</name><ssid>a</ssid>\n<securityMode>sae</securityMode></network></c>",
-        "network \"Office\", property \"passphrase\": is missing; the network is left out");
+        "network \"Office\", property \"passphrase\" (secret text): is missing; the network is left out");
     row("WEP key missing",
         "<c><network>|<name>Office</name><ssid>a</ssid>\n<securityMode>WEP "
         "(Shared)</securityMode></network></c>",
-        "network \"Office\", property \"wepKey\": is missing; the network is left out");
+        "network \"Office\", property \"wepKey\" (WEP key): is missing; the network is left out");
     row("name missing", "<c>\n  <network>|\n<mtu>1400</mtu></network></c>",
         "property \"name\": is missing; the network is left out");
     row("name empty", "<c>\n  <network>|<name></name></network></c>",
         "property \"name\": is missing; the network is left out");
     row("name taken", "<c><network><name>lan</name></network>\n<network><name>|lan</name></network></c>",
-        "network \"lan\", property \"name\": is taken by an earlier network; the network is left out");
+        "network \"lan\", property \"name\" (text): is taken by an earlier network; the network is left out");
     row("name on two lines", "<c><network><name>|lan\n2</name></network></c>",
         "property \"name\": holds a control character or a line end; the network is left out");
     row("setting twice", "<c>\n<useNewDriver>true</useNewDriver>\n<useNewDriver>|false</useNewDriver></c>",
