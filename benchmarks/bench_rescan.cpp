@@ -3,7 +3,8 @@
 
 // A full rescan by number of interfaces, beside the bare system calls that list and read them, and beside the
 // programs that it runs: `setup_resolved` once, and `ifconfig NAME up` for each, as it brings every wired
-// interface up.
+// interface up. And one of a single radio by number of WPA2 definitions whose passphrases are all new, beside
+// `wpa_passphrase` alone, run once after the other.
 
 #include "corvi.h"
 #include "logging.h"
@@ -121,6 +122,41 @@ void Rescan(benchmark::State &state)
     ReportCpu(state, CpuMs() - before);
 }
 
+QByteArray NewPassphrase()
+{
+    static int made = 0;
+    return "passphrase " + QByteArray::number(++made);
+}
+
+void FloorNewKeys(benchmark::State &state)
+{
+    for (auto _ : state) {
+        for (long i = 0; i < state.range(0); ++i) {
+            if (std::system(("wpa_passphrase ssid '" + NewPassphrase() + "' >/dev/null").constData()) != 0)
+                Sandboxed::Fail("run wpa_passphrase");
+        }
+    }
+}
+
+void RescanNewKeys(benchmark::State &state)
+{
+    GivenInterfaces(0);
+    Sandboxed::Ip("link add name wlan0 type bridge\n");
+    static Corvi corvi(nullptr);
+    for (auto _ : state) {
+        state.PauseTiming();
+        QByteArray networks;
+        for (long i = 0; i < state.range(0); ++i)
+            networks += "<network><name>" + NameOf(i) + "</name><ssid>" + NameOf(i) +
+                        "</ssid><securityMode>WPA Personal 1/2</securityMode><passphrase>" + NewPassphrase() +
+                        "</passphrase></network>";
+        TestSupport::WriteNetworks(networks);
+        state.ResumeTiming();
+        corvi.Init();
+    }
+    Sandboxed::Ip("link delete dev wlan0\n");
+}
+
 void Counts(benchmark::internal::Benchmark *bench)
 {
     bench->Arg(1)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -129,6 +165,8 @@ void Counts(benchmark::internal::Benchmark *bench)
 BENCHMARK(FloorListAndRead)->Apply(Counts);
 BENCHMARK(FloorPrograms)->Apply(Counts);
 BENCHMARK(Rescan)->Apply(Counts);
+BENCHMARK(FloorNewKeys)->Arg(1)->Arg(10)->Arg(100)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(RescanNewKeys)->Arg(1)->Arg(10)->Arg(100)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace
 

@@ -41,6 +41,21 @@ bool NamedNetwork::IsWirelessName(const QString &networkName, bool wired)
     return !wired && !HasWiredName(networkName);
 }
 
+void NamedNetwork::DeriveKeys(const QStringList &networkNames)
+{
+    QVector<WpaSupplicantCfg::Passphrase> passphrases;
+    for (const QString &networkName : networkNames) {
+        ZebNetConfig stored(nullptr);
+        stored.Load(networkName, false);
+        const SecurityMode *const mode = FindSecurityMode(stored.securityMode);
+        if (mode && mode->kind == ModeKind::Psk)
+            passphrases.append({stored.ssid, stored.passphrase});
+    }
+    // A single one is derived where it is needed.
+    if (passphrases.size() > 1)
+        WpaSupplicantCfg::DeriveKeys(passphrases);
+}
+
 bool NamedNetwork::Load(const QString &networkName, bool isWireless)
 {
     // Kept first: the argument may be a part of the record that goes.

@@ -30,6 +30,10 @@ public:
     /// A name that begins with "lan" or "wiredeth" is wired; any other is wireless unless `wired` is set.
     static bool IsWirelessName(const QString &networkName, bool wired);
 
+    /// Has the keys of these stored definitions derived before they are loaded, several at a time: one after
+    /// the other they would keep the main thread for seconds where there are a hundred.
+    static void DeriveKeys(const QStringList &networkNames);
+
     /// Replaces the record, the fingerprint and the supplicant's block by those of the stored definition.
     /// Pointers got from Config() before are no longer valid. Always true.
     bool Load(const QString &networkName, bool isWireless);

@@ -19,6 +19,9 @@ class WpaSupplicantCfg : public QObject
 {
     Q_OBJECT
 public:
+    /// An SSID and the passphrase of its network.
+    using Passphrase = std::pair<QString, QString>;
+
     explicit WpaSupplicantCfg(QObject *parent);
 
     void SetSSID(const QString &networkSsid, bool scan);
@@ -64,6 +67,9 @@ public:
     /// `psk=` with the hashed key from wpa_passphrase, or the quoted passphrase where the tool gives none.
     /// The tool is run once for each pair of SSID and passphrase, until ForgetUnheldKeys().
     void AddPasswordOption(const QString &passphrase);
+    /// Has the keys derived that these need and that are not known, side by side; a key that is asked for
+    /// next is there then. It changes nothing but the time that this takes.
+    static void DeriveKeys(const QVector<Passphrase> &passphrases);
     /// Forgets the derived keys that are in no builder's block. To be called where networks were left out or
     /// built anew: a key opens the network, and is not to outlive it here.
     static void ForgetUnheldKeys();

@@ -17,6 +17,7 @@
 
 namespace {
 
+const QString PASSPHRASE_TOOL = QStringLiteral("wpa_passphrase");
 const QString PAC_FOLDER = QStringLiteral("/tmp/config/files/eap-fast-pac/");
 /// Far more networks than a store holds, and a bound for one that changes for years.
 constexpr int KEY_LIMIT = 1000;
@@ -37,19 +38,22 @@ using HeldKey = std::shared_ptr<const QString>;
 /// By a digest of SSID and passphrase: no passphrase stays in memory for this.
 QHash<QByteArray, HeldKey> keys;
 
+QByteArray KeyId(const QString &ssid, const QString &passphrase)
+{
+    return QCryptographicHash::hash(QByteArray(ssid.toUtf8() + '\0' + passphrase.toUtf8()),
+                                    QCryptographicHash::Sha256);
+}
+
 /// What the tool says, which takes 15 to 40 ms of the main thread for its 4096 rounds: every rescan would
 /// spend them again for each network and wireless device, always with the same result. A key depends on
 /// nothing else, so that it never becomes stale.
 HeldKey HashedKey(const QString &ssid, const QString &passphrase)
 {
-    const QByteArray id = QCryptographicHash::hash(QByteArray(ssid.toUtf8() + '\0' + passphrase.toUtf8()),
-                                                   QCryptographicHash::Sha256);
-    const auto found = keys.constFind(id);
-    if (found != keys.constEnd())
-        return *found;
-
-    auto key = std::make_shared<const QString>(
-        WpaSupplicantCfg::KeyIn(Utils::Execute(QStringLiteral("wpa_passphrase"), {ssid, passphrase}, false)));
+    const QByteArray id = KeyId(ssid, passphrase);
+    HeldKey key = keys.take(id);
+    if (!key)
+        key = std::make_shared<const QString>(
+            WpaSupplicantCfg::KeyIn(Utils::Execute(PASSPHRASE_TOOL, {ssid, passphrase}, false)));
     // The tool is asked again for a key that it did not give or that was cut.
     if (SupplicantValues::PskProblem(*key).isEmpty()) {
         if (keys.size() == KEY_LIMIT)
@@ -232,6 +236,27 @@ void WpaSupplicantCfg::AddPasswordOption(const QString &passphrase)
         AddOption(QStringLiteral("psk"), passphrase, true);
     else
         AddOption(QStringLiteral("psk"), *hashedKey, false);
+}
+
+void WpaSupplicantCfg::DeriveKeys(const QVector<Passphrase> &passphrases)
+{
+    if (!_useHashedPsk)
+        return;
+    QVector<QByteArray> ids;
+    QVector<QStringList> argumentLists;
+    for (const Passphrase &passphrase : passphrases) {
+        const QByteArray id = KeyId(passphrase.first, passphrase.second);
+        if (keys.size() + ids.size() == KEY_LIMIT)
+            break;
+        if (keys.contains(id) || ids.contains(id))
+            continue;
+        ids << id;
+        argumentLists << QStringList{passphrase.first, passphrase.second};
+    }
+    const QVector<QStringList> results = Utils::ExecuteEach(PASSPHRASE_TOOL, argumentLists);
+    // One that the tool did not give is kept, too: it serves once, so that the tool is not asked twice.
+    for (int i = 0; i < ids.size(); ++i)
+        keys.insert(ids.at(i), std::make_shared<const QString>(KeyIn(results.at(i))));
 }
 
 void WpaSupplicantCfg::ForgetUnheldKeys()

@@ -233,11 +233,17 @@ bool NetworkDevice::getNamedNetworksForDevice()
     Log(Level::TRACE) << "NetworkDevice::getNamedNetworksForDevice()  " << storedNames;
     // The writer's switches are shared by all networks: the last one that is built decides them.
     storedNames.sort();
-    for (const QString &networkName : storedNames) {
-        // Asked before a definition is loaded, which may run programs to build its block.
-        if (!IsStored(networkName) || !IsForInterface(networkName, name, isWireless) ||
-            namedNetworks.contains(networkName))
-            continue;
+    storedNames.removeDuplicates();
+    const auto isNothingNew = [this](const QString &networkName) {
+        return !IsStored(networkName) || !IsForInterface(networkName, name, isWireless) ||
+               namedNetworks.contains(networkName);
+    };
+    // Asked before a definition is loaded, which may run programs to build its block.
+    storedNames.erase(std::remove_if(storedNames.begin(), storedNames.end(), isNothingNew),
+                      storedNames.end());
+    if (isWireless)
+        NamedNetwork::DeriveKeys(storedNames);
+    for (const QString &networkName : qAsConst(storedNames)) {
         auto *network = new NamedNetwork(networkName, false, nullptr);
         // Never switched off here: the device may have its own reason for the new driver.
         if (isWireless && network->CheckWirelessDriver()) {

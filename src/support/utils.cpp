@@ -10,8 +10,13 @@
 #include <QDebug>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QThread>
 
+#include <algorithm>
+#include <cstddef>
 #include <initializer_list>
+#include <memory>
+#include <queue>
 
 namespace {
 
@@ -47,6 +52,28 @@ QStringList Utils::Execute(const QString &program, const QStringList &arguments,
     process.start(program, arguments, QIODevice::ReadWrite);
     process.WaitForEnd(PROGRAM_TIME_LIMIT_MS);
     return GetResults(&process);
+}
+
+QVector<QStringList> Utils::ExecuteEach(const QString &program, const QVector<QStringList> &argumentLists)
+{
+    const auto most = static_cast<std::size_t>(std::max(1, QThread::idealThreadCount()));
+    QVector<QStringList> results;
+    std::queue<std::unique_ptr<Program>> running;
+    const auto takeFirst = [&results, &running] {
+        running.front()->WaitForEnd(PROGRAM_TIME_LIMIT_MS);
+        results << GetResults(running.front().get());
+        running.pop();
+    };
+    for (const QStringList &arguments : argumentLists) {
+        if (running.size() == most)
+            takeFirst();
+        running.push(std::make_unique<Program>());
+        SetEnvironment(*running.back());
+        running.back()->start(program, arguments, QIODevice::ReadWrite);
+    }
+    while (!running.empty())
+        takeFirst();
+    return results;
 }
 
 bool Utils::Succeeds(const QString &program, const QStringList &arguments)

@@ -5,6 +5,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 class QProcess;
 
@@ -19,6 +20,11 @@ class Utils
 public:
     /// Waits at most 30000 ms; standard error is discarded. The last argument is accepted and ignored.
     static QStringList Execute(const QString &program, const QStringList &arguments, bool ignored);
+
+    /// As Execute(), once for each of these argument lists, as many side by side as the machine has cores.
+    /// The results are in the order of the lists.
+    static QVector<QStringList> ExecuteEach(const QString &program,
+                                            const QVector<QStringList> &argumentLists);
 
     /// As Execute(). Whether the program ended by itself, with status 0.
     static bool Succeeds(const QString &program, const QStringList &arguments);

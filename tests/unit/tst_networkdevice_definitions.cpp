@@ -12,6 +12,15 @@ using TestSupport::LogText;
 
 namespace {
 
+const QByteArray WPA = "<securityMode>WPA Personal 1/2</securityMode><passphrase>";
+const QByteArray WPA2_3 = "<securityMode>WPA Personal 2/3</securityMode><passphrase>";
+const QByteArray SAE = "<securityMode>WPA Personal 3</securityMode><passphrase>";
+
+/// Gives a key and leaves behind how many definitions were loaded before.
+const QString LOADED_COUNT = QStringLiteral("/tmp/loaded");
+const QByteArray TELL_LOADED =
+    "grep -c Load.props /var/log/corvi-mon.log >/tmp/loaded; echo psk=" + QByteArray(64, 'a');
+
 bool Contains(const QStringList &lines, const QString &part)
 {
     return !lines.filter(part).isEmpty();
@@ -40,6 +49,8 @@ private Q_SLOTS:
     void driverChoiceIsPassedOn();
     void lastDefinitionByNameDecidesWhatAllShare();
     void blocksFollowOneAnother();
+    void keysOfSeveralDefinitionsAreDerivedBeforeAnyIsLoaded();
+    void keyOfASingleDefinitionIsDerivedAsItIsLoaded();
     void wiredDefinitionWithoutSecurityHasNoBlock();
     void askingForBlocksBuildsNone();
     void configurationIsThatOfTheFirstNetwork();
@@ -229,6 +240,34 @@ void TestNetworkDeviceDefinitions::wiredDefinitionWithoutSecurityHasNoBlock()
 
     QCOMPARE(device.GetNamedNetworks(), QStringList{"lan"});
     QCOMPARE(device.GetNamedNetworkWpasInformation(), QStringList());
+}
+
+void TestNetworkDeviceDefinitions::keysOfSeveralDefinitionsAreDerivedBeforeAnyIsLoaded()
+{
+    TestSupport::Answer("wpa_passphrase", TELL_LOADED);
+    TestSupport::WriteNetworks(Network("Home", WPA + "several 1</passphrase>") +
+                               Network("Office", WPA2_3 + "several 2</passphrase>") +
+                               Network("Open", "<passphrase>several 3</passphrase>") +
+                               Network("Sae", SAE + "several 4</passphrase>"));
+
+    const Device device("wlan0", true);
+
+    QStringList runs = TestSupport::Journal();
+    runs.sort();
+    QCOMPARE(runs, (QStringList{"wpa_passphrase Home 'several 1'", "wpa_passphrase Office 'several 2'"}));
+    QCOMPARE(TestSupport::ReadFile(LOADED_COUNT), QByteArray("0\n"));
+    QCOMPARE(device.GetNamedNetworkWpasInformation().filter("psk=" + QString(64, 'a')).size(), 2);
+}
+
+void TestNetworkDeviceDefinitions::keyOfASingleDefinitionIsDerivedAsItIsLoaded()
+{
+    TestSupport::Answer("wpa_passphrase", TELL_LOADED);
+    TestSupport::WriteNetworks(Network("Home", WPA + "single one</passphrase>") + Network("Open"));
+
+    const Device device("wlan0", true);
+
+    QCOMPARE(TestSupport::Journal(), QStringList{"wpa_passphrase Home 'single one'"});
+    QCOMPARE(TestSupport::ReadFile(LOADED_COUNT), QByteArray("1\n"));
 }
 
 void TestNetworkDeviceDefinitions::askingForBlocksBuildsNone()

@@ -5,7 +5,9 @@
 
 #include "testsupport.h"
 
+#include <QDir>
 #include <QElapsedTimer>
+#include <QThread>
 #include <QtTest>
 
 namespace {
@@ -19,7 +21,7 @@ QStringList Script(const QString &script)
 
 } // namespace
 
-/// Programs of which each reads what the one before prints.
+/// Several programs at once: side by side, or each reading what the one before prints.
 class TestUtilsPiped : public QObject
 {
     Q_OBJECT
@@ -34,6 +36,10 @@ private Q_SLOTS:
     void pipedProgramsHaveALimitEach();
     void pipedMissingProgram_data();
     void pipedMissingProgram();
+    void eachGivesItsOwnResult();
+    void eachHasADisplay();
+    void oneForEachCoreRunsSideBySide();
+    void nothingToRunGivesNothing();
 };
 
 void TestUtilsPiped::twoProgramsArePiped()
@@ -120,6 +126,49 @@ void TestUtilsPiped::pipedMissingProgram()
     QCOMPARE(Utils::ExecutePiped(first, {}, second, {}, third, {}), QStringList{""});
 
     QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
+}
+
+void TestUtilsPiped::eachGivesItsOwnResult()
+{
+    const QVector<QStringList> scripts = {Script("sleep 0.2; echo first"), Script("echo second"),
+                                          Script("kill -SEGV $$"), Script("exit 3"), Script("echo last")};
+
+    QCOMPARE(Utils::ExecuteEach(SHELL, scripts),
+             (QVector<QStringList>{{"first", ""}, {"second", ""}, {"Process Crashed"}, {""}, {"last", ""}}));
+    QCOMPARE(Utils::ExecuteEach("no-such-program", {{"a"}, {"b"}}), (QVector<QStringList>{{""}, {""}}));
+}
+
+void TestUtilsPiped::eachHasADisplay()
+{
+    QCOMPARE(Utils::ExecuteEach(SHELL, {Script("echo $DISPLAY")}), (QVector<QStringList>{{":0", ""}}));
+}
+
+void TestUtilsPiped::oneForEachCoreRunsSideBySide()
+{
+    const int cores = QThread::idealThreadCount();
+    const QString folder = QStringLiteral("/tmp/side-by-side");
+    TestSupport::Remove(folder);
+    QVERIFY(QDir().mkpath(folder));
+    // Each stays until as many have come as there are cores, or goes alone after 20 s; the count is of those
+    // that are there when it goes, after a time in which one too many would come.
+    const QString stay = QStringLiteral("cd %1; >here.$$; >come.$$; i=0\n"
+                                        "until set -- come.*; [ $# -ge %2 ] || [ $i -eq 400 ]; do\n"
+                                        "i=$((i + 1)); sleep 0.05; done\n"
+                                        "[ $i -lt 400 ] || echo alone\n"
+                                        "sleep 0.2; set -- here.*; echo $#; rm here.$$")
+                             .arg(folder)
+                             .arg(cores);
+
+    const QVector<QStringList> results =
+        Utils::ExecuteEach(SHELL, QVector<QStringList>(2 * cores, Script(stay)));
+
+    for (const QStringList &result : results)
+        QVERIFY2(result.size() == 2 && result.first().toInt() <= cores, qPrintable(result.join(' ')));
+}
+
+void TestUtilsPiped::nothingToRunGivesNothing()
+{
+    QCOMPARE(Utils::ExecuteEach(SHELL, {}), QVector<QStringList>());
 }
 
 QTEST_GUILESS_MAIN(TestUtilsPiped)

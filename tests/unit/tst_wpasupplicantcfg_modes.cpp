@@ -32,6 +32,9 @@ private Q_SLOTS:
     void hashedKeyIsAskedForOnce();
     void keyThatIsCutIsAskedForAgain();
     void keyGoesWithTheLastThatHoldsIt();
+    void keysAreDerivedBeforeTheyAreAskedFor();
+    void keyThatTheToolDoesNotGiveServesOnce();
+    void noKeyIsDerivedWhereHashingIsOff();
     void aThousandKeysAreRemembered();
     void passphraseWithoutAKeyIsQuoted_data();
     void passphraseWithoutAKeyIsQuoted();
@@ -296,6 +299,57 @@ void TestWpaSupplicantCfgModes::keyGoesWithTheLastThatHoldsIt()
     QCOMPARE(TestSupport::Journal().size(), 2);
 }
 
+void TestWpaSupplicantCfgModes::keysAreDerivedBeforeTheyAreAskedFor()
+{
+    TestSupport::Answer("wpa_passphrase", "echo psk=$(printf %s \"$1$2\" | sha256sum | cut -c -64)");
+    WpaSupplicantCfg cfg(nullptr);
+    cfg.SetSSID("Ahead", false);
+    cfg.AddPasswordOption("known before");
+    TestSupport::ClearJournal();
+
+    WpaSupplicantCfg::DeriveKeys({{"Ahead", "known before"},
+                                  {"Ahead", "passphrase 1"},
+                                  {"Other", "passphrase 1"},
+                                  {"Ahead", "passphrase 1"}});
+    QStringList runs = TestSupport::Journal();
+    runs.sort();
+    QCOMPARE(runs,
+             (QStringList{"wpa_passphrase Ahead 'passphrase 1'", "wpa_passphrase Other 'passphrase 1'"}));
+    cfg.AddPasswordOption("passphrase 1");
+    cfg.SetSSID("Other", false);
+    cfg.AddPasswordOption("passphrase 1");
+
+    QCOMPARE(TestSupport::Journal().size(), 2);
+    const auto keyOf = [](const char *text) {
+        return "psk=" + QCryptographicHash::hash(text, QCryptographicHash::Sha256).toHex();
+    };
+    QCOMPARE(Options(cfg).mid(1), (QStringList{keyOf("Aheadpassphrase 1"), keyOf("Otherpassphrase 1")}));
+}
+
+void TestWpaSupplicantCfgModes::keyThatTheToolDoesNotGiveServesOnce()
+{
+    TestSupport::Answer("wpa_passphrase", "echo psk=0123");
+    WpaSupplicantCfg cfg(nullptr);
+    cfg.SetSSID("Not given", false);
+
+    WpaSupplicantCfg::DeriveKeys({{"Not given", "long enough"}});
+    cfg.AddPasswordOption("long enough");
+    QCOMPARE(TestSupport::Journal().size(), 1);
+
+    cfg.AddPasswordOption("long enough");
+    QCOMPARE(TestSupport::Journal().size(), 2);
+    QCOMPARE(Options(cfg), (QStringList{"psk=0123", "psk=0123"}));
+}
+
+void TestWpaSupplicantCfgModes::noKeyIsDerivedWhereHashingIsOff()
+{
+    WpaSupplicantCfg::_useHashedPsk = false;
+
+    WpaSupplicantCfg::DeriveKeys({{"Ahead", "not hashed"}});
+
+    QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
 void TestWpaSupplicantCfgModes::aThousandKeysAreRemembered()
 {
     TestSupport::Answer("wpa_passphrase", "echo psk=" + QByteArray(64, 'a'));
@@ -303,8 +357,12 @@ void TestWpaSupplicantCfgModes::aThousandKeysAreRemembered()
     const auto addNumbered = [&cfg](int number) {
         cfg.AddPasswordOption(QString("passphrase%1").arg(number));
     };
-    for (int i = 0; i < 1000; ++i)
+    WpaSupplicantCfg::ForgetUnheldKeys();
+    for (int i = 0; i < 998; ++i)
         addNumbered(i);
+    TestSupport::ClearJournal();
+    WpaSupplicantCfg::DeriveKeys({{"", "passphrase998"}, {"", "passphrase999"}, {"", "passphrase1000"}});
+    QCOMPARE(TestSupport::Journal().size(), 2);
     TestSupport::ClearJournal();
 
     addNumbered(999);
