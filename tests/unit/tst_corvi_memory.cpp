@@ -157,9 +157,9 @@ void TestCorviMemory::hugeOutputIsForgotten()
         QCOMPARE(QFileInfo("/tmp/dhclient.log").size(), 3000000);
     }
 
-    const qint64 more = ResidentKib(process.processId()) - before;
+    // On a slow machine the next attempt may be under way by now.
     // Unguarded it was 12 MB; what stays are holes between the small blocks that lines were kept in.
-    QVERIFY2(more < 4096, qPrintable(QString::number(more)));
+    QTRY_VERIFY_WITH_TIMEOUT(ResidentKib(process.processId()) - before < 4096, 60000);
 }
 
 void TestCorviMemory::keyGoesWithItsNetwork()
