@@ -9,7 +9,6 @@
 #include "othermanagers.h"
 #include "paths.h"
 #include "platformfile.h"
-#include "securefile.h"
 #include "timing.h"
 #include "utils.h"
 #include "wpasuppthread.h"
@@ -26,7 +25,6 @@
 
 namespace {
 
-const QString DEBUG_FLAG = QStringLiteral("/tmp/debug_corvi");
 const QString KILL_FLAG = QStringLiteral("/tmp/kill_corvi");
 const QString RELOAD_FLAG = QStringLiteral("/tmp/config/files/network/reload");
 
@@ -145,17 +143,6 @@ void Corvi::RequestReload()
     forceRescan = true;
 }
 
-/// Whoever may write to the folder can put a folder of his own at the name, filled or not: it counts as a
-/// file does and goes as a file does.
-void Corvi::RemoveFlag(const QString &path)
-{
-    if (SecureFile::Remove(path))
-        return;
-    const QString reason = qt_error_string();
-    LogOnce(flagReports[path]) << "Corvi::RemoveFlag - cannot be removed, so it is obeyed again and again:"
-                               << path << reason;
-}
-
 void Corvi::LoopTimerTimeout()
 {
     serviceManager.TellAlive();
@@ -177,11 +164,6 @@ void Corvi::LoopTimerTimeout()
         // At once: the supervisor's thread still runs, so nothing it may use is torn down first.
         ::_exit(EXIT_SUCCESS);
     }
-}
-
-void Corvi::ApplyDebugFlag()
-{
-    log->SetLoggingLevel(QFile::exists(DEBUG_FLAG) ? Level::DEBUG : Level::NOTICE);
 }
 
 void Corvi::Rescan()

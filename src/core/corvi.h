@@ -33,7 +33,7 @@ class WpaSuppThread;
 /// The service object. Once a second it looks after every interface; between the ticks it answers what the
 /// devices and the supplicant's supervisor signal. One instance, on the main thread, created by main().
 ///
-/// corvi.cpp             life, the supervision tick, the flag files
+/// corvi.cpp             life, the supervision tick
 /// corvi_discovery.cpp   finding the interfaces
 /// corvi_adapters.cpp    interfaces that come and go between two discoveries
 /// corvi_wired.cpp       the wired network, 802.1X fallback
@@ -46,6 +46,8 @@ class WpaSuppThread;
 /// corvi_segment.cpp     the segment that others read the status from
 /// corvi_status.cpp      publishing status and events
 /// corvi_state.cpp       the file that says what is decided and waited for
+/// corvi_queries.cpp     what the others ask: which device carries, which waits to be let in
+/// corvi_flags.cpp       the flag files
 class Corvi : public QObject
 {
     Q_OBJECT
@@ -229,8 +231,6 @@ private:
     QHash<QString, ReportOnce> flagReports; ///< by path: flag files that cannot be removed
 
     // Life, the supervision tick
-    void ApplyDebugFlag();
-    void RemoveFlag(const QString &path);
     void Rescan();
     void WarnOfOtherManagers();
     void SetUpNetworks();
@@ -281,7 +281,6 @@ private:
     void SuperviseWireless();
 
     // Modem network
-    Modem *ModemInUse() const;
     void BringModemUp();
     void TakeModemDown();
     void AdoptModem();
@@ -305,7 +304,6 @@ private:
     /// Every configuration of a device but a modem's goes through here.
     void Configure(NetworkDevice *d);
     void ConfigureModem(Modem *modem);
-    NetworkDevice *Carrier(bool isWiredConnected) const;
     void KeepCarrierConfigured(bool isWiredConnected);
 
     // DHCP
@@ -314,7 +312,6 @@ private:
     /// What is published of the device in use, and its static address, follow what is.
     void FollowAddress(NetworkDevice *d, RetryPause &dhcpPause);
     void PublishAddress(NetworkDevice *d);
-    bool IsAwaitingAuthentication(const NetworkDevice *d) const;
 
     // The state's file
     void TellState();
@@ -323,4 +320,13 @@ private:
     void AddAuthentication(const NetworkDevice *d, InterfaceState &state,
                            const InterfaceState &earlier) const;
     void AddDhcp(const NetworkDevice *d, InterfaceState &state) const;
+
+    // What the others ask
+    NetworkDevice *Carrier(bool isWiredConnected) const;
+    Modem *ModemInUse() const;
+    bool IsAwaitingAuthentication(const NetworkDevice *d) const;
+
+    // The flag files
+    void ApplyDebugFlag();
+    void RemoveFlag(const QString &path);
 };

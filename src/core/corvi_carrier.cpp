@@ -29,20 +29,6 @@ void Corvi::ConfigureModem(Modem *modem)
     SendAssociationMessage(modem, true);
 }
 
-/// The device that the traffic is to go through: wired before modem before wireless. Null where it is not
-/// ready to be configured.
-NetworkDevice *Corvi::Carrier(bool isWiredConnected) const
-{
-    if (isWiredConnected)
-        return IsAwaitingAuthentication(wiredDevice) ? nullptr : wiredDevice;
-    const Modem *const modem = ModemInUse();
-    if (modem && modem->modemConnected && modem->isRunning)
-        return modemDevice;
-    const bool hasWireless =
-        wirelessDevice && wirelessDevice->isRunning && !IsAwaitingAuthentication(wirelessDevice);
-    return hasWireless ? wirelessDevice : nullptr;
-}
-
 void Corvi::KeepCarrierConfigured(bool isWiredConnected)
 {
     NetworkDevice *const carrier = Carrier(isWiredConnected);

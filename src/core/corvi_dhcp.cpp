@@ -6,7 +6,6 @@
 #include "logging.h"
 #include "networkdevice.h"
 #include "securefile.h"
-#include "wpasuppthread.h"
 #include "zebnetconfig.h"
 
 #include <QFile>
@@ -35,11 +34,6 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
     LogOnce(retryReport, d->name) << "Corvi::RetryDhcp - no address, trying again on" << d->name;
     Configure(d);
     pause.NoteAttempt(RetryPause::Time::clock::now());
-}
-
-bool Corvi::IsAwaitingAuthentication(const NetworkDevice *d) const
-{
-    return d->usesSupplicant && !d->inFallback && !supThread->IsAssociated();
 }
 
 void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)

@@ -24,12 +24,6 @@ int Corvi::ModemNetworkSetup(bool takeDown, bool bringUp)
     return static_cast<int>(modemDevice && modemDevice->isRunning);
 }
 
-Modem *Corvi::ModemInUse() const
-{
-    // Discovery adopts nothing but a Modem.
-    return qobject_cast<Modem *>(modemDevice);
-}
-
 void Corvi::BringModemUp()
 {
     Modem *const modem = ModemInUse();
@@ -80,8 +74,8 @@ void Corvi::TakeModemDown()
     modemDownPause.NoteAttempt(now);
     modem->RefreshStatus();
     TakeAddressAway(modem);
-    SendAssociationMessage(modem, false);
     // Whoever reads on this event finds the modem's record; the next tick publishes the carrier's again.
+    SendAssociationMessage(modem, false);
 }
 
 /// A modem that a discovery adopts has all its attempts before it.
