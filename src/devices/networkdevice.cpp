@@ -106,6 +106,23 @@ void NetworkDevice::RefreshStatus()
     }
 }
 
+/// What was asked for and what is are two things: somebody else, or the driver, may have taken the link down,
+/// or bringing it up may have failed. The next StartDevice() then does it again.
+void NetworkDevice::FollowLink()
+{
+    const auto now = RetryPause::Time::clock::now();
+    if (isUp) {
+        startPause.NoteSuccess(now);
+        return;
+    }
+    // An interface that is gone has no hardware address either, and nobody can bring it up.
+    if (!linkUp || stopped || macAddress.isEmpty() || !startPause.IsDue(now))
+        return;
+    LogOnce(reports->start) << "NetworkDevice::RefreshStatus -- the link is down, bringing it up again:"
+                            << name;
+    linkUp = false;
+}
+
 /// Leaves the field empty when the interface has no such address.
 void NetworkDevice::ReadAddress(unsigned long request, QString &field) const
 {

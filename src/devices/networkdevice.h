@@ -176,6 +176,7 @@ private:
 
     void EndDhcpClient();
     void TakeBackDhcpMtu();
+    bool LearnLeasedRoute();
     void ClaimResolver(bool isOurs);
 
     NamedNetwork *FirstNetwork() const;

@@ -163,9 +163,10 @@ void NetworkDevice::ObtainAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renewing ip address";
     RefreshStatus();
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - status refreshed";
-    KeepLeasedRoute(); // Learns it before anybody is told of the address.
-    if (!ipAddress.isEmpty())
-        Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
+    if (ipAddress.isEmpty())
+        return;
+    LearnLeasedRoute(); // Before anybody is told of the address.
+    Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
 }
 
 void NetworkDevice::ApplyLinkSettings()

@@ -3,7 +3,7 @@
 
 #include "networkdevice.h"
 
-#include "dhcpclients.h"
+#include "defaultroute.h"
 #include "logging.h"
 #include "paths.h"
 #include "securefile.h"
@@ -27,6 +27,8 @@ const QString MTU_BEFORE = QStringLiteral("/run/corvi-mtu-before.");
 const QString OWN_RESOLVER = QStringLiteral("/run/corvi-own-resolver.");
 /// The resolver's file cannot be written: told once, whoever could not.
 const QString NO_ACCESS = QStringLiteral("no access");
+/// The gateway of a default route that has none.
+const QString LINK_ITSELF = QStringLiteral("0.0.0.0");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
 /// Empty when there is no such file, nothing when it cannot be read.
@@ -96,12 +98,18 @@ void NetworkDevice::TellOfLostResolver(const QString &transcript)
             << lines.last();
 }
 
-/// An interface that loses its addresses, is taken down, gets a fixed address or has no definition any more:
-/// a client that went on would undo it at its next renewal, and write its name servers.
-void NetworkDevice::EndDhcpClient()
+/// The default route of the lease, where it is the one in use. False when there is no default route at all.
+bool NetworkDevice::LearnLeasedRoute()
 {
-    if (DhcpClients::End(name))
-        Log(Level::TRACE) << "NetworkDevice::EndDhcpClient" << name << "was still served";
+    const QVector<DefaultRoute> routes = ReadDefaultRoutes();
+    if (routes.isEmpty())
+        return false;
+    if (routes.first().interfaceName == name && routes.first().gateway != LINK_ITSELF) {
+        leasedGateway = routes.first().gateway;
+        leasedMetric = routes.first().metric;
+        leasedGatewayAddress = ipAddress;
+    }
+    return true;
 }
 
 /// What a server asked for on the network before has no place where no server is asked. From one server to

@@ -4,11 +4,14 @@
 #include "networkdevice.h"
 
 #include "defaultroute.h"
+#include "dhcpclients.h"
 #include "logging.h"
 #include "utils.h"
+#include "zebnetconfig.h"
 
 #include <QTimer>
 
+#include <algorithm>
 #include <chrono>
 
 namespace {
@@ -20,6 +23,14 @@ const QString IFCONFIG = QStringLiteral("ifconfig");
 const QString ETHTOOL = QStringLiteral("ethtool");
 const QString IP = QStringLiteral("ip");
 const QString ROUTE = QStringLiteral("route");
+
+bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
+{
+    const QVector<DefaultRoute> routes = ReadDefaultRoutes();
+    return std::any_of(routes.begin(), routes.end(), [&](const DefaultRoute &route) {
+        return route.interfaceName == interfaceName && route.gateway == gateway;
+    });
+}
 
 } // namespace
 
@@ -62,6 +73,14 @@ void NetworkDevice::Down()
     linkUp = false;
     Down(name);
     EndDhcpClient();
+}
+
+/// An interface that loses its addresses, is taken down, gets a fixed address or has no definition any more:
+/// a client that went on would undo it at its next renewal, and write its name servers.
+void NetworkDevice::EndDhcpClient()
+{
+    if (DhcpClients::End(name))
+        Log(Level::TRACE) << "NetworkDevice::EndDhcpClient" << name << "was still served";
 }
 
 void NetworkDevice::AutoNegotiate(const QString &interfaceName)
@@ -129,4 +148,23 @@ int NetworkDevice::StopDevice()
     // The poll goes on until it has seen the link down, and then ends itself.
     stopped = true;
     return 1;
+}
+
+bool NetworkDevice::HasStaticAddress() const
+{
+    return ipAddress == currentConfig->ipAddress && netmask == currentConfig->netmask;
+}
+
+bool NetworkDevice::HasStaticRoute() const
+{
+    return currentConfig->gateway.isEmpty() || HasDefaultRoute(name, currentConfig->gateway);
+}
+
+/// What the look after it has seen in force is no failure, even where somebody undoes it before a tick looks.
+void NetworkDevice::NoteStaticAttempt()
+{
+    const auto now = RetryPause::Time::clock::now();
+    staticPause.NoteAttempt(now);
+    if (HasStaticAddress() && HasStaticRoute())
+        staticPause.NoteSuccess(now);
 }

@@ -3,28 +3,14 @@
 
 #include "networkdevice.h"
 
-#include "defaultroute.h"
 #include "logging.h"
 #include "utils.h"
 #include "zebnetconfig.h"
-
-#include <algorithm>
 
 #include <arpa/inet.h>
 #include <sys/ioctl.h>
 
 namespace {
-
-/// The gateway of a default route that has none.
-const QString LINK_ITSELF = QStringLiteral("0.0.0.0");
-
-bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
-{
-    const QVector<DefaultRoute> routes = ReadDefaultRoutes();
-    return std::any_of(routes.begin(), routes.end(), [&](const DefaultRoute &route) {
-        return route.interfaceName == interfaceName && route.gateway == gateway;
-    });
-}
 
 quint32 Bits(const QString &address)
 {
@@ -41,23 +27,6 @@ bool IsOutsideSubnet(const QString &gateway, const QString &address, const QStri
 
 } // namespace
 
-/// What was asked for and what is are two things: somebody else, or the driver, may have taken the link down,
-/// or bringing it up may have failed. The next StartDevice() then does it again.
-void NetworkDevice::FollowLink()
-{
-    const auto now = RetryPause::Time::clock::now();
-    if (isUp) {
-        startPause.NoteSuccess(now);
-        return;
-    }
-    // An interface that is gone has no hardware address either, and nobody can bring it up.
-    if (!linkUp || stopped || macAddress.isEmpty() || !startPause.IsDue(now))
-        return;
-    LogOnce(reports->start) << "NetworkDevice::RefreshStatus -- the link is down, bringing it up again:"
-                            << name;
-    linkUp = false;
-}
-
 /// Not by SetGateway(), which deletes first: where the gateway cannot be reached, that would take the way out
 /// from whoever has one, once a minute.
 void NetworkDevice::RestoreGateway(const QString &gateway, int metric)
@@ -72,25 +41,6 @@ void NetworkDevice::RestoreGateway(const QString &gateway, int metric)
     if (metric > 0)
         arguments << QStringLiteral("metric") << QString::number(metric);
     Utils::Execute(QStringLiteral("ip"), arguments, false);
-}
-
-bool NetworkDevice::HasStaticAddress() const
-{
-    return ipAddress == currentConfig->ipAddress && netmask == currentConfig->netmask;
-}
-
-bool NetworkDevice::HasStaticRoute() const
-{
-    return currentConfig->gateway.isEmpty() || HasDefaultRoute(name, currentConfig->gateway);
-}
-
-/// What the look after it has seen in force is no failure, even where somebody undoes it before a tick looks.
-void NetworkDevice::NoteStaticAttempt()
-{
-    const auto now = RetryPause::Time::clock::now();
-    staticPause.NoteAttempt(now);
-    if (HasStaticAddress() && HasStaticRoute())
-        staticPause.NoteSuccess(now);
 }
 
 void NetworkDevice::KeepStaticAddress()
@@ -131,13 +81,7 @@ void NetworkDevice::KeepLeasedRoute()
         return;
     }
     const auto now = RetryPause::Time::clock::now();
-    const QVector<DefaultRoute> routes = ReadDefaultRoutes();
-    if (!routes.isEmpty()) {
-        if (routes.first().interfaceName == name && routes.first().gateway != LINK_ITSELF) {
-            leasedGateway = routes.first().gateway;
-            leasedMetric = routes.first().metric;
-            leasedGatewayAddress = ipAddress;
-        }
+    if (LearnLeasedRoute()) {
         routePause.NoteSuccess(now);
         return;
     }
