@@ -132,10 +132,8 @@ private:
     void QueueTick();
     void PostTick();
 
-    static bool IsWiredDriver(const QString &driverName) { return driverName == QLatin1String("wired"); }
-    static const char *TrueFalse(bool value) { return value ? "true" : "false"; }
-
     // Start and stop
+    static bool IsWiredDriver(const QString &driverName);
     void StopSupplicant();
     void WaitForSupplicantToEnd();
     void TakeOverRequest();

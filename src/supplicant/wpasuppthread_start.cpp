@@ -10,8 +10,6 @@
 
 #include <QFile>
 
-#include <iterator>
-
 namespace {
 
 const QString SUPPLICANT_LOG = QStringLiteral("/var/log/wpa_supplicant.log");
@@ -23,9 +21,6 @@ constexpr int END_PASSES = 7;
 constexpr unsigned long END_PASS_MS = 1000;
 constexpr unsigned long END_PAUSE_MS = 100;
 constexpr unsigned long LAUNCH_PAUSE_MS = 10;
-
-/// Ticks between the end of a start that failed and the next one, by how many failed in a row before it.
-constexpr int START_PAUSES[] = {0, 10, 20, 40, 60};
 
 // The lines below that say "WpaSupplicant::" name a class that there is not, those with "Start" also another
 // operation, and some begin with a blank: kept as they are.
@@ -87,6 +82,11 @@ void WpaSuppThread::TakeOverRequest()
     servedTicks = 0;
     openFailures = 0;
     unassociatedTicks = 0;
+}
+
+bool WpaSuppThread::IsWiredDriver(const QString &driverName)
+{
+    return driverName == QLatin1String("wired");
 }
 
 void WpaSuppThread::LaunchSupplicant()
@@ -171,24 +171,4 @@ void WpaSuppThread::ReachLaunchedSupplicant()
     startPending = false;
     stoppingSupplicant = false;
     RestartWpaCtl();
-}
-
-/// A supplicant has ended, or was given up, that was neither let in nor there for a while. Whatever keeps it
-/// from starting is not gone in a moment, and each attempt blocks the service for 7 s.
-void WpaSuppThread::NoteFailedStart()
-{
-    if (startProved)
-        return;
-    const int last = static_cast<int>(std::size(START_PAUSES)) - 1;
-    pauseTicks = START_PAUSES[qMin(failedStarts++, last)];
-    if (pauseTicks > 0)
-        LogOnce(reports.pause) << "WpaSuppThread -- No supplicant stays on" << requestedInterface
-                               << "- next try in" << pauseTicks << "s";
-}
-
-void WpaSuppThread::NoteGoodStart()
-{
-    startProved = true;
-    failedStarts = 0;
-    reports.pause.Over();
 }

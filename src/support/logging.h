@@ -100,6 +100,12 @@ public:
     explicit Log(Logging::LoggingLevel lineLevel);
 };
 
+/// For a line that has a bool in words.
+inline const char *TrueFalse(bool value)
+{
+    return value ? "true" : "false";
+}
+
 /// Writes warnings of the platform library (Qt logging category "zeb") and of the programs that are run
 /// ("corvi.program") to the log at level 2, so that what is wrong with the store, or a tool that is missing,
 /// is told where an operator looks. Everything else goes where it went before.
