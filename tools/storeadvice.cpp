@@ -89,7 +89,7 @@ public:
     void AdviseOnGateway();
 
 private:
-    void Add(Severity severity, const char *property, const QString &reason)
+    void Advise(Severity severity, const char *property, const QString &reason)
     {
         findings.append(NetworkFinding(network, severity, QLatin1String(property), reason));
     }
@@ -106,11 +106,12 @@ void NetworkAdvice::AdviseOnName()
     const bool looksWired = name.startsWith(QLatin1String("lan"), Qt::CaseInsensitive) ||
                             name.startsWith(QLatin1String("wired"), Qt::CaseInsensitive);
     if (looksWired && !isWired)
-        Add(Severity::Warning, "name",
+        Advise(
+            Severity::Warning, "name",
             QStringLiteral("is that of a wireless network; that of a wired one begins with lan or wiredeth"));
     const QString problem = mode ? mode->NameProblem(!isWired) : QString();
     if (!problem.isEmpty())
-        Add(Severity::Error, "securityMode", problem);
+        Advise(Severity::Error, "securityMode", problem);
 }
 
 void NetworkAdvice::AdviseOnMode()
@@ -119,12 +120,13 @@ void NetworkAdvice::AdviseOnMode()
         return;
     const QLatin1String key(mode->key);
     if (key == QLatin1String("peap_gtc"))
-        Add(Severity::Warning, "securityMode",
-            QStringLiteral(
-                "GTC needs the password itself, and the supplicant gets only a hash of it: a server "
-                "that does not take MSCHAPv2 as well lets nobody in"));
+        Advise(Severity::Warning, "securityMode",
+               QStringLiteral(
+                   "GTC needs the password itself, and the supplicant gets only a hash of it: a server "
+                   "that does not take MSCHAPv2 as well lets nobody in"));
     if (key == QLatin1String("wpa2_3"))
-        Add(Severity::Warning, "securityMode",
+        Advise(
+            Severity::Warning, "securityMode",
             QStringLiteral("joins only access points that offer PSK-SHA256: not one with WPA3 or with plain "
                            "WPA2 alone"));
 }
@@ -137,9 +139,9 @@ void NetworkAdvice::AdviseOnGateway()
     const quint32 subnet = QHostAddress(Value(network, "ipAddress")).toIPv4Address() & mask.toIPv4Address();
     const QHostAddress gateway(Value(network, "gateway"));
     if ((gateway.toIPv4Address() & mask.toIPv4Address()) != subnet)
-        Add(Severity::Error, "gateway",
-            QStringLiteral("\"%1\" is outside the network of ipAddress and netmask; the kernel refuses it")
-                .arg(Value(network, "gateway")));
+        Advise(Severity::Error, "gateway",
+               QStringLiteral("\"%1\" is outside the network of ipAddress and netmask; the kernel refuses it")
+                   .arg(Value(network, "gateway")));
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "storecheck.h"
+#include "storefinding.h"
 #include "zebdocument.h"
 
 /// What the daemon's reader takes and what nevertheless is wrong, as the store alone shows.

@@ -5,18 +5,11 @@
 
 #include "storeadvice.h"
 #include "storehints.h"
-#include "zebproperties.h"
 
 #include <algorithm>
 #include <tuple>
 
 namespace {
-
-QString ValueClass(const QString &property)
-{
-    const ZebProperty *known = ZebProperties::Find(property);
-    return known ? QString::fromLatin1(known->rule.valueClass) : QString();
-}
 
 StoreFinding FindingOf(const ZebProblem &problem)
 {
@@ -49,19 +42,6 @@ bool StoreReport::HasErrors() const
     return std::any_of(findings.begin(), findings.end(), [](const StoreFinding &finding) {
         return finding.severity == StoreFinding::Severity::Error;
     });
-}
-
-StoreFinding NetworkFinding(const ZebNetwork &network, StoreFinding::Severity severity,
-                            const QString &property, const QString &reason)
-{
-    StoreFinding finding;
-    finding.severity = severity;
-    finding.place = network.places.value(property, network.place);
-    finding.network = network.properties.value(QStringLiteral("name"));
-    finding.property = property;
-    finding.valueClass = ValueClass(property);
-    finding.reason = reason;
-    return finding;
 }
 
 StoreReport UnreadableStore(const QString &reason)
