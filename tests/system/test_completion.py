@@ -12,9 +12,11 @@ COMPLETION = SOURCE_DIR / "packaging/corvi.bash-completion"
 # Types a line, asks for what it may become, and prints that.
 SCRIPT = """
 . "$1"; shift
-complete -p "$1" >/dev/null || exit
+registered=$(complete -p "${1##*/}") || exit
+function=${registered##*-F } function=${function%% *}
+COMPREPLY=(of-the-line-before)
 COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
-_corvi "$1" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"
+"$function" "$1" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"
 printf '%s\\n' "${COMPREPLY[@]}"
 """
 
@@ -31,6 +33,7 @@ class Completion(SystemTest):
     def test_options(self):
         self.assertEqual(completions("corvi-status", "--wa"), ["--watch", "--wait"])
         self.assertIn("--report", completions("corvi-status", "--"))
+        self.assertEqual(completions("corvi-status", "-"), completions("corvi-status", "--"))
         self.assertEqual(completions("corvi-status", "--all", "--j"), ["--json"])
         self.assertEqual(completions("corvi-check", "--j"), ["--json"])
 
@@ -63,10 +66,12 @@ class Completion(SystemTest):
         self.assertEqual(completions("corvi-status", "--report", f"{folder}/re"), [f"{folder}/reports"])
         self.assertEqual(sorted(completions("corvi-check", f"{folder}/re")),
                          [f"{folder}/reports", f"{folder}/rest.xml"])
+        self.assertEqual(completions(f"{BUILD_DIR}/bin/corvi-check", f"{folder}/rest"), [f"{folder}/rest.xml"])
         self.assertEqual(completions("corvi-status", f"{folder}/re"), [])
 
     def test_nothing_for_a_number(self):
         self.assertEqual(completions("corvi-status", "--timeout", ""), [])
+        self.assertEqual(completions("corvi-status", "--timeout", "-"), [])
 
 
 if __name__ == "__main__":
