@@ -136,7 +136,7 @@ class Waiting(WithState):
         write_store(wired(**STATIC))
         with subprocess.Popen([STATUS_TOOL, "--wait", "--interface", "eth0"]) as waiting:
             self.addCleanup(waiting.kill)
-            self.assertIsNone(waiting.poll())
+            holds_for("no address, and still waiting", lambda: waiting.poll() is None, 1)
 
             self.start_daemon()
 
