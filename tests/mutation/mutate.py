@@ -55,6 +55,17 @@ MORE_TESTS = {
     "platform/rules": ["tst_zebcheck", "tst_namednetwork*", "tst_wpasupplicantcfg*", "tst_storecheck", "tst_spelling"],
     "platform/status": ["tst_zebnetstatus", "tst_corvi_status", "tst_statustool"],
     "platform/zeb": ["tst_zeb*"],
+    "tools/addresswait": ["tst_statusreport"],
+    "tools/corvi-check": ["tst_checktool"],
+    "tools/corvi-status": ["tst_statustool*"],
+    "tools/eventlistener": ["tst_statustool*"],
+    "tools/reporttext": ["tst_statusreport"],
+    "tools/statusreader": ["tst_statustool*"],
+    "tools/statustext": ["tst_statustool*"],
+    "tools/storehints": ["tst_storeschema", "tst_storeadvice", "tst_storecheck"],
+    "tools/supplicantfacts": ["tst_statusreport"],
+    "tools/systemfacts": ["tst_statusreport"],
+    "tools/verdict": ["tst_statusreport"],
     "tools": ["tst_checktool", "tst_statustool*", "tst_statusreport", "tst_store*", "tst_machinecheck", "tst_masking"],
 }
 
@@ -167,8 +178,10 @@ class Switches:
         """Takes out what the compiler refused with a switch, and says whether there was any."""
         found = re.findall(r"^(\S+?):(\d+):\d+: ", (WORK / "output").read_text(errors="replace"), re.M)
         places = {(os.path.relpath(os.path.normpath(BUILD / path), COPY), int(line)) for path, line in found}
-        refused = [key for key in self.numbers if (key[0], key[1].line) in places]
-        for source, fault in refused:
+        # A statement of several lines may be refused on another one than the fault's.
+        refused = {min(near, key=lambda key: abs(key[1].line - line)) for path, line in places
+                   if (near := [key for key in self.numbers if key[0] == path])}
+        for source, fault in sorted(refused):
             del self.numbers[source, fault]
             self.separate.append((source, fault))
             write_if_new(COPY / source, (TOP / source).read_text())

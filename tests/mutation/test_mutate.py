@@ -38,8 +38,8 @@ class FaultsOfText(unittest.TestCase):
 
     def test_leaves_alone(self):
         for line in ["// a == b, 5, true", "#include <a1.h>", "std::map<int, int> a", "0x10", "name2", "return {};",
-                     "return nullptr;", "    int a = b;", "    Type a(b);", "    b));", "'\"' + '5'",
-                     'R"(5 == "5")"', "/* 5\n 5 */"]:
+                     "return nullptr;", "    int a = b;", "    Type a(b);", "    b));", "        .count();",
+                     "'\"' + '5'", 'R"(5 == "5")"', "/* 5\n 5 */"]:
             with self.subTest(line):
                 self.assertEqual([], changes(line))
 
@@ -84,6 +84,25 @@ class SwitchedFaults(unittest.TestCase):
 
         self.assertEqual(len(everything), len(switches.numbers) + len(switches.separate))
         self.assertEqual(len(switches.numbers), len({fault.line for _, fault in switches.numbers}))
+
+
+    def test_drops_what_the_compiler_refuses(self):
+        source = "src/core/corvi_dhcp.cpp"
+        text = (mutate.TOP / source).read_text()
+        switches = mutate.Switches([(source, fault) for fault in faults.faults_of(text)])
+        here = next(key for key in switches.numbers if key[1].operator == "condition")
+
+        with tempfile.TemporaryDirectory() as folder, \
+                unittest.mock.patch.multiple(mutate, WORK=Path(folder), COPY=Path(folder), BUILD=Path(folder) / "b/r"):
+            (Path(folder) / "src/core").mkdir(parents=True)
+            (Path(folder) / source).write_text("")
+            (Path(folder) / "output").write_text(f"../../{source}:{here[1].line}:7: error: no\nx.h:1:1: error: no\n")
+            self.assertTrue(switches.drop_refused())
+            (Path(folder) / "output").write_text("ninja: failed\n")
+            self.assertFalse(switches.drop_refused())
+
+        self.assertNotIn(here, switches.numbers)
+        self.assertIn(here, switches.separate)
 
 
 class TrialOfFault(unittest.TestCase):
