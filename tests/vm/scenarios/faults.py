@@ -138,9 +138,9 @@ class Radio(WifiTest):
         self.pull_out_radio()
         access_point = self.access_point("office", accesspoint.WPA2)
         write_store(office())
+        touch(DEBUG_FLAG)  # Each rescan is to be seen, also one that follows another at once.
         daemon = self.start_daemon()
-        daemon.wait_logged("Corvi::Loop Force Rescan", 30)
-        time.sleep(3)
+        daemon.wait_logged("Corvi::Init() Complete", 60)
         self.assertEqual(self.count_logged("Corvi::Loop Force Rescan"), 1)
 
         self.plug_in_radio()
