@@ -45,6 +45,7 @@ private Q_SLOTS:
     void authenticationTogglesTheCount();
     void waitIsCountedByTicks();
     void announcedPortFallsBackAfterElevenTicks();
+    void portWithoutItsAddressWaitsLonger();
     void fallbackIsForcedAfterSixtyTicks();
     void unreadSuccessPreventsTheFallback_data();
     void unreadSuccessPreventsTheFallback();
@@ -231,6 +232,23 @@ void TestCorviWired8021x::announcedPortFallsBackAfterElevenTicks()
                                        "WpaSuppThread::Stop 0 true 1"}));
     QVERIFY(Supervisor::IsStopRequested());
     QCOMPARE(JournalOf("ifconfig"), QStringList());
+}
+
+/// There is no address any more that could be kept.
+void TestCorviWired8021x::portWithoutItsAddressWaitsLonger()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    NetworkDevice *const device = corvi.WiredDevice();
+    device->fallbackEnabled = true;
+    QVERIFY(device->ipAnnounced);
+    corvi.SettleSupplicant(RUNNING);
+    RealIp({"addr", "flush", "dev", "eth0"});
+
+    corvi.Tick(20);
+
+    QVERIFY(!device->inFallback);
+    QCOMPARE(device->authWaitTicks, 20);
+    QVERIFY(!Supervisor::IsStopRequested());
 }
 
 void TestCorviWired8021x::fallbackIsForcedAfterSixtyTicks()
