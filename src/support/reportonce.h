@@ -11,7 +11,7 @@
 #include <optional>
 
 /// Keeps a fault that lasts from filling the log: the first time it is told is news, further times are
-/// counted, and after pauses of 10, 20, 40 and then 60 minutes one of them says how often and since when. The
+/// counted, and after pauses of 30 and then 60 minutes one of them says how often and since when. The
 /// member of whoever tells it, one for each thing to tell; LogOnce writes its lines. Works on the clock it is
 /// given.
 class ReportOnce
@@ -37,8 +37,9 @@ public:
     }
 
     /// `what` is told at `now`. It is news when it was not told last, and when nothing was told for an hour.
-    /// News that comes again and again, as from a link that flaps, is counted too: four are free, and every
-    /// 20 minutes bring one more, so that nothing can write more than a few lines an hour.
+    /// News that comes again and again, as from a link that flaps, is counted too: three are free, and every
+    /// 30 minutes bring one more. So nothing writes more than four lines an hour, and a fault of which five
+    /// things are to be told stays at 20.
     Telling Tell(const QString &what, Time now);
     /// It is over: whatever is told next is news.
     void Over() { told.reset(); }
@@ -47,10 +48,10 @@ private:
     bool IsNews(const QString &what, Time now) const;
     bool TakeCredit(Time now);
 
-    static constexpr std::chrono::minutes SHORTEST{10};
+    static constexpr std::chrono::minutes SHORTEST{30};
     static constexpr std::chrono::minutes LONGEST{60};
-    static constexpr int MOST_CREDITS = 4;
-    static constexpr std::chrono::minutes CREDIT_INTERVAL{20};
+    static constexpr int MOST_CREDITS = 3;
+    static constexpr std::chrono::minutes CREDIT_INTERVAL{30};
 
     std::optional<QString> told;
     Time lastTold;
