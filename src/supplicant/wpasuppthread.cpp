@@ -252,6 +252,7 @@ void WpaSuppThread::TickRunning()
         CountUnassociatedTicks(isOpen);
     if (isOpen) {
         openFailures = 0;
+        ++eapQuietTicks;
         if (associated || ++servedTicks >= PROOF_TICKS)
             NoteGoodStart();
     }

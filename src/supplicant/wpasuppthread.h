@@ -174,6 +174,7 @@ private:
     void OnConnected();
     void OnDisconnected();
     void OnEapFailure();
+    void TellRefusal();
     void OnTerminating();
     void ReportBadPassword();
     void NoteFailure(const QString &reason);
@@ -229,6 +230,7 @@ private:
     bool wasStopped = false;                  ///< by a signal, at the last look at it
     bool startProved = false; ///< the supplicant was let in, or was there for a while, since its launch
     int servedTicks = 0;      ///< with a control connection since the launch
+    int eapQuietTicks = 0;    ///< with a control connection, since the last event of EAP or the launch
     int failedStarts = 0;     ///< in a row
     int pauseTicks = 0;       ///< until a further start makes sense
     int idleTicks = 0;        ///< since the process began, until the first start
@@ -237,7 +239,7 @@ private:
     struct
     {
         ReportOnce start, launch, pause, giveUp, death, terminating, silence, stopped, leftOver;
-        ReportOnce link, eap, eapPassword, network, warning;
+        ReportOnce link, refusal, eap, eapPassword, network, warning;
         WpaSupplicantControl::Reports control;
     } reports;
 

@@ -11,6 +11,10 @@ namespace {
 
 const QString BAD_PASSWORD = QStringLiteral("BadPassword");
 
+/// Without a word of an authenticator for as many ticks there is none. Below the 30 s that the supplicant
+/// waits for one: it begins before we hear it.
+constexpr int ALONE_TICKS = 20;
+
 } // namespace
 
 void WpaSuppThread::MessageReceived(const QString &message)
@@ -31,6 +35,8 @@ void WpaSuppThread::MessageReceived(const QString &message)
         checkStatusRequested = true;
     else
         Log(Level::TRACE) << "WpaSuppThread::MessageReceived --" << message;
+    if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-")))
+        eapQuietTicks = 0;
 }
 
 void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
@@ -63,8 +69,8 @@ void WpaSuppThread::OnConnected()
     lastFailure = {};
     statusText = QStringLiteral("Associated");
     LogOnce(reports.link, statusText) << "WpaSuppThread::MessageReceived -- connected";
-    for (ReportOnce *report :
-         {&reports.eap, &reports.eapPassword, &reports.network, &reports.warning, &reports.silence})
+    for (ReportOnce *report : {&reports.refusal, &reports.eap, &reports.eapPassword, &reports.network,
+                               &reports.warning, &reports.silence})
         report->Over();
     NoteGoodStart();
     if (stopRunning && stopWaitsForNews) {
@@ -88,6 +94,7 @@ void WpaSuppThread::OnEapFailure()
 {
     associated = false;
     NoteFailure(QStringLiteral("EAP authentication failed"));
+    TellRefusal();
     LogOnce(reports.eap, interface) << "WpaSuppThread::MessageReceived --EAP Authentication Error"
                                     << interface;
     LogOnce(reports.eapPassword, interface) << "INVALID PASSWORD FOR NETWORK" << interface;
@@ -95,8 +102,24 @@ void WpaSuppThread::OnEapFailure()
         badPassword = true;
 }
 
+/// The supplicant calls it an EAP failure, too, when nobody answers its starts for 30 s. The line that tells
+/// of the password comes all the same.
+void WpaSuppThread::TellRefusal()
+{
+    if (!wired)
+        return;
+    const bool isAlone = eapQuietTicks >= ALONE_TICKS;
+    LogOnce(reports.refusal, QString::number(isAlone))
+        << (isAlone ? "WpaSuppThread -- Nobody answers on the port, so no password was refused on"
+                    : "WpaSuppThread -- The authentication was refused on")
+        << interface << "- the supplicant goes on trying";
+}
+
 void WpaSuppThread::OnTerminating()
 {
+    if (!stopRunning && !stoppingSupplicant && !restarting)
+        LogOnce(reports.death) << "WpaSuppThread -- The supplicant has ended on"
+                               << interface << "- another one follows within 15 s where it is needed";
     LogOnce(reports.terminating) << "WpaSuppThread::MessageReceived -- Terminating";
     reports.link.Over(); // What the next supplicant says is news.
     NoteFailedStart();

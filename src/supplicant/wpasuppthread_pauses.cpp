@@ -22,7 +22,7 @@ void WpaSuppThread::NoteFailedStart()
     pauseTicks = START_PAUSES[qMin(failedStarts++, last)];
     if (pauseTicks > 0)
         LogOnce(reports.pause) << "WpaSuppThread -- No supplicant stays on" << requestedInterface
-                               << "- next try in" << pauseTicks << "s";
+                               << "- next try in" << pauseTicks << "s, see /var/log/wpa_supplicant.log";
 }
 
 void WpaSuppThread::NoteGoodStart()

@@ -36,7 +36,6 @@ bool WpaSuppThread::NoticesDeath()
     process.reset();
     if (stopRunning) // Its last words said so.
         return true;
-    LogOnce(reports.death) << "WpaSuppThread -- The supplicant has died on" << interface;
     OnTerminating();
     return true;
 }

@@ -80,6 +80,7 @@ void WpaSuppThread::TakeOverRequest()
     process.reset();
     startProved = false;
     servedTicks = 0;
+    eapQuietTicks = 0;
     openFailures = 0;
     unassociatedTicks = 0;
 }

@@ -87,7 +87,9 @@ void TestWpaSuppThreadProcess::takesADeathForATerminatingEvent()
 
     QVERIFY(supervisor->IsStopRequested());
     QVERIFY(!supervisor->IsAssociated());
-    QVERIFY(TestSupport::LogText().contains("WpaSuppThread -- The supplicant has died on wlan0 \n"));
+    QVERIFY(TestSupport::LogText().contains(
+        "WpaSuppThread -- The supplicant has ended on wlan0 - another one follows "
+        "within 15 s where it is needed \n"));
     QVERIFY(TestSupport::LogText().contains("WpaSuppThread::MessageReceived -- Terminating \n"));
     supervisor->Tick();
     QVERIFY(!supervisor->IsRunning() && !supervisor->IsRestarting());
