@@ -31,7 +31,8 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
     }
     if (!pause.IsDue(RetryPause::Time::clock::now()))
         return;
-    LogOnce(retryReport, d->name) << "Corvi::RetryDhcp - no address, trying again on" << d->name;
+    LogOnce(retryReport, d->name) << "Corvi::RetryDhcp - no address, trying again on" << d->name
+                                  << "- then after 20 s, 40 s and every 60 s";
     Configure(d);
     pause.NoteAttempt(RetryPause::Time::clock::now());
 }

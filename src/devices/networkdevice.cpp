@@ -118,8 +118,9 @@ void NetworkDevice::FollowLink()
     // An interface that is gone has no hardware address either, and nobody can bring it up.
     if (!linkUp || stopped || macAddress.isEmpty() || !startPause.IsDue(now))
         return;
-    LogOnce(reports->start) << "NetworkDevice::RefreshStatus -- the link is down, bringing it up again:"
-                            << name;
+    LogOnce(reports->start, upAnswer)
+        << "NetworkDevice::RefreshStatus -- the link is down, bringing it up again:"
+        << (upAnswer.isEmpty() ? name : name + QStringLiteral(", last answer: ") + upAnswer);
     linkUp = false;
 }
 

@@ -201,6 +201,7 @@ private:
     const QByteArray kernelName; ///< the name as the kernel's interfaces take it
     CarrierFile carrierFile;
     QString appliedSpeed; ///< the text that SetSpeed() was last run for
+    QString upAnswer;     ///< what `ifconfig` said when the link was last brought up, nothing where it could
 
     RetryPause startPause{RetryPause::First::AT_ONCE};  ///< of bringing the link up
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route

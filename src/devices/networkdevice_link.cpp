@@ -6,6 +6,7 @@
 #include "defaultroute.h"
 #include "dhcpclients.h"
 #include "logging.h"
+#include "timing.h"
 #include "utils.h"
 #include "zebnetconfig.h"
 
@@ -37,7 +38,10 @@ bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
 void NetworkDevice::Up(const QString &interfaceName)
 {
     Log(Level::TRACE) << "NetworkDevice::Up" << interfaceName;
-    Utils::Execute(IFCONFIG, {interfaceName, QStringLiteral("up")}, false);
+    // Only told, where the link then is seen down: an answer decides nothing.
+    upAnswer = Utils::ExecuteMerged(IFCONFIG, {interfaceName, QStringLiteral("up")}, PROGRAM_TIME_LIMIT_MS)
+                   .join(QLatin1Char(' '))
+                   .trimmed();
 }
 
 void NetworkDevice::Up()
