@@ -9,7 +9,11 @@
 #include <QDir>
 #include <QStringList>
 
+#include <cstring>
 #include <memory>
+
+#include <sys/socket.h>
+#include <sys/un.h>
 
 /// What the tests of the control client share: a connection that closes itself.
 
@@ -24,6 +28,14 @@ inline const QByteArray WLAN0 = "/var/run/wpa_supplicant/wlan0";
 inline Ctrl Open(const QByteArray &path = WLAN0)
 {
     return Ctrl(wpa_ctrl_open(path.constData()));
+}
+
+inline sockaddr_un Address(const QByteArray &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
+    return address;
 }
 
 /// Our own ends of the connections.

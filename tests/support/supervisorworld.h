@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "controlworld.h"
 #include "fakesupplicant.h"
 #include "logging.h"
 #include "testsupport.h"
@@ -14,12 +15,6 @@
 #include <memory>
 
 /// What the tests of the supplicant's supervisor share.
-
-/// Our own ends of control connections.
-inline int LocalNames()
-{
-    return TestSupport::EntryCount(QStringLiteral("/tmp"), {QStringLiteral("wpa_ctrl_*")});
-}
 
 /// Deletes what was scheduled for deletion.
 inline void DeleteLater()
@@ -36,6 +31,11 @@ inline QStringList LogLines()
         lines.append(line.mid(line.indexOf(QLatin1String(" :  ")) + 4));
     }
     return lines;
+}
+
+inline QString LastLogLine()
+{
+    return LogLines().last();
 }
 
 inline int LogLineCount()

@@ -5,6 +5,7 @@
 
 #include "debugoutput.h"
 #include "logging.h"
+#include "shellscript.h"
 #include "testsupport.h"
 
 #include <QElapsedTimer>
@@ -18,17 +19,6 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
-
-namespace {
-
-const QString SHELL = QStringLiteral("sh");
-
-QStringList Script(const QString &script)
-{
-    return {"-c", script};
-}
-
-} // namespace
 
 /// The ways of running programs, and the decoder of escaped network names.
 class TestUtils : public QObject
@@ -200,7 +190,7 @@ void TestUtils::executeStopsWaitingAfterItsLimit()
 
     const QStringList lines = Utils::Execute(SHELL, Script("echo $$; exec sleep 60"), false);
 
-    QVERIFY2(timer.elapsed() >= 30000 && timer.elapsed() < 35000,
+    QVERIFY2(timer.elapsed() >= 30000 && timer.elapsed() < 60000,
              qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(lines.size(), 2);
     QCOMPARE(::kill(lines.first().toInt(), 0), -1);
@@ -320,7 +310,7 @@ void TestUtils::mergedStopsWaitingAfterItsLimit()
 
     const QStringList lines = Utils::ExecuteMerged(SHELL, Script("echo $$; exec sleep 60"), 300);
 
-    QVERIFY2(timer.elapsed() >= 300 && timer.elapsed() < 2000, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(timer.elapsed() >= 300 && timer.elapsed() < 20000, qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(lines.size(), 2);
     QVERIFY(lines.first().toInt() > 0);
     QCOMPARE(::kill(lines.first().toInt(), 0), -1);
@@ -436,16 +426,17 @@ void TestUtils::mergedCrashIsTheWholeResult()
 
 void TestUtils::spawnedChildIsNotWaitedFor()
 {
-    TestSupport::Answer("warning", "sleep 2; ip -V >/tmp/spawned");
+    TestSupport::Answer("warning", "until [ -e /tmp/spawned.go ]; do sleep 0.05; done; >/tmp/spawned");
     TestSupport::Remove("/tmp/spawned");
-    QElapsedTimer timer;
-    timer.start();
+    TestSupport::Remove("/tmp/spawned.go");
     ExpectDebugOutput("SpawnExecute \"warning\"", {"wrong", "password"});
     QTest::ignoreMessage(QtDebugMsg, "SpawnExecute started true");
 
     QVERIFY(Utils::SpawnExecute("warning", {"wrong", "password"}));
 
-    QVERIFY2(timer.elapsed() < 1900, qPrintable(QString::number(timer.elapsed())));
+    // Whoever waited for it would wait for ever.
+    QVERIFY(!QFile::exists("/tmp/spawned"));
+    TestSupport::WriteFile("/tmp/spawned.go", "");
     QTRY_VERIFY(QFile::exists("/tmp/spawned"));
     QCOMPARE(TestSupport::Journal(), QStringList{"warning wrong password"});
 }

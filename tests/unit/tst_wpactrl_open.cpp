@@ -42,14 +42,6 @@ int NumberOf(const Ctrl &ctrl)
     return QByteArray(ctrl->local.sun_path).split('-').last().toInt();
 }
 
-sockaddr_un Address(const QByteArray &path)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
-    return address;
-}
-
 } // namespace
 
 static std::atomic<bool> refuseFlags{false};

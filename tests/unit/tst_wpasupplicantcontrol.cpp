@@ -1,51 +1,23 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "controlworld.h"
 #include "fakesupplicant.h"
 #include "logging.h"
 #include "testsupport.h"
 #include "wpasupplicantcontrol.h"
 
-#include <QCoreApplication>
-#include <QDir>
-#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QSocketNotifier>
 #include <QTest>
-#include <QTimer>
-
-#include <memory>
 
 namespace {
-
-const QString CONTROL_ERROR = QStringLiteral("WPA_CTRL_ERROR: Control not Open");
-
-int OpenDescriptors()
-{
-    return TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
-}
-
-int LocalNames()
-{
-    return TestSupport::EntryCount(QStringLiteral("/tmp"), {QStringLiteral("wpa_ctrl_*")});
-}
 
 /// Runs what waits in the event loop now.
 void Deliver()
 {
     QCoreApplication::processEvents();
 }
-
-/// Open on wlan0, where the test has put a supplicant.
-class OpenControl : public WpaSupplicantControl
-{
-public:
-    OpenControl() : WpaSupplicantControl(nullptr)
-    {
-        if (!openControlInterface(QStringLiteral("wlan0")))
-            qFatal("no control connection");
-    }
-};
 
 } // namespace
 
@@ -80,15 +52,6 @@ private slots:
     void ignoresANotificationWithoutConnection();
     void survivesItsOwnDeletionWhileItEmits();
 
-    void returnsReplies_data();
-    void returnsReplies();
-    void sendsTheLengthInCharacters();
-    void cutsLongReplies();
-    void failsWithoutConnection();
-    void failsAfterTenSeconds();
-    void failsAtOnceWhenTheSupplicantIsGone();
-    void losesEventsDuringACommand();
-
     void noticesADeadSupplicant();
     void leavesALiveSupplicantAlone();
     void keepsTheConnectionWhenTheNameIsGone();
@@ -96,7 +59,6 @@ private slots:
     void opensToASuccessor();
     void isClosedAfterAnOpeningThatFails();
     void readsNothingWhereNothingWaits();
-    void handlesNothingElseDuringACommand();
     void leavesNothingAfterManyOpenings();
 };
 
@@ -376,97 +338,6 @@ void TestWpaSupplicantControl::survivesItsOwnDeletionWhileItEmits()
     QCOMPARE(supplicant.Commands().last(), QStringLiteral("DETACH"));
 }
 
-void TestWpaSupplicantControl::returnsReplies_data()
-{
-    QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("with its line feed") << QByteArray("OK\n") << "OK\n";
-    QTest::newRow("up to the first zero byte") << QByteArray("a\0b", 3) << "a";
-    QTest::newRow("nothing") << QByteArray("") << "";
-    QTest::newRow("any bytes") << QByteArray("\xff\xc3") << QString(QChar(0xff)) + QChar(0xc3);
-}
-
-void TestWpaSupplicantControl::returnsReplies()
-{
-    QFETCH(QByteArray, reply);
-    FakeSupplicant supplicant;
-    supplicant.SetReply("STATUS", reply);
-    OpenControl control;
-
-    QTEST(control.SendCommand(QStringLiteral("STATUS")), "expected");
-}
-
-void TestWpaSupplicantControl::sendsTheLengthInCharacters()
-{
-    FakeSupplicant supplicant;
-    OpenControl control;
-
-    // 3 characters and 4 bytes.
-    control.SendCommand(QString::fromUtf8("a\xc3\xa9z"));
-
-    QCOMPARE(supplicant.Commands().last(), QString::fromUtf8("a\xc3\xa9"));
-}
-
-void TestWpaSupplicantControl::cutsLongReplies()
-{
-    FakeSupplicant supplicant;
-    supplicant.SetReply("STATUS", QByteArray(20000, 'x'));
-    OpenControl control;
-
-    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), QString(16383, QLatin1Char('x')));
-}
-
-void TestWpaSupplicantControl::failsWithoutConnection()
-{
-    WpaSupplicantControl control(nullptr);
-
-    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), CONTROL_ERROR);
-}
-
-void TestWpaSupplicantControl::failsAfterTenSeconds()
-{
-    FakeSupplicant supplicant;
-    supplicant.SetSilent("STATUS");
-    OpenControl control;
-    QElapsedTimer timer;
-    timer.start();
-
-    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), CONTROL_ERROR);
-
-    const qint64 elapsed = timer.elapsed();
-    QVERIFY2(elapsed >= 10000 && elapsed < 11000, qPrintable(QString::number(elapsed)));
-    // The connection itself stays.
-    QVERIFY(control.isCtrlOpen());
-}
-
-void TestWpaSupplicantControl::failsAtOnceWhenTheSupplicantIsGone()
-{
-    FakeSupplicant supplicant;
-    OpenControl control;
-    supplicant.Die();
-    QElapsedTimer timer;
-    timer.start();
-
-    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), CONTROL_ERROR);
-
-    QVERIFY(timer.elapsed() < 1000);
-}
-
-void TestWpaSupplicantControl::losesEventsDuringACommand()
-{
-    FakeSupplicant supplicant;
-    FakeSupplicant::Answer answer;
-    answer.eventsFirst = {"<3>CTRL-EVENT-CONNECTED"};
-    supplicant.SetAnswer("STATUS", answer);
-    OpenControl control;
-    QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
-
-    QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), QStringLiteral("OK\n"));
-    Deliver();
-
-    QCOMPARE(events.size(), 0);
-}
-
 void TestWpaSupplicantControl::noticesADeadSupplicant()
 {
     FakeSupplicant supplicant;
@@ -574,22 +445,6 @@ void TestWpaSupplicantControl::readsNothingWhereNothingWaits()
     QCOMPARE(messages.size(), 0);
     QCOMPARE(TestSupport::LogText(), QString());
     QVERIFY(control.isCtrlOpen());
-}
-
-void TestWpaSupplicantControl::handlesNothingElseDuringACommand()
-{
-    FakeSupplicant supplicant;
-    FakeSupplicant::Answer answer;
-    answer.delayMs = 200;
-    supplicant.SetAnswer("STATUS", answer);
-    OpenControl control;
-    bool hasFired = false;
-    QTimer::singleShot(0, &control, [&] { hasFired = true; });
-
-    control.SendCommand(QStringLiteral("STATUS"));
-
-    QVERIFY(!hasFired);
-    QTRY_VERIFY(hasFired);
 }
 
 void TestWpaSupplicantControl::leavesNothingAfterManyOpenings()

@@ -16,13 +16,6 @@
 
 namespace {
 
-/// The last line of the log without its time stamp.
-QString LastLogLine()
-{
-    const QString line = TestSupport::LogText().split(QLatin1Char('\n'), Qt::SkipEmptyParts).last();
-    return line.mid(line.indexOf(QLatin1String(" :  ")) + 4);
-}
-
 int DebugLines = 0;
 void CountDebugLines(QtMsgType type, const QMessageLogContext &, const QString &text)
 {
