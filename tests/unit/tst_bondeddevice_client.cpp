@@ -221,7 +221,8 @@ void TestBondedDeviceClient::clientEndsWithItsOwner()
     qInstallMessageHandler(previous);
 
     QCOMPARE(complaints, QStringList());
-    QVERIFY2(timer.elapsed() < 2000, qPrintable(QString::number(timer.elapsed())));
+    // Without a kill it would be the 30 s that a program may take.
+    QVERIFY2(timer.elapsed() < 20000, qPrintable(QString::number(timer.elapsed())));
     const int child = TestSupport::ReadFile("/tmp/client.child").trimmed().toInt();
     QVERIFY(child > 0);
     QTRY_COMPARE(::kill(child, 0), -1);

@@ -88,7 +88,7 @@ void TestInterfaceKind::toolThatHangsMeansNo()
 
     QVERIFY(!interfaceIsWireless("wlan0"));
 
-    QVERIFY2(timer.elapsed() >= 30000 && timer.elapsed() < 35000,
+    QVERIFY2(timer.elapsed() >= 30000 && timer.elapsed() < 60000,
              qPrintable(QString::number(timer.elapsed())));
 }
 
