@@ -142,6 +142,8 @@ void TestSupplicantLine::refusesWhatTheSupplicantRefuses_data()
                                           << "123456789012" << wep;
     QTest::newRow("WEP key with one quote") << "wep_key0"
                                             << "\"12345" << wep;
+    QTest::newRow("WEP key with another letter") << "wep_key0"
+                                                 << "012345678g" << wep;
     QTest::newRow("WEP text of 6 bytes") << "wep_key0"
                                          << "\"123456\"" << wep;
     QTest::newRow("WEP text of 17 bytes") << "wep_key0" << Quoted(Repeated(17)) << wep;
@@ -219,8 +221,9 @@ void TestSupplicantLine::refusesControlCharacters_data()
 {
     QTest::addColumn<QChar>("character");
 
-    for (const char code : {'\0', '\x01', '\t', '\n', '\r', '\x1f', '\x7f'})
-        QTest::addRow("%02x", uint(code)) << QChar(QLatin1Char(code));
+    for (const uint code :
+         {0x00U, 0x01U, 0x09U, 0x0aU, 0x0dU, 0x1fU, 0x7fU, 0x80U, 0x9fU, 0x2028U, 0x2029U, 0xd800U})
+        QTest::addRow("%04x", code) << QChar(code);
 }
 
 void TestSupplicantLine::refusesControlCharacters()
@@ -235,7 +238,7 @@ void TestSupplicantLine::refusesEscapesOfNoFixedLength_data()
 {
     QTest::addColumn<QString>("escape");
 
-    for (const char *escape : {"\\q", "\\1", "\\x4", "\\xgg", "\\"})
+    for (const char *escape : {"\\q", "\\0", "\\1", "\\x4", "\\xgg", "\\"})
         QTest::newRow(escape) << escape;
 }
 

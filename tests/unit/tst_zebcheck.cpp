@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "parsedsection.h"
+#include "zebcheck.h"
 
 #include <QtTest>
 
@@ -28,6 +29,8 @@ private Q_SLOTS:
     void badValueLeavesTheNetworkOut();
     void lineBreakingTextIsRefusedEverywhere_data();
     void lineBreakingTextIsRefusedEverywhere();
+    void textOfOneLineIsTaken_data();
+    void textOfOneLineIsTaken();
     void commentInAQuotedTextLeavesTheNetworkOut_data();
     void commentInAQuotedTextLeavesTheNetworkOut();
     void commentInAnotherTextIsTaken_data();
@@ -198,9 +201,9 @@ void TestZebCheck::badValueLeavesTheNetworkOut_data()
     };
     row("ssid", QByteArray(33, 'x'), "has 33 bytes, the limit is 32");
     row("ssid", QByteArray("\xc3\xa9").repeated(17), "has 34 bytes, the limit is 32");
-    for (const char *key :
-         {"abcde", "\"abcd\"", "\"abcdef\"", "\"abcde", "abcde\"", "123456789", "012345678g", "12 34567890",
-          "\"abcdefghijklmnopq\"", "\"\"", "\"", "P\"abcd\"", "p\"abcde\"", "P\"abcd\\q\""})
+    for (const char *key : {"abcde", "\"abcd\"", "\"abcdef\"", "\"abcde", "abcde\"", "123456789",
+                            "012345678g", "12 34567890", "\"abcdefghijklmnopq\"", "\"\"", "\"", "P\"abcd\"",
+                            "p\"abcde\"", "P\"abcd\\q\"", "P\"abc\\q\"", "P\"abcd\\x4\"", "P\"abcd\\0\""})
         row("wepKey", key, "is not a WEP key");
     row("wepKey", "P\"ab\\\"#d\"", "holds a number sign after a quote, which begins a comment");
     row("caCert", "../ca.pem", "leads out of the certificate folders");
@@ -277,6 +280,24 @@ void TestZebCheck::lineBreakingTextIsRefusedEverywhere()
     QCOMPARE(result.problems.size(), 1);
     QVERIFY(result.Texts().constFirst().contains(property + ": holds a control character or a line end"));
     QVERIFY(!result.Texts().constFirst().contains('\n'));
+}
+
+/// Those too that no XML can bring.
+void TestZebCheck::textOfOneLineIsTaken_data()
+{
+    QTest::addColumn<QChar>("character");
+    QTest::addColumn<bool>("isTaken");
+    for (const uint code : {0x00U, 0x09U, 0x1fU, 0x7fU, 0x80U, 0x9fU, 0x2028U, 0x2029U, 0xd800U})
+        QTest::addRow("%04x", code) << QChar(code) << false;
+    for (const uint code : {0x20U, 0x7eU, 0xa0U, 0x2027U, 0x202aU})
+        QTest::addRow("%04x", code) << QChar(code) << true;
+}
+
+void TestZebCheck::textOfOneLineIsTaken()
+{
+    QFETCH(QChar, character);
+
+    QTEST(ZebCheck::TextProblem(QString("us") + character + "er").isEmpty(), "isTaken");
 }
 
 void TestZebCheck::commentInAQuotedTextLeavesTheNetworkOut_data()
@@ -374,7 +395,7 @@ void TestZebCheck::missingPartLeavesTheNetworkOut_data()
     QTest::addColumn<QByteArray>("elements");
     QTest::addColumn<QString>("reason");
     QTest::newRow("open without ssid") << QByteArray("<name>Office</name>") << "ssid: is missing";
-    for (const char *name : {"wired", "Wiredeth0", "wlan", "LAN"})
+    for (const char *name : {"wired", "wiredet0", "Wiredeth0", "wlan", "la", "LAN"})
         QTest::addRow("%s without ssid", name) << Element("name", name) << "ssid: is missing";
     QTest::newRow("unknown mode without ssid")
         << QByteArray("<name>Office</name><securityMode>WPA9</securityMode>") << "ssid: is missing";
@@ -424,6 +445,38 @@ void TestZebCheck::completeNetworkIsKept_data()
 {
     QTest::addColumn<QByteArray>("elements");
     QTest::newRow("wired, name alone") << WIRED;
+    // Each mode, as stored and by its key, with what any of them needs.
+    for (const char *mode : {"WEP",
+                             "WEP (Shared)",
+                             "WPA Personal 1/2",
+                             "WPA Personal 3",
+                             "WPA Personal 2/3",
+                             "WPA Enterprise 1/2 (TLS)",
+                             "WPA Enterprise 1/2 (TLS with SCEP)",
+                             "WPA Enterprise 1/2 (LEAP)",
+                             "WPA Enterprise 1/2 (EAP-FAST)",
+                             "WPA Enterprise 1/2 (PEAP/GTC)",
+                             "WPA Enterprise 1/2 (PEAP/MSCHAPv2)",
+                             "802.1X (TLS/EAP)",
+                             "802.1X (TLS/EAP with SCEP)",
+                             "802.1X (PEAP/MSCHAPv2)",
+                             "Unsecured",
+                             "wep",
+                             "wep_shared",
+                             "wpa",
+                             "sae",
+                             "wpa2_3",
+                             "eap_tls",
+                             "eap_leap",
+                             "eap_fast",
+                             "peap_gtc",
+                             "peap_mschapv2",
+                             "wired_tls",
+                             "wired_peap",
+                             "unsecured"})
+        QTest::addRow("mode %s", mode) << WIRELESS + Element("securityMode", mode) +
+                                              Element("wepKey", "0123456789") +
+                                              Element("passphrase", "12345678");
     QTest::newRow("wired by a longer name") << QByteArray("<name>landing</name>");
     QTest::newRow("wired for one interface") << QByteArray("<name>wiredeth0</name>");
     QTest::newRow("wired mode under a wireless name")
