@@ -71,14 +71,13 @@ void Corvi::CheckDhcpEvent()
 {
     if (!QFile::exists(DHCP_EVENT_FILE))
         return;
-    const QString text =
-        QString::fromLatin1(SecureFile::ReadRegular(DHCP_EVENT_FILE, O_NOFOLLOW).value_or(QByteArray()));
+    const QByteArray text = SecureFile::ReadRegular(DHCP_EVENT_FILE, O_NOFOLLOW).value_or(QByteArray());
     RemoveFlag(DHCP_EVENT_FILE);
 
-    if (wiredDevice && text.contains(QStringLiteral("eth")))
+    if (wiredDevice && text.contains("eth"))
         wiredDevice->UpdateIpInformation();
-    if (wirelessDevice && (text.contains(QStringLiteral("wlan")) || text.contains(QStringLiteral("mlan"))))
+    if (wirelessDevice && (text.contains("wlan") || text.contains("mlan")))
         wirelessDevice->UpdateIpInformation();
-    if (modemDevice && text.contains(QStringLiteral("wwan")))
+    if (modemDevice && text.contains("wwan"))
         modemDevice->UpdateIpInformation();
 }

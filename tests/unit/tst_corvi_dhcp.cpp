@@ -228,6 +228,7 @@ void TestCorviDhcp::dhcpEventUpdatesTheDevicesItNames_data()
     QTest::newRow("wireless of the other name") << QByteArray("BOUND mlan0\n") << QStringList{"wlan0"};
     QTest::newRow("modem") << QByteArray("BOUND wwan0\n") << QStringList{"wwan0"};
     QTest::newRow("all") << QByteArray("eth wlan wwan") << QStringList{"eth0", "wlan0", "wwan0"};
+    QTest::newRow("behind a NUL") << QByteArray("BOUND\0eth0", 10) << QStringList{"eth0"};
     QTest::newRow("none") << QByteArray("usb0") << QStringList();
     QTest::newRow("empty") << QByteArray() << QStringList();
 }
