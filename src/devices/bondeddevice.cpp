@@ -153,6 +153,13 @@ QString BondedDevice::AddressIn(const QByteArray &contents)
     return line.size() == SAVED_LINE_LENGTH ? QString::fromLatin1(line.trimmed()) : QString();
 }
 
+bool BondedDevice::IsDriverIn(const QStringList &lines)
+{
+    // Printed for a module and for a driver that is built in; an error prints nothing here.
+    return std::any_of(lines.begin(), lines.end(),
+                       [](const QString &line) { return line.startsWith(QLatin1String("filename:")); });
+}
+
 bool BondedDevice::isBondingEnabled() const
 {
     ZebXmlConfig store;
@@ -168,11 +175,7 @@ QString BondedDevice::GetDesiredMode() const
 bool BondedDevice::isAvailable()
 {
     // Asked each time: a driver may be installed while the daemon runs.
-    const QStringList lines = Utils::Execute(QStringLiteral("modinfo"), {QStringLiteral("bonding")}, false);
-    // Printed for a module and for a driver that is built in; an error prints nothing here.
-    driverFound = std::any_of(lines.begin(), lines.end(), [](const QString &line) {
-        return line.startsWith(QLatin1String("filename:"));
-    });
+    driverFound = IsDriverIn(Utils::Execute(QStringLiteral("modinfo"), {QStringLiteral("bonding")}, false));
     enableChecked = true;
     return driverFound;
 }

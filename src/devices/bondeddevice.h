@@ -27,6 +27,8 @@ public:
     /// The saved address in this text of its file, empty when there is none that can be used: the first line
     /// must be an address and its line feed, 18 characters.
     static QString AddressIn(const QByteArray &contents);
+    /// Whether modinfo(8) found the driver, by what it printed.
+    static bool IsDriverIn(const QStringList &lines);
 
     bool isBondingEnabled() const;
     /// The bonding mode's number as decimal text.

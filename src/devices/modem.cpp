@@ -46,10 +46,10 @@ void Modem::ConfigureIFace()
 
 void Modem::UpdateConnectionStatus()
 {
-    modemConnected = AskModemTool().trimmed() == "connected";
+    modemConnected = IsConnectedIn(AskModemTool());
 }
 
 bool Modem::IsModemReady()
 {
-    return !AskModemTool().contains("cannot find");
+    return IsModemIn(AskModemTool());
 }

@@ -20,5 +20,9 @@ public:
     void UpdateConnectionStatus();
     static bool IsModemReady();
 
+    // By what modem-tool.sh said of its status.
+    static bool IsConnectedIn(const QByteArray &status) { return status.trimmed() == "connected"; }
+    static bool IsModemIn(const QByteArray &status) { return !status.contains("cannot find"); }
+
     bool modemConnected = false;
 };

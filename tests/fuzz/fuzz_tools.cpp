@@ -3,6 +3,7 @@
 
 #include "bondeddevice.h"
 #include "logging.h"
+#include "modem.h"
 #include "modinfo.h"
 #include "supplicantline.h"
 #include "supplicantprocess.h"
@@ -91,9 +92,22 @@ void TryEscapedSsid(const QByteArray &text)
     Require(ssid.size() <= text.size());
 }
 
+void TryModinfo(const QByteArray &output)
+{
+    // Its text ends at the first NUL, as that of every tool.
+    const QByteArray text = '\n' + QByteArray(output.constData());
+    Require(BondedDevice::IsDriverIn(Lines(output)) == text.contains("\nfilename:"));
+}
+
+void TryModemTool(const QByteArray &output)
+{
+    const bool isConnected = Modem::IsConnectedIn(output);
+    Require(!isConnected || (Modem::IsModemIn(output) && output.count("connected") == 1));
+}
+
 using Try = void (*)(const QByteArray &);
-constexpr std::array<Try, 7> TRIES = {TryIwconfig, TryWpaPassphrase, TryIpLink,     TryUevent,
-                                      TrySavedMac, TryProcessState,  TryEscapedSsid};
+constexpr std::array<Try, 9> TRIES = {TryIwconfig,     TryWpaPassphrase, TryIpLink,  TryUevent,   TrySavedMac,
+                                      TryProcessState, TryEscapedSsid,   TryModinfo, TryModemTool};
 
 } // namespace
 
@@ -111,6 +125,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (size == 0)
         return 0;
     const QByteArray text(reinterpret_cast<const char *>(data) + 1, static_cast<int>(size) - 1);
-    TRIES[data[0] % TRIES.size()](text);
+    TRIES[static_cast<uint8_t>(data[0] - '1') % TRIES.size()](text);
     return 0;
 }

@@ -77,6 +77,8 @@ public:
     NetworkDevice *WiredDevice() const { return wiredDevice; }
     NetworkDevice *WirelessDevice() const { return wirelessDevice; }
     NetworkDevice *ModemDevice() const { return modemDevice; }
+    /// The names of what a discovery would take now.
+    QStringList Present() const { return LookForInterfaces().keys(); }
     QStringList AllInterfaces() const { return allInterfaces; }
     QStringList WiredInterfaces() const { return wiredInterfaces; }
     QStringList WirelessInterfaces() const { return wirelessInterfaces; }
