@@ -77,11 +77,35 @@ QString OrNone(const QString &text)
     return text.isEmpty() ? QStringLiteral("none") : text;
 }
 
+/// A tick that waits for one tool at its limit, as for a DHCP server that is silent, takes less.
+constexpr qint64 SILENCE_LIMIT_S = 60;
+
+QString RunningLine(const ServiceStateReading &daemon)
+{
+    if (daemon.isStopped)
+        return QStringLiteral("Corvi is stopped (process %1) and does nothing until it is sent SIGCONT. What "
+                              "follows may be out of date.")
+            .arg(daemon.pid);
+    if (daemon.silentSeconds > SILENCE_LIMIT_S)
+        return QStringLiteral("Corvi hangs (process %1): it, or a program that it waits for, has not come to "
+                              "an end for %2 s. What follows may be out of date.")
+            .arg(daemon.pid)
+            .arg(daemon.silentSeconds);
+    return QStringLiteral("Corvi runs (process %1).").arg(daemon.pid);
+}
+
+/// Whether the daemon does its work just now.
+bool IsWell(const SystemReport &report)
+{
+    return report.IsDaemonKnown() && !report.daemon.isStopped &&
+           report.daemon.silentSeconds <= SILENCE_LIMIT_S;
+}
+
 QString DaemonLine(const SystemReport &report)
 {
     using Outcome = StatusReading::Outcome;
     if (report.IsDaemonKnown())
-        return QStringLiteral("Corvi runs (process %1).").arg(report.daemon.pid);
+        return RunningLine(report.daemon);
     if (report.daemon.outcome == ServiceStateReading::Outcome::Stale ||
         report.segment.outcome == Outcome::NoDaemon)
         return QStringLiteral("Corvi does not run. What follows is what the system itself says.");
@@ -157,6 +181,11 @@ QString FailureText(const InterfaceState &state)
     return QStringLiteral("%1, since %2").arg(state.lastFailure, LocalTime(since));
 }
 
+QString AddressesText(const LinkFacts &link)
+{
+    return QStringList(link.addresses + link.ipv6Addresses).join(QStringLiteral(", "));
+}
+
 void AddInterface(Page &page, const InterfaceReport &interface, const SystemReport &report)
 {
     const Verdict verdict = Judge(interface, report);
@@ -167,7 +196,7 @@ void AddInterface(Page &page, const InterfaceReport &interface, const SystemRepo
               BOLD);
     page.Row("State:", verdict.sentence, ColourOf(verdict.mood));
     page.Row("Link:", LinkText(interface.link));
-    page.Row("Address:", OrNone(interface.link.addresses.join(QStringLiteral(", "))));
+    page.Row("Address:", OrNone(AddressesText(interface.link)));
     page.Row("Gateway:", interface.link.gateway);
     if (interface.isCarrier)
         page.Row("Resolver:", OrNone(report.resolver.join(QStringLiteral(", "))));
@@ -227,14 +256,16 @@ void AddState(QJsonObject &object, const InterfaceState &state)
 QJsonObject InterfaceObject(const InterfaceReport &interface, const SystemReport &report)
 {
     const Verdict verdict = Judge(interface, report);
-    QJsonObject object{{QStringLiteral("name"), interface.link.name},
-                       {QStringLiteral("kind"), KindOf(interface)},
-                       {QStringLiteral("carriesTraffic"), interface.isCarrier},
-                       {QStringLiteral("state"), verdict.code},
-                       {QStringLiteral("waitsFor"), verdict.sentence},
-                       {QStringLiteral("link"), LinkObject(interface.link)},
-                       {QStringLiteral("addresses"), QJsonArray::fromStringList(interface.link.addresses)},
-                       {QStringLiteral("gateway"), interface.link.gateway}};
+    QJsonObject object{
+        {QStringLiteral("name"), interface.link.name},
+        {QStringLiteral("kind"), KindOf(interface)},
+        {QStringLiteral("carriesTraffic"), interface.isCarrier},
+        {QStringLiteral("state"), verdict.code},
+        {QStringLiteral("waitsFor"), verdict.sentence},
+        {QStringLiteral("link"), LinkObject(interface.link)},
+        {QStringLiteral("addresses"), QJsonArray::fromStringList(interface.link.addresses)},
+        {QStringLiteral("ipv6Addresses"), QJsonArray::fromStringList(interface.link.ipv6Addresses)},
+        {QStringLiteral("gateway"), interface.link.gateway}};
     if (interface.isCarrier)
         object.insert(QStringLiteral("resolver"), QJsonArray::fromStringList(report.resolver));
     if (interface.lease)
@@ -271,7 +302,9 @@ QStringList ReportText::Wrapped(const QString &text, int width)
 QString ReportText::ForPerson(const SystemReport &report, bool withColours)
 {
     Page page(withColours);
-    page.Line(DaemonLine(report), report.IsDaemonKnown() ? QString() : RED);
+    page.Line(DaemonLine(report), IsWell(report) ? QString() : RED);
+    for (const QString &fault : report.daemon.state.toolFaults)
+        page.Line(QStringLiteral("A program that it needs does not work: ") + fault, RED);
     for (const InterfaceReport &interface : report.interfaces)
         AddInterface(page, interface, report);
     return page.Text();
@@ -284,6 +317,8 @@ QJsonObject ReportText::ForProgram(const SystemReport &report)
         interfaces.append(InterfaceObject(interface, report));
     return {{QStringLiteral("daemon"), DaemonLine(report)},
             {QStringLiteral("daemonKnown"), report.IsDaemonKnown()},
+            {QStringLiteral("daemonWell"), IsWell(report)},
+            {QStringLiteral("toolFaults"), QJsonArray::fromStringList(report.daemon.state.toolFaults)},
             {QStringLiteral("resolver"), QJsonArray::fromStringList(report.resolver)},
             {QStringLiteral("interfaces"), interfaces}};
 }

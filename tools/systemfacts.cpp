@@ -36,12 +36,18 @@ QByteArray Attribute(const QString &interfaceName, const char *attribute)
     return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
 }
 
-QStringList Ipv4Addresses(const QNetworkInterface &source)
+/// An IPv4 one of this kind was given to the link by somebody.
+bool IsOfEveryLink(const QHostAddress &address)
+{
+    return address.protocol() == QAbstractSocket::IPv6Protocol && address.isLinkLocal();
+}
+
+QStringList Addresses(const QNetworkInterface &source, QAbstractSocket::NetworkLayerProtocol protocol)
 {
     QStringList addresses;
     const QList<QNetworkAddressEntry> entries = source.addressEntries();
     for (const QNetworkAddressEntry &entry : entries)
-        if (entry.ip().protocol() == QAbstractSocket::IPv4Protocol)
+        if (entry.ip().protocol() == protocol && !IsOfEveryLink(entry.ip()))
             addresses.append(QStringLiteral("%1/%2").arg(entry.ip().toString()).arg(entry.prefixLength()));
     return addresses;
 }
@@ -68,7 +74,8 @@ LinkFacts ReadLink(const QString &interfaceName, const QVector<DefaultRoute> &ro
                       QFileInfo(folder + QStringLiteral("/phy80211")).exists();
     link.speedMbits = std::max(0, Attribute(interfaceName, "speed").toInt());
     link.bond = QFileInfo(QFileInfo(folder + QStringLiteral("/master")).symLinkTarget()).fileName();
-    link.addresses = Ipv4Addresses(source);
+    link.addresses = Addresses(source, QAbstractSocket::IPv4Protocol);
+    link.ipv6Addresses = Addresses(source, QAbstractSocket::IPv6Protocol);
     link.gateway = GatewayOf(interfaceName, routes);
     return link;
 }

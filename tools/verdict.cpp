@@ -24,6 +24,17 @@ Verdict Fault(const char *code, const QString &sentence)
     return {Mood::Fault, QLatin1String(code), sentence};
 }
 
+/// What keeps a program from working that the daemon runs, with its name; empty when nothing does.
+QString ToolFault(const ServiceState &daemon, const char *program)
+{
+    const QString start = QLatin1String(program) + QLatin1Char(' ');
+    const auto isIts = [&start](const QString &fault) {
+        return fault.startsWith(start);
+    };
+    const auto fault = std::find_if(daemon.toolFaults.begin(), daemon.toolFaults.end(), isIts);
+    return fault == daemon.toolFaults.end() ? QString() : *fault;
+}
+
 /// Whole seconds that lie between two times, none where the order is another.
 qint64 Seconds(qint64 fromMs, qint64 toMs)
 {
@@ -51,17 +62,19 @@ Verdict NotInUse(const InterfaceState &state, const QString &carrier)
     return Waiting("standby", QStringLiteral("waiting for its turn after the wired interfaces"));
 }
 
-Verdict NoSupplicant(qint64 nextStart, qint64 nowMs)
+Verdict NoSupplicant(qint64 nextStart, const SystemReport &system)
 {
-    return Fault("no-supplicant",
-                 QStringLiteral("no supplicant stays, next try in %1 s").arg(Seconds(nowMs, nextStart)));
+    const QString fault = ToolFault(system.daemon.state, "wpa_supplicant");
+    return Fault("no-supplicant", QStringLiteral("%1, next try in %2 s")
+                                      .arg(fault.isEmpty() ? QStringLiteral("no supplicant stays") : fault)
+                                      .arg(Seconds(system.nowMs, nextStart)));
 }
 
-Verdict WithoutAssociation(const InterfaceReport &interface, qint64 nowMs)
+Verdict WithoutAssociation(const InterfaceReport &interface, const SystemReport &system)
 {
     const InterfaceState &state = *interface.daemon;
     if (state.nextSupplicantStart)
-        return NoSupplicant(*state.nextSupplicantStart, nowMs);
+        return NoSupplicant(*state.nextSupplicantStart, system);
     if (!state.lastFailure.isEmpty())
         return Fault("not-let-in", QStringLiteral("no carrier: ") + state.lastFailure);
     const QString supplicant = interface.supplicant ? interface.supplicant->state : QString();
@@ -72,11 +85,11 @@ Verdict WithoutAssociation(const InterfaceReport &interface, qint64 nowMs)
     return Waiting("no-carrier", QStringLiteral("no carrier: waiting for the supplicant"));
 }
 
-Verdict WithoutCarrier(const InterfaceReport &interface, qint64 nowMs)
+Verdict WithoutCarrier(const InterfaceReport &interface, const SystemReport &system)
 {
     const QString &kind = interface.daemon->kind;
     if (kind == QLatin1String("wireless"))
-        return WithoutAssociation(interface, nowMs);
+        return WithoutAssociation(interface, system);
     if (kind == QLatin1String("modem"))
         return Waiting("no-carrier", QStringLiteral("no carrier: waiting for the modem to connect"));
     return Waiting("no-carrier", QStringLiteral("no carrier"));
@@ -87,18 +100,18 @@ bool IsAuthenticating(const InterfaceState &state)
     return state.authenticationSince || state.fallbackSeconds > 0;
 }
 
-Verdict Authenticating(const InterfaceReport &interface, qint64 nowMs)
+Verdict Authenticating(const InterfaceReport &interface, const SystemReport &system)
 {
     const InterfaceState &state = *interface.daemon;
     if (state.nextSupplicantStart)
-        return NoSupplicant(*state.nextSupplicantStart, nowMs);
+        return NoSupplicant(*state.nextSupplicantStart, system);
     if (!state.authenticationSince)
         return Waiting("authenticating", QStringLiteral("waiting for the supplicant to authenticate with"));
     // Whoever has an address keeps it; the others try for one.
     const QString what = interface.link.addresses.isEmpty() ? QStringLiteral("unsecured fallback")
                                                             : QStringLiteral("address kept without it");
     return Waiting("authenticating", QStringLiteral("waiting for authentication for %1 s, %2 at %3 s")
-                                         .arg(Seconds(*state.authenticationSince, nowMs))
+                                         .arg(Seconds(*state.authenticationSince, system.nowMs))
                                          .arg(what)
                                          .arg(state.fallbackSeconds));
 }
@@ -117,20 +130,36 @@ Verdict AskingDhcp(const InterfaceState &state, qint64 nowMs)
     return Waiting("dhcp", sentence);
 }
 
-Verdict WithoutAddress(const InterfaceState &state, qint64 nowMs)
+Verdict WithoutStaticAddress(const ServiceState &daemon)
 {
-    if (state.isStatic)
-        return Fault("no-address", QStringLiteral("its static address is missing and is set again"));
-    if (state.dhcpFailures == 0)
-        return Waiting("no-address", QStringLiteral("no address yet"));
-    QString sentence = QStringLiteral("no DHCP server answered ") + Attempts(state.dhcpFailures);
-    if (state.nextDhcpStart)
-        sentence += QStringLiteral(", next in %1 s").arg(Seconds(nowMs, *state.nextDhcpStart));
-    return Fault("no-dhcp-answer", sentence);
+    const QString fault = ToolFault(daemon, "ifconfig");
+    if (!fault.isEmpty())
+        return Fault("tool-fails", QStringLiteral("its static address is missing: ") + fault);
+    return Fault("no-address", QStringLiteral("its static address is missing and is set again"));
 }
 
-Verdict WithAddress(const InterfaceState &state, const QString &carrier)
+Verdict WithoutAddress(const InterfaceState &state, const SystemReport &system)
 {
+    if (state.isStatic)
+        return WithoutStaticAddress(system.daemon.state);
+    if (state.dhcpFailures == 0)
+        return Waiting("no-address", QStringLiteral("no address yet"));
+    const QString fault = ToolFault(system.daemon.state, "dhclient");
+    QString sentence =
+        fault.isEmpty() ? QString(QStringLiteral("no DHCP server answered ") + Attempts(state.dhcpFailures))
+                        : fault;
+    if (state.nextDhcpStart)
+        sentence += QStringLiteral(", next in %1 s").arg(Seconds(system.nowMs, *state.nextDhcpStart));
+    return Fault(fault.isEmpty() ? "no-dhcp-answer" : "tool-fails", sentence);
+}
+
+Verdict WithAddress(const InterfaceReport &interface, const QString &carrier)
+{
+    const InterfaceState &state = *interface.daemon;
+    if (!state.gateway.isEmpty() && interface.link.gateway.isEmpty() && carrier == state.name)
+        return Fault("no-gateway",
+                     QStringLiteral("has an address, but its default route by %1 is missing and is set again")
+                         .arg(state.gateway));
     if (state.isInFallback)
         return Good("connected", QStringLiteral("connected without authentication"));
     if (!carrier.isEmpty() && carrier != state.name)
@@ -138,22 +167,31 @@ Verdict WithAddress(const InterfaceState &state, const QString &carrier)
     return Good("connected", QStringLiteral("connected"));
 }
 
+Verdict WithoutLink(const ServiceState &daemon)
+{
+    const QString fault = ToolFault(daemon, "ifconfig");
+    if (!fault.isEmpty())
+        return Fault("tool-fails", QStringLiteral("the link is down: ") + fault);
+    return Waiting("link-down", QStringLiteral("the link is down and is brought up again"));
+}
+
 /// Of an interface that the daemon manages and whose turn it is.
-Verdict InUse(const InterfaceReport &interface, const QString &carrier, qint64 nowMs)
+Verdict InUse(const InterfaceReport &interface, const SystemReport &system)
 {
     const InterfaceState &state = *interface.daemon;
     if (!interface.link.isUp)
-        return Waiting("link-down", QStringLiteral("the link is down and is brought up again"));
+        return WithoutLink(system.daemon.state);
     if (!interface.link.hasCarrier)
-        return WithoutCarrier(interface, nowMs);
+        return WithoutCarrier(interface, system);
     if (state.definitionCount == 0 && state.kind != QLatin1String("modem"))
         return Fault("no-definition",
                      QStringLiteral("the store defines no network for a %1 interface").arg(state.kind));
     if (state.dhcpSince)
-        return AskingDhcp(state, nowMs);
+        return AskingDhcp(state, system.nowMs);
     if (IsAuthenticating(state))
-        return Authenticating(interface, nowMs);
-    return interface.link.addresses.isEmpty() ? WithoutAddress(state, nowMs) : WithAddress(state, carrier);
+        return Authenticating(interface, system);
+    return interface.link.addresses.isEmpty() ? WithoutAddress(state, system)
+                                              : WithAddress(interface, system.daemon.state.carrier);
 }
 
 } // namespace
@@ -172,7 +210,7 @@ Verdict Judge(const InterfaceReport &interface, const SystemReport &system)
     const bool awaitsTurn = !state.isInUse && state.kind != QLatin1String("wired");
     if (state.isHeldDown || awaitsTurn)
         return NotInUse(state, carrier);
-    return InUse(interface, carrier, system.nowMs);
+    return InUse(interface, system);
 }
 
 QString DefinitionReason(const InterfaceState &state)

@@ -6,12 +6,11 @@
 #include "logging.h"
 #include "modem.h"
 #include "networkdevice.h"
+#include "program.h"
 #include "securefile.h"
 #include "supplicantdecisions.h"
 #include "wpasuppthread.h"
 #include "zebnetconfig.h"
-
-#include <QFile>
 
 #include <cerrno>
 #include <chrono>
@@ -52,7 +51,7 @@ void Corvi::TellState()
 {
     const ServiceState state = CurrentState();
     const auto now = Clock::now();
-    if ((toldState == state && QFile::exists(ServiceState::PATH)) || !statePause.IsDue(now))
+    if ((toldState == state && ServiceState::Freshen()) || !statePause.IsDue(now))
         return;
     if (SecureFile::Replace(ServiceState::PATH, state.ToJson(), 0644)) {
         toldState = state;
@@ -74,6 +73,7 @@ ServiceState Corvi::CurrentState() const
     const NetworkDevice *const carrier = Carrier(wiredUp && wiredDevice);
     if (carrier)
         state.carrier = carrier->name;
+    state.toolFaults = Program::Faults();
     state.interfaces.reserve(allInterfaces.size());
     for (const QString &interfaceName : allInterfaces) {
         const NetworkDevice *const device = devices.value(interfaceName);
@@ -103,6 +103,7 @@ InterfaceState Corvi::StateOf(const NetworkDevice *d, const InterfaceState &earl
     state.isInFallback = d->inFallback;
     if (d->usesSupplicant && state.isInUse)
         AddAuthentication(d, state, earlier);
+    state.gateway = d->ExpectedGateway();
     if (state.isInUse)
         AddDhcp(d, state);
     return state;

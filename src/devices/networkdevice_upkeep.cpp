@@ -72,6 +72,13 @@ void NetworkDevice::KeepStaticAddress()
     staticPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
+QString NetworkDevice::ExpectedGateway() const
+{
+    if (currentConfig && currentConfig->staticIp)
+        return currentConfig->gateway;
+    return leasedGatewayAddress == ipAddress ? leasedGateway : QString();
+}
+
 /// The client sets the route of its lease once, and at a renewal not again: where somebody takes it away, as
 /// a VPN that ended badly, nobody else brings it back. One that somebody has set instead is not touched.
 void NetworkDevice::KeepLeasedRoute()

@@ -25,14 +25,21 @@ constexpr qint64 OUTPUT_LIMIT = qint64{16} * 1024 * 1024;
 
 Q_LOGGING_CATEGORY(programLog, "corvi.program")
 
-/// What was told of each program, by fault.
-QHash<QString, QHash<QString, ReportOnce>> faultReports;
-std::mutex faultReportsMutex;
-
-void TellFault(const QString &program, const QString &fault)
+struct ProgramFaults
 {
-    const std::lock_guard<std::mutex> lock(faultReportsMutex);
-    const auto telling = faultReports[program][fault].Tell(fault, ReportOnce::Time::clock::now());
+    QHash<QString, ReportOnce> reports; ///< by fault
+    QString lasting;                    ///< what keeps it from working
+};
+
+QHash<QString, ProgramFaults> faultsOfPrograms;
+std::mutex faultsMutex;
+
+void TellFault(const QString &program, const QString &fault, bool isLasting)
+{
+    const std::lock_guard<std::mutex> lock(faultsMutex);
+    ProgramFaults &faults = faultsOfPrograms[program];
+    faults.lasting = isLasting ? fault : QString();
+    const auto telling = faults.reports[fault].Tell(fault, ReportOnce::Time::clock::now());
     if (telling.level == Level::NOTICE)
         qCWarning(programLog, "%s %s %s", qUtf8Printable(program), qUtf8Printable(fault),
                   qUtf8Printable(telling.Summary()));
@@ -40,8 +47,8 @@ void TellFault(const QString &program, const QString &fault)
 
 void ForgetFaults(const QString &program)
 {
-    const std::lock_guard<std::mutex> lock(faultReportsMutex);
-    faultReports.remove(program);
+    const std::lock_guard<std::mutex> lock(faultsMutex);
+    faultsOfPrograms.remove(program);
 }
 
 /// Runs in the child, between fork and exec.
@@ -88,8 +95,19 @@ bool Program::WaitForEnd(int limitMs)
     if (fault.isEmpty())
         ForgetFaults(program());
     else
-        TellFault(program(), fault);
+        TellFault(program(), fault, state() == NotRunning);
     return hasEnded;
+}
+
+QStringList Program::Faults()
+{
+    const std::lock_guard<std::mutex> lock(faultsMutex);
+    QStringList faults;
+    for (auto entry = faultsOfPrograms.constBegin(); entry != faultsOfPrograms.constEnd(); ++entry)
+        if (!entry->lasting.isEmpty())
+            faults.append(entry.key() + QLatin1Char(' ') + entry->lasting);
+    faults.sort();
+    return faults;
 }
 
 /// Empty for a program that ended by itself, with any status.

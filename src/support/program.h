@@ -22,6 +22,11 @@ public:
     /// a warning (category "corvi.program"), once until it works again. Usable from every thread.
     bool WaitForEnd(int limitMs);
 
+    /// What keeps programs from working, each with its name, in ascending order: those that could not be
+    /// started, or crashed, the last time that they were run. One that took too long is not among them: it
+    /// may have had its reasons, such as a server that is silent. Usable from every thread.
+    static QStringList Faults();
+
 private:
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     void setupChildProcess() override;

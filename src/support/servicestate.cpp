@@ -11,8 +11,12 @@
 #include <QJsonObject>
 #include <QList>
 
+#include <algorithm>
+#include <ctime>
 #include <tuple>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 const QString ServiceState::FOLDER = QStringLiteral("/run/corvi");
@@ -30,19 +34,26 @@ const QString PROCESS = QStringLiteral("process");
 const QString PID = QStringLiteral("pid");
 const QString START_TIME = QStringLiteral("startTime");
 const QString CARRIER = QStringLiteral("carrier");
+const QString TOOL_FAULTS = QStringLiteral("toolFaults");
 const QString INTERFACES = QStringLiteral("interfaces");
 
-/// When the process started, in the kernel's own count; with its id it names a process for good. Empty when
-/// there is no such process.
-QString StartTime(pid_t pid)
+struct ProcessFacts
+{
+    /// In the kernel's own count; with its id it names a process for good. Empty when there is none.
+    QString startTime;
+    bool isStopped = false;
+};
+
+ProcessFacts ReadProcess(pid_t pid)
 {
     QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
     if (!file.open(QIODevice::ReadOnly))
-        return QString();
+        return {};
     const QByteArray line = file.readAll();
     // The command's name may hold blanks and brackets itself.
     const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
-    return QString::fromLatin1(fields.value(START_TIME_FIELD));
+    const QByteArray &state = fields.first();
+    return {QString::fromLatin1(fields.value(START_TIME_FIELD)), state == "T" || state == "t"};
 }
 
 /// Writes and reads a member under the same name, so that the two cannot differ.
@@ -100,6 +111,7 @@ template <typename Visitor, typename State> void VisitMembers(Visitor &visitor, 
     visitor.Member("lastFailure", state.lastFailure);
     visitor.Member("failureSinceUtc", state.failureSince);
     visitor.Member("nextSupplicantStartMs", state.nextSupplicantStart);
+    visitor.Member("gateway", state.gateway);
     visitor.Member("dhcpFailures", state.dhcpFailures);
     visitor.Member("dhcpSinceMs", state.dhcpSince);
     visitor.Member("nextDhcpStartMs", state.nextDhcpStart);
@@ -109,14 +121,17 @@ auto Tied(const InterfaceState &s)
 {
     return std::tie(s.name, s.kind, s.definition, s.definitionCount, s.isStatic, s.isInUse, s.isHeldDown,
                     s.isConnected, s.usesSupplicant, s.isInFallback, s.authenticationSince, s.fallbackSeconds,
-                    s.lastFailure, s.failureSince, s.nextSupplicantStart, s.dhcpFailures, s.dhcpSince,
-                    s.nextDhcpStart);
+                    s.lastFailure, s.failureSince, s.nextSupplicantStart, s.gateway, s.dhcpFailures,
+                    s.dhcpSince, s.nextDhcpStart);
 }
 
 ServiceState FromJson(const QJsonObject &object)
 {
     ServiceState state;
     state.carrier = object.value(CARRIER).toString();
+    const QJsonArray faults = object.value(TOOL_FAULTS).toArray();
+    for (const QJsonValue &fault : faults)
+        state.toolFaults.append(fault.toString());
     const QJsonArray interfaces = object.value(INTERFACES).toArray();
     for (const QJsonValue &entry : interfaces) {
         const Reader reader(entry.toObject());
@@ -144,7 +159,7 @@ bool InterfaceState::operator==(const InterfaceState &other) const
 
 bool ServiceState::operator==(const ServiceState &other) const
 {
-    return carrier == other.carrier && interfaces == other.interfaces;
+    return toolFaults == other.toolFaults && carrier == other.carrier && interfaces == other.interfaces;
 }
 
 QByteArray ServiceState::ToJson() const
@@ -155,10 +170,18 @@ QByteArray ServiceState::ToJson() const
         VisitMembers(writer, interface);
         entries.append(writer.object);
     }
-    const QJsonObject process{{PID, ::getpid()}, {START_TIME, StartTime(::getpid())}};
-    const QJsonObject object{
-        {QStringLiteral("version"), VERSION}, {PROCESS, process}, {CARRIER, carrier}, {INTERFACES, entries}};
+    const QJsonObject process{{PID, ::getpid()}, {START_TIME, ReadProcess(::getpid()).startTime}};
+    const QJsonObject object{{QStringLiteral("version"), VERSION},
+                             {PROCESS, process},
+                             {TOOL_FAULTS, QJsonArray::fromStringList(toolFaults)},
+                             {CARRIER, carrier},
+                             {INTERFACES, entries}};
     return QJsonDocument(object).toJson();
+}
+
+bool ServiceState::Freshen()
+{
+    return ::utimensat(AT_FDCWD, QFile::encodeName(PATH).constData(), nullptr, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 ServiceStateReading ReadServiceState()
@@ -176,7 +199,10 @@ ServiceStateReading ReadServiceState()
     reading.pid = process.value(PID).toInt();
     // The number alone may have gone to another process since.
     const QString startTime = process.value(START_TIME).toString();
-    const bool runs = !startTime.isEmpty() && StartTime(reading.pid) == startTime;
+    const ProcessFacts facts = ReadProcess(reading.pid);
+    const bool runs = !startTime.isEmpty() && facts.startTime == startTime;
+    reading.isStopped = runs && facts.isStopped;
+    reading.silentSeconds = std::max<qint64>(0, ::time(nullptr) - file.info.st_mtime);
     reading.outcome = runs ? ServiceStateReading::Outcome::Read : ServiceStateReading::Outcome::Stale;
     if (runs)
         reading.state = FromJson(object);

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 #include <optional>
@@ -34,6 +35,7 @@ struct InterfaceState
     qint64 failureSince = 0;                   ///< the first of these failures: seconds since 1970-01-01 UTC
     std::optional<qint64> nextSupplicantStart; ///< none has stayed, and the next try has time
 
+    QString gateway;                     ///< that its default route is to lead to; empty where none is known
     int dhcpFailures = 0;                ///< attempts in a row that got no address
     std::optional<qint64> dhcpSince;     ///< an attempt is under way
     std::optional<qint64> nextDhcpStart; ///< the next attempt after a failed one
@@ -47,6 +49,7 @@ struct ServiceState
     static const QString FOLDER; ///< made by whoever starts the daemon
     static const QString PATH;
 
+    QStringList toolFaults;             ///< of outside programs that do not run, each with its name
     QString carrier;                    ///< the interface that the traffic goes through; empty when none does
     QVector<InterfaceState> interfaces; ///< by name
 
@@ -54,6 +57,8 @@ struct ServiceState
 
     /// For the file, in the name of this process.
     QByteArray ToJson() const;
+    /// Says that this process is alive, and what the file holds is as of now. False where there is no file.
+    [[nodiscard]] static bool Freshen();
 };
 
 /// What the file holds at one moment.
@@ -68,6 +73,8 @@ struct ServiceStateReading
 
     Outcome outcome = Outcome::Absent;
     pid_t pid = 0;
+    bool isStopped = false;   ///< the process is, by SIGSTOP or a debugger
+    qint64 silentSeconds = 0; ///< since its last tick, which freshens the file
     ServiceState state;
     QString error;
 };

@@ -4,6 +4,7 @@
 
 import json
 import re
+import signal
 import subprocess
 from pathlib import Path
 
@@ -117,6 +118,41 @@ class Wired(WithState):
         wait_for(expected, is_missed)
         self.assertIn(f"`{expected}`", DOCUMENT.read_text(encoding="utf-8"))
 
+    def test_default_route_that_is_taken_away(self):
+        self.cable()
+        write_store(wired(**STATIC))
+        self.start_daemon()
+        self.wait_state("connected")
+        expected = "has an address, but its default route by 10.77.0.1 is missing and is set again"
+
+        def is_missed():
+            run("ip", "route", "flush", "default")
+            return interface()["waitsFor"] == expected
+
+        wait_for(expected, is_missed)
+        self.assertIn(f"`{expected}`", DOCUMENT.read_text(encoding="utf-8"))
+
+    def test_ipv6_alone(self):
+        self.cable()
+        write_store(wired())
+        self.start_daemon()
+        run("ip", "addr", "add", "2001:db8::5/64", "dev", "eth0")
+
+        self.assertEqual(interface()["addresses"], [])
+        self.assertIn("  Address:      2001:db8::5/64\n", text())
+
+    def test_missing_client(self):
+        run("mount", "--bind", "/dev/null", "/usr/sbin/dhclient")
+        self.addCleanup(run, "umount", "/usr/sbin/dhclient")
+        self.cable()
+        write_store(wired())
+
+        daemon = self.start_daemon()
+
+        self.wait_state(r"dhclient cannot be started: .*, next in \d s", timeout=60)
+        self.assertIn("\nA program that it needs does not work: dhclient cannot be started: ", text())
+        self.assertTrue(daemon.logged("dhclient cannot be started: "))
+
     def test_no_definition(self):
         self.cable()
         write_store()
@@ -183,6 +219,19 @@ class Daemon(WithState):
         self.assertEqual(first, "Corvi does not run. What follows is what the system itself says.")
         self.assertIn(f"`{first}`", DOCUMENT.read_text(encoding="utf-8"))
         self.assertEqual(interface()["waitsFor"], "has an address")
+
+    def test_stopped_daemon(self):
+        self.cable()
+        write_store(wired(**STATIC))
+        daemon = self.start_daemon()
+        self.wait_state("connected")
+
+        daemon.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(daemon.process.send_signal, signal.SIGCONT)
+
+        wait_for("the daemon is stopped", lambda: not report()["daemonWell"])
+        first = report()["daemon"]
+        self.assertIn(f"`{without_numbers(first)}`", without_numbers(DOCUMENT.read_text(encoding="utf-8")))
 
     def test_daemon_without_a_folder_for_its_state(self):
         STATE_FOLDER.rmdir()

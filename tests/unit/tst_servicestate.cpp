@@ -8,7 +8,14 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QtTest>
+
+#include <csignal>
+#include <ctime>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 using Outcome = ServiceStateReading::Outcome;
 
@@ -33,6 +40,7 @@ InterfaceState FullInterface()
     state.lastFailure = "EAP authentication failed";
     state.failureSince = 1795290000;
     state.nextSupplicantStart = 0;
+    state.gateway = "10.0.0.1";
     state.dhcpFailures = 4;
     state.dhcpSince = 5;
     state.nextDhcpStart = 6;
@@ -42,6 +50,7 @@ InterfaceState FullInterface()
 ServiceState FullState()
 {
     ServiceState state;
+    state.toolFaults = QStringList{"ip crashed"};
     state.carrier = "eth0";
     state.interfaces = {FullInterface(), InterfaceState()};
     return state;
@@ -53,14 +62,20 @@ void Write(const QByteArray &contents)
     QVERIFY(SecureFile::Replace(ServiceState::PATH, contents, 0644));
 }
 
+/// As the file of another process.
+QByteArray OfProcess(const QJsonObject &process)
+{
+    QJsonObject object = QJsonDocument::fromJson(FullState().ToJson()).object();
+    object.insert("process", process);
+    return QJsonDocument(object).toJson();
+}
+
 /// As the file of a process with another id or start time.
 QByteArray OfProcess(const QString &key, const QJsonValue &value)
 {
-    QJsonObject object = QJsonDocument::fromJson(FullState().ToJson()).object();
-    QJsonObject process = object.value("process").toObject();
+    QJsonObject process = QJsonDocument::fromJson(FullState().ToJson()).object().value("process").toObject();
     process.insert(key, value);
-    object.insert("process", process);
-    return QJsonDocument(object).toJson();
+    return OfProcess(process);
 }
 
 } // namespace
@@ -77,6 +92,8 @@ private Q_SLOTS:
     void everyMemberCounts();
     void fileOfADeadProcessIsStale_data();
     void fileOfADeadProcessIsStale();
+    void stoppedProcessIsSeen();
+    void silenceBeginsWithTheLastTick();
     void missingFileIsAbsent();
     void damagedFileIsUnreadable_data();
     void damagedFileIsUnreadable();
@@ -103,7 +120,7 @@ void TestServiceState::everyMemberCounts()
     QJsonObject full = QJsonDocument::fromJson(FullState().ToJson()).object();
     const QJsonObject interface = full.value("interfaces").toArray().first().toObject();
     const QStringList keys = interface.keys();
-    QCOMPARE(int(keys.size()), 18);
+    QCOMPARE(int(keys.size()), 19);
     for (const QString &key : keys) {
         QJsonObject lacking = interface;
         lacking.remove(key);
@@ -134,6 +151,43 @@ void TestServiceState::fileOfADeadProcessIsStale()
 
     QCOMPARE(reading.outcome, Outcome::Stale);
     QVERIFY(reading.state == ServiceState());
+}
+
+void TestServiceState::stoppedProcessIsSeen()
+{
+    QProcess process;
+    process.start("sleep", {"1000"});
+    QVERIFY(process.waitForStarted());
+    const auto pid = static_cast<pid_t>(process.processId());
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    QVERIFY(stat.open(QIODevice::ReadOnly));
+    Write(OfProcess({{"pid", pid}, {"startTime", QString(stat.readAll().split(' ').at(21))}}));
+    QVERIFY(!ReadServiceState().isStopped);
+
+    ::kill(pid, SIGSTOP);
+
+    QTRY_VERIFY(ReadServiceState().isStopped);
+    QCOMPARE(ReadServiceState().outcome, Outcome::Read);
+    process.kill();
+    process.waitForFinished();
+}
+
+void TestServiceState::silenceBeginsWithTheLastTick()
+{
+    QVERIFY(!ServiceState::Freshen());
+    Write(FullState().ToJson());
+    const QByteArray path = QFile::encodeName(ServiceState::PATH);
+    const timespec times[] = {{::time(nullptr) - 300, 0}, {::time(nullptr) - 300, 0}};
+    QCOMPARE(::utimensat(AT_FDCWD, path.constData(), times, 0), 0);
+    QVERIFY(ReadServiceState().silentSeconds >= 300);
+
+    QVERIFY(ServiceState::Freshen());
+
+    QVERIFY(ReadServiceState().silentSeconds < 300);
+    // A clock that was set back is no silence.
+    const timespec later[] = {{::time(nullptr) + 3600, 0}, {::time(nullptr) + 3600, 0}};
+    QCOMPARE(::utimensat(AT_FDCWD, path.constData(), later, 0), 0);
+    QCOMPARE(ReadServiceState().silentSeconds, qint64(0));
 }
 
 void TestServiceState::missingFileIsAbsent()

@@ -89,12 +89,17 @@ private Q_SLOTS:
     void definitionHasAReason();
 
     // Text
+    void missingProgramIsNamed_data();
+    void missingProgramIsNamed();
     void looksAsDocumented();
+    void programsThatDoNotWorkAreListed();
+    void ipv6AddressesAreShown();
     void noLineIsLongerThanATerminal();
     void noNameMovesTheCursor();
     void coloursAreForTerminals();
     void firstLineSaysWhetherTheDaemonRuns_data();
     void firstLineSaysWhetherTheDaemonRuns();
+    void firstLineSaysWhatKeepsTheDaemonFromWorking();
     void textIsWrapped_data();
     void textIsWrapped();
     void programsGetEverything();
@@ -264,6 +269,18 @@ void TestStatusReport::addressDecides_data()
     AddCase(
         "beside the carrier", "connected", "has an address, while eth1 carries the traffic", [](auto &) {},
         "eth1");
+    const auto lacksRoute = [](InterfaceReport &i) {
+        i.link.gateway.clear();
+        i.daemon->gateway = "10.0.0.1";
+    };
+    AddCase("default route is gone", "no-gateway",
+            "has an address, but its default route by 10.0.0.1 is missing and is set again", lacksRoute,
+            "eth0");
+    AddCase("another has the default route", "connected", "has an address, while eth1 carries the traffic",
+            lacksRoute, "eth1");
+    AddCase(
+        "no default route is known", "connected", "connected", [](auto &i) { i.link.gateway.clear(); },
+        "eth0");
     AddCase(
         "in fallback", "connected", "connected without authentication",
         [](auto &i) { i.daemon->isInFallback = true; }, "eth0");
@@ -321,6 +338,42 @@ void TestStatusReport::definitionHasAReason()
     QTEST(DefinitionReason(state), "reason");
 }
 
+void TestStatusReport::missingProgramIsNamed_data()
+{
+    AddColumns();
+    AddCase("link", "tool-fails", "the link is down: ifconfig crashed", [](auto &i) { i.link.isUp = false; });
+    AddCase("lease", "tool-fails", "dhclient cannot be started: no file, next in 41 s", [](auto &i) {
+        i.link.addresses.clear();
+        i.daemon->dhcpFailures = 3;
+        i.daemon->nextDhcpStart = NOW_MS + 41000;
+    });
+    AddCase("static address", "tool-fails", "its static address is missing: ifconfig crashed", [](auto &i) {
+        i.link.addresses.clear();
+        i.daemon->isStatic = true;
+    });
+    AddCase("supplicant", "no-supplicant", "wpa_supplicant cannot be started: no file, next try in 20 s",
+            [](auto &i) {
+                MakeWireless(i);
+                i.daemon->nextSupplicantStart = NOW_MS + 20000;
+            });
+    AddCase("all is well", "connected", "connected", [](auto &) {});
+}
+
+void TestStatusReport::missingProgramIsNamed()
+{
+    QFETCH(QVariant, report);
+    const auto interface = report.value<InterfaceReport>();
+    SystemReport system = SystemWith(interface);
+    system.daemon.state.toolFaults =
+        QStringList{"dhclient cannot be started: no file", "ifconfig crashed",
+                    "wpa_cli cannot be started: no file", "wpa_supplicant cannot be started: no file"};
+
+    const Verdict verdict = Judge(interface, system);
+
+    QTEST(verdict.sentence, "sentence");
+    QTEST(verdict.code, "code");
+}
+
 void TestStatusReport::looksAsDocumented()
 {
     InterfaceReport interface = Connected();
@@ -347,6 +400,28 @@ void TestStatusReport::looksAsDocumented()
                            "  Definition:   lan: the only one for a wired interface\n"
                            "  Supplicant:   COMPLETED, SSID Office, -61 dBm, EAP SUCCESS, EAP-PEAP\n"
                            "  Failure:      EAP authentication failed, since 2026-11-21 20:41:03\n"));
+}
+
+void TestStatusReport::programsThatDoNotWorkAreListed()
+{
+    SystemReport system = SystemWith(Connected());
+    system.daemon.state.toolFaults = QStringList{"ip crashed"};
+
+    const QString text = ReportText::ForPerson(system, false);
+
+    QVERIFY(text.startsWith("Corvi runs (process 17).\nA program that it needs does not work: ip crashed\n"));
+    QCOMPARE(ReportText::ForProgram(system).value("toolFaults").toArray(), QJsonArray{"ip crashed"});
+}
+
+void TestStatusReport::ipv6AddressesAreShown()
+{
+    InterfaceReport interface = Connected();
+    interface.link.ipv6Addresses = QStringList{"2001:db8::5/64"};
+    QVERIFY(ReportText::ForPerson(SystemWith(interface), false)
+                .contains("  Address:      10.0.0.5/24, 2001:db8::5/64\n"));
+
+    interface.link.addresses.clear();
+    QVERIFY(ReportText::ForPerson(SystemWith(interface), false).contains("  Address:      2001:db8::5/64\n"));
 }
 
 void TestStatusReport::noLineIsLongerThanATerminal()
@@ -420,6 +495,22 @@ void TestStatusReport::firstLineSaysWhetherTheDaemonRuns()
     const QString line = ReportText::ForPerson(report, false).replace('\n', ' ');
 
     QVERIFY2(line.startsWith(start), qPrintable(line));
+}
+
+void TestStatusReport::firstLineSaysWhatKeepsTheDaemonFromWorking()
+{
+    SystemReport report = SystemWith(Connected());
+    report.daemon.silentSeconds = 60;
+    QVERIFY(ReportText::ForPerson(report, false).startsWith("Corvi runs (process 17).\n"));
+    QVERIFY(ReportText::ForProgram(report).value("daemonWell").toBool());
+
+    report.daemon.silentSeconds = 61;
+    QVERIFY(ReportText::ForPerson(report, false).startsWith("Corvi hangs (process 17): "));
+    QVERIFY(!ReportText::ForProgram(report).value("daemonWell").toBool());
+
+    report.daemon.isStopped = true;
+    QVERIFY(ReportText::ForPerson(report, false).startsWith("Corvi is stopped (process 17) "));
+    QVERIFY(!ReportText::ForProgram(report).value("daemonWell").toBool());
 }
 
 void TestStatusReport::textIsWrapped_data()
