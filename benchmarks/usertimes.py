@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
-"""How long whoever sits at the terminal waits for the network, beside what the DHCP client alone needs.
+"""How long whoever sits at the terminal waits for the network, beside what the DHCP client alone needs, and what the
+daemon takes of the memory.
 
   usertimes.py [--rounds N] [--write] BUILD_DIR
 
-Prints a table; --write makes docs/performance.md and docs/performance.svg of it. Runs in the sandbox.
+Prints two tables; --write makes docs/performance.md and docs/performance.svg of them. Runs in the sandbox.
 """
 
 import argparse
@@ -209,7 +210,7 @@ def plot(client, daemon):
     return "\n".join([*lines, "</svg>", ""])
 
 
-def document(rows, rounds, load):
+def document(rows, memory, rounds, load):
     return f"""# Performance
 
 How long whoever sits at the terminal waits for the network: from the event until the kernel has the address, through
@@ -224,6 +225,11 @@ another. Medians of {rounds} rounds, all of one run. "Programs" are the processe
 The rest is mostly waiting for the daemon's tick, which comes once a second: a cable that is put in waits up to a second
 for the next, at a moment that chance chooses here. At the start the first tick comes after a second and only
 discovers the interfaces; the second one sets them up.
+
+What the daemon takes of the memory while one interface is in use, with a fixed address. "Private" are the pages that
+it has written, "shared" those of programs and libraries, which other programs use too and which the kernel can drop.
+
+{memory}
 
 The machine: {os.cpu_count()} processors; {load}. `benchmarks/run.sh` says what else it
 costs. This page and the plot are made by
@@ -249,13 +255,15 @@ def main():
     daemon = measure_daemon(lan, arguments.rounds)
     lan.server.stop()
     rows = table(client, daemon)
+    memory = memoryuse.table(memoryuse.measure())
     load = f"its load was {begin:.1f} at the begin and {os.getloadavg()[0]:.1f} at the end"
-    print(rows, load, sep="\n")
+    print(rows, memory, load, sep="\n")
     if arguments.write:
-        (TOP / "docs/performance.md").write_text(document(rows, arguments.rounds, load))
+        (TOP / "docs/performance.md").write_text(document(rows, memory, arguments.rounds, load))
         (TOP / "docs/performance.svg").write_text(plot(client, daemon))
 
 
 if __name__ == "__main__":
     import harness
+    import memoryuse
     main()
