@@ -3,6 +3,7 @@
 """A machine with a real systemd: a container that boots the small Debian of scripts/debian-root.sh, one end of a
 cable in it and the other in a network of its own. Runs in the sandbox (tests/sandbox/run) as root."""
 
+import atexit
 import os
 import subprocess
 import unittest
@@ -16,18 +17,32 @@ PACKAGES = Path(os.environ["CORVI_PACKAGES"])
 STORE = "/etc/corvi/networkconfig"
 USED_STORE = "/tmp/config/xmlconfig/user/hardware/networkconfig"
 LOG = "/var/log/corvi-mon.log"
+CONTROL_GROUPS = Path("/sys/fs/cgroup")
 
 
 def prepare():
     """What systemd-nspawn needs in the sandbox. A control group of our own, which the containers' groups go with."""
-    if os.path.ismount("/sys/fs/cgroup"):
+    if os.path.ismount(CONTROL_GROUPS):
         return
-    run("mount", "-t", "cgroup2", "cgroup2", "/sys/fs/cgroup")
+    run("mount", "-t", "cgroup2", "cgroup2", CONTROL_GROUPS)
     # Where /sys can be written, it waits for a udev to make the interface ready.
     run("mount", "-o", "remount,bind,ro", "/sys")
-    group = Path("/sys/fs/cgroup/corvi-packages")
+    before = next(line[3:] for line in read("/proc/self/cgroup").splitlines() if line.startswith("0::"))
+    group = CONTROL_GROUPS / "corvi-packages"
     group.mkdir(exist_ok=True)
+    join(group)
+    # The groups are the build machine's: they do not go with the sandbox.
+    atexit.register(leave, group, CONTROL_GROUPS / before[1:])
+
+
+def join(group):
     (group / "cgroup.procs").write_text(str(os.getpid()))
+
+
+def leave(group, before):
+    join(before)
+    for folder, _, _ in os.walk(group, topdown=False):
+        os.rmdir(folder)
 
 
 class Machine:
@@ -51,15 +66,17 @@ class Machine:
         self.cable = None
         self.server = None
 
-    def boot(self, interface="eth0", cable=Cable, dhcp=True):
-        """Powers it on with one interface, which is as a new one of its kernel is: down and without an address."""
+    def boot(self, interface="eth0", cable=Cable, dhcp=True, capability=None):
+        """Powers it on with one interface, which is as a new one of its kernel is: down and without an address.
+        A container lacks some of root's capabilities unless it is given them."""
         self.interface = interface
         self.cable = cable(interface)
         self.server = DhcpServer(self.cable) if dhcp else None
         with open(self.console, "ab") as console:
             self.process = subprocess.Popen(
                 ["systemd-nspawn", "--quiet", "--register=no", "--keep-unit", "--boot", "--console=pipe",
-                 "--link-journal=no", f"--network-interface={interface}", f"--directory={self.root}"],
+                 "--link-journal=no", f"--network-interface={interface}", f"--directory={self.root}",
+                 *([f"--capability={capability}"] if capability else [])],
                 stdin=subprocess.DEVNULL, stdout=console, stderr=console)
         self.leader = wait_for("the machine's first process", self._first_process)
         wait_for("the machine is up", lambda: self.run("systemctl", "is-system-running", check=False).strip()
@@ -104,6 +121,11 @@ class Machine:
     def run_as_user(self, *command, **options):
         """Runs a program in it as a user without rights."""
         return self.run("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", *command, **options)
+
+    def run_in_its_ipc_as_user(self, *command):
+        """Runs one of our programs, not of its, as a user without rights who sees its shared memory."""
+        run("nsenter", "--ipc", f"--target={self.leader}", "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+            *command)
 
     def write(self, path, text, mode="600"):
         path = Path(path)

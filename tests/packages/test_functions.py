@@ -2,6 +2,7 @@
 # Copyright (c) 2026 The Corvi developers
 """What the daemon does with the few rights that its unit leaves it."""
 
+import os
 import shutil
 import unittest
 
@@ -24,6 +25,31 @@ case "$*" in
     *) exit 1 ;;
 esac
 """
+
+# Asks the kernel for a module that is none, and says what came of it and with which rights.
+MODPROBE = """#!/bin/sh
+{ insmod /usr/local/no-module.ko; grep ^CapEff: /proc/self/status; } >>/var/log/modprobe 2>&1
+"""
+CAP_SYS_MODULE = 1 << 16
+
+# What a user makes under the keys of the status segment and of its lock.
+FOREIGN = """
+import ctypes, sys
+libc = ctypes.CDLL(None, use_errno=True)
+segment, lock = map(int, sys.argv[1:])
+if libc.shmget(segment, 512, 0o1666) == -1 or libc.semget(lock, 1, 0o1600) == -1:
+    sys.exit(f"errno {ctypes.get_errno()}")
+"""
+
+
+def key_of(path):
+    """As ftok(3) makes it, with Qt's project."""
+    info = os.stat(path)
+    return ord("Q") << 24 | (info.st_dev & 0xff) << 16 | info.st_ino & 0xffff
+
+
+def complete(told):
+    return told if "CapEff:" in told and told.endswith("\n") else None
 
 
 class Functions(PackageTest):
@@ -95,6 +121,58 @@ class Functions(PackageTest):
         machine.wait_address(lambda address: address == "10.77.0.2")
         wait_for("the route", lambda: "default via 10.77.0.1 dev wwan0" in machine.run("ip", "route"))
         wait_for("the resolver", lambda: "nameserver 192.0.2.53" in machine.read("/etc/resolv.conf"))
+
+    def what_came_of_the_bond_s_driver(self, drop_in):
+        """The effective rights of the program that loads it, and all that it said. What the driver itself does is
+        seen in the virtual machine (tests/vm)."""
+        machine = self.given_machine(self.installed)
+        if drop_in:
+            folder = machine.root / "etc/systemd/system/corvi.service.d"
+            folder.mkdir()
+            shutil.copy(machine.root / "usr/share/doc/corvi/examples/bonding.conf", folder)
+        (machine.root / "usr/local/no-module.ko").write_text("none\n" * 1000)
+        modprobe = machine.root / "usr/local/sbin/modprobe"
+        modprobe.write_text(MODPROBE)
+        modprobe.chmod(0o755)
+        (machine.root / STORE[1:]).write_text(store_text(wired(), bonding_enable=True))
+        machine.boot(capability="CAP_SYS_MODULE")
+        told = wait_for("the driver is asked for", lambda: complete(machine.read("/var/log/modprobe")))
+        # Without a bond the cable is used alone.
+        machine.wait_address()
+        return int(told.split("CapEff:")[1].split()[0], 16), told
+
+    def test_driver_of_a_bond_without_the_drop_in(self):
+        rights, told = self.what_came_of_the_bond_s_driver(drop_in=False)
+
+        self.assertFalse(rights & CAP_SYS_MODULE)
+        self.assertIn("Operation not permitted", told)
+
+    def test_driver_of_a_bond_with_the_drop_in(self):
+        rights, told = self.what_came_of_the_bond_s_driver(drop_in=True)
+
+        self.assertTrue(rights & CAP_SYS_MODULE)
+        # The kernel looked at the file, or has no modules at all.
+        self.assertNotIn("Operation not permitted", told)
+
+    def test_segment_and_lock_of_a_user(self):
+        machine = self.given_machine(self.installed)
+        machine.boot()
+        names = machine.run("find", "/tmp", "-maxdepth", "1", "-name", "qipc_s*").split()
+        keys = [key_of(f"/proc/{machine.leader}/root{name}") for name in sorted(names)]
+        machine.run_in_its_ipc_as_user("python3", "-c", FOREIGN, *keys)
+        machine.write(STORE, store_text(wired(**STATIC)))
+
+        machine.run("systemctl", "start", "corvi")
+
+        machine.wait_address(lambda address: address == STATIC["ipAddress"])
+        wait_for("its status", lambda: STATIC["ipAddress"] in machine.run("corvi-status"))
+        told = [line for line in machine.read(LOG).splitlines() if "made by another user" in line]
+        self.assertEqual(len(told), 1, told)
+        self.assertIn("the status segment, its lock", told[0])
+        # It has no right to remove what is another's; no key leads there any more.
+        for name, old in zip(sorted(names), keys):
+            self.assertNotEqual(key_of(f"/proc/{machine.leader}/root{name}"), old)
+            self.assertEqual(machine.run("stat", "-c", "%U %a", name).strip(), "root 640")
 
 
 if __name__ == "__main__":

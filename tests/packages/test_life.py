@@ -12,6 +12,15 @@ from machine import STORE, USED_STORE, PackageTest, packages
 DHCP_STORE = store_text(wired())
 STATIC_STORE = store_text(wired(**STATIC))
 
+# A service of a device that needs the network at its start.
+NEEDY_UNIT = """[Unit]
+Wants=network-online.target
+After=network-online.target
+[Service]
+Type=oneshot
+ExecStart=/bin/sh -c 'ip -br -4 address show dev eth0 >/run/found'
+"""
+
 
 class Outage:
     """The longest time without an answer to a ping from the far end, in seconds. As a context manager."""
@@ -123,13 +132,22 @@ class Life(PackageTest):
 
                 end()
 
-                # A tick or the end of a DHCP attempt, the pause of 2 s, the start.
-                wait_for("another daemon", lambda: machine.pid() not in (0, before), timeout=15)
-                wait_for("it is ready", machine.is_active, timeout=5)
+                # The tick's end, the pause of 2 s, the start: 2.6 to 3.3 s, seen beside thirty busy processes, too.
+                wait_for("another daemon", lambda: machine.pid() not in (0, before) and machine.is_active(), timeout=5)
                 after = machine.pid()
                 # Several ticks: nothing of it ends the next one, too.
                 holds_for("it stays", lambda: machine.pid() == after, 4)
         machine.wait_address(lambda found: found == address)
+
+    def test_hangup_is_a_reload(self):
+        machine, _ = self.given_running()
+        before = machine.pid()
+
+        machine.write(USED_STORE, STATIC_STORE)
+        machine.run("systemctl", "kill", "--kill-whom=main", "--signal=HUP", "corvi")
+
+        machine.wait_address(lambda address: address == STATIC["ipAddress"])
+        self.assertEqual(machine.pid(), before)
 
     def test_reload_puts_an_edited_store_in_force(self):
         machine, _ = self.given_running()
@@ -140,6 +158,29 @@ class Life(PackageTest):
 
         machine.wait_address(lambda address: address == STATIC["ipAddress"])
         self.assertEqual(machine.pid(), before)
+
+    def given_needy_service(self, store=None):
+        """A machine that was booted with a service that needs the network."""
+        machine = self.given_machine(self.installed)
+        if store:
+            (machine.root / STORE[1:]).write_text(store)
+        units = machine.root / "etc/systemd/system"
+        (units / "needy.service").write_text(NEEDY_UNIT)
+        (units / "multi-user.target.wants/needy.service").symlink_to("../needy.service")
+        machine.boot()
+        return machine, machine.run("cat", "/run/found").split()
+
+    def test_service_begins_when_the_network_is_online(self):
+        machine, found = self.given_needy_service(DHCP_STORE)
+
+        self.assertEqual(len(found), 3, found)
+        self.assertTrue(machine.server.serves(found[2].split("/")[0]))
+
+    def test_service_waits_for_no_network_that_nobody_sets_up(self):
+        machine, found = self.given_needy_service()
+
+        self.assertEqual(found, [])
+        self.assertEqual(machine.show("ExecMainStartTimestampMonotonic", unit="corvi-wait-online.service"), "0")
 
     def test_store_below_a_users_folder_is_not_obeyed(self):
         machine = self.given_machine(self.installed)
