@@ -20,7 +20,7 @@ NUMBER = re.compile(r"(?<![\w.'])\d+(?=(?:ms|min|[hsuUlL])?\b)(?![.'])")
 CONDITION = re.compile(r"\b(?:if|while) \(")
 # "false" and the like are "{}" already, and "true" becomes "false" as a boolean.
 RETURN = re.compile(r"\breturn (?!\{\}|true;|false;|nullptr;|0;)([^;]+)(?=;)")
-STATEMENT = re.compile(r"(?:\s*)(?![.:])(?:(?:emit |\+\+|--)?[\w.:]+(?:->[\w.:]+)*"
+STATEMENT = re.compile(r"(?:\s*)(?!\.)(?:(?:emit |\+\+|--)?[\w.:]+(?:->[\w.:]+)*"
                        r"(?:\(.*\)(?: << .*)?|(?:\[[^]]*\])? [-+|&]?= .*|\+\+|--)?);$")
 
 

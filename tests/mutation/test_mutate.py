@@ -32,6 +32,7 @@ class FaultsOfText(unittest.TestCase):
                 ("    return a.b(c);", ("return", "    return {};")),
                 ("    Call(a, b(c));", ("statement", "    {}")),
                 ("    a->b[1] += c;", ("statement", "    {}")),
+                ("    ::close(fd);", ("statement", "    {}")),
                 ('f("a\\"b")', ("text", 'f("a\\"b~")'))]:
             with self.subTest(line):
                 self.assertIn(expected, changes(line))
