@@ -51,6 +51,7 @@ private Q_SLOTS:
     void unreadSuccessPreventsTheFallback();
     void successDuringTheFallbackKeepsTheSupplicant_data();
     void successDuringTheFallbackKeepsTheSupplicant();
+    void successDuringTheFallbackCountsBesideAKeptRadio();
     void droppedSuccessCounts();
     void portInFallbackIsLeftAlone();
 };
@@ -324,6 +325,28 @@ void TestCorviWired8021x::successDuringTheFallbackKeepsTheSupplicant()
     QVERIFY(!supplicant.Commands().contains("TERMINATE"));
     QVERIFY(!Supervisor::IsStopRequested());
     // The port is not left in its fallback, and the next ticks find it authenticated.
+    QVERIFY(!corvi.WiredDevice()->inFallback);
+    LogFromHere(4);
+    corvi.Tick(3);
+    QCOMPARE(Decisions(), QStringList());
+}
+
+/// The radio is told of the success, as whoever is kept up is; the port must not stay in its fallback.
+void TestCorviWired8021x::successDuringTheFallbackCountsBesideAKeptRadio()
+{
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0", "wlan0"}, SET_UP);
+    corvi.AdoptWireless("wlan0");
+    WriteFile(KEEP_WIRELESS_FLAG, "");
+    WaitForAuthentication(corvi, true, 11);
+    corvi.WiredNetworkSetup();
+    QVERIFY(corvi.WiredDevice()->inFallback);
+
+    QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED - "));
+    Supervisor::Tick();
+    corvi.Tick();
+
+    QVERIFY(!Supervisor::IsStopRequested());
     QVERIFY(!corvi.WiredDevice()->inFallback);
     LogFromHere(4);
     corvi.Tick(3);
