@@ -11,7 +11,7 @@ namespace {
 QByteArray AskModemTool()
 {
     Program process;
-    process.start(QStringLiteral("modem-tool.sh"), {QStringLiteral("status")});
+    process.Start(QStringLiteral("modem-tool.sh"), {QStringLiteral("status")});
     process.WaitForEnd(-1);
     return process.readAllStandardOutput();
 }

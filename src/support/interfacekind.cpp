@@ -28,7 +28,7 @@ bool interfaceIsWireless(const QString &interfaceName)
 {
     Program process;
     // The blank belongs to the program string; QProcess takes it as part of the file name.
-    process.start(QStringLiteral("iw "), {interfaceName, QStringLiteral("info")});
+    process.Start(QStringLiteral("iw "), {interfaceName, QStringLiteral("info")});
     if (!process.WaitForEnd(PROGRAM_TIME_LIMIT_MS))
         return false;
     return process.readAllStandardOutput().split('\n').size() > 1;

@@ -10,8 +10,11 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <mutex>
 
+#include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -51,9 +54,25 @@ void ForgetFaults(const QString &program)
     faultsOfPrograms.remove(program);
 }
 
-/// Runs in the child, between fork and exec.
+/// Our process id, while this thread forks for a program.
+thread_local pid_t startingProcess = 0;
+
+/// Runs in every child. Qt 5 has it wait for a word of ours that never comes when we are killed in between,
+/// and it holds both ends of what it waits at (forkfd): it would stay for ever. The signal comes with the end
+/// of the thread that forked, which does nothing else meanwhile.
+void EndWithParent()
+{
+    if (startingProcess == 0)
+        return; // Not for a program: somebody may count on outliving us.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != startingProcess)
+        ::_exit(EXIT_FAILURE); // It was killed before it could be followed.
+}
+
+/// Runs in the child, right before exec. From here on it outlives us.
 void BecomeGroupLeader()
 {
+    ::prctl(PR_SET_PDEATHSIG, 0);
     ::setpgid(0, 0);
 }
 
@@ -87,6 +106,14 @@ void Program::setupChildProcess()
     BecomeGroupLeader();
 }
 #endif
+
+void Program::Start(const QString &program, const QStringList &arguments)
+{
+    [[maybe_unused]] static const int isFollowed = ::pthread_atfork(nullptr, nullptr, EndWithParent);
+    startingProcess = ::getpid();
+    start(program, arguments, QIODevice::ReadWrite);
+    startingProcess = 0;
+}
 
 bool Program::WaitForEnd(int limitMs)
 {

@@ -17,6 +17,8 @@ public:
     /// Kills what still runs and waits for its end.
     ~Program() override;
 
+    /// Starts it for reading. Killed at any moment, we leave no child that has not become the program yet.
+    void Start(const QString &program, const QStringList &arguments);
     /// Waits for the end, at most `limitMs` milliseconds, or without limit for -1; false when it still runs
     /// or never did. A program that could not be started, crashed or is to be killed after this is told as
     /// a warning (category "corvi.program"), once until it works again. Usable from every thread.

@@ -49,7 +49,7 @@ QStringList Utils::Execute(const QString &program, const QStringList &arguments,
 {
     Program process;
     SetEnvironment(process);
-    process.start(program, arguments, QIODevice::ReadWrite);
+    process.Start(program, arguments);
     process.WaitForEnd(PROGRAM_TIME_LIMIT_MS);
     return GetResults(&process);
 }
@@ -80,7 +80,7 @@ bool Utils::Succeeds(const QString &program, const QStringList &arguments)
 {
     Program process;
     SetEnvironment(process);
-    process.start(program, arguments, QIODevice::ReadWrite);
+    process.Start(program, arguments);
     return process.WaitForEnd(PROGRAM_TIME_LIMIT_MS) && process.exitStatus() == QProcess::NormalExit &&
            process.exitCode() == 0;
 }
@@ -92,7 +92,7 @@ QStringList Utils::ExecuteMerged(const QString &program, const QStringList &argu
     SetEnvironment(process);
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setStandardErrorFile(QString()); // Or Qt 6 complains of two ways for one channel.
-    process.start(program, arguments, QIODevice::ReadWrite);
+    process.Start(program, arguments);
     process.WaitForEnd(timeoutMs);
     return GetResults(&process);
 }
@@ -123,10 +123,10 @@ QStringList Utils::ExecutePiped(const QString &program1, const QStringList &argu
     if (hasThird)
         second.setStandardOutputProcess(&third);
 
-    first.start(program1, arguments1, QIODevice::ReadWrite);
-    second.start(program2, arguments2, QIODevice::ReadWrite);
+    first.Start(program1, arguments1);
+    second.Start(program2, arguments2);
     if (hasThird)
-        third.start(program3, arguments3, QIODevice::ReadWrite);
+        third.Start(program3, arguments3);
 
     first.WaitForEnd(PROGRAM_TIME_LIMIT_MS);
     second.WaitForEnd(PROGRAM_TIME_LIMIT_MS);

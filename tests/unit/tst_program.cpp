@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "program.h"
+
+#include <QtTest>
+
+#include <csignal>
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+/// Runs in the parent, right after a fork.
+void Die()
+{
+    ::raise(SIGKILL);
+}
+
+/// Is killed between the fork for a program and its exec.
+[[noreturn]] void DieWhileAProgramStarts()
+{
+    ::pthread_atfork(nullptr, Die, nullptr);
+    Program program;
+    program.Start(QStringLiteral("true"), {});
+    ::_exit(EXIT_FAILURE);
+}
+
+} // namespace
+
+class TestProgram : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void childOfAKilledProcessEnds();
+};
+
+void TestProgram::childOfAKilledProcessEnds()
+{
+    int ends[2] = {-1, -1};
+    QCOMPARE(::pipe(ends), 0);
+    const pid_t process = ::fork();
+    QVERIFY(process != -1);
+    if (process == 0)
+        DieWhileAProgramStarts();
+    ::close(ends[1]);
+    int status = 0;
+    QCOMPARE(::waitpid(process, &status, 0), process);
+    QVERIFY(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+
+    // The child, as long as it is there, holds the other end.
+    pollfd end = {ends[0], POLLIN, 0};
+    const int limitMs = 20000;
+    QCOMPARE(::poll(&end, 1, limitMs), 1);
+    QVERIFY(end.revents & POLLHUP);
+    ::close(ends[0]);
+}
+
+QTEST_APPLESS_MAIN(TestProgram)
+#include "tst_program.moc"
