@@ -7,22 +7,30 @@
 #include "utils.h"
 #include "zebnetconfig.h"
 
+#include <optional>
+
 #include <arpa/inet.h>
 #include <sys/ioctl.h>
 
 namespace {
 
-quint32 Bits(const QString &address)
+std::optional<quint32> Bits(const QString &address)
 {
     in_addr bits = {};
-    ::inet_pton(AF_INET, qPrintable(address), &bits);
-    return bits.s_addr;
+    return ::inet_pton(AF_INET, qPrintable(address), &bits) == 1 ? std::make_optional(bits.s_addr)
+                                                                 : std::nullopt;
 }
 
-/// The kernel refuses a route by such a gateway, and only the definition can be wrong.
-bool IsOutsideSubnet(const QString &gateway, const QString &address, const QString &netmask)
+/// Why the kernel refuses a route by this gateway, for which only the definition can be to blame; empty where
+/// it does not.
+QString GatewayFault(const QString &gateway, const QString &address, const QString &netmask)
 {
-    return ((Bits(gateway) ^ Bits(address)) & Bits(netmask)) != 0;
+    const auto bits = Bits(gateway);
+    if (!bits)
+        return QStringLiteral(": the gateway %1 is no address").arg(gateway);
+    if (((*bits ^ Bits(address).value_or(0)) & Bits(netmask).value_or(0)) != 0)
+        return QStringLiteral(": the gateway %1 is outside its subnet").arg(gateway);
+    return {};
 }
 
 } // namespace
@@ -50,6 +58,7 @@ void NetworkDevice::KeepStaticAddress()
     const auto now = RetryPause::Time::clock::now();
     if (HasStaticAddress() && HasStaticRoute()) {
         staticPause.NoteSuccess(now);
+        reports->upkeep.Over();
         return;
     }
     if (!staticPause.IsDue(now))
@@ -57,13 +66,10 @@ void NetworkDevice::KeepStaticAddress()
     // The routes are read now, the address was at the tick's begin, and takes its route along when it goes.
     ReadAddress(SIOCGIFADDR, ipAddress);
     const bool hasAddress = HasStaticAddress();
-    const bool isOutside = hasAddress && IsOutsideSubnet(currentConfig->gateway, ipAddress, netmask);
-    LogOnce(reports->upkeep, hasAddress ? QStringLiteral("route") : QStringLiteral("address"))
-        << "NetworkDevice::KeepStaticAddress - the" << (hasAddress ? "default route" : "static address")
-        << "is missing, setting it again on"
-        << (isOutside
-                ? name + QStringLiteral(": the gateway %1 is outside its subnet").arg(currentConfig->gateway)
-                : name);
+    const QString missing = hasAddress ? QStringLiteral("default route") : QStringLiteral("static address");
+    const QString place = hasAddress ? name + GatewayFault(currentConfig->gateway, ipAddress, netmask) : name;
+    LogOnce(reports->upkeep, missing + place)
+        << "NetworkDevice::KeepStaticAddress - the" << missing << "is missing, setting it again on" << place;
     if (!hasAddress) {
         ConfigureNetwork(true);
         return;
@@ -90,11 +96,12 @@ void NetworkDevice::KeepLeasedRoute()
     const auto now = RetryPause::Time::clock::now();
     if (LearnLeasedRoute()) {
         routePause.NoteSuccess(now);
+        reports->upkeep.Over();
         return;
     }
     if (leasedGateway.isEmpty() || leasedGatewayAddress != ipAddress || !routePause.IsDue(now))
         return;
-    LogOnce(reports->upkeep, QStringLiteral("route"))
+    LogOnce(reports->upkeep)
         << "NetworkDevice::KeepLeasedRoute - the default route is missing, setting it again on" << name;
     RestoreGateway(leasedGateway, leasedMetric);
     routePause.NoteAttempt(now);

@@ -2,8 +2,11 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fastclock.h"
 
 #include "zebnetconfig.h"
+
+#include <chrono>
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -35,6 +38,8 @@ private Q_SLOTS:
     void staticAddressLostAtOnceIsSetAgain();
     void lostDefaultRouteIsSetAgain();
     void gatewayOutOfReachCostsNobodyHisRoute();
+    void gatewayThatIsNoAddressIsTold();
+    void reasonThatChangesIsTold();
     void staticAddressThatCannotBeSetWaits();
     void staticAddressWaitsForAuthentication();
 
@@ -44,6 +49,7 @@ private Q_SLOTS:
     void routeThatSomebodySetInstead();
     void routeOfAnEarlierAddressIsForgotten();
     void routeOfAnEarlierLeaseIsForgotten();
+    void everyLossOfTheRouteIsTold();
 };
 
 namespace {
@@ -291,6 +297,38 @@ void TestCorviUpkeep::gatewayOutOfReachCostsNobodyHisRoute()
     QVERIFY(RealIp({"route", "show", "default"}).contains("via 10.8.0.1"));
 }
 
+void TestCorviUpkeep::gatewayThatIsNoAddressIsTold()
+{
+    UseWorkingRoute();
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Tick();
+    corvi.WiredDevice()->currentConfig->gateway = "router.lan"; // Not by our own store, which checks it.
+    Forget();
+
+    corvi.WiredDevice()->KeepStaticAddress();
+
+    QCOMPARE(LogLines(), QStringList{"NetworkDevice::KeepStaticAddress - the default route is missing, "
+                                     "setting it again on eth0: the gateway router.lan is no address"});
+}
+
+void TestCorviUpkeep::reasonThatChangesIsTold()
+{
+    UseWorkingRoute();
+    Answer("ip", "[ $1 = route ] || exec ip \"$@\""); // Nothing brings the route back.
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Tick();
+    RealIp({"route", "del", "default"});
+    corvi.Tick();
+    Forget();
+
+    corvi.WiredDevice()->currentConfig->gateway = "10.9.9.9";
+    FastClock::Advance(std::chrono::minutes(1));
+    corvi.Tick();
+
+    QCOMPARE(LogLines(), QStringList{"NetworkDevice::KeepStaticAddress - the default route is missing, "
+                                     "setting it again on eth0: the gateway 10.9.9.9 is outside its subnet"});
+}
+
 void TestCorviUpkeep::staticAddressThatCannotBeSetWaits()
 {
     Answer("ifconfig", "[ $2 = up ] && ip link set dev $1 up");
@@ -400,6 +438,24 @@ void TestCorviUpkeep::routeOfAnEarlierLeaseIsForgotten()
     corvi.Tick();
 
     QCOMPARE(JournalOf("ip route"), QStringList());
+}
+
+void TestCorviUpkeep::everyLossOfTheRouteIsTold()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    AddDefaultRoute("10.0.0.1");
+    corvi.Tick();
+    Forget();
+
+    for (int i = 0; i < 2; ++i) {
+        RealIp({"route", "del", "default"});
+        corvi.Tick(2);
+    }
+
+    QCOMPARE(LogCount("NetworkDevice::KeepLeasedRoute - the default route is missing, "
+                      "setting it again on eth0"),
+             2);
 }
 
 QTEST_GUILESS_MAIN(TestCorviUpkeep)
