@@ -15,6 +15,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <algorithm>
 #include <optional>
 
 namespace {
@@ -98,18 +99,19 @@ void NetworkDevice::TellOfLostResolver(const QString &transcript)
             << lines.last();
 }
 
-/// The default route of the lease, where it is the one in use. False when there is no default route at all.
+/// The default route of the lease, be it the one in use or not. False when there is no default route at all.
 bool NetworkDevice::LearnLeasedRoute()
 {
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
-    if (routes.isEmpty())
-        return false;
-    if (routes.first().interfaceName == name && routes.first().gateway != LINK_ITSELF) {
-        leasedGateway = routes.first().gateway;
-        leasedMetric = routes.first().metric;
+    const auto ours = std::find_if(routes.begin(), routes.end(), [this](const DefaultRoute &route) {
+        return route.interfaceName == name && route.gateway != LINK_ITSELF;
+    });
+    if (ours != routes.end()) {
+        leasedGateway = ours->gateway;
+        leasedMetric = ours->metric;
         leasedGatewayAddress = ipAddress;
     }
-    return true;
+    return !routes.isEmpty();
 }
 
 /// What a server asked for on the network before has no place where no server is asked. From one server to

@@ -3,9 +3,12 @@
 
 #include "networkdevice.h"
 
+#include "defaultroute.h"
 #include "logging.h"
 #include "utils.h"
 #include "zebnetconfig.h"
+
+#include <QFile>
 
 #include <optional>
 
@@ -13,6 +16,10 @@
 #include <sys/ioctl.h>
 
 namespace {
+
+/// The client's hook leaves this file, one an interface, where the last answer of the server named no
+/// gateway.
+const QString NO_ROUTER = QStringLiteral("/run/corvi-no-router.");
 
 std::optional<quint32> Bits(const QString &address)
 {
@@ -87,6 +94,8 @@ QString NetworkDevice::ExpectedGateway() const
 
 /// The client sets the route of its lease once, and at a renewal not again: where somebody takes it away, as
 /// a VPN that ended badly, nobody else brings it back. One that somebody has set instead is not touched.
+/// While a VPN takes every address nobody needs it, and the VPN may have taken it away to let nothing past
+/// itself: it comes back when the VPN is gone.
 void NetworkDevice::KeepLeasedRoute()
 {
     if (ipAddress.isEmpty() || !currentConfig || currentConfig->staticIp) {
@@ -99,7 +108,10 @@ void NetworkDevice::KeepLeasedRoute()
         reports->upkeep.Over();
         return;
     }
-    if (leasedGateway.isEmpty() || leasedGatewayAddress != ipAddress || !routePause.IsDue(now))
+    if (QFile::exists(NO_ROUTER + name))
+        leasedGateway.clear();
+    if (leasedGateway.isEmpty() || leasedGatewayAddress != ipAddress || !routePause.IsDue(now) ||
+        HasRoutesForBothHalves())
         return;
     LogOnce(reports->upkeep)
         << "NetworkDevice::KeepLeasedRoute - the default route is missing, setting it again on" << name;

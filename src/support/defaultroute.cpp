@@ -29,21 +29,41 @@ QString AddressText(const QByteArray &hexadecimal)
     return QString::fromLatin1(text.data());
 }
 
-} // namespace
-
-QVector<DefaultRoute> ReadDefaultRoutes()
+/// The columns of the table's rows that have this mask, in its own form.
+QVector<QList<QByteArray>> RowsWithMask(const QByteArray &mask)
 {
     QFile table(ROUTES);
     if (!table.open(QIODevice::ReadOnly))
         return {};
-    QVector<DefaultRoute> routes;
+    QVector<QList<QByteArray>> rows;
     const QList<QByteArray> lines = table.readAll().split('\n');
     for (const QByteArray &line : lines) {
         const QList<QByteArray> columns = line.split('\t');
-        if (columns.size() < COLUMNS || columns.at(MASK) != EVERY_ADDRESS)
-            continue;
+        if (columns.size() >= COLUMNS && columns.at(MASK) == mask)
+            rows.append(columns);
+    }
+    return rows;
+}
+
+} // namespace
+
+QVector<DefaultRoute> ReadDefaultRoutes()
+{
+    QVector<DefaultRoute> routes;
+    const QVector<QList<QByteArray>> rows = RowsWithMask(EVERY_ADDRESS);
+    for (const QList<QByteArray> &columns : rows)
         routes.append({QFile::decodeName(columns.at(IFACE)), AddressText(columns.at(GATEWAY)),
                        columns.at(METRIC).toInt()});
-    }
     return routes;
+}
+
+bool HasRoutesForBothHalves()
+{
+    const QByteArray upperHalf = QByteArray::number(htonl(0x80000000U), 16).toUpper().rightJustified(8, '0');
+    bool hasLower = false;
+    bool hasUpper = false;
+    const QVector<QList<QByteArray>> rows = RowsWithMask(upperHalf);
+    for (const QList<QByteArray> &columns : rows)
+        (columns.at(DESTINATION) == upperHalf ? hasUpper : hasLower) = true;
+    return hasLower && hasUpper;
 }

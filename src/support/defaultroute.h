@@ -17,3 +17,7 @@ struct DefaultRoute
 /// The default routes of the main table in the order in which they count: the first one is used
 /// (/proc/net/route, proc(5)).
 QVector<DefaultRoute> ReadDefaultRoutes();
+
+/// Whether each half of all addresses has a route of its own (0.0.0.0/1 and 128.0.0.0/1), which goes before
+/// any default route: many a VPN takes everything so, and leaves the default route alone.
+bool HasRoutesForBothHalves();

@@ -9,6 +9,7 @@ from pathlib import Path
 from harness import (RELOAD_FLAG, RESOLV_CONF, STATIC, SystemTest, addresses, default_routes, main, read, run, touch,
                      wait_for, wired, write_store)
 
+NO_ROUTER = Path("/run/corvi-no-router.eth0")
 LEASE = {"new_subnet_mask": "255.255.255.0", "new_domain_name_servers": "192.0.2.53"}
 
 
@@ -49,6 +50,24 @@ class Routes(HookTest):
         client_script("BOUND", "wwan0", 1, IF_METRIC="500")
 
         self.assertEqual(routes(), [("wwan0", 500), ("wlan0", 700)])
+
+    def test_gateway_that_is_named_no_more_is_known(self):
+        self.given_cables("eth0")
+        client_script("BOUND", "eth0", 0)
+        self.assertFalse(NO_ROUTER.exists())
+
+        client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", new_routers="")
+        self.assertTrue(NO_ROUTER.exists())
+
+        client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2")
+        self.assertFalse(NO_ROUTER.exists())
+
+    def test_gateway_among_classless_routes_is_one(self):
+        self.given_cables("eth0")
+
+        client_script("BOUND", "eth0", 0, new_routers="", new_rfc3442_classless_static_routes="0 10 0 0 1")
+
+        self.assertFalse(NO_ROUTER.exists())
 
 
 class Resolver(HookTest):

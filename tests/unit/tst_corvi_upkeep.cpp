@@ -49,6 +49,10 @@ private Q_SLOTS:
     void routeThatSomebodySetInstead();
     void routeOfAnEarlierAddressIsForgotten();
     void routeOfAnEarlierLeaseIsForgotten();
+    void routeBehindAnotherIsLearnt();
+    void tunnelThatTakesEveryAddressIsLeftAlone();
+    void halfATunnelIsNoWayOut();
+    void gatewayThatTheServerTookBackIsForgotten();
     void everyLossOfTheRouteIsTold();
 };
 
@@ -438,6 +442,80 @@ void TestCorviUpkeep::routeOfAnEarlierLeaseIsForgotten()
     corvi.Tick();
 
     QCOMPARE(JournalOf("ip route"), QStringList());
+}
+
+void TestCorviUpkeep::routeBehindAnotherIsLearnt()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    MakeInterface("vpn0");
+    BringUp("vpn0");
+    RealIp({"route", "add", "default", "dev", "vpn0"});
+    RealIp({"route", "add", "default", "via", "10.0.0.1", "dev", "eth0", "metric", "5"});
+    corvi.WiredDevice()->KeepLeasedRoute();
+    Forget();
+
+    RealIp({"route", "flush", "default"});
+    corvi.WiredDevice()->KeepLeasedRoute();
+
+    QCOMPARE(Journal(), QStringList{"ip route replace default via 10.0.0.1 dev eth0 metric 5"});
+}
+
+void TestCorviUpkeep::tunnelThatTakesEveryAddressIsLeftAlone()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    AddDefaultRoute("10.0.0.1");
+    corvi.Tick();
+    MakeInterface("vpn0");
+    BringUp("vpn0");
+    RealIp({"route", "add", "0.0.0.0/1", "dev", "vpn0"});
+    RealIp({"route", "add", "128.0.0.0/1", "dev", "vpn0"});
+    Forget();
+
+    // As one does that lets nothing past itself.
+    RealIp({"route", "del", "default"});
+    corvi.WiredDevice()->KeepLeasedRoute();
+    QCOMPARE(Journal(), QStringList());
+
+    RealIp({"link", "del", "dev", "vpn0"});
+    corvi.WiredDevice()->KeepLeasedRoute();
+    QCOMPARE(Journal(), QStringList{"ip route replace default via 10.0.0.1 dev eth0"});
+}
+
+void TestCorviUpkeep::halfATunnelIsNoWayOut()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    AddDefaultRoute("10.0.0.1");
+    corvi.Tick();
+    MakeInterface("vpn0");
+    BringUp("vpn0");
+    RealIp({"route", "add", "0.0.0.0/1", "dev", "vpn0"});
+    Forget();
+
+    RealIp({"route", "del", "default"});
+    corvi.WiredDevice()->KeepLeasedRoute();
+
+    QCOMPARE(Journal(), QStringList{"ip route replace default via 10.0.0.1 dev eth0"});
+}
+
+void TestCorviUpkeep::gatewayThatTheServerTookBackIsForgotten()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    AddDefaultRoute("10.0.0.1");
+    corvi.Tick();
+    Forget();
+
+    // As the client's hook says of a renewal without a router.
+    WriteFile("/run/corvi-no-router.eth0", "");
+    RealIp({"route", "del", "default"});
+    corvi.WiredDevice()->KeepLeasedRoute();
+    QVERIFY(QFile::remove("/run/corvi-no-router.eth0"));
+    corvi.WiredDevice()->KeepLeasedRoute();
+
+    QCOMPARE(Journal(), QStringList());
 }
 
 void TestCorviUpkeep::everyLossOfTheRouteIsTold()

@@ -22,6 +22,7 @@ private Q_SLOTS:
     void routesComeInTheOrderInWhichTheyCount();
     void routeWithoutAGateway();
     void otherRoutesAreNoDefaultRoutes();
+    void halvesOfAllAddressesGoTogether();
     void gatewayThatAnotherInterfaceReachesIsOurs();
     void gatewayIsLeftToTheTool_data();
     void gatewayIsLeftToTheTool();
@@ -82,6 +83,21 @@ void TestDefaultRoute::otherRoutesAreNoDefaultRoutes()
     QVERIFY(ReadDefaultRoutes().isEmpty());
 
     RealIp({"route", "del", "0.0.0.0/1"});
+}
+
+void TestDefaultRoute::halvesOfAllAddressesGoTogether()
+{
+    RealIp({"route", "add", "default", "via", "192.0.2.1", "dev", "eth0"});
+    QVERIFY(!HasRoutesForBothHalves());
+
+    RealIp({"route", "add", "0.0.0.0/1", "via", "192.0.2.1", "dev", "eth0"});
+    QVERIFY(!HasRoutesForBothHalves());
+    RealIp({"route", "add", "128.0.0.0/1", "via", "192.0.2.1", "dev", "wlan0"});
+    QVERIFY(HasRoutesForBothHalves());
+    RealIp({"route", "del", "0.0.0.0/1"});
+    QVERIFY(!HasRoutesForBothHalves());
+
+    RealIp({"route", "del", "128.0.0.0/1"});
 }
 
 void TestDefaultRoute::gatewayThatAnotherInterfaceReachesIsOurs()
