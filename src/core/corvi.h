@@ -247,6 +247,7 @@ private:
     void LogDiscovery() const;
     bool IsForDiscovery(const QString &interfaceName) const;
     bool IsEnslaved(const QString &interfaceName) const;
+    void ForgetGoneInterfaces();
     /// The kernel's number of the interface (netdevice(7)), which no other one gets under the same name; 0
     /// where there is none.
     static unsigned int InterfaceIndex(const QString &interfaceName);

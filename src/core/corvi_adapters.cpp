@@ -99,6 +99,7 @@ void Corvi::AmendInterfaces(const InterfaceIndexes &present)
         AddInterface(interfaceName);
     SortInterfaces();
     WpaSupplicantCfg::ForgetUnheldKeys();
+    ForgetGoneInterfaces();
     // A modem that was given up stays so until there is another choice.
     if (!modemDevice && (modemInterfaces != modemsBefore || gone.contains(modemInterfaces.value(0))))
         AdoptModem();

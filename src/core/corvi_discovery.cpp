@@ -15,7 +15,16 @@
 #include <QDir>
 #include <QFile>
 
+#include <iterator>
+
 #include <net/if.h>
+
+namespace {
+
+/// More than one device has docks and sticks that are put in again and again.
+constexpr size_t REMEMBERED_ADAPTERS = 16;
+
+} // namespace
 
 void Corvi::FindAllInterfaces()
 {
@@ -39,7 +48,22 @@ void Corvi::FindAllInterfaces()
     SortInterfaces();
     AdoptModem();
     WpaSupplicantCfg::ForgetUnheldKeys();
+    ForgetGoneInterfaces();
     LogDiscovery();
+}
+
+/// What was told of an adapter outlives it, for the next time that it is put in; but there are adapters that
+/// come under another name each time, and the daemon runs for years.
+void Corvi::ForgetGoneInterfaces()
+{
+    const auto forget = [this](auto &kept) {
+        for (auto entry = kept.begin(); entry != kept.end();)
+            entry = devices.contains(entry->first) ? std::next(entry) : kept.erase(entry);
+    };
+    forget(leftoverPauses);
+    forget(strayPauses);
+    if (deviceReports.size() > static_cast<size_t>(devices.size()) + REMEMBERED_ADAPTERS)
+        forget(deviceReports);
 }
 
 void Corvi::SortInterfaces()

@@ -74,6 +74,8 @@ public:
 
     NetworkDevice *Device(const QString &name) const { return devices.value(name); }
     int DeviceCount() const { return static_cast<int>(devices.size()); }
+    /// Of how many interfaces it remembers what was told.
+    int RememberedInterfaces() const { return static_cast<int>(deviceReports.size()); }
     NetworkDevice *WiredDevice() const { return wiredDevice; }
     NetworkDevice *WirelessDevice() const { return wirelessDevice; }
     NetworkDevice *ModemDevice() const { return modemDevice; }

@@ -36,6 +36,7 @@ private Q_SLOTS:
     void modemThatWasGivenUpStaysSo();
     void changeUnderTheBondAsksForARescan();
     void lastInterfaceThatGoesIsForgotten();
+    void adaptersThatCameOnceAreForgotten();
 };
 
 namespace {
@@ -43,6 +44,11 @@ namespace {
 void Delete(const QString &interfaceName)
 {
     RealIp({"link", "delete", "dev", interfaceName});
+}
+
+void TakeDown(const QString &interfaceName)
+{
+    RealIp({"link", "set", "dev", interfaceName, "down"});
 }
 
 /// The wired device carries and is configured.
@@ -370,6 +376,23 @@ void TestCorviAdapters::lastInterfaceThatGoesIsForgotten()
     corvi.Tick();
 
     QVERIFY(!corvi.Device("eth0"));
+}
+
+void TestCorviAdapters::adaptersThatCameOnceAreForgotten()
+{
+    CorviPeer corvi({"eth0", "eth1"}, DISCOVERED);
+    QString name = "eth1";
+    for (int i = 0; i < 20; ++i) {
+        TakeDown(name);
+        const QString next = QStringLiteral("stick%1").arg(i);
+        RealIp({"link", "set", "dev", name, "name", next});
+        name = next;
+        corvi.ForceRescan();
+        corvi.Tick();
+    }
+
+    QCOMPARE(corvi.DeviceCount(), 2);
+    QVERIFY2(corvi.RememberedInterfaces() <= 18, qPrintable(QString::number(corvi.RememberedInterfaces())));
 }
 
 QTEST_GUILESS_MAIN(TestCorviAdapters)
