@@ -203,6 +203,7 @@ void Corvi::SetUpNetworks()
         SetUpWithoutWired();
     }
     KeepCarrierConfigured(isWiredConnected);
+    ReplaceStaleRecord();
 }
 
 // The tests for the number of modem names differ below (two, one, two); they are meant to.

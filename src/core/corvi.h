@@ -200,6 +200,7 @@ private:
     RetryPause modemDownPause;
     QString publishedName; ///< the interface whose record was published last
     SegmentPlace segmentPlace;
+    bool hasEarlierRecord = false; ///< the segment was there already, with what an earlier daemon published
     QByteArray lostRecord; ///< of a segment that was lost or cannot be locked: to be put into it later
     std::optional<ServiceState> toldState; ///< what the state's file holds
     RetryPause statePause{RetryPause::First::AT_ONCE};
@@ -300,6 +301,7 @@ private:
     bool OpenSegment();
     bool PutRecord(const QByteArray &record);
     void KeepSegmentFound();
+    void ReplaceStaleRecord();
 
     // The carrier
     /// Every configuration of a device but a modem's goes through here.

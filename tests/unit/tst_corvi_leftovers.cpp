@@ -5,6 +5,10 @@
 
 #include "zebnetstatus.h"
 
+#include <QSharedMemory>
+
+#include <cstring>
+
 using namespace CorviWorld;
 using namespace TestSupport;
 
@@ -30,6 +34,33 @@ void GiveAddress(const QString &name)
 bool IsLinkUp(const QString &name)
 {
     return RealIp({"link", "show", "dev", name}).contains(",UP");
+}
+
+/// The status segment as an earlier daemon left it, which somebody holds.
+class Segment
+{
+public:
+    Segment() : memory(SEGMENT_KEY)
+    {
+        if (!memory.create(SEGMENT_SIZE))
+            qFatal("no segment");
+    }
+
+    void Put(const QByteArray &record)
+    {
+        std::memcpy(memory.data(), record.constData(), static_cast<size_t>(record.size()));
+    }
+
+private:
+    QSharedMemory memory;
+};
+
+QByteArray RecordOfAnEarlierDaemon()
+{
+    ZebNetStatus status;
+    status.SetConnected(true);
+    status.SetIfaceInfo("02:00:5E:10:00:01", "10.7.0.7", "10.7.0.255", "255.255.255.0");
+    return status.GetData();
 }
 
 ZebNetStatus Published(const CorviPeer &corvi)
@@ -63,6 +94,9 @@ private Q_SLOTS:
     void strayWirelessIsStoppedForACable_data();
     void strayWirelessIsStoppedForACable();
     void strayWirelessThatStaysUpIsNotStoppedOnEveryTick();
+    void recordOfAnEarlierDaemonIsReplaced_data();
+    void recordOfAnEarlierDaemonIsReplaced();
+    void recordOfAnEarlierDaemonThatIsTrueStays();
 };
 
 void TestCorviLeftovers::deviceThatIsLeftLosesItsAddress()
@@ -264,6 +298,45 @@ void TestCorviLeftovers::strayWirelessThatStaysUpIsNotStoppedOnEveryTick()
     corvi.Tick(5);
 
     QCOMPARE(JournalOf("ifconfig wlan0"), QStringList{"ifconfig wlan0 down"});
+}
+
+void TestCorviLeftovers::recordOfAnEarlierDaemonIsReplaced_data()
+{
+    QTest::addColumn<QStringList>("interfaces");
+    QTest::newRow("its link has gone") << QStringList{"wlan0"};
+    QTest::newRow("its interface has gone") << QStringList();
+}
+
+/// A radio's turn comes later, and it reports only once it is connected.
+void TestCorviLeftovers::recordOfAnEarlierDaemonIsReplaced()
+{
+    QFETCH(QStringList, interfaces);
+    Segment segment;
+    segment.Put(RecordOfAnEarlierDaemon());
+    EventListener listener;
+    MakeMachine(WLAN, interfaces);
+
+    CorviPeer corvi(SET_UP);
+
+    ZebNetStatus status;
+    QVERIFY(!status.SetData(corvi.Segment()) || !status.IsConnected());
+    QCOMPARE(listener.Take(), Events());
+}
+
+void TestCorviLeftovers::recordOfAnEarlierDaemonThatIsTrueStays()
+{
+    Segment segment;
+    MakeMachine(WLAN, {"eth0", "wlan0"});
+    PullCable("eth0");
+    BringUp("wlan0");
+    GiveAddress("wlan0");
+    WirelessDevice wlan("wlan0", nullptr);
+    wlan.RefreshStatus();
+    segment.Put(wlan.status->GetData());
+
+    CorviPeer corvi(SET_UP);
+
+    QCOMPARE(corvi.Segment(), wlan.status->GetData());
 }
 
 QTEST_GUILESS_MAIN(TestCorviLeftovers)

@@ -113,8 +113,8 @@ private slots:
     void segmentThatExistsIsTaken();
     void segmentIsNotToldOfAtTheNormalLevel_data();
     void segmentIsNotToldOfAtTheNormalLevel();
-    void segmentKeepsItsContentsUntilAnEvent_data();
-    void segmentKeepsItsContentsUntilAnEvent();
+    void segmentKeepsItsContentsUntilANetworkIsSetUp_data();
+    void segmentKeepsItsContentsUntilANetworkIsSetUp();
     void segmentThatCannotBeHadEndsTheProcess();
     void segmentThatComesLateIsWaitedFor();
     void lostSegmentIsMadeAnew_data();
@@ -212,7 +212,7 @@ void TestCorviSegment::segmentIsNotToldOfAtTheNormalLevel()
     QCOMPARE(LogLines().filter("Corvi::run"), QStringList());
 }
 
-void TestCorviSegment::segmentKeepsItsContentsUntilAnEvent_data()
+void TestCorviSegment::segmentKeepsItsContentsUntilANetworkIsSetUp_data()
 {
     QTest::addColumn<bool>("exists");
     QTest::addColumn<char>("byte");
@@ -220,7 +220,7 @@ void TestCorviSegment::segmentKeepsItsContentsUntilAnEvent_data()
     QTest::newRow("taken") << true << 'x';
 }
 
-void TestCorviSegment::segmentKeepsItsContentsUntilAnEvent()
+void TestCorviSegment::segmentKeepsItsContentsUntilANetworkIsSetUp()
 {
     QFETCH(bool, exists);
     QFETCH(char, byte);
@@ -233,7 +233,7 @@ void TestCorviSegment::segmentKeepsItsContentsUntilAnEvent()
     MakeInterface("eth0");
     PullCable("eth0");
 
-    CorviPeer corvi(SET_UP);
+    CorviPeer corvi(exists ? DISCOVERED : SET_UP);
 
     QCOMPARE(ReadSegment(), QByteArray(SEGMENT_SIZE, byte));
     // The listener's socket is there too.
