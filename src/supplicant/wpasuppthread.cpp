@@ -252,7 +252,6 @@ void WpaSuppThread::TickRunning()
         CountUnassociatedTicks(isOpen);
     if (isOpen) {
         openFailures = 0;
-        ++eapQuietTicks;
         if (associated || ++servedTicks >= PROOF_TICKS)
             NoteGoodStart();
     }

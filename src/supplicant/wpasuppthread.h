@@ -8,6 +8,7 @@
 #include "wpasupplicantcontrol.h"
 
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QString>
 #include <QStringList>
 #include <QThread>
@@ -230,7 +231,7 @@ private:
     bool wasStopped = false;                  ///< by a signal, at the last look at it
     bool startProved = false; ///< the supplicant was let in, or was there for a while, since its launch
     int servedTicks = 0;      ///< with a control connection since the launch
-    int eapQuietTicks = 0;    ///< with a control connection, since the last event of EAP or the launch
+    QElapsedTimer eapQuiet;   ///< since the last event of EAP, or the launch
     int failedStarts = 0;     ///< in a row
     int pauseTicks = 0;       ///< until a further start makes sense
     int idleTicks = 0;        ///< since the process began, until the first start

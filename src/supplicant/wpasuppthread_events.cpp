@@ -11,9 +11,9 @@ namespace {
 
 const QString BAD_PASSWORD = QStringLiteral("BadPassword");
 
-/// Without a word of an authenticator for as many ticks there is none. Below the 30 s that the supplicant
-/// waits for one: it begins before we hear it.
-constexpr int ALONE_TICKS = 20;
+/// Without a word of an authenticator for so long there is none: the supplicant itself waits 30 s for one.
+/// What it said before we were connected to it was missed, but a refusal follows soon.
+constexpr int ALONE_MS = 20000;
 
 } // namespace
 
@@ -36,7 +36,7 @@ void WpaSuppThread::MessageReceived(const QString &message)
     else
         Log(Level::TRACE) << "WpaSuppThread::MessageReceived --" << message;
     if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-")))
-        eapQuietTicks = 0;
+        eapQuiet.start();
 }
 
 void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
@@ -108,7 +108,7 @@ void WpaSuppThread::TellRefusal()
 {
     if (!wired)
         return;
-    const bool isAlone = eapQuietTicks >= ALONE_TICKS;
+    const bool isAlone = eapQuiet.isValid() && eapQuiet.hasExpired(ALONE_MS);
     LogOnce(reports.refusal, QString::number(isAlone))
         << (isAlone ? "WpaSuppThread -- Nobody answers on the port, so no password was refused on"
                     : "WpaSuppThread -- The authentication was refused on")

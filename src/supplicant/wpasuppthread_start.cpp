@@ -80,7 +80,6 @@ void WpaSuppThread::TakeOverRequest()
     process.reset();
     startProved = false;
     servedTicks = 0;
-    eapQuietTicks = 0;
     openFailures = 0;
     unassociatedTicks = 0;
 }
@@ -119,6 +118,7 @@ void WpaSuppThread::LaunchSupplicant()
     Log(Level::TRACE) << " WpaSuppThread::Start execute" << program << arguments;
     Log(Level::TRACE) << " WpaSuppThread::Start Driver=" << driver << wired;
     EndLeftOvers();
+    eapQuiet.start();
     const QStringList response = Utils::Execute(program, arguments, false);
     // A supplicant that starts has nothing to say.
     if (response.join(QString()).trimmed().isEmpty())

@@ -56,8 +56,6 @@ private slots:
     void countsAsAGoodStart_data();
     void countsAsAGoodStart();
     void tellsWhenItTriesAgain();
-    void tellsARefusalFromSilence_data();
-    void tellsARefusalFromSilence();
     void tellsALastingFaultOnce_data();
     void tellsALastingFaultOnce();
     void tellsAgainAfterItWasMended();
@@ -176,34 +174,6 @@ void TestWpaSuppThreadFaults::tellsWhenItTriesAgain()
     QVERIFY(text.contains(" :  WpaSuppThread -- No supplicant stays on eth0 - next try in 10 s, see "
                           "/var/log/wpa_supplicant.log \n"));
     QCOMPARE(text.count("next try"), 1);
-}
-
-void TestWpaSuppThreadFaults::tellsARefusalFromSilence_data()
-{
-    QTest::addColumn<int>("quietTicks");
-    QTest::addColumn<QString>("told");
-    const QString nobody = QStringLiteral("Nobody answers on the port, so no password was refused on");
-    const QString refused = QStringLiteral("The authentication was refused on");
-    QTest::newRow("right after the port's question") << 0 << refused;
-    QTest::newRow("a server that takes its time") << 15 << refused;
-    QTest::newRow("after the supplicant's own time") << 29 << nobody;
-}
-
-/// The supplicant says the same in both cases, and the text of its event is fixed.
-void TestWpaSuppThreadFaults::tellsARefusalFromSilence()
-{
-    QFETCH(int, quietTicks);
-    QFETCH(QString, told);
-    supervisor->Supervise(QStringLiteral("wlan0"), QStringLiteral("wired"));
-    supervisor->Tick(25);
-    Hear(*supervisor, "<3>CTRL-EVENT-EAP-STARTED EAP authentication started");
-    supervisor->Tick(quietTicks);
-
-    Hear(*supervisor, "<3>CTRL-EVENT-EAP-FAILURE EAP authentication failed");
-
-    QVERIFY2(TestSupport::LogText().contains(" :  WpaSuppThread -- " + told +
-                                             " wlan0 - the supplicant goes on trying \n"),
-             qPrintable(TestSupport::LogText()));
 }
 
 void TestWpaSuppThreadFaults::tellsALastingFaultOnce_data()
