@@ -6,6 +6,7 @@
 #include "managersocket.h"
 #include "testsupport.h"
 
+#include <QLoggingCategory>
 #include <QProcess>
 #include <QTest>
 
@@ -49,8 +50,8 @@ private slots:
     void journalThatDoesNotListenIsNotWaitedFor();
     void isWantedWhereTheUnitSaysSo_data();
     void isWantedWhereTheUnitSaysSo();
-    void faultIsToldOnce_data();
-    void faultIsToldOnce();
+    void echoIsToldOnce_data();
+    void echoIsToldOnce();
 };
 
 void TestJournal::lineIsSentWithItsPriority_data()
@@ -147,16 +148,20 @@ void TestJournal::isWantedWhereTheUnitSaysSo()
     QTEST(journal.HasDebugOutput(), "hasDebugOutput");
 }
 
-void TestJournal::faultIsToldOnce_data()
+void TestJournal::echoIsToldOnce_data()
 {
+    QTest::addColumn<QString>("kind");
     QTest::addColumn<bool>("isConnected");
     QTest::addColumn<int>("echoes");
-    QTest::newRow("error output elsewhere") << false << 1;
-    QTest::newRow("error output in the journal") << true << 0;
+    for (const char *kind : {"--fault", "--message", "--warning"}) {
+        QTest::addRow("%s, error output elsewhere", kind) << QString(kind) << false << 1;
+        QTest::addRow("%s, error output in the journal", kind) << QString(kind) << true << 0;
+    }
 }
 
-void TestJournal::faultIsToldOnce()
+void TestJournal::echoIsToldOnce()
 {
+    QFETCH(QString, kind);
     QFETCH(bool, isConnected);
     QFETCH(int, echoes);
     ManagerSocket journal(SOCKET);
@@ -168,22 +173,38 @@ void TestJournal::faultIsToldOnce()
         QProcess::systemEnvironment() +
         QStringList{isConnected ? "JOURNAL_STREAM=" + StreamOf(output) : "CORVI_JOURNAL=1"});
 
-    process.start(QCoreApplication::applicationFilePath(), {"--fault"});
+    process.start(QCoreApplication::applicationFilePath(), {kind});
 
     QVERIFY(process.waitForFinished());
-    QVERIFY(journal.Heard().endsWith("\nMESSAGE=a fault\n"));
+    QVERIFY(journal.Heard().endsWith("\nMESSAGE=told\n"));
     QCOMPARE(journal.Heard(), QByteArray());
-    QCOMPARE(ReadFile(output).count("a fault"), echoes);
-    QCOMPARE(ReadFile(LOG).count("a fault"), 1);
+    QCOMPARE(ReadFile(output).count("told"), echoes);
+    QCOMPARE(ReadFile(LOG).count("told"), 1);
+}
+
+/// What is told on the error output, too.
+bool Tell(const QString &kind)
+{
+    const QLoggingCategory platform("zeb");
+    Logging *const log = Logging::GetInstance(Level::NOTICE, false);
+    if (kind == "--fault") {
+        Log(Level::FAULT) << "told";
+    } else if (kind == "--message") {
+        log->LogMessage(Level::NOTICE, "told", true);
+    } else if (kind == "--warning") {
+        LogPlatformWarnings();
+        qCWarning(platform, "told");
+    } else {
+        return false;
+    }
+    return true;
 }
 
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    if (application.arguments().value(1) == "--fault") {
-        Log(Level::FAULT) << "a fault";
+    if (Tell(application.arguments().value(1)))
         return 0;
-    }
     qputenv("CORVI_JOURNAL", "1");
     TestJournal test;
     return QTest::qExec(&test, argc, argv);
