@@ -152,12 +152,13 @@ class Switches:
     """The faults that one build holds: a number for each, on every line at most one."""
 
     def __init__(self, faults):
+        # Read once: somebody may work on the sources meanwhile.
+        self.originals = {source: (TOP / source).read_text() for source, _ in faults}
         self.numbers = {}
         self.separate = []
         lines = set()
         for number, (source, fault) in enumerate(faults, 1):
-            text = (TOP / source).read_text()
-            if (source, fault.line) in lines or with_switch(text, fault, number) is None:
+            if (source, fault.line) in lines or with_switch(self.originals[source], fault, number) is None:
                 self.separate.append((source, fault))
             else:
                 self.numbers[source, fault] = number
@@ -168,9 +169,9 @@ class Switches:
         for (source, fault), number in self.numbers.items():
             texts[source].append((fault, number))
         for source, here in texts.items():
-            text = (TOP / source).read_text()
+            text = self.originals[source]
             for fault, number in here:
-                text = switched_beside(text, fault, number, (TOP / source).read_text())
+                text = switched_beside(text, fault, number, self.originals[source])
             # Instead of the first line, a comment, so that the others keep their numbers.
             write_if_new(COPY / source, f'#include "{COPY}/tests/mutation/fault.h"\n' + text.partition("\n")[2])
 
@@ -184,7 +185,7 @@ class Switches:
         for source, fault in sorted(refused):
             del self.numbers[source, fault]
             self.separate.append((source, fault))
-            write_if_new(COPY / source, (TOP / source).read_text())
+            write_if_new(COPY / source, self.originals[source])
         return bool(refused)
 
 
@@ -222,8 +223,8 @@ class Trial:
                 STOPPING.set()
                 pool.shutdown(cancel_futures=True)
         STOPPING.clear()
-        for source in {source for source, _ in self.switches.numbers}:
-            write_if_new(COPY / source, (TOP / source).read_text())
+        for source, text in self.switches.originals.items():
+            write_if_new(COPY / source, text)
         for source, fault in sorted(self.switches.separate):
             yield (source, fault, *self.try_alone(source, fault))
 
