@@ -3,6 +3,7 @@
 
 #include "corvi.h"
 
+#include "journal.h"
 #include "logging.h"
 #include "networkdevice.h"
 #include "securefile.h"
@@ -39,6 +40,7 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
 
 void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
 {
+    const JournalSubject subject(d->name, d->DefinitionName());
     if (d->isRunning)
         PublishAddress(d);
     if (d->isRunning && !IsAwaitingAuthentication(d)) {

@@ -3,6 +3,7 @@
 
 #include "corvi.h"
 
+#include "journal.h"
 #include "logging.h"
 #include "networkdevice.h"
 
@@ -34,6 +35,7 @@ void Corvi::ClearUpWired(const NetworkDevice *chosen)
 /// is moved to and fro between two ports leaves an address behind each time.
 void Corvi::TakeAddressAway(NetworkDevice *d)
 {
+    const JournalSubject subject(d->name, d->DefinitionName());
     if (d->ipAddress.isEmpty()) {
         leftoverPauses.erase(d->name);
         return;

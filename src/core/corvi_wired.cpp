@@ -3,6 +3,7 @@
 
 #include "corvi.h"
 
+#include "journal.h"
 #include "logging.h"
 #include "networkdevice.h"
 #include "supplicantdecisions.h"
@@ -126,6 +127,7 @@ void Corvi::BeginWiredLink(NetworkDevice *d)
 
 void Corvi::WaitForAuthentication(NetworkDevice *d)
 {
+    const JournalSubject subject(d->name, d->DefinitionName());
     const auto decide = [&] {
         return ForWait({supThread->IsAssociated(), d->ipAnnounced, d->fallbackEnabled, d->authWaitTicks});
     };
@@ -172,6 +174,7 @@ void Corvi::CheckRefreshFile(bool isConnected)
 /// the network before is of no use in the new one, so the state is reported afresh, as by the refresh file.
 void Corvi::CheckBounce(NetworkDevice *d)
 {
+    const JournalSubject subject(d->name, d->DefinitionName());
     if (d->configurable || !d->carrierLosses.Happened(CarrierLosses::Time::clock::now()))
         return;
     d->RefreshStatus();

@@ -174,7 +174,7 @@ void NetworkDevice::ReadCarrier()
 
 void NetworkDevice::UpdateIpInformation()
 {
-    const JournalSubject subject(name, currentNetwork ? currentNetwork->Name() : QString());
+    const JournalSubject subject(name, DefinitionName());
     status->SetIfaceInfo(macAddress, ipAddress, broadcast, netmask);
     // The same address found again, or still none, is no news.
     LogOnce(reports->address, ipAddress) << "NetworkDevice::UpdateIpInformation" << macAddress << ","
@@ -201,6 +201,11 @@ QString NetworkDevice::toString() const
         lines << QStringLiteral("ESSID=%1 ,AccessPoint=%2 ,LinkQuality=%3 ,EncKey=%4")
                      .arg(essid, accessPoint, QString::number(linkQuality), encKey);
     return lines.join(QLatin1Char('\n'));
+}
+
+QString NetworkDevice::DefinitionName() const
+{
+    return currentNetwork ? currentNetwork->Name() : QString();
 }
 
 void NetworkDevice::SendEvent(int code, int value)

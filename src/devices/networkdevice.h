@@ -65,6 +65,8 @@ public:
     /// Publishes the addresses and reports an address that is present with event (1, 1).
     void UpdateIpInformation();
     QString toString() const;
+    /// Of the definition that was chosen, empty before.
+    QString DefinitionName() const;
     void SendEvent(int code, int value);
 
     // Link and address control: each runs a tool whose result is not examined.

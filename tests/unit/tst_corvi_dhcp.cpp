@@ -2,8 +2,11 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "managersocket.h"
 
+#include <QDir>
 #include <QFileInfo>
+#include <QScopeGuard>
 
 #include <sys/stat.h>
 
@@ -16,6 +19,7 @@ class TestCorviDhcp : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { qputenv("CORVI_JOURNAL", "1"); } // asked for once, with the first line
     void init();
 
     // Wired
@@ -26,6 +30,7 @@ private Q_SLOTS:
     void addressThatCameInTheSameTickNeedsNoRetry();
     void retriesStopFillingTheLog();
     void lostLinkStartsThePausesAnew();
+    void journalNamesInterfaceAndDefinition();
 
     // Wireless
     void addressIsRetriedWhileAssociated_data();
@@ -163,6 +168,25 @@ void TestCorviDhcp::lostLinkStartsThePausesAnew()
 
     QVERIFY(!corvi.IsWiredRetryDue(std::chrono::seconds(0)));
     QVERIFY(corvi.IsWiredRetryDue(std::chrono::seconds(10)));
+}
+
+void TestCorviDhcp::journalNamesInterfaceAndDefinition()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    QVERIFY(QDir().mkpath("/run/systemd/journal"));
+    const auto folder = qScopeGuard([] { Remove("/run/systemd/journal"); });
+    ManagerSocket journal("/run/systemd/journal/socket");
+    QVERIFY(journal.bound);
+
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
+    corvi.Tick();
+
+    QByteArray told;
+    while (!told.contains("RetryDhcp")) {
+        told = journal.Heard();
+        QVERIFY(!told.isEmpty());
+    }
+    QVERIFY2(told.contains("\nINTERFACE=eth0\nDEFINITION=lan\n"), told.constData());
 }
 
 void TestCorviDhcp::addressIsRetriedWhileAssociated_data()
