@@ -256,13 +256,14 @@ private:
     // Adapters that come and go
     using InterfaceIndexes = QMap<QString, unsigned int>;
     void CheckAdapters();
-    InterfaceIndexes LookForInterfaces() const;
+    std::optional<InterfaceIndexes> LookForInterfaces() const;
     static QStringList NamesOnlyIn(const InterfaceIndexes &interfaces, const InterfaceIndexes &others);
     void TellOfAdapters(const QStringList &gone, const QStringList &added);
     void AmendInterfaces(const InterfaceIndexes &present);
     void LetGoOfInterface(const QString &interfaceName);
     void LeaveDevice(NetworkDevice *device);
     LinkEvents linkEvents;
+    bool isLookOwed = false;                             ///< the last one failed
     bool arePortsLoose = false;                          ///< interfaces wait to become ports of the bond
     InterfaceIndexes takenInterfaces;                    ///< by the last discovery, and amended since
     std::optional<InterfaceIndexes> differingInterfaces; ///< seen instead of these by the last tick

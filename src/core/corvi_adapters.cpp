@@ -33,10 +33,14 @@ QStringList BondNames()
 /// that restarts, or udev that renames the interface, is not yet done when the first look sees it.
 void Corvi::CheckAdapters()
 {
-    if (!linkEvents.Happened() && !differingInterfaces && !arePortsLoose)
+    if (!linkEvents.Happened() && !differingInterfaces && !arePortsLoose && !isLookOwed)
         return;
     arePortsLoose = bondingEnabled && bondedDevice->AdoptPorts();
-    const InterfaceIndexes present = LookForInterfaces();
+    const std::optional<InterfaceIndexes> look = LookForInterfaces();
+    isLookOwed = !look;
+    if (!look)
+        return;
+    const InterfaceIndexes &present = *look;
     if (present == takenInterfaces) {
         differingInterfaces.reset();
         return;
@@ -55,16 +59,23 @@ void Corvi::CheckAdapters()
 }
 
 /// What a discovery would take now. Bonds are made and renamed by the bonding itself: they are no change.
-Corvi::InterfaceIndexes Corvi::LookForInterfaces() const
+/// Nothing where it cannot be told, as without a descriptor left: what is not seen is not gone.
+std::optional<Corvi::InterfaceIndexes> Corvi::LookForInterfaces() const
 {
     InterfaceIndexes present;
     const QStringList bonds = bondedDevice->isBondingActive() ? BondNames() : QStringList();
     const QStringList entries = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
+    if (entries.isEmpty()) // There is always the loopback.
+        return std::nullopt;
     for (const QString &entry : entries) {
-        if (!bonds.contains(entry) && IsForDiscovery(entry))
-            present.insert(entry, InterfaceIndex(entry));
-        else if (bonds.contains(entry) && takenInterfaces.contains(entry))
+        if (!bonds.contains(entry) && IsForDiscovery(entry)) {
+            const unsigned int index = InterfaceIndex(entry);
+            if (index == 0)
+                return std::nullopt;
+            present.insert(entry, index);
+        } else if (bonds.contains(entry) && takenInterfaces.contains(entry)) {
             present.insert(entry, takenInterfaces.value(entry));
+        }
     }
     return present;
 }

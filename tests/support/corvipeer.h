@@ -80,7 +80,7 @@ public:
     NetworkDevice *WirelessDevice() const { return wirelessDevice; }
     NetworkDevice *ModemDevice() const { return modemDevice; }
     /// The names of what a discovery would take now.
-    QStringList Present() const { return LookForInterfaces().keys(); }
+    QStringList Present() const { return LookForInterfaces().value().keys(); }
     QStringList AllInterfaces() const { return allInterfaces; }
     QStringList WiredInterfaces() const { return wiredInterfaces; }
     QStringList WirelessInterfaces() const { return wirelessInterfaces; }

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "resourcelimit.h"
 
 #include <QPointer>
 
@@ -20,6 +21,7 @@ private Q_SLOTS:
     void newInterfaceIsSorted();
     void otherDevicesKeepTheirNetwork();
     void interfaceThatGoesAgainIsNoChange();
+    void interfaceThatCannotBeSeenIsNotGone();
     void interfaceThatGoesIsForgotten();
     void interfaceInUseThatGoesIsReportedOnce();
     void interfaceMadeAnewIsAnotherOne();
@@ -127,6 +129,27 @@ void TestCorviAdapters::interfaceThatGoesAgainIsNoChange()
 
     QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
     QCOMPARE(LogLines(), QStringList());
+}
+
+void TestCorviAdapters::interfaceThatCannotBeSeenIsNotGone()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    const QPointer<NetworkDevice> device = corvi.Device("eth0");
+    MakeInterface("eth1");
+    {
+        const ResourceLimit noDescriptorLeft(RLIMIT_NOFILE, 0);
+        corvi.Tick(3);
+    }
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
+    QCOMPARE(corvi.Device("eth0"), device.data());
+
+    // The change that it was told of before is not lost.
+    corvi.Tick(2);
+
+    QCOMPARE(corvi.AllInterfaces(), QStringList({"eth0", "eth1"}));
+    QCOMPARE(corvi.Device("eth0"), device.data());
 }
 
 void TestCorviAdapters::interfaceThatGoesIsForgotten()
