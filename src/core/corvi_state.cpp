@@ -60,6 +60,8 @@ void Corvi::TellState()
         return;
     }
     const int reason = errno;
+    // What stands there is of another time, or of another daemon: nothing is better.
+    static_cast<void>(SecureFile::Remove(ServiceState::PATH));
     if (reason != ENOENT)
         LogOnce(stateReport) << "Corvi::TellState - the state for other programs cannot be written:"
                              << ServiceState::PATH << qt_error_string(reason);

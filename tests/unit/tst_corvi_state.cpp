@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "resourcelimit.h"
 #include "servicestate.h"
 
 #include <QDir>
@@ -53,6 +54,7 @@ private Q_SLOTS:
     void removedFileIsWrittenAgain();
     void missingFolderIsNoFault();
     void folderThatCannotBeUsedIsToldOnce();
+    void stateThatCannotBeWrittenLeavesNoEarlierOne();
     void failedAttemptsAreCounted();
     void attemptIsToldWhileItIsMade();
     void newLinkCountsAnew();
@@ -140,6 +142,16 @@ void TestCorviState::folderThatCannotBeUsedIsToldOnce()
                  1);
     }
     QFile::remove("/run/corvi");
+}
+
+void TestCorviState::stateThatCannotBeWrittenLeavesNoEarlierOne()
+{
+    WriteFile("/run/corvi/state.json", "of an earlier daemon");
+    {
+        const ResourceLimit fullDisk(RLIMIT_FSIZE, 10);
+        CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    }
+    QVERIFY(!QFileInfo::exists("/run/corvi/state.json"));
 }
 
 void TestCorviState::failedAttemptsAreCounted()
