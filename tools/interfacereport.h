@@ -21,6 +21,7 @@ struct LinkFacts
     bool isUp = false;
     bool hasCarrier = false;
     bool isWireless = false;
+    QString virtualKind;       ///< "bridge" ...; empty for an adapter
     int speedMbits = 0;        ///< 0 where the link does not say
     QString bond;              ///< whose port it is; empty for most
     QStringList addresses;     ///< IPv4 with prefix length

@@ -190,8 +190,10 @@ void AddInterface(Page &page, const InterfaceReport &interface, const SystemRepo
 {
     const Verdict verdict = Judge(interface, report);
     page.Gap();
-    page.Line(QStringLiteral("%1: %2%3")
+    const QString &virtualKind = interface.link.virtualKind;
+    page.Line(QStringLiteral("%1: %2%3%4")
                   .arg(interface.link.name, KindOf(interface),
+                       virtualKind.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(virtualKind),
                        interface.isCarrier ? QStringLiteral(", carries the traffic") : QString()),
               BOLD);
     page.Row("State:", verdict.sentence, ColourOf(verdict.mood));
@@ -259,6 +261,7 @@ QJsonObject InterfaceObject(const InterfaceReport &interface, const SystemReport
     QJsonObject object{
         {QStringLiteral("name"), interface.link.name},
         {QStringLiteral("kind"), KindOf(interface)},
+        {QStringLiteral("virtualKind"), interface.link.virtualKind},
         {QStringLiteral("carriesTraffic"), interface.isCarrier},
         {QStringLiteral("state"), verdict.code},
         {QStringLiteral("waitsFor"), verdict.sentence},

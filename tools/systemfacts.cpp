@@ -4,6 +4,7 @@
 #include "systemfacts.h"
 
 #include "defaultroute.h"
+#include "interfacekind.h"
 #include "paths.h"
 #include "securefile.h"
 #include "supplicantfacts.h"
@@ -72,6 +73,7 @@ LinkFacts ReadLink(const QString &interfaceName, const QVector<DefaultRoute> &ro
     const QString folder = SYS_NET + interfaceName;
     link.isWireless = QFileInfo(folder + QStringLiteral("/wireless")).isDir() ||
                       QFileInfo(folder + QStringLiteral("/phy80211")).exists();
+    link.virtualKind = VirtualKind(interfaceName);
     link.speedMbits = std::max(0, Attribute(interfaceName, "speed").toInt());
     link.bond = QFileInfo(QFileInfo(folder + QStringLiteral("/master")).symLinkTarget()).fileName();
     link.addresses = Addresses(source, QAbstractSocket::IPv4Protocol);

@@ -209,6 +209,7 @@ private:
     ReportOnce adapterReport;
     ReportOnce rescanReport;
     ReportOnce managerReport;
+    ReportOnce virtualReport;
     ReportOnce changeReport; ///< another wired device carries
     ReportOnce alsoUpReport; ///< a second wired device carries
     ReportOnce linkReport;
@@ -240,6 +241,7 @@ private:
 
     // Discovery
     void SortInterfaces();
+    void WarnOfVirtualInterfaces();
     void DeleteDevices();
     void DeleteDevice(NetworkDevice *device);
     void UpdateBonding();

@@ -109,6 +109,7 @@ void Corvi::AmendInterfaces(const InterfaceIndexes &present)
     for (const QString &interfaceName : added)
         AddInterface(interfaceName);
     SortInterfaces();
+    WarnOfVirtualInterfaces();
     WpaSupplicantCfg::ForgetUnheldKeys();
     ForgetGoneInterfaces();
     // A modem that was given up stays so until there is another choice.

@@ -46,6 +46,7 @@ void Corvi::FindAllInterfaces()
         AddInterface(entry);
 
     SortInterfaces();
+    WarnOfVirtualInterfaces();
     AdoptModem();
     WpaSupplicantCfg::ForgetUnheldKeys();
     ForgetGoneInterfaces();
@@ -70,6 +71,25 @@ void Corvi::SortInterfaces()
 {
     for (QStringList *names : {&allInterfaces, &wirelessInterfaces, &wiredInterfaces, &modemInterfaces})
         names->sort();
+}
+
+/// Every Ethernet interface counts as a cable, in the order of names: a bridge that containers made can be
+/// the first one, and then the real cables are kept down. Whoever looks for the reason must find it.
+void Corvi::WarnOfVirtualInterfaces()
+{
+    QStringList found;
+    for (const QString &interfaceName : qAsConst(wiredInterfaces)) {
+        const QString kind = VirtualKind(interfaceName);
+        if (!kind.isEmpty())
+            found.append(QStringLiteral("%1 (%2)").arg(interfaceName, kind));
+    }
+    if (found.isEmpty()) {
+        virtualReport.Over();
+        return;
+    }
+    LogOnce(virtualReport, found.join(QLatin1Char(' ')))
+        << "Corvi::FindAllInterfaces() - managed like a cable, but none:" << found
+        << "-- of all wired interfaces only the first by name that carries is kept up";
 }
 
 void Corvi::DeleteDevices()

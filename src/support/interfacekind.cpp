@@ -7,8 +7,10 @@
 #include "program.h"
 #include "timing.h"
 
+#include <QByteArray>
 #include <QFile>
 #include <QFileInfo>
+#include <QList>
 
 namespace {
 
@@ -45,6 +47,24 @@ int ReadLinkType(const QString &interfaceName)
 bool HasHardware(int linkType)
 {
     return linkType <= HIGHEST_HARDWARE_TYPE;
+}
+
+QString VirtualKind(const QString &interfaceName)
+{
+    const QString folder = SYS_NET + interfaceName;
+    const QString bridge = QFileInfo(folder + QStringLiteral("/brport/bridge")).symLinkTarget();
+    if (!bridge.isEmpty())
+        return QStringLiteral("port of ") + QFileInfo(bridge).fileName();
+    if (QFileInfo::exists(folder + QStringLiteral("/tun_flags")))
+        return QStringLiteral("tap");
+    QFile uevent(folder + QStringLiteral("/uevent"));
+    if (!uevent.open(QIODevice::ReadOnly))
+        return QString();
+    const QList<QByteArray> lines = uevent.readAll().split('\n');
+    for (const char *type : {"bridge", "vlan", "vxlan"})
+        if (lines.contains(QByteArray("DEVTYPE=") + type))
+            return QLatin1String(type);
+    return QString();
 }
 
 InterfaceKind KindOfInterface(const QString &interfaceName)

@@ -15,6 +15,11 @@ int ReadLinkType(const QString &interfaceName);
 /// False for loopback, tunnels and other links without hardware.
 bool HasHardware(int linkType);
 
+/// What an Ethernet interface without hardware of its own is: "bridge", "vlan", "tap", "port of br0" ...;
+/// empty for an adapter, and where the kernel does not say (Documentation/ABI/testing/sysfs-class-net,
+/// DEVTYPE).
+QString VirtualKind(const QString &interfaceName);
+
 enum class InterfaceKind { Wired, Wireless, Modem };
 
 /// What the daemon takes an interface for, by its name and by what sysfs shows of it.

@@ -30,6 +30,7 @@ private Q_SLOTS:
     void linksWithoutHardwareChangeNothing();
     void changesOfALinkChangeNothing();
     void changeIsToldWithTheNames();
+    void bridgeIsToldToBeNoCable();
     void wirelessInUseThatGoesIsForgotten_data();
     void wirelessInUseThatGoesIsForgotten();
     void spareWirelessThatGoesIsNotPublished();
@@ -284,6 +285,25 @@ void TestCorviAdapters::changeIsToldWithTheNames()
     corvi.Tick(2);
 
     QCOMPARE(LogLines(), QStringList{"Corvi::CheckAdapters - the interfaces changed, gone: eth1, new: eth2"});
+}
+
+void TestCorviAdapters::bridgeIsToldToBeNoCable()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    MakeInterface("eth1");
+    RealIp({"link", "add", "name", "br0", "type", "bridge"});
+    RealIp({"link", "set", "dev", "eth1", "master", "br0"});
+
+    corvi.Tick(3);
+
+    QCOMPARE(corvi.WiredInterfaces(), QStringList({"br0", "eth0", "eth1"}));
+    QCOMPARE(LogLines().filter("managed like a cable, but none: br0 (bridge), eth1 (port of br0) --").size(),
+             1);
+    Delete("br0");
+    corvi.Tick(2);
+    QCOMPARE(LogLines().filter("managed like a cable").size(), 1);
 }
 
 void TestCorviAdapters::wirelessInUseThatGoesIsForgotten_data()

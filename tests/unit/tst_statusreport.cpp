@@ -94,6 +94,7 @@ private Q_SLOTS:
     void looksAsDocumented();
     void programsThatDoNotWorkAreListed();
     void ipv6AddressesAreShown();
+    void bridgeIsNamedOne();
     void noLineIsLongerThanATerminal();
     void noNameMovesTheCursor();
     void coloursAreForTerminals();
@@ -411,6 +412,14 @@ void TestStatusReport::programsThatDoNotWorkAreListed()
 
     QVERIFY(text.startsWith("Corvi runs (process 17).\nA program that it needs does not work: ip crashed\n"));
     QCOMPARE(ReportText::ForProgram(system).value("toolFaults").toArray(), QJsonArray{"ip crashed"});
+}
+
+void TestStatusReport::bridgeIsNamedOne()
+{
+    InterfaceReport interface = Connected();
+    interface.link.virtualKind = "bridge";
+    QVERIFY(ReportText::ForPerson(SystemWith(interface), false)
+                .contains("\neth0: wired (bridge), carries the traffic\n"));
 }
 
 void TestStatusReport::ipv6AddressesAreShown()
