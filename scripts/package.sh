@@ -69,7 +69,8 @@ inside_root() {
 build_once() {
     rm -rf "$2"
     mkdir -p "$2"
-    unshare --mount --pid --fork --kill-child --net --ipc --uts \
+    # It heeds no request to end, and would build on when we are ended.
+    setpriv --pdeathsig KILL unshare --mount --pid --fork --kill-child --net --ipc --uts \
         env arch="$arch" build_options="$build_options" "$0" --inside "$root" "$@"
 }
 
