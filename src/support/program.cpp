@@ -51,7 +51,12 @@ void TellFault(const QString &program, const QString &fault, bool isLasting)
 void ForgetFaults(const QString &program)
 {
     const std::lock_guard<std::mutex> lock(faultsMutex);
-    faultsOfPrograms.remove(program);
+    const auto faults = faultsOfPrograms.find(program);
+    if (faults == faultsOfPrograms.end())
+        return;
+    faults->lasting.clear();
+    for (ReportOnce &report : faults->reports)
+        report.Over(); // Not forgotten: what fails now and then is told a few times an hour.
 }
 
 /// Our process id, while this thread forks for a program.

@@ -23,6 +23,7 @@ ReportOnce::Telling ReportOnce::Tell(const QString &what, Time now)
     const auto since = std::chrono::duration_cast<std::chrono::seconds>(now - newsTime);
     if (now < summaryTime)
         return {Level::TRACE, times, since};
+    (void)TakeCredit(now); // It tells what the next news would.
     pause = std::min(pause * 2, LONGEST);
     summaryTime = now + pause;
     return {Level::NOTICE, times, since};

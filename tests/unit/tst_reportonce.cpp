@@ -41,6 +41,7 @@ private Q_SLOTS:
     void countBeginsAnewWithNews();
     void frequentNewsIsCounted();
     void creditsComeBackOneByOne();
+    void sumTakesACredit();
     void hourOfAnythingWritesFewLines_data();
     void hourOfAnythingWritesFewLines();
     void lineOfNewsHasNothingAdded();
@@ -170,6 +171,20 @@ void TestReportOnce::creditsComeBackOneByOne()
     QCOMPARE(report.Tell(FAULT, START + minutes(30)).times, 1);
     report.Over();
     QCOMPARE(report.Tell(FAULT, START + minutes(30)).times, 2);
+}
+
+void TestReportOnce::sumTakesACredit()
+{
+    ReportOnce report;
+    for (int i = 0; i < 3; ++i) {
+        report.Over();
+        report.Tell(FAULT, START);
+    }
+    QVERIFY(IsWritten(report, FAULT, START + minutes(30)));
+
+    report.Over();
+
+    QVERIFY(!IsWritten(report, FAULT, START + minutes(31)));
 }
 
 void TestReportOnce::hourOfAnythingWritesFewLines_data()

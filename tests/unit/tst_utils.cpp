@@ -56,6 +56,7 @@ private Q_SLOTS:
     void faultIsToldOnce_data();
     void faultIsToldOnce();
     void faultIsToldAgainAfterItWorked();
+    void faultNowAndThenIsToldAFewTimes();
     void failureWithAStatusIsNotTold();
     void endlessOutputIsBounded();
     void mergedOfMissingProgramGivesOneEmptyLine();
@@ -390,6 +391,20 @@ void TestUtils::faultIsToldAgainAfterItWorked()
     const QStringList lines = warnings.Take();
     QCOMPARE(lines.size(), 3);
     QCOMPARE(lines.filter("crashed").size(), 2);
+}
+
+void TestUtils::faultNowAndThenIsToldAFewTimes()
+{
+    const DebugOutput warnings("corvi.program");
+
+    for (int i = 0; i < 8; ++i) {
+        for (const char *answer : {"kill -SEGV $$", "exit 0"}) {
+            TestSupport::Answer("route", answer);
+            Utils::ExecuteMerged("route", {}, 30000);
+        }
+    }
+
+    QCOMPARE(warnings.Take().size(), 3);
 }
 
 void TestUtils::failureWithAStatusIsNotTold()
