@@ -69,8 +69,8 @@ void WpaSuppThread::OnConnected()
     lastFailure = {};
     statusText = QStringLiteral("Associated");
     LogOnce(reports.link, statusText) << "WpaSuppThread::MessageReceived -- connected";
-    for (ReportOnce *report : {&reports.refusal, &reports.eap, &reports.eapPassword, &reports.network,
-                               &reports.warning, &reports.silence})
+    for (ReportOnce *report :
+         {&reports.refusal, &reports.eap, &reports.eapPassword, &reports.network, &reports.warning})
         report->Over();
     NoteGoodStart();
     if (stopRunning && stopWaitsForNews) {
