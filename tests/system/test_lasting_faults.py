@@ -210,7 +210,7 @@ class LastingFaults(Dot1xTest):
         socket.put_in()
         write_store(wired())
         self.start_healthy()
-        self.lasts("the interfaces changed", "eth0", each=3,
+        self.lasts("the interfaces changed", "eth0", each=5,
                    fault=lambda: socket.pull_out() if socket.is_in else socket.put_in())
 
     def test_storm_of_reloads(self):
