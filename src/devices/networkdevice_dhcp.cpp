@@ -6,6 +6,7 @@
 #include "defaultroute.h"
 #include "logging.h"
 #include "paths.h"
+#include "processmemory.h"
 #include "securefile.h"
 #include "timing.h"
 #include "utils.h"
@@ -31,6 +32,9 @@ const QString NO_ACCESS = QStringLiteral("no access");
 /// The gateway of a default route that has none.
 const QString LINK_ITSELF = QStringLiteral("0.0.0.0");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
+
+/// In characters; one of an ordinary attempt has about a thousand.
+constexpr int LARGE_TRANSCRIPT = 100000;
 
 /// Empty when there is no such file, nothing when it cannot be read.
 std::optional<QByteArray> ReadResolver()
@@ -78,13 +82,18 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
     const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, interfaceName};
     Log(Level::TRACE) << "NetworkDevice::Dhclient"
                       << "dhclient" << arguments;
-    const QString transcript =
-        Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS)
-            .join(QLatin1Char('\n'));
+    QString transcript = Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS)
+                             .join(QLatin1Char('\n'));
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     TellOfLostResolver(transcript);
-    return transcript.contains(QStringLiteral("bound to"));
+    const bool isBound = transcript.contains(QStringLiteral("bound to"));
+    if (transcript.size() > LARGE_TRANSCRIPT) {
+        // Its lines lay between blocks that stay, which keeps the C library from giving them back by itself.
+        transcript = QString();
+        ProcessMemory::GiveBackNow();
+    }
+    return isBound;
 }
 
 /// The client's script writes the name servers of a lease, and nobody looks at how that ended: with an

@@ -21,6 +21,11 @@ void ProcessMemory::KeepToOurselves()
     ::prctl(PR_SET_DUMPABLE, 0);
 }
 
+void ProcessMemory::GiveBackNow()
+{
+    ::malloc_trim(0);
+}
+
 void ProcessMemory::GiveBackWhatIsFreed()
 {
     ::mallopt(M_MMAP_THRESHOLD, LARGE_BLOCK);

@@ -3,7 +3,8 @@
 
 #pragma once
 
-/// How the process treats its own memory. Both are for the start, before any other thread and any secret.
+/// How the process treats its own memory. The first two are for the start, before any other thread
+/// and any secret.
 namespace ProcessMemory {
 
 /// The daemon handles passphrases: nothing of its memory is to reach a core file or another process of its
@@ -15,5 +16,8 @@ void KeepToOurselves();
 /// Gives freed memory back to the system: otherwise what one tool printed, a few MB once, stays with the
 /// process for good (mallopt(3): each large block that is freed raises the size that is kept).
 void GiveBackWhatIsFreed();
+
+/// Gives back what is free by now, also between blocks in use (malloc_trim(3)). At any time, on any thread.
+void GiveBackNow();
 
 } // namespace ProcessMemory
