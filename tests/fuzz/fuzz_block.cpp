@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
-#include "fakesysnet.h"
 #include "logging.h"
 #include "networkblock.h"
 #include "securitymodes.h"
@@ -23,9 +22,6 @@ namespace {
 constexpr char TEXT_END = '\xff';
 const QString EXTRA_OPTIONS = QStringLiteral("/tmp/config/files/wpa_supp_wifi");
 const QString EXTRA_GLOBALS = QStringLiteral("/tmp/config/files/wpa_supp_conf");
-
-/// Each is asked of two programs, which take a hundred times as long as all else.
-int addressesLeft = 100;
 
 using Option = std::pair<QByteArray, QByteArray>;
 using Options = QVector<Option>;
@@ -123,14 +119,6 @@ Options ValuesOf(const ZebNetConfig &c)
     return values;
 }
 
-/// What stands for something else is replaced as the block is built.
-QString IdentityMeant(const QString &identity, const QByteArray &address)
-{
-    if (identity.toLower() == QLatin1String("$hostname"))
-        return QHostInfo::localHostName();
-    return identity.toLower() == QLatin1String("$mac") ? QString::fromLatin1(address.trimmed()) : identity;
-}
-
 ZebNetConfig Definition(const QList<QByteArray> &texts)
 {
     static const QStringList modes = SecurityModes.values();
@@ -159,9 +147,10 @@ QStringList BlockOf(ZebNetConfig config)
 }
 
 /// Every value is read as it was given, and nothing else is read.
-void RequireValues(const Options &options, ZebNetConfig config, const QByteArray &address)
+void RequireValues(const Options &options, ZebNetConfig config)
 {
-    config.identity = IdentityMeant(config.identity, address);
+    if (config.identity.toLower() == QLatin1String("$hostname"))
+        config.identity = QHostInfo::localHostName();
     static const QByteArrayList given = {
         "wep_key0", "psk",      "sae_password", "pairwise",    "group",       "anonymous_identity",
         "identity", "password", "ca_cert",      "client_cert", "private_key", "private_key_passwd",
@@ -212,7 +201,6 @@ void RequireFile(const QStringList &block, const QByteArray &extra)
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
     static QCoreApplication application(*argc, *argv);
-    static FakeSysNet sysNet;
     Logging::GetInstance(1, false);
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     return 0;
@@ -220,22 +208,19 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 
 /// Any texts as the values of a definition that no store has checked, in every mode: the supplicant reads the
 /// same values, or the network is left out. The inputs are texts with 0xff between them: a letter for the
-/// mode, the values, the platform's two files, the address of the radio.
+/// mode, the values, the platform's two files.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QList<QByteArray> texts =
         QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)).split(TEXT_END);
     const ZebNetConfig config = Definition(texts);
-    const QByteArray address = texts.value(15);
-    if (config.identity.toLower() == QLatin1String("$mac")) {
-        if (--addressesLeft < 0)
-            return 0;
-        TestSupport::WriteFile(FakeSysNet::Path(QStringLiteral("wlan0/address")), address);
-    }
+    // Programs are asked for it; what they may say comes as an identity of its own.
+    if (config.identity.toLower() == QLatin1String("$mac"))
+        return 0;
 
     const QStringList block = BlockOf(config);
     if (!block.isEmpty())
-        RequireValues(ReadBlock(block.join('\n').toUtf8()), config, address);
+        RequireValues(ReadBlock(block.join('\n').toUtf8()), config);
     if (!texts.value(13).isEmpty())
         RequireExtraOptions(block, config, texts.value(13));
     if (!texts.value(14).isEmpty())
