@@ -65,6 +65,23 @@ void Warn(const QString &path, const QString &text)
     qCWarning(zebLog, "ZebStore::Section - %s: %s", qUtf8Printable(path), qUtf8Printable(text));
 }
 
+/// Tells news from repetition. Not by counting, as the daemon's ReportOnce does: each line here answers a
+/// change that somebody made to the store, who waits for the answer, the fifth within an hour too.
+class LastTold
+{
+public:
+    /// Whether there is something to tell that was not told last. Nothing to tell ends what was.
+    bool IsNews(const QString &what)
+    {
+        const bool isOther = what != told;
+        told = what;
+        return isOther && !what.isEmpty();
+    }
+
+private:
+    QString told;
+};
+
 /// One section with its file: follows the file and keeps the last good contents.
 class CachedSection
 {
@@ -91,14 +108,14 @@ private:
     const QByteArray nativePath;
     Stamp stamp;
     bool mayChangeUnseen = false;
-    QString toldReason; ///< why the file cannot be read, since it could be
-    QByteArray digest;  ///< of the contents that were last looked at, good or bad
+    LastTold unreadable; ///< why the file cannot be read
+    QByteArray digest;   ///< of the contents that were last looked at, good or bad
     bool hasGoodContents = false;
     ZebDocument document;
     std::optional<ZebLastGood> lastGood;
     bool isLookedFor = false; ///< what an earlier process kept
     bool isRestored = false;
-    bool isKeepingToldOf = false;
+    LastTold notKept; ///< why the contents do not outlive the process
 };
 
 const ZebDocument &CachedSection::Current()
@@ -131,10 +148,8 @@ void CachedSection::ReportUnreadable(const QString &reason)
     stamp = {};
     mayChangeUnseen = false;
     digest.clear();
-    if (reason == toldReason)
-        return;
-    toldReason = reason;
-    Refuse(reason);
+    if (unreadable.IsNews(reason))
+        Refuse(reason);
 }
 
 void CachedSection::Refuse(const QString &reason) const
@@ -160,7 +175,7 @@ void CachedSection::Reload()
     }
     stamp = StampOf(reading.info);
     mayChangeUnseen = IsFresh(stamp);
-    toldReason.clear();
+    unreadable = {};
     const QByteArray newDigest = QCryptographicHash::hash(reading.contents, QCryptographicHash::Sha256);
     if (newDigest == digest)
         return;
@@ -190,9 +205,8 @@ void CachedSection::Take(const QByteArray &contents)
 void CachedSection::Keep()
 {
     const QString problem = lastGood ? lastGood->Keep(document) : QString();
-    if (!problem.isEmpty() && !isKeepingToldOf)
+    if (notKept.IsNews(problem))
         Warn(lastGood->Path(), problem + QStringLiteral("; what is in force does not outlive a restart"));
-    isKeepingToldOf = !problem.isEmpty();
 }
 
 CachedSection &SectionOf(const QString &path)
