@@ -151,6 +151,60 @@ void QuietenLibraries()
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false\nqt.network.ssl=false"));
 }
 
+/// The options, each named once.
+class CommandLine
+{
+public:
+    /// Why it cannot be obeyed; empty when it can. Does not return where only help or the version is asked
+    /// for.
+    QString Parse()
+    {
+        parser.setApplicationDescription(
+            QStringLiteral("Checks a configuration store of the Corvi daemon before it is in force."));
+        const QCommandLineOption help = parser.addHelpOption();
+        const QCommandLineOption version = parser.addVersionOption();
+        parser.addOptions({json, plan, interfaces});
+        parser.addPositionalArgument(
+            QStringLiteral("FILE"),
+            QStringLiteral("The store; - for standard input. Without: the one in force."),
+            QStringLiteral("[FILE]"));
+        // Not process(): its status for a wrong command line is that of a store with problems.
+        if (!parser.parse(QCoreApplication::arguments()))
+            return parser.errorText();
+        if (parser.isSet(help))
+            parser.showHelp();
+        if (parser.isSet(version))
+            parser.showVersion();
+        if (parser.isSet(interfaces) && !parser.isSet(plan))
+            return QStringLiteral("--interfaces is for --plan");
+        const QStringList files = parser.positionalArguments();
+        return files.size() > 1 ? QString(QStringLiteral("unexpected argument: ") + files.at(1)) : QString();
+    }
+
+    Request Asked() const
+    {
+        Request request;
+        request.files = parser.positionalArguments();
+        request.asJson = parser.isSet(json);
+        request.withPlan = parser.isSet(plan);
+        request.interfaces = parser.isSet(interfaces)
+                                 ? parser.value(interfaces).split(QLatin1Char(','), Qt::SkipEmptyParts)
+                                 : InterfacesHere();
+        return request;
+    }
+
+private:
+    const QCommandLineOption json{QStringLiteral("json"),
+                                  QStringLiteral("Print for a program: one JSON object.")};
+    const QCommandLineOption plan{QStringLiteral("plan"),
+                                  QStringLiteral("Show what the daemon would do with each interface.")};
+    const QCommandLineOption interfaces{
+        QStringLiteral("interfaces"),
+        QStringLiteral("Plan for these, apart by commas, instead of this machine's."),
+        QStringLiteral("NAMES")};
+    QCommandLineParser parser;
+};
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -160,40 +214,7 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVI_VERSION));
     QuietenLibraries();
 
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Checks a configuration store of the Corvi daemon before it is in force."));
-    const QCommandLineOption help = parser.addHelpOption();
-    const QCommandLineOption version = parser.addVersionOption();
-    const QCommandLineOption json(QStringLiteral("json"),
-                                  QStringLiteral("Print for a program: one JSON object."));
-    const QCommandLineOption plan(QStringLiteral("plan"),
-                                  QStringLiteral("Show what the daemon would do with each interface."));
-    const QCommandLineOption interfaces(
-        QStringLiteral("interfaces"),
-        QStringLiteral("Plan for these, apart by commas, instead of this machine's."),
-        QStringLiteral("NAMES"));
-    parser.addOptions({json, plan, interfaces});
-    parser.addPositionalArgument(
-        QStringLiteral("FILE"), QStringLiteral("The store; - for standard input. Without: the one in force."),
-        QStringLiteral("[FILE]"));
-    // Not process(): its status for a wrong command line is that of a store with problems.
-    if (!parser.parse(QCoreApplication::arguments()))
-        return Fail(parser.errorText());
-    if (parser.isSet(help))
-        parser.showHelp();
-    if (parser.isSet(version))
-        parser.showVersion();
-    if (parser.isSet(interfaces) && !parser.isSet(plan))
-        return Fail(QStringLiteral("--interfaces is for --plan"));
-    Request request;
-    request.files = parser.positionalArguments();
-    if (request.files.size() > 1)
-        return Fail(QStringLiteral("unexpected argument: ") + request.files.at(1));
-    request.asJson = parser.isSet(json);
-    request.withPlan = parser.isSet(plan);
-    request.interfaces = parser.isSet(interfaces)
-                             ? parser.value(interfaces).split(QLatin1Char(','), Qt::SkipEmptyParts)
-                             : InterfacesHere();
-    return Check(request);
+    CommandLine commandLine;
+    const QString problem = commandLine.Parse();
+    return problem.isEmpty() ? Check(commandLine.Asked()) : Fail(problem);
 }
