@@ -16,6 +16,7 @@
 #include <QDir>
 
 #include <algorithm>
+#include <variant>
 
 namespace {
 
@@ -27,10 +28,10 @@ bool IsOn(const ZebDocument &document, const char *setting)
 /// A value of the same form for each secret, which the supplicant takes as it would take the secret.
 void MaskSecrets(ZebNetConfig &config)
 {
-    const QString mask = QStringLiteral("********");
-    for (QString *secret : {&config.passphrase, &config.privateKeyPassword}) {
-        if (!secret->isEmpty())
-            *secret = mask;
+    for (const ZebProperty &property : ZebProperties::All()) {
+        const auto *const member = std::get_if<QString ZebNetConfig::*>(&property.member);
+        if (property.isSecret && member && !(config.*(*member)).isEmpty())
+            config.*(*member) = QStringLiteral("********");
     }
     config.wepKey = QStringLiteral("\"*****\"");
     // The form of a hash, as it is written.
