@@ -6,7 +6,6 @@
 #include "segmentid.h"
 #include "zebnetsegment.h"
 
-#include <QFile>
 #include <QSharedMemory>
 
 #include <cerrno>
@@ -36,12 +35,6 @@ bool IsAnothers(const ipc_perm &permissions)
     return permissions.cuid != 0 && permissions.cuid != ::geteuid();
 }
 
-/// As Qt makes the key of its file; -1 without the file.
-key_t KeyOf(const QString &file)
-{
-    return ::ftok(QFile::encodeName(file).constData(), 'Q');
-}
-
 bool IsAnothersSegment(key_t key)
 {
     shmid_ds info = {};
@@ -61,9 +54,7 @@ bool IsAnothersLock(key_t key)
 /// To be asked before anything that takes the lock, as to attach does.
 bool IsOfAnotherUser(const QString &segmentFile)
 {
-    QString lockFile = segmentFile; // Qt does not tell its name.
-    lockFile.replace(QStringLiteral("qipc_sharedmemory_"), QStringLiteral("qipc_systemsem_"));
-    return IsAnothersSegment(KeyOf(segmentFile)) || IsAnothersLock(KeyOf(lockFile));
+    return IsAnothersSegment(KeyOfFile(segmentFile)) || IsAnothersLock(KeyOfFile(LockFileOf(segmentFile)));
 }
 
 /// A segment outlives the program that made it, so that its being there says nothing. The number of those

@@ -4,8 +4,8 @@
 #include "segmentnames.h"
 
 #include "securefile.h"
+#include "segmentid.h"
 
-#include <QFile>
 #include <QFileInfo>
 
 #include <cerrno>
@@ -19,8 +19,7 @@ namespace {
 
 /// Two files can have one key, as it holds but 16 bits of the inode: the new one may lead to another's, too.
 constexpr int TRIES = 3;
-/// As Qt makes the key and its file.
-constexpr int PROJECT = 'Q';
+/// As Qt makes the key's file.
 constexpr mode_t FILE_MODE = 0640;
 
 /// As semctl(2) wants it from its caller.
@@ -75,7 +74,7 @@ bool TakeBackFile(const QString &file, bool (*removeForeign)(key_t))
         // A new file is there before the old one goes, so it has another inode.
         if ((attempt > 0 || !SecureFile::IsOurs(file)) && !SecureFile::Replace(file, QByteArray(), FILE_MODE))
             return wasForeign;
-        if (!removeForeign(::ftok(QFile::encodeName(file).constData(), PROJECT)))
+        if (!removeForeign(KeyOfFile(file)))
             return wasForeign;
         wasForeign = true;
     }
@@ -86,13 +85,10 @@ bool TakeBackFile(const QString &file, bool (*removeForeign)(key_t))
 
 QStringList SegmentNames::TakeBack(const QString &segmentFile)
 {
-    // Qt does not tell the lock's file.
-    QString lockFile = segmentFile;
-    lockFile.replace(QStringLiteral("qipc_sharedmemory_"), QStringLiteral("qipc_systemsem_"));
     QStringList found;
     if (TakeBackFile(segmentFile, RemoveForeignSegment))
         found += QStringLiteral("the status segment");
-    if (TakeBackFile(lockFile, RemoveForeignLock))
+    if (TakeBackFile(LockFileOf(segmentFile), RemoveForeignLock))
         found += QStringLiteral("its lock");
     return found;
 }

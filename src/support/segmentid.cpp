@@ -9,6 +9,8 @@
 
 #include <cstdint>
 
+#include <sys/ipc.h>
+
 namespace {
 
 struct Mapping
@@ -45,4 +47,15 @@ int SegmentIdAt(const void *address)
             return mapping.segmentId;
     }
     return -1;
+}
+
+QString LockFileOf(const QString &segmentFile)
+{
+    QString lockFile = segmentFile;
+    return lockFile.replace(QStringLiteral("qipc_sharedmemory_"), QStringLiteral("qipc_systemsem_"));
+}
+
+key_t KeyOfFile(const QString &file)
+{
+    return ::ftok(QFile::encodeName(file).constData(), 'Q');
 }
