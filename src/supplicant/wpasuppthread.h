@@ -139,6 +139,7 @@ private:
     void WaitForSupplicantToEnd();
     void TakeOverRequest();
     void LaunchSupplicant();
+    bool HasConfiguration();
     QString DebugOption() const;
     bool WantsEapFastProgram() const;
     void ReachLaunchedSupplicant();

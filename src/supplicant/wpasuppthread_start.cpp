@@ -95,14 +95,8 @@ void WpaSuppThread::LaunchSupplicant()
     if (debugLevel < 2)
         QFile::remove(SUPPLICANT_LOG);
     msleep(LAUNCH_PAUSE_MS);
-    // Another user's file does not count: root would run the supplicant by it.
-    if (!SecureFile::IsOurs(configurationPath)) {
-        LogOnce(reports.launch) << "WpaSupplicant::Start"
-                                << "No configuration file -- Stopping";
-        startingSupplicant = false;
-        NoteFailedStart();
+    if (!HasConfiguration())
         return;
-    }
 
     Log(Level::TRACE) << "WpaSuppThread::Start -- Start wpa_supplicant";
     QString program = QStringLiteral("wpa_supplicant");
@@ -128,6 +122,18 @@ void WpaSuppThread::LaunchSupplicant()
     terminateAcknowledged = false;
     startingSupplicant = true;
     startPending = true;
+}
+
+/// Another user's file does not count: root would run the supplicant by it. Without one the start has failed.
+bool WpaSuppThread::HasConfiguration()
+{
+    if (SecureFile::IsOurs(configurationPath))
+        return true;
+    LogOnce(reports.launch) << "WpaSupplicant::Start"
+                            << "No configuration file -- Stopping";
+    startingSupplicant = false;
+    NoteFailedStart();
+    return false;
 }
 
 QString WpaSuppThread::DebugOption() const
