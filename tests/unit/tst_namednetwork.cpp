@@ -75,6 +75,7 @@ void TestNamedNetwork::nameDecidesTheKind_data()
     QTest::newRow("wiredeth") << "wiredeth0" << false << false;
     QTest::newRow("wiredeth in capitals") << "Wiredeth0" << false << true;
     QTest::newRow("wired") << "wired" << false << true;
+    QTest::newRow("all but the last letter") << "wiredet0" << false << true;
     QTest::newRow("no name") << "" << false << true;
 }
 
