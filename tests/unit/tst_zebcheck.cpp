@@ -483,6 +483,7 @@ void TestZebCheck::completeNetworkIsKept_data()
         << QByteArray("<name>Office</name><securityMode>802.1X (PEAP/MSCHAPv2)</securityMode>");
     QTest::newRow("wireless mode under a wired name") << WIRED + Element("securityMode", "WPA Personal 1/2");
     QTest::newRow("open") << WIRELESS;
+    QTest::newRow("open by its mode") << WIRELESS + Element("securityMode", "Unsecured");
     for (const char *name : {"lan", "language school", "wiredeth", "wiredeth0"})
         QTest::addRow("%s without ssid", name) << Element("name", name);
     QTest::newRow("shortest passphrase")
