@@ -13,10 +13,11 @@
 
 namespace {
 
+/// Addresses as they are read, also where a pointer is shorter.
 struct Mapping
 {
-    std::uintptr_t begin = 0;
-    std::uintptr_t end = 0;
+    quint64 begin = 0;
+    quint64 end = 0;
     int segmentId = -1;
 };
 
