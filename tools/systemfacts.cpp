@@ -27,9 +27,6 @@ const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
 const QString LEASES = QStringLiteral("/var/lib/dhcp/dhclient.leases");
 /// The client only adds to the file until its next start.
 constexpr int LEASES_LIMIT_MIB = 16;
-/// Link types above this one (if_arp.h) are loopback, tunnels and other links without hardware, which the
-/// daemon leaves alone.
-constexpr int HIGHEST_HARDWARE_TYPE = 255;
 
 QByteArray Attribute(const QString &interfaceName, const char *attribute)
 {
@@ -135,7 +132,7 @@ QVector<LinkFacts> SystemFacts::ReadLinks()
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
     const QStringList names = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
     for (const QString &interfaceName : names)
-        if (Attribute(interfaceName, "type").toInt() <= HIGHEST_HARDWARE_TYPE)
+        if (HasHardware(ReadLinkType(interfaceName))) // Others the daemon leaves alone.
             links.append(ReadLink(interfaceName, routes));
     return links;
 }
