@@ -96,10 +96,16 @@ def with_switch(text, fault, number):
     length = len(bare.rstrip())
     switched = switched_line(code[:length], line[:length], faulty[:len(faulty) - len(line) + length], fault,
                              f"isFaulty({number})")
-    if switched is None:
+    if switched is None or fault.operator == "text" and is_part_of_text(text, fault):
         return None
     lines[fault.line - 1] = switched + line[length:]
     return "\n".join(lines)
+
+
+def is_part_of_text(text, fault):
+    """Whether another literal stands beside this one: the compiler takes them for one."""
+    start = sum(len(line) + 1 for line in text.split("\n")[:fault.line - 1]) + fault.column
+    return text[:start].rstrip().endswith('"') or text[start + len(fault.old):].lstrip().startswith('"')
 
 
 def switched_line(code, line, faulty, fault, switch):

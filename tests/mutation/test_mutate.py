@@ -71,6 +71,8 @@ class SwitchedFaults(unittest.TestCase):
                 ("    return a;", "a", "{ if (isFaulty(7)) { return {}; } else { return a; } }"),
                 ("    const bool a = b < c;", "<", "    const bool a = isFaulty(7) ? (b <= c) : (b < c);"),
                 ("    Call(a);", "Call(a);", "    { if (!isFaulty(7)) { Call(a); } }"),
+                ('f(QStringLiteral("a"\n"b"));', '"a"', None),
+                ('f(QStringLiteral("a"\n"b"));', '"b"', None),
                 ("        && a == b", "==", None)]:
             with self.subTest(line):
                 fault = next(fault for fault in faults.faults_of(line) if fault.old == old)
