@@ -95,6 +95,7 @@ private Q_SLOTS:
     void programsThatDoNotWorkAreListed();
     void ipv6AddressesAreShown();
     void bridgeIsNamedOne();
+    void rowsOfALinkThatIsDown();
     void noLineIsLongerThanATerminal();
     void noNameMovesTheCursor();
     void coloursAreForTerminals();
@@ -431,6 +432,21 @@ void TestStatusReport::ipv6AddressesAreShown()
 
     interface.link.addresses.clear();
     QVERIFY(ReportText::ForPerson(SystemWith(interface), false).contains("  Address:      2001:db8::5/64\n"));
+}
+
+void TestStatusReport::rowsOfALinkThatIsDown()
+{
+    InterfaceReport interface = Connected();
+    interface.link.isUp = false;
+    interface.link.hasCarrier = false;
+    interface.daemon->isStatic = true;
+    interface.lease = LeaseFacts();
+
+    const QString text = ReportText::ForPerson(SystemWith(interface), false);
+
+    QVERIFY(text.contains("  Link:         down, no carrier, 02:00:5E:10:00:01\n"));
+    QVERIFY(text.contains(", without an end\n"));
+    QVERIFY(text.contains("  Definition:   lan: the only one for a wired interface, static address\n"));
 }
 
 void TestStatusReport::noLineIsLongerThanATerminal()
