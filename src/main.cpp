@@ -29,18 +29,16 @@ void UseUtf8()
 }
 
 /// The unit starts the one that is refused again and again: the log is told of the 1st, 2nd, 4th, 8th time.
-int EndAsSecond(const InstanceLock::Refusal &refusal)
+void TellOfFirst(const InstanceLock::Refusal &refusal)
 {
     const QString reason = QStringLiteral("another daemon is at work, process %1: this one ends and leaves "
-                                          "everything as it is, %2 times so far")
+                                          "its networks as they are, %2 times so far")
                                .arg(refusal.holder)
                                .arg(refusal.times);
-    Logging::GetInstance(Level::NOTICE, false);
     if ((refusal.times & (refusal.times - 1)) == 0)
         Log(Level::NOTICE) << "main() -" << reason;
     if (!Journal().HasDebugOutput()) // Where it leads to the journal, the line is there.
         std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
-    return EXIT_FAILURE;
 }
 
 } // namespace
@@ -52,8 +50,6 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     UseUtf8();
 
-    if (const auto refusal = InstanceLock::Take())
-        return EndAsSecond(*refusal); // Before anything is touched that the other one uses.
     KeepStoreOverRestarts();
     // First: a reload that is asked for while the daemon starts must not end it.
     ProcessSignals signalSource(nullptr);
@@ -64,6 +60,11 @@ int main(int argc, char *argv[])
     if (!signalSource.Error().isEmpty())
         Log(Level::NOTICE) << "ProcessSignals -- no pipe, a signal ends the daemon without its shutdown:"
                            << signalSource.Error();
+    // A start takes up the segment that it finds; what follows would undo the other one's work.
+    if (const auto refusal = InstanceLock::Take()) {
+        TellOfFirst(*refusal);
+        corvi.Stop(EXIT_FAILURE);
+    }
     corvi.Start();
     return QCoreApplication::exec();
 }

@@ -6,10 +6,14 @@
 #include "logging.h"
 #include "networkdevice.h"
 #include "zebnetevent.h"
+#include "zebnetsegment.h"
 #include "zebnetstatus.h"
 
 #include <QDataStream>
 #include <QLocalSocket>
+
+#include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -95,4 +99,31 @@ void Corvi::SendDhcpMessage(NetworkDevice *nd, bool ok)
 void Corvi::SendAssociationMessage(NetworkDevice *nd, bool ok)
 {
     SendEvent(nd, ZebNetEvent::ASSOCIATION, StatusOf(ok));
+}
+
+/// A record that an earlier daemon left may tell of a link that has gone since, or of an interface, and the
+/// next report may be days away. One that is still true stays.
+void Corvi::ReplaceStaleRecord()
+{
+    if (!std::exchange(hasEarlierRecord, false) || !publishedName.isEmpty() || !shm.isAttached())
+        return;
+    const int length = std::min(static_cast<int>(shm.size()), ZebNetSegment::SIZE);
+    const QByteArray earlier(static_cast<const char *>(shm.constData()), length);
+    NetworkDevice *carrying = nullptr;
+    NetworkDevice *first = nullptr;
+    for (const QString &interfaceName : qAsConst(allInterfaces)) {
+        NetworkDevice *const device = devices.value(interfaceName);
+        if (!device)
+            continue;
+        device->RefreshStatus();
+        if (device->status->GetData().startsWith(earlier))
+            return;
+        first = first ? first : device;
+        if (!carrying && device->isRunning)
+            carrying = device;
+    }
+    if (first)
+        ShareStatus(carrying ? carrying : first);
+    else
+        PutRecord(QByteArray(ZebNetSegment::SIZE, '\0')); // As before the first report.
 }
