@@ -206,17 +206,17 @@ private:
     RetryPause statePause{RetryPause::First::AT_ONCE};
 
     // What is told of over and over while it lasts.
-    ReportOnce adapterReport;
-    ReportOnce rescanReport;
+    ReportOnce adapterReport{ReportOnce::Of::CHANGE};
+    ReportOnce rescanReport{ReportOnce::Of::CHANGE};
     ReportOnce managerReport;
     ReportOnce virtualReport;
-    ReportOnce changeReport; ///< another wired device carries
-    ReportOnce alsoUpReport; ///< a second wired device carries
-    ReportOnce linkReport;
+    ReportOnce changeReport{ReportOnce::Of::CHANGE}; ///< another wired device carries
+    ReportOnce alsoUpReport;                         ///< a second wired device carries
+    ReportOnce linkReport{ReportOnce::Of::CHANGE};
     ReportOnce fallbackReport;
-    ReportOnce wirelessReport;
+    ReportOnce wirelessReport{ReportOnce::Of::CHANGE};
     ReportOnce restartReport;
-    ReportOnce modemReport;
+    ReportOnce modemReport{ReportOnce::Of::CHANGE};
     ReportOnce confFileReport;
     ReportOnce carrierReport;
     ReportOnce retryReport;

@@ -241,7 +241,8 @@ private:
     struct
     {
         ReportOnce start, launch, pause, giveUp, death, terminating, silence, stopped, leftOver;
-        ReportOnce link, refusal, eap, eapPassword, network, warning;
+        ReportOnce link{ReportOnce::Of::CHANGE};
+        ReportOnce refusal, eap, eapPassword, network, warning;
         WpaSupplicantControl::Reports control;
     } reports;
 

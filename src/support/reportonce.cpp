@@ -36,13 +36,13 @@ bool ReportOnce::IsNews(const QString &what, Time now) const
 
 bool ReportOnce::TakeCredit(Time now)
 {
-    while (credits < MOST_CREDITS && now >= creditTime) {
+    while (credits < mostCredits && now >= creditTime) {
         ++credits;
         creditTime += CREDIT_INTERVAL;
     }
     if (credits == 0)
         return false;
-    if (credits == MOST_CREDITS)
+    if (credits == mostCredits)
         creditTime = now + CREDIT_INTERVAL;
     --credits;
     return true;

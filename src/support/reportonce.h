@@ -30,16 +30,19 @@ public:
         QString Summary() const;
     };
 
-    ReportOnce() = default;
+    /// A change is what the device does or what is done to it; somebody may look for the line of each.
+    enum class Of { FAULT, CHANGE };
+
+    explicit ReportOnce(Of kind = Of::FAULT) : mostCredits(kind == Of::CHANGE ? 4 : 3) {}
     /// `known` is no news at the start, such as that there is no address yet.
     explicit ReportOnce(const QString &known) : told(known), lastTold(Time::max()), summaryTime(Time::max())
     {
     }
 
     /// `what` is told at `now`. It is news when it was not told last, and when nothing was told for an hour.
-    /// News that comes again and again, as from a link that flaps, is counted too: three are free, and every
-    /// 30 minutes bring one more. So nothing writes more than four lines an hour, and a fault of which five
-    /// things are to be told stays at 20.
+    /// News that comes again and again, as from a link that flaps, is counted too: three are free (of changes
+    /// four), and every 30 minutes bring one more. So no fault writes more than four lines an hour, and one
+    /// of which five things are to be told stays at 20.
     Telling Tell(const QString &what, Time now);
     /// It is over: whatever is told next is news.
     void Over() { told.reset(); }
@@ -50,7 +53,6 @@ private:
 
     static constexpr std::chrono::minutes SHORTEST{30};
     static constexpr std::chrono::minutes LONGEST{60};
-    static constexpr int MOST_CREDITS = 3;
     static constexpr std::chrono::minutes CREDIT_INTERVAL{30};
 
     std::optional<QString> told;
@@ -59,7 +61,8 @@ private:
     Time summaryTime; ///< when a repetition is to be written
     std::chrono::minutes pause = SHORTEST;
     int times = 0;
-    int credits = MOST_CREDITS;
+    int mostCredits = 3;
+    int credits = mostCredits;
     Time creditTime; ///< when the next credit comes, while one is missing
 };
 

@@ -40,6 +40,7 @@ private Q_SLOTS:
     void isSummedUpAfterGrowingPauses();
     void countBeginsAnewWithNews();
     void frequentNewsIsCounted();
+    void frequentChangesAreCountedLater();
     void creditsComeBackOneByOne();
     void sumTakesACredit();
     void hourOfAnythingWritesFewLines_data();
@@ -156,6 +157,19 @@ void TestReportOnce::frequentNewsIsCounted()
 
     QCOMPARE(written, (QList<bool>{true, true, true, false, false, false}));
     QCOMPARE(report.Tell(FAULT, START + minutes(29)).times, 5);
+}
+
+void TestReportOnce::frequentChangesAreCountedLater()
+{
+    ReportOnce report(ReportOnce::Of::CHANGE);
+    QList<bool> written;
+
+    for (int i = 0; i < 6; ++i) {
+        written << IsWritten(report, FAULT, START + seconds(i));
+        report.Over();
+    }
+
+    QCOMPARE(written, (QList<bool>{true, true, true, true, false, false}));
 }
 
 void TestReportOnce::creditsComeBackOneByOne()
