@@ -7,6 +7,7 @@
 #include "timing.h"
 
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <QDebug>
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -54,25 +55,31 @@ QStringList Utils::Execute(const QString &program, const QStringList &arguments,
     return GetResults(&process);
 }
 
-QVector<QStringList> Utils::ExecuteEach(const QString &program, const QVector<QStringList> &argumentLists)
+QVector<QStringList> Utils::ExecuteEach(const QString &program, const QVector<QStringList> &argumentLists,
+                                        int limitMs)
 {
     const auto most = static_cast<std::size_t>(std::max(1, QThread::idealThreadCount()));
+    // For all of them: where each one hangs, a hundred would keep the caller for the better part of an hour.
+    const QDeadlineTimer deadline(limitMs);
     QVector<QStringList> results;
     std::queue<std::unique_ptr<Program>> running;
-    const auto takeFirst = [&results, &running] {
-        running.front()->WaitForEnd(PROGRAM_TIME_LIMIT_MS);
+    const auto takeFirst = [&results, &running, &deadline] {
+        running.front()->WaitForEnd(static_cast<int>(deadline.remainingTime()));
         results << GetResults(running.front().get());
         running.pop();
     };
     for (const QStringList &arguments : argumentLists) {
         if (running.size() == most)
             takeFirst();
+        if (deadline.hasExpired())
+            break;
         running.push(std::make_unique<Program>());
         SetEnvironment(*running.back());
-        running.back()->start(program, arguments, QIODevice::ReadWrite);
+        running.back()->Start(program, arguments);
     }
     while (!running.empty())
         takeFirst();
+    results.resize(argumentLists.size());
     return results;
 }
 

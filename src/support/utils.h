@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "timing.h"
+
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -22,9 +24,10 @@ public:
     static QStringList Execute(const QString &program, const QStringList &arguments, bool ignored);
 
     /// As Execute(), once for each of these argument lists, as many side by side as the machine has cores.
-    /// The results are in the order of the lists.
-    static QVector<QStringList> ExecuteEach(const QString &program,
-                                            const QVector<QStringList> &argumentLists);
+    /// The results are in the order of the lists; empty for those that had not ended after `limitMs`
+    /// milliseconds, which are for all of them.
+    static QVector<QStringList> ExecuteEach(const QString &program, const QVector<QStringList> &argumentLists,
+                                            int limitMs = PROGRAM_TIME_LIMIT_MS);
 
     /// As Execute(). Whether the program ended by itself, with status 0.
     static bool Succeeds(const QString &program, const QStringList &arguments);

@@ -29,6 +29,7 @@ private Q_SLOTS:
     void eachGivesItsOwnResult();
     void eachHasADisplay();
     void oneForEachCoreRunsSideBySide();
+    void hangingOnesShareOneLimit();
     void nothingToRunGivesNothing();
 };
 
@@ -154,6 +155,20 @@ void TestUtilsPiped::oneForEachCoreRunsSideBySide()
 
     for (const QStringList &result : results)
         QVERIFY2(result.size() == 2 && result.first().toInt() <= cores, qPrintable(result.join(' ')));
+}
+
+void TestUtilsPiped::hangingOnesShareOneLimit()
+{
+    QElapsedTimer timer;
+    timer.start();
+    QVector<QStringList> scripts(100, Script("sleep 60"));
+    scripts[0] = Script("echo first");
+
+    const QVector<QStringList> results = Utils::ExecuteEach(SHELL, scripts, 1000);
+
+    QVERIFY2(timer.elapsed() < 30000, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(results.size(), 100);
+    QCOMPARE(results.last(), QStringList());
 }
 
 void TestUtilsPiped::nothingToRunGivesNothing()
