@@ -62,6 +62,15 @@ class Routes(HookTest):
         client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2")
         self.assertFalse(NO_ROUTER.exists())
 
+    def test_lease_without_a_gateway_needs_no_room_in_run(self):
+        self.given_cables("eth0")
+        NO_ROUTER.mkdir()
+        self.addCleanup(NO_ROUTER.rmdir)
+
+        client_script("BOUND", "eth0", 0, new_routers="")
+
+        self.assertEqual(addresses("eth0"), ["10.0.0.2"])
+
     def test_gateway_among_classless_routes_is_one(self):
         self.given_cables("eth0")
 
