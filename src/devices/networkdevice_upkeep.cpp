@@ -89,7 +89,9 @@ QString NetworkDevice::ExpectedGateway() const
 {
     if (currentConfig && currentConfig->staticIp)
         return currentConfig->gateway;
-    return leasedGatewayAddress == ipAddress ? leasedGateway : QString();
+    // That of a lease is not set again while somebody else, as a VPN, has the way out.
+    const bool isFree = ReadDefaultRoutes().isEmpty() && !HasRoutesForBothHalves();
+    return isFree && leasedGatewayAddress == ipAddress ? leasedGateway : QString();
 }
 
 /// The client sets the route of its lease once, and at a renewal not again: where somebody takes it away, as
