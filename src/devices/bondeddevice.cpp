@@ -327,7 +327,7 @@ void BondedDevice::StartDhclientInit(const QString &interfaceName)
     WaitForDhclient();
     dhclientFinished = false;
     pollTimer->start(TICK_INTERVAL);
-    dhcpProcess->start(DHCLIENT, {interfaceName});
+    dhcpProcess->Start(DHCLIENT, {interfaceName});
     if (!dhcpProcess->waitForStarted(PROGRAM_TIME_LIMIT_MS)) {
         // It will not end either, and there is nothing to poll for.
         pollTimer->stop();

@@ -11,7 +11,7 @@
 
 #include <map>
 
-class QProcess;
+class Program;
 class QTimer;
 
 /// Joins the Ethernet-named interfaces into one bond (Documentation/networking/bonding) that keeps one
@@ -84,6 +84,6 @@ private:
     QString wiredName;
     QString renamedName;
     std::map<QString, RetryPause> loosePorts; ///< Ethernet interfaces that are no port, by name
-    QProcess *dhcpProcess;                    ///< child
+    Program *dhcpProcess;                     ///< child
     QTimer *pollTimer;                        ///< child
 };
