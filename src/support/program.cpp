@@ -26,12 +26,16 @@ constexpr std::chrono::milliseconds KILL_TIME_LIMIT{1000};
 /// Many times what any tool prints that we run.
 constexpr qint64 OUTPUT_LIMIT = qint64{16} * 1024 * 1024;
 
+/// What a device still needs it has tried again by then; a settled one may run no program for days.
+constexpr std::chrono::hours FAULT_AGE{1};
+
 Q_LOGGING_CATEGORY(programLog, "corvi.program")
 
 struct ProgramFaults
 {
     QHash<QString, ReportOnce> reports; ///< by fault
     QString lasting;                    ///< what keeps it from working
+    ReportOnce::Time seen;              ///< when that was so last
 };
 
 QHash<QString, ProgramFaults> faultsOfPrograms;
@@ -42,7 +46,8 @@ void TellFault(const QString &program, const QString &fault, bool isLasting)
     const std::lock_guard<std::mutex> lock(faultsMutex);
     ProgramFaults &faults = faultsOfPrograms[program];
     faults.lasting = isLasting ? fault : QString();
-    const auto telling = faults.reports[fault].Tell(fault, ReportOnce::Time::clock::now());
+    faults.seen = ReportOnce::Time::clock::now();
+    const auto telling = faults.reports[fault].Tell(fault, faults.seen);
     if (telling.level == Level::NOTICE)
         qCWarning(programLog, "%s %s %s", qUtf8Printable(program), qUtf8Printable(fault),
                   qUtf8Printable(telling.Summary()));
@@ -62,9 +67,9 @@ void ForgetFaults(const QString &program)
 /// Our process id, while this thread forks for a program.
 thread_local pid_t startingProcess = 0;
 
-/// Runs in every child. Qt 5 has it wait for a word of ours that never comes when we are killed in between,
-/// and it holds both ends of what it waits at (forkfd): it would stay for ever. The signal comes with the end
-/// of the thread that forked, which does nothing else meanwhile.
+/// Runs in every child of Qt 5, which has it wait for a word of ours that never comes when we are killed in
+/// between, and it holds both ends of what it waits at (forkfd): it would stay for ever. The signal comes
+/// with the end of the thread that forked, which does nothing else meanwhile.
 void EndWithParent()
 {
     if (startingProcess == 0)
@@ -135,8 +140,9 @@ QStringList Program::Faults()
 {
     const std::lock_guard<std::mutex> lock(faultsMutex);
     QStringList faults;
+    const auto now = ReportOnce::Time::clock::now();
     for (auto entry = faultsOfPrograms.constBegin(); entry != faultsOfPrograms.constEnd(); ++entry)
-        if (!entry->lasting.isEmpty())
+        if (!entry->lasting.isEmpty() && now - entry->seen < FAULT_AGE)
             faults.append(entry.key() + QLatin1Char(' ') + entry->lasting);
     faults.sort();
     return faults;

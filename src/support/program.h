@@ -25,8 +25,9 @@ public:
     bool WaitForEnd(int limitMs);
 
     /// What keeps programs from working, each with its name, in ascending order: those that could not be
-    /// started, or crashed, the last time that they were run. One that took too long is not among them: it
-    /// may have had its reasons, such as a server that is silent. Usable from every thread.
+    /// started, or crashed, the last time that they were run, within the last hour. One that took too long is
+    /// not among them: it may have had its reasons, such as a server that is silent. Usable from every
+    /// thread.
     static QStringList Faults();
 
 private:
