@@ -49,12 +49,12 @@ bool Corvi::OpenSegment()
     if (!foreign.isEmpty())
         LogOnce(foreignSegmentReport)
             << "Corvi::OpenSegment - made by another user, removed and made anew:" << foreign;
-    if (!shm.create(ZebNetSegment::SIZE, QSharedMemory::ReadWrite)) {
+    hasEarlierRecord = !shm.create(ZebNetSegment::SIZE, QSharedMemory::ReadWrite);
+    if (hasEarlierRecord) {
         Log(Level::SETUP) << "Corvi::run - Unable to create shared memory segment";
         if (!shm.attach(QSharedMemory::ReadWrite))
             return false;
         Log(Level::SETUP) << "Corvi::run - Attached to shared memory segment";
-        hasEarlierRecord = true;
     }
     segmentPlace.Note(shm);
     if (segmentPlace.IsFound())

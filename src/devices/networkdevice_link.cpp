@@ -25,6 +25,9 @@ const QString ETHTOOL = QStringLiteral("ethtool");
 const QString IP = QStringLiteral("ip");
 const QString ROUTE = QStringLiteral("route");
 
+/// Characters of what a tool says that a line of the log may quote.
+constexpr int LONGEST_ANSWER = 200;
+
 bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
 {
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
@@ -41,7 +44,8 @@ void NetworkDevice::Up(const QString &interfaceName)
     // Only told, where the link then is seen down: an answer decides nothing.
     upAnswer = Utils::ExecuteMerged(IFCONFIG, {interfaceName, QStringLiteral("up")}, PROGRAM_TIME_LIMIT_MS)
                    .join(QLatin1Char(' '))
-                   .trimmed();
+                   .trimmed()
+                   .left(LONGEST_ANSWER);
 }
 
 void NetworkDevice::Up()

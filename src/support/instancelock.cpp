@@ -85,9 +85,8 @@ std::optional<InstanceLock::Refusal> InstanceLock::Take()
     if (fd == -1)
         return std::nullopt;
     for (int attempt = 0; !Lock(fd); ++attempt) {
-        const std::optional<pid_t> holder = HolderOf(fd);
-        if (holder && attempt >= TRIES) {
-            const Refusal refusal{*holder, CountRefusal(fd)};
+        if (attempt >= TRIES) {
+            const Refusal refusal{HolderOf(fd).value_or(0), CountRefusal(fd)};
             ::close(fd);
             return refusal;
         }
