@@ -109,7 +109,8 @@ public:
     /// Sets the default route of the lease again where none is left, at most after growing pauses; nothing
     /// for a static address.
     void KeepLeasedRoute();
-    /// That the default route is to lead to, of the definition or of the lease; empty where none is known.
+    /// That the default route is to lead to, of the definition or, while there is none at all, of the lease;
+    /// empty where none is known.
     QString ExpectedGateway() const;
     bool getNamedNetworksForDevice();
     /// The names of the definitions that apply, in the order in which they are considered.

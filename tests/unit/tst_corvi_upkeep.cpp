@@ -477,8 +477,10 @@ void TestCorviUpkeep::tunnelThatTakesEveryAddressIsLeftAlone()
     RealIp({"route", "del", "default"});
     corvi.WiredDevice()->KeepLeasedRoute();
     QCOMPARE(Journal(), QStringList());
+    QCOMPARE(corvi.WiredDevice()->ExpectedGateway(), QString());
 
     RealIp({"link", "del", "dev", "vpn0"});
+    QCOMPARE(corvi.WiredDevice()->ExpectedGateway(), QString("10.0.0.1"));
     corvi.WiredDevice()->KeepLeasedRoute();
     QCOMPARE(Journal(), QStringList{"ip route replace default via 10.0.0.1 dev eth0"});
 }
