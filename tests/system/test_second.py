@@ -29,7 +29,7 @@ class Second(SystemTest):
     def test_second_one_ends_and_leaves_the_network_alone(self):
         first = self.start_daemon()
         self.wait_address("eth0")
-        segments = run("ipcs", "-m")
+        segments = run("ipcs", "-m", "-c")
         programs = run("pidof", "dhclient", "wpa_supplicant", check=False)
         lines = read(LOG)
 
@@ -40,7 +40,7 @@ class Second(SystemTest):
         added = read(LOG)[len(lines):].splitlines()
         self.assertIn(f"{REFUSED}, process {first.pid}", added[-1])
         self.assertNotIn("Corvi::Start()", "".join(added))
-        self.assertEqual(run("ipcs", "-m"), segments)
+        self.assertEqual(run("ipcs", "-m", "-c"), segments)
         self.assertEqual(run("pidof", "dhclient", "wpa_supplicant", check=False), programs)
         self.assertEqual(addresses("eth0"), ["10.77.0.5"])
         first.assert_runs()
