@@ -252,7 +252,7 @@ void TestCorviUpkeep::staticAddressLostAtOnceIsSetAgain()
     UseWorkingRoute();
     Answer("update_hosts", "ip addr flush dev eth0");
     CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
-    const int attempts = JournalOf("ifconfig eth0 10.1.0.2 netmask").size();
+    const auto attempts = JournalOf("ifconfig eth0 10.1.0.2 netmask").size();
 
     corvi.Tick();
 
