@@ -108,9 +108,7 @@ void TryInterface(const QByteArray &name, const QByteArray &type, const QByteArr
     const QString driver = ModInfo::GetDeviceType(text);
     Require(driver == driver.trimmed() && !driver.contains(QLatin1Char('\n')));
     RequireBonding(name, uevent, masters);
-    const QStringList present = corvi->Present();
-    Require(present.isEmpty() || present == QStringList{text});
-    Require(present.isEmpty() || HasHardware(linkType));
+    Require(!corvi->IsTaken(text) || HasHardware(linkType));
 
     sysNet->Remove(text);
 }

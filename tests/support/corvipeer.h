@@ -79,8 +79,8 @@ public:
     NetworkDevice *WiredDevice() const { return wiredDevice; }
     NetworkDevice *WirelessDevice() const { return wirelessDevice; }
     NetworkDevice *ModemDevice() const { return modemDevice; }
-    /// The names of what a discovery would take now.
-    QStringList Present() const { return LookForInterfaces().value().keys(); }
+    /// Whether a discovery would take it now.
+    bool IsTaken(const QString &name) const { return IsForDiscovery(name); }
     QStringList AllInterfaces() const { return allInterfaces; }
     QStringList WiredInterfaces() const { return wiredInterfaces; }
     QStringList WirelessInterfaces() const { return wirelessInterfaces; }
