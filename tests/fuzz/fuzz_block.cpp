@@ -104,7 +104,9 @@ Options ValuesOf(const ZebNetConfig &c)
         values.append({"group", cipher});
     if (mode == QLatin1String("eap_fast"))
         values.append({"anonymous_identity", Quoted(QStringLiteral("FAST-") + c.identity)});
-    values.append({"identity", Quoted(c.identity)});
+    // The name of the machine is put in for the identity alone.
+    const bool isHostName = c.identity.toLower() == QLatin1String("$hostname");
+    values.append({"identity", Quoted(isHostName ? QHostInfo::localHostName() : c.identity)});
     if (!isTls)
         values.append({"password", Hashed(c.password)});
     if (isTls || mode.endsWith(QLatin1String("peap")) || mode == QLatin1String("peap_mschapv2"))
@@ -147,10 +149,8 @@ QStringList BlockOf(ZebNetConfig config)
 }
 
 /// Every value is read as it was given, and nothing else is read.
-void RequireValues(const Options &options, ZebNetConfig config)
+void RequireValues(const Options &options, const ZebNetConfig &config)
 {
-    if (config.identity.toLower() == QLatin1String("$hostname"))
-        config.identity = QHostInfo::localHostName();
     static const QByteArrayList given = {
         "wep_key0", "psk",      "sae_password", "pairwise",    "group",       "anonymous_identity",
         "identity", "password", "ca_cert",      "client_cert", "private_key", "private_key_passwd",
