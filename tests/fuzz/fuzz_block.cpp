@@ -32,6 +32,12 @@ void Require(bool isTrue)
         std::abort();
 }
 
+/// The words of a list, which the supplicant reads with any blanks before, between and behind them.
+QByteArray Words(const QString &list)
+{
+    return list.simplified().toUtf8();
+}
+
 /// As the supplicant reads a line (wpa_supplicant.conf(5)): up to a number sign outside quotes, without the
 /// blanks around; a value in quotes ends with the last one.
 Option Read(QByteArray line)
@@ -44,7 +50,9 @@ Option Read(QByteArray line)
     }
     line = line.trimmed();
     Require(line.count('=') > 0);
-    return {line.left(line.indexOf('=')), line.mid(line.indexOf('=') + 1)};
+    const QByteArray key = line.left(line.indexOf('='));
+    const QByteArray value = line.mid(line.indexOf('=') + 1);
+    return {key, key == "pairwise" || key == "group" ? Words(QString::fromUtf8(value)) : value};
 }
 
 /// The options of a whole block, which must be all there is.
@@ -97,7 +105,7 @@ Options ValuesOf(const ZebNetConfig &c)
     Options values;
     const bool isTls = mode == QLatin1String("eap_tls") || mode == QLatin1String("wired_tls");
     const bool isChosen = mode == QLatin1String("eap_tls") || mode == QLatin1String("eap_leap");
-    const QByteArray cipher = isChosen ? c.cipher.toUtf8().trimmed() : QByteArray("CCMP");
+    const QByteArray cipher = isChosen ? Words(c.cipher) : QByteArray("CCMP");
     if (isChosen || mode.startsWith(QLatin1String("peap")))
         values.append({"pairwise", cipher});
     if (isChosen || mode == QLatin1String("peap_mschapv2"))
