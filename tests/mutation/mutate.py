@@ -57,18 +57,17 @@ MORE_TESTS = {
     "platform/rules": ["tst_zebcheck", "tst_namednetwork*", "tst_wpasupplicantcfg*", "tst_storecheck", "tst_spelling"],
     "platform/status": ["tst_zebnetstatus", "tst_corvi_status", "tst_statustool"],
     "platform/zeb": ["tst_zeb*"],
-    "tools/addresswait": ["tst_statusreport", "tst_statustool*"],
+    "tools/addresswait": ["tst_statustool*"],
     "tools/corvi-check": ["tst_checktool"],
     "tools/corvi-status": ["tst_statustool*"],
     "tools/eventlistener": ["tst_statustool*"],
-    "tools/reporttext": ["tst_statusreport"],
     "tools/statusreader": ["tst_statustool*"],
     "tools/statustext": ["tst_statustool*"],
     "tools/storehints": ["tst_storeschema", "tst_storeadvice", "tst_storecheck"],
-    "tools/supplicantfacts": ["tst_statusreport", "tst_statustool*"],
-    "tools/systemfacts": ["tst_statusreport", "tst_statustool*"],
-    "tools/verdict": ["tst_statusreport"],
-    "tools": ["tst_checktool", "tst_statustool*", "tst_statusreport", "tst_store*", "tst_machinecheck", "tst_masking"],
+    "tools/supplicantfacts": ["tst_reporttext", "tst_statustool*"],
+    "tools/systemfacts": ["tst_statustool*"],
+    "tools/verdict": ["tst_reporttext", "tst_addresswait"],
+    "tools": ["tst_checktool", "tst_statustool*", "tst_reporttext", "tst_store*", "tst_machinecheck", "tst_masking"],
 }
 
 

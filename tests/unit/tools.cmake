@@ -19,8 +19,12 @@ if(TARGET corvi-check)
 endif()
 
 if(TARGET corvi-status)
+    corvi_add_unit_test(tst_addresswait LIBS statusreport PLAIN)
     corvi_add_unit_test(tst_masking LIBS statusreport PLAIN)
-    corvi_add_unit_test(tst_statusreport LIBS statusreport PLAIN)
+    corvi_add_unit_test(tst_reporttext LIBS statusreport PLAIN)
+    corvi_add_unit_test(tst_supplicantfacts LIBS statusreport PLAIN)
+    corvi_add_unit_test(tst_systemfacts LIBS statusreport PLAIN)
+    corvi_add_unit_test(tst_verdict LIBS statusreport PLAIN)
     corvi_add_unit_test(tst_statustool LIBS zeb Qt::Network)
     add_dependencies(tst_statustool corvi-status)
     target_compile_definitions(tst_statustool PRIVATE CORVI_STATUS="$<TARGET_FILE:corvi-status>"

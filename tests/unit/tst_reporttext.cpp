@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "reporttext.h"
+#include "reportworld.h"
+#include "supplicantfacts.h"
+
+#include <QJsonArray>
+#include <QtTest>
+
+/// How what corvi-status concludes looks, to people and to programs.
+class TestReportText : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void looksAsDocumented();
+    void programsThatDoNotWorkAreListed();
+    void ipv6AddressesAreShown();
+    void bridgeIsNamedOne();
+    void rowsOfALinkThatIsDown();
+    void noLineIsLongerThanATerminal();
+    void noNameMovesTheCursor();
+    void coloursAreForTerminals();
+    void firstLineSaysWhetherTheDaemonRuns_data();
+    void firstLineSaysWhetherTheDaemonRuns();
+    void firstLineSaysWhatKeepsTheDaemonFromWorking();
+    void textIsWrapped_data();
+    void textIsWrapped();
+    void programsGetEverything();
+};
+
+void TestReportText::looksAsDocumented()
+{
+    InterfaceReport interface = Connected();
+    interface.lease =
+        LeaseFacts{"10.0.0.5", "10.0.0.1", QDateTime(QDate(2026, 11, 21), QTime(20, 55, 1)).toUTC()};
+    interface.supplicant = ParseSupplicant("wpa_state=COMPLETED\nEAP state=SUCCESS\n"
+                                           "selectedMethod=25 (EAP-PEAP)\nssid=Office\n",
+                                           "RSSI=-61\n");
+    interface.daemon->lastFailure = "EAP authentication failed";
+    interface.daemon->failureSince =
+        QDateTime(QDate(2026, 11, 21), QTime(20, 41, 3)).toUTC().toSecsSinceEpoch();
+
+    const QString text = ReportText::ForPerson(SystemWith(interface), false);
+
+    QCOMPARE(text, QString("Corvi runs (process 17).\n"
+                           "\n"
+                           "eth0: wired, carries the traffic\n"
+                           "  State:        connected\n"
+                           "  Link:         up, carrier, 1000 Mbit/s, 02:00:5E:10:00:01\n"
+                           "  Address:      10.0.0.5/24\n"
+                           "  Gateway:      10.0.0.1\n"
+                           "  Resolver:     10.0.0.1, 2001:db8::1\n"
+                           "  Lease:        from 10.0.0.1 until 2026-11-21 20:55:01\n"
+                           "  Definition:   lan: the only one for a wired interface\n"
+                           "  Supplicant:   COMPLETED, SSID Office, -61 dBm, EAP SUCCESS, EAP-PEAP\n"
+                           "  Failure:      EAP authentication failed, since 2026-11-21 20:41:03\n"));
+}
+
+void TestReportText::programsThatDoNotWorkAreListed()
+{
+    SystemReport system = SystemWith(Connected());
+    system.daemon.state.toolFaults = QStringList{"ip crashed"};
+
+    const QString text = ReportText::ForPerson(system, false);
+
+    QVERIFY(text.startsWith("Corvi runs (process 17).\nA program that it needs does not work: ip crashed\n"));
+    QCOMPARE(ReportText::ForProgram(system).value("toolFaults").toArray(), QJsonArray{"ip crashed"});
+}
+
+void TestReportText::ipv6AddressesAreShown()
+{
+    InterfaceReport interface = Connected();
+    interface.link.ipv6Addresses = QStringList{"2001:db8::5/64"};
+    QVERIFY(ReportText::ForPerson(SystemWith(interface), false)
+                .contains("  Address:      10.0.0.5/24, 2001:db8::5/64\n"));
+
+    interface.link.addresses.clear();
+    QVERIFY(ReportText::ForPerson(SystemWith(interface), false).contains("  Address:      2001:db8::5/64\n"));
+}
+
+void TestReportText::bridgeIsNamedOne()
+{
+    InterfaceReport interface = Connected();
+    interface.link.virtualKind = "bridge";
+    QVERIFY(ReportText::ForPerson(SystemWith(interface), false)
+                .contains("\neth0: wired (bridge), carries the traffic\n"));
+}
+
+void TestReportText::rowsOfALinkThatIsDown()
+{
+    InterfaceReport interface = Connected();
+    interface.link.isUp = false;
+    interface.link.hasCarrier = false;
+    interface.daemon->isStatic = true;
+    interface.lease = LeaseFacts();
+
+    const QString text = ReportText::ForPerson(SystemWith(interface), false);
+
+    QVERIFY(text.contains("  Link:         down, no carrier, 02:00:5E:10:00:01\n"));
+    QVERIFY(text.contains(", without an end\n"));
+    QVERIFY(text.contains("  Definition:   lan: the only one for a wired interface, static address\n"));
+}
+
+void TestReportText::noLineIsLongerThanATerminal()
+{
+    InterfaceReport interface = Connected();
+    interface.daemon->definition = QString("long name ").repeated(12) + QString(200, 'x');
+    interface.daemon->lastFailure = QString("much went wrong ").repeated(20);
+    interface.link.addresses = QStringList();
+    for (int i = 0; i < 20; ++i)
+        interface.link.addresses.append(QStringLiteral("10.0.0.%1/24").arg(i));
+    SystemReport system = SystemWith(interface);
+    system.daemon.outcome = ServiceStateReading::Outcome::Unreadable;
+    system.daemon.error = "some reason of some length";
+
+    for (const SystemReport &report : {system, SystemWith(interface)}) {
+        const QStringList lines = ReportText::ForPerson(report, false).split('\n');
+        for (const QString &line : lines)
+            QVERIFY2(line.size() <= 80, qPrintable(line));
+        QVERIFY(lines.join(QString()).remove(' ').contains("10.0.0.19/24"));
+    }
+}
+
+void TestReportText::noNameMovesTheCursor()
+{
+    InterfaceReport interface = Connected();
+    interface.supplicant = ParseSupplicant("wpa_state=COMPLETED\nssid=a\\x1b[2Jb\\xe2\\x80\\xaec\n", "");
+
+    const QString text = ReportText::ForPerson(SystemWith(interface), false);
+
+    QVERIFY(!text.contains('\033'));
+    QVERIFY(!text.contains(QChar(0x202e)));
+    QVERIFY(text.contains("[2Jb"));
+}
+
+void TestReportText::coloursAreForTerminals()
+{
+    const SystemReport report = SystemWith(Connected());
+
+    const QString coloured = ReportText::ForPerson(report, true);
+
+    QVERIFY(coloured.contains("  State:        \033[32mconnected\033[0m\n"));
+    QVERIFY(!ReportText::ForPerson(report, false).contains('\033'));
+}
+
+void TestReportText::firstLineSaysWhetherTheDaemonRuns_data()
+{
+    using State = ServiceStateReading::Outcome;
+    using Segment = StatusReading::Outcome;
+    QTest::addColumn<int>("state");
+    QTest::addColumn<int>("segment");
+    QTest::addColumn<QString>("start");
+    QTest::newRow("runs") << int(State::Read) << int(Segment::NoDaemon) << "Corvi runs (process 17).";
+    QTest::newRow("ended") << int(State::Stale) << int(Segment::Published) << "Corvi does not run.";
+    QTest::newRow("nothing there") << int(State::Absent) << int(Segment::NoDaemon) << "Corvi does not run.";
+    QTest::newRow("no folder") << int(State::Absent) << int(Segment::NotYet) << "Corvi runs, but what";
+    QTest::newRow("no rights") << int(State::Absent) << int(Segment::Unreadable)
+                               << "Whether Corvi runs is not known: /run/corvi/state.json cannot be read "
+                                  "(there is no such file), nor can its status (no permission).";
+}
+
+void TestReportText::firstLineSaysWhetherTheDaemonRuns()
+{
+    QFETCH(int, state);
+    QFETCH(int, segment);
+    QFETCH(QString, start);
+    SystemReport report = SystemWith(Connected());
+    report.daemon.outcome = static_cast<ServiceStateReading::Outcome>(state);
+    report.segment.outcome = static_cast<StatusReading::Outcome>(segment);
+    report.segment.error = "no permission";
+
+    const QString line = ReportText::ForPerson(report, false).replace('\n', ' ');
+
+    QVERIFY2(line.startsWith(start), qPrintable(line));
+}
+
+void TestReportText::firstLineSaysWhatKeepsTheDaemonFromWorking()
+{
+    SystemReport report = SystemWith(Connected());
+    report.daemon.silentSeconds = 60;
+    QVERIFY(ReportText::ForPerson(report, false).startsWith("Corvi runs (process 17).\n"));
+    QVERIFY(ReportText::ForProgram(report).value("daemonWell").toBool());
+
+    report.daemon.silentSeconds = 61;
+    QVERIFY(ReportText::ForPerson(report, false).startsWith("Corvi hangs (process 17): "));
+    QVERIFY(!ReportText::ForProgram(report).value("daemonWell").toBool());
+
+    report.daemon.isStopped = true;
+    QVERIFY(ReportText::ForPerson(report, false).startsWith("Corvi is stopped (process 17) "));
+    QVERIFY(!ReportText::ForProgram(report).value("daemonWell").toBool());
+}
+
+void TestReportText::textIsWrapped_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QStringList>("lines");
+    QTest::newRow("empty") << "" << QStringList{""};
+    QTest::newRow("fits") << "one two" << QStringList{"one two"};
+    QTest::newRow("too long") << "one two three" << QStringList{"one two", "three"};
+    QTest::newRow("long word") << "a 123456789" << QStringList{"a", "1234567", "89"};
+    QTest::newRow("long word first") << "123456789 a" << QStringList{"1234567", "89 a"};
+    QTest::newRow("exact word") << "1234567 a" << QStringList{"1234567", "a"};
+}
+
+void TestReportText::textIsWrapped()
+{
+    QFETCH(QString, text);
+
+    QTEST(ReportText::Wrapped(text, 7), "lines");
+}
+
+void TestReportText::programsGetEverything()
+{
+    InterfaceReport interface = Connected();
+    interface.lease =
+        LeaseFacts{"10.0.0.5", "10.0.0.1", QDateTime(QDate(2026, 11, 21), QTime(20, 55), Qt::UTC)};
+    interface.supplicant = ParseSupplicant("wpa_state=COMPLETED\n", "RSSI=-61\n");
+    interface.daemon->lastFailure = "EAP authentication failed";
+
+    const QJsonObject report = ReportText::ForProgram(SystemWith(interface));
+
+    QVERIFY(report.value("daemonKnown").toBool());
+    const QJsonObject eth0 = report.value("interfaces").toArray().first().toObject();
+    QCOMPARE(eth0.value("name").toString(), "eth0");
+    QCOMPARE(eth0.value("state").toString(), "connected");
+    QCOMPARE(eth0.value("carriesTraffic").toBool(), true);
+    QCOMPARE(eth0.value("link").toObject().value("speedMbits").toInt(), 1000);
+    QCOMPARE(eth0.value("addresses").toArray().first().toString(), "10.0.0.5/24");
+    QCOMPARE(eth0.value("resolver").toArray().size(), 2);
+    QCOMPARE(eth0.value("lease").toObject().value("expires").toString(), "2026-11-21T20:55:00Z");
+    QCOMPARE(eth0.value("supplicant").toObject().value("signalDbm").toInt(), -61);
+    QCOMPARE(eth0.value("lastFailure").toObject().value("reason").toString(), "EAP authentication failed");
+}
+
+QTEST_GUILESS_MAIN(TestReportText)
+#include "tst_reporttext.moc"
