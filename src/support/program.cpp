@@ -125,9 +125,9 @@ void Program::Start(const QString &program, const QStringList &arguments)
     startingProcess = 0;
 }
 
-bool Program::WaitForEnd(int limitMs)
+bool Program::WaitForEnd(int leftMs, int limitMs)
 {
-    const bool hasEnded = waitForFinished(limitMs);
+    const bool hasEnded = waitForFinished(leftMs);
     const QString fault = Fault(limitMs);
     if (fault.isEmpty())
         ForgetFaults(program());

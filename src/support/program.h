@@ -22,7 +22,9 @@ public:
     /// Waits for the end, at most `limitMs` milliseconds, or without limit for -1; false when it still runs
     /// or never did. A program that could not be started, crashed or is to be killed after this is told as
     /// a warning (category "corvi.program"), once until it works again. Usable from every thread.
-    bool WaitForEnd(int limitMs);
+    bool WaitForEnd(int limitMs) { return WaitForEnd(limitMs, limitMs); }
+    /// As above, for `leftMs` of a limit that others have used up in part: the whole is told of.
+    bool WaitForEnd(int leftMs, int limitMs);
 
     /// What keeps programs from working, each with its name, in ascending order: those that could not be
     /// started, or crashed, the last time that they were run, within the last hour. One that took too long is

@@ -63,8 +63,8 @@ QVector<QStringList> Utils::ExecuteEach(const QString &program, const QVector<QS
     const QDeadlineTimer deadline(limitMs);
     QVector<QStringList> results;
     std::queue<std::unique_ptr<Program>> running;
-    const auto takeFirst = [&results, &running, &deadline] {
-        running.front()->WaitForEnd(static_cast<int>(deadline.remainingTime()));
+    const auto takeFirst = [&results, &running, &deadline, limitMs] {
+        running.front()->WaitForEnd(static_cast<int>(deadline.remainingTime()), limitMs);
         results << GetResults(running.front().get());
         running.pop();
     };

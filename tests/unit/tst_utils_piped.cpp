@@ -3,6 +3,7 @@
 
 #include "utils.h"
 
+#include "debugoutput.h"
 #include "shellscript.h"
 #include "testsupport.h"
 
@@ -30,6 +31,7 @@ private Q_SLOTS:
     void eachHasADisplay();
     void oneForEachCoreRunsSideBySide();
     void hangingOnesShareOneLimit();
+    void hangingOnesAreToldOnce();
     void nothingToRunGivesNothing();
 };
 
@@ -169,6 +171,15 @@ void TestUtilsPiped::hangingOnesShareOneLimit()
     QVERIFY2(timer.elapsed() < 30000, qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(results.size(), 100);
     QCOMPARE(results.last(), QStringList());
+}
+
+void TestUtilsPiped::hangingOnesAreToldOnce()
+{
+    const DebugOutput warnings("corvi.program");
+
+    Utils::ExecuteEach("sleep", {{"60"}, {"60"}, {"60"}}, 2000);
+
+    QCOMPARE(warnings.Take(), QStringList{"sleep is killed, it still ran after 2 s "});
 }
 
 void TestUtilsPiped::nothingToRunGivesNothing()
