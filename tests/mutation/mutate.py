@@ -64,7 +64,7 @@ MORE_TESTS = {
     "tools/statusreader": ["tst_statustool*"],
     "tools/statustext": ["tst_statustool*"],
     "tools/storehints": ["tst_storeschema", "tst_storeadvice", "tst_storecheck"],
-    "tools/supplicantfacts": ["tst_reporttext", "tst_statustool*"],
+    "tools/supplicantfacts": ["tst_systemfacts_read", "tst_reporttext", "tst_statustool*"],
     "tools/systemfacts": ["tst_statustool*"],
     "tools/verdict": ["tst_reporttext", "tst_addresswait"],
     "tools": ["tst_checktool", "tst_statustool*", "tst_reporttext", "tst_store*", "tst_machinecheck", "tst_masking"],

@@ -49,9 +49,12 @@ void TestAddressWait::waitInVainSaysWhy()
 {
     InterfaceReport interface = Connected();
     interface.link.hasCarrier = false;
-    const SystemReport report = SystemWith(interface);
+    SystemReport report = SystemWith(interface);
+    interface.link.name = "eth1x";
+    interface.daemon.reset();
+    report.interfaces.append(interface);
 
-    QCOMPARE(AddressWait::Reasons(report, QString()), "eth0: no carrier");
+    QCOMPARE(AddressWait::Reasons(report, QString()), "eth0: no carrier; eth1x: not managed by Corvi");
     QCOMPARE(AddressWait::Reasons(report, "eth0"), "eth0: no carrier");
     QCOMPARE(AddressWait::Reasons(report, "eth1"), "there is no such interface");
 }

@@ -6,7 +6,14 @@
 #include "supplicantfacts.h"
 
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QtTest>
+
+#include <functional>
+
+using Change = std::function<void(SystemReport &)>;
+
+Q_DECLARE_METATYPE(Change)
 
 /// How what corvi-status concludes looks, to people and to programs.
 class TestReportText : public QObject
@@ -14,21 +21,33 @@ class TestReportText : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
+
     void looksAsDocumented();
     void programsThatDoNotWorkAreListed();
     void ipv6AddressesAreShown();
     void bridgeIsNamedOne();
     void rowsOfALinkThatIsDown();
     void noLineIsLongerThanATerminal();
+    void longRowsGoOnBelowTheirValue();
     void noNameMovesTheCursor();
     void coloursAreForTerminals();
+    void coloursFollowTheState_data();
+    void coloursFollowTheState();
     void firstLineSaysWhetherTheDaemonRuns_data();
     void firstLineSaysWhetherTheDaemonRuns();
     void firstLineSaysWhatKeepsTheDaemonFromWorking();
     void textIsWrapped_data();
     void textIsWrapped();
     void programsGetEverything();
+    void programsGetOnlyWhatIsKnown();
 };
+
+void TestReportText::initTestCase()
+{
+    // Where no time looks the same as in UTC.
+    qputenv("TZ", "EAST-2");
+}
 
 void TestReportText::looksAsDocumented()
 {
@@ -123,6 +142,17 @@ void TestReportText::noLineIsLongerThanATerminal()
     }
 }
 
+void TestReportText::longRowsGoOnBelowTheirValue()
+{
+    InterfaceReport interface = Connected();
+    interface.link.gateway = QString(64, 'a') + " b";
+
+    const QString text = ReportText::ForPerson(SystemWith(interface), false);
+
+    QVERIFY2(text.contains("\n  Gateway:      " + QString(64, 'a') + "\n" + QString(16, ' ') + "b\n"),
+             qPrintable(text));
+}
+
 void TestReportText::noNameMovesTheCursor()
 {
     InterfaceReport interface = Connected();
@@ -143,6 +173,42 @@ void TestReportText::coloursAreForTerminals()
 
     QVERIFY(coloured.contains("  State:        \033[32mconnected\033[0m\n"));
     QVERIFY(!ReportText::ForPerson(report, false).contains('\033'));
+}
+
+void TestReportText::coloursFollowTheState_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<QString>("painted");
+    const auto row = [](const char *name, const char *painted, const Change &change) {
+        QTest::newRow(name) << change << QString(painted);
+    };
+    row("name", "\033[1meth0: wired, carries the traffic\033[0m\n", [](SystemReport &) {});
+    row("waiting", "State:        \033[33mno carrier\033[0m\n",
+        [](SystemReport &system) { system.interfaces[0].link.hasCarrier = false; });
+    row("fault", "State:        \033[31mno DHCP server answered 1 attempt\033[0m\n",
+        [](SystemReport &system) {
+            system.interfaces[0].link.addresses.clear();
+            system.interfaces[0].daemon->dhcpFailures = 1;
+        });
+    row("program", "\033[31mA program that it needs does not work: ip crashed\033[0m\n",
+        [](SystemReport &system) { system.daemon.state.toolFaults = QStringList{"ip crashed"}; });
+    row("daemon that works", "Corvi runs (process 17).\n", [](SystemReport &) {});
+    row("daemon that does not run",
+        "\033[31mCorvi does not run. What follows is what the system itself says.\033[0m\n",
+        [](SystemReport &system) { system.daemon.outcome = ServiceStateReading::Outcome::Stale; });
+    row("other values", "\n  Gateway:      10.0.0.1\n", [](SystemReport &) {});
+}
+
+void TestReportText::coloursFollowTheState()
+{
+    QFETCH(Change, change);
+    QFETCH(QString, painted);
+    SystemReport system = SystemWith(Connected());
+    change(system);
+
+    const QString text = ReportText::ForPerson(system, true);
+
+    QVERIFY2(text.contains(painted), qPrintable(text));
 }
 
 void TestReportText::firstLineSaysWhetherTheDaemonRuns_data()
@@ -214,24 +280,55 @@ void TestReportText::textIsWrapped()
 void TestReportText::programsGetEverything()
 {
     InterfaceReport interface = Connected();
+    interface.link.virtualKind = "bridge";
+    interface.link.ipv6Addresses = QStringList{"2001:db8::5/64"};
     interface.lease =
         LeaseFacts{"10.0.0.5", "10.0.0.1", QDateTime(QDate(2026, 11, 21), QTime(20, 55), Qt::UTC)};
-    interface.supplicant = ParseSupplicant("wpa_state=COMPLETED\n", "RSSI=-61\n");
+    interface.supplicant =
+        SupplicantFacts{"it is slow", "COMPLETED", "Office", "02:00:00:00:01:00", "SUCCESS", "PEAP", -61};
+    interface.daemon->dhcpFailures = 2;
+    interface.daemon->isStatic = true;
     interface.daemon->lastFailure = "EAP authentication failed";
+    interface.daemon->failureSince = 1795294501;
+    SystemReport system = SystemWith(interface);
+    system.daemon.state.toolFaults = QStringList{"ip crashed"};
 
-    const QJsonObject report = ReportText::ForProgram(SystemWith(interface));
+    const QJsonObject report = ReportText::ForProgram(system);
 
-    QVERIFY(report.value("daemonKnown").toBool());
-    const QJsonObject eth0 = report.value("interfaces").toArray().first().toObject();
-    QCOMPARE(eth0.value("name").toString(), "eth0");
-    QCOMPARE(eth0.value("state").toString(), "connected");
-    QCOMPARE(eth0.value("carriesTraffic").toBool(), true);
-    QCOMPARE(eth0.value("link").toObject().value("speedMbits").toInt(), 1000);
-    QCOMPARE(eth0.value("addresses").toArray().first().toString(), "10.0.0.5/24");
-    QCOMPARE(eth0.value("resolver").toArray().size(), 2);
-    QCOMPARE(eth0.value("lease").toObject().value("expires").toString(), "2026-11-21T20:55:00Z");
-    QCOMPARE(eth0.value("supplicant").toObject().value("signalDbm").toInt(), -61);
-    QCOMPARE(eth0.value("lastFailure").toObject().value("reason").toString(), "EAP authentication failed");
+    const QByteArray expected = R"({
+        "daemon": "Corvi runs (process 17).", "daemonKnown": true, "daemonWell": true,
+        "toolFaults": ["ip crashed"], "resolver": ["10.0.0.1", "2001:db8::1"],
+        "interfaces": [{
+            "name": "eth0", "kind": "wired", "virtualKind": "bridge", "carriesTraffic": true,
+            "state": "connected", "waitsFor": "connected",
+            "link": {"up": true, "carrier": true, "speedMbits": 1000, "macAddress": "02:00:5E:10:00:01"},
+            "addresses": ["10.0.0.5/24"], "ipv6Addresses": ["2001:db8::5/64"], "gateway": "10.0.0.1",
+            "resolver": ["10.0.0.1", "2001:db8::1"],
+            "lease": {"server": "10.0.0.1", "address": "10.0.0.5", "expires": "2026-11-21T20:55:00Z"},
+            "supplicant": {"problem": "it is slow", "state": "COMPLETED", "ssid": "Office",
+                           "bssid": "02:00:00:00:01:00", "eapState": "SUCCESS", "eapMethod": "PEAP",
+                           "signalDbm": -61},
+            "definition": {"name": "lan", "reason": "the only one for a wired interface",
+                           "staticAddress": true},
+            "dhcpFailures": 2,
+            "lastFailure": {"reason": "EAP authentication failed", "since": "2026-11-21T20:55:01Z"}}]})";
+    QCOMPARE(QJsonDocument(report).toJson(), QJsonDocument::fromJson(expected).toJson());
+}
+
+void TestReportText::programsGetOnlyWhatIsKnown()
+{
+    InterfaceReport interface;
+    interface.link.name = "wlan0";
+    interface.link.isWireless = true;
+    interface.supplicant = SupplicantFacts();
+
+    const QJsonObject wlan0 =
+        ReportText::ForProgram(SystemWith(interface)).value("interfaces").toArray().first().toObject();
+
+    QCOMPARE(wlan0.value("kind").toString(), "wireless");
+    QVERIFY(!wlan0.value("supplicant").toObject().contains("signalDbm"));
+    for (const char *key : {"resolver", "lease", "definition", "dhcpFailures", "lastFailure"})
+        QVERIFY2(!wlan0.contains(QLatin1String(key)), key);
 }
 
 QTEST_GUILESS_MAIN(TestReportText)

@@ -12,6 +12,9 @@ class TestSupplicantFacts : public QObject
 
 private Q_SLOTS:
     void supplicantIsRead();
+    void methodIsANameAlone_data();
+    void methodIsANameAlone();
+    void lineWithoutANameIsNoValue();
 };
 
 void TestSupplicantFacts::supplicantIsRead()
@@ -29,6 +32,31 @@ void TestSupplicantFacts::supplicantIsRead()
     QCOMPARE(facts.eapMethod, "EAP-PEAP");
     QCOMPARE(facts.signalDbm.value_or(0), -61);
     QVERIFY(!ParseSupplicant("wpa_state=SCANNING\n", "FAIL\n").signalDbm);
+}
+
+void TestSupplicantFacts::methodIsANameAlone_data()
+{
+    QTest::addColumn<QByteArray>("status");
+    QTest::addColumn<QString>("method");
+    QTest::newRow("with its number") << QByteArray("selectedMethod=13 (EAP-TLS)\n") << "EAP-TLS";
+    QTest::newRow("bare") << QByteArray("selectedMethod=EAP-TLS\n") << "EAP-TLS";
+    QTest::newRow("none yet") << QByteArray("wpa_state=COMPLETED\n") << "";
+}
+
+void TestSupplicantFacts::methodIsANameAlone()
+{
+    QFETCH(QByteArray, status);
+
+    QTEST(ParseSupplicant(status, QByteArray()).eapMethod, "method");
+}
+
+void TestSupplicantFacts::lineWithoutANameIsNoValue()
+{
+    const SupplicantFacts facts = ParseSupplicant("ssid\n=Office\na=b\nbssid=\n", "RSSI=low\n");
+
+    QCOMPARE(facts.ssid, QString());
+    QCOMPARE(facts.bssid, QString());
+    QVERIFY(!facts.signalDbm);
 }
 
 QTEST_GUILESS_MAIN(TestSupplicantFacts)

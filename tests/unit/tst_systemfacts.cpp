@@ -11,6 +11,8 @@ class TestSystemFacts : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
+
     void leaseIsTheLastOfTheInterface();
     void leaseEnds_data();
     void leaseEnds();
@@ -18,6 +20,12 @@ private Q_SLOTS:
     void leaseMayBeMissing();
     void nameServersAreRead();
 };
+
+void TestSystemFacts::initTestCase()
+{
+    // Where no time looks the same as in UTC.
+    qputenv("TZ", "EAST-2");
+}
 
 void TestSystemFacts::leaseIsTheLastOfTheInterface()
 {
@@ -57,6 +65,7 @@ void TestSystemFacts::leaseEnds()
 
     QVERIFY(lease);
     QTEST(lease->expires.isValid() ? lease->expires : QDateTime(), "expected");
+    QCOMPARE(lease->expires.timeSpec(), Qt::UTC);
 }
 
 void TestSystemFacts::leaseMayBeMissing_data()
