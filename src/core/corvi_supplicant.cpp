@@ -62,6 +62,7 @@ void Corvi::ConfigureSupplicant(NetworkDevice *d)
         Log(Level::TRACE) << "Corvi::ReconfigureWpa"
                           << "Start wst" << d->name << d->driver;
         ReinitSupThread();
+        supThread->NameDefinition(d->OnlyDefinitionName());
         supThread->Start(d->name, d->driver, QString()); // Never with a method: kept as it is.
     }
     Log(Level::TRACE) << "Corvi::ReconfigureWpa Set reconfigureWpa to false";

@@ -208,6 +208,11 @@ QString NetworkDevice::DefinitionName() const
     return currentNetwork ? currentNetwork->Name() : QString();
 }
 
+QString NetworkDevice::OnlyDefinitionName() const
+{
+    return namedNetworks.size() == 1 ? namedNetworks.cbegin().key() : QString();
+}
+
 void NetworkDevice::SendEvent(int code, int value)
 {
     Log(Level::TRACE) << "NetworkDevice::SendEvent" << code << value;

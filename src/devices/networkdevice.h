@@ -67,6 +67,8 @@ public:
     QString toString() const;
     /// Of the definition that was chosen, empty before.
     QString DefinitionName() const;
+    /// Of the definition, where only one applies; empty where the supplicant has several to choose from.
+    QString OnlyDefinitionName() const;
     void SendEvent(int code, int value);
 
     // Link and address control: each runs a tool whose result is not examined.

@@ -164,7 +164,7 @@ QString WpaSuppThread::toString() const
 
 void WpaSuppThread::MyTimerTimeout()
 {
-    const JournalSubject subject(interface);
+    const JournalSubject subject(interface, definition);
     if (quitRequested)
         exit(0);
     if (stopRunning)

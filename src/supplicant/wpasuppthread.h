@@ -50,6 +50,9 @@ public:
     /// Starts, or restarts, the supplicant; blocks for the 7.1 s that the old one is given to end, and the
     /// launch. `methodName` is the EAP method where it matters, else empty.
     void Start(const QString &interfaceName, const QString &driverName, const QString &methodName);
+    /// The definition that the next Start() is for, as the journal names it; empty where it may be one of
+    /// several.
+    void NameDefinition(const QString &name) { requestedDefinition = name; }
     /// Asks for a stop on the next tick, for one of the reasons above. A stop for want of an authentication
     /// is dropped when the supplicant says before that tick that it has been let in after all.
     void Stop(int reason);
@@ -193,6 +196,7 @@ private:
     QString requestedInterface;                            ///< of the last Start()
     QString requestedDriver;                               ///< of the last Start()
     QString requestedMethod;                               ///< of the last Start()
+    QString requestedDefinition;                           ///< for the next Start()
     QString interface = QStringLiteral("wlan0");           ///< the supplicant was launched on
     QString driver = QStringLiteral("nl80211,wext");       ///< the supplicant was launched with
     bool associated = false;                               ///< the supplicant says so
@@ -201,6 +205,7 @@ private:
     QString statusText = QStringLiteral("Thread Created"); ///< for people; "BadPassword" is also a state
     QString configurationPath;                             ///< the supplicant's file
     QString method;                             ///< EAP method that the supplicant was launched for
+    QString definition;                         ///< the supplicant was launched for, where that is certain
     bool running = false;                       ///< launched, and looked after by the tick
     bool stopRunning = false;                   ///< request: stop it
     bool stopPending = false;                   ///< set by nobody: kept for the hold-off

@@ -19,7 +19,7 @@ constexpr int ALONE_MS = 20000;
 
 void WpaSuppThread::MessageReceived(const QString &message)
 {
-    const JournalSubject subject(interface);
+    const JournalSubject subject(interface, definition);
     silentTicks = 0;
     if (message.startsWith(QLatin1String("<3>CTRL-EVENT-SSID-TEMP-DISABLED")))
         OnSsidTemporarilyDisabled(message);

@@ -75,6 +75,7 @@ void WpaSuppThread::TakeOverRequest()
     interface = requestedInterface;
     driver = requestedDriver;
     method = requestedMethod;
+    definition = requestedDefinition;
     associated = false;
     ssid.clear();
     process.reset();

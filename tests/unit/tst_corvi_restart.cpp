@@ -2,6 +2,10 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "managersocket.h"
+
+#include <QDir>
+#include <QScopeGuard>
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -12,6 +16,7 @@ class TestCorviRestart : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { qputenv("CORVI_JOURNAL", "1"); } // asked for once, with the first line
     void init();
 
     void thirdCallStartsTheSupplicant();
@@ -66,6 +71,20 @@ void TestCorviRestart::thirdCallStartsTheSupplicant()
 
     corvi.Tick(2);
     QCOMPARE(corvi.HoldOff(), 0);
+
+    // What it says from here on is about the definition that it was started for.
+    QVERIFY(QDir().mkpath("/run/systemd/journal"));
+    const auto folder = qScopeGuard([] { Remove("/run/systemd/journal"); });
+    ManagerSocket journal("/run/systemd/journal/socket");
+    QVERIFY(journal.bound);
+    WpaSuppThread::GetInstance()->MessageReceived("<3>CTRL-EVENT-EAP-STARTED EAP authentication started");
+    QByteArray told;
+    do {
+        told = journal.Heard();
+        QVERIFY(!told.isEmpty());
+    } while (!told.contains("EAP-STARTED"));
+    QVERIFY2(told.contains("\nINTERFACE=eth0\nDEFINITION=lan\nMESSAGE=WpaSuppThread::MessageReceived"),
+             told.constData());
 }
 
 void TestCorviRestart::reloadAuthenticatesAgain()

@@ -38,6 +38,7 @@ private Q_SLOTS:
 
     void definitionsBelongToADevice_data();
     void definitionsBelongToADevice();
+    void onlyDefinitionHasAName();
     void definitionsAreLogged();
     void definitionsAreTakenOnce();
     void definitionsThatDoNotApplyLeaveNothingBehind();
@@ -102,6 +103,18 @@ void TestNetworkDeviceDefinitions::definitionsBelongToADevice()
     QCOMPARE(device.namedNetworks.size(), names.size());
     for (const QString &name : qAsConst(names))
         QCOMPARE(device.namedNetworks.value(name)->IsWireless(), wireless);
+    QCOMPARE(device.OnlyDefinitionName(), QString()); // several: nobody knows which
+}
+
+void TestNetworkDeviceDefinitions::onlyDefinitionHasAName()
+{
+    TestSupport::WriteNetworks(Network("lan") + Network("Office") + Network("wiredeth1"));
+
+    QCOMPARE(Device("eth0").OnlyDefinitionName(), QString("lan"));
+    QCOMPARE(Device("wlan0", true).OnlyDefinitionName(), QString("Office"));
+
+    TestSupport::WriteNetworks(Network("Office"));
+    QCOMPARE(Device("eth0").OnlyDefinitionName(), QString());
 }
 
 void TestNetworkDeviceDefinitions::definitionsAreLogged()
