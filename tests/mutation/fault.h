@@ -8,6 +8,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <sys/resource.h>
 #include <unistd.h>
 
 // A fault may leave something unused or convert it; that is not what it is tried for.
@@ -26,6 +27,35 @@ __attribute__((weak)) const char *currentTestFunction();
 
 namespace {
 
+/// A test may leave its program no descriptor, or no room on the disk. While this exists it has both.
+class Unlimited
+{
+public:
+    Unlimited()
+    {
+        for (Limit &limit : limits) {
+            getrlimit(limit.resource, &limit.given);
+            const rlimit raised = {limit.given.rlim_max, limit.given.rlim_max};
+            setrlimit(limit.resource, &raised);
+        }
+    }
+    ~Unlimited()
+    {
+        for (const Limit &limit : limits)
+            setrlimit(limit.resource, &limit.given);
+    }
+    Unlimited(const Unlimited &) = delete;
+    Unlimited &operator=(const Unlimited &) = delete;
+
+private:
+    struct Limit
+    {
+        __rlimit_resource_t resource;
+        rlimit given;
+    };
+    Limit limits[2] = {{RLIMIT_NOFILE, {}}, {RLIMIT_FSIZE, {}}};
+};
+
 /// Adds a line with the fault's number and the test function that runs to the file CORVI_FAULTS_REACHED,
 /// once.
 [[maybe_unused]] void NoteReached(int number)
@@ -42,9 +72,10 @@ namespace {
     if (!noted.insert(line).second)
         return;
     const int error = errno;
+    const Unlimited unlimited;
     const int file = open(path, O_WRONLY | O_APPEND | O_CLOEXEC);
-    // A test may take away all descriptors. Otherwise a fault would look as if nothing reached it.
-    if (file < 0 ? errno != EMFILE : write(file, line.data(), line.size()) < 0)
+    // Otherwise a fault would look as if nothing reached it.
+    if (file < 0 || write(file, line.data(), line.size()) < 0)
         std::abort();
     close(file);
     errno = error;
