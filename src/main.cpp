@@ -3,7 +3,6 @@
 
 #include "corvi.h"
 #include "instancelock.h"
-#include "journal.h"
 #include "logging.h"
 #include "processmemory.h"
 #include "processsignals.h"
@@ -28,17 +27,18 @@ void UseUtf8()
 #endif
 }
 
-/// The unit starts the one that is refused again and again: the log is told of the 1st, 2nd, 4th, 8th time.
-void TellOfFirst(const InstanceLock::Refusal &refusal)
+/// The unit starts the one that is refused again and again: its log is told of one daemon in the way once.
+int EndAsSecond(const InstanceLock::Refusal &refusal)
 {
     const QString reason = QStringLiteral("another daemon is at work, process %1: this one ends and leaves "
-                                          "its networks as they are, %2 times so far")
-                               .arg(refusal.holder)
-                               .arg(refusal.times);
-    if ((refusal.times & (refusal.times - 1)) == 0)
+                                          "everything as it is")
+                               .arg(refusal.holder);
+    if (refusal.isNews) {
+        Logging::GetInstance(Level::NOTICE, false);
         Log(Level::NOTICE) << "main() -" << reason;
-    if (!Journal().HasDebugOutput()) // Where it leads to the journal, the line is there.
-        std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
+    }
+    std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
+    return EXIT_FAILURE;
 }
 
 } // namespace
@@ -50,9 +50,12 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     UseUtf8();
 
-    KeepStoreOverRestarts();
     // First: a reload that is asked for while the daemon starts must not end it.
     ProcessSignals signalSource(nullptr);
+    // Whatever follows belongs to the daemon of this device: its flag files, its segment, its supplicant.
+    if (const auto refusal = InstanceLock::Take())
+        return EndAsSecond(*refusal);
+    KeepStoreOverRestarts();
     Corvi corvi(nullptr);
     QObject::connect(&signalSource, &ProcessSignals::terminationRequested, &corvi,
                      [&corvi] { corvi.Stop(0); });
@@ -60,11 +63,6 @@ int main(int argc, char *argv[])
     if (!signalSource.Error().isEmpty())
         Log(Level::NOTICE) << "ProcessSignals -- no pipe, a signal ends the daemon without its shutdown:"
                            << signalSource.Error();
-    // A start takes up the segment that it finds; what follows would undo the other one's work.
-    if (const auto refusal = InstanceLock::Take()) {
-        TellOfFirst(*refusal);
-        corvi.Stop(EXIT_FAILURE);
-    }
     corvi.Start();
     return QCoreApplication::exec();
 }

@@ -3,18 +3,15 @@
 
 #include "instancelock.h"
 
-#include "securefile.h"
-
-#include <QByteArray>
 #include <QFile>
 #include <QThread>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -27,12 +24,20 @@ constexpr std::chrono::milliseconds PAUSE{50};
 /// An orderly end waits up to 1 s for the supervisor's thread, and on a busy machine takes longer.
 constexpr int TRIES = 60;
 
+/// A file of our own with this one name. Asked of the open file: the name may lead elsewhere by now.
+bool IsOurs(int fd)
+{
+    struct stat info = {};
+    return ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid() &&
+           info.st_nlink == 1;
+}
+
 /// -1 where the path is no file of our own: another user could keep the lock of his own.
 int OpenAt(const QString &path)
 {
     const int fd = ::open(QFile::encodeName(path).constData(),
                           O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
-    if (fd == -1 || SecureFile::IsOurs(path))
+    if (fd == -1 || IsOurs(fd))
         return fd;
     ::close(fd);
     return -1;
@@ -64,17 +69,15 @@ bool Lock(int fd)
     return ::fcntl(fd, F_SETLK, &lock) == 0 || (errno != EACCES && errno != EAGAIN);
 }
 
-/// The file holds the number of processes that were refused.
-int CountRefusal(int fd)
+/// The first refusal leaves a mark in the file, which the next holder wipes.
+bool MarkRefusal(int fd)
 {
-    std::array<char, 16> text = {};
-    const ssize_t length = ::pread(fd, text.data(), text.size() - 1, 0);
-    const int times = (length > 0 ? std::atoi(text.data()) : 0) + 1;
-    const QByteArray number = QByteArray::number(times);
-    // On a full disk the number stays, and the refusal is told once more.
-    [[maybe_unused]] const ssize_t written =
-        ::pwrite(fd, number.constData(), static_cast<size_t>(number.size()), 0);
-    return times;
+    char mark = 0;
+    if (::pread(fd, &mark, 1, 0) == 1)
+        return false;
+    // On a full disk there is no mark, and the next refusal is told too.
+    [[maybe_unused]] const ssize_t written = ::pwrite(fd, "1", 1, 0);
+    return true;
 }
 
 } // namespace
@@ -86,13 +89,13 @@ std::optional<InstanceLock::Refusal> InstanceLock::Take()
         return std::nullopt;
     for (int attempt = 0; !Lock(fd); ++attempt) {
         if (attempt >= TRIES) {
-            const Refusal refusal{HolderOf(fd).value_or(0), CountRefusal(fd)};
+            const Refusal refusal{HolderOf(fd).value_or(0), MarkRefusal(fd)};
             ::close(fd);
             return refusal;
         }
         QThread::msleep(static_cast<unsigned long>(PAUSE.count()));
     }
-    // Stays open: closing it would let go of the lock. Only a number is in it, which may stay too.
+    // Stays open: closing it would let go of the lock. A mark that cannot be wiped costs one line of the log.
     [[maybe_unused]] const int ignored = ::ftruncate(fd, 0);
     return std::nullopt;
 }

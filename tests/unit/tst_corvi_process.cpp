@@ -41,7 +41,7 @@ private Q_SLOTS:
     void signalEndsTheProcess_data();
     void signalEndsTheProcess();
     void hangUpSignalReloads();
-    void secondDaemonAttachesToTheSegment();
+    void startAttachesToTheSegmentOfAKilledOne();
     void eventsReachAListener();
     void argumentsAreUtf8InEveryLocale();
     void statusOfTheLoopIsThatOfTheProcess();
@@ -230,19 +230,18 @@ void TestCorviProcess::hangUpSignalReloads()
     QCOMPARE(daemon->state(), QProcess::Running);
 }
 
-void TestCorviProcess::secondDaemonAttachesToTheSegment()
+void TestCorviProcess::startAttachesToTheSegmentOfAKilledOne()
 {
     WriteFile(DEBUG_FLAG, "");
     Start();
     QVERIFY(WaitForLine("Corvi::Start()"));
     QVERIFY(!LogLines().contains("Corvi::run - Attached to shared memory segment"));
-    const std::unique_ptr<QProcess> first = std::move(daemon);
+    daemon->kill();
+    QVERIFY(daemon->waitForFinished());
 
     Start();
 
     QVERIFY(WaitForLine("Corvi::run - Attached to shared memory segment"));
-    first->kill();
-    first->waitForFinished();
 }
 
 void TestCorviProcess::eventsReachAListener()

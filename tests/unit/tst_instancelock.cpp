@@ -10,6 +10,7 @@
 #include <array>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -87,8 +88,9 @@ class TestInstanceLock : public QObject
 private Q_SLOTS:
     void cleanup();
     void freeLockIsTakenForLife();
-    void refusalsAreCountedUntilItIsTaken();
+    void refusalIsNewsOncePerHolder();
     void oneThatIsAboutToEndIsWaitedFor();
+    void otherPlaceServesWhereTheFirstIsNotOurs_data();
     void otherPlaceServesWhereTheFirstIsNotOurs();
 };
 
@@ -108,21 +110,22 @@ void TestInstanceLock::freeLockIsTakenForLife()
     QVERIFY(!QFileInfo::exists(OTHER_LOCK));
 }
 
-void TestInstanceLock::refusalsAreCountedUntilItIsTaken()
+void TestInstanceLock::refusalIsNewsOncePerHolder()
 {
     {
         const Holder other(LOCK);
         QVERIFY(other.holds);
-        for (const int times : {1, 2}) {
+        for (const bool isNews : {true, false}) {
             const auto refusal = InstanceLock::Take();
             QVERIFY(refusal);
             QCOMPARE(refusal->holder, other.pid);
-            QCOMPARE(refusal->times, times);
+            QCOMPARE(refusal->isNews, isNews);
         }
     }
 
     QVERIFY(!InstanceLock::Take());
 
+    // Who is refused by us is told of us.
     QCOMPARE(QFileInfo(LOCK).size(), 0);
 }
 
@@ -136,11 +139,28 @@ void TestInstanceLock::oneThatIsAboutToEndIsWaitedFor()
     QCOMPARE(HolderOf(LOCK), ::getpid());
 }
 
+void TestInstanceLock::otherPlaceServesWhereTheFirstIsNotOurs_data()
+{
+    QTest::addColumn<QString>("kind");
+    for (const char *kind : {"file of another user", "second name", "symbolic link", "named pipe"})
+        QTest::newRow(kind) << kind;
+}
+
 void TestInstanceLock::otherPlaceServesWhereTheFirstIsNotOurs()
 {
-    const Holder user(LOCK);
-    QVERIFY(user.holds);
-    QCOMPARE(::chown(QFile::encodeName(LOCK).constData(), 1000, 1000), 0);
+    QFETCH(QString, kind);
+    const QByteArray path = QFile::encodeName(LOCK);
+    QTemporaryFile other(QStringLiteral("/run/other"));
+    QVERIFY(other.open());
+    const QByteArray otherPath = QFile::encodeName(other.fileName());
+    if (kind == "second name")
+        QCOMPARE(::link(otherPath.constData(), path.constData()), 0);
+    else if (kind == "symbolic link")
+        QCOMPARE(::symlink(otherPath.constData(), path.constData()), 0);
+    else if (kind == "named pipe")
+        QCOMPARE(::mkfifo(path.constData(), 0600), 0);
+    else
+        QVERIFY(other.rename(LOCK) && ::chown(path.constData(), 1000, 1000) == 0);
 
     QVERIFY(!InstanceLock::Take());
 
