@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "commandline.h"
 #include "machinecheck.h"
 #include "output.h"
 #include "paths.h"
@@ -12,7 +13,6 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QFile>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
 
@@ -116,7 +116,7 @@ QString Text(const QString &fileName, const Answer &answer, bool asJson)
     QJsonObject object = StoreReportText::ForProgram(fileName, answer.report);
     if (answer.plan)
         object.insert(QStringLiteral("plan"), StorePlanText::ForProgram(*answer.plan));
-    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + QLatin1Char('\n');
+    return JsonLine(object);
 }
 
 ExitStatus StatusOf(const Answer &answer)
@@ -194,14 +194,10 @@ public:
     }
 
 private:
-    const QCommandLineOption json{QStringLiteral("json"),
-                                  QStringLiteral("Print for a program: one JSON object.")};
-    const QCommandLineOption plan{QStringLiteral("plan"),
-                                  QStringLiteral("Show what the daemon would do with each interface.")};
-    const QCommandLineOption interfaces{
-        QStringLiteral("interfaces"),
-        QStringLiteral("Plan for these, apart by commas, instead of this machine's."),
-        QStringLiteral("NAMES")};
+    const QCommandLineOption json = Option("json", "Print for a program: one JSON object.");
+    const QCommandLineOption plan = Option("plan", "Show what the daemon would do with each interface.");
+    const QCommandLineOption interfaces =
+        Option("interfaces", "Plan for these, apart by commas, instead of this machine's.", "NAMES");
     QCommandLineParser parser;
 };
 

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "addresswait.h"
+#include "commandline.h"
 #include "eventlistener.h"
 #include "output.h"
 #include "processsignals.h"
@@ -14,7 +15,6 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QJsonDocument>
 #include <QLoggingCategory>
 
 #include <cerrno>
@@ -49,11 +49,6 @@ int Show(const QString &text)
     if (Print(stdout, text))
         return EXIT_SUCCESS;
     return Fail(QStringLiteral("cannot write: ") + QString::fromLocal8Bit(std::strerror(errno)));
-}
-
-QString JsonLine(const QJsonObject &object)
-{
-    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + QLatin1Char('\n');
 }
 
 int ShowStatus(bool asJson)
@@ -163,27 +158,18 @@ public:
         return isNumber ? std::make_optional(std::chrono::seconds(seconds)) : std::nullopt;
     }
 
-    const QCommandLineOption json{QStringLiteral("json"),
-                                  QStringLiteral("Print for a program: one JSON object a line.")};
-    const QCommandLineOption all{
-        QStringLiteral("all"),
-        QStringLiteral("Print all that is known of each interface, and what it waits for.")};
-    const QCommandLineOption watch{QStringLiteral("watch"),
-                                   QStringLiteral("Print each event as it comes, until interrupted.")};
-    const QCommandLineOption wait{QStringLiteral("wait"),
-                                  QStringLiteral("End when an interface has an address.")};
-    const QCommandLineOption report{
-        QStringLiteral("report"),
-        QStringLiteral("Collect what a support engineer asks for in an archive, without secrets."),
-        QStringLiteral("folder")};
+    const QCommandLineOption json = Option("json", "Print for a program: one JSON object a line.");
+    const QCommandLineOption all =
+        Option("all", "Print all that is known of each interface, and what it waits for.");
+    const QCommandLineOption watch = Option("watch", "Print each event as it comes, until interrupted.");
+    const QCommandLineOption wait = Option("wait", "End when an interface has an address.");
+    const QCommandLineOption report = Option(
+        "report", "Collect what a support engineer asks for in an archive, without secrets.", "folder");
 
 private:
-    const QCommandLineOption interface {
-        QStringLiteral("interface"), QStringLiteral("Wait for this one."), QStringLiteral("name")
-    };
-    const QCommandLineOption timeout{QStringLiteral("timeout"),
-                                     QStringLiteral("Wait no longer; the exit status is then 2."),
-                                     QStringLiteral("seconds")};
+    const QCommandLineOption interface = Option("interface", "Wait for this one.", "name");
+    const QCommandLineOption timeout =
+        Option("timeout", "Wait no longer; the exit status is then 2.", "seconds");
     QCommandLineParser parser;
 };
 

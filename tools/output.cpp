@@ -4,6 +4,7 @@
 #include "output.h"
 
 #include <QByteArray>
+#include <QJsonDocument>
 
 bool Print(FILE *stream, const QString &text)
 {
@@ -18,4 +19,9 @@ QString Printable(QString line)
         if (character.category() == QChar::Other_Control || character.category() == QChar::Other_Format)
             character = QChar::ReplacementCharacter;
     return line;
+}
+
+QString JsonLine(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + QLatin1Char('\n');
 }

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <QJsonObject>
 #include <QString>
 
 #include <cstdio>
@@ -14,3 +15,6 @@
 /// For one line. Names come from the store and from access points: none may move the terminal's cursor or
 /// turn the text.
 [[nodiscard]] QString Printable(QString line);
+
+/// For programs, which read line by line.
+[[nodiscard]] QString JsonLine(const QJsonObject &object);

@@ -5,6 +5,8 @@
 
 #include "zebnetevent.h"
 
+#include <optional>
+
 namespace {
 
 QString Line(const char *label, const QString &value)
@@ -14,44 +16,27 @@ QString Line(const char *label, const QString &value)
         .arg(value.isEmpty() ? QStringLiteral("none") : value);
 }
 
-QString ConnectionsMeaning(int status)
+struct EventText
 {
-    switch (status) {
-    case ZebNetEvent::SUCCEEDED:
-        return QStringLiteral("connected");
-    case ZebNetEvent::FAILED:
-        return QStringLiteral("not connected");
-    default:
-        return QStringLiteral("connection status");
-    }
-}
+    int code;
+    std::optional<int> status; ///< None: any that is not named above.
+    const char *meaning;
+};
 
-QString AddressMeaning(int status)
-{
-    switch (status) {
-    case ZebNetEvent::SUCCEEDED:
-        return QStringLiteral("address present");
-    case ZebNetEvent::STARTED:
-        return QStringLiteral("DHCP started");
-    case ZebNetEvent::FAILED:
-        return QStringLiteral("no configuration found");
-    default:
-        return QStringLiteral("address status");
-    }
-}
-
-// Sent for wired links too.
-QString LinkMeaning(int status)
-{
-    switch (status) {
-    case ZebNetEvent::SUCCEEDED:
-        return QStringLiteral("link established");
-    case ZebNetEvent::FAILED:
-        return QStringLiteral("link lost");
-    default:
-        return QStringLiteral("link status");
-    }
-}
+// An association is sent for wired links too.
+constexpr EventText EVENT_TEXTS[] = {
+    {ZebNetEvent::CONNECTIONS, ZebNetEvent::SUCCEEDED, "connected"},
+    {ZebNetEvent::CONNECTIONS, ZebNetEvent::FAILED, "not connected"},
+    {ZebNetEvent::CONNECTIONS, {}, "connection status"},
+    {ZebNetEvent::ADDRESS, ZebNetEvent::SUCCEEDED, "address present"},
+    {ZebNetEvent::ADDRESS, ZebNetEvent::STARTED, "DHCP started"},
+    {ZebNetEvent::ADDRESS, ZebNetEvent::FAILED, "no configuration found"},
+    {ZebNetEvent::ADDRESS, {}, "address status"},
+    {ZebNetEvent::ASSOCIATION, ZebNetEvent::SUCCEEDED, "link established"},
+    {ZebNetEvent::ASSOCIATION, ZebNetEvent::FAILED, "link lost"},
+    {ZebNetEvent::ASSOCIATION, {}, "link status"},
+    {ZebNetEvent::CONFIGURATION, {}, "configuration applied"},
+};
 
 } // namespace
 
@@ -90,16 +75,8 @@ QJsonObject StatusText::ForProgram(const StatusReading &reading)
 
 QString StatusText::EventMeaning(int code, int status)
 {
-    switch (code) {
-    case ZebNetEvent::CONNECTIONS:
-        return ConnectionsMeaning(status);
-    case ZebNetEvent::ADDRESS:
-        return AddressMeaning(status);
-    case ZebNetEvent::ASSOCIATION:
-        return LinkMeaning(status);
-    case ZebNetEvent::CONFIGURATION:
-        return QStringLiteral("configuration applied");
-    default:
-        return QStringLiteral("unknown event");
-    }
+    for (const EventText &text : EVENT_TEXTS)
+        if (text.code == code && text.status.value_or(status) == status)
+            return QLatin1String(text.meaning);
+    return QStringLiteral("unknown event");
 }

@@ -130,12 +130,17 @@ Verdict AskingDhcp(const InterfaceState &state, qint64 nowMs)
     return Waiting("dhcp", sentence);
 }
 
-Verdict WithoutStaticAddress(const ServiceState &daemon)
+/// Of what ifconfig sets right: `verdict`, as long as that program works.
+Verdict UnlessIfconfigFails(const ServiceState &daemon, const QString &lack, const Verdict &verdict)
 {
     const QString fault = ToolFault(daemon, "ifconfig");
-    if (!fault.isEmpty())
-        return Fault("tool-fails", QStringLiteral("its static address is missing: ") + fault);
-    return Fault("no-address", QStringLiteral("its static address is missing and is set again"));
+    return fault.isEmpty() ? verdict : Fault("tool-fails", QStringLiteral("%1: %2").arg(lack, fault));
+}
+
+Verdict WithoutStaticAddress(const ServiceState &daemon)
+{
+    const QString lack = QStringLiteral("its static address is missing");
+    return UnlessIfconfigFails(daemon, lack, Fault("no-address", lack + QStringLiteral(" and is set again")));
 }
 
 Verdict WithoutAddress(const InterfaceState &state, const SystemReport &system)
@@ -169,10 +174,9 @@ Verdict WithAddress(const InterfaceReport &interface, const QString &carrier)
 
 Verdict WithoutLink(const ServiceState &daemon)
 {
-    const QString fault = ToolFault(daemon, "ifconfig");
-    if (!fault.isEmpty())
-        return Fault("tool-fails", QStringLiteral("the link is down: ") + fault);
-    return Waiting("link-down", QStringLiteral("the link is down and is brought up again"));
+    const QString lack = QStringLiteral("the link is down");
+    return UnlessIfconfigFails(daemon, lack,
+                               Waiting("link-down", lack + QStringLiteral(" and is brought up again")));
 }
 
 /// Of an interface that the daemon manages and whose turn it is.
