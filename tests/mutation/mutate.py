@@ -47,7 +47,7 @@ MORE_TESTS = {
     "src/core/corvi_discovery": ["tst_corvi_life", "tst_corvi_adapters"],
     "src/core/corvi_flags": ["tst_corvi_tick", "tst_corvi_life"],
     "src/core/corvi_queries": ["tst_corvi_carrier", "tst_corvi_dhcp", "tst_corvi_modem"],
-    "src/core/corvi_wired": ["tst_corvi_carrier", "tst_corvi_upkeep"],
+    "src/core/corvi_wired": ["tst_corvi_carrier", "tst_corvi_upkeep", "tst_corvi_route"],
     "src/core/segmentnames": ["tst_corvi_segment"],
     "src/core/segmentplace": ["tst_corvi_segment"],
     "src/devices/carrierlosses": ["tst_networkdevice_link", "tst_networkdevice", "tst_corvi_bounce"],
