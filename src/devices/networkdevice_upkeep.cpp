@@ -89,9 +89,10 @@ QString NetworkDevice::ExpectedGateway() const
 {
     if (currentConfig && currentConfig->staticIp)
         return currentConfig->gateway;
+    if (leasedGateway.isEmpty() || leasedGatewayAddress != ipAddress)
+        return QString(); // Most interfaces have none, and are asked on every tick.
     // That of a lease is not set again while somebody else, as a VPN, has the way out.
-    const bool isFree = ReadDefaultRoutes().isEmpty() && !HasRoutesForBothHalves();
-    return isFree && leasedGatewayAddress == ipAddress ? leasedGateway : QString();
+    return ReadDefaultRoutes().isEmpty() && !HasRoutesForBothHalves() ? leasedGateway : QString();
 }
 
 /// The client sets the route of its lease once, and at a renewal not again: where somebody takes it away, as
