@@ -76,6 +76,8 @@ void TestBondedDevicePorts::portThatComesBackIsEnslaved()
 
     QCOMPARE(Journal(),
              QStringList({"ip link set dev " + put + " down", "ip link set dev " + put + " master eth0"}));
+    QVERIFY(
+        TestSupport::LogText().contains("BondedDevice::AdoptPort - " + put + " becomes a port of eth0 \n"));
     QVERIFY(bond->getSlaves().contains(put));
     QVERIFY(!bond->AdoptPorts());
 }
@@ -141,7 +143,8 @@ void TestBondedDevicePorts::adapterThatIsUpIsRenamedAllTheSame()
                           "ip link set name eth0-swap eth0", "ip link set name eth0 bond0",
                           "ip addr flush dev eth0-swap"}));
     QVERIFY(QFile::exists("/sys/class/net/eth0/bonding"));
-    QVERIFY(TestSupport::LogText().contains("eth0 cannot be renamed, trying again with the link down"));
+    QVERIFY(TestSupport::LogText().contains(
+        "BondedDevice - eth0 cannot be renamed, trying again with the link down \n"));
 }
 
 void TestBondedDevicePorts::withoutADriverTheAdapterHasItsNameBack()
@@ -159,6 +162,8 @@ void TestBondedDevicePorts::withoutADriverTheAdapterHasItsNameBack()
     QVERIFY(!bond->isBondingActive());
     QCOMPARE(bond->getSlaves(), QStringList({"eth0", "eth1"}));
     QCOMPARE(Journal().last(), QString("ip link set name eth0 eth0-swap"));
+    QVERIFY(TestSupport::LogText().contains(
+        "BondedDevice::EnableBonding - there is no bond, going on without one on eth0 \n"));
 }
 
 QTEST_GUILESS_MAIN(TestBondedDevicePorts)

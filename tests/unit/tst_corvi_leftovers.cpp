@@ -240,7 +240,9 @@ void TestCorviLeftovers::addressThatStaysIsNotTakenOnEveryTick()
     corvi.Tick(5);
 
     QCOMPARE(JournalOf("ip addr flush"), QStringList{"ip addr flush eth1"});
-    QCOMPARE(LogLines().filter("TakeAddressAway").size(), 1);
+    const QString address = corvi.Device("eth1")->ipAddress;
+    QCOMPARE(LogLines().filter("TakeAddressAway"),
+             QStringList{"Corvi::TakeAddressAway - not in use, loses its address: eth1 " + address});
 }
 
 void TestCorviLeftovers::wirelessFoundConnectedIsStoppedForACable()

@@ -402,7 +402,9 @@ void TestCorviLife::reloadThatIsAskedForRescansOnce()
     corvi.Tick(2);
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 1);
 
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
     corvi.RequestReload();
+    QCOMPARE(LogCount("Corvi::RequestReload()"), 1);
     corvi.Tick(3);
 
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 2);

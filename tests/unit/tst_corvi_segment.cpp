@@ -327,7 +327,10 @@ void TestCorviSegment::segmentThatCannotBeMadeAnewIsTriedAgain()
         // It waits for the segment, too.
         corvi.ShareStatus(corvi.Device("eth0"));
     }
+    const QString told = "Corvi::KeepSegmentFound - the status segment is gone and cannot be made anew, "
+                         "tried again every second: ";
     QCOMPARE(LogLines().filter("cannot be made anew").size(), 1);
+    QVERIFY(LogLines().filter("cannot be made anew").first().startsWith(told));
 
     corvi.Tick();
 

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "dhcpclients.h"
+#include "logging.h"
 #include "networkdevice.h"
 #include "testsupport.h"
 
@@ -103,6 +104,8 @@ private Q_SLOTS:
 
 void TestDhcpClients::init()
 {
+    TestSupport::ClearLog();
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::TRACE);
     TestSupport::ClearJournal();
     TestSupport::ClearAnswers();
 }
@@ -288,6 +291,7 @@ void TestDhcpClients::deviceEndsItsClient()
 
     QCOMPARE(client.EndedBy(), SIGTERM);
     QVERIFY(other.Lives());
+    QVERIFY(TestSupport::LogText().contains("NetworkDevice::EndDhcpClient eth0 was still served \n"));
 }
 
 void TestDhcpClients::deviceLeavesTheClientAlone_data()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "fakesysnet.h"
 #include "interfacekind.h"
 
 #include "testsupport.h"
@@ -22,6 +23,14 @@ private Q_SLOTS:
     void toolWithoutTheBlankIsNotAsked();
     void toolHasNoInputAndItsErrorsGoNowhere();
     void toolThatHangsMeansNo();
+
+    void nameOrFolderTellsTheKind_data();
+    void nameOrFolderTellsTheKind();
+    void virtualLinkIsNamed_data();
+    void virtualLinkIsNamed();
+    void portIsNamedByItsBridge();
+    void linkTypeTellsOfHardware_data();
+    void linkTypeTellsOfHardware();
 };
 
 void TestInterfaceKind::init()
@@ -90,6 +99,92 @@ void TestInterfaceKind::toolThatHangsMeansNo()
 
     QVERIFY2(timer.elapsed() >= 30000 && timer.elapsed() < 60000,
              qPrintable(QString::number(timer.elapsed())));
+}
+
+void TestInterfaceKind::nameOrFolderTellsTheKind_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<int>("kind");
+    const auto row = [](const char *name, const char *folder, InterfaceKind kind) {
+        QTest::addRow("%s %s", name, folder) << QString(name) << QString(folder) << int(kind);
+    };
+    row("eth0", "", InterfaceKind::Wired);
+    row("eth0", "wireless", InterfaceKind::Wireless);
+    row("wlan0", "", InterfaceKind::Wireless);
+    row("mlan0", "", InterfaceKind::Wireless);
+    row("wwan0", "", InterfaceKind::Modem);
+    row("wwan0", "wireless", InterfaceKind::Wireless);
+    row("xwlan0", "", InterfaceKind::Wired);
+    row("xwwan0", "", InterfaceKind::Wired);
+}
+
+void TestInterfaceKind::nameOrFolderTellsTheKind()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, folder);
+    FakeSysNet sysNet;
+    sysNet.Add(name + '/' + folder);
+
+    QTEST(int(KindOfInterface(name)), "kind");
+}
+
+void TestInterfaceKind::virtualLinkIsNamed_data()
+{
+    QTest::addColumn<QString>("entry");
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QString>("kind");
+    const auto row = [](const char *name, const char *entry, const char *text, const char *kind) {
+        QTest::newRow(name) << QString(entry) << QByteArray(text) << QString(kind);
+    };
+    row("bridge", "uevent", "DEVTYPE=bridge\nINTERFACE=eth0\nIFINDEX=4\n", "bridge");
+    row("VLAN", "uevent", "DEVTYPE=vlan\n", "vlan");
+    row("VXLAN", "uevent", "DEVTYPE=vxlan\n", "vxlan");
+    row("tap", "tun_flags", "0x5002\n", "tap");
+    row("adapter", "uevent", "INTERFACE=eth0\nIFINDEX=4\n", "");
+    row("bond", "uevent", "DEVTYPE=bond\n", "");
+    row("longer word", "uevent", "DEVTYPE=vlans\n", "");
+    row("nothing said", "mtu", "1500\n", "");
+}
+
+void TestInterfaceKind::virtualLinkIsNamed()
+{
+    QFETCH(QString, entry);
+    QFETCH(QByteArray, text);
+    FakeSysNet sysNet;
+    sysNet.Write("eth0/" + entry, text);
+
+    QTEST(VirtualKind("eth0"), "kind");
+}
+
+void TestInterfaceKind::portIsNamedByItsBridge()
+{
+    FakeSysNet sysNet;
+    sysNet.Add("br0");
+    sysNet.Add("eth0/brport");
+    QVERIFY(QFile::link(FakeSysNet::Path("br0"), FakeSysNet::Path("eth0/brport/bridge")));
+
+    QCOMPARE(VirtualKind("eth0"), "port of br0");
+}
+
+void TestInterfaceKind::linkTypeTellsOfHardware_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<bool>("isHardware");
+    QTest::newRow("Ethernet") << QByteArray("1\n") << true;
+    QTest::newRow("highest") << QByteArray("255\n") << true;
+    QTest::newRow("first above") << QByteArray("256\n") << false;
+    QTest::newRow("loopback") << QByteArray("772\n") << false;
+    QTest::newRow("nothing said") << QByteArray() << true;
+}
+
+void TestInterfaceKind::linkTypeTellsOfHardware()
+{
+    QFETCH(QByteArray, text);
+    FakeSysNet sysNet;
+    sysNet.Write("eth0/type", text);
+
+    QTEST(HasHardware(ReadLinkType("eth0")), "isHardware");
 }
 
 QTEST_GUILESS_MAIN(TestInterfaceKind)

@@ -90,6 +90,7 @@ private Q_SLOTS:
 
     void isReadAsItWasWritten();
     void everyMemberCounts();
+    void namesAreThoseThatOtherVersionsRead();
     void fileOfADeadProcessIsStale_data();
     void fileOfADeadProcessIsStale();
     void stoppedProcessIsSeen();
@@ -130,6 +131,19 @@ void TestServiceState::everyMemberCounts()
 
         QVERIFY2(!(ReadServiceState().state == FullState()), qPrintable(key));
     }
+}
+
+void TestServiceState::namesAreThoseThatOtherVersionsRead()
+{
+    const QJsonObject object = QJsonDocument::fromJson(FullState().ToJson()).object();
+
+    QCOMPARE(object.keys(), QStringList({"carrier", "interfaces", "process", "toolFaults", "version"}));
+    QCOMPARE(object.value("process").toObject().keys(), QStringList({"pid", "startTime"}));
+    QCOMPARE(object.value("interfaces").toArray().first().toObject().keys(),
+             QStringList({"authenticationSinceMs", "connected", "definition", "definitionCount",
+                          "dhcpFailures", "dhcpSinceMs", "failureSinceUtc", "fallbackSeconds", "gateway",
+                          "heldDown", "inFallback", "inUse", "kind", "lastFailure", "name", "nextDhcpStartMs",
+                          "nextSupplicantStartMs", "staticAddress", "usesSupplicant"}));
 }
 
 void TestServiceState::fileOfADeadProcessIsStale_data()
@@ -197,11 +211,14 @@ void TestServiceState::missingFileIsAbsent()
 
 void TestServiceState::damagedFileIsUnreadable_data()
 {
+    const QString damaged = "it is damaged or of a version that this program does not know";
     QTest::addColumn<QByteArray>("contents");
-    QTest::newRow("empty") << QByteArray();
-    QTest::newRow("cut") << FullState().ToJson().left(100);
-    QTest::newRow("later version") << FullState().ToJson().replace("\"version\": 1", "\"version\": 2");
-    QTest::newRow("too large") << QByteArray(9 * 1024 * 1024, ' ');
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("empty") << QByteArray() << damaged;
+    QTest::newRow("cut") << FullState().ToJson().left(100) << damaged;
+    QTest::newRow("later version") << FullState().ToJson().replace("\"version\": 1", "\"version\": 2")
+                                   << damaged;
+    QTest::newRow("too large") << QByteArray(9 * 1024 * 1024, ' ') << "is larger than 8 MiB";
 }
 
 void TestServiceState::damagedFileIsUnreadable()
@@ -212,7 +229,7 @@ void TestServiceState::damagedFileIsUnreadable()
     const ServiceStateReading reading = ReadServiceState();
 
     QCOMPARE(reading.outcome, Outcome::Unreadable);
-    QVERIFY(!reading.error.isEmpty());
+    QTEST(reading.error, "reason");
 }
 
 QTEST_GUILESS_MAIN(TestServiceState)

@@ -289,6 +289,9 @@ void TestSystemFactsRead::supplicantThatDoesNotAnswer()
 
 void TestSystemFactsRead::supplicantThatCannotBeAsked()
 {
+    // Another user's id exists only where it is mapped.
+    if (!TestSupport::ReadFile("/proc/self/uid_map").contains("4294967295"))
+        QSKIP("only root can be another user; seen when the tests run as root");
     FakeSysNet sysNet;
     sysNet.Add("eth0");
     FakeSupplicant peer("eth0");

@@ -389,7 +389,9 @@ void TestWpaSupplicantControl::keepsTheConnectionWhenTheNameIsGone()
     QCOMPARE(control.SendCommand(QStringLiteral("TERMINATE")), QStringLiteral("OK\n"));
     // Told once.
     QCOMPARE(TestSupport::LogText().count('\n'), 1);
-    QVERIFY(TestSupport::LogText().contains("The name is gone, the connection goes on"));
+    QVERIFY(
+        TestSupport::LogText().contains("WpaSupplicantControl -- The name is gone, the connection goes on "
+                                        "at /var/run/wpa_supplicant/wlan0 \n"));
 }
 
 void TestWpaSupplicantControl::tellsOfTheNextNameThatGoes()

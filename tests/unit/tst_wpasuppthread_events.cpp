@@ -34,6 +34,8 @@ private slots:
     void tellsEveryEventOfTheConnection_data();
     void tellsEveryEventOfTheConnection();
     void emitsForThreeReasonsOnly();
+    void successInTimeCallsOffTheStopForWantOfIt_data();
+    void successInTimeCallsOffTheStopForWantOfIt();
     void takesAnEapFailure_data();
     void takesAnEapFailure();
     void keepsTheFirstOfEqualFailures();
@@ -196,6 +198,41 @@ void TestWpaSuppThreadEvents::emitsForThreeReasonsOnly()
     QCOMPARE(changes, (QList<QList<QVariant>>{{true}, {false}, {true}}));
     // What it was before the stop.
     QCOMPARE(supervisor->StatusText(), QStringLiteral("Associated"));
+}
+
+void TestWpaSuppThreadEvents::successInTimeCallsOffTheStopForWantOfIt_data()
+{
+    using Reasons = QVector<int>;
+    QTest::addColumn<Reasons>("reasons");
+    QTest::addColumn<bool>("succeeds");
+    QTest::addColumn<bool>("isStopped");
+    QTest::newRow("fallback") << Reasons{WpaSuppThread::STOP_FALLBACK} << true << false;
+    QTest::newRow("given up") << Reasons{WpaSuppThread::STOP_GIVEN_UP} << true << false;
+    QTest::newRow("asked twice") << Reasons{WpaSuppThread::STOP_FALLBACK, WpaSuppThread::STOP_GIVEN_UP}
+                                 << true << false;
+    QTest::newRow("no success") << Reasons{WpaSuppThread::STOP_FALLBACK} << false << true;
+    QTest::newRow("not needed") << Reasons{WpaSuppThread::STOP_UNNEEDED} << true << true;
+    QTest::newRow("not needed since")
+        << Reasons{WpaSuppThread::STOP_FALLBACK, WpaSuppThread::STOP_UNNEEDED} << true << true;
+    QTest::newRow("not needed before")
+        << Reasons{WpaSuppThread::STOP_UNNEEDED, WpaSuppThread::STOP_FALLBACK} << true << true;
+}
+
+void TestWpaSuppThreadEvents::successInTimeCallsOffTheStopForWantOfIt()
+{
+    QFETCH(QVector<int>, reasons);
+    QFETCH(bool, succeeds);
+    QFETCH(bool, isStopped);
+    supervisor->Supervise();
+    for (const int reason : reasons)
+        supervisor->Stop(reason);
+    if (succeeds)
+        supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+
+    supervisor->Tick();
+
+    QCOMPARE(supplicant->Commands().contains("TERMINATE"), isStopped);
+    QCOMPARE(LogLines().count("WpaSuppThread -- In time: it is not stopped "), isStopped ? 0 : 1);
 }
 
 void TestWpaSuppThreadEvents::takesAnEapFailure_data()
