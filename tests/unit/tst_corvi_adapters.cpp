@@ -31,6 +31,7 @@ private Q_SLOTS:
     void changesOfALinkChangeNothing();
     void changeIsToldWithTheNames();
     void bridgeIsToldToBeNoCable();
+    void bridgeThatWasThereBeforeIsTold();
     void wirelessInUseThatGoesIsForgotten_data();
     void wirelessInUseThatGoesIsForgotten();
     void spareWirelessThatGoesIsNotPublished();
@@ -306,6 +307,17 @@ void TestCorviAdapters::bridgeIsToldToBeNoCable()
     Delete("br0");
     corvi.Tick(2);
     QCOMPARE(LogLines().filter("managed like a cable").size(), 1);
+}
+
+void TestCorviAdapters::bridgeThatWasThereBeforeIsTold()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    RealIp({"link", "add", "name", "br0", "type", "bridge"});
+    CorviPeer corvi;
+
+    corvi.Tick();
+
+    QCOMPARE(LogLines().filter("managed like a cable, but none: br0 (bridge) --").size(), 1);
 }
 
 void TestCorviAdapters::wirelessInUseThatGoesIsForgotten_data()

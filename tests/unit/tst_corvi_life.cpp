@@ -343,7 +343,8 @@ void TestCorviLife::reloadFileAtStartGivesOneRescan()
 void TestCorviLife::anotherManagerOfAnInterfaceIsToldOnce()
 {
     WriteFile("/run/network/ifstate", "lo=lo\neth0=eth0\n");
-    const auto removal = qScopeGuard([] { Remove("/run/network"); });
+    WriteFile("/run/dhcpcd/pid", "1\n");
+    const auto removal = qScopeGuard([] { Remove("/run/network"), Remove("/run/dhcpcd"); });
     MakeInterface("eth0");
     CorviPeer corvi;
 
@@ -351,9 +352,10 @@ void TestCorviLife::anotherManagerOfAnInterfaceIsToldOnce()
     WriteFile(RELOAD_FLAG, "");
     corvi.Tick(1);
 
-    QCOMPARE(LogCount("Corvi::Init() - managed by others, too: ifupdown (eth0) -- switch these off, or each "
-                      "undoes what the other does"),
-             1);
+    QCOMPARE(
+        LogCount("Corvi::Init() - managed by others, too: ifupdown (eth0), dhcpcd (eth0) -- switch these "
+                 "off, or each undoes what the other does"),
+        1);
 }
 
 void TestCorviLife::reloadFileThatStaysRescansEveryTick()

@@ -42,6 +42,7 @@ private Q_SLOTS:
     void modemIsGivenUpAfterElevenFailures();
     void runningLinkIsNotCounted();
     void runningLinkKeepsTheCount();
+    void addressOfARunningLinkIsPublished();
     void rescanGivesAFreshCount();
     void wirelessResetsTheCounter();
     void droppedModemComesBackWithARescan();
@@ -202,6 +203,21 @@ void TestCorviModem::runningLinkKeepsTheCount()
     corvi.Tick(3);
 
     QCOMPARE(Corvi::conn_counter, 5);
+}
+
+void TestCorviModem::addressOfARunningLinkIsPublished()
+{
+    SetModemStatus("connected\n");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    corvi.Tick();
+
+    RealIp({"addr", "add", "10.7.0.5/24", "dev", "wwan0"});
+    corvi.ModemDevice()->RefreshStatus();
+    corvi.Tick();
+
+    ZebNetStatus published;
+    QVERIFY(published.SetData(corvi.Segment()));
+    QCOMPARE(published.GetIp(), QString("10.7.0.5"));
 }
 
 void TestCorviModem::rescanGivesAFreshCount()

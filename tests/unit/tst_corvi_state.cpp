@@ -49,6 +49,7 @@ private Q_SLOTS:
     void init();
 
     void stateIsTold();
+    void kindsAndWhoseTurnItIsAreTold();
     void fileIsForEverybodyToRead();
     void idleTickLeavesTheFileAlone();
     void removedFileIsWrittenAgain();
@@ -82,6 +83,22 @@ void TestCorviState::stateIsTold()
     QCOMPARE(Told().definition, "lan");
     QCOMPARE(Told().definitionCount, 1);
     QVERIFY(Told().isInUse);
+}
+
+void TestCorviState::kindsAndWhoseTurnItIsAreTold()
+{
+    Answer("modem-tool.sh", "[ \"$1\" != status ] || echo connected");
+    MakeMachine(WLAN, {"eth0", "wlan0", "wwan0"});
+    PullCable("eth0");
+    CorviPeer corvi;
+
+    corvi.Tick(3);
+
+    QCOMPARE(QStringList({Told(0).kind, Told(1).kind, Told(2).kind}),
+             QStringList({"wired", "wireless", "modem"}));
+    QVERIFY(!Told(0).isConnected && !Told(1).isConnected && Told(2).isConnected);
+    QVERIFY(Told(2).isInUse && !Told(1).isInUse);
+    QCOMPARE(Told(1).definition, "Office");
 }
 
 void TestCorviState::fileIsForEverybodyToRead()

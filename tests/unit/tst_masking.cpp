@@ -26,10 +26,13 @@ private Q_SLOTS:
     void storeHidesWhatMayBeSecret_data();
     void storeHidesWhatMayBeSecret();
     void storeKeepsTheRest();
+    void everySettingIsKept();
     void brokenStoreIsKeptUpToTheError();
     void supplicantFileHidesWhatMayBeSecret_data();
     void supplicantFileHidesWhatMayBeSecret();
     void supplicantFileKeepsTheRest();
+    void optionThatIsNoSecretIsKept();
+    void secretKeepsTheNameOfItsOption();
     void textsHideWhatWasFound_data();
     void textsHideWhatWasFound();
     void secretThatBeginsAnotherLeavesNothingOfIt();
@@ -92,6 +95,18 @@ void TestMasking::storeKeepsTheRest()
                                              "</networkconfig>"));
 }
 
+void TestMasking::everySettingIsKept()
+{
+    for (const QByteArray &name :
+         QList<QByteArray>{"UseApScan", "FilterSsids", "AddWpsSaeCred", "bonding_enable", "bonding_mode",
+                           "useNewDriver", "host"}) {
+        const QByteArray masked =
+            Masking().Store("<networkconfig><" + name + ">7</" + name + "></networkconfig>");
+
+        QVERIFY2(masked.contains('<' + name + ">7</" + name + '>'), masked.constData());
+    }
+}
+
 void TestMasking::brokenStoreIsKeptUpToTheError()
 {
     const QByteArray masked = Masking().Store("<networkconfig><network><name>lan</name>\n<oops</network>");
@@ -129,6 +144,26 @@ void TestMasking::supplicantFileKeepsTheRest()
 {
     QCOMPARE(Masking().SupplicantFile("ap_scan=1\nnetwork={\n  ssid=\"Office\"\n  psk=\"12345678\"\n}\n"),
              QByteArray("\tap_scan=1\nnetwork={\n\tssid=\"Office\"\n\tpsk=********\n}\n"));
+}
+
+void TestMasking::optionThatIsNoSecretIsKept()
+{
+    const QByteArray names =
+        "ap_scan auth_alg bgscan bssid ca_cert ca_path client_cert country ctrl_interface disabled eap "
+        "eap_workaround eapol_flags eapol_version fast_reauth filter_ssids freq_list group id_str identity "
+        "ieee80211w key_mgmt mode openssl_ciphers pac_file pairwise phase1 phase2 pmf priority private_key "
+        "proactive_key_caching proto sae_pwe scan_freq scan_ssid ssid update_config wep_tx_keyidx "
+        "wps_cred_add_sae";
+    for (const QByteArray &name : names.split(' '))
+        QCOMPARE(Masking().SupplicantFile(name + "=some=value\n"), '\t' + name + "=some=value\n");
+}
+
+void TestMasking::secretKeepsTheNameOfItsOption()
+{
+    for (const QByteArray &name :
+         QList<QByteArray>{"psk", "sae_password", "password", "private_key_passwd", "wep_key0", "wep_key3"})
+        QCOMPARE(Masking().SupplicantFile(name + "=value\n"), '\t' + name + "=********\n");
+    QCOMPARE(Masking().SupplicantFile("pins=value\n"), QByteArray("\t********=********\n"));
 }
 
 void TestMasking::textsHideWhatWasFound_data()
