@@ -1,0 +1,216 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "supportreport.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QtTest>
+
+#include <cerrno>
+#include <cstring>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const QString FOLDER = QStringLiteral("/tmp/reports");
+const QString UNPACKED = QStringLiteral("/tmp/unpacked");
+const QString LOG_FILE = QStringLiteral("/var/log/corvi-mon.log");
+const QString TRANSCRIPT = QStringLiteral("/tmp/dhclient.log");
+
+/// What the report says under this name; writes it and unpacks it.
+QByteArray Entry(const QString &name)
+{
+    const SupportReport::Outcome outcome = SupportReport::Write(FOLDER);
+    TestSupport::Remove(UNPACKED);
+    if (!QDir().mkpath(UNPACKED) ||
+        QProcess::execute("tar", {"-xzf", outcome.archive, "-C", UNPACKED, "--strip-components=1"}) != 0)
+        return "no archive: " + outcome.error.toUtf8();
+    return TestSupport::ReadFile(UNPACKED + '/' + name);
+}
+
+} // namespace
+
+/// The archive for somebody who helps: where each of its files is from.
+class TestSupportReport : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+
+    void programsAreAsked();
+    void answerIsKept();
+    void fileIsFromItsPlace_data();
+    void fileIsFromItsPlace();
+    void secretOfTheSupplicantsFileIsMasked();
+    void endOfALongLogIsKept_data();
+    void endOfALongLogIsKept();
+    void fileThatIsNotReadSaysWhy();
+    void secondNameMattersWhereEverybodyCanGiveOne();
+    void archiveIsNamedByItsTime();
+    void folderThatIsNotThereIsAFailure();
+    void archiveThatCannotBePackedIsAFailure();
+};
+
+void TestSupportReport::initTestCase()
+{
+    for (const char *program : {"systemctl", "journalctl", "uname", "dpkg-query"})
+        TestSupport::AddProgram(program);
+}
+
+void TestSupportReport::init()
+{
+    TestSupport::ClearJournal();
+    TestSupport::ClearAnswers();
+    for (const QString &path : {FOLDER, LOG_FILE, TRANSCRIPT})
+        TestSupport::Remove(path);
+    QVERIFY(QDir().mkpath(FOLDER));
+}
+
+void TestSupportReport::programsAreAsked()
+{
+    QCOMPARE(SupportReport::Write(FOLDER).error, QString());
+
+    QCOMPARE(TestSupport::Journal(),
+             QStringList({"ip -d -s address show", "ip route show table all",
+                          "systemctl --no-pager --full status corvi.service corvi-wait-online.service",
+                          "systemctl --no-pager show corvi.service",
+                          "journalctl --no-pager --lines=1000 --unit=corvi.service", "uname -a",
+                          "dpkg-query -W corvi libzeb3-3 wpasupplicant isc-dhcp-client iproute2",
+                          "wpa_supplicant -v", "dhclient --version"}));
+}
+
+void TestSupportReport::answerIsKept()
+{
+    TestSupport::Answer("uname", "echo Linux; echo told >&2");
+
+    QCOMPARE(Entry("kernel.txt"), QByteArray("Linux\ntold\n"));
+}
+
+void TestSupportReport::fileIsFromItsPlace_data()
+{
+    QTest::addColumn<QString>("entry");
+    QTest::addColumn<QString>("path");
+    const auto row = [](const char *entry, const char *path) {
+        QTest::newRow(entry) << QString(entry) << QString(path);
+    };
+    row("corvi-mon.log", "/var/log/corvi-mon.log");
+    row("wpa_supplicant.log", "/var/log/wpa_supplicant.log");
+    row("dhclient.log", "/tmp/dhclient.log");
+    row("dhclient.leases", "/var/lib/dhcp/dhclient.leases");
+    row("resolv.conf", "/etc/resolv.conf");
+    row("state.json", "/run/corvi/state.json");
+    row("os-release", "/etc/os-release");
+    row("dhclient.conf", "/etc/dhcp/dhclient.conf");
+}
+
+void TestSupportReport::fileIsFromItsPlace()
+{
+    QFETCH(QString, entry);
+    QFETCH(QString, path);
+    TestSupport::Remove(path);
+    TestSupport::WriteFile(path, "of this file\n");
+
+    QCOMPARE(Entry(entry), QByteArray("of this file\n"));
+}
+
+void TestSupportReport::secretOfTheSupplicantsFileIsMasked()
+{
+    TestSupport::WriteFile("/tmp/wpa_supplicant.conf", "network={\n\tpsk=\"open-sesame\"\n}\n");
+    TestSupport::WriteFile(LOG_FILE, "key open-sesame\n");
+
+    QCOMPARE(Entry("wpa_supplicant.conf"), QByteArray("network={\n\tpsk=********\n}\n"));
+    QCOMPARE(TestSupport::ReadFile(UNPACKED + "/corvi-mon.log"), QByteArray("key ********\n"));
+}
+
+void TestSupportReport::endOfALongLogIsKept_data()
+{
+    QTest::addColumn<int>("before");
+    QTest::addColumn<int>("kept");
+    // Lines of 16 bytes: what is kept begins with a whole one.
+    QTest::newRow("as long as is kept") << 0 << 512 * 1024;
+    QTest::newRow("a byte more") << 1 << 512 * 1024 - 16;
+    QTest::newRow("a line more") << 16 << 512 * 1024 - 16;
+}
+
+void TestSupportReport::endOfALongLogIsKept()
+{
+    QFETCH(int, before);
+    QFETCH(int, kept);
+    const QByteArray lines = QByteArray("fifteen letters\n").repeated(512 * 1024 / 16);
+    TestSupport::WriteFile(LOG_FILE, QByteArray(before, 'x') + lines);
+
+    const QByteArray entry = Entry("corvi-mon.log");
+
+    QCOMPARE(int(entry.size()), kept);
+    QVERIFY(entry.startsWith("fifteen letters\n"));
+}
+
+void TestSupportReport::fileThatIsNotReadSaysWhy()
+{
+    QCOMPARE(Entry("corvi-mon.log"), QByteArray("cannot be read: No such file or directory\n"));
+
+    QCOMPARE(::mkfifo(QFile::encodeName(TRANSCRIPT).constData(), 0600), 0);
+    QCOMPARE(Entry("dhclient.log"), QByteArray("is not a regular file\n"));
+
+    TestSupport::Remove(TRANSCRIPT);
+    QVERIFY(QFile::link("/etc/passwd", TRANSCRIPT));
+    QCOMPARE(Entry("dhclient.log"), "cannot be read: " + QByteArray(std::strerror(ELOOP)) + '\n');
+}
+
+void TestSupportReport::secondNameMattersWhereEverybodyCanGiveOne()
+{
+    for (const QString &path : {TRANSCRIPT, LOG_FILE}) {
+        TestSupport::WriteFile(path, "text\n");
+        const QString second = path + ".second";
+        TestSupport::Remove(second);
+        QCOMPARE(::link(QFile::encodeName(path).constData(), QFile::encodeName(second).constData()), 0);
+    }
+
+    QCOMPARE(Entry("dhclient.log"), QByteArray("has a second name\n"));
+    QCOMPARE(TestSupport::ReadFile(UNPACKED + "/corvi-mon.log"), QByteArray("text\n"));
+}
+
+void TestSupportReport::archiveIsNamedByItsTime()
+{
+    const QDateTime before = QDateTime::currentDateTime();
+
+    const SupportReport::Outcome outcome = SupportReport::Write(FOLDER);
+
+    const QDateTime time = QDateTime::fromString(QFileInfo(outcome.archive).fileName(),
+                                                 "'corvi-report-'yyyyMMdd-HHmmss'.tar.gz'");
+    QVERIFY2(time >= before.addSecs(-1) && time <= QDateTime::currentDateTime(), qPrintable(outcome.archive));
+    QCOMPARE(QFileInfo(outcome.archive).absolutePath(), FOLDER);
+    QCOMPARE(TestSupport::EntryCount(FOLDER), 1);
+}
+
+void TestSupportReport::folderThatIsNotThereIsAFailure()
+{
+    const SupportReport::Outcome outcome = SupportReport::Write("/tmp/no-such-folder");
+
+    QCOMPARE(outcome.archive, QString());
+    QVERIFY(!outcome.error.isEmpty());
+}
+
+void TestSupportReport::archiveThatCannotBePackedIsAFailure()
+{
+    TestSupport::AddProgram("tar");
+    const auto removal = qScopeGuard([] { TestSupport::Remove("/tmp/standins/bin/tar"); });
+    TestSupport::Answer("tar", "exit 1");
+
+    const SupportReport::Outcome outcome = SupportReport::Write(FOLDER);
+
+    QCOMPARE(outcome.archive, QString());
+    QCOMPARE(outcome.error, "the archive cannot be made");
+    QCOMPARE(TestSupport::Journal().last().section(' ', 0, 1), "tar -czf");
+    QCOMPARE(TestSupport::EntryCount(FOLDER), 0);
+}
+
+QTEST_GUILESS_MAIN(TestSupportReport)
+#include "tst_supportreport.moc"
