@@ -141,10 +141,17 @@ void NetworkDevice::TakeBackDhcpMtu()
 void NetworkDevice::ClaimResolver(bool isOurs)
 {
     const QString path = OWN_RESOLVER + name;
-    if (!isOurs)
+    if (!isOurs) {
         QFile::remove(path);
-    else if (!SecureFile::Replace(path, QByteArray(), 0644))
-        ReportNoResolver();
+        return;
+    }
+    if (SecureFile::Replace(path, QByteArray(), 0644)) {
+        reports->claim.Over();
+        return;
+    }
+    const QString reason = qt_error_string();
+    LogOnce(reports->claim) << "NetworkDevice::ClaimResolver - the DHCP client cannot be told to"
+                            << "leave the name servers alone:" << path << reason;
 }
 
 bool NetworkDevice::ClearDNS()

@@ -3,6 +3,7 @@
 
 #include "deviceworld.h"
 #include "logging.h"
+#include "mountpoint.h"
 #include "namednetwork.h"
 #include "zebnetstatus.h"
 
@@ -63,6 +64,7 @@ private Q_SLOTS:
     void staticDnsIsWritten_data();
     void staticDnsIsWritten();
     void ownServersAreSaidToTheClient();
+    void ownServersThatCannotBeSaidAreLogged();
     void hostsAreAlwaysWritten();
     void stepsComeInOrder();
     void stepsOfAStaticAddressComeInOrder();
@@ -483,6 +485,22 @@ void TestNetworkDeviceConfig::ownServersAreSaidToTheClient()
     device.ConfigureNetwork(true);
 
     QVERIFY(!QFile::exists(said));
+}
+
+void TestNetworkDeviceConfig::ownServersThatCannotBeSaidAreLogged()
+{
+    const QString said = "/run/corvi-own-resolver.eth0";
+    QVERIFY(QDir().mkpath(said));
+    const auto remover = qScopeGuard([&said] { QDir().rmdir(said); });
+    const MountPoint taken(said);
+    TestSupport::WriteNetworks(Network("lan", STATIC_DNS));
+    Device device("eth0");
+
+    device.ConfigureNetwork(false);
+
+    // The resolver itself was written.
+    QVERIFY2(!LogText().contains("Unable to access resolv.conf"), qPrintable(LogText()));
+    QVERIFY(LogText().contains("leave the name servers alone: " + said));
 }
 
 void TestNetworkDeviceConfig::hostsAreAlwaysWritten()
