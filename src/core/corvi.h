@@ -302,6 +302,7 @@ private:
 
     // The segment
     bool OpenSegment();
+    QByteArray ReadRecord();
     bool PutRecord(const QByteArray &record);
     void KeepSegmentFound();
     void ReplaceStaleRecord();

@@ -63,6 +63,17 @@ bool Corvi::OpenSegment()
     return false;
 }
 
+/// What others read there; empty when it cannot be locked or is not there.
+QByteArray Corvi::ReadRecord()
+{
+    if (!shm.isAttached() || !shm.lock())
+        return {};
+    const int length = std::min(static_cast<int>(shm.size()), ZebNetSegment::SIZE);
+    const QByteArray record(static_cast<const char *>(shm.constData()), length);
+    shm.unlock();
+    return record;
+}
+
 /// False, and the segment as it was, when it cannot be locked or is not there. The record is put later then.
 bool Corvi::PutRecord(const QByteArray &record)
 {

@@ -12,9 +12,6 @@
 #include <QDataStream>
 #include <QLocalSocket>
 
-#include <algorithm>
-#include <utility>
-
 namespace {
 
 /// The listener is on this machine: one that does not accept within this time is not going to.
@@ -102,13 +99,16 @@ void Corvi::SendAssociationMessage(NetworkDevice *nd, bool ok)
 }
 
 /// A record that an earlier daemon left may tell of a link that has gone since, or of an interface, and the
-/// next report may be days away. One that is still true stays.
+/// next report may be days away. One that is still true stays. Not by ShareStatus(): no event tells of this
+/// one, so that an address in it is still to be announced.
 void Corvi::ReplaceStaleRecord()
 {
-    if (!std::exchange(hasEarlierRecord, false) || !publishedName.isEmpty() || !shm.isAttached())
+    if (!hasEarlierRecord || !publishedName.isEmpty())
         return;
-    const int length = std::min(static_cast<int>(shm.size()), ZebNetSegment::SIZE);
-    const QByteArray earlier(static_cast<const char *>(shm.constData()), length);
+    const QByteArray earlier = ReadRecord();
+    if (earlier.isEmpty())
+        return; // Looked at again on the next tick.
+    hasEarlierRecord = false;
     NetworkDevice *carrying = nullptr;
     NetworkDevice *first = nullptr;
     for (const QString &interfaceName : qAsConst(allInterfaces)) {
@@ -122,8 +122,7 @@ void Corvi::ReplaceStaleRecord()
         if (!carrying && device->isRunning)
             carrying = device;
     }
-    if (first)
-        ShareStatus(carrying ? carrying : first);
-    else
-        PutRecord(QByteArray(ZebNetSegment::SIZE, '\0')); // As before the first report.
+    NetworkDevice *const device = carrying ? carrying : first;
+    // Without a device as before the first report.
+    PutRecord(device ? device->status->GetData() : QByteArray(ZebNetSegment::SIZE, '\0'));
 }

@@ -97,6 +97,7 @@ private Q_SLOTS:
     void recordOfAnEarlierDaemonIsReplaced_data();
     void recordOfAnEarlierDaemonIsReplaced();
     void recordOfAnEarlierDaemonThatIsTrueStays();
+    void radioFoundWithAnAddressIsAnnounced();
 };
 
 void TestCorviLeftovers::deviceThatIsLeftLosesItsAddress()
@@ -338,6 +339,24 @@ void TestCorviLeftovers::recordOfAnEarlierDaemonThatIsTrueStays()
     CorviPeer corvi(SET_UP);
 
     QCOMPARE(corvi.Segment(), wlan.status->GetData());
+}
+
+/// Replacing the record told nobody of the address.
+void TestCorviLeftovers::radioFoundWithAnAddressIsAnnounced()
+{
+    Segment segment;
+    segment.Put(RecordOfAnEarlierDaemon());
+    EventListener listener;
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
+    GiveAddress("wlan0");
+    CorviPeer corvi(SET_UP);
+    QCOMPARE(Published(corvi).GetIp(), QString("10.9.0.9"));
+    QCOMPARE(listener.Take(), Events());
+
+    corvi.Tick(4); // Its turn comes after two ticks.
+
+    QCOMPARE(listener.Take().count(ADDRESS_PRESENT), 1);
 }
 
 QTEST_GUILESS_MAIN(TestCorviLeftovers)

@@ -10,6 +10,8 @@
 #include <QProcess>
 #include <QSharedMemory>
 
+#include <cstring>
+
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -129,6 +131,7 @@ private slots:
     void copyIsBoundedByTheSegment();
     void copyLeavesTheRestOfALargerSegment();
     void publishingWaitsForTheLock();
+    void earlierRecordIsReadUnderTheLock();
     void segmentThatCannotBeLockedIsLeftAlone();
     void publishingIsTraced();
 };
@@ -495,6 +498,29 @@ void TestCorviSegment::publishingWaitsForTheLock()
     // What it read at the end of its lock was the old record, whole.
     QCOMPARE(reader.readAllStandardOutput(), QByteArray("locked\n") + QByteArray(SEGMENT_SIZE, 'x'));
     QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviSegment::earlierRecordIsReadUnderTheLock()
+{
+    MakeInterface("eth0");
+    PullCable("eth0");
+    WiredDevice eth("eth0", nullptr);
+    eth.RefreshStatus();
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(earlier.create(SEGMENT_SIZE));
+    // It is true, so that nothing is published, for which the lock would be taken too.
+    std::memcpy(earlier.data(), eth.status->GetData().constData(), SEGMENT_SIZE);
+    CorviPeer corvi(DISCOVERED);
+    QElapsedTimer timer;
+    timer.start();
+    QProcess reader;
+    reader.start(QCoreApplication::applicationFilePath(), {"--hold-lock", "1500"});
+    QVERIFY(reader.waitForReadyRead(30000));
+
+    corvi.Tick();
+
+    QVERIFY(timer.elapsed() >= 1500);
+    QVERIFY(reader.waitForFinished());
 }
 
 void TestCorviSegment::segmentThatCannotBeLockedIsLeftAlone()
