@@ -234,6 +234,8 @@ class Life(PackageTest):
         exposure = float(report.split("Overall exposure level for corvi.service: ")[1].split()[0])
         self.assertLessEqual(exposure, 3.0)
         self.assertNotIn("corvi", machine.run("systemd-analyze", "verify", "corvi.service", check=False))
+        # Before the daemon forbids itself core files, and for what it starts.
+        self.assertEqual(machine.show("LimitCORE", "LimitCORESoft").split(), ["0", "0"])
 
 
 def newer(file):
