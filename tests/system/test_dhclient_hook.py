@@ -79,6 +79,33 @@ class Routes(HookTest):
         self.assertFalse(NO_ROUTER.exists())
 
 
+    def test_gateway_that_changes_at_a_renewal_is_followed(self):
+        for interface, old, new, expected in (("eth0", "10.0.0.1", "10.0.0.3", [("10.0.0.3", 0)]),
+                                              ("wlan0", "10.0.0.1", "10.0.0.3", [("10.0.0.3", 600)]),
+                                              ("eth0", "10.0.0.1", "10.0.0.3 10.0.0.4",
+                                               [("10.0.0.3", 1), ("10.0.0.4", 2)]),
+                                              ("eth0", "10.0.0.1 10.0.0.3", "10.0.0.3 10.0.0.4",
+                                               [("10.0.0.3", 1), ("10.0.0.4", 2)]),
+                                              ("eth0", "10.0.0.1 10.0.0.3", "10.0.0.3", [("10.0.0.3", 0)])):
+            with self.subTest(f"{interface}: {old} > {new}"):
+                self.clean()
+                self.given_cables(interface)
+                client_script("BOUND", interface, 0, new_routers=old)
+
+                client_script("RENEW", interface, 0, old_ip_address="10.0.0.2", old_routers=old, new_routers=new)
+
+                self.assertEqual([(route["gateway"], route.get("metric", 0)) for route in default_routes()], expected)
+
+    def test_route_that_somebody_set_outlives_a_gateway_that_changes(self):
+        self.given_cables("eth0")
+        client_script("BOUND", "eth0", 0)
+        run("ip", "route", "replace", "default", "via", "10.0.0.9")
+
+        client_script("REBIND", "eth0", 0, old_ip_address="10.0.0.2", old_routers="10.0.0.1", new_routers="10.0.0.3")
+
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.9"])
+
+
 class Resolver(HookTest):
     def setUp(self):
         super().setUp()
