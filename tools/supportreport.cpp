@@ -53,7 +53,7 @@ QVector<Source> Logs()
         {"corvi-mon.log", QStringLiteral("/var/log/corvi-mon.log")},
         {"wpa_supplicant.log", QStringLiteral("/var/log/wpa_supplicant.log")},
         {"dhclient.log", CORVI_DHCP_LOG},
-        {"dhclient.leases", QStringLiteral("/var/lib/dhcp/dhclient.leases")},
+        {"dhclient.leases", DHCP_LEASES},
         {"resolv.conf", QStringLiteral("/etc/resolv.conf")},
         {"state.json", ServiceState::PATH},
         {"os-release", QStringLiteral("/etc/os-release")},

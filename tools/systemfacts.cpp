@@ -24,7 +24,6 @@
 namespace {
 
 const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
-const QString LEASES = QStringLiteral("/var/lib/dhcp/dhclient.leases");
 /// The client only adds to the file until its next start.
 constexpr int LEASES_LIMIT_MIB = 16;
 
@@ -173,7 +172,7 @@ SystemReport SystemFacts::Read()
                        std::chrono::steady_clock::now().time_since_epoch())
                        .count();
     report.resolver = NameServers(SecureFile::ReadRegular(RESOLV_CONF).value_or(QByteArray()));
-    const QByteArray leases = SecureFile::Read(LEASES, LEASES_LIMIT_MIB).contents;
+    const QByteArray leases = SecureFile::Read(DHCP_LEASES, LEASES_LIMIT_MIB).contents;
     const QVector<LinkFacts> links = ReadLinks();
     for (const LinkFacts &link : links) {
         InterfaceReport entry;

@@ -88,6 +88,8 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     TellOfLostResolver(transcript);
     const bool isBound = transcript.contains(QStringLiteral("bound to"));
+    if (!isBound)
+        DropDamagedLeases(transcript);
     if (transcript.size() > LARGE_TRANSCRIPT) {
         // Its lines lay between blocks that stay, which keeps the C library from giving them back by itself.
         transcript = QString();
@@ -106,6 +108,21 @@ void NetworkDevice::TellOfLostResolver(const QString &transcript)
         LogOnce(reports->resolver, NO_ACCESS)
             << "NetworkDevice::Dhclient - the lease's name servers cannot be written on" << name << "--"
             << lines.last();
+}
+
+/// The file in which the client keeps its leases is written in place, so a power failure can cut it anywhere.
+/// The client reads past most damage, but some ends it before it has asked a server, at each attempt anew.
+void NetworkDevice::DropDamagedLeases(const QString &transcript)
+{
+    const bool hasEnded = transcript.trimmed().endsWith(QStringLiteral("exiting."));
+    // The second is all that it says of a name that is cut and goes on with what was written later.
+    const bool isDamaged = transcript.contains(QString(DHCP_LEASES + QStringLiteral(" line "))) ||
+                           transcript.contains(QStringLiteral("Can't allocate interface "));
+    if (!hasEnded || !isDamaged)
+        return;
+    const bool isGone = SecureFile::Remove(DHCP_LEASES);
+    LogOnce(reports->leases) << "NetworkDevice::Dhclient - the client cannot read its earlier leases on"
+                             << name << "--" << DHCP_LEASES << (isGone ? "is removed" : "cannot be removed");
 }
 
 /// The default route of the lease, be it the one in use or not. False when there is no default route at all.

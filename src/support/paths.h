@@ -25,6 +25,8 @@ inline const QString WirelessCarrierFile = SYS_NET + QStringLiteral("wlan0/carri
 inline const QString DHCLIENT_CONF = QStringLiteral("/etc/dhcp/dhclient.conf");
 /// Transcript of the last DHCP client run.
 inline const QString CORVI_DHCP_LOG = QStringLiteral("/tmp/dhclient.log");
+/// What the DHCP client knows of leases, over restarts (dhclient.leases(5)).
+inline const QString DHCP_LEASES = QStringLiteral("/var/lib/dhcp/dhclient.leases");
 inline const QString WPA_SUPPLICANT_CONF = QStringLiteral("/tmp/wpa_supplicant.conf");
 /// Where the supplicant has its control sockets, one for each interface.
 inline const QString WPA_CONTROL_FOLDER = QStringLiteral("/var/run/wpa_supplicant");

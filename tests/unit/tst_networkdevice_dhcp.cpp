@@ -17,6 +17,7 @@
 namespace {
 
 const QString TRANSCRIPT = QStringLiteral("/tmp/dhclient.log");
+const QString LEASES = QStringLiteral("/var/lib/dhcp/dhclient.leases");
 
 mode_t ModeOf(const QString &path)
 {
@@ -48,6 +49,8 @@ private Q_SLOTS:
     void transcriptDoesNotFollowALink();
     void transcriptThatCannotBeKeptIsNoFailure();
     void resolverThatTheClientsScriptCannotWriteIsToldOnce();
+    void leasesThatEndTheClientAreRemoved_data();
+    void leasesThatEndTheClientAreRemoved();
     void missingClientIsAFailure();
     void crashedClientIsAFailure();
     void hangingClientIsStoppedAfterItsLimit_data();
@@ -228,6 +231,40 @@ void TestNetworkDeviceDhcp::resolverThatTheClientsScriptCannotWriteIsToldOnce()
                          "sh: 88: cannot create /etc/resolv.conf: Read-only \n";
     QCOMPARE(TestSupport::LogText().count(told), 1);
     QCOMPARE(TestSupport::LogText().count("resolv.conf"), 1);
+}
+
+void TestNetworkDeviceDhcp::leasesThatEndTheClientAreRemoved_data()
+{
+    QTest::addColumn<QByteArray>("transcript");
+    QTest::addColumn<bool>("removed");
+
+    const QByteArray complaint = "/var/lib/dhcp/dhclient.leases line 2: expecting lease declaration.\n ^\n";
+    const QByteArray end = "\nIf you think you have received this message due to a bug ...\n\nexiting.\n";
+    QTest::newRow("cut within a string")
+        << QByteArray("/var/lib/dhcp/dhclient.leases line 1: string constant larger than internal buffer\n" +
+                      end)
+        << true;
+    QTest::newRow("cut within a name") << QByteArray("Can't allocate interface ethlease {.\n" + end) << true;
+    QTest::newRow("readable for the most part")
+        << QByteArray(complaint + "No DHCPOFFERS received.\n") << false;
+    QTest::newRow("another reason") << QByteArray("Error getting interface flags\n" + end) << false;
+    QTest::newRow("bound") << QByteArray(complaint + "bound to 10.0.0.5\nexiting.\n") << false;
+}
+
+void TestNetworkDeviceDhcp::leasesThatEndTheClientAreRemoved()
+{
+    QFETCH(QByteArray, transcript);
+    QFETCH(bool, removed);
+    TestSupport::WriteFile(LEASES, "lease {\n  interface \"ethlease {\n");
+    TestSupport::WriteFile("/tmp/printed", transcript);
+    TestSupport::Answer("dhclient", "cat /tmp/printed");
+    NetworkDevice device("eth0", nullptr);
+
+    device.Dhclient("eth0");
+
+    QCOMPARE(QFile::exists(LEASES), !removed);
+    QCOMPARE(TestSupport::LogText().contains(" cannot read its earlier leases on eth0 "), removed);
+    TestSupport::Remove(LEASES);
 }
 
 void TestNetworkDeviceDhcp::missingClientIsAFailure()
