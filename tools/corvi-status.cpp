@@ -185,7 +185,7 @@ int WaitForAddress(const CommandLine &commandLine)
 int WriteReport(const QString &folder)
 {
     const SupportReport::Outcome outcome = SupportReport::Write(folder);
-    return outcome.error.isEmpty() ? Show(outcome.archive + QLatin1Char('\n')) : Fail(outcome.error);
+    return outcome.archive.isEmpty() ? Fail(outcome.error) : Show(outcome.archive + QLatin1Char('\n'));
 }
 
 int Run(const CommandLine &commandLine)

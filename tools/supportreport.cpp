@@ -112,7 +112,7 @@ class Collection
 public:
     explicit Collection(const QString &folder) : path(folder) {}
 
-    /// False when the disk takes no more.
+    /// False when the disk takes no more, with the reason in errno.
     bool Fill()
     {
         // The secrets are known from here on: of a store that is broken, those behind the error from its last
@@ -121,18 +121,22 @@ public:
         const QByteArray store = Masked(XML_FULL_NETWORK_PATH, 0, &Masking::Store);
         const QByteArray supplicantFile = Masked(WPA_SUPPLICANT_CONF, O_NOFOLLOW, &Masking::SupplicantFile);
         const QByteArray clientFile = masking.ClientFile(Tail(DHCLIENT_CONF));
-        bool isWritten = Add("networkconfig.xml", store) && Add("last-good.xml", lastGood) &&
-                         Add("wpa_supplicant.conf", supplicantFile) && Add("dhclient.conf", clientFile);
+        if (!Add("networkconfig.xml", store) || !Add("last-good.xml", lastGood) ||
+            !Add("wpa_supplicant.conf", supplicantFile) || !Add("dhclient.conf", clientFile))
+            return false;
         const SystemReport report = SystemFacts::Read();
-        isWritten = isWritten && Add("status.txt", ReportText::ForPerson(report, false).toUtf8()) &&
-                    Add("status.json", QJsonDocument(ReportText::ForProgram(report)).toJson());
+        if (!Add("status.txt", ReportText::ForPerson(report, false).toUtf8()) ||
+            !Add("status.json", QJsonDocument(ReportText::ForProgram(report)).toJson()))
+            return false;
         const QVector<Source> logs = Logs();
         for (const Source &log : logs)
-            isWritten = isWritten && Add(log.entry, Tail(log.path));
+            if (!Add(log.entry, Tail(log.path)))
+                return false;
         const QVector<Question> questions = Questions();
         for (const Question &question : questions)
-            isWritten = isWritten && Add(question.entry, AnswerTo(question));
-        return isWritten;
+            if (!Add(question.entry, AnswerTo(question)))
+                return false;
+        return true;
     }
 
 private:

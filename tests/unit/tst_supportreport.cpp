@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "resourcelimit.h"
 #include "supportreport.h"
 #include "testsupport.h"
 
@@ -56,6 +57,7 @@ private Q_SLOTS:
     void archiveIsNamedByItsTime();
     void folderThatIsNotThereIsAFailure();
     void archiveThatCannotBePackedIsAFailure();
+    void fullDiskIsAFailure();
 };
 
 void TestSupportReport::initTestCase()
@@ -209,6 +211,17 @@ void TestSupportReport::archiveThatCannotBePackedIsAFailure()
     QCOMPARE(outcome.archive, QString());
     QCOMPARE(outcome.error, "the archive cannot be made");
     QCOMPARE(TestSupport::Journal().last().section(' ', 0, 1), "tar -czf");
+    QCOMPARE(TestSupport::EntryCount(FOLDER), 0);
+}
+
+void TestSupportReport::fullDiskIsAFailure()
+{
+    const ResourceLimit fullDisk(RLIMIT_FSIZE, 10);
+
+    const SupportReport::Outcome outcome = SupportReport::Write(FOLDER);
+
+    QCOMPARE(outcome.archive, QString());
+    QCOMPARE(outcome.error, QString::fromLocal8Bit(std::strerror(EFBIG)));
     QCOMPARE(TestSupport::EntryCount(FOLDER), 0);
 }
 
