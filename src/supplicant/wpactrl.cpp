@@ -299,6 +299,11 @@ int wpa_ctrl_get_fd(const wpa_ctrl *ctrl)
     return ctrl->s;
 }
 
+bool wpa_ctrl_has_name(const wpa_ctrl *ctrl)
+{
+    return access(ctrl->local.sun_path, F_OK) == 0 || errno != ENOENT;
+}
+
 bool wpa_ctrl_peer_alive(const wpa_ctrl *ctrl)
 {
     // Connecting once more to the same socket changes nothing and is refused when it was closed. Reached

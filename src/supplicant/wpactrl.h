@@ -45,6 +45,10 @@ int wpa_ctrl_detach(wpa_ctrl *ctrl);
 int wpa_ctrl_recv(wpa_ctrl *ctrl, char *buffer, size_t *length);
 int wpa_ctrl_get_fd(const wpa_ctrl *ctrl);
 
+/// False when somebody removed the name of our own socket: commands still go out, but neither replies nor
+/// events find the way back.
+bool wpa_ctrl_has_name(const wpa_ctrl *ctrl);
+
 /// False when the socket that we are connected to is gone. Sends nothing. What happens to its name does not
 /// matter: it may be removed, or taken by a new supplicant that does not know us.
 bool wpa_ctrl_peer_alive(const wpa_ctrl *ctrl);

@@ -131,7 +131,10 @@ void WpaSupplicantControl::CheckPeer()
         Disconnect();
         return;
     }
-    TellOfRemoval();
+    if (access(socketPath.constData(), F_OK) != 0)
+        TellOfRemoval();
+    else if (!wpa_ctrl_has_name(connection.get()))
+        ConnectAnew();
 }
 
 pid_t WpaSupplicantControl::PeerId() const
@@ -142,10 +145,19 @@ pid_t WpaSupplicantControl::PeerId() const
 /// Our connection outlives the name, and a supplicant that we let go of could not be stopped any more.
 void WpaSupplicantControl::TellOfRemoval()
 {
-    if (access(socketPath.constData(), F_OK) == 0)
-        return;
     LogOnce(reports->removed) << "WpaSupplicantControl -- The name is gone, the connection goes on at"
                               << socketPath.constData();
+}
+
+/// Whoever clears /tmp takes our name, too. Without it a supplicant in peace would seem to answer nobody, and
+/// be killed for it.
+void WpaSupplicantControl::ConnectAnew()
+{
+    LogOnce(reports->nameless) << "WpaSupplicantControl -- Our own name is gone, connecting anew at"
+                               << socketPath.constData();
+    ReadWaiting();
+    Disconnect(); // The answer to a farewell would not reach us.
+    (void)openControlInterface(QString::fromLocal8Bit(socketPath).mid(CtrlInterfaceDir.size()));
 }
 
 QString WpaSupplicantControl::SendCommand(const QString &cmd)

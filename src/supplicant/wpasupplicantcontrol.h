@@ -28,7 +28,7 @@ public:
     /// What an operator is told, and counted when it comes again and again.
     struct Reports
     {
-        ReportOnce attached, lost, removed;
+        ReportOnce attached, lost, removed, nameless;
     };
 
     /// Where several objects follow each other, they count together in `sharedReports`, which outlives them.
@@ -44,7 +44,8 @@ public:
     void Disconnect();
     bool isCtrlOpen() const;
     /// Notices a socket that was closed without sending anything: isCtrlOpen() is false from then on. The
-    /// last events come first. Tells of a socket whose name is gone; the connection to it stays.
+    /// last events come first. Tells of a socket whose name is gone; the connection to it stays. Connects
+    /// anew where our own name is gone.
     void CheckPeer();
     /// The process that sent the last reply, as the kernel names it; 0 when it does not.
     pid_t PeerId() const;
@@ -67,6 +68,7 @@ private slots:
 
 private:
     void TellOfRemoval();
+    void ConnectAnew();
     std::optional<QString> Receive();
     void PassOn(const QString &message);
     void Listen();

@@ -54,6 +54,7 @@ private Q_SLOTS:
     void unreadableFileIsTold();
     void tooLargeStoreIsRefused();
     void jsonIsOneLine();
+    void helpSaysWhatEachOptionDoes();
     void wrongCommandLineIsRefused_data();
     void wrongCommandLineIsRefused();
     void fullOutputIsTold();
@@ -182,6 +183,19 @@ void TestCheckTool::jsonIsOneLine()
     QCOMPARE(object.value("file").toString(), QString("<stdin>"));
     QCOMPARE(object.value("usable").toBool(), true);
     QCOMPARE(Run({"--json", "-"}, UNUSABLE).exitCode, 2);
+}
+
+void TestCheckTool::helpSaysWhatEachOptionDoes()
+{
+    const QString help = Run({"--help"}).output.simplified();
+
+    for (const char *text :
+         {"Usage: ", " [FILE] ", " Checks a configuration store of the Corvi daemon before it is in force. ",
+          " --json Print for a program: one JSON object. ",
+          " --plan Show what the daemon would do with each interface. ",
+          " --interfaces <NAMES> Plan for these, apart by commas, instead of this machine's. "})
+        QVERIFY2((help + ' ').contains(QLatin1String(text)), qPrintable(help));
+    QVERIFY(help.endsWith(" FILE The store; - for standard input. Without: the one in force."));
 }
 
 void TestCheckTool::wrongCommandLineIsRefused_data()

@@ -266,6 +266,11 @@ void TestCorviState::waitForAuthenticationIsTold()
     corvi.Tick();
     QVERIFY(!Told().authenticationSince);
     QCOMPARE(Told().fallbackSeconds, 0);
+
+    QVERIFY(Told().usesSupplicant && !Told().isInFallback);
+    corvi.WiredDevice()->inFallback = true;
+    corvi.Tick();
+    QVERIFY(Told().isInFallback);
 }
 
 QTEST_GUILESS_MAIN(TestCorviState)

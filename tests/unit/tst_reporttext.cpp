@@ -221,7 +221,10 @@ void TestReportText::firstLineSaysWhetherTheDaemonRuns_data()
     QTest::newRow("runs") << int(State::Read) << int(Segment::NoDaemon) << "Corvi runs (process 17).";
     QTest::newRow("ended") << int(State::Stale) << int(Segment::Published) << "Corvi does not run.";
     QTest::newRow("nothing there") << int(State::Absent) << int(Segment::NoDaemon) << "Corvi does not run.";
-    QTest::newRow("no folder") << int(State::Absent) << int(Segment::NotYet) << "Corvi runs, but what";
+    QTest::newRow("no folder") << int(State::Absent) << int(Segment::NotYet)
+                               << "Corvi runs, but what it waits for is not known: "
+                                  "/run/corvi/state.json cannot be read "
+                                  "(there is no such file).";
     QTest::newRow("no rights") << int(State::Absent) << int(Segment::Unreadable)
                                << "Whether Corvi runs is not known: /run/corvi/state.json cannot be read "
                                   "(there is no such file), nor can its status (no permission).";
@@ -249,12 +252,19 @@ void TestReportText::firstLineSaysWhatKeepsTheDaemonFromWorking()
     QVERIFY(ReportText::ForPerson(report, false).startsWith("Corvi runs (process 17).\n"));
     QVERIFY(ReportText::ForProgram(report).value("daemonWell").toBool());
 
+    const auto firstLine = [&report] {
+        return ReportText::ForPerson(report, false).section("\n\n", 0, 0).replace('\n', ' ');
+    };
     report.daemon.silentSeconds = 61;
-    QVERIFY(ReportText::ForPerson(report, false).startsWith("Corvi hangs (process 17): "));
+    QCOMPARE(firstLine(),
+             "Corvi hangs (process 17): it, or a program that it waits for, has not come to an end "
+             "for 61 s. What follows may be out of date.");
     QVERIFY(!ReportText::ForProgram(report).value("daemonWell").toBool());
 
     report.daemon.isStopped = true;
-    QVERIFY(ReportText::ForPerson(report, false).startsWith("Corvi is stopped (process 17) "));
+    QCOMPARE(firstLine(),
+             "Corvi is stopped (process 17) and does nothing until it is sent SIGCONT. What follows "
+             "may be out of date.");
     QVERIFY(!ReportText::ForProgram(report).value("daemonWell").toBool());
 }
 

@@ -11,6 +11,7 @@
 #include <QFileInfo>
 #include <QtTest>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -216,12 +217,15 @@ void TestSecureFile::replaceKeepsTheOldFileWhereTheDiskIsFull()
 {
     TestSupport::WriteFile(PATH, "old");
     bool written = true;
+    int reason = 0;
     {
         const ResourceLimit fullDisk(RLIMIT_FSIZE, 2);
         written = SecureFile::Replace(PATH, "new", 0600);
+        reason = errno;
     }
 
     QVERIFY(!written);
+    QCOMPARE(reason, EFBIG);
     QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("old"));
     QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
 }

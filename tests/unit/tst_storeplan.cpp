@@ -79,6 +79,8 @@ private Q_SLOTS:
     void realSupplicantTakesEveryBlock();
     void complaintIsShownWithoutValues();
     void textShowsThePlan();
+    void textSaysWhatTheSupplicantSays_data();
+    void textSaysWhatTheSupplicantSays();
     void textSaysWhereNothingApplies_data();
     void textSaysWhereNothingApplies();
     void programGetsTheSame();
@@ -254,6 +256,40 @@ eth1: wired
                 .contains("sets the addresses: 10.0.0.2, netmask 255.0.0.0, gateway 10.0.0.1\n"));
 }
 
+void TestStorePlan::textSaysWhatTheSupplicantSays_data()
+{
+    QTest::addColumn<bool>("isThere");
+    QTest::addColumn<QStringList>("complaints");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("nothing") << false << QStringList() << "is not installed or does not run\n";
+    QTest::newRow("no complaint") << true << QStringList() << "takes its file\n";
+    QTest::newRow("two") << true << QStringList{"Line 3: unknown 'psk=canary'.", "Line 4: \"canary\" is bad."}
+                         << "refuses its file:\n    Line 3: unknown '...'.\n    Line 4: '...' is bad.\n";
+}
+
+void TestStorePlan::textSaysWhatTheSupplicantSays()
+{
+    QFETCH(bool, isThere);
+    QFETCH(QStringList, complaints);
+    QFETCH(QString, text);
+    InterfacePlan plan;
+    plan.interfaceName = "wlan0";
+    plan.kind = "wireless";
+    plan.takesNetworks = true;
+    plan.usesSupplicant = true;
+    plan.networks = {PlannedNetwork()};
+    plan.networks[0].name = "Office";
+    plan.networks[0].securityMode = "Unsecured";
+    plan.networks[0].problems = QStringList{"has no key"};
+    if (isThere)
+        plan.complaints = complaints;
+
+    QCOMPARE(StorePlanText::ForPerson({plan}),
+             "wlan0: wireless\n  1. Office: Unsecured; sets the addresses: \n"
+             "     has no key\n  wpa_supplicant " +
+                 text);
+}
+
 void TestStorePlan::textSaysWhereNothingApplies_data()
 {
     QTest::addColumn<QString>("interfaceName");
@@ -278,15 +314,18 @@ void TestStorePlan::programGetsTheSame()
     const QJsonArray array = StorePlanText::ForProgram(Plan(STORE, {"wlan0", "eth0"}));
 
     QCOMPARE(array.size(), 2);
-    const QJsonObject object = array.at(0).toObject();
-    QCOMPARE(object.value("interface").toString(), QString("eth0"));
-    QCOMPARE(object.value("kind").toString(), QString("wired"));
-    QCOMPARE(object.value("usesSupplicant").toBool(), true);
-    QCOMPARE(object.value("complaints").toArray(), QJsonArray());
-    const QJsonObject network = object.value("networks").toArray().at(0).toObject();
-    QCOMPARE(network.value("name").toString(), QString("wiredeth0"));
-    QCOMPARE(network.value("addresses").toString(), QString("DHCP"));
-    QVERIFY(network.value("block").toArray().contains("\tpassword=********"));
+    const QByteArray eth0 = R"json({
+        "interface": "eth0", "kind": "wired", "usesSupplicant": true, "complaints": [],
+        "networks": [
+            {"name": "wiredeth0", "securityMode": "802.1X (PEAP/MSCHAPv2)", "addresses": "DHCP",
+             "block": ["network={", "\tkey_mgmt=IEEE8021X", "\teapol_flags=0", "\teap=PEAP",
+                       "\tidentity=\"terminal\"", "\tpassword=********", "\tphase1=\"peaplabel=0\"",
+                       "\tphase2=\"auth=MSCHAPV2\"", "}"], "problems": []},
+            {"name": "lan", "securityMode": "Unsecured", "block": [], "problems": [],
+             "addresses": "10.0.0.2, netmask 255.0.0.0, gateway 10.0.0.1"},
+            {"name": "lan 2", "securityMode": "Unsecured", "addresses": "DHCP", "block": [],
+             "problems": []}]})json";
+    QCOMPARE(QJsonDocument(array.at(0).toObject()).toJson(), QJsonDocument::fromJson(eth0).toJson());
 }
 
 void TestStorePlan::noSecretIsShownOrGivenToTheSupplicant()

@@ -136,6 +136,7 @@ void TestVerdict::authenticationDecides_data()
             [&](auto &i) {
                 awaits(i);
                 i.daemon->authenticationSince.reset();
+                i.daemon->fallbackSeconds = 1;
             });
     AddCase("no supplicant stays", "no-supplicant", "no supplicant stays, next try in 20 s", [&](auto &i) {
         awaits(i);

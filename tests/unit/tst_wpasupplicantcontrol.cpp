@@ -55,6 +55,7 @@ private slots:
     void noticesADeadSupplicant();
     void leavesALiveSupplicantAlone();
     void keepsTheConnectionWhenTheNameIsGone();
+    void connectsAnewWhenOurOwnNameIsGone();
     void tellsOfTheNextNameThatGoes();
     void opensToASuccessor();
     void isClosedAfterAnOpeningThatFails();
@@ -392,6 +393,32 @@ void TestWpaSupplicantControl::keepsTheConnectionWhenTheNameIsGone()
     QVERIFY(
         TestSupport::LogText().contains("WpaSupplicantControl -- The name is gone, the connection goes on "
                                         "at /var/run/wpa_supplicant/wlan0 \n"));
+}
+
+void TestWpaSupplicantControl::connectsAnewWhenOurOwnNameIsGone()
+{
+    FakeSupplicant supplicant;
+    OpenControl control;
+    const QSignalSpy messages(&control, &WpaSupplicantControl::MessageReady);
+    const QStringList names =
+        QDir(QStringLiteral("/tmp")).entryList({QStringLiteral("wpa_ctrl_*")}, QDir::System);
+    QCOMPARE(names.size(), 1);
+    TestSupport::Remove(QStringLiteral("/tmp/") + names.first());
+    TestSupport::ClearLog();
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+
+    for (int i = 0; i < 10; ++i)
+        control.CheckPeer();
+
+    QVERIFY(control.isCtrlOpen());
+    QCOMPARE(LocalNames(), 1);
+    QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED"));
+    QTRY_COMPARE(messages.count(), 1);
+    QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "ATTACH"}));
+    QCOMPARE(TestSupport::LogText().count('\n'), 1);
+    QVERIFY(
+        TestSupport::LogText().contains("WpaSupplicantControl -- Our own name is gone, connecting anew at "
+                                        "/var/run/wpa_supplicant/wlan0 \n"));
 }
 
 void TestWpaSupplicantControl::tellsOfTheNextNameThatGoes()
