@@ -111,7 +111,10 @@ void Corvi::KeepSegmentFound()
             lostRecord = QByteArray(static_cast<const char *>(shm.constData()), shm.size());
         shm.detach();
     }
-    if (!OpenSegment()) {
+    const bool wasEarlierRecord = hasEarlierRecord; // The one that is put into the new segment.
+    const bool isOpen = OpenSegment();
+    hasEarlierRecord = hasEarlierRecord || wasEarlierRecord;
+    if (!isOpen) {
         LogOnce(lostSegmentReport)
             << "Corvi::KeepSegmentFound - the status segment is gone and cannot be made anew, "
                "tried again every second:"

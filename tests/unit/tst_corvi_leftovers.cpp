@@ -5,6 +5,7 @@
 
 #include "zebnetstatus.h"
 
+#include <QProcess>
 #include <QSharedMemory>
 
 #include <cstring>
@@ -96,6 +97,7 @@ private Q_SLOTS:
     void strayWirelessThatStaysUpIsNotStoppedOnEveryTick();
     void recordOfAnEarlierDaemonIsReplaced_data();
     void recordOfAnEarlierDaemonIsReplaced();
+    void recordOfAnEarlierDaemonIsReplacedInASegmentMadeAnew();
     void recordOfAnEarlierDaemonThatIsTrueStays();
     void radioFoundWithAnAddressIsAnnounced();
 };
@@ -324,6 +326,20 @@ void TestCorviLeftovers::recordOfAnEarlierDaemonIsReplaced()
     ZebNetStatus status;
     QVERIFY(!status.SetData(corvi.Segment()) || !status.IsConnected());
     QCOMPARE(listener.Take(), Events());
+}
+
+/// A reader that lets go may take the segment with it, and its record is put into the new one.
+void TestCorviLeftovers::recordOfAnEarlierDaemonIsReplacedInASegmentMadeAnew()
+{
+    Segment segment;
+    segment.Put(RecordOfAnEarlierDaemon());
+    MakeMachine(WLAN, {"wlan0"});
+    CorviPeer corvi(DISCOVERED);
+    QCOMPARE(QProcess::execute("ipcrm", {"--all=shm"}), 0);
+
+    corvi.Tick();
+
+    QVERIFY(!Published(corvi).IsConnected());
 }
 
 void TestCorviLeftovers::recordOfAnEarlierDaemonThatIsTrueStays()
