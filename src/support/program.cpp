@@ -41,13 +41,19 @@ struct ProgramFaults
 QHash<QString, ProgramFaults> faultsOfPrograms;
 std::mutex faultsMutex;
 
-void TellFault(const QString &program, const QString &fault, bool isLasting)
+ReportOnce::Telling NoteFault(const QString &program, const QString &fault, bool isLasting)
 {
     const std::lock_guard<std::mutex> lock(faultsMutex);
     ProgramFaults &faults = faultsOfPrograms[program];
     faults.lasting = isLasting ? fault : QString();
     faults.seen = ReportOnce::Time::clock::now();
-    const auto telling = faults.reports[fault].Tell(fault, faults.seen);
+    return faults.reports[fault].Tell(fault, faults.seen);
+}
+
+void TellFault(const QString &program, const QString &fault, bool isLasting)
+{
+    const auto telling = NoteFault(program, fault, isLasting);
+    // The log may take its time, and may ask for the faults itself: nothing is locked here.
     if (telling.level == Level::NOTICE)
         qCWarning(programLog, "%s %s %s", qUtf8Printable(program), qUtf8Printable(fault),
                   qUtf8Printable(telling.Summary()));

@@ -5,7 +5,10 @@
 
 #include <QtTest>
 
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <future>
 
 #include <poll.h>
 #include <pthread.h>
@@ -37,6 +40,7 @@ class TestProgram : public QObject
 
 private Q_SLOTS:
     void childOfAKilledProcessEnds();
+    void faultIsToldWithNothingLocked();
 };
 
 void TestProgram::childOfAKilledProcessEnds()
@@ -58,6 +62,27 @@ void TestProgram::childOfAKilledProcessEnds()
     QCOMPARE(::poll(&end, 1, limitMs), 1);
     QVERIFY(end.revents & POLLHUP);
     ::close(ends[0]);
+}
+
+/// The log of a fault may ask for the faults, and one that is slow must not hold up the other thread.
+void TestProgram::faultIsToldWithNothingLocked()
+{
+    static QStringList seen;
+    const auto previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {
+        // On a thread of its own: here, asking would not come back.
+        auto faults = std::async(std::launch::async, [] { return Program::Faults(); });
+        if (faults.wait_for(std::chrono::seconds(20)) != std::future_status::ready)
+            ::_exit(EXIT_FAILURE); // The thread could not be ended otherwise.
+        seen = faults.get();
+    });
+
+    Program program;
+    program.Start("no-such-program", {});
+    program.WaitForEnd(1000, 1000);
+    qInstallMessageHandler(previous);
+
+    QCOMPARE(seen.size(), 1);
+    QVERIFY(seen.first().startsWith("no-such-program cannot be started"));
 }
 
 QTEST_APPLESS_MAIN(TestProgram)
