@@ -28,7 +28,7 @@ class ZebNetStatus;
 struct DeviceReports
 {
     ReportOnce address{QString()}; ///< that there is none is no news
-    ReportOnce config, dhcp, leases, speed, claim, resolver, hosts, start, upkeep;
+    ReportOnce config, dhcp, leases, speed, claim, resolver, leasedResolver, hosts, start, upkeep;
 };
 
 /// One kernel interface: its last observed state, the network definitions that apply to it, and the

@@ -13,7 +13,7 @@
 #include "zebsystem.h"
 
 #include <QFile>
-#include <QFileInfo>
+#include <QRegularExpression>
 #include <QSaveFile>
 
 #include <algorithm>
@@ -27,7 +27,7 @@ const QString HOST_LIST = QStringLiteral("/tmp/.hostlist");
 const QString MTU_BEFORE = QStringLiteral("/run/corvi-mtu-before.");
 /// Says to the client's hook, one file an interface, that the definition has name servers of its own.
 const QString OWN_RESOLVER = QStringLiteral("/run/corvi-own-resolver.");
-/// The resolver's file cannot be written: told once, whoever could not.
+/// The resolver's file cannot be written.
 const QString NO_ACCESS = QStringLiteral("no access");
 /// The gateway of a default route that has none.
 const QString LINK_ITSELF = QStringLiteral("0.0.0.0");
@@ -86,9 +86,10 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
                              .join(QLatin1Char('\n'));
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
-    TellOfLostResolver(transcript);
     const bool isBound = transcript.contains(QStringLiteral("bound to"));
-    if (!isBound)
+    if (isBound)
+        TellOfLostResolver(transcript);
+    else
         DropDamagedLeases(transcript);
     if (transcript.size() > LARGE_TRANSCRIPT) {
         // Its lines lay between blocks that stay, which keeps the C library from giving them back by itself.
@@ -100,14 +101,20 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
 
 /// The client's script writes the name servers of a lease, and nobody looks at how that ended: with an
 /// address and without a resolver, all seems well and no name is found. The client itself never names the
-/// file.
+/// file; what its hooks or other programs say of it is no word of the script's.
 void NetworkDevice::TellOfLostResolver(const QString &transcript)
 {
-    const QStringList lines = transcript.split(QLatin1Char('\n')).filter(QFileInfo(RESOLV_CONF).fileName());
-    if (!lines.isEmpty())
-        LogOnce(reports->resolver, NO_ACCESS)
-            << "NetworkDevice::Dhclient - the lease's name servers cannot be written on" << name << "--"
-            << lines.last();
+    // The shell's own sentence on the file, or on the new one beside it.
+    static const QRegularExpression complaint(
+        QStringLiteral("dhclient-script: \\d+: cannot create \\S*resolv\\.conf\\S*: [^\\n]*"));
+    const QRegularExpressionMatch match = complaint.match(transcript);
+    if (!match.hasMatch()) {
+        reports->leasedResolver.Over();
+        return;
+    }
+    LogOnce(reports->leasedResolver)
+        << "NetworkDevice::Dhclient - the lease's name servers cannot be written on" << name << "--"
+        << match.captured();
 }
 
 /// The file in which the client keeps its leases is written in place, so a power failure can cut it anywhere.

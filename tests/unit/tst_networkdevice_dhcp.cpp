@@ -49,6 +49,7 @@ private Q_SLOTS:
     void transcriptDoesNotFollowALink();
     void transcriptThatCannotBeKeptIsNoFailure();
     void resolverThatTheClientsScriptCannotWriteIsToldOnce();
+    void mentionOfTheResolverIsNoComplaint();
     void leasesThatEndTheClientAreRemoved_data();
     void leasesThatEndTheClientAreRemoved();
     void missingClientIsAFailure();
@@ -219,8 +220,7 @@ void TestNetworkDeviceDhcp::resolverThatTheClientsScriptCannotWriteIsToldOnce()
 {
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
     TestSupport::Answer("dhclient",
-                        "echo \"sh: 77: cannot create /etc/resolv.conf.dhclient-new.$$: Read-only\"\n"
-                        "echo 'sh: 88: cannot create /etc/resolv.conf: Read-only'\n"
+                        "echo '/sbin/dhclient-script: 88: cannot create /etc/resolv.conf: Read-only'\n"
                         "echo 'bound to 10.0.0.5 -- renewal in 300 seconds.'");
     NetworkDevice device("eth0", nullptr);
 
@@ -228,9 +228,32 @@ void TestNetworkDeviceDhcp::resolverThatTheClientsScriptCannotWriteIsToldOnce()
     QVERIFY(device.Dhclient("eth0"));
 
     const QString told = " NetworkDevice::Dhclient - the lease's name servers cannot be written on eth0 -- "
-                         "sh: 88: cannot create /etc/resolv.conf: Read-only \n";
+                         "dhclient-script: 88: cannot create /etc/resolv.conf: Read-only \n";
     QCOMPARE(TestSupport::LogText().count(told), 1);
     QCOMPARE(TestSupport::LogText().count("resolv.conf"), 1);
+
+    // It is news again once a lease's servers could be written.
+    TestSupport::Answer("dhclient", "echo bound to 10.0.0.5");
+    QVERIFY(device.Dhclient("eth0"));
+    TestSupport::Answer("dhclient", "echo \"/sbin/dhclient-script: 77: cannot create "
+                                    "/etc/resolv.conf.dhclient-new.12: No space left on device\"\n"
+                                    "echo bound to 10.0.0.5");
+    QVERIFY(device.Dhclient("eth0"));
+    QCOMPARE(TestSupport::LogText().count("cannot be written on eth0"), 2);
+}
+
+/// Its hooks and other programs may say what they want of the file.
+void TestNetworkDeviceDhcp::mentionOfTheResolverIsNoComplaint()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    TestSupport::Answer("dhclient", "echo 'resolvconf: cannot create /etc/resolv.conf: it is a link'\n"
+                                    "echo 'chown: changing ownership of /etc/resolv.conf.dhclient-new.1'\n"
+                                    "echo bound to 10.0.0.5");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(device.Dhclient("eth0"));
+
+    QVERIFY(!TestSupport::LogText().contains("resolv.conf"));
 }
 
 void TestNetworkDeviceDhcp::leasesThatEndTheClientAreRemoved_data()
