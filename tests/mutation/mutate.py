@@ -54,6 +54,7 @@ MORE_TESTS = {
     "src/support/interfacekind": ["tst_corvi_discovery", "tst_corvi_adapters"],
     "src/support/processmemory": ["tst_corvi_memory", "tst_corvi_process"],
     "src/support/program": ["tst_utils*", "tst_modem", "tst_interfacekind"],
+    "platform/rules/securitymodes": ["tst_zebcheck", "tst_namednetwork*", "tst_storecheck"],
     "platform/rules": ["tst_zebcheck", "tst_namednetwork*", "tst_wpasupplicantcfg*", "tst_storecheck", "tst_spelling"],
     "platform/status": ["tst_zebnetstatus", "tst_corvi_status", "tst_statustool"],
     "platform/zeb": ["tst_zeb*"],

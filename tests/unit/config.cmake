@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
 
+corvi_add_unit_test(tst_securitymodes LIBS rules PLAIN)
 corvi_add_unit_test(tst_supplicantline LIBS config)
 corvi_add_unit_test(tst_wpasupplicantcfg LIBS config)
 corvi_add_unit_test(tst_wpasupplicantcfg_file LIBS config)

@@ -259,11 +259,14 @@ void TestWpaSuppThreadSupervision::saysEverySixtyTicksThatItCannotConnect()
     const int afterSixty = DebugLines;
     supervisor->Tick();
     const int afterSixtyOne = DebugLines;
-    supervisor->Tick(61);
+    supervisor->Tick(60);
+    const int afterSixtyMore = DebugLines;
+    supervisor->Tick();
     qInstallMessageHandler(nullptr);
 
     QCOMPARE(afterSixty, 0);
     QCOMPARE(afterSixtyOne, 1);
+    QCOMPARE(afterSixtyMore, 1);
     QCOMPARE(DebugLines, 2);
     QVERIFY(supervisor->IsRunning());
     QVERIFY(!supervisor->IsStopRequested());
