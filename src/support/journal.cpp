@@ -3,7 +3,7 @@
 
 #include "journal.h"
 
-#include "logging.h"
+#include "level.h"
 
 #include <QtEndian>
 

@@ -3,22 +3,14 @@
 
 #pragma once
 
+#include "level.h"
+
 #include <QString>
 #include <QStringList>
 #include <QTextStream>
 
 #include <atomic>
 #include <optional>
-
-/// What a line is for. A line is written when its level is at most the current one.
-namespace Level {
-inline constexpr int FAULT = 0;  ///< always written, and echoed to the debug output
-inline constexpr int NOTICE = 2; ///< what an operator looks for; the current level of a device in the field
-inline constexpr int SETUP = 3;  ///< how the shared segment was set up
-inline constexpr int TRACE = 4;  ///< what is being done
-inline constexpr int DEBUG = 5;  ///< the current level with the debug flag file
-inline constexpr int VERBOSE = 6;
-} // namespace Level
 
 /// The daemon's log: one file, one line at a time, opened, appended to and closed for each line so that
 /// nothing is lost in a crash. Lines of several threads never interleave; a line that cannot be written
