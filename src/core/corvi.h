@@ -271,6 +271,8 @@ private:
     std::optional<InterfaceIndexes> differingInterfaces; ///< seen instead of these by the last tick
 
     // Wired network
+    /// A wired link came, or went; null for the latter.
+    void ReportWiredLink(NetworkDevice *chosen);
     NetworkDevice *ChooseWiredDevice();
     void CheckBounce(NetworkDevice *d);
     void SuperviseWired(NetworkDevice *d);

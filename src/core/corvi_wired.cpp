@@ -40,21 +40,26 @@ bool Corvi::WiredNetworkSetup()
     CheckRefreshFile(isConnected);
     if (isConnected && wiredUp)
         CheckBounce(chosen);
-    if (isConnected != wiredUp) {
-        LogOnce(linkReport, QString::number(isConnected))
-            << "Wired Device Connected" << isConnected << (wiredDevice ? wiredDevice->name : QString());
-        wiredUp = isConnected;
-        wiredRetry.Reset();
-        if (wiredDevice)
-            wiredDevice->dhcpFailures = 0;
-        // Before the configuration, which takes up to half a minute: a loss meanwhile counts.
-        if (chosen)
-            chosen->carrierLosses.Begin();
-        emit wiredStateChange(isConnected);
-    }
+    if (isConnected != wiredUp)
+        ReportWiredLink(chosen);
     if (chosen)
         FollowAddress(chosen, wiredRetry);
     return isConnected;
+}
+
+void Corvi::ReportWiredLink(NetworkDevice *chosen)
+{
+    const bool isConnected = chosen != nullptr;
+    LogOnce(linkReport, QString::number(isConnected))
+        << "Wired Device Connected" << isConnected << (wiredDevice ? wiredDevice->name : QString());
+    wiredUp = isConnected;
+    wiredRetry.Reset();
+    if (wiredDevice)
+        wiredDevice->dhcpFailures = 0;
+    // Before the configuration, which takes up to half a minute: a loss meanwhile counts.
+    if (chosen)
+        chosen->carrierLosses.Begin();
+    emit wiredStateChange(isConnected);
 }
 
 /// The first wired device whose link carries. A second one that carries too is stopped, and stays stopped

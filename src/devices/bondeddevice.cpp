@@ -195,13 +195,7 @@ void BondedDevice::EnableBonding()
     ReleaseDhclient();
     TakeOverWiredName();
     LoadDriver();
-    const bool isBondMade = Ip({QStringLiteral("link"), QStringLiteral("add"), bondName,
-                                QStringLiteral("type"), QStringLiteral("bond")});
-    for (const QString &slave : qAsConst(slaves)) {
-        SetLink(slave, {QStringLiteral("down")});
-        SetLink(slave, {QStringLiteral("master"), bondName});
-    }
-
+    const bool isBondMade = MakeBond();
     const QString savedMac = AddressIn(PlatformFile::Read(SAVED_MAC_FILE).value_or(QByteArray()));
     if (!savedMac.isEmpty())
         Ip({QStringLiteral("link"), QStringLiteral("set"), wiredName, QStringLiteral("address"), savedMac});
@@ -253,6 +247,17 @@ void BondedDevice::LoadDriver()
     if (usePrimary)
         arguments << QStringLiteral("primary=") + (slaves.isEmpty() ? renamedName : slaves.first());
     Utils::Execute(QStringLiteral("modprobe"), arguments, false);
+}
+
+bool BondedDevice::MakeBond()
+{
+    const bool isMade = Ip({QStringLiteral("link"), QStringLiteral("add"), bondName, QStringLiteral("type"),
+                            QStringLiteral("bond")});
+    for (const QString &slave : qAsConst(slaves)) {
+        SetLink(slave, {QStringLiteral("down")});
+        SetLink(slave, {QStringLiteral("master"), bondName});
+    }
+    return isMade;
 }
 
 void BondedDevice::DisableBonding()

@@ -67,6 +67,8 @@ private:
     // Steps of EnableBonding() and DisableBonding().
     void TakeOverWiredName();
     void LoadDriver();
+    /// False when the bond cannot be added: there is no driver, or a bond already.
+    bool MakeBond();
     void GiveNameBack();
     void TearDown();
 
