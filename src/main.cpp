@@ -3,6 +3,7 @@
 
 #include "corvi.h"
 #include "instancelock.h"
+#include "journal.h"
 #include "logging.h"
 #include "processmemory.h"
 #include "processsignals.h"
@@ -27,18 +28,16 @@ void UseUtf8()
 #endif
 }
 
-/// The unit starts the one that is refused again and again: its log is told of one daemon in the way once.
-int EndAsSecond(const InstanceLock::Refusal &refusal)
+/// The unit starts the one that is refused again and again: the log is told of one daemon in the way once.
+void TellOfRefusal(const InstanceLock::Refusal &refusal)
 {
     const QString reason = QStringLiteral("another daemon is at work, process %1: this one ends and leaves "
-                                          "everything as it is")
+                                          "its networks as they are")
                                .arg(refusal.holder);
-    if (refusal.isNews) {
-        Logging::GetInstance(Level::NOTICE, false);
+    if (refusal.isNews)
         Log(Level::NOTICE) << "main() -" << reason;
-    }
-    std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
-    return EXIT_FAILURE;
+    if (!refusal.isNews || !Journal().HasDebugOutput()) // Where it leads to the journal, the line is there.
+        std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
 }
 
 } // namespace
@@ -50,12 +49,9 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     UseUtf8();
 
+    KeepStoreOverRestarts();
     // First: a reload that is asked for while the daemon starts must not end it.
     ProcessSignals signalSource(nullptr);
-    // Whatever follows belongs to the daemon of this device: its flag files, its segment, its supplicant.
-    if (const auto refusal = InstanceLock::Take())
-        return EndAsSecond(*refusal);
-    KeepStoreOverRestarts();
     Corvi corvi(nullptr);
     QObject::connect(&signalSource, &ProcessSignals::terminationRequested, &corvi,
                      [&corvi] { corvi.Stop(0); });
@@ -63,6 +59,12 @@ int main(int argc, char *argv[])
     if (!signalSource.Error().isEmpty())
         Log(Level::NOTICE) << "ProcessSignals -- no pipe, a signal ends the daemon without its shutdown:"
                            << signalSource.Error();
+    // Not before: a second start takes up the segment that it finds. What follows would undo the other's
+    // work.
+    if (const auto refusal = InstanceLock::Take()) {
+        TellOfRefusal(*refusal);
+        corvi.Stop(EXIT_FAILURE);
+    }
     corvi.Start();
     return QCoreApplication::exec();
 }

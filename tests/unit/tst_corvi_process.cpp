@@ -41,7 +41,7 @@ private Q_SLOTS:
     void signalEndsTheProcess_data();
     void signalEndsTheProcess();
     void hangUpSignalReloads();
-    void startAttachesToTheSegmentOfAKilledOne();
+    void secondDaemonAttachesToTheSegment();
     void eventsReachAListener();
     void argumentsAreUtf8InEveryLocale();
     void statusOfTheLoopIsThatOfTheProcess();
@@ -230,18 +230,19 @@ void TestCorviProcess::hangUpSignalReloads()
     QCOMPARE(daemon->state(), QProcess::Running);
 }
 
-void TestCorviProcess::startAttachesToTheSegmentOfAKilledOne()
+void TestCorviProcess::secondDaemonAttachesToTheSegment()
 {
     WriteFile(DEBUG_FLAG, "");
     Start();
     QVERIFY(WaitForLine("Corvi::Start()"));
     QVERIFY(!LogLines().contains("Corvi::run - Attached to shared memory segment"));
-    daemon->kill();
-    QVERIFY(daemon->waitForFinished());
+    const std::unique_ptr<QProcess> first = std::move(daemon);
 
     Start();
 
     QVERIFY(WaitForLine("Corvi::run - Attached to shared memory segment"));
+    first->kill();
+    first->waitForFinished();
 }
 
 void TestCorviProcess::eventsReachAListener()
