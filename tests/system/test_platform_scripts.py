@@ -185,6 +185,23 @@ class SetupResolved(ScriptTest):
         self.assertFalse(RESOLV_CONF.is_symlink())
         self.assertTrue(RESOLV_CONF.is_file())
 
+    def test_empty_folder_becomes_a_file(self):
+        RESOLV_CONF.unlink()
+        RESOLV_CONF.mkdir()
+
+        script("setup_resolved")
+
+        self.assertTrue(RESOLV_CONF.is_file())
+
+    def test_filled_folder_is_left_alone(self):
+        RESOLV_CONF.unlink()
+        (RESOLV_CONF / "kept").mkdir(parents=True)
+
+        script("setup_resolved", expect=1)
+
+        self.assertEqual([entry.name for entry in RESOLV_CONF.iterdir()], ["kept"])
+        self.assertEqual(list(Path("/etc").glob("resolv.conf.new.*")), [])
+
     def test_readable_file_stays(self):
         RESOLV_CONF.write_text("nameserver 192.0.2.1\n")
 
