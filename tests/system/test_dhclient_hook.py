@@ -176,6 +176,29 @@ class Resolver(HookTest):
         self.assertIn("10.1.0.2", addresses("eth0"))
 
 
+class FullDisk(HookTest):
+    def test_name_servers_of_before_stay_until_the_next_renewal_with_room(self):
+        self.given_cables("eth0")
+        disk = Path("/tmp/full-disk")
+        disk.mkdir()
+        run("mount", "-t", "tmpfs", "-o", "size=64k", "full-disk", disk)
+        self.addCleanup(run, "umount", disk)
+        resolver, rest = disk / "resolv.conf", disk / "rest"
+        resolver.write_text("nameserver 192.0.2.99\n")
+        RESOLV_CONF.unlink()
+        RESOLV_CONF.symlink_to(resolver)
+        run("dd", "if=/dev/zero", f"of={rest}", check=False)
+
+        client_script("BOUND", "eth0", 0)
+
+        self.assertEqual(addresses("eth0"), ["10.0.0.2"])
+        self.assertEqual(read(resolver), "nameserver 192.0.2.99\n")
+        rest.unlink()
+        client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_domain_name_servers="192.0.2.53")
+        self.assertEqual(read(resolver), "nameserver 192.0.2.53\n")
+        self.assertEqual(sorted(disk.iterdir()), [resolver])
+
+
 class Mtu(HookTest):
     def setUp(self):
         super().setUp()
