@@ -152,13 +152,18 @@ class Flags(SystemTest):
 
 
 class SecondDaemon(SystemTest):
-    def test_attaches_to_the_segment_that_exists(self):
+    """After a first one that was killed, and left what it had set up."""
+
+    def setUp(self):
+        super().setUp()
         self.cable("eth0")
         write_store(wired(**STATIC))
         first = self.start_daemon()
         self.wait_address("eth0")
         first.process.kill()
         first.wait_end()
+
+    def test_attaches_to_the_segment_that_exists(self):
         DEBUG_FLAG.touch()
 
         second = Daemon()
@@ -169,12 +174,6 @@ class SecondDaemon(SystemTest):
         second.assert_runs()
 
     def test_starts_again_after_one_that_was_killed(self):
-        self.cable("eth0")
-        write_store(wired(**STATIC))
-        first = self.start_daemon()
-        self.wait_address("eth0")
-        first.process.kill()
-        first.wait_end()
         LOG.unlink()
         listener = self.listen()
 

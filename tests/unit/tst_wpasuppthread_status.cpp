@@ -27,7 +27,17 @@ private slots:
     void knowsOfASuccessThatNobodyHeard();
     void knowsOfNoSuccessThatWasTold();
     void leavesWhatComesMeanwhileToTheNotifier();
+
+private:
+    /// The supplicant answers so when it is asked for its status.
+    void SuperviseWithStatus(const QByteArray &reply);
 };
+
+void TestWpaSuppThreadStatus::SuperviseWithStatus(const QByteArray &reply)
+{
+    supplicant->SetReply("STATUS", reply);
+    supervisor->Supervise();
+}
 
 void TestWpaSuppThreadStatus::splitsLines_data()
 {
@@ -56,8 +66,7 @@ void TestWpaSuppThreadStatus::splitsLines()
 
 void TestWpaSuppThreadStatus::readsAnAssociationWithoutASignal()
 {
-    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
-    supervisor->Supervise();
+    SuperviseWithStatus("wpa_state=COMPLETED\n");
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
 
     supervisor->CheckStatus();
@@ -101,8 +110,7 @@ void TestWpaSuppThreadStatus::readsTheStatus_data()
 void TestWpaSuppThreadStatus::readsTheStatus()
 {
     QFETCH(QByteArray, reply);
-    supplicant->SetReply("STATUS", reply);
-    supervisor->Supervise();
+    SuperviseWithStatus(reply);
     supervisor->NoteSsid(QStringLiteral("before"));
     supervisor->TakeForAssociated();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
@@ -128,8 +136,7 @@ void TestWpaSuppThreadStatus::readsNothingFromAFailure()
 
 void TestWpaSuppThreadStatus::logsTheStatus()
 {
-    supplicant->SetReply("STATUS", "ssid=MyNet\nwpa_state=COMPLETED\n");
-    supervisor->Supervise();
+    SuperviseWithStatus("ssid=MyNet\nwpa_state=COMPLETED\n");
     TestSupport::ClearLog();
     supervisor->CheckStatus();
     QCOMPARE(LogLineCount(), 1);
@@ -160,8 +167,7 @@ void TestWpaSuppThreadStatus::readsTheStatusOnceWhenAsked()
 
 void TestWpaSuppThreadStatus::hearsWhatIsUnreadBeforeItAsksForTheStatus()
 {
-    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
-    supervisor->Supervise();
+    SuperviseWithStatus("wpa_state=COMPLETED\n");
     supervisor->AskForStatus();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
     QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
@@ -192,8 +198,7 @@ void TestWpaSuppThreadStatus::knowsOfASuccessThatNobodyHeard()
 
 void TestWpaSuppThreadStatus::knowsOfNoSuccessThatWasTold()
 {
-    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
-    supervisor->Supervise();
+    SuperviseWithStatus("wpa_state=COMPLETED\n");
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
     // Neither of these is told, so that the connection is the same to whoever listens.
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE"));

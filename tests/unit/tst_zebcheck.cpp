@@ -11,6 +11,18 @@ namespace {
 const QByteArray WIRED = "<name>lan</name>";
 const QByteArray WIRELESS = "<name>Office</name><ssid>Office</ssid>";
 
+void AddBadValueColumns()
+{
+    QTest::addColumn<QString>("property");
+    QTest::addColumn<QByteArray>("value");
+    QTest::addColumn<QString>("reason");
+}
+
+void AddBadValue(const char *property, const QByteArray &value, const char *reason)
+{
+    QTest::addRow("%s %.40s", property, value.constData()) << QString(property) << value << QString(reason);
+}
+
 } // namespace
 
 /// Which values and networks the store takes, which it refuses, and what it says about them.
@@ -129,13 +141,8 @@ void TestZebCheck::goodValueIsKept()
 
 void TestZebCheck::badValueFallsBackToTheDefault_data()
 {
-    QTest::addColumn<QString>("property");
-    QTest::addColumn<QByteArray>("value");
-    QTest::addColumn<QString>("reason");
-    const auto row = [](const char *property, const QByteArray &value, const char *reason) {
-        QTest::addRow("%s %.40s", property, value.constData())
-            << QString(property) << value << QString(reason);
-    };
+    AddBadValueColumns();
+    const auto row = AddBadValue;
     for (const char *flag : {"scanSsid", "useBgScan", "scep", "allowWeakCerts", "staticIp", "staticDns"}) {
         row(flag, "True", "\"True\" is neither true nor false");
         row(flag, "1", "\"1\" is neither true nor false");
@@ -192,13 +199,8 @@ void TestZebCheck::badValueFallsBackToTheDefault()
 
 void TestZebCheck::badValueLeavesTheNetworkOut_data()
 {
-    QTest::addColumn<QString>("property");
-    QTest::addColumn<QByteArray>("value");
-    QTest::addColumn<QString>("reason");
-    const auto row = [](const char *property, const QByteArray &value, const char *reason) {
-        QTest::addRow("%s %.40s", property, value.constData())
-            << QString(property) << value << QString(reason);
-    };
+    AddBadValueColumns();
+    const auto row = AddBadValue;
     row("ssid", QByteArray(33, 'x'), "has 33 bytes, the limit is 32");
     row("ssid", QByteArray("\xc3\xa9").repeated(17), "has 34 bytes, the limit is 32");
     for (const char *key : {"abcde", "\"abcd\"", "\"abcdef\"", "\"abcde", "abcde\"", "123456789",
