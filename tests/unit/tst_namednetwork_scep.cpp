@@ -347,7 +347,7 @@ void TestNamedNetworkScep::scepDaemonThatNoShellRestartsIsLogged()
 
     const NamedNetwork network("lan", false, nullptr);
 
-    QVERIFY(TestSupport::LogText().contains("No shell to restart the SCEP daemon"));
+    QVERIFY(TestSupport::LogText().contains("No shell to restart the SCEP daemon \n"));
     QVERIFY(network.Block().contains("\teap=TLS"));
 }
 

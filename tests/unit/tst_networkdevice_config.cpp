@@ -500,7 +500,10 @@ void TestNetworkDeviceConfig::ownServersThatCannotBeSaidAreLogged()
 
     // The resolver itself was written.
     QVERIFY2(!LogText().contains("Unable to access resolv.conf"), qPrintable(LogText()));
-    QVERIFY(LogText().contains("leave the name servers alone: " + said));
+    QVERIFY(
+        LogText().contains("NetworkDevice::ClaimResolver - the DHCP client cannot be told to leave the name "
+                           "servers alone: " +
+                           said));
 }
 
 void TestNetworkDeviceConfig::hostsAreAlwaysWritten()

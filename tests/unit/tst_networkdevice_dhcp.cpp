@@ -6,6 +6,7 @@
 #include "networkdevice.h"
 #include "testsupport.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QtTest>
@@ -52,6 +53,7 @@ private Q_SLOTS:
     void mentionOfTheResolverIsNoComplaint();
     void leasesThatEndTheClientAreRemoved_data();
     void leasesThatEndTheClientAreRemoved();
+    void leasesThatCannotBeRemovedAreTold();
     void missingClientIsAFailure();
     void crashedClientIsAFailure();
     void hangingClientIsStoppedAfterItsLimit_data();
@@ -286,7 +288,9 @@ void TestNetworkDeviceDhcp::leasesThatEndTheClientAreRemoved()
     device.Dhclient("eth0");
 
     QCOMPARE(QFile::exists(LEASES), !removed);
-    QCOMPARE(TestSupport::LogText().contains(" cannot read its earlier leases on eth0 "), removed);
+    const QString told = "NetworkDevice::Dhclient - the client cannot read its earlier leases on eth0 -- "
+                         "/var/lib/dhcp/dhclient.leases is removed \n";
+    QCOMPARE(TestSupport::LogText().contains(told), removed);
     TestSupport::Remove(LEASES);
 }
 
@@ -336,6 +340,19 @@ void TestNetworkDeviceDhcp::hangingClientIsStoppedAfterItsLimit()
     const int pid = TestSupport::ReadFile("/tmp/dhclient.pid").trimmed().toInt();
     QVERIFY(pid > 0);
     QCOMPARE(::kill(pid, 0), -1);
+}
+
+void TestNetworkDeviceDhcp::leasesThatCannotBeRemovedAreTold()
+{
+    QVERIFY(QDir().mkpath(LEASES));
+    const auto remover = qScopeGuard([] { TestSupport::Remove(LEASES); });
+    const MountPoint taken(LEASES);
+    TestSupport::Answer("dhclient", "echo \"Can't allocate interface ethlease {.\"; echo exiting.");
+    NetworkDevice device("eth0", nullptr);
+
+    device.Dhclient("eth0");
+
+    QVERIFY(TestSupport::LogText().contains("/var/lib/dhcp/dhclient.leases cannot be removed \n"));
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceDhcp)

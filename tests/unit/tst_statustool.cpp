@@ -215,8 +215,9 @@ void TestCorviStatus::refusesADamagedRecord()
 
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.output, QString());
-    QVERIFY2(result.error.contains("the record is damaged or of a version that this program does not know"),
-             qPrintable(result.error));
+    QCOMPARE(result.error,
+             "corvi-status: The status cannot be read: the record is damaged or of a version that "
+             "this program does not know.\n");
 }
 
 void TestCorviStatus::waitsForTheLock()

@@ -179,7 +179,7 @@ void TestZebLastGood::unusableKeptFileIsToldAndReplaced()
 
     const Reading reading = ReadInANewProcess();
 
-    QVERIFY2(reading.told.contains(KEPT + ": " + told + "; it is not used"), qPrintable(reading.told));
+    QVERIFY2(reading.told.contains(KEPT + ": " + told + "; it is not used\n"), qPrintable(reading.told));
     QCOMPARE(reading.told.count('\n'), 1);
     QCOMPARE(ModeOf(KEPT), 0600U);
     QVERIFY(TestSupport::ReadFile(KEPT).contains("<mtu>1400</mtu>"));
