@@ -25,6 +25,8 @@ private Q_SLOTS:
     void interfaceThatIsNoPortIsLeftAlone();
     void portThatCannotBeEnslavedIsNotTriedOnEveryTick();
     void withoutABondNothingIsEnslaved();
+    void bondOfSomebodyElseGetsNoPort();
+    void bondThatIsGoneGetsNoPort();
     void adapterThatIsUpIsRenamedAllTheSame();
     void withoutADriverTheAdapterHasItsNameBack();
 
@@ -118,6 +120,29 @@ void TestBondedDevicePorts::withoutABondNothingIsEnslaved()
 {
     bond->DisableBonding();
     TestSupport::ClearJournal();
+
+    QVERIFY(!bond->AdoptPorts());
+    QVERIFY(!bond->AdoptPorts());
+
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestBondedDevicePorts::bondOfSomebodyElseGetsNoPort()
+{
+    bond->DisableBonding();
+    net->Write("bonding_masters", "bond7\n");
+    TestSupport::ClearJournal();
+
+    QVERIFY(!bond->AdoptPorts());
+    QVERIFY(!bond->AdoptPorts());
+
+    QCOMPARE(Journal(), QStringList());
+}
+
+void TestBondedDevicePorts::bondThatIsGoneGetsNoPort()
+{
+    net->Write("bonding_masters", "\n");
+    net->Add("eth2");
 
     QVERIFY(!bond->AdoptPorts());
     QVERIFY(!bond->AdoptPorts());
