@@ -15,6 +15,10 @@ const QString BAD_PASSWORD = QStringLiteral("BadPassword");
 /// What it said before we were connected to it was missed, but a refusal follows soon.
 constexpr int ALONE_MS = 20000;
 
+/// In seconds, from the end of a supplicant to the launch of the next one that need not wait: the hold-off,
+/// and the 7 s that a start takes.
+constexpr int START_LIMIT_S = 15;
+
 } // namespace
 
 void WpaSuppThread::MessageReceived(const QString &message)
@@ -117,12 +121,13 @@ void WpaSuppThread::TellRefusal()
 
 void WpaSuppThread::OnTerminating()
 {
+    NoteFailedStart();
     if (!stopRunning && !stoppingSupplicant && !restarting)
         LogOnce(reports.death) << "WpaSuppThread -- The supplicant has ended on"
-                               << interface << "- another one follows within 15 s where it is needed";
+                               << interface << "- another one follows within" << START_LIMIT_S + pauseTicks
+                               << "s where it is needed";
     LogOnce(reports.terminating) << "WpaSuppThread::MessageReceived -- Terminating";
     reports.link.Over(); // What the next supplicant says is news.
-    NoteFailedStart();
     associated = false;
     stopRunning = true;
     stopWaitsForNews = false;
