@@ -143,6 +143,8 @@ void Corvi::WaitForAuthentication(NetworkDevice *d)
         wait = decide();
     }
     d->authWaitTicks = wait.ticks;
+    if (supThread->IsAssociated())
+        fallbackReport.Over();
     switch (wait.action) {
     case WaitAction::GO_ON:
         break;

@@ -20,6 +20,8 @@ constexpr int OPEN_FAILURE_LIMIT = 6;
 constexpr int UNASSOCIATED_LIMIT = 61;
 /// Ticks with a control connection after which a start was a good one, though nobody has let us in.
 constexpr int PROOF_TICKS = 60;
+/// Connected for so long, a supplicant is over what its predecessors died of: what ends the next one is news.
+constexpr int PEACE_TICKS = 600;
 
 const char *YesNo(bool value)
 {
@@ -255,7 +257,18 @@ void WpaSuppThread::TickRunning()
         if (associated || ++servedTicks >= PROOF_TICKS)
             NoteGoodStart();
     }
+    CountPeace();
     ReportBadPassword();
+}
+
+void WpaSuppThread::CountPeace()
+{
+    peaceTicks = associated ? peaceTicks + 1 : 0;
+    if (peaceTicks != PEACE_TICKS)
+        return;
+    for (ReportOnce *report : {&reports.start, &reports.launch, &reports.giveUp, &reports.death,
+                               &reports.terminating, &reports.silence, &reports.leftOver})
+        report->Over();
 }
 
 bool WpaSuppThread::ReopenControl()

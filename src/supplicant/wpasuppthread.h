@@ -165,6 +165,7 @@ private:
     void TickStopping();
     void TickStarting();
     void TickRunning();
+    void CountPeace();
     bool ReopenControl();
     bool GivesUpWithoutControl();
     void CountUnassociatedTicks(bool isOpen);
@@ -236,6 +237,7 @@ private:
     int silentTicks = 0;                      ///< since it was last heard
     bool wasStopped = false;                  ///< by a signal, at the last look at it
     bool startProved = false; ///< the supplicant was let in, or was there for a while, since its launch
+    int peaceTicks = 0;       ///< connected without a break
     int servedTicks = 0;      ///< with a control connection since the launch
     QElapsedTimer eapQuiet;   ///< since the last event of EAP, or the launch
     int failedStarts = 0;     ///< in a row

@@ -47,6 +47,8 @@ private Q_SLOTS:
     void announcedPortFallsBackAfterElevenTicks();
     void portWithoutItsAddressWaitsLonger();
     void fallbackIsForcedAfterSixtyTicks();
+    void fallbackIsNewsAfterAnAuthentication_data();
+    void fallbackIsNewsAfterAnAuthentication();
     void unreadSuccessPreventsTheFallback_data();
     void unreadSuccessPreventsTheFallback();
     void successDuringTheFallbackKeepsTheSupplicant_data();
@@ -274,6 +276,37 @@ void TestCorviWired8021x::fallbackIsForcedAfterSixtyTicks()
     QVERIFY(wasInFallbackWhenStopped);
     // An unsecured attempt now, and authentication again: the configuration clears the flag.
     QVERIFY(!corvi.WiredDevice()->inFallback);
+}
+
+void TestCorviWired8021x::fallbackIsNewsAfterAnAuthentication_data()
+{
+    QTest::addColumn<bool>("isAuthenticated");
+    QTest::addColumn<int>("told");
+    QTest::newRow("the next attempt fails too") << false << 1;
+    QTest::newRow("authenticated in between") << true << 2;
+}
+
+void TestCorviWired8021x::fallbackIsNewsAfterAnAuthentication()
+{
+    QFETCH(bool, isAuthenticated);
+    QFETCH(int, told);
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    NetworkDevice *const device = corvi.WiredDevice();
+    LogFromHere(2);
+
+    for (int i = 0; i < 2; ++i) {
+        corvi.SettleSupplicant({true, false, isAuthenticated && i > 0});
+        corvi.Tick();
+        corvi.SettleSupplicant(RUNNING);
+        device->inFallback = false;
+        device->fallbackEnabled = true;
+        device->authWaitTicks = 11;
+        corvi.Tick();
+        QVERIFY(device->inFallback);
+        device->inFallback = false;
+    }
+
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: Set in fallback mode eth0"), told);
 }
 
 void TestCorviWired8021x::unreadSuccessPreventsTheFallback_data()

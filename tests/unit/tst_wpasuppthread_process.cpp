@@ -32,6 +32,9 @@ private slots:
     void cleanup();
 
     void takesADeathForATerminatingEvent();
+    void pauseBeforeTheNextOneIsTold();
+    void deathIsNewsAfterTenMinutesOfPeace_data();
+    void deathIsNewsAfterTenMinutesOfPeace();
     void noticesADeathAfterTheSocketWasLost();
     void staysWithAProcessThatLostItsSocket();
     void noticesNoDeathOfTheOneBefore();
@@ -97,6 +100,52 @@ void TestWpaSuppThreadProcess::takesADeathForATerminatingEvent()
     QCOMPARE(changes.size(), 0);
     // Nothing is run for it.
     QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+/// One that nobody lets in and that does not stay is followed by the next one after a pause, which grows.
+void TestWpaSuppThreadProcess::pauseBeforeTheNextOneIsTold()
+{
+    for (const char *seconds : {"15", "25"}) {
+        supplicant = std::make_unique<FakeSupplicantProcess>();
+        supervisor->Supervise();
+
+        supplicant->Kill();
+        supervisor->Tick(2); // It is noticed, and done away with.
+
+        QVERIFY2(TestSupport::LogText().contains(
+                     QStringLiteral("another one follows within %1 s where").arg(QLatin1String(seconds))),
+                 seconds);
+    }
+}
+
+void TestWpaSuppThreadProcess::deathIsNewsAfterTenMinutesOfPeace_data()
+{
+    QTest::addColumn<int>("ticks");
+    QTest::addColumn<int>("told");
+    QTest::newRow("soon") << 599 << 1;
+    QTest::newRow("later") << 600 << 2;
+}
+
+void TestWpaSuppThreadProcess::deathIsNewsAfterTenMinutesOfPeace()
+{
+    QFETCH(int, ticks);
+    QFETCH(int, told);
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+
+    for (const int peace : {0, ticks}) {
+        supplicant = std::make_unique<FakeSupplicantProcess>();
+        supervisor->Supervise();
+        supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+        for (int i = 0; i < peace; ++i) {
+            supervisor->NoteSilence(0); // It need not be asked whether it is there.
+            supervisor->Tick();
+        }
+        supplicant->Kill();
+        supervisor->Tick(2);
+    }
+
+    QCOMPARE(TestSupport::LogText().count("The supplicant has ended on wlan0"), told);
+    QCOMPARE(TestSupport::LogText().count("MessageReceived -- Terminating"), told);
 }
 
 void TestWpaSuppThreadProcess::noticesADeathAfterTheSocketWasLost()
