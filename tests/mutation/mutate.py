@@ -51,6 +51,7 @@ MORE_TESTS = {
     "src/core/segmentnames": ["tst_corvi_segment"],
     "src/core/segmentplace": ["tst_corvi_segment"],
     "src/devices/carrierlosses": ["tst_networkdevice_link", "tst_networkdevice", "tst_corvi_bounce"],
+    "src/devices/networkdevice_upkeep": ["tst_corvi_upkeep", "tst_corvi_route"],
     "src/support/interfacekind": ["tst_corvi_discovery", "tst_corvi_adapters"],
     "src/support/processmemory": ["tst_corvi_memory", "tst_corvi_process"],
     "src/support/program": ["tst_utils*", "tst_modem", "tst_interfacekind"],
@@ -214,9 +215,7 @@ class Trial:
         with ThreadPoolExecutor(self.jobs) as pool:
             try:
                 self.build_switched()
-                wanted = {test for source, _ in [*self.switches.numbers, *self.switches.separate]
-                          for test in tests_of(source, self.tests)}
-                list(pool.map(self.look_without_fault, sorted(wanted)))
+                list(pool.map(self.look_without_fault, self.wanted_tests()))
                 pending = {pool.submit(self.try_switched, *key, number): key
                            for key, number in self.switches.numbers.items()}
                 for done in as_completed(pending):
@@ -230,11 +229,15 @@ class Trial:
         for source, fault in sorted(self.switches.separate):
             yield (source, fault, *self.try_alone(source, fault))
 
+    def wanted_tests(self):
+        """Those of each source, also of one whose faults cannot be switched."""
+        return sorted({test for source, _ in [*self.switches.numbers, *self.switches.separate]
+                       for test in tests_of(source, self.tests)})
+
     def build_switched(self):
         while True:
             self.switches.write()
-            tests = {test for source, _ in self.switches.numbers for test in tests_of(source, self.tests)}
-            if builds(*sorted(tests)):
+            if builds(*self.wanted_tests()):
                 return
             if not self.switches.drop_refused():
                 raise SystemExit((WORK / "output").read_text(errors="replace")[-3000:])

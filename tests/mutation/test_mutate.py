@@ -136,6 +136,11 @@ class TrialOfFault(unittest.TestCase):
 
         self.assertEqual([("tst_corvi_carrier",)], self.ran)
 
+    def test_builds_the_tests_of_faults_without_a_switch(self):
+        self.trial.switches.separate = [("src/core/corvi_wired.cpp", None)]
+
+        self.assertIn("tst_corvi_wired", self.trial.wanted_tests())
+
     def test_nothing_reaches_it(self):
         self.assertEqual(("survived", "reached by no test"), self.outcome({"tst_corvi_carrier": {4: {"a"}}}))
 

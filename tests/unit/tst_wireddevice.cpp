@@ -27,6 +27,7 @@ class TestWiredDevice : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void init();
 
     void isOfItsKind();
@@ -35,6 +36,15 @@ private Q_SLOTS:
     void needsNoSupplicantForASecuredDefinitionUntilConfigured();
     void behavesAsTheBaseClass();
 };
+
+void TestWiredDevice::initTestCase()
+{
+    init();
+
+    const WiredDevice first("eth0", nullptr);
+
+    QCOMPARE(LoggedCount(), 1);
+}
 
 void TestWiredDevice::init()
 {

@@ -174,6 +174,7 @@ void TestZebCheck::badValueFallsBackToTheDefault_data()
     }
     row("domain", "a/b", "is not one domain name");
     row("domain", "a;b", "is not one domain name");
+    row("domain", "a~b", "is not one domain name");
     row("domain", "caf\xc3\xa9.example", "is not one domain name");
     for (const char *mtu : {"67", "65536", "-1500", "1500x", "01500", "auto", "1e3"})
         row("mtu", mtu, "is not a whole number from 68 to 65535");
