@@ -41,6 +41,7 @@ private Q_SLOTS:
     void segmentIsFoundByItsRange_data();
     void segmentIsFoundByItsRange();
     void listThatCannotBeReadNamesNone();
+    void lockIsNamedAsItsSegment();
 };
 
 void TestSegmentId::segmentIsFoundByItsRange_data()
@@ -75,6 +76,12 @@ void TestSegmentId::listThatCannotBeReadNamesNone()
     TestSupport::Remove(MAPS);
 
     QCOMPARE(SegmentIdAt(reinterpret_cast<const void *>(0x7000)), -1);
+}
+
+void TestSegmentId::lockIsNamedAsItsSegment()
+{
+    // As Qt names the two files.
+    QCOMPARE(LockFileOf("/tmp/qipc_sharedmemory_key0123"), QString("/tmp/qipc_systemsem_key0123"));
 }
 
 QTEST_GUILESS_MAIN(TestSegmentId)
