@@ -53,7 +53,7 @@ void Corvi::TellState()
     const auto now = Clock::now();
     if ((toldState == state && ServiceState::Freshen()) || !statePause.IsDue(now))
         return;
-    if (SecureFile::Replace(ServiceState::PATH, state.ToJson(), 0644)) {
+    if (SecureFile::Replace(ServiceState::PATH, state.ToJson(), 0644) && ServiceState::Freshen()) {
         toldState = state;
         statePause.Reset();
         stateReport.Over();

@@ -142,6 +142,14 @@ ServiceState FromJson(const QJsonObject &object)
     return state;
 }
 
+/// What the file's time of modification is in: a system clock that is set would show a silence of years.
+timespec MonotonicTime()
+{
+    timespec now = {};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return now;
+}
+
 ServiceStateReading Failure(const QString &reason)
 {
     ServiceStateReading reading;
@@ -181,7 +189,8 @@ QByteArray ServiceState::ToJson() const
 
 bool ServiceState::Freshen()
 {
-    return ::utimensat(AT_FDCWD, QFile::encodeName(PATH).constData(), nullptr, AT_SYMLINK_NOFOLLOW) == 0;
+    const timespec times[] = {{0, UTIME_OMIT}, MonotonicTime()};
+    return ::utimensat(AT_FDCWD, QFile::encodeName(PATH).constData(), times, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 ServiceStateReading ReadServiceState()
@@ -202,7 +211,7 @@ ServiceStateReading ReadServiceState()
     const ProcessFacts facts = ReadProcess(reading.pid);
     const bool runs = !startTime.isEmpty() && facts.startTime == startTime;
     reading.isStopped = runs && facts.isStopped;
-    reading.silentSeconds = std::max<qint64>(0, ::time(nullptr) - file.info.st_mtime);
+    reading.silentSeconds = std::max<qint64>(0, MonotonicTime().tv_sec - file.info.st_mtime);
     reading.outcome = runs ? ServiceStateReading::Outcome::Read : ServiceStateReading::Outcome::Stale;
     if (runs)
         reading.state = FromJson(object);

@@ -57,7 +57,8 @@ struct ServiceState
 
     /// For the file, in the name of this process.
     QByteArray ToJson() const;
-    /// Says that this process is alive, and what the file holds is as of now. False where there is no file.
+    /// Says that this process is alive, and what the file holds is as of now: the file's time of modification
+    /// is that of CLOCK_MONOTONIC. False where there is no file.
     [[nodiscard]] static bool Freshen();
 };
 

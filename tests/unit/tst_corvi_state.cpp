@@ -9,6 +9,7 @@
 #include <QFileInfo>
 
 #include <chrono>
+#include <ctime>
 
 #include <sys/stat.h>
 
@@ -51,6 +52,7 @@ private Q_SLOTS:
     void stateIsTold();
     void kindsAndWhoseTurnItIsAreTold();
     void fileIsForEverybodyToRead();
+    void newFileIsOfThisTick();
     void idleTickLeavesTheFileAlone();
     void removedFileIsWrittenAgain();
     void missingFolderIsNoFault();
@@ -109,6 +111,18 @@ void TestCorviState::fileIsForEverybodyToRead()
     QCOMPARE(::stat("/run/corvi/state.json", &info), 0);
     QCOMPARE(info.st_mode & 0777U, 0644U);
     QVERIFY(Told().isStatic);
+}
+
+/// A tick that takes long may follow.
+void TestCorviState::newFileIsOfThisTick()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, DISCOVERED);
+
+    struct stat info = {};
+    QCOMPARE(::stat("/run/corvi/state.json", &info), 0);
+    timespec now = {};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    QVERIFY(info.st_mtime <= now.tv_sec);
 }
 
 void TestCorviState::idleTickLeavesTheFileAlone()

@@ -78,6 +78,13 @@ QByteArray OfProcess(const QString &key, const QJsonValue &value)
     return OfProcess(process);
 }
 
+time_t MonotonicSeconds()
+{
+    timespec now = {};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+}
+
 } // namespace
 
 /// The daemon's state on its way through the file.
@@ -95,6 +102,7 @@ private Q_SLOTS:
     void fileOfADeadProcessIsStale();
     void stoppedProcessIsSeen();
     void silenceBeginsWithTheLastTick();
+    void silenceIsNotMeasuredByTheSystemsClock();
     void missingFileIsAbsent();
     void damagedFileIsUnreadable_data();
     void damagedFileIsUnreadable();
@@ -191,16 +199,29 @@ void TestServiceState::silenceBeginsWithTheLastTick()
     QVERIFY(!ServiceState::Freshen());
     Write(FullState().ToJson());
     const QByteArray path = QFile::encodeName(ServiceState::PATH);
-    const timespec times[] = {{::time(nullptr) - 300, 0}, {::time(nullptr) - 300, 0}};
+    const timespec times[] = {{0, UTIME_OMIT}, {MonotonicSeconds() - 300, 0}};
     QCOMPARE(::utimensat(AT_FDCWD, path.constData(), times, 0), 0);
     QVERIFY(ReadServiceState().silentSeconds >= 300);
 
     QVERIFY(ServiceState::Freshen());
 
     QVERIFY(ReadServiceState().silentSeconds < 300);
-    // A clock that was set back is no silence.
-    const timespec later[] = {{::time(nullptr) + 3600, 0}, {::time(nullptr) + 3600, 0}};
-    QCOMPARE(::utimensat(AT_FDCWD, path.constData(), later, 0), 0);
+}
+
+/// Setting the system's clock, by years where it had lost its time, makes no silence.
+void TestServiceState::silenceIsNotMeasuredByTheSystemsClock()
+{
+    Write(FullState().ToJson());
+
+    const auto before = MonotonicSeconds();
+    QVERIFY(ServiceState::Freshen());
+    const auto after = MonotonicSeconds();
+
+    struct stat info = {};
+    QCOMPARE(::stat(QFile::encodeName(ServiceState::PATH).constData(), &info), 0);
+    QVERIFY(before <= info.st_mtime && info.st_mtime <= after);
+    // As a version before this one left it.
+    QCOMPARE(::utimensat(AT_FDCWD, QFile::encodeName(ServiceState::PATH).constData(), nullptr, 0), 0);
     QCOMPARE(ReadServiceState().silentSeconds, qint64(0));
 }
 
