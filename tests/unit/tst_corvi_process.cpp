@@ -49,7 +49,7 @@ private Q_SLOTS:
 
 private:
     void Start(const QStringList &environment = {}, const QStringList &arguments = {});
-    bool WaitForLine(const QString &line, int timeoutMs = 5000);
+    bool WaitForLine(const QString &line, int timeoutMs = 60000);
 
     std::unique_ptr<QProcess> daemon;
 };
@@ -157,7 +157,7 @@ void TestCorviProcess::killFileEndsARescanTickToo()
 
     WriteFile(KILL_FLAG, "");
 
-    QVERIFY(daemon->waitForFinished(5000));
+    QVERIFY(daemon->waitForFinished(60000));
     QCOMPARE(daemon->exitCode(), 0);
     const QStringList lines = LogLines();
     QCOMPARE(lines.count("Corvi::Loop Force Rescan "), 1);
@@ -211,7 +211,7 @@ void TestCorviProcess::signalEndsTheProcess()
 
     ::kill(static_cast<pid_t>(daemon->processId()), number);
 
-    QVERIFY(daemon->waitForFinished(5000));
+    QVERIFY(daemon->waitForFinished(60000));
     QCOMPARE(daemon->exitStatus(), QProcess::NormalExit);
     QCOMPARE(daemon->exitCode(), 0);
     QCOMPARE(LogLines().filter("WpaSuppThread::Stop").last(), QString("WpaSuppThread::Stop 0 false 0"));
