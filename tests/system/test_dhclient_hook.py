@@ -78,7 +78,6 @@ class Routes(HookTest):
 
         self.assertFalse(NO_ROUTER.exists())
 
-
     def test_gateway_that_changes_at_a_renewal_is_followed(self):
         for interface, old, new, expected in (("eth0", "10.0.0.1", "10.0.0.3", [("10.0.0.3", 0)]),
                                               ("wlan0", "10.0.0.1", "10.0.0.3", [("10.0.0.3", 600)]),
@@ -104,6 +103,14 @@ class Routes(HookTest):
         client_script("REBIND", "eth0", 0, old_ip_address="10.0.0.2", old_routers="10.0.0.1", new_routers="10.0.0.3")
 
         self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.9"])
+
+    def test_gateway_stays_where_the_next_one_cannot_be_reached(self):
+        self.given_cables("eth0")
+        client_script("BOUND", "eth0", 0)
+
+        client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_routers="10.0.0.1", new_routers="192.0.2.1")
+
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
 
 
 class Resolver(HookTest):
