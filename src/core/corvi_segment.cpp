@@ -69,7 +69,7 @@ QByteArray Corvi::ReadRecord()
     if (!shm.isAttached() || !shm.lock())
         return {};
     const int length = std::min(static_cast<int>(shm.size()), ZebNetSegment::SIZE);
-    const QByteArray record(static_cast<const char *>(shm.constData()), length);
+    QByteArray record(static_cast<const char *>(shm.constData()), length);
     shm.unlock();
     return record;
 }
