@@ -87,10 +87,12 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     const bool isBound = transcript.contains(QStringLiteral("bound to"));
-    if (isBound)
+    if (isBound) {
+        reports->leases.Over();
         TellOfLostResolver(transcript);
-    else
+    } else {
         DropDamagedLeases(transcript);
+    }
     if (transcript.size() > LARGE_TRANSCRIPT) {
         // Its lines lay between blocks that stay, which keeps the C library from giving them back by itself.
         transcript = QString();
@@ -104,9 +106,11 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
 /// file; what its hooks or other programs say of it is no word of the script's.
 void NetworkDevice::TellOfLostResolver(const QString &transcript)
 {
-    // The shell's own sentence on the file, or on the new one beside it.
+    // The shell's own sentence on the file, or on the new one beside it, or that of our hook, which looks
+    // before.
     static const QRegularExpression complaint(
-        QStringLiteral("dhclient-script: \\d+: cannot create \\S*resolv\\.conf\\S*: [^\\n]*"));
+        QStringLiteral("dhclient-script: \\d+: cannot create \\S*resolv\\.conf\\S*: [^\\n]*|"
+                       "/etc/resolv\\.conf cannot be written and stays as it is"));
     const QRegularExpressionMatch match = complaint.match(transcript);
     if (!match.hasMatch()) {
         reports->leasedResolver.Over();
@@ -128,8 +132,9 @@ void NetworkDevice::DropDamagedLeases(const QString &transcript)
     if (!hasEnded || !isDamaged)
         return;
     const bool isGone = SecureFile::Remove(DHCP_LEASES);
-    LogOnce(reports->leases) << "NetworkDevice::Dhclient - the client cannot read its earlier leases on"
-                             << name << "--" << DHCP_LEASES << (isGone ? "is removed" : "cannot be removed");
+    LogOnce(reports->leases, QString::number(isGone))
+        << "NetworkDevice::Dhclient - the client cannot read its earlier leases on" << name << "--"
+        << DHCP_LEASES << (isGone ? "is removed" : "cannot be removed");
 }
 
 /// The default route of the lease, be it the one in use or not. False when there is no default route at all.

@@ -16,8 +16,9 @@ LEASE = {"new_subnet_mask": "255.255.255.0", "new_domain_name_servers": "192.0.2
 def client_script(reason, interface, number, **values):
     """Runs the client's script as the client does, with a lease from 10.NUMBER.0.1."""
     lease = {"new_ip_address": f"10.{number}.0.2", "new_routers": f"10.{number}.0.1", **LEASE, **values}
-    subprocess.run(["/sbin/dhclient-script"], check=True, timeout=20, capture_output=True,
-                   env={"PATH": os.environ["PATH"], "reason": reason, "interface": interface, **lease})
+    script = subprocess.run(["/sbin/dhclient-script"], check=True, timeout=20, capture_output=True, text=True,
+                            env={"PATH": os.environ["PATH"], "reason": reason, "interface": interface, **lease})
+    return script.stderr
 
 
 def routes():
@@ -196,10 +197,12 @@ class FullDisk(HookTest):
         RESOLV_CONF.symlink_to(resolver)
         run("dd", "if=/dev/zero", f"of={rest}", check=False)
 
-        client_script("BOUND", "eth0", 0)
+        said = client_script("BOUND", "eth0", 0)
 
         self.assertEqual(addresses("eth0"), ["10.0.0.2"])
         self.assertEqual(read(resolver), "nameserver 192.0.2.99\n")
+        # The daemon finds this sentence in the client's transcript.
+        self.assertIn("/etc/resolv.conf cannot be written and stays as it is\n", said)
         rest.unlink()
         client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_domain_name_servers="192.0.2.53")
         self.assertEqual(read(resolver), "nameserver 192.0.2.53\n")

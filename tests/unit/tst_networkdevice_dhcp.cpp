@@ -242,6 +242,16 @@ void TestNetworkDeviceDhcp::resolverThatTheClientsScriptCannotWriteIsToldOnce()
                                     "echo bound to 10.0.0.5");
     QVERIFY(device.Dhclient("eth0"));
     QCOMPARE(TestSupport::LogText().count("cannot be written on eth0"), 2);
+
+    // Our own hook looks before the script writes: its sentence, as its test knows it.
+    TestSupport::Answer("dhclient", "echo bound to 10.0.0.5");
+    QVERIFY(device.Dhclient("eth0"));
+    TestSupport::Answer("dhclient", "echo '/etc/resolv.conf cannot be written and stays as it is'\n"
+                                    "echo bound to 10.0.0.5");
+    QVERIFY(device.Dhclient("eth0"));
+    QCOMPARE(TestSupport::LogText().count("cannot be written on eth0 -- /etc/resolv.conf cannot be written "
+                                          "and stays as it is \n"),
+             1);
 }
 
 /// Its hooks and other programs may say what they want of the file.
