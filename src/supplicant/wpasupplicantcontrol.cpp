@@ -120,21 +120,21 @@ bool WpaSupplicantControl::isCtrlOpen() const
     return connection && open;
 }
 
-void WpaSupplicantControl::CheckPeer()
+bool WpaSupplicantControl::CheckPeer()
 {
     if (!isCtrlOpen())
-        return;
+        return false;
     if (!wpa_ctrl_peer_alive(connection.get())) {
         LogOnce(reports->lost, QString::fromLocal8Bit(socketPath))
             << "WpaSupplicantControl -- Nobody answers any more at" << socketPath.constData();
         ReadWaiting();
         Disconnect();
-        return;
+        return false;
     }
-    if (access(socketPath.constData(), F_OK) != 0)
-        TellOfRemoval();
-    else if (!wpa_ctrl_has_name(connection.get()))
-        ConnectAnew();
+    if (access(socketPath.constData(), F_OK) == 0)
+        return !wpa_ctrl_has_name(connection.get()) && ConnectAnew();
+    TellOfRemoval();
+    return false;
 }
 
 pid_t WpaSupplicantControl::PeerId() const
@@ -151,13 +151,13 @@ void WpaSupplicantControl::TellOfRemoval()
 
 /// Whoever clears /tmp takes our name, too. Without it a supplicant in peace would seem to answer nobody, and
 /// be killed for it.
-void WpaSupplicantControl::ConnectAnew()
+bool WpaSupplicantControl::ConnectAnew()
 {
     LogOnce(reports->nameless) << "WpaSupplicantControl -- Our own name is gone, connecting anew at"
                                << socketPath.constData();
     ReadWaiting();
     Disconnect(); // The answer to a farewell would not reach us.
-    (void)openControlInterface(QString::fromLocal8Bit(socketPath).mid(CtrlInterfaceDir.size()));
+    return openControlInterface(QString::fromLocal8Bit(socketPath).mid(CtrlInterfaceDir.size()));
 }
 
 QString WpaSupplicantControl::SendCommand(const QString &cmd)

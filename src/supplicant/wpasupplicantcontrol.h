@@ -45,8 +45,8 @@ public:
     bool isCtrlOpen() const;
     /// Notices a socket that was closed without sending anything: isCtrlOpen() is false from then on. The
     /// last events come first. Tells of a socket whose name is gone; the connection to it stays. Connects
-    /// anew where our own name is gone.
-    void CheckPeer();
+    /// anew where our own name is gone: true then, as events may have been lost.
+    bool CheckPeer();
     /// The process that sent the last reply, as the kernel names it; 0 when it does not.
     pid_t PeerId() const;
 
@@ -68,7 +68,7 @@ private slots:
 
 private:
     void TellOfRemoval();
-    void ConnectAnew();
+    bool ConnectAnew();
     std::optional<QString> Receive();
     void PassOn(const QString &message);
     void Listen();

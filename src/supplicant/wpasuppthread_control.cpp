@@ -92,7 +92,8 @@ void WpaSuppThread::NoticeLostControl()
 {
     if (!IsControlOpen())
         return;
-    control->CheckPeer();
+    if (control->CheckPeer())
+        checkStatusRequested = true; // What was said in between is lost.
     if (!IsControlOpen())
         associated = false;
 }

@@ -77,6 +77,7 @@ void WpaSuppThread::TakeOverRequest()
     method = requestedMethod;
     definition = requestedDefinition;
     associated = false;
+    peaceTicks = 0;
     ssid.clear();
     process.reset();
     startProved = false;

@@ -27,6 +27,7 @@ private slots:
     void knowsOfASuccessThatNobodyHeard();
     void knowsOfNoSuccessThatWasTold();
     void leavesWhatComesMeanwhileToTheNotifier();
+    void readsTheStatusWhenItHasConnectedAnew();
 
 private:
     /// The supplicant answers so when it is asked for its status.
@@ -230,6 +231,22 @@ void TestWpaSuppThreadStatus::leavesWhatComesMeanwhileToTheNotifier()
     supervisor->Tick();
 
     QCOMPARE(changes.size(), 1);
+}
+
+/// An event may have been lost since our own name went.
+void TestWpaSuppThreadStatus::readsTheStatusWhenItHasConnectedAnew()
+{
+    SuperviseWithStatus("wpa_state=DISCONNECTED\n");
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    const QStringList names =
+        QDir(QStringLiteral("/tmp")).entryList({QStringLiteral("wpa_ctrl_*")}, QDir::System);
+    QCOMPARE(names.size(), 1);
+    TestSupport::Remove(QStringLiteral("/tmp/") + names.first());
+
+    supervisor->Tick(3);
+
+    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "ATTACH", "STATUS"}));
+    QVERIFY(!supervisor->IsAssociated());
 }
 
 QTEST_GUILESS_MAIN(TestWpaSuppThreadStatus)
