@@ -36,7 +36,7 @@ void TellOfRefusal(const InstanceLock::Refusal &refusal)
                                .arg(refusal.holder);
     if (refusal.isNews)
         Log(Level::NOTICE) << "main() -" << reason;
-    if (!refusal.isNews || !Journal().HasDebugOutput()) // Where it leads to the journal, the line is there.
+    if (!Journal().HasDebugOutput()) // Where it leads to the journal, the line is there.
         std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
 }
 
