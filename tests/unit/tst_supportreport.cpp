@@ -186,6 +186,7 @@ void TestSupportReport::archiveIsNamedByItsTime()
     // To the day: the clock may be set meanwhile, as at the end of summer time.
     const QDateTime time = QDateTime::fromString(QFileInfo(outcome.archive).fileName(),
                                                  "'corvi-report-'yyyyMMdd-HHmmss'.tar.gz'");
+    QVERIFY2(time.isValid(), qPrintable(outcome.archive));
     QVERIFY2(qAbs(time.daysTo(QDateTime::currentDateTime())) <= 1, qPrintable(outcome.archive));
     QCOMPARE(QFileInfo(outcome.archive).absolutePath(), FOLDER);
     QCOMPARE(TestSupport::EntryCount(FOLDER), 1);
