@@ -155,6 +155,7 @@ private:
     void RestartWpaCtl();
     /// Opens the connection of the control object that there is, and takes note of who answers.
     bool OpenControl();
+    void NotePeer();
     bool IsControlOpen() const;
     void NoticeLostControl();
     QString SendCommand(const QString &command);

@@ -43,11 +43,17 @@ bool WpaSuppThread::OpenControl()
 {
     if (!control || !control->openControlInterface(interface))
         return false;
+    NotePeer();
+    return true;
+}
+
+/// What is known of the one before says nothing of who answers now.
+void WpaSuppThread::NotePeer()
+{
     if (const pid_t id = control->PeerId(); id > 0)
         process.emplace(id);
     silentTicks = 0;
     wasStopped = false;
-    return true;
 }
 
 bool WpaSuppThread::IsControlOpen() const
@@ -92,8 +98,10 @@ void WpaSuppThread::NoticeLostControl()
 {
     if (!IsControlOpen())
         return;
-    if (control->CheckPeer())
+    if (control->CheckPeer()) {
+        NotePeer();
         checkStatusRequested = true; // What was said in between is lost.
+    }
     if (!IsControlOpen())
         associated = false;
 }

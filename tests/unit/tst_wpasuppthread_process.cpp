@@ -10,6 +10,7 @@
 #include "wpasuppthreadpeer.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTest>
@@ -38,6 +39,8 @@ private slots:
     void noticesADeathAfterTheSocketWasLost();
     void staysWithAProcessThatLostItsSocket();
     void noticesNoDeathOfTheOneBefore();
+    void followsTheOneThatItConnectsAnewTo();
+    void peaceOfTheOneBeforeDoesNotCount();
 
     void tellsOnceThatTheSupplicantIsStopped();
     void tellsNothingOfAStateThatCannotBeRead_data();
@@ -56,6 +59,8 @@ private slots:
     void leavesASupplicantThatRunsAlone();
 
 private:
+    void BeInPeace(int ticks);
+
     std::unique_ptr<FakeSupplicantProcess> supplicant;
     std::unique_ptr<WpaSuppThreadPeer> supervisor;
 };
@@ -76,6 +81,18 @@ void TestWpaSuppThreadProcess::cleanup()
     supervisor.reset();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+}
+
+/// Under a supplicant of its own, which need not be asked whether it is there.
+void TestWpaSuppThreadProcess::BeInPeace(int ticks)
+{
+    supplicant = std::make_unique<FakeSupplicantProcess>();
+    supervisor->Supervise();
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    for (int i = 0; i < ticks; ++i) {
+        supervisor->NoteSilence(0);
+        supervisor->Tick();
+    }
 }
 
 void TestWpaSuppThreadProcess::takesADeathForATerminatingEvent()
@@ -133,13 +150,7 @@ void TestWpaSuppThreadProcess::deathIsNewsAfterTenMinutesOfPeace()
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
 
     for (const int peace : {0, ticks}) {
-        supplicant = std::make_unique<FakeSupplicantProcess>();
-        supervisor->Supervise();
-        supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
-        for (int i = 0; i < peace; ++i) {
-            supervisor->NoteSilence(0); // It need not be asked whether it is there.
-            supervisor->Tick();
-        }
+        BeInPeace(peace);
         supplicant->Kill();
         supervisor->Tick(2);
     }
@@ -189,6 +200,40 @@ void TestWpaSuppThreadProcess::noticesNoDeathOfTheOneBefore()
 
     QVERIFY(!supervisor->IsStopRequested());
     QVERIFY(!TestSupport::LogText().contains("died"));
+}
+
+/// Somebody started another one, which took the name of the socket, and cleared /tmp.
+void TestWpaSuppThreadProcess::followsTheOneThatItConnectsAnewTo()
+{
+    supervisor->Supervise();
+    const FakeSupplicantProcess other;
+    const QDir folder(QStringLiteral("/tmp"));
+    const QStringList ourNames = folder.entryList({QStringLiteral("wpa_ctrl_*")}, QDir::System);
+    QCOMPARE(ourNames.size(), 1);
+    TestSupport::Remove(folder.filePath(ourNames.first()));
+    supervisor->Tick();
+
+    supplicant->Kill();
+    supervisor->Tick();
+
+    QVERIFY(!supervisor->IsStopRequested());
+}
+
+void TestWpaSuppThreadProcess::peaceOfTheOneBeforeDoesNotCount()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+
+    for (const int peace : {0, 599, 1}) {
+        BeInPeace(peace);
+        if (peace == 599) {
+            supervisor->TakeOverRequest(); // As a restart does.
+            continue;
+        }
+        supplicant->Kill();
+        supervisor->Tick(2);
+    }
+
+    QCOMPARE(TestSupport::LogText().count("The supplicant has ended on wlan0"), 1);
 }
 
 void TestWpaSuppThreadProcess::tellsOnceThatTheSupplicantIsStopped()
