@@ -9,6 +9,8 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
+#include <ctime>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -23,6 +25,8 @@ const std::array<QString, 2> PATHS = {QStringLiteral("/run/corvi.lock"), QString
 constexpr std::chrono::milliseconds PAUSE{50};
 /// An orderly end waits up to 1 s for the supervisor's thread, and on a busy machine takes longer.
 constexpr int TRIES = 60;
+/// What a program is told for hours shows in its log each time, however often the log is cut or begun anew.
+constexpr std::time_t NEWS_S = 60 * 60;
 
 /// A file of our own with this one name. Asked of the open file: the name may lead elsewhere by now.
 bool IsOurs(int fd)
@@ -69,11 +73,13 @@ bool Lock(int fd)
     return ::fcntl(fd, F_SETLK, &lock) == 0 || (errno != EACCES && errno != EAGAIN);
 }
 
-/// The first refusal leaves a mark in the file, which the next holder wipes.
+/// A refusal that is news leaves a mark in the file, which the next holder wipes.
 bool MarkRefusal(int fd)
 {
     char mark = 0;
-    if (::pread(fd, &mark, 1, 0) == 1)
+    struct stat info = {};
+    const bool isMarked = ::pread(fd, &mark, 1, 0) == 1;
+    if (isMarked && ::fstat(fd, &info) == 0 && std::abs(::time(nullptr) - info.st_mtime) < NEWS_S)
         return false;
     // On a full disk there is no mark, and the next refusal is told too.
     [[maybe_unused]] const ssize_t written = ::pwrite(fd, "1", 1, 0);

@@ -14,7 +14,7 @@ namespace InstanceLock {
 struct Refusal
 {
     pid_t holder; ///< has it; 0 for a process that our PID namespace does not show
-    bool isNews;  ///< this process is the first that was refused since the holder took it
+    bool isNews;  ///< nobody was refused since the holder took it, or for an hour
 };
 
 /// Takes the lock for the life of this process, where another one has it after up to 3 s: one that was killed

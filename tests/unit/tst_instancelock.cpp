@@ -3,6 +3,7 @@
 
 #include "instancelock.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QtTest>
@@ -89,6 +90,8 @@ private Q_SLOTS:
     void cleanup();
     void freeLockIsTakenForLife();
     void refusalIsNewsOncePerHolder();
+    void refusalIsNewsAgainAfterAnHour_data();
+    void refusalIsNewsAgainAfterAnHour();
     void oneThatIsAboutToEndIsWaitedFor();
     void otherPlaceServesWhereTheFirstIsNotOurs_data();
     void otherPlaceServesWhereTheFirstIsNotOurs();
@@ -127,6 +130,37 @@ void TestInstanceLock::refusalIsNewsOncePerHolder()
 
     // Who is refused by us is told of us.
     QCOMPARE(QFileInfo(LOCK).size(), 0);
+}
+
+void TestInstanceLock::refusalIsNewsAgainAfterAnHour_data()
+{
+    QTest::addColumn<int>("minutes");
+    QTest::addColumn<bool>("isNews");
+    QTest::newRow("59 min ago") << 59 << false;
+    QTest::newRow("an hour ago") << 60 << true;
+    QTest::newRow("before the clock was set back") << -61 << true;
+}
+
+void TestInstanceLock::refusalIsNewsAgainAfterAnHour()
+{
+    QFETCH(int, minutes);
+    QFETCH(bool, isNews);
+    const Holder other(LOCK);
+    QVERIFY(other.holds);
+    {
+        QFile mark(LOCK);
+        QVERIFY(mark.open(QIODevice::WriteOnly) && mark.putChar('1'));
+    }
+    const timespec time = {::time(nullptr) - minutes * 60, 0};
+    const std::array<timespec, 2> times = {time, time};
+    QCOMPARE(::utimensat(AT_FDCWD, QFile::encodeName(LOCK).constData(), times.data(), 0), 0);
+
+    const auto refusal = InstanceLock::Take();
+
+    QVERIFY(refusal);
+    QCOMPARE(refusal->isNews, isNews);
+    // What is news leaves a mark of its own time.
+    QCOMPARE(qAbs(QFileInfo(LOCK).lastModified().secsTo(QDateTime::currentDateTime())) < 30 * 60, isNews);
 }
 
 void TestInstanceLock::oneThatIsAboutToEndIsWaitedFor()
