@@ -6,6 +6,7 @@
 #include "journal.h"
 #include "logging.h"
 #include "processmemory.h"
+#include "processsetting.h"
 #include "processsignals.h"
 #include "storekeeping.h"
 
@@ -44,6 +45,9 @@ void TellOfRefusal(const InstanceLock::Refusal &refusal)
 
 int main(int argc, char *argv[])
 {
+    ProcessSetting::OpenClosedStreams();
+    ProcessSetting::SetMissingPath();
+    ProcessSetting::OutliveReaders();
     ProcessMemory::KeepToOurselves();
     ProcessMemory::GiveBackWhatIsFreed();
     QCoreApplication application(argc, argv);

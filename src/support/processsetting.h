@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+/// What the process takes for granted and whoever starts it may leave out: a boot script, a container, an
+/// administrator in a hurry. For the start, before anything is opened or run.
+namespace ProcessSetting {
+
+/// Standard input, output and error lead nowhere where they are closed. Otherwise the next socket or file
+/// that is opened takes their numbers, and whatever prints prints into it.
+void OpenClosedStreams();
+
+/// Without any PATH the C library looks in /bin and /usr/bin alone, where the tools are not. One that is set,
+/// to whatever, stays.
+void SetMissingPath();
+
+/// A pipe or terminal that our output leads to may go away; that is no reason to end. Programs that are
+/// started as processes of their own get the default back.
+void OutliveReaders();
+
+} // namespace ProcessSetting
