@@ -91,6 +91,8 @@ StatusReading ReadStatus()
     QSharedMemory segment(ZebNetSegment::KEY);
     if (IsOfAnotherUser(segment.nativeKey()))
         return Failure(QStringLiteral("it belongs to another user"));
+    if (const auto keeper = KeeperOfLock(segment.nativeKey(), SEGMENT_LOCK_LIMIT))
+        return Failure(QStringLiteral("process %1 keeps its lock").arg(*keeper));
     if (!segment.attach(QSharedMemory::ReadOnly)) {
         if (segment.error() == QSharedMemory::NotFound)
             return {};

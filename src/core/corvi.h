@@ -201,6 +201,7 @@ private:
     QString publishedName; ///< the interface whose record was published last
     SegmentPlace segmentPlace;
     bool hasEarlierRecord = false; ///< the segment was there already, with what an earlier daemon published
+    bool isLockKept = false;       ///< a reader was waited for in vain
     QByteArray lostRecord; ///< of a segment that was lost or cannot be locked: to be put into it later
     std::optional<ServiceState> toldState; ///< what the state's file holds
     RetryPause statePause{RetryPause::First::AT_ONCE};
@@ -224,6 +225,7 @@ private:
     ReportOnce bounceReport;
     ReportOnce leftoverReport;
     ReportOnce segmentReport;
+    ReportOnce lockReport;
     ReportOnce lostSegmentReport;
     ReportOnce foreignSegmentReport;
     ReportOnce stateReport;
@@ -306,6 +308,8 @@ private:
     bool OpenSegment();
     QByteArray ReadRecord();
     bool PutRecord(const QByteArray &record);
+    bool LockSegment();
+    bool IsLockKept();
     void KeepSegmentFound();
     void ReplaceStaleRecord();
 

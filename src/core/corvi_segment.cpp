@@ -4,6 +4,7 @@
 #include "corvi.h"
 
 #include "logging.h"
+#include "segmentid.h"
 #include "segmentnames.h"
 #include "zebnetsegment.h"
 
@@ -49,6 +50,8 @@ bool Corvi::OpenSegment()
     if (!foreign.isEmpty())
         LogOnce(foreignSegmentReport)
             << "Corvi::OpenSegment - made by another user, removed and made anew:" << foreign;
+    if (IsLockKept() && SegmentNames::LeaveLock(shm.nativeKey()))
+        isLockKept = false;
     hasEarlierRecord = !shm.create(ZebNetSegment::SIZE, QSharedMemory::ReadWrite);
     if (hasEarlierRecord) {
         Log(Level::SETUP) << "Corvi::run - Unable to create shared memory segment";
@@ -63,10 +66,32 @@ bool Corvi::OpenSegment()
     return false;
 }
 
+/// False where another process keeps the lock; it is named once.
+bool Corvi::LockSegment()
+{
+    return !IsLockKept() && shm.lock();
+}
+
+/// A reader delays the tick for as long as it copies; one that is stopped in the middle must not hold the
+/// network up. Once waited for in vain, it is only looked at.
+bool Corvi::IsLockKept()
+{
+    const auto keeper =
+        KeeperOfLock(shm.nativeKey(), isLockKept ? std::chrono::milliseconds(0) : SEGMENT_LOCK_LIMIT);
+    isLockKept = keeper.has_value();
+    if (isLockKept)
+        LogOnce(lockReport, QString::number(*keeper))
+            << "Corvi::IsLockKept - process" << static_cast<int>(*keeper)
+            << "keeps the lock of the status segment and is not waited for any more";
+    else
+        lockReport.Over();
+    return isLockKept;
+}
+
 /// What others read there; empty when it cannot be locked or is not there.
 QByteArray Corvi::ReadRecord()
 {
-    if (!shm.isAttached() || !shm.lock())
+    if (!shm.isAttached() || !LockSegment())
         return {};
     const int length = std::min(static_cast<int>(shm.size()), ZebNetSegment::SIZE);
     QByteArray record(static_cast<const char *>(shm.constData()), length);
@@ -80,7 +105,7 @@ bool Corvi::PutRecord(const QByteArray &record)
     lostRecord = record;
     if (!shm.isAttached())
         return false; // Told where the segment was lost.
-    if (!shm.lock()) {
+    if (!LockSegment()) {
         LogOnce(segmentReport) << "ShareStatus() the segment cannot be locked, its record stays as it was";
         return false;
     }
@@ -107,6 +132,8 @@ void Corvi::KeepSegmentFound()
         return;
     }
     if (shm.isAttached()) {
+        if (IsLockKept())
+            return; // It would be waited for. Looked at again on the next tick.
         if (lostRecord.isEmpty())
             lostRecord = QByteArray(static_cast<const char *>(shm.constData()), shm.size());
         shm.detach();

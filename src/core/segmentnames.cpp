@@ -92,3 +92,8 @@ QStringList SegmentNames::TakeBack(const QString &segmentFile)
         found += QStringLiteral("its lock");
     return found;
 }
+
+bool SegmentNames::LeaveLock(const QString &segmentFile)
+{
+    return SecureFile::Replace(LockFileOf(segmentFile), QByteArray(), FILE_MODE);
+}

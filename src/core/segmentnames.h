@@ -17,4 +17,8 @@ namespace SegmentNames {
 /// the segment, as it waits for the lock.
 [[nodiscard]] QStringList TakeBack(const QString &segmentFile);
 
+/// Leads past a lock that somebody keeps, by a new key file; whoever waits for the earlier one goes on
+/// waiting. False, and all as it was, where there can be none. As TakeBack(), before Qt opens the segment.
+[[nodiscard]] bool LeaveLock(const QString &segmentFile);
+
 } // namespace SegmentNames

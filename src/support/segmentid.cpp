@@ -4,12 +4,15 @@
 #include "segmentid.h"
 
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QList>
 
+#include <cerrno>
 #include <cstdint>
 
 #include <sys/ipc.h>
+#include <sys/sem.h>
 
 namespace {
 
@@ -54,6 +57,24 @@ QString LockFileOf(const QString &segmentFile)
 {
     QString lockFile = segmentFile;
     return lockFile.replace(QStringLiteral("qipc_sharedmemory_"), QStringLiteral("qipc_systemsem_"));
+}
+
+std::optional<pid_t> KeeperOfLock(const QString &segmentFile, std::chrono::milliseconds limit)
+{
+    const int id = ::semget(KeyOfFile(LockFileOf(segmentFile)), 0, 0);
+    const QDeadlineTimer deadline(limit);
+    for (;;) {
+        // Taken and given back in one step: whatever becomes of us, we never have it.
+        sembuf steps[] = {{0, -1, 0}, {0, 1, 0}};
+        const auto left = std::chrono::milliseconds(deadline.remainingTime());
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        const std::chrono::nanoseconds rest = left - seconds;
+        const timespec time = {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
+        if (::semtimedop(id, steps, 2, &time) == 0 || (errno != EAGAIN && errno != EINTR))
+            return std::nullopt;
+        if (errno == EAGAIN) // The end of a child interrupts the wait.
+            return ::semctl(id, 0, GETPID);
+    }
 }
 
 key_t KeyOfFile(const QString &file)

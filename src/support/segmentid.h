@@ -5,6 +5,9 @@
 
 #include <QString>
 
+#include <chrono>
+#include <optional>
+
 #include <sys/types.h>
 
 /// The identifier of the System V segment that is mapped at `address`, as shmctl(2) takes it; -1 when there
@@ -13,6 +16,14 @@
 
 /// What Qt finds a segment's lock by, from what it finds the segment by: it tells only the latter's file.
 [[nodiscard]] QString LockFileOf(const QString &segmentFile);
+
+/// The process that has had this segment's lock for all of `limit`; nothing where the lock is free before, or
+/// there is none. To be asked before Qt takes the lock, as it does in attach() and detach(), too: it waits
+/// without a limit, and a process that is stopped in the middle (SIGSTOP, a debugger) keeps what it has.
+[[nodiscard]] std::optional<pid_t> KeeperOfLock(const QString &segmentFile, std::chrono::milliseconds limit);
+
+/// What a program that shows the status needs to copy it, many times over.
+inline constexpr std::chrono::milliseconds SEGMENT_LOCK_LIMIT{5000};
 
 /// The System V key that Qt makes of such a file (ftok(3)); -1 without the file.
 [[nodiscard]] key_t KeyOfFile(const QString &file);

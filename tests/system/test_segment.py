@@ -10,8 +10,8 @@ import subprocess
 import sys
 import time
 
-from harness import (BUILD_DIR, LOG, STATIC, STATUS_TOOL, Daemon, SystemTest, main, random_source, run, status,
-                     wait_for, wired, write_store)
+from harness import (BUILD_DIR, LOG, STATIC, STATUS_TOOL, Daemon, SystemTest, addresses, main, random_source, read, run,
+                     status, wait_for, wired, write_store)
 
 POLLER = BUILD_DIR / "tests/system/statuspoller"
 daemons = 40
@@ -35,10 +35,20 @@ def remove_segments():
     run("sh", "-c", "ipcrm --all=shm; rm -f /tmp/qipc_sharedmemory_*")
 
 
+# Takes the lock as a reader does, and is stopped before it gives it back.
+KEEPER = """
+import ctypes, os, signal, sys
+take = (ctypes.c_short * 3)(0, -1, 0x1000)  # struct sembuf, SEM_UNDO
+if ctypes.CDLL(None).semop(int(sys.argv[1]), take, 1) != 0:
+    sys.exit("no lock")
+os.kill(os.getpid(), signal.SIGSTOP)
+"""
+
+
 class Segment(SystemTest):
     def setUp(self):
         super().setUp()
-        self.cable("eth0")
+        self.lan = self.cable("eth0")
         write_store(wired(**STATIC))
 
     def poll(self, pause_ms):
@@ -54,6 +64,46 @@ class Segment(SystemTest):
 
         daemon.wait_logged("the status segment was lost and is made anew")
         wait_for("record again", lambda: (published() or {}).get("ipAddress") == "10.77.0.5", timeout=10)
+
+    def keep_lock(self):
+        lock = read("/proc/sysvipc/sem").splitlines()[-1].split()[1]
+        keeper = subprocess.Popen([sys.executable, "-c", KEEPER, lock])
+        self.addCleanup(keeper.wait)
+        self.addCleanup(keeper.kill)
+        wait_for("the keeper of the lock stopped", lambda: ") T" in read(f"/proc/{keeper.pid}/stat"))
+        return keeper
+
+    def test_reader_that_is_stopped_with_the_lock_holds_nothing_up(self):
+        daemon = self.start_daemon()
+        wait_for("record", lambda: (published() or {}).get("ipAddress") == "10.77.0.5")
+        keeper = self.keep_lock()
+
+        self.lan.pull()
+
+        daemon.wait_logged(f"process {keeper.pid} keeps the lock of the status segment", timeout=20)
+        wait_for("the address taken away", lambda: not addresses("eth0"))
+        self.lan.plug()
+        self.wait_address("eth0")
+        answer = subprocess.run([STATUS_TOOL], capture_output=True, text=True, timeout=60, check=False)
+        self.assertIn(f"process {keeper.pid} keeps its lock", answer.stderr)
+        self.lan.pull()
+        wait_for("the address taken away", lambda: not addresses("eth0"))
+        keeper.kill()
+        wait_for("a record that is true", lambda: (published() or {}).get("connected") is False)
+
+    def test_start_beside_a_reader_that_is_stopped_with_the_lock(self):
+        earlier = self.start_daemon()
+        wait_for("record", lambda: (published() or {}).get("ipAddress") == "10.77.0.5")
+        keeper = self.keep_lock()
+        earlier.process.kill()
+        earlier.wait_end()
+        LOG.unlink()
+        self.lan.pull()
+
+        self.start_daemon()
+
+        self.assertIn(f"process {keeper.pid} keeps the lock", read(LOG))
+        wait_for("a record that is true", lambda: (published() or {}).get("connected") is False)
 
     def test_killed_daemons_leave_a_readable_segment(self):
         chance = random_source()
