@@ -11,7 +11,7 @@ set -eu
 cd "$(dirname "$(readlink -f "$0")")/.."
 
 build_quietly() {
-    echo 'Building the daemon ...'
+    echo 'Building the daemon, the first time for a minute or two ...'
     scripts/build.sh demo corvi corvi-status >build/demo-build.log 2>&1 || {
         tail -n 40 build/demo-build.log
         exit 1
