@@ -41,8 +41,10 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
 void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
 {
     const JournalSubject subject(d->name, d->DefinitionName());
-    if (d->isRunning)
+    if (d->isRunning) {
         PublishAddress(d);
+        d->KeepNames();
+    }
     if (d->isRunning && !IsAwaitingAuthentication(d)) {
         d->KeepStaticAddress();
         d->KeepLeasedRoute();

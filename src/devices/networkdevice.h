@@ -111,6 +111,9 @@ public:
     /// Sets the default route of the lease again where none is left, at most after growing pauses; nothing
     /// for a static address.
     void KeepLeasedRoute();
+    /// Writes the definition's name servers and hosts again where they could not be written, at most after
+    /// growing pauses.
+    void KeepNames();
     /// That the default route is to lead to, of the definition or, while there is none at all, of the lease;
     /// empty where none is known.
     QString ExpectedGateway() const;
@@ -194,6 +197,7 @@ private:
     void ApplyWiredFlags();
     void ApplyStaticAddress();
     void ObtainAddress();
+    void ApplyNames();
     void ApplyLinkSettings();
     void ApplyMtu();
     void ExpectLossForMtu(const QByteArray &earlierMtu);
@@ -214,6 +218,8 @@ private:
     RetryPause startPause{RetryPause::First::AT_ONCE};  ///< of bringing the link up
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route
     RetryPause routePause{RetryPause::First::AT_ONCE};  ///< of setting the default route of the lease
+    RetryPause namesPause;                              ///< of writing the name servers and hosts
+    bool areNamesDue = false;                           ///< they could not be written
     QString leasedGateway;                              ///< that had the default route last
     int leasedMetric = 0;                               ///< that this route had
     QString leasedGatewayAddress;                       ///< our address at that time

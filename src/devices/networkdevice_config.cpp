@@ -108,9 +108,7 @@ void NetworkDevice::ApplyConfig(bool renew)
     if (currentConfig->staticIp || renew)
         UpdateIpInformation();
 
-    if (currentConfig->staticDns)
-        SetDNS(currentConfig->dns1, currentConfig->dns2, currentConfig->domain);
-    SetHosts(currentConfig->hosts);
+    ApplyNames();
     ApplyLinkSettings();
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork -- end";
 }
@@ -167,6 +165,14 @@ void NetworkDevice::ObtainAddress()
         return;
     LearnLeasedRoute(); // Before anybody is told of the address.
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
+}
+
+void NetworkDevice::ApplyNames()
+{
+    areNamesDue = false;
+    if (currentConfig->staticDns)
+        SetDNS(currentConfig->dns1, currentConfig->dns2, currentConfig->domain);
+    SetHosts(currentConfig->hosts);
 }
 
 void NetworkDevice::ApplyLinkSettings()

@@ -221,6 +221,7 @@ void NetworkDevice::WriteResolver(const QByteArray &earlier, const QString &dns1
 
 void NetworkDevice::ReportNoResolver()
 {
+    areNamesDue = true;
     LogOnce(reports->resolver, NO_ACCESS) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
 }
 
@@ -230,6 +231,7 @@ void NetworkDevice::SetHosts(const QStringList &lines)
     for (const QString &line : lines)
         text += line + QLatin1Char('\n');
     if (!SecureFile::Replace(HOST_LIST, text.toUtf8(), 0644)) {
+        areNamesDue = true;
         LogOnce(reports->hosts) << "NetworkDevice::SetHosts -  Unable to access hosts";
         return;
     }

@@ -85,6 +85,20 @@ void NetworkDevice::KeepStaticAddress()
     staticPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
+/// A disk that is full, or a file system that cannot be written, becomes right again, and nobody configures
+/// the interface anew for that.
+void NetworkDevice::KeepNames()
+{
+    if (!areNamesDue || !currentConfig) {
+        namesPause.Reset();
+        return;
+    }
+    if (!namesPause.IsDue(RetryPause::Time::clock::now()))
+        return;
+    ApplyNames();
+    namesPause.NoteAttempt(RetryPause::Time::clock::now());
+}
+
 QString NetworkDevice::ExpectedGateway() const
 {
     if (currentConfig && currentConfig->staticIp)

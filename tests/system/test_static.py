@@ -53,6 +53,18 @@ class Static(SystemTest):
         wait_for("resolver", lambda: read(RESOLV_CONF))
         self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\nnameserver 192.0.2.54\nsearch corp.example\n")
 
+    def test_names_that_could_not_be_written_are_written_later(self):
+        write_store(wired(**STATIC, staticDns=True, dns1="192.0.2.53"))
+        run("mount", "--bind", "/etc", "/etc")
+        self.addCleanup(run, "umount", "--lazy", "/etc")
+        run("mount", "-o", "remount,bind,ro", "/etc")
+        daemon = self.start_daemon()
+        daemon.wait_logged("Unable to access resolv.conf")
+
+        run("mount", "-o", "remount,bind,rw", "/etc")
+
+        wait_for("resolver", lambda: read(RESOLV_CONF) == "nameserver 192.0.2.53\nnameserver \n", timeout=60)
+
     def test_without_static_dns_the_resolver_stays(self):
         RESOLV_CONF.write_text("nameserver 192.0.2.1\n")
         write_store(wired(**STATIC, dns1="192.0.2.53"))

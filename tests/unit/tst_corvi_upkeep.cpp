@@ -9,6 +9,7 @@
 #include <chrono>
 
 using namespace CorviWorld;
+using namespace std::chrono_literals;
 using namespace TestSupport;
 
 /// What is follows what was asked for, and what is published follows what is, whoever undid it.
@@ -42,9 +43,18 @@ private Q_SLOTS:
     void reasonThatChangesIsTold();
     void staticAddressThatCannotBeSetWaits();
     void staticAddressWaitsForAuthentication();
+
+    // The files of names
+    void namesThatCannotBeWrittenAreTriedAgain();
+    void namesThatAreWrittenAreLeftAlone();
 };
 
 namespace {
+
+const QByteArray LAN_STATIC_DNS =
+    "<networkconfig><network><name>lan</name><staticIp>true</staticIp><ipAddress>10.1.0.2</ipAddress>"
+    "<netmask>255.255.255.0</netmask><gateway>10.1.0.1</gateway><staticDns>true</staticDns>"
+    "<dns1>10.1.0.53</dns1></network></networkconfig>";
 
 /// `route` that acts on the routes, where the gateway can be reached.
 void UseWorkingRoute()
@@ -342,6 +352,41 @@ void TestCorviUpkeep::staticAddressWaitsForAuthentication()
     corvi.SettleSupplicant(ASSOCIATED);
     corvi.Tick();
     QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), 1);
+}
+
+void TestCorviUpkeep::namesThatCannotBeWrittenAreTriedAgain()
+{
+    Remove("/etc/resolv.conf");
+    QVERIFY(QDir().mkpath("/etc/resolv.conf/filled"));
+    CorviPeer corvi(LAN_STATIC_DNS, {"eth0"}, SET_UP);
+    Forget();
+    Remove("/etc/resolv.conf");
+
+    corvi.Tick();
+    QVERIFY(!QFile::exists("/etc/resolv.conf"));
+    FastClock::Advance(10s);
+    corvi.Tick();
+
+    QCOMPARE(ReadFile("/etc/resolv.conf"), QByteArray("nameserver 10.1.0.53\nnameserver \n"));
+    QCOMPARE(JournalOf("update_hosts").size(), 1);
+    FastClock::Advance(60s);
+    corvi.Tick(2);
+    QCOMPARE(JournalOf("update_hosts").size(), 1);
+}
+
+void TestCorviUpkeep::namesThatAreWrittenAreLeftAlone()
+{
+    CorviPeer corvi(LAN_STATIC_DNS, {"eth0"}, SET_UP);
+    Forget();
+    WriteFile("/etc/resolv.conf", "nameserver 192.0.2.1\n");
+
+    FastClock::Advance(10s);
+    corvi.Tick();
+    FastClock::Advance(60s);
+    corvi.Tick();
+
+    QCOMPARE(ReadFile("/etc/resolv.conf"), QByteArray("nameserver 192.0.2.1\n"));
+    QCOMPARE(JournalOf("update_hosts").size(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestCorviUpkeep)
