@@ -10,15 +10,17 @@
 ReportOnce::Telling ReportOnce::Tell(const QString &what, Time now)
 {
     const bool isNews = IsNews(what, now);
+    isRestless = isRestless && now - lastTold < CREDIT_INTERVAL;
     told = what;
     lastTold = now;
-    if (isNews && TakeCredit(now)) {
+    if (isNews && !isRestless && TakeCredit(now)) {
         times = 1;
         newsTime = now;
         pause = SHORTEST;
-        summaryTime = now + pause;
+        summaryTime = isSummedUp ? now + pause : Time::max();
         return {Level::NOTICE, times, std::chrono::seconds(0)};
     }
+    isRestless = isRestless || isNews;
     ++times;
     const auto since = std::chrono::duration_cast<std::chrono::seconds>(now - newsTime);
     if (now < summaryTime)

@@ -30,10 +30,14 @@ public:
         QString Summary() const;
     };
 
-    /// A change is what the device does or what is done to it; somebody may look for the line of each.
-    enum class Of { FAULT, CHANGE };
+    /// A change is what the device does or what is done to it; somebody may look for the line of each. A step
+    /// comes with a fault or a change that has its own line, which says how often: it is not summed up, too.
+    enum class Of { FAULT, CHANGE, STEP };
 
-    explicit ReportOnce(Of kind = Of::FAULT) : mostCredits(kind == Of::CHANGE ? 4 : 3) {}
+    explicit ReportOnce(Of kind = Of::FAULT)
+        : isSummedUp(kind != Of::STEP), mostCredits(kind == Of::CHANGE ? 4 : 3)
+    {
+    }
     /// `known` is no news at the start, such as that there is no address yet.
     explicit ReportOnce(const QString &known) : told(known), lastTold(Time::max()), summaryTime(Time::max())
     {
@@ -41,8 +45,9 @@ public:
 
     /// `what` is told at `now`. It is news when it was not told last, and when nothing was told for an hour.
     /// News that comes again and again, as from a link that flaps, is counted too: three are free (of changes
-    /// four), and every 30 minutes bring one more. So no fault writes more than four lines an hour, and one
-    /// of which five things are to be told stays at 20.
+    /// four), and every 30 minutes bring one more. What comes more often is summed up like what lasts, until
+    /// it has kept quiet for 30 minutes. So no fault writes more than four lines an hour, and one of which
+    /// five things are to be told stays at 20.
     Telling Tell(const QString &what, Time now);
     /// It is over: whatever is told next is news.
     void Over() { told.reset(); }
@@ -60,6 +65,8 @@ private:
     Time newsTime;
     Time summaryTime; ///< when a repetition is to be written
     std::chrono::minutes pause = SHORTEST;
+    bool isSummedUp = true;
+    bool isRestless = false; ///< there was more news than is free, and no quiet time since
     int times = 0;
     int mostCredits = 3;
     int credits = mostCredits;

@@ -42,6 +42,9 @@ private Q_SLOTS:
     void frequentNewsIsCounted();
     void frequentChangesAreCountedLater();
     void creditsComeBackOneByOne();
+    void newsWithoutAnEndIsSummedUp();
+    void newsAfterAQuietTimeIsToldAgain();
+    void stepIsNotSummedUp();
     void sumTakesACredit();
     void hourOfAnythingWritesFewLines_data();
     void hourOfAnythingWritesFewLines();
@@ -179,12 +182,55 @@ void TestReportOnce::creditsComeBackOneByOne()
         report.Tell(FAULT, START);
         report.Over();
     }
-    QCOMPARE(report.Tell(FAULT, START + minutes(30) - seconds(1)).times, 2);
-    report.Over();
 
     QCOMPARE(report.Tell(FAULT, START + minutes(30)).times, 1);
     report.Over();
     QCOMPARE(report.Tell(FAULT, START + minutes(30)).times, 2);
+}
+
+void TestReportOnce::newsWithoutAnEndIsSummedUp()
+{
+    ReportOnce report;
+    QList<int> writtenSeconds;
+    QList<int> counts;
+
+    for (int second = 0; second < 3 * 3600; ++second) {
+        const auto telling = report.Tell(second % 2 == 0 ? FAULT : OTHER_FAULT, START + seconds(second));
+        if (telling.level != Level::NOTICE)
+            continue;
+        writtenSeconds << second;
+        counts << telling.times;
+    }
+
+    QCOMPARE(writtenSeconds, (QList<int>{0, 1, 2, 2 + 1800, 2 + 5400, 2 + 9000}));
+    QCOMPARE(counts, (QList<int>{1, 1, 1, 1801, 5401, 9001}));
+}
+
+void TestReportOnce::newsAfterAQuietTimeIsToldAgain()
+{
+    ReportOnce report;
+    for (int i = 0; i < 6; ++i) {
+        report.Over();
+        report.Tell(FAULT, START);
+    }
+
+    report.Over();
+    QVERIFY(!IsWritten(report, FAULT, START + minutes(5)));
+    report.Over();
+    const ReportOnce::Telling telling = report.Tell(FAULT, START + minutes(35));
+
+    QCOMPARE(telling.level, Level::NOTICE);
+    QCOMPARE(telling.times, 1);
+}
+
+void TestReportOnce::stepIsNotSummedUp()
+{
+    ReportOnce report(ReportOnce::Of::STEP);
+    report.Tell(FAULT, START);
+
+    for (int minute = 1; minute < 200; ++minute)
+        QVERIFY(!IsWritten(report, FAULT, START + minutes(minute)));
+    QVERIFY(IsWritten(report, OTHER_FAULT, START + minutes(200)));
 }
 
 void TestReportOnce::sumTakesACredit()
