@@ -197,6 +197,7 @@ private:
     void ApplyWiredFlags();
     void ApplyStaticAddress();
     void ObtainAddress();
+    void TellOfFailedDhcp();
     void ApplyNames();
     void ApplyLinkSettings();
     void ApplyMtu();

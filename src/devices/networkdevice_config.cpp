@@ -147,9 +147,7 @@ void NetworkDevice::ObtainAddress()
     ExpectLossForMtu(mtu);
     if (!isBound) {
         ++dhcpFailures;
-        // Attempts go on for as long as there is no server.
-        LogOnce(reports->dhcp)
-            << QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
+        TellOfFailedDhcp();
         // The attempt flushed the interface: the fields must not announce the address it had.
         ipAddress.clear();
         broadcast.clear();
@@ -165,6 +163,17 @@ void NetworkDevice::ObtainAddress()
         return;
     LearnLeasedRoute(); // Before anybody is told of the address.
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
+}
+
+/// Attempts go on for as long as there is no server. One whose link went meanwhile could not succeed, and of
+/// the link the log has told, or will.
+void NetworkDevice::TellOfFailedDhcp()
+{
+    const QString line = QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
+    if (isRunning && ReadAttribute("carrier") != "1")
+        Log(Level::TRACE) << line;
+    else
+        LogOnce(reports->dhcp) << line;
 }
 
 void NetworkDevice::ApplyNames()

@@ -59,6 +59,7 @@ private Q_SLOTS:
     void failedDhcpIsLoggedAndTheRestApplied();
     void failedDhcpForgetsTheEarlierAddress();
     void repeatedFailureIsNoNews();
+    void failureOfALinkThatWentIsNoNews();
     void withoutRenewDhcpIsNotRun();
     void withoutRenewAnAnnouncedAddressIsForgotten();
     void staticDnsIsWritten_data();
@@ -412,6 +413,21 @@ void TestNetworkDeviceConfig::repeatedFailureIsNoNews()
     TestSupport::ClearAnswers();
     device.ConfigureNetwork(true);
     QCOMPARE(LogText().count("-dhclient(eth0) failed"), 1);
+}
+
+void TestNetworkDeviceConfig::failureOfALinkThatWentIsNoNews()
+{
+    GivenInterface();
+    RealIp({"link", "set", "eth0", "up"});
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    Device device("eth0");
+    device.RefreshStatus();
+    QVERIFY(device.isRunning);
+    TestSupport::Answer("dhclient", "ip link set eth0 down");
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(LogText(), QString());
 }
 
 void TestNetworkDeviceConfig::withoutRenewDhcpIsNotRun()
