@@ -28,7 +28,9 @@ public:
     /// What an operator is told, and counted when it comes again and again.
     struct Reports
     {
-        ReportOnce attached, lost, removed, nameless;
+        ReportOnce attached{ReportOnce::Of::STEP};
+        ReportOnce lost{ReportOnce::Of::STEP};
+        ReportOnce removed, nameless;
     };
 
     /// Where several objects follow each other, they count together in `sharedReports`, which outlives them.

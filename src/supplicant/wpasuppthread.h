@@ -191,6 +191,7 @@ private:
     void WatchForSilence();
     void TellOfStoppedProcess(bool isStopped);
     void EndSilentSupplicant();
+    bool HasBeenSilentTooLong() const;
     void WatchForLeftOvers();
     void EndLeftOvers();
 
@@ -248,7 +249,9 @@ private:
     /// What an operator is told, and counted when it lasts or comes again and again.
     struct
     {
-        ReportOnce start, launch, pause, giveUp, death, terminating, silence, stopped, leftOver;
+        ReportOnce launch, pause, giveUp, death, silence, stopped, leftOver;
+        ReportOnce start{ReportOnce::Of::STEP};
+        ReportOnce terminating{ReportOnce::Of::STEP};
         ReportOnce link{ReportOnce::Of::CHANGE};
         ReportOnce refusal, eap, eapPassword, network, warning;
         WpaSupplicantControl::Reports control;

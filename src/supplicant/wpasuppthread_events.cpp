@@ -122,7 +122,8 @@ void WpaSuppThread::TellRefusal()
 void WpaSuppThread::OnTerminating()
 {
     NoteFailedStart();
-    if (!stopRunning && !stoppingSupplicant && !restarting)
+    // Of one that was killed for its silence the log has told.
+    if (!stopRunning && !stoppingSupplicant && !restarting && !HasBeenSilentTooLong())
         LogOnce(reports.death) << "WpaSuppThread -- The supplicant has ended on"
                                << interface << "- another one follows within" << START_LIMIT_S + pauseTicks
                                << "s where it is needed";

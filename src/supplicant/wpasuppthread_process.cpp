@@ -48,12 +48,17 @@ void WpaSuppThread::WatchForSilence()
     ++silentTicks;
     if (silentTicks < ASK_AFTER_TICKS || silentTicks % ASK_AGAIN_TICKS != 0)
         return;
-    const bool isOverdue = silentTicks >= SILENCE_LIMIT_TICKS;
+    const bool isOverdue = HasBeenSilentTooLong();
     // One that is stopped cannot answer, and is not waited for.
     if (!isStopped)
         (void)SendCommand(QStringLiteral("PING")); // Any reply ends the silence.
     if (isOverdue && silentTicks > 0)
         EndSilentSupplicant();
+}
+
+bool WpaSuppThread::HasBeenSilentTooLong() const
+{
+    return silentTicks >= SILENCE_LIMIT_TICKS;
 }
 
 /// At first nothing is done about it: whoever stopped the process has a reason.
@@ -62,10 +67,12 @@ void WpaSuppThread::TellOfStoppedProcess(bool isStopped)
     if (isStopped == wasStopped)
         return;
     wasStopped = isStopped;
-    LogOnce(reports.stopped, QString::number(isStopped))
-        << (isStopped ? "WpaSuppThread -- The supplicant is stopped and answers nobody on"
-                      : "WpaSuppThread -- The supplicant goes on, on")
-        << interface;
+    LogOnce line(reports.stopped, QString::number(isStopped));
+    if (isStopped)
+        line << "WpaSuppThread -- The supplicant is stopped and answers nobody on" << interface << "- after"
+             << SILENCE_LIMIT_TICKS << "s it is replaced";
+    else
+        line << "WpaSuppThread -- The supplicant goes on, on" << interface;
 }
 
 void WpaSuppThread::EndSilentSupplicant()

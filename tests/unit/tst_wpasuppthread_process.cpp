@@ -246,8 +246,8 @@ void TestWpaSuppThreadProcess::tellsOnceThatTheSupplicantIsStopped()
 
     QVERIFY(supervisor->IsControlOpen());
     QCOMPARE(TestSupport::LogText().count('\n'), 1);
-    QVERIFY(TestSupport::LogText().contains(
-        "WpaSuppThread -- The supplicant is stopped and answers nobody on wlan0"));
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread -- The supplicant is stopped and answers nobody "
+                                            "on wlan0 - after 300 s it is replaced \n"));
     TestSupport::ClearLog();
 
     supplicant->Continue();
@@ -371,6 +371,8 @@ void TestWpaSuppThreadProcess::replacesASupplicantThatAnswersNobody()
         "wlan0 \n"));
     supervisor->Tick(2);
     QVERIFY(!supervisor->IsRunning());
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread::MessageReceived -- Terminating \n"));
+    QVERIFY(!TestSupport::LogText().contains("The supplicant has ended"));
 }
 
 void TestWpaSuppThreadProcess::leavesTheProcessesOfOthersAlone()
