@@ -97,9 +97,18 @@ void Corvi::Init()
     wiredPending = false;
     for (ReportOnce *report : {&changeReport, &linkReport, &wirelessReport, &modemReport})
         report->Over(); // What is found anew is told anew.
-    [[maybe_unused]] const int ignored = ::system("setup_resolved");
+    SetUpResolved();
     FindAllInterfaces();
     Log(Level::TRACE) << "Corvi::Init() Complete";
+}
+
+/// The command is the platform's, and one that hangs must not keep the network from being set up.
+void Corvi::SetUpResolved()
+{
+    if (resolvedSetup.Run(std::chrono::milliseconds(PROGRAM_TIME_LIMIT_MS)))
+        resolvedReport.Over();
+    else
+        LogOnce(resolvedReport) << "Corvi::Init() - setup_resolved has not ended and is not waited for";
 }
 
 void Corvi::Stop(int status)

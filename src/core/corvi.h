@@ -9,6 +9,7 @@
 #include "segmentplace.h"
 #include "servicemanager.h"
 #include "servicestate.h"
+#include "shellline.h"
 
 #include <QHash>
 #include <QMap>
@@ -199,6 +200,7 @@ private:
     bool isModemDown = false; ///< the modem in use was taken down for a cable, which is told once
     RetryPause modemDownPause;
     QString publishedName; ///< the interface whose record was published last
+    ShellLine resolvedSetup{"setup_resolved"};
     SegmentPlace segmentPlace;
     bool hasEarlierRecord = false; ///< the segment was there already, with what an earlier daemon published
     bool isLockKept = false;       ///< a reader was waited for in vain
@@ -225,6 +227,7 @@ private:
     ReportOnce bounceReport;
     ReportOnce leftoverReport;
     ReportOnce segmentReport;
+    ReportOnce resolvedReport;
     ReportOnce lockReport;
     ReportOnce lostSegmentReport;
     ReportOnce foreignSegmentReport;
@@ -236,6 +239,7 @@ private:
 
     // Life, the supervision tick
     void Rescan();
+    void SetUpResolved();
     void WarnOfOtherManagers();
     void SetUpNetworks();
     void SetUpBelowWired();

@@ -99,6 +99,19 @@ class Tools(SystemTest):
         self.assertTrue(daemon.logged("dhclient(eth0) failed"))
         self.assertEqual(run("pidof", "sleep", check=False), "", "the client must not outlive its attempt")
 
+    def test_command_that_hangs_at_every_rescan_is_not_waited_for(self):
+        write_store(wired(mtu="1400", **STATIC))
+        answer("setup_resolved", "exec /bin/sleep 1000")
+
+        daemon = self.start_among_standins()
+
+        self.wait_configured(daemon, timeout=45)
+        daemon.wait_logged("setup_resolved has not ended and is not waited for")
+        clear_journal()
+        touch(RELOAD_FLAG)
+        self.wait_configured(daemon, timeout=20)
+        self.assertNotIn("setup_resolved", journal())
+
     def test_other_program_that_hangs_is_given_up(self):
         write_store(wired(mtu="1400", **STATIC))
         answer("route", f"PATH={REAL_PATH}; test $1 = add || exec sleep 100")
