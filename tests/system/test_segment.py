@@ -118,7 +118,7 @@ class Segment(SystemTest):
             try:
                 daemon.wait_ready()
                 begun = time.monotonic()
-                wait_for("a segment that others find", is_found, timeout=10)
+                wait_for("a segment that others find", is_found, timeout=3)
                 worst = max(worst, time.monotonic() - begun)
                 if turn % 10 == 0:
                     wait_for("a record", published, timeout=10)
