@@ -6,6 +6,7 @@
 #include "testsupport.h"
 #include "zebdocument.h"
 #include "zebnetconfig.h"
+#include "zebproperties.h"
 
 #include <QRandomGenerator>
 #include <QtTest>
@@ -57,11 +58,14 @@ const QStringList VALUES = {"true",
                             "WPA2",
                             "wired_tls"};
 
-const QStringList ELEMENTS = {
-    "securityMode", "ssid",          "scanSsid", "priority",  "band",       "bgScanSignal", "wepKey",
-    "passphrase",   "identity",      "password", "caCert",    "privateKey", "cipher",       "pacFile",
-    "scep",         "dot1xFallback", "staticIp", "ipAddress", "netmask",    "gateway",      "dns1",
-    "domain",       "mtu",           "MTU",      "hosts",     "speed"};
+/// All that a network may hold, and what somebody may have meant by it.
+QStringList Elements()
+{
+    QStringList elements{"hosts", "MTU"};
+    for (const ZebProperty &property : ZebProperties::All())
+        elements.append(property.key);
+    return elements;
+}
 
 /// Faults of the text as a whole.
 const QStringList FAULTS = {"</network>", "<", "&", "&x;", "<a>", "<!DOCTYPE c>", "\x01"};
@@ -71,7 +75,7 @@ const QStringList FAULTS = {"</network>", "<", "&", "&x;", "<a>", "<!DOCTYPE c>"
 class StoreMaker
 {
 public:
-    explicit StoreMaker(quint32 seed) : random(seed) {}
+    explicit StoreMaker(quint32 seed) : random(seed), elements(Elements()) {}
 
     QByteArray Make(int number)
     {
@@ -96,13 +100,14 @@ private:
         if (!OneIn(10))
             xml += "<name>" + name + "</name>";
         for (int count = random.bounded(8); count > 0; --count) {
-            const QString element = Any(ELEMENTS);
+            const QString element = Any(elements);
             xml += '<' + element + '>' + Any(VALUES) + "</" + element + '>' + (OneIn(2) ? "\n" : " ");
         }
         return xml + "</network>\n";
     }
 
     QRandomGenerator random;
+    QStringList elements;
 };
 
 /// What the daemon tells of the store: without the name of the operation and the file.
