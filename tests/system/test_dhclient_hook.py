@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
-"""What our hook makes of the DHCP client's own script: metrics, name servers and the MTU."""
+"""What our hook makes of the DHCP client's own script: addresses, routes, name servers and the MTU."""
 
+import json
 import os
 import subprocess
 from pathlib import Path
@@ -23,6 +24,15 @@ def client_script(reason, interface, number, **values):
 
 def routes():
     return [(route["dev"], route.get("metric", 0)) for route in default_routes()]
+
+
+def gateway_routes():
+    return [route for route in json.loads(run("ip", "-j", "-4", "route", "show")) if "gateway" in route]
+
+
+def prefixes(interface):
+    links = json.loads(run("ip", "-j", "-4", "addr", "show", "dev", interface))
+    return [(address["local"], address["prefixlen"]) for address in links[0]["addr_info"]]
 
 
 class HookTest(SystemTest):
@@ -111,6 +121,52 @@ class Routes(HookTest):
 
         client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_routers="10.0.0.1", new_routers="192.0.2.1")
 
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
+
+
+    def test_classless_routes_that_change_at_a_renewal_are_followed(self):
+        before, after = "0 10 0 0 1 24 192 168 7 10 0 0 1", "0 10 0 0 3 24 192 168 7 10 0 0 3 32 192 0 2 9 10 0 0 1"
+        for old, new, expected in (
+                ({"routers": "10.0.0.1", "classless": before}, {"routers": "10.0.0.1", "classless": after},
+                 [("192.0.2.9", "10.0.0.1"), ("192.168.7.0/24", "10.0.0.3"), ("default", "10.0.0.3")]),
+                ({"routers": "10.0.0.1", "classless": before}, {"routers": "10.0.0.1", "classless": ""},
+                 [("default", "10.0.0.1")]),
+                ({"routers": "10.0.0.1", "classless": ""}, {"routers": "10.0.0.1", "classless": after},
+                 [("192.0.2.9", "10.0.0.1"), ("192.168.7.0/24", "10.0.0.3"), ("default", "10.0.0.3")]),
+                # Cut off, as a server that is not quite right gives them.
+                ({"routers": "10.0.0.1", "classless": before}, {"routers": "", "classless": after[:-2]},
+                 [("192.168.7.0/24", "10.0.0.3"), ("default", "10.0.0.3")])):
+            with self.subTest(f"{old} > {new}"):
+                self.clean()
+                self.given_cables("eth0")
+                client_script("BOUND", "eth0", 0, new_routers=old["routers"],
+                              new_rfc3442_classless_static_routes=old["classless"])
+
+                client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_routers=old["routers"],
+                              old_rfc3442_classless_static_routes=old["classless"], new_routers=new["routers"],
+                              new_rfc3442_classless_static_routes=new["classless"])
+
+                self.assertEqual(sorted((route["dst"], route["gateway"]) for route in gateway_routes()), expected)
+
+    def test_netmask_that_changes_at_a_renewal_is_followed(self):
+        for mask, length in (("255.255.0.0", 16), ("255.255.255.128", 25)):
+            with self.subTest(mask):
+                self.clean()
+                self.given_cables("eth0")
+                client_script("BOUND", "eth0", 0)
+
+                client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_subnet_mask="255.255.255.0",
+                              new_subnet_mask=mask, old_routers="10.0.0.1")
+
+                self.assertEqual(prefixes("eth0"), [("10.0.0.2", length)])
+                self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
+
+    def test_gateway_is_reached_without_a_netmask(self):
+        self.given_cables("eth0")
+
+        client_script("BOUND", "eth0", 0, new_subnet_mask="")
+
+        self.assertEqual(prefixes("eth0"), [("10.0.0.2", 32)])
         self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
 
 
