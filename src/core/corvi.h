@@ -248,6 +248,7 @@ private:
     // Discovery
     void SortInterfaces();
     void WarnOfVirtualInterfaces();
+    void NoteBridgePorts();
     void DeleteDevices();
     void DeleteDevice(NetworkDevice *device);
     void UpdateBonding();

@@ -35,6 +35,7 @@ void Corvi::CheckAdapters()
 {
     if (!linkEvents.Happened() && !differingInterfaces && !arePortsLoose && !isLookOwed)
         return;
+    NoteBridgePorts();
     arePortsLoose = bondingEnabled && bondedDevice->AdoptPorts();
     const std::optional<InterfaceIndexes> look = LookForInterfaces();
     isLookOwed = !look;
@@ -110,6 +111,7 @@ void Corvi::AmendInterfaces(const InterfaceIndexes &present)
         AddInterface(interfaceName);
     SortInterfaces();
     WarnOfVirtualInterfaces();
+    NoteBridgePorts();
     WpaSupplicantCfg::ForgetUnheldKeys();
     ForgetGoneInterfaces();
     // A modem that was given up stays so until there is another choice.

@@ -47,6 +47,7 @@ void Corvi::FindAllInterfaces()
 
     SortInterfaces();
     WarnOfVirtualInterfaces();
+    NoteBridgePorts();
     AdoptModem();
     WpaSupplicantCfg::ForgetUnheldKeys();
     ForgetGoneInterfaces();
@@ -90,6 +91,15 @@ void Corvi::WarnOfVirtualInterfaces()
     LogOnce(virtualReport, found.join(QLatin1Char(' ')))
         << "Corvi::FindAllInterfaces() - managed like a cable, but none:" << found
         << "-- of all wired interfaces only the first by name that carries is kept up";
+}
+
+/// Looked at when the kernel tells of a change, which it does of this one, too.
+void Corvi::NoteBridgePorts()
+{
+    for (const QString &interfaceName : qAsConst(wiredInterfaces)) {
+        if (NetworkDevice *const device = devices.value(interfaceName))
+            device->isBridgePort = IsBridgePort(interfaceName);
+    }
 }
 
 void Corvi::DeleteDevices()

@@ -63,7 +63,9 @@ void Corvi::ReportWiredLink(NetworkDevice *chosen)
 }
 
 /// The first wired device whose link carries. A second one that carries too is stopped, and stays stopped
-/// for as long as the first one carries; with none that carries, every device is brought up.
+/// for as long as the first one carries; with none that carries, every device is brought up. A port of
+/// somebody's bridge is neither: stopped, it would take the carrier from the bridge, and with the address
+/// instead of the bridge it would be deaf.
 NetworkDevice *Corvi::ChooseWiredDevice()
 {
     NetworkDevice *chosen = nullptr;
@@ -76,10 +78,11 @@ NetworkDevice *Corvi::ChooseWiredDevice()
         // One that nobody has made a wired device of is no link of ours to look at.
         if (!device->configurable)
             device->RefreshStatus();
-        if (!chosen && device->isRunning) {
+        const bool carries = device->isRunning && !device->isBridgePort;
+        if (!chosen && carries) {
             chosen = device;
             Log(Level::VERBOSE) << "Corvi::WiredNetworkSetup:: " << device->name << "active";
-        } else if (chosen && (device->isRunning || device->stopped)) {
+        } else if (chosen && !device->isBridgePort && (device->isRunning || device->stopped)) {
             if (device->isRunning)
                 LogOnce(alsoUpReport, device->name) << "Corvi::WiredNetworkSetup:: " << chosen->name
                                                     << " is up but " << device->name << "is also up.";

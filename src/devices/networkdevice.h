@@ -168,6 +168,7 @@ public:
     const std::unique_ptr<QTimer> timer; ///< looks at the interface 4 times a second once it was started
     int wirelessTicks = 0;               ///< of that timer, since `iwconfig` was asked
     bool configurable = true;            ///< no concrete kind yet: the wired setup does not look at it
+    bool isBridgePort = false;           ///< somebody's bridge has the traffic of this interface
     bool driverChosen = false;           ///< by UseNewDriver(); read by nobody: kept as it is
     QString publishedAddress;    ///< in the record of this device that was published last, or waits to be
     CarrierLosses carrierLosses; ///< of the link, since it was reported

@@ -67,6 +67,11 @@ QString VirtualKind(const QString &interfaceName)
     return QString();
 }
 
+bool IsBridgePort(const QString &interfaceName)
+{
+    return QFileInfo::exists(SYS_NET + interfaceName + QStringLiteral("/brport"));
+}
+
 InterfaceKind KindOfInterface(const QString &interfaceName)
 {
     if (IsWirelessInterface(interfaceName))

@@ -20,6 +20,10 @@ bool HasHardware(int linkType);
 /// DEVTYPE).
 QString VirtualKind(const QString &interfaceName);
 
+/// Whether the interface is a port of a bridge. What comes in by it goes to the bridge, so an address of its
+/// own would hear nothing.
+bool IsBridgePort(const QString &interfaceName);
+
 enum class InterfaceKind { Wired, Wireless, Modem };
 
 /// What the daemon takes an interface for, by its name and by what sysfs shows of it.

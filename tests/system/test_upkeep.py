@@ -2,8 +2,8 @@
 # Copyright (c) 2026 The Corvi developers
 """What somebody else undid behind the daemon's back, and adapters that come and go."""
 
-from harness import (ADDRESS_PRESENT, LINK_DOWN, LINK_UP, STATIC, Cable, SystemTest, addresses, default_gateway,
-                     LOG, holds_for, is_up, main, read, run, status, wait_for, wired, write_store)
+from harness import (ADDRESS_PRESENT, LINK_DOWN, LINK_UP, LOG, STATIC, Cable, SystemTest, addresses, default_gateway,
+                     default_routes, holds_for, is_up, link, main, read, run, status, wait_for, wired, write_store)
 
 
 class DhcpPort(SystemTest):
@@ -65,6 +65,22 @@ class DhcpPort(SystemTest):
 
         self.wait_address("usb0", server.serves)
         self.assertIn("the interfaces changed, gone: , new: usb0", read(LOG))
+
+    def test_bridge_takes_the_network_over_from_its_port(self):
+        # One name sorts before that of the port, the other after it: the first by name that carries is chosen.
+        for bridge in ("br0", "virbr0"):
+            with self.subTest(bridge=bridge):
+                run("ip", "link", "add", "name", bridge, "type", "bridge")
+                run("ip", "link", "set", "dev", "eth0", "master", bridge)
+                run("ip", "link", "set", "dev", bridge, "up")
+
+                self.wait_address(bridge, self.server.serves)
+                wait_for("no address on the port", lambda: not addresses("eth0"))
+                holds_for("port and bridge carry", lambda: is_up("eth0") and "LOWER_UP" in link(bridge)["flags"], 3)
+                self.assertEqual([route["dev"] for route in default_routes()], [bridge])
+
+                run("ip", "link", "delete", "dev", bridge)
+                self.wait_address("eth0", self.server.serves)
 
     def test_adapter_that_goes_leaves_no_client(self):
         run("ip", "link", "delete", "dev", "eth0")
