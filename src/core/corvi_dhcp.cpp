@@ -57,8 +57,9 @@ void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
 void Corvi::PublishAddress(NetworkDevice *d)
 {
     if (d->ipAddress == d->publishedAddress) {
-        // Another device's record: of a cable that went, or a modem or a radio that gave way.
-        if (!publishedName.isEmpty() && d->name != publishedName)
+        // Another device's record: of a cable that went, or a modem or a radio that gave way. Or what hangs
+        // on the address changed beneath it, as the netmask at a renewal.
+        if (!publishedName.isEmpty() && (d->name != publishedName || !d->IsPublished()))
             ShareStatus(d);
         return;
     }

@@ -37,7 +37,7 @@ void Corvi::ShareStatus(NetworkDevice *nd)
 {
     Log(Level::TRACE) << "ShareStatus()  Start";
     // Also where the record has to wait: its event is sent now, and once.
-    nd->publishedAddress = nd->ipAddress;
+    nd->NotePublished();
     publishedName = nd->name;
     if (!PutRecord(nd->status->GetData()))
         return;

@@ -203,6 +203,20 @@ QString NetworkDevice::toString() const
     return lines.join(QLatin1Char('\n'));
 }
 
+void NetworkDevice::NotePublished()
+{
+    publishedAddress = ipAddress;
+    publishedBroadcast = broadcast;
+    publishedNetmask = netmask;
+    publishedMacAddress = macAddress;
+}
+
+bool NetworkDevice::IsPublished() const
+{
+    return publishedAddress == ipAddress && publishedBroadcast == broadcast && publishedNetmask == netmask &&
+           publishedMacAddress == macAddress;
+}
+
 QString NetworkDevice::DefinitionName() const
 {
     return currentNetwork ? currentNetwork->Name() : QString();

@@ -65,6 +65,10 @@ public:
     /// Publishes the addresses and reports an address that is present with event (1, 1).
     void UpdateIpInformation();
     QString toString() const;
+    /// Called by whoever publishes the record.
+    void NotePublished();
+    /// Whether the record that was published last still says what is seen.
+    bool IsPublished() const;
     /// Of the definition that was chosen, empty before.
     QString DefinitionName() const;
     /// Of the definition, where only one applies; empty where the supplicant has several to choose from.
@@ -170,9 +174,12 @@ public:
     bool configurable = true;            ///< no concrete kind yet: the wired setup does not look at it
     bool isBridgePort = false;           ///< somebody's bridge has the traffic of this interface
     bool driverChosen = false;           ///< by UseNewDriver(); read by nobody: kept as it is
-    QString publishedAddress;    ///< in the record of this device that was published last, or waits to be
-    CarrierLosses carrierLosses; ///< of the link, since it was reported
-    int dhcpFailures = 0;        ///< attempts in a row, on this link, that got no address
+    QString publishedAddress;   ///< in the record of this device that was published last, or waits to be
+    QString publishedBroadcast; ///< in the same record, like the next two
+    QString publishedNetmask;
+    QString publishedMacAddress;
+    CarrierLosses carrierLosses;               ///< of the link, since it was reported
+    int dhcpFailures = 0;                      ///< attempts in a row, on this link, that got no address
     std::optional<RetryPause::Time> dhcpSince; ///< an attempt is under way
 
 private:

@@ -46,6 +46,17 @@ class DhcpPort(SystemTest):
         wait_for("the record", lambda: status()["ipAddress"] == "10.77.0.200", timeout=5)
         self.wait_events(self.listener, ADDRESS_PRESENT)
 
+    def test_what_somebody_changes_beneath_the_address_is_published(self):
+        run("ip", "link", "set", "dev", "eth0", "address", "02:00:00:00:00:77")
+        wait_for("the hardware address", lambda: status()["macAddress"] == "02:00:00:00:00:77", timeout=5)
+
+        address = status()["ipAddress"]
+        run("ip", "addr", "add", address + "/16", "broadcast", "10.77.255.255", "dev", "eth0")
+        run("ip", "addr", "del", address + "/24", "dev", "eth0")
+        wait_for("the netmask", lambda: status()["netmask"] == "255.255.0.0", timeout=5)
+        wait_for("the broadcast address", lambda: status()["broadcast"] == "10.77.255.255", timeout=5)
+        self.assertEqual(self.listener.events(), [])
+
     def test_adapter_that_is_replaced_is_configured(self):
         run("ip", "link", "delete", "dev", "eth0")
         run("ip", "netns", "delete", self.lan.netns)
