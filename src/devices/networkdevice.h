@@ -28,7 +28,8 @@ class ZebNetStatus;
 struct DeviceReports
 {
     ReportOnce address{QString()}; ///< that there is none is no news
-    ReportOnce config, dhcp, leases, speed, claim, resolver, leasedResolver, hosts, start, upkeep;
+    ReportOnce config, dhcp, leases, speed, claim, resolver, leasedResolver, leasedGateway, refusal, hosts,
+        start, upkeep;
 };
 
 /// One kernel interface: its last observed state, the network definitions that apply to it, and the
@@ -195,6 +196,8 @@ private:
     void EndDhcpClient();
     void TakeBackDhcpMtu();
     void DropDamagedLeases(const QString &transcript);
+    void TellOfRefusal(const QString &transcript);
+    void TellOfLostGateway(const QString &transcript);
     bool LearnLeasedRoute();
     void ClaimResolver(bool isOurs);
 

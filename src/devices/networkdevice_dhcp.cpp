@@ -89,8 +89,11 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
     const bool isBound = transcript.contains(QStringLiteral("bound to"));
     if (isBound) {
         reports->leases.Over();
+        reports->refusal.Over();
         TellOfLostResolver(transcript);
+        TellOfLostGateway(transcript);
     } else {
+        TellOfRefusal(transcript);
         DropDamagedLeases(transcript);
     }
     if (transcript.size() > LARGE_TRANSCRIPT) {
@@ -119,6 +122,31 @@ void NetworkDevice::TellOfLostResolver(const QString &transcript)
     LogOnce(reports->leasedResolver)
         << "NetworkDevice::Dhclient - the lease's name servers cannot be written on" << name << "--"
         << match.captured();
+}
+
+/// A gateway that the address cannot reach leaves no route behind, and the client's script says nothing of
+/// it. Our hook does.
+void NetworkDevice::TellOfLostGateway(const QString &transcript)
+{
+    static const QRegularExpression complaint(
+        QStringLiteral("the gateway [0-9.]+ is outside the subnet of [0-9./]+"));
+    const QRegularExpressionMatch match = complaint.match(transcript);
+    if (!match.hasMatch()) {
+        reports->leasedGateway.Over();
+        return;
+    }
+    LogOnce(reports->leasedGateway) << "NetworkDevice::Dhclient - no default route on" << name
+                                    << "-- the lease is wrong:" << match.captured();
+}
+
+/// A server that refuses us is another fault than none that answers, and is mended elsewhere.
+void NetworkDevice::TellOfRefusal(const QString &transcript)
+{
+    static const QRegularExpression refusal(QStringLiteral("DHCPNAK from [0-9.]+"));
+    const QRegularExpressionMatch match = refusal.match(transcript);
+    if (match.hasMatch())
+        LogOnce(reports->refusal) << "NetworkDevice::Dhclient - a DHCP server refuses us on" << name << "--"
+                                  << match.captured();
 }
 
 /// The file in which the client keeps its leases is written in place, so a power failure can cut it anywhere.

@@ -161,6 +161,16 @@ class Routes(HookTest):
                 self.assertEqual(prefixes("eth0"), [("10.0.0.2", length)])
                 self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
 
+    def test_gateway_outside_the_subnet_is_told(self):
+        self.given_cables("eth0")
+
+        self.assertIn("the gateway 10.99.0.1 is outside the subnet of 10.0.0.2/255.255.255.0\n",
+                      client_script("BOUND", "eth0", 0, new_routers="10.99.0.1 10.0.0.1"))
+        for values in ({}, {"new_routers": ""}, {"new_routers": "10.99.0.1", "new_subnet_mask": "255.0.0.0"},
+                       {"new_routers": "10.99.0.1", "new_subnet_mask": "255.255.255.255"},
+                       {"new_routers": "10.99.0.1", "new_subnet_mask": ""}):
+            self.assertNotIn("outside the subnet", client_script("BOUND", "eth0", 0, **values))
+
     def test_gateway_is_reached_without_a_netmask(self):
         self.given_cables("eth0")
 

@@ -50,6 +50,8 @@ private Q_SLOTS:
     void transcriptDoesNotFollowALink();
     void transcriptThatCannotBeKeptIsNoFailure();
     void resolverThatTheClientsScriptCannotWriteIsToldOnce();
+    void gatewayOutsideTheSubnetIsToldOnce();
+    void serverThatRefusesIsToldOnce();
     void mentionOfTheResolverIsNoComplaint();
     void leasesThatEndTheClientAreRemoved_data();
     void leasesThatEndTheClientAreRemoved();
@@ -252,6 +254,46 @@ void TestNetworkDeviceDhcp::resolverThatTheClientsScriptCannotWriteIsToldOnce()
     QCOMPARE(TestSupport::LogText().count("cannot be written on eth0 -- /etc/resolv.conf cannot be written "
                                           "and stays as it is \n"),
              1);
+}
+
+void TestNetworkDeviceDhcp::gatewayOutsideTheSubnetIsToldOnce()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    TestSupport::Answer("dhclient",
+                        "echo 'the gateway 10.99.0.1 is outside the subnet of 10.0.0.5/255.255.255.0'\n"
+                        "echo bound to 10.0.0.5");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(device.Dhclient("eth0"));
+    QVERIFY(device.Dhclient("eth0"));
+
+    QCOMPARE(
+        TestSupport::LogText().count(" NetworkDevice::Dhclient - no default route on eth0 -- the lease is "
+                                     "wrong: the gateway 10.99.0.1 is outside the subnet of "
+                                     "10.0.0.5/255.255.255.0 \n"),
+        1);
+    QCOMPARE(TestSupport::LogText().count("outside the subnet"), 1);
+}
+
+void TestNetworkDeviceDhcp::serverThatRefusesIsToldOnce()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    TestSupport::Answer("dhclient", "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'\n"
+                                    "echo 'No working leases in persistent database - sleeping.'");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(!device.Dhclient("eth0"));
+    QVERIFY(!device.Dhclient("eth0"));
+
+    const QString told =
+        " NetworkDevice::Dhclient - a DHCP server refuses us on eth0 -- DHCPNAK from 10.0.0.1 \n";
+    QCOMPARE(TestSupport::LogText().count(told), 1);
+    QCOMPARE(TestSupport::LogText().count("DHCPNAK"), 1);
+
+    // An earlier lease that is no use on this network is refused, too, and all is well.
+    TestSupport::Answer("dhclient", "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'\necho bound to 10.0.0.5");
+    QVERIFY(device.Dhclient("eth0"));
+    QCOMPARE(TestSupport::LogText().count("DHCPNAK"), 1);
 }
 
 /// Its hooks and other programs may say what they want of the file.
