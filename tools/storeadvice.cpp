@@ -86,9 +86,10 @@ public:
 
     void AdviseOnName();
     void AdviseOnMode();
-    void AdviseOnGateway();
+    void AdviseOnAddress();
 
 private:
+    void AdviseOnHostPart(quint32 address, quint32 hostBits);
     void Advise(Severity severity, const char *property, const QString &reason)
     {
         findings.append(NetworkFinding(network, severity, QLatin1String(property), reason));
@@ -131,17 +132,38 @@ void NetworkAdvice::AdviseOnMode()
                            "WPA2 alone"));
 }
 
-void NetworkAdvice::AdviseOnGateway()
+/// What the kernel takes all the same, and nobody can be reached with.
+void NetworkAdvice::AdviseOnHostPart(quint32 address, quint32 hostBits)
 {
-    if (Value(network, "staticIp") != QLatin1String("true") || Value(network, "gateway").isEmpty())
+    const quint32 host = address & hostBits;
+    // In a network of one or two every address is a host's (RFC 3021).
+    if (hostBits <= 1 || (host != 0 && host != hostBits))
         return;
-    const QHostAddress mask(Value(network, "netmask"));
-    const quint32 subnet = QHostAddress(Value(network, "ipAddress")).toIPv4Address() & mask.toIPv4Address();
-    const QHostAddress gateway(Value(network, "gateway"));
-    if ((gateway.toIPv4Address() & mask.toIPv4Address()) != subnet)
+    Advise(Severity::Error, "ipAddress",
+           QStringLiteral("\"%1\" is %2 address of the network, and no host's")
+               .arg(Value(network, "ipAddress"),
+                    host == 0 ? QStringLiteral("the first") : QStringLiteral("the broadcast")));
+}
+
+void NetworkAdvice::AdviseOnAddress()
+{
+    if (Value(network, "staticIp") != QLatin1String("true"))
+        return;
+    const quint32 hostBits = ~QHostAddress(Value(network, "netmask")).toIPv4Address();
+    const quint32 address = QHostAddress(Value(network, "ipAddress")).toIPv4Address();
+    AdviseOnHostPart(address, hostBits);
+    const QString gateway = Value(network, "gateway");
+    if (gateway.isEmpty())
+        return;
+    const quint32 differing = QHostAddress(gateway).toIPv4Address() ^ address;
+    if ((differing & ~hostBits) != 0)
         Advise(Severity::Error, "gateway",
                QStringLiteral("\"%1\" is outside the network of ipAddress and netmask; the kernel refuses it")
-                   .arg(Value(network, "gateway")));
+                   .arg(gateway));
+    else if (differing == 0)
+        Advise(Severity::Error, "gateway",
+               QStringLiteral("\"%1\" is the ipAddress of this network itself; nothing leaves by it")
+                   .arg(gateway));
 }
 
 } // namespace
@@ -165,7 +187,7 @@ StoreFindings StoreAdvice::OnNetworks(const ZebDocument &document)
         NetworkAdvice advice(network, findings);
         advice.AdviseOnName();
         advice.AdviseOnMode();
-        advice.AdviseOnGateway();
+        advice.AdviseOnAddress();
     }
     return findings;
 }

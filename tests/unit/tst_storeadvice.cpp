@@ -96,6 +96,20 @@ void TestStoreAdvice::networkIsAdvisedOn_data()
     row("gateway outside", "lan", address("255.255.255.0", "10.0.2.1"), outside.arg("10.0.2.1"));
     row("gateway of a network of one", "lan", address("255.255.255.255", "10.0.1.1"),
         outside.arg("10.0.1.1"));
+    row("gateway is the device itself", "lan", address("255.255.255.0", "10.0.1.2"),
+        "error: network \"lan\", property \"gateway\" (IPv4 address): \"10.0.1.2\" is the ipAddress of this "
+        "network itself; nothing leaves by it");
+    const QString noHost =
+        "error: network \"lan\", property \"ipAddress\" (IPv4 address): \"%1\" is %2 address "
+        "of the network, and no host's";
+    const auto host = [](const QByteArray &ipAddress) {
+        return QByteArray("<staticIp>true</staticIp><netmask>255.255.255.0</netmask><ipAddress>" + ipAddress +
+                          "</ipAddress>");
+    };
+    row("first address", "lan", host("10.0.1.0"), noHost.arg(QString("10.0.1.0"), QString("the first")));
+    row("broadcast address", "lan", host("10.0.1.255"),
+        noHost.arg(QString("10.0.1.255"), QString("the broadcast")));
+    row("first of a network of two", "lan", address("255.255.255.254", "10.0.1.3"), "");
     row("gateway with DHCP", "lan", "<gateway>10.0.2.1</gateway>", "");
     row("no gateway", "lan",
         "<staticIp>true</staticIp><ipAddress>10.0.1.2</ipAddress><netmask>255.0.0.0</netmask>", "");
