@@ -53,6 +53,13 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     UseUtf8();
 
+    // The unit, or a script, starts it again and again: the lines of its start alone would fill the log.
+    if (InstanceLock::HasRefused()) {
+        if (const auto refusal = InstanceLock::Take()) {
+            TellOfRefusal(*refusal);
+            return EXIT_FAILURE;
+        }
+    }
     KeepStoreOverRestarts();
     // First: a reload that is asked for while the daemon starts must not end it.
     ProcessSignals signalSource(nullptr);

@@ -73,13 +73,19 @@ bool Lock(int fd)
     return ::fcntl(fd, F_SETLK, &lock) == 0 || (errno != EACCES && errno != EAGAIN);
 }
 
-/// A refusal that is news leaves a mark in the file, which the next holder wipes.
-bool MarkRefusal(int fd)
+/// That a refusal was told, and not too long ago.
+bool HasFreshMark(int fd)
 {
     char mark = 0;
     struct stat info = {};
     const bool isMarked = ::pread(fd, &mark, 1, 0) == 1;
-    if (isMarked && ::fstat(fd, &info) == 0 && std::abs(::time(nullptr) - info.st_mtime) < NEWS_S)
+    return isMarked && ::fstat(fd, &info) == 0 && std::abs(::time(nullptr) - info.st_mtime) < NEWS_S;
+}
+
+/// A refusal that is news leaves a mark in the file, which the next holder wipes.
+bool MarkRefusal(int fd)
+{
+    if (HasFreshMark(fd))
         return false;
     // On a full disk there is no mark, and the next refusal is told too.
     [[maybe_unused]] const ssize_t written = ::pwrite(fd, "1", 1, 0);
@@ -104,4 +110,14 @@ std::optional<InstanceLock::Refusal> InstanceLock::Take()
     // Stays open: closing it would let go of the lock. A mark that cannot be wiped costs one line of the log.
     [[maybe_unused]] const int ignored = ::ftruncate(fd, 0);
     return std::nullopt;
+}
+
+bool InstanceLock::HasRefused()
+{
+    const int fd = Open();
+    if (fd == -1)
+        return false;
+    const bool hasRefused = HasFreshMark(fd) && HolderOf(fd).has_value();
+    ::close(fd);
+    return hasRefused;
 }

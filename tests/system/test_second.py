@@ -49,6 +49,8 @@ class Second(SystemTest):
         errors = [self.second().stderr for _ in range(3)]
 
         self.assertEqual(read(LOG).count(REFUSED), 1)
+        # Nor do the lines of a start come again and again.
+        self.assertEqual(read(LOG).count("Corvi::Corvi  Created"), 2)
         for error in errors:
             self.assertIn(f"another daemon is at work, process {first.pid}", error)
 
