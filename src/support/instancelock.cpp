@@ -26,7 +26,7 @@ constexpr std::chrono::milliseconds PAUSE{50};
 /// An orderly end waits up to 1 s for the supervisor's thread, and on a busy machine takes longer.
 constexpr int TRIES = 60;
 /// What a program is told for hours shows in its log each time, however often the log is cut or begun anew.
-constexpr std::time_t NEWS_S = 60 * 60;
+constexpr std::time_t NEWS_S = std::time_t{60} * 60;
 
 /// A file of our own with this one name. Asked of the open file: the name may lead elsewhere by now.
 bool IsOurs(int fd)
