@@ -10,8 +10,6 @@
 #include <QProcess>
 #include <QSharedMemory>
 
-#include <cstring>
-
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -130,8 +128,6 @@ private slots:
     void recordIsPublished();
     void copyIsBoundedByTheSegment();
     void copyLeavesTheRestOfALargerSegment();
-    void publishingWaitsForTheLock();
-    void earlierRecordIsReadUnderTheLock();
     void segmentThatCannotBeLockedIsLeftAlone();
     void publishingIsTraced();
 };
@@ -488,45 +484,6 @@ void TestCorviSegment::copyLeavesTheRestOfALargerSegment()
     QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData() + QByteArray(488, 'x'));
 }
 
-void TestCorviSegment::publishingWaitsForTheLock()
-{
-    CorviPeer corvi({"eth0"}, DISCOVERED);
-    FillSegment('x');
-    QProcess reader;
-    reader.start(QCoreApplication::applicationFilePath(), {"--hold-lock", "300"});
-    QVERIFY(reader.waitForReadyRead(5000));
-
-    corvi.ShareStatus(corvi.Device("eth0"));
-
-    QVERIFY(reader.waitForFinished());
-    // What it read at the end of its lock was the old record, whole.
-    QCOMPARE(reader.readAllStandardOutput(), QByteArray("locked\n") + QByteArray(SEGMENT_SIZE, 'x'));
-    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
-}
-
-void TestCorviSegment::earlierRecordIsReadUnderTheLock()
-{
-    MakeInterface("eth0");
-    PullCable("eth0");
-    WiredDevice eth("eth0", nullptr);
-    eth.RefreshStatus();
-    QSharedMemory earlier(SEGMENT_KEY);
-    QVERIFY(earlier.create(SEGMENT_SIZE));
-    // It is true, so that nothing is published, for which the lock would be taken too.
-    std::memcpy(earlier.data(), eth.status->GetData().constData(), SEGMENT_SIZE);
-    CorviPeer corvi(DISCOVERED);
-    QElapsedTimer timer;
-    timer.start();
-    QProcess reader;
-    reader.start(QCoreApplication::applicationFilePath(), {"--hold-lock", "1500"});
-    QVERIFY(reader.waitForReadyRead(30000));
-
-    corvi.Tick();
-
-    QVERIFY(timer.elapsed() >= 1500);
-    QVERIFY(reader.waitForFinished());
-}
-
 void TestCorviSegment::segmentThatCannotBeLockedIsLeftAlone()
 {
     MakeInterface("eth0");
@@ -575,36 +532,15 @@ int Construct()
     return 1;
 }
 
-void Print(const QByteArray &bytes)
-{
-    QFile output;
-    output.open(1, QIODevice::WriteOnly);
-    output.write(bytes);
-}
-
-int HoldLock(int milliseconds)
-{
-    QSharedMemory reader(SEGMENT_KEY);
-    if (!reader.attach(QSharedMemory::ReadOnly) || !reader.lock())
-        return 1;
-    Print("locked\n");
-    QThread::msleep(static_cast<unsigned long>(milliseconds));
-    Print(QByteArray(static_cast<const char *>(reader.constData()), reader.size()));
-    reader.unlock();
-    return 0;
-}
-
 } // namespace
 
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    // Other programs, as the tests need them beside the service.
+    // Another program, as a test needs it.
     const QStringList arguments = application.arguments();
     if (arguments.value(1) == "--construct")
         return Construct();
-    if (arguments.value(1) == "--hold-lock")
-        return HoldLock(arguments.value(2).toInt());
     TestCorviSegment test;
     return QTest::qExec(&test, argc, argv);
 }

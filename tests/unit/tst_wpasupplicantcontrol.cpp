@@ -413,7 +413,7 @@ void TestWpaSupplicantControl::connectsAnewWhenOurOwnNameIsGone()
     QVERIFY(control.isCtrlOpen());
     QCOMPARE(LocalNames(), 1);
     QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED"));
-    QTRY_COMPARE(messages.count(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(messages.count(), 1, 60000);
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "ATTACH"}));
     QCOMPARE(TestSupport::LogText().count('\n'), 1);
     QVERIFY(

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "corvipeer.h"
+
+#include "zebnetstatus.h"
+
+#include <QProcess>
+#include <QSharedMemory>
+
+#include <cstring>
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+
+using namespace CorviWorld;
+using namespace TestSupport;
+
+namespace {
+
+constexpr int LIMIT_MS = 60000;
+
+/// A reader of the segment in a process of its own; it has the lock, and lets go when somebody waits for it.
+class Reader
+{
+public:
+    Reader()
+    {
+        process.start(QCoreApplication::applicationFilePath(), {"--hold-lock"});
+        hasLock = process.waitForReadyRead(LIMIT_MS);
+    }
+
+    bool HasLock() const { return hasLock; }
+
+    /// What it said until its end.
+    QByteArray Output()
+    {
+        process.waitForFinished(LIMIT_MS);
+        return process.readAllStandardOutput();
+    }
+
+private:
+    QProcess process;
+    bool hasLock = false;
+};
+
+} // namespace
+
+/// The lock of the segment that others read the status from.
+class TestCorviSegmentLock : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init() { StartFromNothing(); }
+
+    void publishingWaitsForTheLock();
+    void earlierRecordIsReadUnderTheLock();
+};
+
+void TestCorviSegmentLock::publishingWaitsForTheLock()
+{
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    FillSegment('x');
+    Reader reader;
+    QVERIFY(reader.HasLock());
+
+    corvi.ShareStatus(corvi.Device("eth0"));
+
+    // What it read at the end of its lock was the old record, whole.
+    QCOMPARE(reader.Output(), QByteArray("locked\nawaited\n") + QByteArray(SEGMENT_SIZE, 'x'));
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviSegmentLock::earlierRecordIsReadUnderTheLock()
+{
+    MakeInterface("eth0");
+    PullCable("eth0");
+    WiredDevice eth("eth0", nullptr);
+    eth.RefreshStatus();
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(earlier.create(SEGMENT_SIZE));
+    // It is true, so that nothing is published, for which the lock would be taken too.
+    const QByteArray record = eth.status->GetData();
+    std::memcpy(earlier.data(), record.constData(), SEGMENT_SIZE);
+    CorviPeer corvi(DISCOVERED);
+    Reader reader;
+    QVERIFY(reader.HasLock());
+
+    corvi.Tick();
+
+    QCOMPARE(reader.Output(), QByteArray("locked\nawaited\n") + record);
+}
+
+namespace {
+
+void Print(const QByteArray &bytes)
+{
+    QFile output;
+    output.open(1, QIODevice::WriteOnly);
+    output.write(bytes);
+}
+
+/// Whether a process waits for the lock, which is a System V semaphore, before half of the limit is over.
+bool IsAwaited()
+{
+    const QStringList files = QDir("/tmp").entryList({"qipc_systemsem_*"}, QDir::Files | QDir::System);
+    const QByteArray file = "/tmp/" + files.value(0).toLatin1();
+    const int lock = ::semget(::ftok(file.constData(), 'Q'), 1, 0);
+    QElapsedTimer timer;
+    timer.start();
+    while (::semctl(lock, 0, GETNCNT) != 1) {
+        if (timer.elapsed() > LIMIT_MS / 2)
+            return false;
+        QThread::msleep(10);
+    }
+    return true;
+}
+
+int HoldLock()
+{
+    QSharedMemory reader(SEGMENT_KEY);
+    if (!reader.attach(QSharedMemory::ReadOnly) || !reader.lock())
+        return 1;
+    Print("locked\n");
+    Print(IsAwaited() ? "awaited\n" : "not awaited\n");
+    Print(QByteArray(static_cast<const char *>(reader.constData()), reader.size()));
+    reader.unlock();
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    // Another program, as the tests need it beside the service.
+    if (application.arguments().value(1) == "--hold-lock")
+        return HoldLock();
+    TestCorviSegmentLock test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_corvi_segment_lock.moc"
