@@ -19,6 +19,8 @@ WEP_KEY = "0b1c2d3e4f"
 IDENTITY = "thin-client"
 PASSWORD = "an EAP password"
 CERTIFICATES = Path("/etc/ssl/corvi-vm")
+# In seconds. How many numbers are tried until two are prime is chance, on a processor that is emulated and shared.
+KEY_TIME = 300
 
 # What hostapd needs for each kind of network, after the lines that all have.
 OPEN = ""
@@ -64,11 +66,11 @@ def make_certificates():
     # RSA for the sake of EAP-FAST, whose server offers no cipher for other certificates.
     key = ["openssl", "req", "-nodes", "-newkey", "rsa:2048"]
     run(*key, "-x509", "-days", "30", "-subj", "/CN=Corvi test CA",
-        "-keyout", CERTIFICATES / "ca.key", "-out", CERTIFICATES / "ca.crt")
+        "-keyout", CERTIFICATES / "ca.key", "-out", CERTIFICATES / "ca.crt", timeout=KEY_TIME)
     for name, usage in (("server", "serverAuth"), ("client", "clientAuth")):
         (CERTIFICATES / "usage").write_text(f"extendedKeyUsage={usage}\n")
         run(*key, "-subj", f"/CN=corvi-{name}",
-            "-keyout", CERTIFICATES / f"{name}.key", "-out", CERTIFICATES / f"{name}.csr")
+            "-keyout", CERTIFICATES / f"{name}.key", "-out", CERTIFICATES / f"{name}.csr", timeout=KEY_TIME)
         run("openssl", "x509", "-req", "-days", "30", "-in", CERTIFICATES / f"{name}.csr",
             "-CA", CERTIFICATES / "ca.crt", "-CAkey", CERTIFICATES / "ca.key", "-CAcreateserial",
             "-extfile", CERTIFICATES / "usage", "-out", CERTIFICATES / f"{name}.crt")
