@@ -28,9 +28,14 @@ tail --pid=$$ --lines=0 -F "$progress" 2>/dev/null &
 shower=$!
 trap 'kill "$shower" 2>/dev/null || true; rm -f "$begin"' EXIT
 
-# System tests wait more than they work, so more of them than cores run at once.
+# Tests wait more than they work, all in all twelve times as long: so more of them than cores run at once. A sanitizer
+# has them work more.
+per_core=6
+case $preset in
+    sanitize | thread | fuzz) per_core=3 ;;
+esac
 status=0
-$elevate ctest --preset "$preset" -j "$((3 * $(nproc)))" "$@" || status=$?
+$elevate ctest --preset "$preset" -j "$((per_core * $(nproc)))" "$@" || status=$?
 
 if [ "$progress" -nt "$begin" ] && grep -q 'at the second try' "$progress"; then
     echo 'FINDING: not everything passed at once:'
