@@ -6,6 +6,7 @@
 #include "supplicantvalues.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include <arpa/inet.h>
 
@@ -167,48 +168,51 @@ constexpr ZebValueRule SERVER_ADDRESS = {"IP address", ServerAddress};
 constexpr ZebValueRule DOMAINS = {"domain names", Domains};
 constexpr ZebValueRule MTU = {"bytes", Mtu};
 
+using C = ZebNetConfig;
+constexpr bool ESSENTIAL = true;
+constexpr bool SECRET = true;
+
+constexpr ZebProperty PROPERTIES[] = {
+    {"name", &C::name, TEXT, ESSENTIAL, false},
+    {"securityMode", &C::securityMode, MODE, ESSENTIAL, false},
+    {"ssid", &C::ssid, SSID, ESSENTIAL, false},
+    {"scanSsid", &C::scanSsid, BOOLEAN, false, false},
+    {"priority", &C::priority, PRIORITY, false, false},
+    {"band", &C::band, BAND, false, false},
+    {"useBgScan", &C::useBgScan, BOOLEAN, false, false},
+    {"bgScanShortInterval", &C::bgScanShortInterval, SCAN_INTERVAL, false, false},
+    {"bgScanSignal", &C::bgScanSignal, SIGNAL, false, false},
+    {"bgScanLongInterval", &C::bgScanLongInterval, SCAN_INTERVAL, false, false},
+    {"wepKey", &C::wepKey, WEP_KEY, ESSENTIAL, SECRET},
+    {"passphrase", &C::passphrase, SECRET_TEXT, ESSENTIAL, SECRET},
+    {"identity", &C::identity, TEXT, ESSENTIAL, false},
+    {"password", &C::password, SECRET_TEXT, ESSENTIAL, SECRET},
+    {"caCert", &C::caCert, CERTIFICATE, ESSENTIAL, false},
+    {"clientCert", &C::clientCert, CERTIFICATE, ESSENTIAL, false},
+    {"privateKey", &C::privateKey, CERTIFICATE, ESSENTIAL, false},
+    {"privateKeyPassword", &C::privateKeyPassword, SECRET_TEXT, ESSENTIAL, SECRET},
+    {"cipher", &C::cipher, TEXT, false, false},
+    {"pacFile", &C::pacFile, PAC_FILE, false, false},
+    {"scep", &C::scep, BOOLEAN, false, false},
+    {"allowWeakCerts", &C::allowWeakCerts, BOOLEAN, false, false},
+    {"dot1xFallback", &C::dot1xFallback, FALLBACK, false, false},
+    {"staticIp", &C::staticIp, BOOLEAN, false, false},
+    {"ipAddress", &C::ipAddress, HOST_ADDRESS, false, false},
+    {"netmask", &C::netmask, NETMASK, false, false},
+    {"gateway", &C::gateway, HOST_ADDRESS, false, false},
+    {"staticDns", &C::staticDns, BOOLEAN, false, false},
+    {"dns1", &C::dns1, SERVER_ADDRESS, false, false},
+    {"dns2", &C::dns2, SERVER_ADDRESS, false, false},
+    {"domain", &C::domain, DOMAINS, false, false},
+    {"speed", &C::speed, TEXT, false, false},
+    {"mtu", &C::mtu, MTU, false, false},
+};
+
 } // namespace
 
 const std::vector<ZebProperty> &ZebProperties::All()
 {
-    using C = ZebNetConfig;
-    constexpr bool ESSENTIAL = true;
-    constexpr bool SECRET = true;
-    static const std::vector<ZebProperty> properties = {
-        {"name", &C::name, TEXT, ESSENTIAL, false},
-        {"securityMode", &C::securityMode, MODE, ESSENTIAL, false},
-        {"ssid", &C::ssid, SSID, ESSENTIAL, false},
-        {"scanSsid", &C::scanSsid, BOOLEAN, false, false},
-        {"priority", &C::priority, PRIORITY, false, false},
-        {"band", &C::band, BAND, false, false},
-        {"useBgScan", &C::useBgScan, BOOLEAN, false, false},
-        {"bgScanShortInterval", &C::bgScanShortInterval, SCAN_INTERVAL, false, false},
-        {"bgScanSignal", &C::bgScanSignal, SIGNAL, false, false},
-        {"bgScanLongInterval", &C::bgScanLongInterval, SCAN_INTERVAL, false, false},
-        {"wepKey", &C::wepKey, WEP_KEY, ESSENTIAL, SECRET},
-        {"passphrase", &C::passphrase, SECRET_TEXT, ESSENTIAL, SECRET},
-        {"identity", &C::identity, TEXT, ESSENTIAL, false},
-        {"password", &C::password, SECRET_TEXT, ESSENTIAL, SECRET},
-        {"caCert", &C::caCert, CERTIFICATE, ESSENTIAL, false},
-        {"clientCert", &C::clientCert, CERTIFICATE, ESSENTIAL, false},
-        {"privateKey", &C::privateKey, CERTIFICATE, ESSENTIAL, false},
-        {"privateKeyPassword", &C::privateKeyPassword, SECRET_TEXT, ESSENTIAL, SECRET},
-        {"cipher", &C::cipher, TEXT, false, false},
-        {"pacFile", &C::pacFile, PAC_FILE, false, false},
-        {"scep", &C::scep, BOOLEAN, false, false},
-        {"allowWeakCerts", &C::allowWeakCerts, BOOLEAN, false, false},
-        {"dot1xFallback", &C::dot1xFallback, FALLBACK, false, false},
-        {"staticIp", &C::staticIp, BOOLEAN, false, false},
-        {"ipAddress", &C::ipAddress, HOST_ADDRESS, false, false},
-        {"netmask", &C::netmask, NETMASK, false, false},
-        {"gateway", &C::gateway, HOST_ADDRESS, false, false},
-        {"staticDns", &C::staticDns, BOOLEAN, false, false},
-        {"dns1", &C::dns1, SERVER_ADDRESS, false, false},
-        {"dns2", &C::dns2, SERVER_ADDRESS, false, false},
-        {"domain", &C::domain, DOMAINS, false, false},
-        {"speed", &C::speed, TEXT, false, false},
-        {"mtu", &C::mtu, MTU, false, false},
-    };
+    static const std::vector<ZebProperty> properties(std::begin(PROPERTIES), std::end(PROPERTIES));
     return properties;
 }
 
