@@ -50,6 +50,12 @@ void TryIwconfig(const QByteArray &output)
     Require(device.linkQuality >= 0);
 }
 
+/// Its length is that of its bytes (IEEE 802.11, annex J.4).
+bool IsQuotedPassphrase(const QByteArray &text)
+{
+    return text.startsWith('"') && text.endsWith('"') && text.size() >= 8 + 2 && text.size() <= 63 + 2;
+}
+
 void TryWpaPassphrase(const QByteArray &output)
 {
     static const QRegularExpression digits(QStringLiteral("\\A[0-9A-Fa-f]{64}\\z"));
@@ -57,7 +63,7 @@ void TryWpaPassphrase(const QByteArray &output)
     Require(IsOneLine(key));
     // What goes into the file without quotes is a key or a whole passphrase in quotes of its own.
     if (SupplicantLineProblem(QStringLiteral("psk"), key).isEmpty())
-        Require(digits.match(key).hasMatch() || (key.startsWith(QLatin1Char('"')) && key.size() >= 6));
+        Require(digits.match(key).hasMatch() || IsQuotedPassphrase(key.toUtf8()));
 }
 
 void TryIpLink(const QByteArray &output)
