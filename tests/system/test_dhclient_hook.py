@@ -35,6 +35,11 @@ def prefixes(interface):
     return [(address["local"], address["prefixlen"]) for address in links[0]["addr_info"]]
 
 
+def broadcasts(interface):
+    links = json.loads(run("ip", "-j", "-4", "addr", "show", "dev", interface))
+    return [address.get("broadcast") for address in links[0]["addr_info"]]
+
+
 class HookTest(SystemTest):
     def given_cables(self, *names):
         for name in names:
@@ -149,17 +154,52 @@ class Routes(HookTest):
                 self.assertEqual(sorted((route["dst"], route["gateway"]) for route in gateway_routes()), expected)
 
     def test_netmask_that_changes_at_a_renewal_is_followed(self):
-        for mask, length in (("255.255.0.0", 16), ("255.255.255.128", 25)):
+        for mask, length, broadcast in (("255.255.0.0", 16, "10.0.255.255"), ("255.255.255.128", 25, "10.0.0.127")):
             with self.subTest(mask):
                 self.clean()
                 self.given_cables("eth0")
-                client_script("BOUND", "eth0", 0)
+                client_script("BOUND", "eth0", 0, new_broadcast_address="10.0.0.255")
 
                 client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_subnet_mask="255.255.255.0",
-                              new_subnet_mask=mask, old_routers="10.0.0.1")
+                              new_subnet_mask=mask, new_broadcast_address=broadcast, old_routers="10.0.0.1")
 
                 self.assertEqual(prefixes("eth0"), [("10.0.0.2", length)])
+                self.assertEqual(broadcasts("eth0"), [broadcast])
                 self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
+
+    def test_netmask_that_is_named_once_only_is_followed(self):
+        for bound, renewed, length in (("255.255.255.0", "", 24), ("", "255.255.255.0", 24), ("", "", 32)):
+            with self.subTest(bound=bound, renewed=renewed):
+                self.clean()
+                self.given_cables("eth0")
+                client_script("BOUND", "eth0", 0, new_subnet_mask=bound)
+
+                client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_subnet_mask=bound,
+                              new_subnet_mask=renewed, old_routers="10.0.0.1")
+
+                self.assertEqual(prefixes("eth0"), [("10.0.0.2", length)])
+
+    def test_netmask_that_is_none_counts_as_missing(self):
+        self.given_cables("eth0")
+
+        client_script("BOUND", "eth0", 0, new_subnet_mask="<error>")
+
+        self.assertEqual(prefixes("eth0"), [("10.0.0.2", 32)])
+
+    def test_values_that_are_none_cost_no_address(self):
+        # As the client writes a value that is too short for its option.
+        for values in ({"new_routers": "<error>"}, {"new_routers": "1.2.3"}, {"new_routers": "08.1.1.1"},
+                       {"new_rfc3442_classless_static_routes": "<error>"}):
+            with self.subTest(**values):
+                self.clean()
+                self.given_cables("eth0")
+
+                client_script("BOUND", "eth0", 0, **values)
+                self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
+
+                client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_subnet_mask="255.255.255.0",
+                              old_routers="10.0.0.1", **values)
+                self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
 
     def test_gateway_outside_the_subnet_is_told(self):
         self.given_cables("eth0")
