@@ -53,6 +53,8 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     UseUtf8();
 
+    // First: a reload that is asked for while the daemon starts must not end it.
+    ProcessSignals signalSource(nullptr);
     // The unit, or a script, starts it again and again: the lines of its start alone would fill the log.
     if (InstanceLock::HasRefused()) {
         if (const auto refusal = InstanceLock::Take()) {
@@ -61,8 +63,6 @@ int main(int argc, char *argv[])
         }
     }
     KeepStoreOverRestarts();
-    // First: a reload that is asked for while the daemon starts must not end it.
-    ProcessSignals signalSource(nullptr);
     Corvi corvi(nullptr);
     QObject::connect(&signalSource, &ProcessSignals::terminationRequested, &corvi,
                      [&corvi] { corvi.Stop(0); });
