@@ -5,8 +5,8 @@
 import os
 import time
 
-from harness import (REAL_PATH, RELOAD_FLAG, STANDINS, STATIC, Daemon, SystemTest, answer, clear_journal, holds_for,
-                     journal, main, run, touch, wait_for, wired, write_store)
+from harness import (REAL_PATH, RELOAD_FLAG, STANDINS, STATIC, Daemon, SystemTest, answer, clear_journal, end_by_name,
+                     holds_for, journal, main, run, touch, wait_for, wired, write_store)
 
 # Those that configuring by DHCP runs; a static address takes route, too.
 PROGRAMS = ("setup_resolved", "ifconfig", "ip", "ethtool", "stop_dhclient.sh", "dhclient", "update_hosts")
@@ -102,6 +102,7 @@ class Tools(SystemTest):
     def test_command_that_hangs_at_every_rescan_is_not_waited_for(self):
         write_store(wired(mtu="1400", **STATIC))
         answer("setup_resolved", "exec /bin/sleep 1000")
+        self.addCleanup(end_by_name, "sleep")
 
         daemon = self.start_among_standins()
 
