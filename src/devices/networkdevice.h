@@ -209,7 +209,7 @@ private:
     void ApplyStaticAddress();
     void ObtainAddress();
     void TellOfFailedDhcp();
-    void ApplyNames();
+    void ApplyResolver();
     void ApplyLinkSettings();
     void ApplyMtu();
     void ExpectLossForMtu(const QByteArray &earlierMtu);
@@ -231,7 +231,8 @@ private:
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route
     RetryPause routePause{RetryPause::First::AT_ONCE};  ///< of setting the default route of the lease
     RetryPause namesPause;                              ///< of writing the name servers and hosts
-    bool areNamesDue = false;                           ///< they could not be written
+    bool isResolverDue = false;                         ///< it could not be written
+    bool areHostsDue = false;                           ///< they could not be written
     QString leasedGateway;                              ///< that had the default route last
     int leasedMetric = 0;                               ///< that this route had
     QString leasedGatewayAddress;                       ///< our address at that time

@@ -108,7 +108,8 @@ void NetworkDevice::ApplyConfig(bool renew)
     if (currentConfig->staticIp || renew)
         UpdateIpInformation();
 
-    ApplyNames();
+    ApplyResolver();
+    SetHosts(currentConfig->hosts);
     ApplyLinkSettings();
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork -- end";
 }
@@ -176,12 +177,11 @@ void NetworkDevice::TellOfFailedDhcp()
         LogOnce(reports->dhcp) << line;
 }
 
-void NetworkDevice::ApplyNames()
+void NetworkDevice::ApplyResolver()
 {
-    areNamesDue = false;
+    isResolverDue = false;
     if (currentConfig->staticDns)
         SetDNS(currentConfig->dns1, currentConfig->dns2, currentConfig->domain);
-    SetHosts(currentConfig->hosts);
 }
 
 void NetworkDevice::ApplyLinkSettings()

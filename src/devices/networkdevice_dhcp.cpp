@@ -249,7 +249,7 @@ void NetworkDevice::WriteResolver(const QByteArray &earlier, const QString &dns1
 
 void NetworkDevice::ReportNoResolver()
 {
-    areNamesDue = true;
+    isResolverDue = true;
     LogOnce(reports->resolver, NO_ACCESS) << "NetworkDevice::SetDNS -  Unable to access resolv.conf";
 }
 
@@ -258,8 +258,8 @@ void NetworkDevice::SetHosts(const QStringList &lines)
     QString text;
     for (const QString &line : lines)
         text += line + QLatin1Char('\n');
-    if (!SecureFile::Replace(HOST_LIST, text.toUtf8(), 0644)) {
-        areNamesDue = true;
+    areHostsDue = !SecureFile::Replace(HOST_LIST, text.toUtf8(), 0644);
+    if (areHostsDue) {
         LogOnce(reports->hosts) << "NetworkDevice::SetHosts -  Unable to access hosts";
         return;
     }

@@ -89,13 +89,16 @@ void NetworkDevice::KeepStaticAddress()
 /// the interface anew for that.
 void NetworkDevice::KeepNames()
 {
-    if (!areNamesDue || !currentConfig) {
+    if (!(isResolverDue || areHostsDue) || !currentConfig) {
         namesPause.Reset();
         return;
     }
     if (!namesPause.IsDue(RetryPause::Time::clock::now()))
         return;
-    ApplyNames();
+    if (isResolverDue)
+        ApplyResolver();
+    if (areHostsDue)
+        SetHosts(currentConfig->hosts);
     namesPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 

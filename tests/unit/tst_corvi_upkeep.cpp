@@ -3,10 +3,12 @@
 
 #include "corvipeer.h"
 #include "fastclock.h"
+#include "mountpoint.h"
 
 #include "zebnetconfig.h"
 
 #include <chrono>
+#include <memory>
 
 using namespace CorviWorld;
 using namespace std::chrono_literals;
@@ -45,7 +47,8 @@ private Q_SLOTS:
     void staticAddressWaitsForAuthentication();
 
     // The files of names
-    void namesThatCannotBeWrittenAreTriedAgain();
+    void resolverThatCannotBeWrittenIsTriedAgain();
+    void hostsThatCannotBeWrittenAreTriedAgain();
     void namesThatAreWrittenAreLeftAlone();
 };
 
@@ -354,7 +357,7 @@ void TestCorviUpkeep::staticAddressWaitsForAuthentication()
     QCOMPARE(JournalOf("ifconfig eth0 10.1.0.2 netmask").size(), 1);
 }
 
-void TestCorviUpkeep::namesThatCannotBeWrittenAreTriedAgain()
+void TestCorviUpkeep::resolverThatCannotBeWrittenIsTriedAgain()
 {
     Remove("/etc/resolv.conf");
     QVERIFY(QDir().mkpath("/etc/resolv.conf/filled"));
@@ -368,10 +371,30 @@ void TestCorviUpkeep::namesThatCannotBeWrittenAreTriedAgain()
     corvi.Tick();
 
     QCOMPARE(ReadFile("/etc/resolv.conf"), QByteArray("nameserver 10.1.0.53\nnameserver \n"));
+    QCOMPARE(JournalOf("update_hosts").size(), 0);
+}
+
+void TestCorviUpkeep::hostsThatCannotBeWrittenAreTriedAgain()
+{
+    const QString list = QStringLiteral("/tmp/.hostlist");
+    Remove(list);
+    QVERIFY(QDir().mkpath(list));
+    auto taken = std::make_unique<MountPoint>(list);
+    CorviPeer corvi(LAN_STATIC_DNS, {"eth0"}, SET_UP);
+    Forget();
+    taken.reset();
+    WriteFile("/etc/resolv.conf", "nameserver 192.0.2.1\n");
+
+    corvi.Tick();
+    QCOMPARE(JournalOf("update_hosts").size(), 0);
+    FastClock::Advance(10s);
+    corvi.Tick();
+
     QCOMPARE(JournalOf("update_hosts").size(), 1);
     FastClock::Advance(60s);
     corvi.Tick(2);
     QCOMPARE(JournalOf("update_hosts").size(), 1);
+    QCOMPARE(ReadFile("/etc/resolv.conf"), QByteArray("nameserver 192.0.2.1\n"));
 }
 
 void TestCorviUpkeep::namesThatAreWrittenAreLeftAlone()
