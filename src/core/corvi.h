@@ -202,8 +202,8 @@ private:
     QString publishedName; ///< the interface whose record was published last
     ShellLine resolvedSetup{"setup_resolved"};
     SegmentPlace segmentPlace;
-    bool hasEarlierRecord = false; ///< the segment was there already, with what an earlier daemon published
-    bool isLockKept = false;       ///< a reader was waited for in vain
+    bool hasEarlierRecord = false;   ///< the segment was there already, with what an earlier daemon published
+    std::optional<pid_t> lockKeeper; ///< a reader that was waited for in vain
     QByteArray lostRecord; ///< of a segment that was lost or cannot be locked: to be put into it later
     std::optional<ServiceState> toldState; ///< what the state's file holds
     RetryPause statePause{RetryPause::First::AT_ONCE};

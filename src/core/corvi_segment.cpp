@@ -50,8 +50,11 @@ bool Corvi::OpenSegment()
     if (!foreign.isEmpty())
         LogOnce(foreignSegmentReport)
             << "Corvi::OpenSegment - made by another user, removed and made anew:" << foreign;
-    if (IsLockKept() && SegmentNames::LeaveLock(shm.nativeKey()))
-        isLockKept = false;
+    if (IsLockKept()) {
+        if (!SegmentNames::LeaveLock(shm.nativeKey()))
+            return false; // What follows would wait for it.
+        lockKeeper.reset();
+    }
     hasEarlierRecord = !shm.create(ZebNetSegment::SIZE, QSharedMemory::ReadWrite);
     if (hasEarlierRecord) {
         Log(Level::SETUP) << "Corvi::run - Unable to create shared memory segment";
@@ -76,16 +79,17 @@ bool Corvi::LockSegment()
 /// network up. Once waited for in vain, it is only looked at.
 bool Corvi::IsLockKept()
 {
-    const auto keeper =
-        KeeperOfLock(shm.nativeKey(), isLockKept ? std::chrono::milliseconds(0) : SEGMENT_LOCK_LIMIT);
-    isLockKept = keeper.has_value();
-    if (isLockKept)
+    std::optional<pid_t> keeper = KeeperOfLock(shm.nativeKey(), std::chrono::milliseconds(0));
+    if (keeper && keeper != lockKeeper)
+        keeper = KeeperOfLock(shm.nativeKey(), SEGMENT_LOCK_LIMIT);
+    lockKeeper = keeper;
+    if (keeper)
         LogOnce(lockReport, QString::number(*keeper))
             << "Corvi::IsLockKept - process" << static_cast<int>(*keeper)
             << "keeps the lock of the status segment and is not waited for any more";
     else
         lockReport.Over();
-    return isLockKept;
+    return keeper.has_value();
 }
 
 /// What others read there; empty when it cannot be locked or is not there.

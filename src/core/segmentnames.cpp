@@ -95,5 +95,9 @@ QStringList SegmentNames::TakeBack(const QString &segmentFile)
 
 bool SegmentNames::LeaveLock(const QString &segmentFile)
 {
-    return SecureFile::Replace(LockFileOf(segmentFile), QByteArray(), FILE_MODE);
+    const QString lockFile = LockFileOf(segmentFile);
+    if (!SecureFile::Replace(lockFile, QByteArray(), FILE_MODE))
+        return false;
+    TakeBackFile(lockFile, RemoveForeignLock); // What the new key leads to.
+    return true;
 }

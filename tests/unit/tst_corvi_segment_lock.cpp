@@ -12,6 +12,7 @@
 
 #include <sys/ipc.h>
 #include <sys/sem.h>
+#include <unistd.h>
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -20,13 +21,14 @@ namespace {
 
 constexpr int LIMIT_MS = 60000;
 
-/// A reader of the segment in a process of its own; it has the lock, and lets go when somebody waits for it.
+/// A reader of the segment in a process of its own; it has the lock, and lets go when somebody waits for it,
+/// or not before its end.
 class Reader
 {
 public:
-    Reader()
+    explicit Reader(const QString &manner = QStringLiteral("--hold-lock"))
     {
-        process.start(QCoreApplication::applicationFilePath(), {"--hold-lock"});
+        process.start(QCoreApplication::applicationFilePath(), {manner});
         hasLock = process.waitForReadyRead(LIMIT_MS);
     }
 
@@ -55,6 +57,7 @@ private slots:
     void init() { StartFromNothing(); }
 
     void publishingWaitsForTheLock();
+    void readerAfterOneThatWasGivenUpIsWaitedFor();
     void earlierRecordIsReadUnderTheLock();
 };
 
@@ -69,6 +72,24 @@ void TestCorviSegmentLock::publishingWaitsForTheLock()
 
     // What it read at the end of its lock was the old record, whole.
     QCOMPARE(reader.Output(), QByteArray("locked\nawaited\n") + QByteArray(SEGMENT_SIZE, 'x'));
+    QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviSegmentLock::readerAfterOneThatWasGivenUpIsWaitedFor()
+{
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    {
+        const Reader stuck("--keep-lock");
+        QVERIFY(stuck.HasLock());
+        corvi.ShareStatus(corvi.Device("eth0"));
+        QVERIFY(LogText().contains("keeps the lock of the status segment"));
+    }
+    Reader reader;
+    QVERIFY(reader.HasLock());
+
+    corvi.ShareStatus(corvi.Device("eth0"));
+
+    QVERIFY(reader.Output().startsWith("locked\nawaited\n"));
     QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
 }
 
@@ -117,12 +138,14 @@ bool IsAwaited()
     return true;
 }
 
-int HoldLock()
+int HoldLock(bool untilTheEnd)
 {
     QSharedMemory reader(SEGMENT_KEY);
     if (!reader.attach(QSharedMemory::ReadOnly) || !reader.lock())
         return 1;
     Print("locked\n");
+    while (untilTheEnd)
+        ::pause();
     Print(IsAwaited() ? "awaited\n" : "not awaited\n");
     Print(QByteArray(static_cast<const char *>(reader.constData()), reader.size()));
     reader.unlock();
@@ -135,8 +158,9 @@ int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
     // Another program, as the tests need it beside the service.
-    if (application.arguments().value(1) == "--hold-lock")
-        return HoldLock();
+    const QString manner = application.arguments().value(1);
+    if (manner == "--hold-lock" || manner == "--keep-lock")
+        return HoldLock(manner == "--keep-lock");
     TestCorviSegmentLock test;
     return QTest::qExec(&test, argc, argv);
 }
