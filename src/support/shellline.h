@@ -14,7 +14,8 @@ public:
     explicit ShellLine(const char *text) : line(text) {}
 
     /// Runs the line; true when it has ended within `limit`, whatever its result. One that takes longer goes
-    /// on, and as long as it does it is neither started again nor waited for.
+    /// on, and as long as it does it is neither started again nor waited for; SIGINT and SIGQUIT are ignored
+    /// until then (system(3)).
     bool Run(std::chrono::milliseconds limit);
 
 private:
