@@ -41,6 +41,17 @@ void TellOfRefusal(const InstanceLock::Refusal &refusal)
         std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
 }
 
+/// The unit, or a script, starts it again and again: the lines of its start alone would fill the log.
+bool IsRefusedAgain()
+{
+    if (!InstanceLock::HasRefused())
+        return false;
+    const auto refusal = InstanceLock::Take();
+    if (refusal)
+        TellOfRefusal(*refusal);
+    return refusal.has_value();
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -55,13 +66,8 @@ int main(int argc, char *argv[])
 
     // First: a reload that is asked for while the daemon starts must not end it.
     ProcessSignals signalSource(nullptr);
-    // The unit, or a script, starts it again and again: the lines of its start alone would fill the log.
-    if (InstanceLock::HasRefused()) {
-        if (const auto refusal = InstanceLock::Take()) {
-            TellOfRefusal(*refusal);
-            return EXIT_FAILURE;
-        }
-    }
+    if (IsRefusedAgain())
+        return EXIT_FAILURE;
     KeepStoreOverRestarts();
     Corvi corvi(nullptr);
     QObject::connect(&signalSource, &ProcessSignals::terminationRequested, &corvi,
