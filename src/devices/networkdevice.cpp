@@ -172,6 +172,12 @@ void NetworkDevice::ReadCarrier()
     isRunning = carrier == '1';
 }
 
+/// Since the last look, which the rest of the daemon goes by.
+bool NetworkDevice::HasLostLink() const
+{
+    return isRunning && ReadAttribute("carrier") != "1";
+}
+
 void NetworkDevice::UpdateIpInformation()
 {
     const JournalSubject subject(name, DefinitionName());

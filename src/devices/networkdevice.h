@@ -187,6 +187,7 @@ private:
     void ReadAddress(unsigned long request, QString &field) const;
     void ReadMacAddress();
     void ReadCarrier();
+    bool HasLostLink() const;
     void FollowLink();
     bool HasStaticAddress() const;
     bool HasStaticRoute() const;

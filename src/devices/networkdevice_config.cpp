@@ -171,7 +171,7 @@ void NetworkDevice::ObtainAddress()
 void NetworkDevice::TellOfFailedDhcp()
 {
     const QString line = QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
-    if (isRunning && ReadAttribute("carrier") != "1")
+    if (HasLostLink())
         Log(Level::TRACE) << line;
     else
         LogOnce(reports->dhcp) << line;

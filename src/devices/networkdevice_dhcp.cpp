@@ -139,14 +139,20 @@ void NetworkDevice::TellOfLostGateway(const QString &transcript)
                                     << "-- the lease is wrong:" << match.captured();
 }
 
-/// A server that refuses us is another fault than none that answers, and is mended elsewhere.
+/// A server that refuses us is another fault than none that answers, and is mended elsewhere. Where the link
+/// went, the next one may lead to another server.
 void NetworkDevice::TellOfRefusal(const QString &transcript)
 {
     static const QRegularExpression refusal(QStringLiteral("DHCPNAK from [0-9.]+"));
     const QRegularExpressionMatch match = refusal.match(transcript);
-    if (match.hasMatch())
-        LogOnce(reports->refusal) << "NetworkDevice::Dhclient - a DHCP server refuses us on" << name << "--"
-                                  << match.captured();
+    if (!match.hasMatch())
+        return;
+    const QString line = QStringLiteral("NetworkDevice::Dhclient - a DHCP server refuses us on %1 -- %2")
+                             .arg(name, match.captured());
+    if (HasLostLink())
+        Log(Level::TRACE) << line;
+    else
+        LogOnce(reports->refusal) << line;
 }
 
 /// The file in which the client keeps its leases is written in place, so a power failure can cut it anywhere.

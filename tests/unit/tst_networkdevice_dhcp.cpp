@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "deviceworld.h"
 #include "logging.h"
 #include "mountpoint.h"
 #include "networkdevice.h"
@@ -52,6 +53,7 @@ private Q_SLOTS:
     void resolverThatTheClientsScriptCannotWriteIsToldOnce();
     void gatewayOutsideTheSubnetIsToldOnce();
     void serverThatRefusesIsToldOnce();
+    void refusalOnALinkThatWentIsNoNews();
     void mentionOfTheResolverIsNoComplaint();
     void leasesThatEndTheClientAreRemoved_data();
     void leasesThatEndTheClientAreRemoved();
@@ -294,6 +296,22 @@ void TestNetworkDeviceDhcp::serverThatRefusesIsToldOnce()
     TestSupport::Answer("dhclient", "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'\necho bound to 10.0.0.5");
     QVERIFY(device.Dhclient("eth0"));
     QCOMPARE(TestSupport::LogText().count("DHCPNAK"), 1);
+}
+
+/// The client hears of the network before, or of none any more; of the link the log tells.
+void TestNetworkDeviceDhcp::refusalOnALinkThatWentIsNoNews()
+{
+    GivenInterface();
+    SetLevel(Level::NOTICE);
+    NetworkDevice device("eth0", nullptr);
+    device.RefreshStatus();
+    QVERIFY(device.isRunning);
+    TestSupport::Answer("dhclient", "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'; ip link set eth0 down");
+
+    QVERIFY(!device.Dhclient("eth0"));
+
+    QCOMPARE(TestSupport::LogText(), QString());
+    TestSupport::RemoveInterfaces();
 }
 
 /// Its hooks and other programs may say what they want of the file.
