@@ -219,6 +219,27 @@ class Routes(HookTest):
         self.assertEqual(prefixes("eth0"), [("10.0.0.2", 32)])
         self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
 
+    def test_netmask_that_is_none_counts_as_missing(self):
+        for netmask in ("255.0.255.0", "0.0.0.0", "0.0.0.255", "255.255.255.254.0"):
+            with self.subTest(netmask):
+                self.clean()
+                self.given_cables("eth0")
+
+                client_script("BOUND", "eth0", 0, new_subnet_mask=netmask)
+
+                self.assertEqual(prefixes("eth0"), [("10.0.0.2", 32)])
+                self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
+
+    def test_netmasks_that_are_some_stay(self):
+        for netmask, length in (("255.255.255.252", 30), ("255.0.0.0", 8), ("255.255.254.0", 23)):
+            with self.subTest(netmask):
+                self.clean()
+                self.given_cables("eth0")
+
+                client_script("BOUND", "eth0", 0, new_subnet_mask=netmask)
+
+                self.assertEqual(prefixes("eth0"), [("10.0.0.2", length)])
+
 
 class Resolver(HookTest):
     def setUp(self):
@@ -313,6 +334,19 @@ class FullDisk(HookTest):
         client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_domain_name_servers="192.0.2.53")
         self.assertEqual(read(resolver), "nameserver 192.0.2.53\n")
         self.assertEqual(sorted(disk.iterdir()), [resolver])
+
+    def test_file_that_cannot_be_written_is_owed_the_name_servers(self):
+        self.given_cables("eth0")
+        run("mount", "--bind", RESOLV_CONF, RESOLV_CONF)
+        run("mount", "-o", "remount,bind,ro", RESOLV_CONF)
+        self.addCleanup(run, "umount", RESOLV_CONF, check=False)
+
+        said = client_script("BOUND", "eth0", 0)
+
+        self.assertIn("/etc/resolv.conf cannot be written and stays as it is\n", said)
+        run("umount", RESOLV_CONF)
+        client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_domain_name_servers="192.0.2.53")
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\n")
 
 
 class Mtu(HookTest):

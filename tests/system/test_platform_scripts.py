@@ -2,6 +2,7 @@
 # Copyright (c) 2026 The Corvi developers
 """The platform's own commands, as the daemon runs them."""
 
+import shutil
 import subprocess
 from pathlib import Path
 
@@ -84,6 +85,24 @@ class UpdateHosts(ScriptTest):
         update()
 
         self.assertEqual(HOSTS.stat().st_mode & 0o777, 0o644)
+
+    def test_empty_folder_becomes_the_hosts_file(self):
+        HOSTS.unlink()
+        HOSTS.mkdir()
+
+        update()
+
+        self.assertIn("printer", read(HOSTS))
+
+    def test_filled_folder_gets_no_file(self):
+        HOSTS.unlink()
+        (HOSTS / "kept").mkdir(parents=True)
+        self.addCleanup(shutil.rmtree, HOSTS)
+        HOST_LIST.write_text("10.0.0.9\tprinter\n")
+
+        script("update_hosts", expect=2)
+
+        self.assertEqual([entry.name for entry in HOSTS.iterdir()], ["kept"])
 
     def test_link_to_the_hosts_file_is_kept(self):
         real = Path("/etc/hosts.real")
