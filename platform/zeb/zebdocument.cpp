@@ -5,7 +5,6 @@
 
 #include "zebcheck.h"
 
-#include <QRegularExpression>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
@@ -190,12 +189,34 @@ void FindRoot(QXmlStreamReader &xml)
     }
 }
 
+/// Where the text is not well-formed. The reader decodes far ahead of what it reads, so that of bytes that
+/// are not UTF-8 it does not know the place: there is the first character that stands for some of them.
+ZebPlace PlaceOfError(const QXmlStreamReader &xml, const QByteArray &bytes)
+{
+    const bool isNotUtf8 = xml.errorString().contains(QLatin1String("incorrectly encoded"));
+    const QString text = isNotUtf8 ? QString::fromUtf8(bytes) : QString();
+    if (const auto place = text.indexOf(QChar::ReplacementCharacter); place != -1) {
+        const QString before = text.left(place);
+        return {before.count(QLatin1Char('\n')) + 1, place - before.lastIndexOf(QLatin1Char('\n'))};
+    }
+    // At the end of the text the reader has read no character of the line yet.
+    return {xml.lineNumber(), std::max<qint64>(xml.columnNumber(), 1)};
+}
+
 /// Why the text is not well-formed, without the names that it holds: an unescaped "&" in a password makes an
 /// entity's name of what follows.
 QString ErrorWithoutNames(const QXmlStreamReader &xml)
 {
-    static const QRegularExpression name(QStringLiteral("'[^'<>&]*'"));
-    return xml.errorString().replace(name, QStringLiteral("'...'"));
+    static const QStringList marks = {QStringLiteral("<"), QStringLiteral(">"), QStringLiteral("&"),
+                                      QStringLiteral("/")};
+    QStringList parts = xml.errorString().split(QLatin1Char('\''));
+    // With a quote in quotes it is not known where one ends.
+    if (parts.size() % 2 == 0)
+        parts = QStringList{parts.constFirst(), QString(), parts.constLast()};
+    for (int i = 1; i < parts.size(); i += 2)
+        if (!marks.contains(parts.at(i)))
+            parts[i] = QStringLiteral("...");
+    return parts.join(QLatin1Char('\''));
 }
 
 void WriteNetwork(QXmlStreamWriter &xml, const ZebNetwork &network)
@@ -238,7 +259,7 @@ bool ZebDocument::Parse(const QByteArray &bytes, ZebProblems &problems)
     CheckSettings(read, problems);
     settings = read.values;
     settingPlaces = read.places;
-    return !xml.hasError() || refuse({xml.lineNumber(), xml.columnNumber()}, ErrorWithoutNames(xml));
+    return !xml.hasError() || refuse(PlaceOfError(xml, bytes), ErrorWithoutNames(xml));
 }
 
 void ZebDocument::KeepLastGood(const ZebDocument &earlier, ZebProblems &problems)

@@ -44,16 +44,21 @@ void TestZebDocument::malformedTextIsRefused_data()
 {
     QTest::addColumn<QByteArray>("xml");
     QTest::addColumn<QString>("reason");
-    QTest::newRow("empty") << QByteArray() << "line 1, column 0: Premature end";
+    QTest::newRow("empty") << QByteArray() << "line 1, column 1: Premature end";
     QTest::newRow("not XML") << QByteArray("lan = dhcp\n") << "line 1, column 1: Start tag expected";
     QTest::newRow("cut in a tag") << QByteArray("<c>\n<network><na") << "line 2, column 12: Premature end";
     QTest::newRow("cut after a network")
-        << QByteArray("<c>\n<network></network>\n") << "line 3, column 0: Premature end";
+        << QByteArray("<c>\n<network></network>\n") << "line 3, column 1: Premature end";
     QTest::newRow("tags crossed") << QByteArray("<c><a><b></a></b></c>")
                                   << "line 1, column 13: Opening and ending tag";
     QTest::newRow("second root") << QByteArray("<c></c>\n<d></d>") << "line 2, column 3: Extra content";
     QTest::newRow("text after the root") << QByteArray("<c></c>x") << "line 1, column 8: Extra content";
-    QTest::newRow("not UTF-8") << QByteArray("<c><a>\xff\xfe</a></c>") << "incorrectly encoded";
+    QTest::newRow("not UTF-8") << QByteArray("<c><a>\xff\xfe</a></c>")
+                               << "line 1, column 7: Encountered incorrectly encoded";
+    QTest::newRow("Latin-1 behind much else")
+        << "<c>\n" + QByteArray("<a>\xc3\xbc</a>\n").repeated(3000) + "<a>K\xc3\xbc\xfc</a>\n</c>"
+        << "line 3002, column 6: Encountered incorrectly encoded";
+    QTest::newRow("less than, unescaped") << QByteArray("<c><a>b<c<d</a></c>") << "but got '<'";
     QTest::newRow("binary zeros") << QByteArray(100, '\0') << "line 1";
     QTest::newRow("unknown entity") << QByteArray("<c><a>&secret;</a></c>") << "Entity '...' not declared";
     QTest::newRow("control character") << QByteArray("<c><a>&#1;</a></c>") << "line 1, column";

@@ -165,7 +165,7 @@ void TestZebStore::badFileKeepsTheLastGoodContents_data()
     QTest::newRow("deleted") << "deleted"
                              << "No such file or directory";
     QTest::newRow("emptied") << "emptied"
-                             << "line 1, column 0: Premature end of document.";
+                             << "line 1, column 1: Premature end of document.";
     QTest::newRow("cut") << "cut"
                          << "line 1, column 43: Premature end of document.";
     QTest::newRow("directory") << "directory"
