@@ -19,6 +19,8 @@
 #include <algorithm>
 #include <optional>
 
+#include <net/if.h>
+
 namespace {
 
 const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
@@ -69,6 +71,26 @@ bool ReplaceResolver(const QByteArray &contents)
            file.flush();
 }
 
+/// The kernel's number of the interface, which another one of the same name does not have; 0 for none.
+unsigned int IndexOf(const QString &interfaceName)
+{
+    return ::if_nametoindex(QFile::encodeName(interfaceName).constData());
+}
+
+/// What the client printed. Where the adapter is pulled, it would go on to its limit, and hold the
+/// supervision.
+QString RunClient(const QString &interfaceName)
+{
+    const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, interfaceName};
+    Log(Level::TRACE) << "NetworkDevice::Dhclient"
+                      << "dhclient" << arguments;
+    const auto isGone = [interfaceName, index = IndexOf(interfaceName)] {
+        return index != 0 && IndexOf(interfaceName) != index;
+    };
+    return Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS, isGone)
+        .join(QLatin1Char('\n'));
+}
+
 } // namespace
 
 bool NetworkDevice::Dhclient(const QString &interfaceName)
@@ -79,11 +101,7 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
                       << "dhclient stopped";
     FlushIpAddress();
 
-    const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, interfaceName};
-    Log(Level::TRACE) << "NetworkDevice::Dhclient"
-                      << "dhclient" << arguments;
-    QString transcript = Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS)
-                             .join(QLatin1Char('\n'));
+    QString transcript = RunClient(interfaceName);
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     const bool isBound = transcript.contains(QStringLiteral("bound to"));

@@ -5,9 +5,11 @@
 
 #include "reportonce.h"
 
+#include <QDeadlineTimer>
 #include <QHash>
 #include <QLoggingCategory>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -22,6 +24,9 @@ namespace {
 
 /// A killed program ends at once unless the kernel holds it in a call, where waiting longer does not help.
 constexpr std::chrono::milliseconds KILL_TIME_LIMIT{1000};
+
+/// How often it is asked whether there still is a point in what a program does.
+constexpr std::chrono::milliseconds POINT_INTERVAL{250};
 
 /// Many times what any tool prints that we run.
 constexpr qint64 OUTPUT_LIMIT = qint64{16} * 1024 * 1024;
@@ -134,12 +139,29 @@ void Program::Start(const QString &program, const QStringList &arguments)
 bool Program::WaitForEnd(int leftMs, int limitMs)
 {
     const bool hasEnded = waitForFinished(leftMs);
+    TellHowItEnded(limitMs);
+    return hasEnded;
+}
+
+void Program::WaitForEndUnless(const std::function<bool()> &isPointless, int limitMs)
+{
+    const QDeadlineTimer deadline(limitMs);
+    const auto nextMs = [&deadline] {
+        return std::min<qint64>(deadline.remainingTime(), POINT_INTERVAL.count());
+    };
+    while (!waitForFinished(static_cast<int>(nextMs())) && state() != NotRunning && !deadline.hasExpired())
+        if (isPointless())
+            return;
+    TellHowItEnded(limitMs);
+}
+
+void Program::TellHowItEnded(int limitMs) const
+{
     const QString fault = Fault(limitMs);
     if (fault.isEmpty())
         ForgetFaults(program());
     else
         TellFault(program(), fault, state() == NotRunning);
-    return hasEnded;
 }
 
 QStringList Program::Faults()

@@ -5,6 +5,8 @@
 
 #include <QProcess>
 
+#include <functional>
+
 /// An outside program that ends with its object, in a process group of its own, so that all that it started
 /// ends with it: a DHCP client works in a child from the start, which would go on alone and set an address
 /// behind our back. Its standard input is empty and its standard error is discarded, as nobody writes the one
@@ -25,6 +27,9 @@ public:
     bool WaitForEnd(int limitMs) { return WaitForEnd(limitMs, limitMs); }
     /// As above, for `leftMs` of a limit that others have used up in part: the whole is told of.
     bool WaitForEnd(int leftMs, int limitMs);
+    /// As the first, but a program that `isPointless`, which is asked 4 times a second, is not waited for any
+    /// longer; of that nothing is told.
+    void WaitForEndUnless(const std::function<bool()> &isPointless, int limitMs);
 
     /// What keeps programs from working, each with its name, in ascending order: those that could not be
     /// started, or crashed, the last time that they were run, within the last hour. One that took too long is
@@ -36,5 +41,6 @@ private:
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     void setupChildProcess() override;
 #endif
+    void TellHowItEnded(int limitMs) const;
     QString Fault(int limitMs) const;
 };

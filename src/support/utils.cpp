@@ -94,13 +94,19 @@ bool Utils::Succeeds(const QString &program, const QStringList &arguments)
 
 QStringList Utils::ExecuteMerged(const QString &program, const QStringList &arguments, int timeoutMs)
 {
+    return ExecuteMerged(program, arguments, timeoutMs, [] { return false; });
+}
+
+QStringList Utils::ExecuteMerged(const QString &program, const QStringList &arguments, int timeoutMs,
+                                 const std::function<bool()> &isPointless)
+{
     qDebug() << "ExecuteMerged" << program << arguments;
     Program process;
     SetEnvironment(process);
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setStandardErrorFile(QString()); // Or Qt 6 complains of two ways for one channel.
     process.Start(program, arguments);
-    process.WaitForEnd(timeoutMs);
+    process.WaitForEndUnless(isPointless, timeoutMs);
     return GetResults(&process);
 }
 

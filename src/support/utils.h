@@ -9,6 +9,8 @@
 #include <QStringList>
 #include <QVector>
 
+#include <functional>
+
 class QProcess;
 
 /// The ways of running outside programs. Every program is run directly, never through a shell, with the
@@ -34,6 +36,10 @@ public:
 
     /// Waits at most `timeoutMs` milliseconds; standard output and standard error are merged.
     static QStringList ExecuteMerged(const QString &program, const QStringList &arguments, int timeoutMs);
+    /// The same, for as long as there is a point in it, which is asked 4 times a second: the program is then
+    /// killed as at its limit.
+    static QStringList ExecuteMerged(const QString &program, const QStringList &arguments, int timeoutMs,
+                                     const std::function<bool()> &isPointless);
 
     /// Starts a child that outlives the daemon; false when it could not be started.
     static bool SpawnExecute(const QString &program, const QStringList &arguments);

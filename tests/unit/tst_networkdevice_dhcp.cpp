@@ -6,6 +6,7 @@
 #include "mountpoint.h"
 #include "networkdevice.h"
 #include "testsupport.h"
+#include "timing.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -62,6 +63,8 @@ private Q_SLOTS:
     void crashedClientIsAFailure();
     void hangingClientIsStoppedAfterItsLimit_data();
     void hangingClientIsStoppedAfterItsLimit();
+    void clientWhoseInterfaceWentIsStoppedAtOnce_data();
+    void clientWhoseInterfaceWentIsStoppedAtOnce();
 };
 
 void TestNetworkDeviceDhcp::init()
@@ -423,6 +426,35 @@ void TestNetworkDeviceDhcp::leasesThatCannotBeRemovedAreTold()
     device.Dhclient("eth0");
 
     QVERIFY(TestSupport::LogText().contains("/var/lib/dhcp/dhclient.leases cannot be removed \n"));
+}
+
+void TestNetworkDeviceDhcp::clientWhoseInterfaceWentIsStoppedAtOnce_data()
+{
+    QTest::addColumn<QByteArray>("fault");
+
+    QTest::newRow("adapter pulled") << QByteArray("ip link delete eth0");
+    QTest::newRow("another put in at once")
+        << QByteArray("ip link delete eth0; ip link add eth0 type veth peer name peer0");
+    QTest::newRow("renamed") << QByteArray("ip link set eth0 down; ip link set eth0 name lan0");
+}
+
+/// It may go on trying for as long as it is let, and holds the supervision meanwhile.
+void TestNetworkDeviceDhcp::clientWhoseInterfaceWentIsStoppedAtOnce()
+{
+    QFETCH(QByteArray, fault);
+    TestSupport::RemoveInterfaces();
+    GivenInterface();
+    TestSupport::Answer("dhclient", "echo DHCPDISCOVER on eth0\n" + fault + "\nsleep 600");
+    NetworkDevice device("eth0", nullptr);
+    QElapsedTimer timer;
+    timer.start();
+
+    QVERIFY(!device.Dhclient("eth0"));
+
+    QVERIFY(timer.elapsed() < PROGRAM_TIME_LIMIT_MS);
+    QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), QByteArray("DHCPDISCOVER on eth0\n"));
+    QVERIFY(!TestSupport::LogText().contains("is killed"));
+    TestSupport::RemoveInterfaces();
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceDhcp)
