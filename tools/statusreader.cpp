@@ -96,6 +96,9 @@ StatusReading ReadStatus()
     if (!segment.attach(QSharedMemory::ReadOnly)) {
         if (segment.error() == QSharedMemory::NotFound)
             return {};
+        // The library's words are about its own functions.
+        if (segment.error() == QSharedMemory::PermissionDenied)
+            return Failure(QStringLiteral("permission denied: only the daemon's user may, which is root"));
         return Failure(segment.errorString());
     }
 

@@ -184,7 +184,7 @@ SupportReport::Outcome SupportReport::Write(const QString &folder)
     ::umask(077);
     const QTemporaryDir work(folder + QStringLiteral("/.corvi-report-XXXXXX"));
     if (!work.isValid())
-        return {QString(), work.errorString()};
+        return {QString(), QStringLiteral("%1: %2").arg(folder, work.errorString())};
     const QString name = QStringLiteral("corvi-report-") +
                          QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
     const QString files = work.filePath(name);

@@ -3,8 +3,6 @@
 
 // To be preloaded into a program: one of its calls into the C library fails, which no limit and no missing
 // right brings about, as root has them all.
-//   FAILING_CALL   shmat, shmctl, semop, pipe2, or maps: the list of the process's own mappings cannot be
-//   opened FAILING_FROM   the first call that fails, counted from 1
 
 #include <cerrno>
 #include <cstdarg>
@@ -50,6 +48,11 @@ void *shmat(int id, const void *address, int flags)
 int shmctl(int id, int command, shmid_ds *info)
 {
     return Fails("shmctl") ? -1 : Real<int (*)(int, int, shmid_ds *)>("shmctl")(id, command, info);
+}
+
+int semget(key_t key, int count, int flags)
+{
+    return Fails("semget") ? -1 : Real<int (*)(key_t, int, int)>("semget")(key, count, flags);
 }
 
 int semop(int id, sembuf *operations, std::size_t count)

@@ -63,7 +63,9 @@ void TestStatusToolFaults::segmentThatCannotBeReadIsAFailure_data()
     QTest::addColumn<QString>("reason");
 
     // The attachment takes the lock too, and gives it back; and it asks for the size, as we do for the maker.
-    QTest::newRow("attached") << "shmat" << 1 << "permission denied";
+    const QString withoutRights = "permission denied: only the daemon's user may, which is root";
+    QTest::newRow("attached") << "shmat" << 1 << withoutRights;
+    QTest::newRow("its lock found") << "semget" << 1 << withoutRights;
     QTest::newRow("examined") << "shmctl" << 3 << "cannot examine the segment: Permission denied";
     QTest::newRow("found among the mappings")
         << "maps" << 1 << "cannot examine the segment: Invalid argument";

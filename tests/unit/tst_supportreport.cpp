@@ -197,7 +197,7 @@ void TestSupportReport::folderThatIsNotThereIsAFailure()
     const SupportReport::Outcome outcome = SupportReport::Write("/tmp/no-such-folder");
 
     QCOMPARE(outcome.archive, QString());
-    QVERIFY(!outcome.error.isEmpty());
+    QCOMPARE(outcome.error, "/tmp/no-such-folder: " + QString::fromLocal8Bit(std::strerror(ENOENT)));
 }
 
 void TestSupportReport::archiveThatCannotBePackedIsAFailure()
