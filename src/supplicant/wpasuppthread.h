@@ -191,7 +191,7 @@ private:
     void WatchForSilence();
     void TellOfStoppedProcess(bool isStopped);
     void EndSilentSupplicant();
-    bool HasBeenSilentTooLong() const;
+    bool IsProcessOurs() const;
     void WatchForLeftOvers();
     void EndLeftOvers();
 
@@ -238,6 +238,7 @@ private:
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it
     int silentTicks = 0;                      ///< since it was last heard
     bool wasStopped = false;                  ///< by a signal, at the last look at it
+    bool killedForSilence = false;            ///< that process, by us
     bool startProved = false; ///< the supplicant was let in, or was there for a while, since its launch
     int peaceTicks = 0;       ///< connected without a break
     int servedTicks = 0;      ///< with a control connection since the launch

@@ -54,6 +54,7 @@ void WpaSuppThread::NotePeer()
         process.emplace(id);
     silentTicks = 0;
     wasStopped = false;
+    killedForSilence = false;
 }
 
 bool WpaSuppThread::IsControlOpen() const

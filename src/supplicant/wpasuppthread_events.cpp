@@ -123,7 +123,7 @@ void WpaSuppThread::OnTerminating()
 {
     NoteFailedStart();
     // Of one that was killed for its silence the log has told.
-    if (!stopRunning && !stoppingSupplicant && !restarting && !HasBeenSilentTooLong())
+    if (!stopRunning && !stoppingSupplicant && !restarting && !killedForSilence)
         LogOnce(reports.death) << "WpaSuppThread -- The supplicant has ended on"
                                << interface << "- another one follows within" << START_LIMIT_S + pauseTicks
                                << "s where it is needed";

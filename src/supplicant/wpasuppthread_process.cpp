@@ -48,7 +48,7 @@ void WpaSuppThread::WatchForSilence()
     ++silentTicks;
     if (silentTicks < ASK_AFTER_TICKS || silentTicks % ASK_AGAIN_TICKS != 0)
         return;
-    const bool isOverdue = HasBeenSilentTooLong();
+    const bool isOverdue = silentTicks >= SILENCE_LIMIT_TICKS;
     // One that is stopped cannot answer, and is not waited for.
     if (!isStopped)
         (void)SendCommand(QStringLiteral("PING")); // Any reply ends the silence.
@@ -56,9 +56,10 @@ void WpaSuppThread::WatchForSilence()
         EndSilentSupplicant();
 }
 
-bool WpaSuppThread::HasBeenSilentTooLong() const
+/// Anybody's process may answer at the socket's name.
+bool WpaSuppThread::IsProcessOurs() const
 {
-    return silentTicks >= SILENCE_LIMIT_TICKS;
+    return process && process->IsLaunchedWith(configurationPath);
 }
 
 /// At first nothing is done about it: whoever stopped the process has a reason.
@@ -68,21 +69,25 @@ void WpaSuppThread::TellOfStoppedProcess(bool isStopped)
         return;
     wasStopped = isStopped;
     LogOnce line(reports.stopped, QString::number(isStopped));
-    if (isStopped)
-        line << "WpaSuppThread -- The supplicant is stopped and answers nobody on" << interface << "- after"
-             << SILENCE_LIMIT_TICKS << "s it is replaced";
-    else
+    if (!isStopped) {
         line << "WpaSuppThread -- The supplicant goes on, on" << interface;
+        return;
+    }
+    line << "WpaSuppThread -- The supplicant is stopped and answers nobody on" << interface;
+    if (IsProcessOurs())
+        line << "- after" << SILENCE_LIMIT_TICKS << "s it is replaced";
+    else
+        line << "- it is not ours and is left alone";
 }
 
 void WpaSuppThread::EndSilentSupplicant()
 {
-    // Only what we launched: anybody's process may answer at the socket's name.
-    if (!process || !process->IsLaunchedWith(configurationPath))
+    if (!IsProcessOurs())
         return;
     LogOnce(reports.silence) << "WpaSuppThread -- The supplicant has answered nobody for" << silentTicks
                              << "s and is killed, to be started anew on" << interface;
     process->SendSignal(SIGKILL);
+    killedForSilence = true;
 }
 
 /// A supplicant that an earlier daemon left goes on for as long as nobody takes its place, so that the

@@ -384,6 +384,14 @@ void TestWpaSuppThreadProcess::leavesTheProcessesOfOthersAlone()
     supervisor->Tick(400);
 
     QVERIFY(!supplicant->HasEnded());
+    QVERIFY(TestSupport::LogText().contains("WpaSuppThread -- The supplicant is stopped and answers nobody "
+                                            "on wlan0 - it is not ours and is left alone \n"));
+    // Nothing was done about its silence, so nothing has told of its end.
+    supplicant->Kill();
+    supervisor->Tick();
+    QVERIFY(
+        TestSupport::LogText().contains("WpaSuppThread -- The supplicant has ended on wlan0 - another one "
+                                        "follows within 15 s where it is needed \n"));
 }
 
 void TestWpaSuppThreadProcess::endsALeftOverBeforeItLaunches_data()
