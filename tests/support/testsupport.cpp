@@ -124,6 +124,13 @@ void AddProgram(const QString &program)
         Fail(QStringLiteral("cannot link the stand-in %1").arg(program));
 }
 
+void Print(const QByteArray &bytes)
+{
+    QFile output;
+    if (!output.open(1, QIODevice::WriteOnly) || output.write(bytes) != bytes.size())
+        Fail(QStringLiteral("cannot print"));
+}
+
 QString LogText()
 {
     return QString::fromLatin1(ReadFile(LOG_FILE));

@@ -33,6 +33,9 @@ void RestorePrograms();
 /// Adds a stand-in under a further name.
 void AddProgram(const QString &program);
 
+/// Writes to the standard output at once, for a test program that is a tool of the test itself.
+void Print(const QByteArray &bytes);
+
 /// The daemon's log file as it stands, empty when there is none.
 QString LogText();
 /// Its lines, without the time stamp and the blank that ends each.

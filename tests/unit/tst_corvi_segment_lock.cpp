@@ -115,13 +115,6 @@ void TestCorviSegmentLock::earlierRecordIsReadUnderTheLock()
 
 namespace {
 
-void Print(const QByteArray &bytes)
-{
-    QFile output;
-    output.open(1, QIODevice::WriteOnly);
-    output.write(bytes);
-}
-
 /// Whether a process waits for the lock, which is a System V semaphore, before half of the limit is over.
 bool IsAwaited()
 {

@@ -383,13 +383,6 @@ void TestCorviStatus::sendingIsSilentAtTheNormalLevel()
 
 namespace {
 
-void Print(const QByteArray &bytes)
-{
-    QFile output;
-    output.open(1, QIODevice::WriteOnly);
-    output.write(bytes);
-}
-
 int ReadOnEvent()
 {
     EventListener listener;
