@@ -9,7 +9,9 @@
 #include <QSharedMemory>
 
 #include <cstring>
+#include <functional>
 
+#include <dlfcn.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <unistd.h>
@@ -46,7 +48,20 @@ private:
     bool hasLock = false;
 };
 
+/// Told of each step (semop(2)) that Qt takes on a lock, before it is taken.
+std::function<void(int)> onStep;
+
 } // namespace
+
+/// In the place of the C library's.
+extern "C" int semop(int id, sembuf *steps, size_t count) noexcept
+{
+    using SemaphoreOperation = int (*)(int, sembuf *, size_t);
+    static const auto real = reinterpret_cast<SemaphoreOperation>(::dlsym(RTLD_NEXT, "semop"));
+    if (onStep)
+        onStep(steps[0].sem_op);
+    return real(id, steps, count);
+}
 
 /// The lock of the segment that others read the status from.
 class TestCorviSegmentLock : public QObject
@@ -57,6 +72,7 @@ private slots:
     void init() { StartFromNothing(); }
 
     void publishingWaitsForTheLock();
+    void recordIsPutUnderTheLock();
     void readerAfterOneThatWasGivenUpIsWaitedFor();
     void earlierRecordIsReadUnderTheLock();
 };
@@ -73,6 +89,24 @@ void TestCorviSegmentLock::publishingWaitsForTheLock()
     // What it read at the end of its lock was the old record, whole.
     QCOMPARE(reader.Output(), QByteArray("locked\nawaited\n") + QByteArray(SEGMENT_SIZE, 'x'));
     QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+/// The wait for a reader that is there already is not enough: one that comes later must wait, too.
+void TestCorviSegmentLock::recordIsPutUnderTheLock()
+{
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    FillSegment('x');
+    QList<QPair<int, QByteArray>> steps;
+    onStep = [&](int step) {
+        steps << qMakePair(step, corvi.Segment());
+    };
+
+    corvi.ShareStatus(corvi.Device("eth0"));
+
+    onStep = nullptr;
+    QCOMPARE(steps.size(), 2);
+    QCOMPARE(steps[0], qMakePair(-1, QByteArray(SEGMENT_SIZE, 'x')));
+    QCOMPARE(steps[1], qMakePair(1, corvi.Device("eth0")->status->GetData()));
 }
 
 void TestCorviSegmentLock::readerAfterOneThatWasGivenUpIsWaitedFor()
