@@ -29,6 +29,7 @@ private Q_SLOTS:
     void virtualLinkIsNamed_data();
     void virtualLinkIsNamed();
     void portIsNamedByItsBridge();
+    void portOfABridgeIsKnown();
     void linkTypeTellsOfHardware_data();
     void linkTypeTellsOfHardware();
 };
@@ -165,6 +166,18 @@ void TestInterfaceKind::portIsNamedByItsBridge()
     QVERIFY(QFile::link(FakeSysNet::Path("br0"), FakeSysNet::Path("eth0/brport/bridge")));
 
     QCOMPARE(VirtualKind("eth0"), "port of br0");
+}
+
+void TestInterfaceKind::portOfABridgeIsKnown()
+{
+    FakeSysNet sysNet;
+    sysNet.Add("eth0/brport");
+    sysNet.Add("eth1");
+    sysNet.Add("br0/bridge");
+
+    QVERIFY(IsBridgePort("eth0"));
+    for (const char *const other : {"eth1", "br0", "eth2"})
+        QVERIFY2(!IsBridgePort(other), other);
 }
 
 void TestInterfaceKind::linkTypeTellsOfHardware_data()
