@@ -79,6 +79,14 @@ pid_t HolderOf(const QString &path)
     return holder;
 }
 
+/// As if the last refusal had been marked so long ago.
+bool SetAge(int minutes)
+{
+    const timespec time = {::time(nullptr) - minutes * 60, 0};
+    const std::array<timespec, 2> times = {time, time};
+    return ::utimensat(AT_FDCWD, QFile::encodeName(LOCK).constData(), times.data(), 0) == 0;
+}
+
 } // namespace
 
 /// The lock that keeps a second daemon from working beside the first.
@@ -93,6 +101,8 @@ private Q_SLOTS:
     void refusalIsNewsAgainAfterAnHour_data();
     void refusalIsNewsAgainAfterAnHour();
     void oneThatIsAboutToEndIsWaitedFor();
+    void furtherRefusalIsKnownBefore();
+    void refusalOfLongAgoIsNotKnown();
     void otherPlaceServesWhereTheFirstIsNotOurs_data();
     void otherPlaceServesWhereTheFirstIsNotOurs();
 };
@@ -151,9 +161,7 @@ void TestInstanceLock::refusalIsNewsAgainAfterAnHour()
         QFile mark(LOCK);
         QVERIFY(mark.open(QIODevice::WriteOnly) && mark.putChar('1'));
     }
-    const timespec time = {::time(nullptr) - minutes * 60, 0};
-    const std::array<timespec, 2> times = {time, time};
-    QCOMPARE(::utimensat(AT_FDCWD, QFile::encodeName(LOCK).constData(), times.data(), 0), 0);
+    QVERIFY(SetAge(minutes));
 
     const auto refusal = InstanceLock::Take();
 
@@ -171,6 +179,32 @@ void TestInstanceLock::oneThatIsAboutToEndIsWaitedFor()
     QVERIFY(!InstanceLock::Take());
 
     QCOMPARE(HolderOf(LOCK), ::getpid());
+}
+
+void TestInstanceLock::furtherRefusalIsKnownBefore()
+{
+    QVERIFY(!InstanceLock::HasRefused());
+    {
+        const Holder other(LOCK);
+        QVERIFY(other.holds);
+        QVERIFY(!InstanceLock::HasRefused());
+        QVERIFY(InstanceLock::Take());
+        QVERIFY(InstanceLock::HasRefused());
+    }
+
+    // Nobody is in the way any more; the mark is still there.
+    QCOMPARE(QFileInfo(LOCK).size(), 1);
+    QVERIFY(!InstanceLock::HasRefused());
+}
+
+void TestInstanceLock::refusalOfLongAgoIsNotKnown()
+{
+    const Holder other(LOCK);
+    QVERIFY(other.holds);
+    QVERIFY(InstanceLock::Take());
+
+    QVERIFY(SetAge(59) && InstanceLock::HasRefused());
+    QVERIFY(SetAge(60) && !InstanceLock::HasRefused());
 }
 
 void TestInstanceLock::otherPlaceServesWhereTheFirstIsNotOurs_data()
