@@ -7,15 +7,92 @@
 
 #include <QtTest>
 
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdarg>
 #include <cstring>
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
 
 namespace {
 
 const QString MAPS = QStringLiteral("/tmp/maps");
+const QString SEGMENT_FILE = QStringLiteral("/tmp/qipc_sharedmemory_test");
+
+/// The lock of a segment, as Qt makes it.
+class Lock
+{
+public:
+    Lock()
+    {
+        const QString file = LockFileOf(SEGMENT_FILE);
+        TestSupport::WriteFile(file, "");
+        id = ::semget(::ftok(QFile::encodeName(file).constData(), 'Q'), 1, IPC_CREAT | 0600);
+        if (id == -1 || ::semctl(id, 0, SETVAL, 1) != 0)
+            qFatal("semaphore: %s", strerror(errno));
+    }
+    ~Lock() { ::semctl(id, 0, IPC_RMID); }
+    Q_DISABLE_COPY(Lock)
+
+    bool Step(short value) const
+    {
+        sembuf step = {0, value, SEM_UNDO};
+        return ::semop(id, &step, 1) == 0;
+    }
+    int Value() const { return ::semctl(id, 0, GETVAL); }
+    int WaitingCount() const { return ::semctl(id, 0, GETNCNT); }
+
+private:
+    int id = -1;
+};
+
+/// Another process that has the lock, until it is destroyed or `deed` has ended.
+class Keeper
+{
+public:
+    template <typename Deed> Keeper(const Lock &lock, Deed deed)
+    {
+        std::array<int, 2> ready = {};
+        if (::pipe(ready.data()) != 0)
+            qFatal("pipe: %s", strerror(errno));
+        pid = ::fork();
+        if (pid == 0) {
+            if (lock.Step(-1) && ::write(ready[1], "", 1) == 1)
+                deed();
+            ::_exit(0);
+        }
+        ::close(ready[1]);
+        char byte = 0;
+        hasLock = ::read(ready[0], &byte, 1) == 1;
+        ::close(ready[0]);
+    }
+    ~Keeper()
+    {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+    }
+    Q_DISABLE_COPY(Keeper)
+
+    pid_t pid = -1;
+    bool hasLock = false;
+};
+
+void AwaitWaiter(const Lock &lock)
+{
+    while (lock.WaitingCount() != 1)
+        ::usleep(10000);
+}
+
+int interruption = -1; ///< the end of a pipe that an interrupted wait writes to
 
 } // namespace
 
@@ -42,6 +119,12 @@ private Q_SLOTS:
     void segmentIsFoundByItsRange();
     void listThatCannotBeReadNamesNone();
     void lockIsNamedAsItsSegment();
+    void nobodyKeepsALockThatIsNotThere();
+    void nobodyKeepsAFreeLock();
+    void keeperOfTheLockIsNamed_data();
+    void keeperOfTheLockIsNamed();
+    void lockThatIsGivenBackInTimeIsNotKept();
+    void interruptedWaitGoesOn();
 };
 
 void TestSegmentId::segmentIsFoundByItsRange_data()
@@ -82,6 +165,87 @@ void TestSegmentId::lockIsNamedAsItsSegment()
 {
     // As Qt names the two files.
     QCOMPARE(LockFileOf("/tmp/qipc_sharedmemory_key0123"), QString("/tmp/qipc_systemsem_key0123"));
+}
+
+void TestSegmentId::nobodyKeepsALockThatIsNotThere()
+{
+    TestSupport::Remove(LockFileOf(SEGMENT_FILE));
+
+    QVERIFY(!KeeperOfLock(SEGMENT_FILE, 0ms));
+}
+
+void TestSegmentId::nobodyKeepsAFreeLock()
+{
+    const Lock lock;
+
+    QVERIFY(!KeeperOfLock(SEGMENT_FILE, 0ms));
+
+    QCOMPARE(lock.Value(), 1);
+}
+
+void TestSegmentId::keeperOfTheLockIsNamed_data()
+{
+    QTest::addColumn<int>("limitMs");
+    for (const int limitMs : {0, 300, 1200})
+        QTest::addRow("%d ms", limitMs) << limitMs;
+}
+
+void TestSegmentId::keeperOfTheLockIsNamed()
+{
+    QFETCH(int, limitMs);
+    const Lock lock;
+    const Keeper keeper(lock, ::pause);
+    QVERIFY(keeper.hasLock);
+    QElapsedTimer timer;
+    timer.start();
+
+    const std::optional<pid_t> found = KeeperOfLock(SEGMENT_FILE, std::chrono::milliseconds(limitMs));
+
+    QVERIFY2(timer.elapsed() >= limitMs, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(found);
+    QCOMPARE(*found, keeper.pid);
+}
+
+void TestSegmentId::lockThatIsGivenBackInTimeIsNotKept()
+{
+    const Lock lock;
+    const Keeper reader(lock, [&lock] { AwaitWaiter(lock); });
+    QVERIFY(reader.hasLock);
+
+    QVERIFY(!KeeperOfLock(SEGMENT_FILE, 60s));
+
+    QCOMPARE(lock.Value(), 1);
+}
+
+/// As by the end of a child, in the midst of the wait.
+void TestSegmentId::interruptedWaitGoesOn()
+{
+    std::array<int, 2> interrupted = {};
+    QCOMPARE(::pipe(interrupted.data()), 0);
+    interruption = interrupted[1];
+    struct sigaction noted = {};
+    noted.sa_handler = [](int) {
+        [[maybe_unused]] const ssize_t ignored = ::write(interruption, "", 1);
+    };
+    QCOMPARE(::sigaction(SIGUSR1, &noted, nullptr), 0);
+    const Lock lock;
+    const Keeper keeper(lock, [&] {
+        AwaitWaiter(lock);
+        ::kill(::getppid(), SIGUSR1);
+        char byte = 0;
+        if (::read(interrupted[0], &byte, 1) == 1)
+            AwaitWaiter(lock);
+        lock.Step(1);
+        ::pause();
+    });
+    QVERIFY(keeper.hasLock);
+
+    QVERIFY(!KeeperOfLock(SEGMENT_FILE, 60s));
+
+    // Not before the keeper gave it back.
+    QCOMPARE(lock.Value(), 1);
+    ::close(interrupted[0]);
+    ::close(interrupted[1]);
 }
 
 QTEST_GUILESS_MAIN(TestSegmentId)
