@@ -3,6 +3,9 @@
 
 // To be preloaded into a program: one of its calls into the C library fails, which no limit and no missing
 // right brings about, as root has them all.
+//   FAILING_CALL   shmat, shmctl, semget, semop, pipe2, or maps: the list of the process's own mappings
+//                  cannot be opened
+//   FAILING_FROM   the first call that fails, counted from 1
 
 #include <cerrno>
 #include <cstdarg>
