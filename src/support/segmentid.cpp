@@ -11,10 +11,17 @@
 #include <cerrno>
 #include <cstdint>
 
+#include <signal.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
 namespace {
+
+/// As semctl(2) wants it from its caller.
+union SemaphoreArgument {
+    int value;
+    semid_ds *info;
+};
 
 /// Addresses as they are read, also where a pointer is shorter.
 struct Mapping
@@ -34,6 +41,16 @@ Mapping ParseMapping(const QByteArray &line)
     if (range.size() != 2)
         return {};
     return {range.at(0).toULongLong(nullptr, 16), range.at(1).toULongLong(nullptr, 16), fields.at(4).toInt()};
+}
+
+/// The kernel gives back what a process had with SEM_UNDO, as Qt takes it, before its id is free; without
+/// that (semop(2)) nobody would. False where the process goes on, is not ours to see (0), or we may not.
+bool IsFreedFrom(pid_t keeper, int semaphoreId)
+{
+    if (keeper <= 0 || ::kill(keeper, 0) == 0 || errno != ESRCH)
+        return false;
+    const SemaphoreArgument freed = {1};
+    return ::semctl(semaphoreId, 0, SETVAL, freed) == 0;
 }
 
 } // namespace
@@ -72,8 +89,11 @@ std::optional<pid_t> KeeperOfLock(const QString &segmentFile, std::chrono::milli
         const timespec time = {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
         if (::semtimedop(id, steps, 2, &time) == 0 || (errno != EAGAIN && errno != EINTR))
             return std::nullopt;
-        if (errno == EAGAIN) // The end of a child interrupts the wait.
-            return ::semctl(id, 0, GETPID);
+        if (errno == EINTR) // By the end of a child.
+            continue;
+        const pid_t keeper = ::semctl(id, 0, GETPID);
+        if (!IsFreedFrom(keeper, id))
+            return keeper;
     }
 }
 

@@ -19,7 +19,8 @@
 
 /// The process that has had this segment's lock for all of `limit`; nothing where the lock is free before, or
 /// there is none. To be asked before Qt takes the lock, as it does in attach() and detach(), too: it waits
-/// without a limit, and a process that is stopped in the middle (SIGSTOP, a debugger) keeps what it has.
+/// without a limit, and a process that is stopped in the middle (SIGSTOP, a debugger) keeps what it has. What
+/// one that has ended still has is taken from it, where we may.
 [[nodiscard]] std::optional<pid_t> KeeperOfLock(const QString &segmentFile, std::chrono::milliseconds limit);
 
 /// What a program that shows the status needs to copy it, many times over.

@@ -43,6 +43,17 @@ if ctypes.CDLL(None).semop(int(sys.argv[1]), take, 1) != 0:
     sys.exit("no lock")
 os.kill(os.getpid(), signal.SIGSTOP)
 """
+# One of another make, that leaves the kernel nothing to give back.
+KEEPER_THAT_ENDS = """
+import ctypes, sys
+take = (ctypes.c_short * 3)(0, -1, 0)
+sys.exit(ctypes.CDLL(None).semop(int(sys.argv[1]), take, 1))
+"""
+
+
+def lock():
+    """The identifier of the segment's lock."""
+    return read("/proc/sysvipc/sem").splitlines()[-1].split()[1]
 
 
 class Segment(SystemTest):
@@ -66,8 +77,7 @@ class Segment(SystemTest):
         wait_for("record again", lambda: (published() or {}).get("ipAddress") == "10.77.0.5", timeout=10)
 
     def keep_lock(self):
-        lock = read("/proc/sysvipc/sem").splitlines()[-1].split()[1]
-        keeper = subprocess.Popen([sys.executable, "-c", KEEPER, lock])
+        keeper = subprocess.Popen([sys.executable, "-c", KEEPER, lock()])
         self.addCleanup(keeper.wait)
         self.addCleanup(keeper.kill)
         wait_for("the keeper of the lock stopped", lambda: ") T" in read(f"/proc/{keeper.pid}/stat"))
@@ -104,6 +114,18 @@ class Segment(SystemTest):
 
         self.assertIn(f"process {keeper.pid} keeps the lock", read(LOG))
         wait_for("a record that is true", lambda: (published() or {}).get("connected") is False)
+
+    def test_reader_that_ended_with_the_lock_is_not_waited_for(self):
+        daemon = self.start_daemon()
+        wait_for("record", lambda: (published() or {}).get("ipAddress") == "10.77.0.5")
+        run("python3", "-c", KEEPER_THAT_ENDS, lock())
+
+        self.lan.pull()
+
+        daemon.wait_logged("Wired Device Connected 0")
+        wait_for("the address taken away", lambda: not addresses("eth0"))
+        wait_for("a record that is true", lambda: (published() or {}).get("connected") is False)
+        self.assertFalse(daemon.logged("keeps the lock"))
 
     def test_killed_daemons_leave_a_readable_segment(self):
         chance = random_source()
