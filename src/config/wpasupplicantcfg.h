@@ -94,7 +94,8 @@ public:
     using Link = std::pair<QString, QString>;
     /// The links in what `ip -br link show` printed, in its order.
     static QVector<Link> LinksIn(const QStringList &lines);
-    /// The key in what wpa_passphrase printed; a null text when it holds none.
+    /// The key in what wpa_passphrase printed, as written there; a null text when it holds none made of
+    /// hexadecimal digits.
     static QString KeyIn(const QStringList &lines);
 
     /// Replaces /tmp/wpa_supplicant.conf by the global header and these block lines. False when it cannot be

@@ -12,6 +12,7 @@
 #include <QByteArray>
 #include <QCryptographicHash>
 #include <QHash>
+#include <QRegularExpression>
 
 #include <iterator>
 
@@ -54,7 +55,7 @@ HeldKey HashedKey(const QString &ssid, const QString &passphrase)
     if (!key)
         key = std::make_shared<const QString>(
             WpaSupplicantCfg::KeyIn(Utils::Execute(PASSPHRASE_TOOL, {ssid, passphrase}, false)));
-    // The tool is asked again for a key that it did not give or that was cut.
+    // The tool is asked again for a key that it did not give or that may be cut.
     if (SupplicantValues::PskProblem(*key).isEmpty()) {
         if (keys.size() == KEY_LIMIT)
             keys.clear();
@@ -232,10 +233,13 @@ void WpaSupplicantCfg::AddCertificate(const QString &key, const QString &value)
 void WpaSupplicantCfg::AddPasswordOption(const QString &passphrase)
 {
     hashedKey = _useHashedPsk ? HashedKey(ssid, passphrase) : nullptr;
-    if (!hashedKey || hashedKey->isNull())
+    if (!hashedKey || hashedKey->isNull()) {
         AddOption(QStringLiteral("psk"), passphrase, true);
-    else
-        AddOption(QStringLiteral("psk"), *hashedKey, false);
+        return;
+    }
+    // As the tool says it, so not weighed as an option is: digits break out of no line, and how many there
+    // are is the tool's affair.
+    options << QStringLiteral("psk=") + *hashedKey;
 }
 
 void WpaSupplicantCfg::DeriveKeys(const QVector<Passphrase> &passphrases)
@@ -267,10 +271,11 @@ void WpaSupplicantCfg::ForgetUnheldKeys()
 
 QString WpaSupplicantCfg::KeyIn(const QStringList &lines)
 {
+    static const QRegularExpression keyLine(QStringLiteral("\\Apsk=([0-9A-Fa-f]+)\\z"));
     for (const QString &line : lines) {
         const QString text = line.trimmed();
         if (text.startsWith(QLatin1String("psk=")))
-            return text.mid(4);
+            return keyLine.match(text).captured(1);
     }
     return QString();
 }

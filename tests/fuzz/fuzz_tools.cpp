@@ -5,7 +5,6 @@
 #include "logging.h"
 #include "modem.h"
 #include "modinfo.h"
-#include "supplicantline.h"
 #include "supplicantprocess.h"
 #include "utils.h"
 #include "wirelessdevice.h"
@@ -50,20 +49,12 @@ void TryIwconfig(const QByteArray &output)
     Require(device.linkQuality >= 0);
 }
 
-/// Its length is that of its bytes (IEEE 802.11, annex J.4).
-bool IsQuotedPassphrase(const QByteArray &text)
-{
-    return text.startsWith('"') && text.endsWith('"') && text.size() >= 8 + 2 && text.size() <= 63 + 2;
-}
-
 void TryWpaPassphrase(const QByteArray &output)
 {
-    static const QRegularExpression digits(QStringLiteral("\\A[0-9A-Fa-f]{64}\\z"));
+    // It goes into the file without quotes, and no gate follows.
+    static const QRegularExpression digits(QStringLiteral("\\A[0-9A-Fa-f]*\\z"));
     const QString key = WpaSupplicantCfg::KeyIn(Lines(output));
-    Require(IsOneLine(key));
-    // What goes into the file without quotes is a key or a whole passphrase in quotes of its own.
-    if (SupplicantLineProblem(QStringLiteral("psk"), key).isEmpty())
-        Require(digits.match(key).hasMatch() || IsQuotedPassphrase(key.toUtf8()));
+    Require(digits.match(key).hasMatch() && key.isNull() == key.isEmpty());
 }
 
 void TryIpLink(const QByteArray &output)

@@ -16,6 +16,7 @@ private Q_SLOTS:
 
     void definitionBecomesTheFile_data();
     void definitionBecomesTheFile();
+    void keyOfThePassphraseToolIsNotCounted();
     void badCipherFallsToItsDefault_data();
     void badCipherFallsToItsDefault();
     void storeWithoutSettingsGivesThePlainHead();
@@ -77,6 +78,16 @@ void TestNamedNetworkBlock::definitionBecomesTheFile()
 
     QCOMPARE(QString::fromUtf8(TestSupport::ReadFile(FILE_PATH)),
              QString::fromUtf8(TestSupport::ReadFile(goldenFile)));
+}
+
+void TestNamedNetworkBlock::keyOfThePassphraseToolIsNotCounted()
+{
+    TestSupport::Answer("wpa_passphrase", "echo psk=0123abcd");
+    WriteNetwork("Home", Wireless("WPA Personal 1/2", {{"passphrase", "long enough"}}));
+
+    const NamedNetwork network("Home", false, nullptr);
+
+    QCOMPARE(Values(network, "psk"), QStringList{"0123abcd"});
 }
 
 void TestNamedNetworkBlock::badCipherFallsToItsDefault_data()

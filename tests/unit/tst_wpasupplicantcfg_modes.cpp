@@ -29,6 +29,8 @@ private Q_SLOTS:
     void passphraseBecomesTheHashedKey_data();
     void passphraseBecomesTheHashedKey();
     void passphraseToolGetsSsidAndPassphrase();
+    void keyIsTakenAsTheToolSaysIt_data();
+    void keyIsTakenAsTheToolSaysIt();
     void hashedKeyIsAskedForOnce();
     void keyThatIsCutIsAskedForAgain();
     void keyGoesWithTheLastThatHoldsIt();
@@ -235,6 +237,29 @@ void TestWpaSupplicantCfgModes::passphraseToolGetsSsidAndPassphrase()
     QCOMPARE(TestSupport::Journal(), QStringList{"wpa_passphrase 'Old Hall' 'it is secret'"});
 }
 
+void TestWpaSupplicantCfgModes::keyIsTakenAsTheToolSaysIt_data()
+{
+    QTest::addColumn<QByteArray>("key");
+
+    for (const char *key : {"7", "0123abcd", "0123ABCD"})
+        QTest::newRow(key) << QByteArray(key);
+    QTest::newRow("a digit too many") << QByteArray(65, 'f');
+    QTest::newRow("longer than a line of the file may be") << QByteArray(3000, 'f');
+}
+
+void TestWpaSupplicantCfgModes::keyIsTakenAsTheToolSaysIt()
+{
+    QFETCH(QByteArray, key);
+    TestSupport::Answer("wpa_passphrase", "echo '   psk=" + key + "  '");
+    WpaSupplicantCfg cfg(nullptr);
+    cfg.SetSSID("Office", false);
+
+    cfg.WpaPersonal("long enough");
+
+    QCOMPARE(ModeOptions(cfg), (QStringList{"key_mgmt=WPA-PSK", "psk=" + key}));
+    QCOMPARE(cfg.Problem(), QString());
+}
+
 void TestWpaSupplicantCfgModes::hashedKeyIsAskedForOnce()
 {
     TestSupport::Answer("wpa_passphrase", REAL_PASSPHRASE_TOOL);
@@ -387,6 +412,13 @@ void TestWpaSupplicantCfgModes::passphraseWithoutAKeyIsQuoted_data()
     QTest::newRow("tool prints to standard error") << QByteArray("echo psk=0123 >&2") << "long enough";
     QTest::newRow("tool hangs") << QByteArray("echo psk=0123 >&2; exec sleep 100") << "long enough";
     QTest::newRow("tool is missing") << QByteArray() << "long enough";
+    for (const char *key : {"", "0123 4567", "\"long and quoted\"", "0123g",
+                            "01\x7f"
+                            "23",
+                            "0123#4"})
+        QTest::addRow("key is '%s'", key) << QByteArray("echo 'psk=") + key + '\'' << "long enough";
+    QTest::newRow("only a later line is a key")
+        << QByteArray("echo psk=none; echo psk=0123") << "long enough";
 }
 
 void TestWpaSupplicantCfgModes::passphraseWithoutAKeyIsQuoted()
