@@ -32,6 +32,8 @@ private Q_SLOTS:
     void changeIsToldWithTheNames();
     void bridgeIsToldToBeNoCable();
     void bridgeThatWasThereBeforeIsTold();
+    void bridgeTakesAndReleasesItsPort();
+    void portThatIsPutInIsKnownAtOnce();
     void wirelessInUseThatGoesIsForgotten_data();
     void wirelessInUseThatGoesIsForgotten();
     void spareWirelessThatGoesIsNotPublished();
@@ -318,6 +320,40 @@ void TestCorviAdapters::bridgeThatWasThereBeforeIsTold()
     corvi.Tick();
 
     QCOMPARE(LogLines().filter("managed like a cable, but none: br0 (bridge) --").size(), 1);
+}
+
+void TestCorviAdapters::bridgeTakesAndReleasesItsPort()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    RealIp({"link", "add", "name", "br0", "type", "bridge"});
+    RealIp({"link", "set", "dev", "eth0", "master", "br0"});
+    CorviPeer corvi;
+    corvi.FindAllInterfaces();
+    QVERIFY(corvi.Device("eth0")->isBridgePort);
+    QVERIFY(!corvi.Device("br0")->isBridgePort);
+
+    RealIp({"link", "set", "dev", "eth0", "nomaster"});
+    corvi.Tick();
+    QVERIFY(!corvi.Device("eth0")->isBridgePort);
+
+    RealIp({"link", "set", "dev", "eth0", "master", "br0"});
+    corvi.Tick();
+    QVERIFY(corvi.Device("eth0")->isBridgePort);
+}
+
+void TestCorviAdapters::portThatIsPutInIsKnownAtOnce()
+{
+    MakeMachine(LAN_STATIC, {"eth0"});
+    RealIp({"link", "add", "name", "br0", "type", "bridge"});
+    CorviPeer corvi(DISCOVERED);
+    corvi.Tick(3);
+    MakeInterface("eth1");
+    RealIp({"link", "set", "dev", "eth1", "master", "br0"});
+
+    for (int tick = 0; tick < 10 && !corvi.Device("eth1"); ++tick)
+        corvi.Tick();
+
+    QVERIFY(corvi.Device("eth1") && corvi.Device("eth1")->isBridgePort);
 }
 
 void TestCorviAdapters::wirelessInUseThatGoesIsForgotten_data()

@@ -42,6 +42,8 @@ private Q_SLOTS:
     void deviceWithoutACableIsNotConnected();
     void noDeviceIsNotConnected();
     void missingDeviceIsSkipped();
+    void portOfABridgeIsNotChosen();
+    void portOfABridgeIsNotStopped();
     void deviceThatIsDownIsStarted();
     void secondCableIsStopped();
     void manyLinksAreToldOfInAFewLines();
@@ -123,6 +125,29 @@ void TestCorviWired::missingDeviceIsSkipped()
 
     QCOMPARE(LogLines().first(), QString("1: Could not find device for  eth0"));
     QCOMPARE(corvi.WiredDevice(), corvi.Device("eth1"));
+}
+
+void TestCorviWired::portOfABridgeIsNotChosen()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0", "eth1"}, DISCOVERED);
+    corvi.Device("eth0")->isBridgePort = true;
+
+    QVERIFY(corvi.WiredNetworkSetup());
+
+    QCOMPARE(corvi.WiredDevice(), corvi.Device("eth1"));
+}
+
+void TestCorviWired::portOfABridgeIsNotStopped()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0", "eth1"}, DISCOVERED);
+    corvi.Device("eth1")->isBridgePort = true;
+    Forget();
+
+    QVERIFY(corvi.WiredNetworkSetup());
+
+    QVERIFY(!corvi.Device("eth1")->stopped);
+    QCOMPARE(JournalOf("ifconfig eth1"), QStringList());
+    QCOMPARE(LogLines().filter("is also up"), QStringList());
 }
 
 void TestCorviWired::deviceThatIsDownIsStarted()
