@@ -59,6 +59,7 @@ private Q_SLOTS:
     void storeOutlivesTheProcess();
     void keptFileIsForItsOwnerAlone();
     void unchangedStoreIsNotWrittenAgain();
+    void storeThatIsPutBackIsKept();
     void badNetworkKeepsItsDefinitionOfTheProcessBefore();
     void removedNetworkIsNotKept();
     void unusableKeptFileIsToldAndReplaced_data();
@@ -127,6 +128,20 @@ void TestZebLastGood::unchangedStoreIsNotWrittenAgain()
     struct stat after = {};
     QCOMPARE(::stat(qPrintable(KEPT), &after), 0);
     QCOMPARE(after.st_ino, before.st_ino);
+}
+
+/// The process takes up what an earlier one kept; it must not mistake that for what it kept itself since.
+void TestZebLastGood::storeThatIsPutBackIsKept()
+{
+    ReadInANewProcess();
+    ZebXmlConfig::KeepLastGood(KEPT);
+
+    for (const char *mtu : {"1400", "1300", "1400"}) {
+        TestSupport::WriteNetworks(Network("lan", QByteArray("<mtu>") + mtu + "</mtu>"));
+        ZebNetConfig config(nullptr);
+        QVERIFY(config.Load("lan", false));
+        QVERIFY(TestSupport::ReadFile(KEPT).contains(mtu));
+    }
 }
 
 void TestZebLastGood::badNetworkKeepsItsDefinitionOfTheProcessBefore()
