@@ -31,7 +31,7 @@ if(TARGET corvi-status)
     add_dependencies(tst_statustool corvi-status)
     target_compile_definitions(tst_statustool PRIVATE CORVI_STATUS="$<TARGET_FILE:corvi-status>"
         STATUS_DOCUMENT="${PROJECT_SOURCE_DIR}/docs/status-interface.md")
-    corvi_add_unit_test(tst_statustool_faults LIBS zeb Qt::Network)
+    corvi_add_unit_test(tst_statustool_faults LIBS support zeb Qt::Network)
     add_dependencies(tst_statustool_faults corvi-status failingcalls)
     target_compile_definitions(tst_statustool_faults PRIVATE CORVI_STATUS="$<TARGET_FILE:corvi-status>"
         FAILING_CALLS="$<TARGET_FILE:failingcalls>")

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "mountpoint.h"
+#include "segmentid.h"
 #include "statusworld.h"
 #include "testsupport.h"
 
@@ -14,6 +15,9 @@
 #include <array>
 #include <csignal>
 
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,6 +35,22 @@ QProcessEnvironment WithFailingCall(const QString &call, int from = 1)
     return environment;
 }
 
+/// The segment and its lock, as an administrator may do it.
+bool OpenToAll(const QSharedMemory &segment)
+{
+    const int segmentId = ::shmget(KeyOfFile(segment.nativeKey()), 0, 0);
+    shmid_ds ofSegment = {};
+    if (::shmctl(segmentId, IPC_STAT, &ofSegment) != 0)
+        return false;
+    ofSegment.shm_perm.mode = 0644;
+    const int lockId = ::semget(KeyOfFile(LockFileOf(segment.nativeKey())), 0, 0);
+    semid_ds ofLock = {};
+    if (::semctl(lockId, 0, IPC_STAT, &ofLock) != 0)
+        return false;
+    ofLock.sem_perm.mode = 0666;
+    return ::shmctl(segmentId, IPC_SET, &ofSegment) == 0 && ::semctl(lockId, 0, IPC_SET, &ofLock) == 0;
+}
+
 } // namespace
 
 /// What the tool says of calls that fail, and that it fails then itself.
@@ -45,6 +65,7 @@ private Q_SLOTS:
     void segmentThatCannotBeReadIsAFailure();
     void segmentOfAnotherUserIsNotShown_data();
     void segmentOfAnotherUserIsNotShown();
+    void statusThatAllMayReadIsShownToAnotherUser();
     void socketThatCannotBeMadeIsAFailure();
     void withoutAPipeSignalsEndTheWatchOutright_data();
     void withoutAPipeSignalsEndTheWatchOutright();
@@ -130,6 +151,21 @@ void TestStatusToolFaults::segmentOfAnotherUserIsNotShown()
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.output, QString());
     QCOMPARE(result.error, QString("corvi-status: The status cannot be read: it belongs to another user.\n"));
+}
+
+void TestStatusToolFaults::statusThatAllMayReadIsShownToAnotherUser()
+{
+    Publisher publisher;
+    publisher.Publish(WiredStatus().GetData());
+    QVERIFY(OpenToAll(publisher.segment));
+    QProcess tool;
+
+    tool.start("setpriv", {"--reuid=65534", "--clear-groups", CORVI_STATUS});
+
+    QVERIFY(tool.waitForFinished());
+    QCOMPARE(tool.readAllStandardError(), QByteArray());
+    QVERIFY(tool.readAllStandardOutput().contains("10.0.0.5"));
+    QCOMPARE(tool.exitCode(), 0);
 }
 
 void TestStatusToolFaults::socketThatCannotBeMadeIsAFailure()
