@@ -70,8 +70,8 @@ public:
     /// Has the keys derived that these need and that are not known, side by side; a key that is asked for
     /// next is there then. It changes nothing but the time that this takes.
     static void DeriveKeys(const QVector<Passphrase> &passphrases);
-    /// Forgets the derived keys that are in no builder's block. To be called where networks were left out or
-    /// built anew: a key opens the network, and is not to outlive it here.
+    /// Forgets the derived keys that are in no builder's block. To be called where networks have gone, before
+    /// others are built: a key opens the network, and is not to outlive its builder here.
     static void ForgetUnheldKeys();
     /// The NT hash of the password (MD4 of its UTF-16LE form, RFC 2759 section 8.3) as `hash:` text.
     void AddHashedPasswordOption(const QString &key, const QString &password);

@@ -45,9 +45,9 @@ QByteArray KeyId(const QString &ssid, const QString &passphrase)
                                     QCryptographicHash::Sha256);
 }
 
-/// What the tool says, which takes 15 to 40 ms of the main thread for its 4096 rounds: every rescan would
-/// spend them again for each network and wireless device, always with the same result. A key depends on
-/// nothing else, so that it never becomes stale.
+/// What the tool says, which takes 15 to 40 ms of the main thread for its 4096 rounds: each wireless device
+/// and each change of another property would spend them again, always with the same result. A key depends
+/// on nothing else, so that it never becomes stale.
 HeldKey HashedKey(const QString &ssid, const QString &passphrase)
 {
     const QByteArray id = KeyId(ssid, passphrase);

@@ -107,12 +107,12 @@ void Corvi::AmendInterfaces(const InterfaceIndexes &present)
     const QStringList modemsBefore = modemInterfaces;
     for (const QString &interfaceName : gone)
         LetGoOfInterface(interfaceName);
+    WpaSupplicantCfg::ForgetUnheldKeys();
     for (const QString &interfaceName : added)
         AddInterface(interfaceName);
     SortInterfaces();
     WarnOfVirtualInterfaces();
     NoteBridgePorts();
-    WpaSupplicantCfg::ForgetUnheldKeys();
     ForgetGoneInterfaces();
     // A modem that was given up stays so until there is another choice.
     if (!modemDevice && (modemInterfaces != modemsBefore || gone.contains(modemInterfaces.value(0))))

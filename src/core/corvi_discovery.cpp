@@ -49,7 +49,6 @@ void Corvi::FindAllInterfaces()
     WarnOfVirtualInterfaces();
     NoteBridgePorts();
     AdoptModem();
-    WpaSupplicantCfg::ForgetUnheldKeys();
     ForgetGoneInterfaces();
     LogDiscovery();
 }
@@ -107,6 +106,8 @@ void Corvi::DeleteDevices()
     for (NetworkDevice *device : qAsConst(devices))
         DeleteDevice(device);
     devices.clear();
+    // Before the next ones ask for the same keys.
+    WpaSupplicantCfg::ForgetUnheldKeys();
 }
 
 void Corvi::DeleteDevice(NetworkDevice *device)

@@ -35,6 +35,28 @@ bool IsOpenToItsUser(qint64 processId)
     return !reader.readAllStandardOutput().isEmpty();
 }
 
+const QStringList BOTH_KEYS{"wpa_passphrase KeyOne 'long enough'", "wpa_passphrase KeyTwo 'long enough'"};
+
+/// The store with two more networks, which the stand-in of the tool has keys for.
+QByteArray WithKeys(QByteArray store)
+{
+    Answer("wpa_passphrase", "echo psk=" + QByteArray(64, 'a'));
+    QByteArray networks;
+    for (const char *name : {"KeyOne", "KeyTwo"})
+        networks += QByteArray("<network><name>") + name + "</name><ssid>" + name +
+                    "</ssid><securityMode>WPA Personal 1/2</securityMode>"
+                    "<passphrase>long enough</passphrase></network>";
+    return store.replace("</networkconfig>", networks + "</networkconfig>");
+}
+
+/// They run side by side.
+QStringList KeyRuns()
+{
+    QStringList runs = JournalOf("wpa_passphrase");
+    runs.sort();
+    return runs;
+}
+
 } // namespace
 
 /// What becomes of the daemon's memory: its secrets, and what it needs no more.
@@ -50,7 +72,8 @@ private Q_SLOTS:
     void toolsLeaveNoCore();
     void memoryIsClosedToItsUser();
     void hugeOutputIsForgotten();
-    void keyGoesWithItsNetwork();
+    void rescanDerivesEachKeyAnew();
+    void adapterMadeAnewDerivesEachKeyAnew();
 
 private:
     void Start(const QString &program, const QStringList &arguments = {});
@@ -164,26 +187,32 @@ void TestCorviMemory::hugeOutputIsForgotten()
     QVERIFY2(more < 4096, qPrintable(QString::number(more)));
 }
 
-void TestCorviMemory::keyGoesWithItsNetwork()
+void TestCorviMemory::rescanDerivesEachKeyAnew()
 {
-    const auto network = [](const QByteArray &name) {
-        return QByteArray("<network><name>" + name + "</name><ssid>" + name +
-                          "</ssid><securityMode>WPA Personal 1/2</securityMode>"
-                          "<passphrase>long enough</passphrase></network>");
-    };
-    Answer("wpa_passphrase", "echo psk=" + QByteArray(64, 'a'));
-    MakeMachine("<networkconfig>" + network("KeyOne") + network("KeyTwo") + "</networkconfig>", {"wlan0"});
+    MakeMachine(WithKeys("<networkconfig></networkconfig>"), {"wlan0"});
     CorviPeer corvi;
     corvi.Init();
-    QCOMPARE(JournalOf("wpa_passphrase").size(), 2);
-
-    WriteStore("<networkconfig>" + network("KeyOne") + "</networkconfig>");
-    corvi.Init();
+    QCOMPARE(KeyRuns(), BOTH_KEYS);
     Forget();
-    WriteStore("<networkconfig>" + network("KeyOne") + network("KeyTwo") + "</networkconfig>");
+
     corvi.Init();
 
-    QCOMPARE(JournalOf("wpa_passphrase"), QStringList{"wpa_passphrase KeyTwo 'long enough'"});
+    QCOMPARE(KeyRuns(), BOTH_KEYS);
+}
+
+void TestCorviMemory::adapterMadeAnewDerivesEachKeyAnew()
+{
+    MakeMachine(WithKeys(LAN_STATIC), {"eth0", "wlan0"});
+    CorviPeer corvi;
+    corvi.Tick(2);
+    QCOMPARE(KeyRuns(), BOTH_KEYS);
+    Forget();
+
+    RealIp({"link", "delete", "dev", "wlan0"});
+    MakeInterface("wlan0");
+    corvi.Tick(2);
+
+    QCOMPARE(KeyRuns(), BOTH_KEYS);
 }
 
 QTEST_GUILESS_MAIN(TestCorviMemory)
