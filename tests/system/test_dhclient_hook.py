@@ -40,6 +40,12 @@ def broadcasts(interface):
     return [address.get("broadcast") for address in links[0]["addr_info"]]
 
 
+def lifetimes(interface):
+    """The seconds for which the addresses are still valid."""
+    links = json.loads(run("ip", "-j", "-4", "addr", "show", "dev", interface))
+    return [address["valid_life_time"] for address in links[0]["addr_info"]]
+
+
 class HookTest(SystemTest):
     def given_cables(self, *names):
         for name in names:
@@ -179,10 +185,44 @@ class Routes(HookTest):
 
                 self.assertEqual(prefixes("eth0"), [("10.0.0.2", length)])
 
-    def test_netmask_that_is_none_counts_as_missing(self):
+    def test_netmask_stays_through_renewals_that_name_none(self):
+        for bound, length in (("255.255.255.0", 24), ("", 32)):
+            with self.subTest(bound=bound):
+                self.clean()
+                self.given_cables("eth0")
+                client_script("BOUND", "eth0", 0, new_subnet_mask=bound)
+
+                for old in (bound, "", ""):
+                    client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_subnet_mask=old,
+                                  new_subnet_mask="", old_routers="10.0.0.1", new_dhcp_lease_time="500")
+
+                self.assertEqual(prefixes("eth0"), [("10.0.0.2", length)])
+                self.assertGreater(lifetimes("eth0")[0], 400)
+
+    def test_netmask_that_comes_back_otherwise_is_followed(self):
+        self.given_cables("eth0")
+        client_script("BOUND", "eth0", 0)
+
+        for old, new in (("255.255.255.0", ""), ("", ""), ("", "255.255.0.0")):
+            client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_subnet_mask=old, new_subnet_mask=new,
+                          old_routers="10.0.0.1")
+
+        self.assertEqual(prefixes("eth0"), [("10.0.0.2", 16)])
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
+
+    def test_netmask_is_that_of_the_leased_address(self):
+        self.given_cables("eth0")
+        run("ip", "addr", "add", "10.9.0.2/16", "dev", "eth0")
+        client_script("BOUND", "eth0", 0, new_subnet_mask="255.255.254.0")
+
+        client_script("REBIND", "eth0", 0, old_ip_address="10.0.0.2", new_subnet_mask="", old_routers="10.0.0.1")
+
+        self.assertEqual(prefixes("eth0"), [("10.9.0.2", 16), ("10.0.0.2", 23)])
+
+    def test_address_that_is_gone_comes_back_at_a_renewal_without_a_netmask(self):
         self.given_cables("eth0")
 
-        client_script("BOUND", "eth0", 0, new_subnet_mask="<error>")
+        client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", new_subnet_mask="", old_routers="10.0.0.1")
 
         self.assertEqual(prefixes("eth0"), [("10.0.0.2", 32)])
 
@@ -220,7 +260,7 @@ class Routes(HookTest):
         self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
 
     def test_netmask_that_is_none_counts_as_missing(self):
-        for netmask in ("255.0.255.0", "0.0.0.0", "0.0.0.255", "255.255.255.254.0"):
+        for netmask in ("255.0.255.0", "0.0.0.0", "0.0.0.255", "255.255.255.254.0", "<error>"):
             with self.subTest(netmask):
                 self.clean()
                 self.given_cables("eth0")
