@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -38,7 +39,7 @@ char CarrierFile::Read(int socketFd)
         Open(socketFd);
     char first = 0;
     ssize_t length = ::pread(fd, &first, 1, 0);
-    if (length == -1 && errno == ENODEV) {
+    if (IsGone(length)) {
         // Removed since we asked what the name stands for: perhaps made anew already.
         Open(socketFd);
         length = ::pread(fd, &first, 1, 0);
@@ -46,6 +47,16 @@ char CarrierFile::Read(int socketFd)
     if (openedIndex == 0)
         Close();
     return length == 1 ? first : '\0';
+}
+
+/// Of a file that sysfs removed a read says so; elsewhere, as in a container with a tree of its own, its last
+/// text can be read for as long as it is open.
+bool CarrierFile::IsGone(ssize_t length) const
+{
+    if (length == -1)
+        return errno == ENODEV;
+    struct stat file = {};
+    return ::fstat(fd, &file) == 0 && file.st_nlink == 0;
 }
 
 /// 0 when there is no interface of this name.

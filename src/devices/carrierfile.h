@@ -22,6 +22,7 @@ public:
     char Read(int socketFd);
 
 private:
+    bool IsGone(ssize_t length) const;
     int Index(int socketFd) const;
     void Open(int socketFd);
     void Close();

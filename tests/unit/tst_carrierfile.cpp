@@ -3,6 +3,7 @@
 
 #include "carrierfile.h"
 
+#include "fakesysnet.h"
 #include "opencounter.h"
 #include "testsupport.h"
 
@@ -47,6 +48,7 @@ private Q_SLOTS:
     void takesNoOtherInterfaceForItsOwn();
     void renamedInterfaceIsGone();
     void returnsWithItsName();
+    void fileThatIsReplacedIsOpenedAnew();
     void closesItsFile();
     void leavesDescriptorsForOthers();
 
@@ -143,6 +145,20 @@ void TestCarrierFile::returnsWithItsName()
     GivenInterface("eth0", "70", true);
 
     QCOMPARE(carrier.Read(socketFd), '1');
+}
+
+void TestCarrierFile::fileThatIsReplacedIsOpenedAnew()
+{
+    GivenInterface("eth0", "70", true);
+    FakeSysNet sys;
+    sys.Write("eth0/carrier", "1\n");
+    CarrierFile carrier("eth0");
+    QCOMPARE(carrier.Read(socketFd), '1');
+
+    sys.Remove("eth0/carrier");
+    QCOMPARE(carrier.Read(socketFd), '\0');
+    sys.Write("eth0/carrier", "0\n");
+    QCOMPARE(carrier.Read(socketFd), '0');
 }
 
 void TestCarrierFile::closesItsFile()
