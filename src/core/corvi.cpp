@@ -178,8 +178,10 @@ void Corvi::LoopTimerTimeout()
 void Corvi::Rescan()
 {
     ApplyDebugFlag();
+    rescanReport.Over(); // Each is news, as somebody asked for each, until there are too many.
     const auto telling = rescanReport.Tell(QString(), ReportOnce::Time::clock::now());
-    log->LogMessage(telling.level, LoggingLevelText(), true);
+    const bool isSum = telling.times > 1;
+    log->LogMessage(isSum ? Level::TRACE : telling.level, LoggingLevelText(), true);
     log->LogMessage(telling.level, QStringLiteral("Corvi::Loop Force Rescan ") + telling.Summary(), false);
     forceRescan = false;
     reconfigureWpa = true;
@@ -200,7 +202,6 @@ void Corvi::WarnOfOtherManagers()
 
 void Corvi::SetUpNetworks()
 {
-    rescanReport.Over(); // Only one that follows another at once is no news.
     // The supplicant says only once that it is connected, and what it says while a command waits is dropped.
     if (supThread->TakeUntoldSuccess())
         onAssociatedChanged(true);

@@ -213,8 +213,8 @@ private:
     ReportOnce rescanReport{ReportOnce::Of::CHANGE};
     ReportOnce managerReport;
     ReportOnce virtualReport;
-    ReportOnce changeReport{ReportOnce::Of::CHANGE}; ///< another wired device carries
-    ReportOnce alsoUpReport;                         ///< a second wired device carries
+    ReportOnce changeReport{ReportOnce::Of::STEP}; ///< another wired device carries, as its link report says
+    ReportOnce alsoUpReport;                       ///< a second wired device carries
     ReportOnce linkReport{ReportOnce::Of::CHANGE};
     ReportOnce fallbackReport;
     ReportOnce wirelessReport{ReportOnce::Of::CHANGE};

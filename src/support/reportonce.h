@@ -35,7 +35,7 @@ public:
     enum class Of { FAULT, CHANGE, STEP };
 
     explicit ReportOnce(Of kind = Of::FAULT)
-        : isSummedUp(kind != Of::STEP), mostCredits(kind == Of::CHANGE ? 4 : 3)
+        : isSummedUp(kind != Of::STEP), mostCredits(kind == Of::CHANGE ? 5 : 3)
     {
     }
     /// `known` is no news at the start, such as that there is no address yet.
@@ -45,9 +45,9 @@ public:
 
     /// `what` is told at `now`. It is news when it was not told last, and when nothing was told for an hour.
     /// News that comes again and again, as from a link that flaps, is counted too: three are free (of changes
-    /// four), and every 30 minutes bring one more. What comes more often is summed up like what lasts, until
-    /// it has kept quiet for 30 minutes. So no fault writes more than four lines an hour, and one of which
-    /// five things are to be told stays at 20.
+    /// five), and every 30 minutes bring one more. What comes more often is summed up like what lasts, until
+    /// it has kept quiet for 30 minutes. So no fault writes more than four lines an hour, no change more than
+    /// six, and what is made of four changes or five faults stays at about 20.
     Telling Tell(const QString &what, Time now);
     /// It is over: whatever is told next is news.
     void Over() { told.reset(); }
