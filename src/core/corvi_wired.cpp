@@ -211,6 +211,9 @@ void Corvi::onWiredStateChange(bool state)
             // Nor is the address left behind in the record.
             wiredDevice->RefreshStatus();
             ShareStatus(wiredDevice);
+            // One that stayed all the same is taken away again, but not on the very next tick.
+            if (!wiredDevice->ipAddress.isEmpty())
+                leftoverPauses[wiredDevice->name].NoteAttempt(RetryPause::Time::clock::now());
         }
         if (wiredDevice->usesSupplicant) {
             UpdateWpaConfFile(QString());

@@ -67,8 +67,9 @@ void Corvi::StartWireless()
     wirelessConfigured = IsSupplicantActive();
 }
 
-/// While a cable carries: picks a wireless device that carries or has an address, though nobody has started
-/// it since the last rescan or the daemon's start. Its turn comes later, so it has to be taken down.
+/// While a cable carries: picks a wireless device that has an address, though nobody has started it since the
+/// last rescan or the daemon's start. Its turn comes later, so it has to be taken down. One without an
+/// address draws no traffic, and is left to whoever brought it up.
 void Corvi::PickStrayWireless()
 {
     if (QFile::exists(KEEP_WIRELESS_UP_FLAG))
@@ -79,7 +80,7 @@ void Corvi::PickStrayWireless()
         if (!device)
             continue;
         device->RefreshStatus();
-        if (!device->isRunning) {
+        if (device->ipAddress.isEmpty()) {
             strayPauses.erase(interfaceName);
             continue;
         }

@@ -173,8 +173,8 @@ public:
     const std::unique_ptr<QTimer> timer; ///< looks at the interface 4 times a second once it was started
     int wirelessTicks = 0;               ///< of that timer, since `iwconfig` was asked
     bool configurable = true;            ///< no concrete kind yet: the wired setup does not look at it
-    bool isBridgePort = false;           ///< somebody's bridge has the traffic of this interface
     bool driverChosen = false;           ///< by UseNewDriver(); read by nobody: kept as it is
+    bool isBridgePort = false;           ///< somebody's bridge has the traffic of this interface
     QString publishedAddress;   ///< in the record of this device that was published last, or waits to be
     QString publishedBroadcast; ///< in the same record, like the next two
     QString publishedNetmask;

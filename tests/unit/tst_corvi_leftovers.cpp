@@ -3,15 +3,18 @@
 
 #include "corvipeer.h"
 
+#include "fastclock.h"
 #include "zebnetstatus.h"
 
 #include <QProcess>
 #include <QSharedMemory>
 
+#include <chrono>
 #include <cstring>
 
 using namespace CorviWorld;
 using namespace TestSupport;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -90,10 +93,12 @@ private Q_SLOTS:
     void lossThatNobodySawIsALossNow();
     void recordOfALostLinkHasNoAddress();
     void recordOfALostLinkLosesItsAddressLater();
+    void addressThatOutlivesALossIsNotTakenOnEveryTick();
     void addressThatStaysIsNotTakenOnEveryTick();
     void wirelessFoundConnectedIsStoppedForACable();
     void strayWirelessIsStoppedForACable_data();
     void strayWirelessIsStoppedForACable();
+    void wirelessWithoutAnAddressIsLeftAlone();
     void strayWirelessThatStaysUpIsNotStoppedOnEveryTick();
     void recordOfAnEarlierDaemonIsReplaced_data();
     void recordOfAnEarlierDaemonIsReplaced();
@@ -224,10 +229,26 @@ void TestCorviLeftovers::recordOfALostLinkLosesItsAddressLater()
     QCOMPARE(Published(corvi).GetIp(), QString("10.1.0.2"));
 
     UseWorkingTools();
+    FastClock::Advance(20s);
     corvi.Tick();
 
     QVERIFY(!HasAddress("eth0"));
     QCOMPARE(Published(corvi).GetIp(), QString());
+}
+
+void TestCorviLeftovers::addressThatOutlivesALossIsNotTakenOnEveryTick()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    Answer("ip", "exit 1");
+    Forget();
+    PullCable("eth0");
+
+    corvi.Tick(5);
+
+    QCOMPARE(JournalOf("ip addr flush"), QStringList{"ip addr flush eth0"});
+    FastClock::Advance(20s);
+    corvi.Tick();
+    QCOMPARE(JournalOf("ip addr flush").size(), 2);
 }
 
 void TestCorviLeftovers::addressThatStaysIsNotTakenOnEveryTick()
@@ -291,13 +312,28 @@ void TestCorviLeftovers::strayWirelessIsStoppedForACable()
     QCOMPARE(HasAddress("wlan0"), keep);
 }
 
-void TestCorviLeftovers::strayWirelessThatStaysUpIsNotStoppedOnEveryTick()
+void TestCorviLeftovers::wirelessWithoutAnAddressIsLeftAlone()
 {
     MakeMachine(LAN_AND_WLAN, {"eth0", "wlan0"});
     BringUp("wlan0");
     CorviPeer corvi;
+
+    corvi.Tick(3);
+
+    QCOMPARE(JournalOf("ifconfig wlan0"), QStringList());
+    QVERIFY(IsLinkUp("wlan0"));
+    QCOMPARE(corvi.WirelessDevice(), nullptr);
+}
+
+void TestCorviLeftovers::strayWirelessThatStaysUpIsNotStoppedOnEveryTick()
+{
+    MakeMachine(LAN_AND_WLAN, {"eth0", "wlan0"});
+    BringUp("wlan0");
+    GiveAddress("wlan0");
+    CorviPeer corvi;
     corvi.Tick();
     Answer("ifconfig", "exit 1");
+    Answer("ip", "exit 1");
     Forget();
 
     corvi.Tick(5);
