@@ -65,6 +65,8 @@ void Corvi::StartWireless()
     wirelessDevice->linkUp = true;
     wirelessDevice->StartDevice();
     wirelessConfigured = IsSupplicantActive();
+    // A supplicant of before a rescan is stopped first, and gets the time to end.
+    wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
 }
 
 /// While a cable carries: picks a wireless device that has an address, though nobody has started it since the

@@ -241,6 +241,7 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
     BringUp("wlan0");
     CorviPeer corvi(DISCOVERED);
     Corvi::conn_counter = 5;
+    corvi.LeaveHoldOff(0);
     LogFromHere(4);
 
     corvi.WirelessNetworkSetup(false);
@@ -251,6 +252,8 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
     QCOMPARE(Corvi::conn_counter, 0);
     QCOMPARE(corvi.WirelessDevice(), corvi.Device("wlan0"));
     QVERIFY(!corvi.IsWirelessConfigured());
+    // A supplicant of before a rescan is stopped first.
+    QCOMPARE(corvi.HoldOff(), 2);
     // It is up already.
     QCOMPARE(Journal(), QStringList());
 }
