@@ -287,10 +287,15 @@ void NetworkDevice::SetHosts(const QStringList &lines)
         LogOnce(reports->hosts) << "NetworkDevice::SetHosts -  Unable to access hosts";
         return;
     }
-    reports->hosts.Over();
     // Shell lines because only the shell's environment knows HOSTNAME.
     ZebSystem::execShell(QStringLiteral("echo \"127.0.0.1\tlocalhost\" >> /tmp/.hostlist"));
     ZebSystem::execShell(
         QStringLiteral("echo \"127.0.0.1\t$HOSTNAME.localdomain $HOSTNAME \" >> /tmp/.hostlist"));
-    Utils::Execute(QStringLiteral("update_hosts"), {}, false);
+    areHostsDue = !Utils::Succeeds(QStringLiteral("update_hosts"), {});
+    if (areHostsDue)
+        LogOnce(reports->hosts, QStringLiteral("merge"))
+            << "NetworkDevice::SetHosts - update_hosts fails, the hosts of" << name
+            << "are tried again later";
+    else
+        reports->hosts.Over();
 }

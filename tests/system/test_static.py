@@ -2,9 +2,9 @@
 # Copyright (c) 2026 The Corvi developers
 """Addresses and settings that the definition gives."""
 
-from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_UP, LOG, NO_CONFIGURATION, RELOAD_FLAG, RESOLV_CONF, STATIC,
-                     SystemTest, addresses, default_gateway, default_routes, holds_for, main, read, run, status, touch,
-                     wait_for, wired, write_store)
+from harness import (ADDRESS_PRESENT, DHCP_STARTED, HOSTS, LINK_UP, LOG, NO_CONFIGURATION, RELOAD_FLAG, RESOLV_CONF,
+                     STATIC, SystemTest, addresses, default_gateway, default_routes, holds_for, main, read, run,
+                     status, touch, wait_for, wired, write_store)
 
 
 class Static(SystemTest):
@@ -54,7 +54,7 @@ class Static(SystemTest):
         self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\nnameserver 192.0.2.54\nsearch corp.example\n")
 
     def test_names_that_could_not_be_written_are_written_later(self):
-        write_store(wired(**STATIC, staticDns=True, dns1="192.0.2.53"))
+        write_store(wired(**STATIC, staticDns=True, dns1="192.0.2.53", hosts=["192.0.2.80 intranet"]))
         run("mount", "--bind", "/etc", "/etc")
         self.addCleanup(run, "umount", "--lazy", "/etc")
         run("mount", "-o", "remount,bind,ro", "/etc")
@@ -64,6 +64,7 @@ class Static(SystemTest):
         run("mount", "-o", "remount,bind,rw", "/etc")
 
         wait_for("resolver", lambda: read(RESOLV_CONF) == "nameserver 192.0.2.53\nnameserver \n", timeout=60)
+        wait_for("hosts", lambda: "192.0.2.80 intranet" in read(HOSTS), timeout=60)
 
     def test_without_static_dns_the_resolver_stays(self):
         RESOLV_CONF.write_text("nameserver 192.0.2.1\n")

@@ -49,6 +49,7 @@ private Q_SLOTS:
     // The files of names
     void resolverThatCannotBeWrittenIsTriedAgain();
     void hostsThatCannotBeWrittenAreTriedAgain();
+    void hostsThatCannotBeMergedAreTriedAgain();
     void namesThatAreWrittenAreLeftAlone();
 };
 
@@ -395,6 +396,27 @@ void TestCorviUpkeep::hostsThatCannotBeWrittenAreTriedAgain()
     corvi.Tick(2);
     QCOMPARE(JournalOf("update_hosts").size(), 1);
     QCOMPARE(ReadFile("/etc/resolv.conf"), QByteArray("nameserver 192.0.2.1\n"));
+}
+
+void TestCorviUpkeep::hostsThatCannotBeMergedAreTriedAgain()
+{
+    Answer("update_hosts", "exit 1");
+    CorviPeer corvi(LAN_STATIC_DNS, {"eth0"}, SET_UP);
+    QCOMPARE(JournalOf("update_hosts").size(), 1);
+    QCOMPARE(
+        LogCount("NetworkDevice::SetHosts - update_hosts fails, the hosts of eth0 are tried again later"), 1);
+    Answer("update_hosts", "exit 0");
+    Forget();
+
+    corvi.Tick();
+    QCOMPARE(JournalOf("update_hosts").size(), 0);
+    FastClock::Advance(10s);
+    corvi.Tick();
+    QCOMPARE(JournalOf("update_hosts").size(), 1);
+
+    FastClock::Advance(60s);
+    corvi.Tick(2);
+    QCOMPARE(JournalOf("update_hosts").size(), 1);
 }
 
 void TestCorviUpkeep::namesThatAreWrittenAreLeftAlone()
