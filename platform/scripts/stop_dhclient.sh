@@ -20,12 +20,14 @@ LATER_METRIC=600
 
 # A process of another network namespace (a container's) or of another user is
 # no client of this machine. One that is about to end has left its namespace.
+# One that may do more than we keeps its "ns" closed to us (ptrace(2)), but not
+# the list of its links (proc(5)), of which each namespace has one.
 is_ours() {
     case " $known " in
         *" ${1#/proc/} "*) return 0 ;;
     esac
     # shellcheck disable=SC3013,SC3067 # dash and busybox know both, and they save starting programs
-    [ -O "$1" ] && [ "$1/ns/net" -ef /proc/self/ns/net ]
+    [ -O "$1" ] && [ "$1/net/dev" -ef /proc/self/net/dev ]
 }
 
 # Sets "clients" to the process ids of the clients, and "scripts" to those of

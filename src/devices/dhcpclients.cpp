@@ -37,6 +37,8 @@ QByteArray ReadOfProcess(const QByteArray &process, const char *file)
 }
 
 /// Whether a process runs as our user and in our network namespace: a container's clients show in /proc, too.
+/// A process that may do more than we keeps its "ns" closed to us (ptrace(2)), but not the list of its links
+/// (proc(5)), of which each namespace has one.
 bool IsOurs(const QByteArray &process)
 {
     const QByteArray folder = "/proc/" + process;
@@ -44,8 +46,8 @@ bool IsOurs(const QByteArray &process)
     struct stat theirs = {};
     struct stat ours = {};
     return ::stat(folder.constData(), &owner) == 0 && owner.st_uid == ::geteuid() &&
-           ::stat(QByteArray(folder + "/ns/net").constData(), &theirs) == 0 &&
-           ::stat("/proc/self/ns/net", &ours) == 0 && theirs.st_dev == ours.st_dev &&
+           ::stat(QByteArray(folder + "/net/dev").constData(), &theirs) == 0 &&
+           ::stat("/proc/self/net/dev", &ours) == 0 && theirs.st_dev == ours.st_dev &&
            theirs.st_ino == ours.st_ino;
 }
 

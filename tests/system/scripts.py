@@ -13,10 +13,10 @@ SCRIPTS = Path(__file__).resolve().parents[2] / "platform/scripts"
 FAKES = Path("/tmp/fakes")
 
 
-def script(name, *arguments, expect=0, timeout=30):
+def script(name, *arguments, expect=0, timeout=30, before=()):
     """Runs one of the scripts in the folder of the fakes (see fake()), which come before the real programs; its
-    standard output."""
-    result = subprocess.run([SCRIPTS / name, *arguments], capture_output=True, text=True, timeout=timeout, check=False,
+    standard output. "before" is a program that runs it, with its arguments."""
+    result = subprocess.run([*before, SCRIPTS / name, *arguments], capture_output=True, text=True, timeout=timeout, check=False,
                             cwd=FAKES, env={**os.environ, "PATH": f"{FAKES}:{os.environ['PATH']}"})
     assert result.returncode == expect, f"{name}: status {result.returncode}, {result.stdout}{result.stderr}"
     return result.stdout

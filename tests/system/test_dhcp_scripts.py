@@ -14,6 +14,10 @@ from harness import (RESOLV_CONF, FarEnd, addresses, default_routes, last_pid, m
 from scripts import FAKES, ScriptTest, calls, fake, script
 
 
+# As the service's unit leaves few to the daemon, who is root all the same.
+FEW_RIGHTS = ["setpriv", "--bounding-set=-all", "--inh-caps=-all"]
+
+
 def routes():
     """The default routes in the order in which they count, as (interface, metric)."""
     return [(route["dev"], route.get("metric", 0)) for route in default_routes()]
@@ -106,12 +110,20 @@ time.sleep(60)""")
 
         self.assertEqual(client.wait(0.1), 7)
 
+    def test_ends_a_client_that_may_do_more_than_we(self):
+        client = self.start_client()
+
+        script("stop_dhclient.sh", before=FEW_RIGHTS)
+
+        self.assertEqual(client.wait(0.5), -15)
+
     def test_client_of_a_container_lives(self):
         FarEnd("container", "none0")
         client = self.start_client(before=["ip", "netns", "exec", "container"])
         self.assertEqual(read(f"/proc/{client.pid}/comm"), "dhclient\n")
 
         script("stop_dhclient.sh")
+        script("stop_dhclient.sh", before=FEW_RIGHTS)
 
         self.assertIsNone(client.poll())
 

@@ -17,8 +17,10 @@
 #include <memory>
 #include <vector>
 
+#include <linux/capability.h>
 #include <sched.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -68,6 +70,20 @@ private:
     std::function<void()> prepare;
 };
 
+/// Without any, this thread is root only by name: the service's unit leaves the daemon few. Those of a
+/// program that was started before stay.
+void UseRights(bool all)
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3] = {};
+    if (::syscall(SYS_capget, &header, rights) != 0)
+        qFatal("the rights cannot be read");
+    for (__user_cap_data_struct &half : rights)
+        half.effective = all ? half.permitted : 0;
+    if (::syscall(SYS_capset, &header, rights) != 0)
+        qFatal("the rights cannot be set");
+}
+
 } // namespace
 
 /// What is done with a device.
@@ -94,7 +110,9 @@ private Q_SLOTS:
     void clientWithoutWordsServesEveryInterface();
     void clientsMayEndMeanwhile();
     void programWithASimilarNameLives();
+    void containersClientLives_data();
     void containersClientLives();
+    void endsOneThatMayDoMoreThanWe();
     void otherUsersProcessLives();
     void deviceEndsItsClient_data();
     void deviceEndsItsClient();
@@ -112,6 +130,7 @@ void TestDhcpClients::init()
 
 void TestDhcpClients::cleanup()
 {
+    UseRights(true);
     TestSupport::Remove(QStringLiteral("/tmp/clients"));
 }
 
@@ -244,16 +263,40 @@ void TestDhcpClients::programWithASimilarNameLives()
     QVERIFY(client.Lives());
 }
 
+void TestDhcpClients::containersClientLives_data()
+{
+    QTest::addColumn<bool>("hasRights");
+    QTest::newRow("of a daemon with all rights") << true;
+    QTest::newRow("of a daemon with few") << false;
+}
+
 void TestDhcpClients::containersClientLives()
 {
+    QFETCH(bool, hasRights);
     Client client({"eth0"}, [] {
         if (::unshare(CLONE_NEWNET) != 0)
             ::_exit(1);
     });
+    UseRights(hasRights);
 
     QVERIFY(!DhcpClients::End("eth0"));
 
     QVERIFY(client.Lives());
+}
+
+void TestDhcpClients::endsOneThatMayDoMoreThanWe()
+{
+    Client client({"eth0"});
+    UseRights(false);
+    // Its namespaces are not ours to look at.
+    struct stat theirs = {};
+    QCOMPARE(::stat(QByteArray("/proc/" + QByteArray::number(client.processId()) + "/ns/net").constData(),
+                    &theirs),
+             -1);
+
+    QVERIFY(DhcpClients::End("eth0"));
+
+    QCOMPARE(client.EndedBy(), SIGTERM);
 }
 
 void TestDhcpClients::otherUsersProcessLives()
