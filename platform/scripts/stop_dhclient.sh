@@ -109,14 +109,17 @@ make_way() {
     done
 }
 
-# The first of several is the one that is used.
+# The first of several is the one that is used. One that the kernel does not take
+# behind stays where it is: a way that may work is better than none.
 put_behind() {
     ip -4 route show default dev "$1" metric 0 | {
         read -r route || exit 0
-        ip -4 route flush default dev "$1"
+        # One that was put behind earlier would come first.
+        ip -4 route flush default dev "$1" metric $LATER_METRIC
         # Not "replace", which takes away what another interface has with this metric.
         # shellcheck disable=SC2086 # the words of a route
-        ip -4 route append $route dev "$1" metric $LATER_METRIC
+        ip -4 route append $route dev "$1" metric $LATER_METRIC || exit 0
+        ip -4 route flush default dev "$1" metric 0
     }
 }
 

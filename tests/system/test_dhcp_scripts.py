@@ -197,6 +197,26 @@ class MakingWay(ScriptTest):
 
         self.assertEqual([(route["gateway"], route["metric"]) for route in default_routes()], [("10.0.0.7", 600)])
 
+    def test_route_stays_that_cannot_be_put_behind(self):
+        # The kernel accepts no new route by a gateway that it cannot reach any more.
+        self.given_default_route("wlan0")
+        run("ip", "route", "add", "192.0.2.1", "dev", "wlan0")
+        run("ip", "route", "replace", "default", "via", "192.0.2.1", "dev", "wlan0")
+        run("ip", "route", "del", "192.0.2.1", "dev", "wlan0")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual([(route["gateway"], route.get("metric", 0)) for route in default_routes()],
+                         [("192.0.2.1", 0)])
+
+    def test_route_that_is_there_and_behind_is_so_once(self):
+        self.given_default_route("wlan0", "metric", "600")
+        run("ip", "route", "append", "default", "via", "10.0.0.1", "dev", "wlan0")
+
+        script("stop_dhclient.sh")
+
+        self.assertEqual([(route["gateway"], route["metric"]) for route in default_routes()], [("10.0.0.1", 600)])
+
     def test_interface_that_does_not_carry_loses_its_route(self):
         for number, name in enumerate(("eth0", "wlan0")):
             self.given_default_route(name, number=number).pull()
