@@ -169,6 +169,7 @@ void WpaSuppThread::MyTimerTimeout()
     const JournalSubject subject(interface, definition);
     if (quitRequested)
         exit(0);
+    NoticeDeath();
     if (stopRunning)
         TickStopRunning();
     if (stoppingSupplicant) {
@@ -241,9 +242,6 @@ void WpaSuppThread::TickStarting()
 
 void WpaSuppThread::TickRunning()
 {
-    NoticeLostControl();
-    if (NoticesDeath())
-        return;
     const bool wasOpen = IsControlOpen();
     if (wasOpen) {
         CheckStatusIfRequested();

@@ -187,7 +187,7 @@ private:
     void NoteFailure(const QString &reason);
 
     // The process
-    bool NoticesDeath();
+    void NoticeDeath();
     void WatchForSilence();
     void TellOfStoppedProcess(bool isStopped);
     void EndSilentSupplicant();

@@ -28,16 +28,18 @@ constexpr auto END_TIME_LIMIT = 1s;
 
 } // namespace
 
-/// A supplicant that was killed says nothing: its end counts as the event that it did not send.
-bool WpaSuppThread::NoticesDeath()
+/// A supplicant that was killed says nothing: its end counts as the event that it did not send. Looked for
+/// before all else, as the event would have come between two ticks: the stop that follows it is of this one.
+void WpaSuppThread::NoticeDeath()
 {
+    if (!running || stopRunning || stoppingSupplicant || reconfigureRequested || startingSupplicant)
+        return;
+    NoticeLostControl();
     if (!process || !process->HasEnded())
-        return false;
+        return;
     process.reset();
-    if (stopRunning) // Its last words said so.
-        return true;
-    OnTerminating();
-    return true;
+    if (!stopRunning) // Its last words may have said so.
+        OnTerminating();
 }
 
 /// For a connection that is open.
