@@ -142,12 +142,13 @@ void NetworkDevice::TellOfLostResolver(const QString &transcript)
         << match.captured();
 }
 
-/// A gateway that the address cannot reach leaves no route behind, and the client's script says nothing of
-/// it. Our hook does.
+/// A gateway that the address cannot reach leaves no route behind, and classless routes let none be set. The
+/// client's script says nothing of it. Our hook does.
 void NetworkDevice::TellOfLostGateway(const QString &transcript)
 {
     static const QRegularExpression complaint(
-        QStringLiteral("the gateway [0-9.]+ is outside the subnet of [0-9./]+"));
+        QStringLiteral("the gateway [0-9.]+ is outside the subnet of [0-9./]+|"
+                       "the classless routes have none and come in the place of the gateway [0-9.]+"));
     const QRegularExpressionMatch match = complaint.match(transcript);
     if (!match.hasMatch()) {
         reports->leasedGateway.Over();

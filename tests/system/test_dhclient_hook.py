@@ -93,6 +93,33 @@ class Routes(HookTest):
 
         self.assertEqual(addresses("eth0"), ["10.0.0.2"])
 
+    def test_classless_routes_without_a_default_are_told(self):
+        self.given_cables("eth0")
+
+        said = client_script("BOUND", "eth0", 0, new_rfc3442_classless_static_routes="24 192 0 2 10 0 0 3")
+
+        self.assertIn("the classless routes have none and come in the place of the gateway 10.0.0.1\n", said)
+        self.assertEqual(default_routes(), [])
+        self.assertEqual([route["dst"] for route in gateway_routes()], ["192.0.2.0/24"])
+
+    def test_classless_routes_with_a_default_are_not_told(self):
+        self.given_cables("eth0")
+
+        said = client_script("BOUND", "eth0", 0, new_rfc3442_classless_static_routes="24 192 0 2 10 0 0 3 0 10 0 0 3")
+
+        self.assertNotIn("classless", said)
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.3"])
+
+    def test_classless_routes_that_are_none_leave_the_gateway(self):
+        for routes_text in ("255 10 77 0 1 0 1 24", "33 1 2 3 4 10 0 0 1", "0 10 0", "24 10 <error>"):
+            with self.subTest(routes_text):
+                self.clean()
+                self.given_cables("eth0")
+
+                client_script("BOUND", "eth0", 0, new_rfc3442_classless_static_routes=routes_text)
+
+                self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
+
     def test_gateway_among_classless_routes_is_one(self):
         self.given_cables("eth0")
 

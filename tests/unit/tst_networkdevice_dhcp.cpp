@@ -53,6 +53,7 @@ private Q_SLOTS:
     void transcriptThatCannotBeKeptIsNoFailure();
     void resolverThatTheClientsScriptCannotWriteIsToldOnce();
     void gatewayOutsideTheSubnetIsToldOnce();
+    void classlessRoutesWithoutADefaultAreToldOnce();
     void serverThatRefusesIsToldOnce();
     void refusalOnALinkThatWentIsNoNews();
     void mentionOfTheResolverIsNoComplaint();
@@ -278,6 +279,19 @@ void TestNetworkDeviceDhcp::gatewayOutsideTheSubnetIsToldOnce()
                                      "10.0.0.5/255.255.255.0 \n"),
         1);
     QCOMPARE(TestSupport::LogText().count("outside the subnet"), 1);
+}
+
+void TestNetworkDeviceDhcp::classlessRoutesWithoutADefaultAreToldOnce()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    const QByteArray fault = "the classless routes have none and come in the place of the gateway 10.0.0.1";
+    TestSupport::Answer("dhclient", "echo '" + fault + "'\necho bound to 10.0.0.5");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(device.Dhclient("eth0"));
+    QVERIFY(device.Dhclient("eth0"));
+
+    QCOMPARE(TestSupport::LogText().count("no default route on eth0 -- the lease is wrong: " + fault), 1);
 }
 
 void TestNetworkDeviceDhcp::serverThatRefusesIsToldOnce()
