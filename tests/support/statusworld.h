@@ -17,6 +17,9 @@
 inline const QString KEY = QStringLiteral("com.qarbo.zebnetstatus");
 inline const QString SOCKET = QStringLiteral("/tmp/corvin");
 
+/// Of every wait for the tool: only a tool that hangs takes that long, on a busy machine, too.
+constexpr int LIMIT_MS = 60000;
+
 struct Result
 {
     int exitCode = -1;
@@ -30,7 +33,7 @@ inline Result Run(const QStringList &arguments,
     QProcess tool;
     tool.setProcessEnvironment(environment);
     tool.start(QStringLiteral(CORVI_STATUS), arguments);
-    if (!tool.waitForFinished(10000) || tool.exitStatus() != QProcess::NormalExit)
+    if (!tool.waitForFinished(LIMIT_MS) || tool.exitStatus() != QProcess::NormalExit)
         return {};
     return {tool.exitCode(), QString::fromUtf8(tool.readAllStandardOutput()),
             QString::fromUtf8(tool.readAllStandardError())};
@@ -86,7 +89,7 @@ public:
     /// The output so far; waits until it holds `text`.
     QString OutputWith(const QString &text)
     {
-        QDeadlineTimer deadline(10000);
+        QDeadlineTimer deadline(LIMIT_MS);
         while (!output.contains(text) && !deadline.hasExpired()) {
             tool.waitForReadyRead(50);
             output += QString::fromUtf8(tool.readAllStandardOutput());
@@ -103,7 +106,7 @@ private:
 /// Sends one event as the daemon does, once somebody listens.
 inline bool SendEvent(const QByteArray &bytes)
 {
-    QDeadlineTimer deadline(10000);
+    QDeadlineTimer deadline(LIMIT_MS);
     while (!deadline.hasExpired()) {
         QLocalSocket socket;
         socket.connectToServer("corvin");

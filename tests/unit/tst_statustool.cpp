@@ -232,7 +232,7 @@ void TestCorviStatus::waitsForTheLock()
     QVERIFY(!tool.waitForFinished(500));
     std::memcpy(publisher.segment.data(), WiredStatus().GetData().constData(), 512);
     QVERIFY(publisher.segment.unlock());
-    QVERIFY(tool.waitForFinished(10000));
+    QVERIFY(tool.waitForFinished(LIMIT_MS));
     QVERIFY(tool.readAllStandardOutput().contains("10.0.0.5"));
 }
 
@@ -252,7 +252,7 @@ void TestCorviStatus::outputThatIsLostIsAFailure()
 
     tool.start(CORVI_STATUS, arguments);
 
-    QVERIFY(tool.waitForFinished(10000));
+    QVERIFY(tool.waitForFinished(LIMIT_MS));
     QCOMPARE(tool.exitCode(), 1);
     QCOMPARE(QString::fromUtf8(tool.readAllStandardError()),
              "corvi-status: cannot write: No space left on device\n");
@@ -266,7 +266,7 @@ void TestCorviStatus::watchEndsWhenItsOutputIsLost()
 
     QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
 
-    QVERIFY(tool.waitForFinished(10000));
+    QVERIFY(tool.waitForFinished(LIMIT_MS));
     QCOMPARE(tool.exitCode(), 1);
     QCOMPARE(QString::fromUtf8(tool.readAllStandardError()),
              "corvi-status: cannot write: No space left on device\n");
@@ -459,7 +459,7 @@ void TestCorviStatus::watchRemovesItsSocket()
 
     ::kill(static_cast<pid_t>(watcher.tool.processId()), signal);
 
-    QVERIFY(watcher.tool.waitForFinished(10000));
+    QVERIFY(watcher.tool.waitForFinished(LIMIT_MS));
     QCOMPARE(watcher.tool.exitStatus(), QProcess::NormalExit);
     QCOMPARE(watcher.tool.exitCode(), 0);
     QVERIFY(!QFile::exists(SOCKET));

@@ -162,7 +162,7 @@ void TestStatusToolFaults::statusThatAllMayReadIsShownToAnotherUser()
 
     tool.start("setpriv", {"--reuid=65534", "--clear-groups", CORVI_STATUS});
 
-    QVERIFY(tool.waitForFinished());
+    QVERIFY(tool.waitForFinished(LIMIT_MS));
     QCOMPARE(tool.readAllStandardError(), QByteArray());
     QVERIFY(tool.readAllStandardOutput().contains("10.0.0.5"));
     QCOMPARE(tool.exitCode(), 0);
@@ -197,7 +197,7 @@ void TestStatusToolFaults::withoutAPipeSignalsEndTheWatchOutright()
 
     ::kill(static_cast<pid_t>(watcher.tool.processId()), signal);
 
-    QVERIFY(watcher.tool.waitForFinished(10000));
+    QVERIFY(watcher.tool.waitForFinished(LIMIT_MS));
     QCOMPARE(watcher.tool.exitStatus(), QProcess::CrashExit);
     QCOMPARE(watcher.tool.exitCode(), signal);
 }
