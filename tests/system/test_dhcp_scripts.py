@@ -309,14 +309,32 @@ bearer.ipv4-config.mtu             : 1400
 
         self.assertEqual(calls(), ["mmcli -m any -e", "mmcli -m any --simple-connect="])
 
+    def given_access_point_name(self, text="web.example\n"):
+        name = Path("/tmp/config/files/network/apn")
+        name.parent.mkdir(parents=True)
+        name.write_text(text)
+        return name
+
     def test_connect_with_an_access_point_name(self):
         self.given_modem("registered")
-        Path("/tmp/config/files/network").mkdir(parents=True)
-        Path("/tmp/config/files/network/apn").write_text("web.example,pin=0000\n")
+        self.given_access_point_name("web.example,pin=0000\n")
 
         script("modem-tool.sh", "connect")
 
         self.assertIn("mmcli -m any --simple-connect=apn=web.examplepin0000", calls())
+
+    def test_connect_takes_no_access_point_name_from_elsewhere(self):
+        for kind, put in (("a pipe", lambda name: (name.unlink(), os.mkfifo(name))),
+                          ("a link", lambda name: name.rename(FAKES / "other") and name.symlink_to(FAKES / "other")),
+                          ("another user's", lambda name: os.chown(name, 65534, 65534))):
+            with self.subTest(kind):
+                self.clean()
+                self.given_modem("registered")
+                put(self.given_access_point_name())
+
+                script("modem-tool.sh", "connect")
+
+                self.assertEqual(calls()[-1], "mmcli -m any --simple-connect=")
 
     def test_disconnect(self):
         self.given_modem("connected")
