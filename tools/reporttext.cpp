@@ -247,6 +247,8 @@ void AddState(QJsonObject &object, const InterfaceState &state)
                               {QStringLiteral("reason"), DefinitionReason(state)},
                               {QStringLiteral("staticAddress"), state.isStatic}});
     object.insert(QStringLiteral("dhcpFailures"), state.dhcpFailures);
+    if (!state.dhcpRefuser.isEmpty())
+        object.insert(QStringLiteral("dhcpRefuser"), state.dhcpRefuser);
     if (state.lastFailure.isEmpty())
         return;
     const QDateTime since = QDateTime::fromSecsSinceEpoch(state.failureSince, Qt::UTC);

@@ -121,12 +121,21 @@ QString Attempts(int count)
     return count == 1 ? QStringLiteral("1 attempt") : QStringLiteral("%1 attempts").arg(count);
 }
 
+QString Refusal(const InterfaceState &state)
+{
+    return QStringLiteral("%1 without an address: the DHCP server %2 refuses us")
+        .arg(Attempts(state.dhcpFailures), state.dhcpRefuser);
+}
+
 Verdict AskingDhcp(const InterfaceState &state, qint64 nowMs)
 {
     QString sentence =
         QStringLiteral("asking for an address by DHCP for %1 s").arg(Seconds(*state.dhcpSince, nowMs));
     if (state.dhcpFailures > 0)
-        sentence += QStringLiteral(", after %1 without an answer").arg(Attempts(state.dhcpFailures));
+        sentence += QStringLiteral(", after ") +
+                    (state.dhcpRefuser.isEmpty()
+                         ? QStringLiteral("%1 without an answer").arg(Attempts(state.dhcpFailures))
+                         : Refusal(state));
     return Waiting("dhcp", sentence);
 }
 
@@ -143,19 +152,27 @@ Verdict WithoutStaticAddress(const ServiceState &daemon)
     return UnlessIfconfigFails(daemon, lack, Fault("no-address", lack + QStringLiteral(" and is set again")));
 }
 
+/// What came of the attempts of the DHCP client so far.
+Verdict FailedDhcp(const InterfaceState &state, const ServiceState &daemon)
+{
+    const QString fault = ToolFault(daemon, "dhclient");
+    if (!fault.isEmpty())
+        return Fault("tool-fails", fault);
+    if (!state.dhcpRefuser.isEmpty())
+        return Fault("dhcp-refused", Refusal(state));
+    return Fault("no-dhcp-answer", QStringLiteral("no DHCP server answered ") + Attempts(state.dhcpFailures));
+}
+
 Verdict WithoutAddress(const InterfaceState &state, const SystemReport &system)
 {
     if (state.isStatic)
         return WithoutStaticAddress(system.daemon.state);
     if (state.dhcpFailures == 0)
         return Waiting("no-address", QStringLiteral("no address yet"));
-    const QString fault = ToolFault(system.daemon.state, "dhclient");
-    QString sentence =
-        fault.isEmpty() ? QString(QStringLiteral("no DHCP server answered ") + Attempts(state.dhcpFailures))
-                        : fault;
+    Verdict verdict = FailedDhcp(state, system.daemon.state);
     if (state.nextDhcpStart)
-        sentence += QStringLiteral(", next in %1 s").arg(Seconds(system.nowMs, *state.nextDhcpStart));
-    return Fault(fault.isEmpty() ? "no-dhcp-answer" : "tool-fails", sentence);
+        verdict.sentence += QStringLiteral(", next in %1 s").arg(Seconds(system.nowMs, *state.nextDhcpStart));
+    return verdict;
 }
 
 Verdict WithAddress(const InterfaceReport &interface, const QString &carrier)

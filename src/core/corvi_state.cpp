@@ -133,6 +133,8 @@ void Corvi::AddAuthentication(const NetworkDevice *d, InterfaceState &state,
 void Corvi::AddDhcp(const NetworkDevice *d, InterfaceState &state) const
 {
     state.dhcpFailures = d->dhcpFailures;
+    if (d->dhcpFailures > 0)
+        state.dhcpRefuser = d->dhcpRefuser;
     if (d->dhcpSince)
         state.dhcpSince = Milliseconds(*d->dhcpSince);
     if (d->dhcpFailures == 0 || d->dhcpSince)

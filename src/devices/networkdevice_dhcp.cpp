@@ -162,8 +162,9 @@ void NetworkDevice::TellOfLostGateway(const QString &transcript)
 /// went, the next one may lead to another server.
 void NetworkDevice::TellOfRefusal(const QString &transcript)
 {
-    static const QRegularExpression refusal(QStringLiteral("DHCPNAK from [0-9.]+"));
+    static const QRegularExpression refusal(QStringLiteral("DHCPNAK from ([0-9.]+)"));
     const QRegularExpressionMatch match = refusal.match(transcript);
+    dhcpRefuser = match.captured(1);
     if (!match.hasMatch())
         return;
     const QString line = QStringLiteral("NetworkDevice::Dhclient - a DHCP server refuses us on %1 -- %2")

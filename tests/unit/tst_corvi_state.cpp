@@ -59,6 +59,7 @@ private Q_SLOTS:
     void folderThatCannotBeUsedIsToldOnce();
     void stateThatCannotBeWrittenLeavesNoEarlierOne();
     void failedAttemptsAreCounted();
+    void serverThatRefusesIsToldUntilAnAttemptDiffers();
     void attemptIsToldWhileItIsMade();
     void newLinkCountsAnew();
     void lostLinkHasNoAttempts();
@@ -200,6 +201,31 @@ void TestCorviState::failedAttemptsAreCounted()
 
     QCOMPARE(Told().dhcpFailures, 0);
     QVERIFY(!Told().nextDhcpStart);
+}
+
+void TestCorviState::serverThatRefusesIsToldUntilAnAttemptDiffers()
+{
+    const QByteArray refusal = "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'";
+    Answer("dhclient", refusal);
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    QCOMPARE(Told().dhcpRefuser, "10.0.0.1");
+
+    Answer("dhclient", "echo No DHCPOFFERS received.");
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
+    corvi.Tick();
+    QCOMPARE(Told().dhcpFailures, 2);
+    QCOMPARE(Told().dhcpRefuser, "");
+
+    Answer("dhclient", refusal);
+    corvi.AgeWiredRetry(0, std::chrono::seconds(20));
+    corvi.Tick();
+    QCOMPARE(Told().dhcpRefuser, "10.0.0.1");
+
+    UseDhcpServer();
+    corvi.AgeWiredRetry(0, std::chrono::seconds(40));
+    corvi.Tick();
+    QCOMPARE(Told().dhcpFailures, 0);
+    QCOMPARE(Told().dhcpRefuser, "");
 }
 
 void TestCorviState::attemptIsToldWhileItIsMade()

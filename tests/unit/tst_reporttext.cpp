@@ -297,6 +297,7 @@ void TestReportText::programsGetEverything()
     interface.supplicant =
         SupplicantFacts{"it is slow", "COMPLETED", "Office", "02:00:00:00:01:00", "SUCCESS", "PEAP", -61};
     interface.daemon->dhcpFailures = 2;
+    interface.daemon->dhcpRefuser = "10.0.0.2";
     interface.daemon->isStatic = true;
     interface.daemon->lastFailure = "EAP authentication failed";
     interface.daemon->failureSince = 1795294501;
@@ -320,7 +321,7 @@ void TestReportText::programsGetEverything()
                            "signalDbm": -61},
             "definition": {"name": "lan", "reason": "the only one for a wired interface",
                            "staticAddress": true},
-            "dhcpFailures": 2,
+            "dhcpFailures": 2, "dhcpRefuser": "10.0.0.2",
             "lastFailure": {"reason": "EAP authentication failed", "since": "2026-11-21T20:55:01Z"}}]})";
     QCOMPARE(QJsonDocument(report).toJson(), QJsonDocument::fromJson(expected).toJson());
 }
@@ -337,7 +338,7 @@ void TestReportText::programsGetOnlyWhatIsKnown()
 
     QCOMPARE(wlan0.value("kind").toString(), "wireless");
     QVERIFY(!wlan0.value("supplicant").toObject().contains("signalDbm"));
-    for (const char *key : {"resolver", "lease", "definition", "dhcpFailures", "lastFailure"})
+    for (const char *key : {"resolver", "lease", "definition", "dhcpFailures", "dhcpRefuser", "lastFailure"})
         QVERIFY2(!wlan0.contains(QLatin1String(key)), key);
 }
 

@@ -42,6 +42,7 @@ InterfaceState FullInterface()
     state.nextSupplicantStart = 0;
     state.gateway = "10.0.0.1";
     state.dhcpFailures = 4;
+    state.dhcpRefuser = "10.0.0.2";
     state.dhcpSince = 5;
     state.nextDhcpStart = 6;
     return state;
@@ -129,7 +130,7 @@ void TestServiceState::everyMemberCounts()
     QJsonObject full = QJsonDocument::fromJson(FullState().ToJson()).object();
     const QJsonObject interface = full.value("interfaces").toArray().first().toObject();
     const QStringList keys = interface.keys();
-    QCOMPARE(int(keys.size()), 19);
+    QCOMPARE(int(keys.size()), 20);
     for (const QString &key : keys) {
         QJsonObject lacking = interface;
         lacking.remove(key);
@@ -148,10 +149,26 @@ void TestServiceState::namesAreThoseThatOtherVersionsRead()
     QCOMPARE(object.keys(), QStringList({"carrier", "interfaces", "process", "toolFaults", "version"}));
     QCOMPARE(object.value("process").toObject().keys(), QStringList({"pid", "startTime"}));
     QCOMPARE(object.value("interfaces").toArray().first().toObject().keys(),
-             QStringList({"authenticationSinceMs", "connected", "definition", "definitionCount",
-                          "dhcpFailures", "dhcpSinceMs", "failureSinceUtc", "fallbackSeconds", "gateway",
-                          "heldDown", "inFallback", "inUse", "kind", "lastFailure", "name", "nextDhcpStartMs",
-                          "nextSupplicantStartMs", "staticAddress", "usesSupplicant"}));
+             QStringList({"authenticationSinceMs",
+                          "connected",
+                          "definition",
+                          "definitionCount",
+                          "dhcpFailures",
+                          "dhcpRefuser",
+                          "dhcpSinceMs",
+                          "failureSinceUtc",
+                          "fallbackSeconds",
+                          "gateway",
+                          "heldDown",
+                          "inFallback",
+                          "inUse",
+                          "kind",
+                          "lastFailure",
+                          "name",
+                          "nextDhcpStartMs",
+                          "nextSupplicantStartMs",
+                          "staticAddress",
+                          "usesSupplicant"}));
 }
 
 void TestServiceState::fileOfADeadProcessIsStale_data()
