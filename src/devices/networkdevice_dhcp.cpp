@@ -17,9 +17,11 @@
 #include <QSaveFile>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 
 #include <net/if.h>
+#include <sys/ioctl.h>
 
 namespace {
 
@@ -72,20 +74,27 @@ bool ReplaceResolver(const QByteArray &contents)
 }
 
 /// The kernel's number of the interface, which another one of the same name does not have; 0 for none.
-unsigned int IndexOf(const QString &interfaceName)
+/// Nothing where it cannot be told.
+std::optional<int> IndexOf(const QByteArray &interfaceName, int socketFd)
 {
-    return ::if_nametoindex(QFile::encodeName(interfaceName).constData());
+    ifreq request = {};
+    qstrncpy(request.ifr_name, interfaceName.constData(), sizeof request.ifr_name);
+    if (::ioctl(socketFd, SIOCGIFINDEX, &request) == 0)
+        return request.ifr_ifindex;
+    return errno == ENODEV ? std::make_optional(0) : std::nullopt;
 }
 
 /// What the client printed. Where the adapter is pulled, it would go on to its limit, and hold the
 /// supervision.
-QString RunClient(const QString &interfaceName)
+QString RunClient(const QString &interfaceName, int socketFd)
 {
     const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, interfaceName};
     Log(Level::TRACE) << "NetworkDevice::Dhclient"
                       << "dhclient" << arguments;
-    const auto isGone = [interfaceName, index = IndexOf(interfaceName)] {
-        return index != 0 && IndexOf(interfaceName) != index;
+    const QByteArray kernelName = QFile::encodeName(interfaceName);
+    const int index = IndexOf(kernelName, socketFd).value_or(0);
+    const auto isGone = [&kernelName, socketFd, index] {
+        return index != 0 && IndexOf(kernelName, socketFd).value_or(index) != index;
     };
     return Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS, isGone)
         .join(QLatin1Char('\n'));
@@ -101,7 +110,7 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
                       << "dhclient stopped";
     FlushIpAddress();
 
-    QString transcript = RunClient(interfaceName);
+    QString transcript = RunClient(interfaceName, socketFd);
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     const bool isBound = transcript.contains(QStringLiteral("bound to"));

@@ -15,6 +15,7 @@
 
 #include <csignal>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace {
@@ -66,6 +67,7 @@ private Q_SLOTS:
     void hangingClientIsStoppedAfterItsLimit();
     void clientWhoseInterfaceWentIsStoppedAtOnce_data();
     void clientWhoseInterfaceWentIsStoppedAtOnce();
+    void clientIsNotStoppedForWantOfADescriptor();
 };
 
 void TestNetworkDeviceDhcp::init()
@@ -468,6 +470,24 @@ void TestNetworkDeviceDhcp::clientWhoseInterfaceWentIsStoppedAtOnce()
     QVERIFY(timer.elapsed() < PROGRAM_TIME_LIMIT_MS);
     QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), QByteArray("DHCPDISCOVER on eth0\n"));
     QVERIFY(!TestSupport::LogText().contains("is killed"));
+    TestSupport::RemoveInterfaces();
+}
+
+/// What cannot be asked is not gone.
+void TestNetworkDeviceDhcp::clientIsNotStoppedForWantOfADescriptor()
+{
+    rlimit before = {};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const auto restorer = qScopeGuard([before] { ::setrlimit(RLIMIT_NOFILE, &before); });
+    GivenInterface();
+    const QByteArray limit = "prlimit --pid " + QByteArray::number(QCoreApplication::applicationPid());
+    // Asked 4 times a second.
+    TestSupport::Answer("dhclient", limit + " --nofile=3:\nsleep 1\n" + limit +
+                                        " --nofile=1024:\necho bound to 10.0.0.5");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(device.Dhclient("eth0"));
+
     TestSupport::RemoveInterfaces();
 }
 
