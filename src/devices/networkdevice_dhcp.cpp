@@ -167,17 +167,24 @@ void NetworkDevice::TellOfLostGateway(const QString &transcript)
                                     << "-- the lease is wrong:" << match.captured();
 }
 
-/// A server that refuses us is another fault than none that answers, and is mended elsewhere. Where the link
-/// went, the next one may lead to another server.
+/// A server that refuses us is another fault than none that answers, and is mended elsewhere. So is one that
+/// offers an address and never gives it, or whose offer is no use, as one without a lease time. Where the
+/// link went, the next one may lead to another server.
 void NetworkDevice::TellOfRefusal(const QString &transcript)
 {
     static const QRegularExpression refusal(QStringLiteral("DHCPNAK from ([0-9.]+)"));
-    const QRegularExpressionMatch match = refusal.match(transcript);
+    static const QRegularExpression offer(QStringLiteral("DHCPOFFER (?:of [0-9.]+ )?from ([0-9.]+)"));
+    QRegularExpressionMatch match = refusal.match(transcript);
+    const bool isRefused = match.hasMatch();
+    if (!isRefused)
+        match = offer.match(transcript);
     dhcpRefuser = match.captured(1);
     if (!match.hasMatch())
         return;
-    const QString line = QStringLiteral("NetworkDevice::Dhclient - a DHCP server refuses us on %1 -- %2")
-                             .arg(name, match.captured());
+    const QString deed =
+        isRefused ? QStringLiteral("refuses us") : QStringLiteral("offers an address and gives none");
+    const QString line = QStringLiteral("NetworkDevice::Dhclient - a DHCP server %1 on %2 -- %3")
+                             .arg(deed, name, match.captured());
     if (HasLostLink())
         Log(Level::TRACE) << line;
     else

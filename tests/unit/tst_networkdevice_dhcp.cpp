@@ -56,6 +56,8 @@ private Q_SLOTS:
     void gatewayOutsideTheSubnetIsToldOnce();
     void classlessRoutesWithoutADefaultAreToldOnce();
     void serverThatRefusesIsToldOnce();
+    void serverThatOffersAndGivesNothingIsToldOnce_data();
+    void serverThatOffersAndGivesNothingIsToldOnce();
     void refusalOnALinkThatWentIsNoNews();
     void mentionOfTheResolverIsNoComplaint();
     void leasesThatEndTheClientAreRemoved_data();
@@ -315,6 +317,31 @@ void TestNetworkDeviceDhcp::serverThatRefusesIsToldOnce()
     TestSupport::Answer("dhclient", "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'\necho bound to 10.0.0.5");
     QVERIFY(device.Dhclient("eth0"));
     QCOMPARE(TestSupport::LogText().count("DHCPNAK"), 1);
+}
+
+void TestNetworkDeviceDhcp::serverThatOffersAndGivesNothingIsToldOnce_data()
+{
+    QTest::addColumn<QByteArray>("offer");
+    QTest::newRow("never confirmed") << QByteArray("DHCPOFFER of 10.0.0.5 from 10.0.0.1");
+    // After "no expiry time on offered lease".
+    QTest::newRow("not taken") << QByteArray("DHCPOFFER from 10.0.0.1");
+}
+
+void TestNetworkDeviceDhcp::serverThatOffersAndGivesNothingIsToldOnce()
+{
+    QFETCH(QByteArray, offer);
+    SetLevel(Level::NOTICE);
+    TestSupport::Answer("dhclient", "echo '" + offer + " rejected'");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(!device.Dhclient("eth0"));
+    QVERIFY(!device.Dhclient("eth0"));
+
+    QCOMPARE(device.dhcpRefuser, QStringLiteral("10.0.0.1"));
+    const QString told =
+        " NetworkDevice::Dhclient - a DHCP server offers an address and gives none on eth0 -- ";
+    QCOMPARE(TestSupport::LogText().count(told + QString::fromLatin1(offer) + " \n"), 1);
+    QCOMPARE(TestSupport::LogText().count("DHCPOFFER"), 1);
 }
 
 /// The client hears of the network before, or of none any more; of the link the log tells.
