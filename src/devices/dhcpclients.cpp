@@ -28,6 +28,22 @@ constexpr int PAUSES = 200;
 const QByteArray CLIENT = QByteArrayLiteral("dhclient");
 /// What a client runs when its address comes or goes, as far as the kernel keeps a name (15 characters).
 const QByteArray SCRIPT = QByteArrayLiteral("dhclient-script");
+/// A client's options behind which a word stands that is no interface (dhclient(8)).
+const QList<QByteArray> OPTIONS_WITH_A_VALUE{"-4o6",
+                                             "-e",
+                                             "-p",
+                                             "-s",
+                                             "-g",
+                                             "-D",
+                                             "-cf",
+                                             "-df",
+                                             "-lf",
+                                             "-pf",
+                                             "-sf",
+                                             "--decline-wait-time",
+                                             "--address-prefix-len",
+                                             "--dad-wait-time",
+                                             "--prefix-len-hint"};
 
 /// Empty when the process is gone, and the command line also when it waits to be reaped.
 QByteArray ReadOfProcess(const QByteArray &process, const char *file)
@@ -57,6 +73,21 @@ struct Process
     QByteArray commandLine; ///< each word ends with a NUL; never empty
 };
 
+/// The interfaces that a client's command line names, between its options (dhclient(8)).
+QList<QByteArray> InterfacesOf(const QList<QByteArray> &words)
+{
+    QList<QByteArray> names;
+    for (int i = 1; i < words.size(); ++i) {
+        const QByteArray &word = words.at(i);
+        if (OPTIONS_WITH_A_VALUE.contains(word))
+            ++i;
+        // Behind the name of an interpreter stands that of its script; no interface's has a slash.
+        else if (!word.startsWith('-') && !word.contains('/'))
+            names.append(word);
+    }
+    return names;
+}
+
 /// Whether a client with this command line gives the interface IPv4 addresses. One that names no interface
 /// serves every one.
 bool Serves(const QByteArray &commandLine, const QByteArray &interfaceName)
@@ -64,7 +95,8 @@ bool Serves(const QByteArray &commandLine, const QByteArray &interfaceName)
     const QList<QByteArray> words = commandLine.chopped(1).split('\0');
     if (words.contains("-6"))
         return false;
-    return words.size() == 1 || words.last().startsWith('-') || words.contains(interfaceName);
+    const QList<QByteArray> names = InterfacesOf(words);
+    return names.isEmpty() || names.contains(interfaceName);
 }
 
 /// The running processes of this name. Each is read once, as it may end before a second look at it.

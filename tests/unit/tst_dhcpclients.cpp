@@ -141,6 +141,10 @@ void TestDhcpClients::endsThoseThatServeTheInterface_data()
     QTest::newRow("ours") << QStringList{"-v", "-cf", "/etc/dhcp/dhclient.conf", "eth0"} << true;
     QTest::newRow("one of several") << QStringList{"eth0", "eth1"} << true;
     QTest::newRow("for every interface") << QStringList{"-v"} << true;
+    QTest::newRow("for every interface, with a file") << QStringList{"-v", "-cf", "corvi.conf"} << true;
+    QTest::newRow("for every interface, with a variable") << QStringList{"-e", "IF_METRIC=500"} << true;
+    QTest::newRow("another's, with options behind") << QStringList{"eth1", "-v"} << false;
+    QTest::newRow("another's, with a file of that name") << QStringList{"-pf", "eth0", "eth1"} << false;
     QTest::newRow("another's") << QStringList{"-v", "eth1"} << false;
     QTest::newRow("a longer name") << QStringList{"-v", "eth01"} << false;
     QTest::newRow("for IPv6 alone") << QStringList{"-6", "eth0"} << false;
