@@ -10,6 +10,7 @@ from pathlib import Path
 from harness import (RELOAD_FLAG, RESOLV_CONF, STATIC, SystemTest, addresses, default_routes, main, read, run, touch,
                      wait_for, wired, write_store)
 
+LOCK = Path("/run/corvi.lock")
 NO_ROUTER = Path("/run/corvi-no-router.eth0")
 LEASE = {"new_subnet_mask": "255.255.255.0", "new_domain_name_servers": "192.0.2.53"}
 
@@ -47,6 +48,10 @@ def lifetimes(interface):
 
 
 class HookTest(SystemTest):
+    def setUp(self):
+        super().setUp()
+        touch(LOCK)
+
     def given_cables(self, *names):
         for name in names:
             self.cable(name)
@@ -64,6 +69,16 @@ class Routes(HookTest):
                 client_script("BOUND", "eth0", 1)
 
                 self.assertEqual(routes(), [("eth0", 0), (radio, 600)])
+
+    def test_client_of_another_manager_is_left_alone(self):
+        # No daemon has run since the boot.
+        LOCK.unlink()
+        self.given_cables("wlan0")
+
+        client_script("BOUND", "wlan0", 0, new_routers="10.0.0.1")
+
+        self.assertEqual(routes(), [("wlan0", 0)])
+        self.assertIn("nameserver 192.0.2.53", read(RESOLV_CONF))
 
     def test_metric_that_the_client_was_given_holds(self):
         self.given_cables("wlan0", "wwan0")
