@@ -87,6 +87,8 @@ public:
     void AdviseOnName();
     void AdviseOnMode();
     void AdviseOnAddress();
+    void AdviseOnResolver();
+    void AdviseOnSpeed();
 
 private:
     void AdviseOnHostPart(quint32 address, quint32 hostBits);
@@ -166,6 +168,30 @@ void NetworkAdvice::AdviseOnAddress()
                    .arg(gateway));
 }
 
+void NetworkAdvice::AdviseOnResolver()
+{
+    if (Value(network, "staticDns") == QLatin1String("true") && Value(network, "dns1").isEmpty() &&
+        Value(network, "dns2").isEmpty())
+        Advise(Severity::Warning, "staticDns",
+               QStringLiteral("stands without dns1 and dns2: there is no name server, not even DHCP's"));
+}
+
+/// The daemon takes the first of three words as a number, and anything but "Full" behind it as half duplex.
+void NetworkAdvice::AdviseOnSpeed()
+{
+    const QString speed = Value(network, "speed");
+    if (!isWired || speed.isEmpty() || speed == QLatin1String("Auto"))
+        return;
+    const QStringList words = speed.split(QLatin1Char(' '));
+    if (words.size() != 3 || words.constFirst().toInt() <= 0)
+        Advise(Severity::Error, "speed",
+               QStringLiteral("\"%1\" is not Auto or three words, such as 100 Mbps Full; the speed stays")
+                   .arg(speed));
+    else if (words.constLast() != QLatin1String("Full") && words.constLast() != QLatin1String("Half"))
+        Advise(Severity::Warning, "speed",
+               QStringLiteral("\"%1\" ends with neither Full nor Half, and sets half duplex").arg(speed));
+}
+
 } // namespace
 
 StoreFindings StoreAdvice::OnSettings(const ZebDocument &document)
@@ -188,6 +214,8 @@ StoreFindings StoreAdvice::OnNetworks(const ZebDocument &document)
         advice.AdviseOnName();
         advice.AdviseOnMode();
         advice.AdviseOnAddress();
+        advice.AdviseOnResolver();
+        advice.AdviseOnSpeed();
     }
     return findings;
 }

@@ -114,6 +114,28 @@ void TestStoreAdvice::networkIsAdvisedOn_data()
     row("no gateway", "lan",
         "<staticIp>true</staticIp><ipAddress>10.0.1.2</ipAddress><netmask>255.0.0.0</netmask>", "");
 
+    const auto speed = [](const QByteArray &value) {
+        return QByteArray("<speed>" + value + "</speed>");
+    };
+    const QString property = "network \"lan\", property \"speed\" (text): \"%1\" ";
+    const QString noSpeed =
+        "error: " + property + "is not Auto or three words, such as 100 Mbps Full; the speed stays";
+    row("speed", "lan", speed("100 Mbps Full"), "");
+    row("speed and half duplex", "lan", speed("10 x Half"), "");
+    row("speed as it is negotiated", "lan", speed("Auto"), "");
+    row("speed of a radio", "Office", ssid + speed("fast"), "");
+    row("speed without duplex", "lan", speed("1000"), noSpeed.arg("1000"));
+    row("speed with two blanks", "lan", speed("100  Full Full"), noSpeed.arg("100  Full Full"));
+    row("speed without a number", "lan", speed("1G Mbps Full"), noSpeed.arg("1G Mbps Full"));
+    row("duplex in small letters", "lan", speed("100 Mbps full"),
+        "warning: " + property.arg("100 Mbps full") +
+            "ends with neither Full nor Half, and sets half duplex");
+
+    row("name server of our own", "lan", "<staticDns>true</staticDns><dns2>10.0.0.1</dns2>", "");
+    row("name servers of our own, but none", "lan", "<staticDns>true</staticDns><domain>a.example</domain>",
+        "warning: network \"lan\", property \"staticDns\" (boolean): stands without dns1 and dns2: there is "
+        "no name server, not even DHCP's");
+
     row("GTC", "Office", ssid + "<securityMode>peap_gtc</securityMode>",
         "warning: network \"Office\", property \"securityMode\" (security mode): GTC needs the password "
         "itself, and the supplicant gets only a hash of it: a server that does not take MSCHAPv2 as well "
