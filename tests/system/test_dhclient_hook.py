@@ -301,6 +301,14 @@ class Routes(HookTest):
         self.assertEqual(prefixes("eth0"), [("10.0.0.2", 32)])
         self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
 
+    def test_gateway_is_reached_in_a_network_of_two(self):
+        self.given_cables("eth0")
+
+        client_script("BOUND", "eth0", 0, new_routers="10.0.0.3", new_subnet_mask="255.255.255.254",
+                      new_broadcast_address="10.0.0.3")
+
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.3"])
+
     def test_netmask_that_is_none_counts_as_missing(self):
         for netmask in ("255.0.255.0", "0.0.0.0", "0.0.0.255", "255.255.255.254.0", "<error>"):
             with self.subTest(netmask):
