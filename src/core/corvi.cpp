@@ -203,7 +203,7 @@ void Corvi::WarnOfOtherManagers()
 void Corvi::SetUpNetworks()
 {
     // The supplicant says only once that it is connected, and what it says while a command waits is dropped.
-    if (supThread->TakeUntoldSuccess())
+    if (supThread->TakeMissedSuccess())
         onAssociatedChanged(true);
     const bool isWiredConnected = WiredNetworkSetup();
     if (isWiredConnected) {

@@ -201,6 +201,12 @@ bool IsEvent(const char *datagram, size_t length)
     return (length > 0 && datagram[0] == '<') || (length >= 7 && memcmp(datagram, "IFNAME=", 7) == 0);
 }
 
+bool IsConnectedEvent(const char *datagram, size_t length)
+{
+    constexpr char EVENT[] = "<3>CTRL-EVENT-CONNECTED";
+    return length >= sizeof(EVENT) - 1 && memcmp(datagram, EVENT, sizeof(EVENT) - 1) == 0;
+}
+
 int RequestOk(wpa_ctrl *ctrl, const char *cmd)
 {
     char reply[10];
@@ -271,6 +277,8 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *re
             const size_t end = std::min(length, *replyLength - 1);
             reply[end] = '\0';
             callback(reply, end);
+        } else if (IsConnectedEvent(reply, length)) {
+            ctrl->droppedConnected = true;
         }
     }
 }

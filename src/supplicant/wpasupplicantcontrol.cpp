@@ -11,6 +11,7 @@
 #include <QStringList>
 
 #include <array>
+#include <utility>
 
 #include <unistd.h>
 
@@ -174,6 +175,11 @@ QString WpaSupplicantControl::SendCommand(const QString &cmd)
         return CONTROL_ERROR;
     buffer[length] = '\0';
     return QString::fromLatin1(buffer.data());
+}
+
+bool WpaSupplicantControl::TakeDroppedConnected()
+{
+    return connection && std::exchange(connection->droppedConnected, false);
 }
 
 void WpaSupplicantControl::ReadMessage()

@@ -20,6 +20,9 @@
 class Logging;
 class QTimer;
 
+/// Asks the supplicant for its status.
+inline const QString STATUS_COMMAND = QStringLiteral("STATUS");
+
 /// The one supervisor of wpa_supplicant: starts, watches, restarts and stops it and interprets its events.
 /// The object lives on the main thread, where all its slots run; its worker thread only owns the timer that
 /// paces them. Created on first use and never deleted.
@@ -63,10 +66,10 @@ public:
     /// Reads what the supplicant has said and nobody has heard yet; associatedChanged() may come before this
     /// returns. For a decision that a success in it would change.
     void HearUnread();
-    /// Whether the supplicant is connected and associatedChanged() has not said so: the event was dropped, as
-    /// it came while the reply to a command was awaited. Told once; true for a status read since then,
-    /// which is no signal either.
-    bool TakeUntoldSuccess();
+    /// Whether the supplicant is connected and associatedChanged() has not said so, as the event was missed:
+    /// it came while the reply to a command was awaited, or before we listened. A success that is taken
+    /// counts as told; its event, should it come after all, is no second one.
+    bool TakeMissedSuccess();
     /// Lets go of the supplicant, which runs on: closes our end of the control connection.
     void LetGo();
     /// Why nobody let us in, in a few words, since such failures come; no reason after a success.
@@ -174,6 +177,7 @@ private:
     // Events and the status
     void CheckStatus();
     void CheckStatusIfRequested();
+    void CheckStatusLate();
     static QString SplitLine(const QString &line);
     static QString ExtractSsid(const QString &message);
     void OnSsidTemporarilyDisabled(const QString &message);
@@ -233,7 +237,9 @@ private:
     bool startPending = false;
 
     bool connectionTold = false;   ///< the last associatedChanged() said that it is connected
-    bool untoldSuccess = false;    ///< see TakeUntoldSuccess()
+    bool mayMissSuccess = false;   ///< the event of a success may have been missed; the status says whether
+    bool isTakenUp = false;        ///< told without its event, see TakeMissedSuccess()
+    int ticksToLateStatus = 0;     ///< until the status is asked for; 0 where it need not be
     bool stopWaitsForNews = false; ///< the stop asked for is one that a success would make pointless
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it
     int silentTicks = 0;                      ///< since it was last heard

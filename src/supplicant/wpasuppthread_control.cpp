@@ -5,8 +5,6 @@
 
 #include "logging.h"
 
-#include <utility>
-
 /// Later, as this may run inside a signal of the object itself.
 void WpaSuppThread::DeleteLater::operator()(WpaSupplicantControl *object) const
 {
@@ -67,6 +65,11 @@ QString WpaSuppThread::SendCommand(const QString &command)
     QString reply = control ? control->SendCommand(command) : WpaSupplicantControl::ERROR_PREFIX;
     if (!reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
         silentTicks = 0;
+    if (control && control->TakeDroppedConnected() && !connectionTold) {
+        mayMissSuccess = true;
+        if (command != STATUS_COMMAND) // Its own reply is the answer.
+            checkStatusRequested = true;
+    }
     return reply;
 }
 
@@ -81,12 +84,16 @@ void WpaSuppThread::HearUnread()
         control->ReadWaiting();
 }
 
-bool WpaSuppThread::TakeUntoldSuccess()
+bool WpaSuppThread::TakeMissedSuccess()
 {
-    if (!untoldSuccess)
+    if (mayMissSuccess && associated)
+        HearUnread(); // The event itself, where it came after all.
+    if (!mayMissSuccess || !associated)
         return false;
-    HearUnread(); // The event itself, where it came after all.
-    return std::exchange(untoldSuccess, false) && associated;
+    mayMissSuccess = false;
+    connectionTold = true;
+    isTakenUp = true;
+    return true;
 }
 
 void WpaSuppThread::LetGo()
@@ -102,6 +109,7 @@ void WpaSuppThread::NoticeLostControl()
     if (control->CheckPeer()) {
         NotePeer();
         checkStatusRequested = true; // What was said in between is lost.
+        mayMissSuccess = !connectionTold;
     }
     if (!IsControlOpen())
         associated = false;

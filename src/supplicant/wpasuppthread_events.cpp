@@ -7,6 +7,8 @@
 #include "logging.h"
 #include "utils.h"
 
+#include <utility>
+
 namespace {
 
 const QString BAD_PASSWORD = QStringLiteral("BadPassword");
@@ -39,8 +41,10 @@ void WpaSuppThread::MessageReceived(const QString &message)
         checkStatusRequested = true;
     else
         Log(Level::TRACE) << "WpaSuppThread::MessageReceived --" << message;
-    if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-")))
+    if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-"))) {
         eapQuiet.start();
+        ticksToLateStatus = 0;
+    }
 }
 
 void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
@@ -62,12 +66,16 @@ void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
 void WpaSuppThread::TellAssociation(bool state)
 {
     connectionTold = state;
-    untoldSuccess = false;
+    mayMissSuccess = false;
+    isTakenUp = false;
+    ticksToLateStatus = 0;
     emit associatedChanged(state);
 }
 
 void WpaSuppThread::OnConnected()
 {
+    // The event of a success that was told without it, where nothing has come in between.
+    const bool isTold = std::exchange(isTakenUp, false) && associated;
     badPassword = false;
     associated = true;
     lastFailure = {};
@@ -82,7 +90,8 @@ void WpaSuppThread::OnConnected()
         stopRunning = false;
         stopWaitsForNews = false;
     }
-    TellAssociation(true);
+    if (!isTold)
+        TellAssociation(true);
 }
 
 void WpaSuppThread::OnDisconnected()
@@ -162,7 +171,7 @@ QString WpaSuppThread::ExtractSsid(const QString &message)
 void WpaSuppThread::CheckStatus()
 {
     Log(Level::DEBUG) << "WpaSuppThread::CheckStatus start" << statusText << TrueFalse(associated);
-    const QStringList lines = SendCommand(QStringLiteral("STATUS")).split(QLatin1Char('\n'));
+    const QStringList lines = SendCommand(STATUS_COMMAND).split(QLatin1Char('\n'));
     for (const QString &line : lines) {
         Log(Level::DEBUG) << "WpaSuppThread::CheckStatus" << line;
         if (line.startsWith(QLatin1String("ssid"))) {
@@ -170,7 +179,7 @@ void WpaSuppThread::CheckStatus()
         } else if (line.startsWith(QLatin1String("wpa_state"))) {
             statusText = SplitLine(line);
             associated = statusText == QLatin1String("COMPLETED");
-            untoldSuccess = associated && !connectionTold;
+            mayMissSuccess = mayMissSuccess && associated;
             Log(Level::TRACE)
                 << "WpaSuppThread::CheckStatus"
                 << QStringLiteral("%1,%2,%3").arg(line, statusText, QString::number(associated));
@@ -187,6 +196,20 @@ void WpaSuppThread::CheckStatusIfRequested()
     // The status makes us associated without a signal, so the event that tells of it must not be lost.
     control->ReadWaiting();
     CheckStatus();
+}
+
+/// The ticks that a start, which blocks the main thread, has held up follow each other at once: they are no
+/// time in which the supplicant could have said something.
+void WpaSuppThread::CheckStatusLate()
+{
+    if (ticksToLateStatus == 0 || waitingTicks > 1)
+        return;
+    if (ticksToLateStatus == 1)
+        HearUnread(); // Its word may be there: then nothing is left to count.
+    if (ticksToLateStatus == 0 || --ticksToLateStatus > 0 || associated)
+        return;
+    checkStatusRequested = true;
+    mayMissSuccess = true;
 }
 
 QString WpaSuppThread::SplitLine(const QString &line)

@@ -40,7 +40,7 @@ public:
         wired = IsWiredDriver(driverName);
         startingSupplicant = true;
         MyTimerTimeout();
-        checkStatusRequested = false;
+        ticksToLateStatus = 0;
     }
     void Tick(int times = 1)
     {
@@ -72,6 +72,8 @@ public:
         openFailures = failures;
         unassociatedTicks = ticks;
     }
+    /// So many ticks wait for the main thread, the one that it carries out included.
+    void LagBehind(int ticks) { waitingTicks = ticks; }
     void NoteSilence(int ticks) { silentTicks = ticks; }
     void NoteAcknowledged(bool is) { terminateAcknowledged = is; }
     /// As a launch leaves it to the next tick.
@@ -139,6 +141,7 @@ public:
         thread.restarting = state.restarting;
         thread.associated = state.associated;
         thread.connectionTold = state.associated;
+        thread.isTakenUp = false;
     }
     static void Disconnect(WpaSuppThread &thread) { thread.DeleteWpaCtl(); }
     static void SetStopPending(WpaSuppThread &thread, bool pending) { thread.stopPending = pending; }

@@ -8,6 +8,12 @@
 #include <QSignalSpy>
 #include <QTest>
 
+namespace {
+
+const QByteArray CONNECTED = "<3>CTRL-EVENT-CONNECTED - Connection to x completed";
+
+} // namespace
+
 class TestWpaSuppThreadStatus : public QObject, private SupervisedSupplicant
 {
     Q_OBJECT
@@ -24,20 +30,59 @@ private slots:
     void logsTheStatus();
     void readsTheStatusOnceWhenAsked();
     void hearsWhatIsUnreadBeforeItAsksForTheStatus();
-    void knowsOfASuccessThatNobodyHeard();
-    void knowsOfNoSuccessThatWasTold();
+    void asksANewSupplicantThatSaysNothing();
+    void asksNoSupplicantThatWasHeard_data();
+    void asksNoSupplicantThatWasHeard();
+    void ticksThatWereHeldUpAreNoTimeToWait();
+    void takesUpASuccessThatWasDropped_data();
+    void takesUpASuccessThatWasDropped();
+    void takesUpNoSuccessThatNoEventWasMissedOf();
+    void takesUpNoSuccessThatWasTold();
+    void takesUpNoSuccessThatIsOver();
+    void eventOfASuccessThatWasTakenUpConfirmsIt();
+    void eventAfterTheEndOfWhatWasTakenUpIsTold_data();
+    void eventAfterTheEndOfWhatWasTakenUpIsTold();
     void leavesWhatComesMeanwhileToTheNotifier();
+    void readsTheStatusWhenItHasConnectedAnew_data();
     void readsTheStatusWhenItHasConnectedAnew();
 
 private:
     /// The supplicant answers so when it is asked for its status.
     void SuperviseWithStatus(const QByteArray &reply);
+    /// As after a start: the connection is opened now.
+    void Attach();
+    /// The supplicant connects while it is sent this command, and says so.
+    void ConnectDuring(const QByteArray &command, const QByteArray &reply);
+    void TakeUpASuccess();
 };
 
 void TestWpaSuppThreadStatus::SuperviseWithStatus(const QByteArray &reply)
 {
     supplicant->SetReply("STATUS", reply);
     supervisor->Supervise();
+}
+
+void TestWpaSuppThreadStatus::Attach()
+{
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->ExpectSupplicant();
+    supervisor->Tick();
+}
+
+void TestWpaSuppThreadStatus::ConnectDuring(const QByteArray &command, const QByteArray &reply)
+{
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {CONNECTED};
+    answer.reply = reply;
+    supplicant->SetAnswer(command, answer);
+}
+
+void TestWpaSuppThreadStatus::TakeUpASuccess()
+{
+    supervisor->Supervise();
+    ConnectDuring("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->CheckStatus();
+    QVERIFY(supervisor->TakeMissedSuccess());
 }
 
 void TestWpaSuppThreadStatus::splitsLines_data()
@@ -179,43 +224,188 @@ void TestWpaSuppThreadStatus::hearsWhatIsUnreadBeforeItAsksForTheStatus()
     QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
 }
 
-void TestWpaSuppThreadStatus::knowsOfASuccessThatNobodyHeard()
+void TestWpaSuppThreadStatus::asksANewSupplicantThatSaysNothing()
 {
-    FakeSupplicant::Answer answer;
-    answer.eventsFirst = {"<3>CTRL-EVENT-CONNECTED - Connection to x completed"};
-    answer.reply = "wpa_state=COMPLETED\n";
-    supplicant->SetAnswer("STATUS", answer);
-    supervisor->Supervise();
-    supervisor->AskForStatus();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    Attach();
 
-    supervisor->Tick();
+    supervisor->Tick(4);
+    QCOMPARE(supplicant->Commands(), QStringList{"ATTACH"});
+    supervisor->Tick(10);
 
+    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
     QVERIFY(supervisor->IsAssociated());
     QCOMPARE(changes.size(), 0);
-    QVERIFY(supervisor->TakeUntoldSuccess());
-    QVERIFY(!supervisor->TakeUntoldSuccess());
+    QVERIFY(supervisor->TakeMissedSuccess());
+    QVERIFY(!supervisor->TakeMissedSuccess());
 }
 
-void TestWpaSuppThreadStatus::knowsOfNoSuccessThatWasTold()
+void TestWpaSuppThreadStatus::asksNoSupplicantThatWasHeard_data()
 {
+    QTest::addColumn<QByteArray>("event");
+    QTest::addColumn<bool>("isUnread");
+    QTest::newRow("connected") << CONNECTED << false;
+    QTest::newRow("connected, not read yet") << CONNECTED << true;
+    QTest::newRow("disconnected") << QByteArray("<3>CTRL-EVENT-DISCONNECTED reason=3") << false;
+    QTest::newRow("step of EAP") << QByteArray("<3>CTRL-EVENT-EAP-STARTED EAP authentication started")
+                                 << false;
+}
+
+void TestWpaSuppThreadStatus::asksNoSupplicantThatWasHeard()
+{
+    QFETCH(QByteArray, event);
+    QFETCH(bool, isUnread);
+    Attach();
+    supervisor->Tick(4);
+
+    if (isUnread)
+        QVERIFY(supplicant->SendEvent(event));
+    else
+        supervisor->MessageReceived(QString::fromLatin1(event));
+    supervisor->Tick(10);
+
+    QCOMPARE(supplicant->Commands(), QStringList{"ATTACH"});
+    QVERIFY(!supervisor->TakeMissedSuccess());
+}
+
+/// After a start they follow each other at once.
+void TestWpaSuppThreadStatus::ticksThatWereHeldUpAreNoTimeToWait()
+{
+    Attach();
+    supervisor->LagBehind(2);
+    supervisor->Tick(10);
+    QCOMPARE(supplicant->Commands(), QStringList{"ATTACH"});
+
+    supervisor->LagBehind(1);
+    supervisor->Tick(5);
+
+    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
+}
+
+void TestWpaSuppThreadStatus::takesUpASuccessThatWasDropped_data()
+{
+    QTest::addColumn<bool>("isStatus");
+    QTest::newRow("by the status itself") << true;
+    QTest::newRow("by another command") << false;
+}
+
+void TestWpaSuppThreadStatus::takesUpASuccessThatWasDropped()
+{
+    QFETCH(bool, isStatus);
     SuperviseWithStatus("wpa_state=COMPLETED\n");
+    if (isStatus) {
+        ConnectDuring("STATUS", "wpa_state=COMPLETED\n");
+        supervisor->AskForStatus();
+    } else {
+        ConnectDuring("RECONFIGURE", "OK\n");
+        supervisor->Reconfigure();
+    }
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+
+    supervisor->Tick(5);
+
+    // Asked once, where its own reply is not the answer.
+    QCOMPARE(supplicant->Commands().filter("STATUS").size(), 1);
+    QVERIFY(supervisor->IsAssociated());
+    QCOMPARE(changes.size(), 0);
+    QVERIFY(supervisor->TakeMissedSuccess());
+    QVERIFY(!supervisor->TakeMissedSuccess());
+}
+
+void TestWpaSuppThreadStatus::takesUpNoSuccessThatNoEventWasMissedOf()
+{
+    supplicant.reset();
+    supervisor->Supervise();
+    supplicant = std::make_unique<FakeSupplicant>();
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->Tick(); // Opens the connection, and asks.
+    QVERIFY(supervisor->IsAssociated());
+    QVERIFY(!supervisor->TakeMissedSuccess());
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-SIGNAL-CHANGE above=1"));
+    supervisor->Tick();
+
+    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS", "STATUS"}));
+    QVERIFY(!supervisor->TakeMissedSuccess());
+}
+
+void TestWpaSuppThreadStatus::takesUpNoSuccessThatWasTold()
+{
+    supervisor->Supervise();
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
     // Neither of these is told, so that the connection is the same to whoever listens.
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE"));
+    ConnectDuring("STATUS", "wpa_state=COMPLETED\n");
     supervisor->CheckStatus();
     QVERIFY(supervisor->IsAssociated());
-    QVERIFY(!supervisor->TakeUntoldSuccess());
+    QVERIFY(!supervisor->TakeMissedSuccess());
 
-    // Here the event comes, but later than the status.
+    // Here the event comes once more, after the status and before it is taken up.
     supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-DISCONNECTED reason=3"));
     supervisor->CheckStatus();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
-    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
+    QVERIFY(supplicant->SendEvent(CONNECTED));
 
-    QVERIFY(!supervisor->TakeUntoldSuccess());
+    QVERIFY(!supervisor->TakeMissedSuccess());
 
     QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
+}
+
+void TestWpaSuppThreadStatus::takesUpNoSuccessThatIsOver()
+{
+    supervisor->Supervise();
+    ConnectDuring("STATUS", "wpa_state=SCANNING\n");
+    supervisor->CheckStatus();
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->CheckStatus();
+
+    QVERIFY(supervisor->IsAssociated());
+    QVERIFY(!supervisor->TakeMissedSuccess());
+}
+
+void TestWpaSuppThreadStatus::eventOfASuccessThatWasTakenUpConfirmsIt()
+{
+    TakeUpASuccess();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->CheckStatus(); // Once more the event is dropped.
+    QVERIFY(!supervisor->TakeMissedSuccess());
+
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    QCOMPARE(changes.size(), 0);
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Associated"));
+
+    // The next one is news again, as of an access point that was changed for another.
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
+}
+
+void TestWpaSuppThreadStatus::eventAfterTheEndOfWhatWasTakenUpIsTold_data()
+{
+    QTest::addColumn<QString>("event");
+    QTest::addColumn<QByteArray>("status");
+    QTest::addColumn<int>("told");
+    QTest::newRow("disconnected") << "<3>CTRL-EVENT-DISCONNECTED reason=3" << QByteArray() << 2;
+    QTest::newRow("refused") << "<3>CTRL-EVENT-EAP-FAILURE " << QByteArray() << 1;
+    QTest::newRow("other status") << "<3>CTRL-EVENT-SIGNAL-CHANGE " << QByteArray("wpa_state=SCANNING\n")
+                                  << 1;
+}
+
+void TestWpaSuppThreadStatus::eventAfterTheEndOfWhatWasTakenUpIsTold()
+{
+    QFETCH(QString, event);
+    QFETCH(QByteArray, status);
+    QFETCH(int, told);
+    TakeUpASuccess();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supplicant->SetReply("STATUS", status);
+
+    supervisor->MessageReceived(event);
+    supervisor->Tick();
+    QVERIFY(!supervisor->IsAssociated());
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+
+    QCOMPARE(changes.size(), told);
+    QCOMPARE(changes.last().first().toBool(), true);
 }
 
 void TestWpaSuppThreadStatus::leavesWhatComesMeanwhileToTheNotifier()
@@ -233,11 +423,20 @@ void TestWpaSuppThreadStatus::leavesWhatComesMeanwhileToTheNotifier()
     QCOMPARE(changes.size(), 1);
 }
 
+void TestWpaSuppThreadStatus::readsTheStatusWhenItHasConnectedAnew_data()
+{
+    QTest::addColumn<bool>("wasConnected");
+    QTest::newRow("was connected") << true;
+    QTest::newRow("is connected") << false;
+}
+
 /// An event may have been lost since our own name went.
 void TestWpaSuppThreadStatus::readsTheStatusWhenItHasConnectedAnew()
 {
-    SuperviseWithStatus("wpa_state=DISCONNECTED\n");
-    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    QFETCH(bool, wasConnected);
+    SuperviseWithStatus(wasConnected ? "wpa_state=DISCONNECTED\n" : "wpa_state=COMPLETED\n");
+    if (wasConnected)
+        supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
     const QStringList names =
         QDir(QStringLiteral("/tmp")).entryList({QStringLiteral("wpa_ctrl_*")}, QDir::System);
     QCOMPARE(names.size(), 1);
@@ -246,7 +445,8 @@ void TestWpaSuppThreadStatus::readsTheStatusWhenItHasConnectedAnew()
     supervisor->Tick(3);
 
     QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "ATTACH", "STATUS"}));
-    QVERIFY(!supervisor->IsAssociated());
+    QCOMPARE(supervisor->IsAssociated(), !wasConnected);
+    QCOMPARE(supervisor->TakeMissedSuccess(), !wasConnected);
 }
 
 QTEST_GUILESS_MAIN(TestWpaSuppThreadStatus)
