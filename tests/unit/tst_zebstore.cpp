@@ -83,6 +83,7 @@ private Q_SLOTS:
     void problemsAreToldOncePerChange();
     void badNetworkKeepsItsLastGoodDefinition();
     void sameTextWrittenAgainIsNotToldAgain();
+    void sameFaultIsToldAgainAfterTheFileWasAway();
     void manyProblemsAreBounded();
     void storeThatOthersMayWriteIsNotObeyed_data();
     void storeThatOthersMayWriteIsNotObeyed();
@@ -318,6 +319,23 @@ void TestZebStore::sameTextWrittenAgainIsNotToldAgain()
     TestSupport::WriteStore(CUT);
 
     QCOMPARE(Names(), QStringList{"lan"});
+}
+
+/// Whoever put it back waits for an answer.
+void TestZebStore::sameFaultIsToldAgainAfterTheFileWasAway()
+{
+    TestSupport::WriteStore(CUT);
+    Names();
+    TestSupport::RemoveStore();
+    Names();
+    warnings->Take();
+
+    TestSupport::WriteStore(CUT);
+    Names();
+
+    QCOMPARE(warnings->Take(),
+             QStringList{Fault("line 1, column 43: Premature end of document.; what was read "
+                               "before stays in force")});
 }
 
 void TestZebStore::manyProblemsAreBounded()
