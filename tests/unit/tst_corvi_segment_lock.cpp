@@ -35,6 +35,7 @@ public:
     }
 
     bool HasLock() const { return hasLock; }
+    qint64 Id() const { return process.processId(); }
 
     /// What it said until its end.
     QByteArray Output()
@@ -116,7 +117,11 @@ void TestCorviSegmentLock::readerAfterOneThatWasGivenUpIsWaitedFor()
         const Reader stuck("--keep-lock");
         QVERIFY(stuck.HasLock());
         corvi.ShareStatus(corvi.Device("eth0"));
-        QVERIFY(LogText().contains("keeps the lock of the status segment"));
+        QCOMPARE(
+            LogCount(QString("Corvi::IsLockKept - process %1 keeps the lock of the status segment and is "
+                             "not waited for any more")
+                         .arg(stuck.Id())),
+            1);
     }
     Reader reader;
     QVERIFY(reader.HasLock());

@@ -25,6 +25,7 @@ private Q_SLOTS:
     // The link
     void linkThatIsTakenDownIsBroughtUpAtOnce();
     void linkThatDoesNotComeUpWaits();
+    void answerOfALinkThatDoesNotComeUpIsTold();
     void linkThatIsTakenDownAgainAndAgainWaits();
     void wirelessInUseThatIsTakenDownIsBroughtUp();
     void modemInUseThatIsTakenDownIsBroughtUp();
@@ -107,6 +108,20 @@ void TestCorviUpkeep::linkThatDoesNotComeUpWaits()
     corvi.Tick(5);
 
     QCOMPARE(JournalOf("ifconfig eth0 up").size(), 1);
+}
+
+void TestCorviUpkeep::answerOfALinkThatDoesNotComeUpIsTold()
+{
+    Answer("ifconfig", "echo SIOCSIFFLAGS: Input/output error; exit 1");
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, DISCOVERED);
+    Forget();
+
+    FastClock::Advance(10s);
+    corvi.Tick();
+
+    QCOMPARE(LogLines().filter("bringing it up again"),
+             QStringList{"NetworkDevice::RefreshStatus -- the link is down, bringing it up again: eth0, last "
+                         "answer: SIOCSIFFLAGS: Input/output error"});
 }
 
 void TestCorviUpkeep::linkThatIsTakenDownAgainAndAgainWaits()
