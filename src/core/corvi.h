@@ -199,6 +199,7 @@ private:
     std::map<QString, RetryPause> strayPauses;
     bool isModemDown = false; ///< the modem in use was taken down for a cable, which is told once
     RetryPause modemDownPause;
+    RetryPause modemConnectPause;
     QString publishedName; ///< the interface whose record was published last
     ShellLine resolvedSetup{"setup_resolved"};
     SegmentPlace segmentPlace;
@@ -220,6 +221,7 @@ private:
     ReportOnce wirelessReport{ReportOnce::Of::CHANGE};
     ReportOnce restartReport;
     ReportOnce modemReport{ReportOnce::Of::CHANGE};
+    ReportOnce modemConnectReport;
     ReportOnce confFileReport;
     ReportOnce carrierReport;
     ReportOnce retryReport;
@@ -296,6 +298,7 @@ private:
 
     // Modem network
     void BringModemUp();
+    void KeepModemConnected(Modem *modem);
     void TakeModemDown();
     void AdoptModem();
 

@@ -34,6 +34,7 @@ void Corvi::BringModemUp()
         modem->Connect();
         modemStarted = true;
         isModemDown = false;
+        modemConnectPause.Reset();
     }
     const bool wasConnected = modem->modemConnected;
     modem->UpdateConnectionStatus();
@@ -46,15 +47,32 @@ void Corvi::BringModemUp()
         modem->StartDevice();
     if (modem->isRunning) {
         PublishAddress(modem);
-        return;
-    }
-    ++conn_counter;
-    if (conn_counter > MODEM_ATTEMPTS) {
+    } else if (++conn_counter > MODEM_ATTEMPTS) {
         LogOnce(modemReport, QStringLiteral("no link"))
             << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << modem->name;
         modem->Down();
         modemDevice = nullptr;
+        return;
     }
+    KeepModemConnected(modem);
+}
+
+/// The modem's manager may still be looking for the modem when we connect first, or be started anew later,
+/// and the network may end the connection: nobody else makes it again.
+void Corvi::KeepModemConnected(Modem *modem)
+{
+    const auto now = RetryPause::Time::clock::now();
+    if (modem->modemConnected) {
+        modemConnectPause.NoteSuccess(now);
+        modemConnectReport.Over();
+        return;
+    }
+    if (!modemConnectPause.IsDue(now))
+        return;
+    LogOnce(modemConnectReport) << "Corvi::ModemNetworkSetup - not connected, connecting again:"
+                                << modem->name;
+    modem->Connect();
+    modemConnectPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
 void Corvi::TakeModemDown()

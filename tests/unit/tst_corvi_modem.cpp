@@ -2,11 +2,15 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fastclock.h"
 
 #include "zebnetstatus.h"
 
+#include <chrono>
+
 using namespace CorviWorld;
 using namespace TestSupport;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -39,6 +43,8 @@ private Q_SLOTS:
     void changeOfTheConnectionIsReported_data();
     void changeOfTheConnectionIsReported();
     void connectionThatStaysIsNotReported();
+    void connectionThatFailedIsTriedAgain();
+    void connectionThatWasLostIsMadeAgain();
     void modemIsGivenUpAfterElevenFailures();
     void runningLinkIsNotCounted();
     void runningLinkKeepsTheCount();
@@ -157,6 +163,47 @@ void TestCorviModem::connectionThatStaysIsNotReported()
     QCOMPARE(listener.Take(), Events());
     QCOMPARE(ModemCalls(),
              QStringList({"modem-tool.sh status", "modem-tool.sh status", "modem-tool.sh status"}));
+}
+
+void TestCorviModem::connectionThatFailedIsTriedAgain()
+{
+    const QString connect = QStringLiteral("modem-tool.sh connect");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    corvi.ModemDevice()->isRunning = true;
+    Forget();
+
+    FastClock::Advance(10s);
+    corvi.Tick(2);
+    QCOMPARE(ModemCalls(), QStringList({"modem-tool.sh status", connect, "modem-tool.sh status"}));
+    FastClock::Advance(10s);
+    corvi.Tick();
+    QCOMPARE(JournalOf(connect).size(), 1);
+    FastClock::Advance(10s);
+    corvi.Tick();
+    QCOMPARE(JournalOf(connect).size(), 2);
+    QCOMPARE(LogLines(), QStringList{"Corvi::ModemNetworkSetup - not connected, connecting again: wwan0"});
+
+    SetModemStatus("connected\n");
+    FastClock::Advance(60s);
+    corvi.Tick(2);
+    QCOMPARE(JournalOf(connect).size(), 2);
+}
+
+void TestCorviModem::connectionThatWasLostIsMadeAgain()
+{
+    SetModemStatus("connected\n");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    corvi.Tick();
+    FastClock::Advance(60s);
+    SetModemStatus("disconnected\n");
+    Forget();
+
+    corvi.Tick();
+    QCOMPARE(ModemCalls(), QStringList({"modem-tool.sh status", "modem-tool.sh ip_config"}));
+    FastClock::Advance(10s);
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("modem-tool.sh connect").size(), 1);
 }
 
 void TestCorviModem::modemIsGivenUpAfterElevenFailures()
