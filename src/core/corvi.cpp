@@ -254,4 +254,5 @@ void Corvi::SetUpWithoutWired()
         ModemNetworkSetup(false, false);
         Log(Level::VERBOSE) << "Called ModemNetworkSetup 2";
     }
+    SeekDroppedModem();
 }

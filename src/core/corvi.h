@@ -200,6 +200,7 @@ private:
     bool isModemDown = false; ///< the modem in use was taken down for a cable, which is told once
     RetryPause modemDownPause;
     RetryPause modemConnectPause;
+    RetryPause modemRescanPause;
     QString publishedName; ///< the interface whose record was published last
     ShellLine resolvedSetup{"setup_resolved"};
     SegmentPlace segmentPlace;
@@ -299,6 +300,7 @@ private:
     // Modem network
     void BringModemUp();
     void KeepModemConnected(Modem *modem);
+    void SeekDroppedModem();
     void TakeModemDown();
     void AdoptModem();
 

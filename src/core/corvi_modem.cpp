@@ -46,6 +46,7 @@ void Corvi::BringModemUp()
     if (!modem->isUp)
         modem->StartDevice();
     if (modem->isRunning) {
+        modemRescanPause.NoteSuccess(RetryPause::Time::clock::now());
         PublishAddress(modem);
     } else if (++conn_counter > MODEM_ATTEMPTS) {
         LogOnce(modemReport, QStringLiteral("no link"))
@@ -73,6 +74,19 @@ void Corvi::KeepModemConnected(Modem *modem)
                                 << modem->name;
     modem->Connect();
     modemConnectPause.NoteAttempt(RetryPause::Time::clock::now());
+}
+
+/// Only a discovery takes up a modem that was given up, and on a device that has nothing else nobody asks for
+/// one. Where there is a radio, it has its turn, which a discovery would begin anew.
+void Corvi::SeekDroppedModem()
+{
+    if (modemDevice || modemInterfaces.isEmpty() || !wirelessInterfaces.isEmpty())
+        return;
+    const auto now = RetryPause::Time::clock::now();
+    if (!modemRescanPause.IsDue(now))
+        return;
+    forceRescan = true;
+    modemRescanPause.NoteAttempt(now);
 }
 
 void Corvi::TakeModemDown()

@@ -52,6 +52,8 @@ private Q_SLOTS:
     void rescanGivesAFreshCount();
     void wirelessResetsTheCounter();
     void droppedModemComesBackWithARescan();
+    void droppedModemIsSoughtAgain();
+    void droppedModemLeavesTheTurnToARadio();
     void wirelessFollowsADroppedModem();
     void takeDownDisconnects();
     void takeDownIsToldWhenItIsDone();
@@ -314,6 +316,43 @@ void TestCorviModem::droppedModemComesBackWithARescan()
     corvi.Tick();
 
     QCOMPARE(corvi.ModemDevice(), corvi.Device("wwan0"));
+}
+
+void TestCorviModem::droppedModemIsSoughtAgain()
+{
+    MakeInterface("wwan0");
+    PullCable("wwan0");
+    CorviPeer corvi;
+    corvi.Tick(13);
+    QVERIFY(!corvi.ModemDevice());
+
+    FastClock::Advance(10s);
+    corvi.Tick(2);
+    QVERIFY(corvi.ModemDevice());
+    corvi.Tick(12);
+    QVERIFY(!corvi.ModemDevice());
+
+    FastClock::Advance(10s);
+    corvi.Tick(2);
+    QVERIFY(!corvi.ModemDevice());
+    FastClock::Advance(10s);
+    corvi.Tick(2);
+    QVERIFY(corvi.ModemDevice());
+}
+
+void TestCorviModem::droppedModemLeavesTheTurnToARadio()
+{
+    MakeInterface("wwan0");
+    MakeInterface("wlan0");
+    PullCable("wwan0");
+    CorviPeer corvi;
+    corvi.Tick(13);
+    QVERIFY(!corvi.ModemDevice());
+
+    FastClock::Advance(60s);
+    corvi.Tick(2);
+
+    QVERIFY(!corvi.ModemDevice());
 }
 
 void TestCorviModem::wirelessFollowsADroppedModem()
