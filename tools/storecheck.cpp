@@ -5,6 +5,7 @@
 
 #include "storeadvice.h"
 #include "storehints.h"
+#include "storemarkup.h"
 
 #include <algorithm>
 #include <tuple>
@@ -72,6 +73,7 @@ StoreReport CheckStore(const QByteArray &contents, ZebDocument &document)
 {
     StoreReport report = ReadStore(contents, document);
     if (report.isUsable)
-        report.Add(StoreAdvice::OnSettings(document) + StoreAdvice::OnNetworks(document));
+        report.Add(StoreAdvice::OnSettings(document) + StoreAdvice::OnNetworks(document) +
+                   MarkupFindings(contents));
     return report;
 }

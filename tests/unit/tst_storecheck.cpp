@@ -48,6 +48,8 @@ private Q_SLOTS:
     void problemIsToldWithItsPlace();
     void refusedStoreIsToldWithItsPlace_data();
     void refusedStoreIsToldWithItsPlace();
+    void whatNobodyReadsIsTold_data();
+    void whatNobodyReadsIsTold();
     void goodStoreHasNoFindings();
     void findingsStandInTheOrderOfTheFile();
     void programGetsTheSame();
@@ -364,9 +366,42 @@ void TestStoreCheck::refusedStoreIsToldWithItsPlace()
     QVERIFY(!Report(WithoutMark(marked)).isUsable);
 }
 
+void TestStoreCheck::whatNobodyReadsIsTold_data()
+{
+    QTest::addColumn<QByteArray>("marked");
+    QTest::addColumn<QString>("text");
+
+    const QString text = "a text between elements; it is not used";
+    QTest::newRow("value as an attribute")
+        << QByteArray("<c><network><name>lan</name>\n<staticIp value='true'>|</staticIp></network></c>")
+        << "property \"staticIp\": has attributes; they are not used";
+    QTest::newRow("value without its element")
+        << QByteArray("<c><network>\n <name>lan</name>|secret</network></c>") << text;
+    QTest::newRow("text on a line of its own")
+        << QByteArray("<c>\n<!-- a -->\n  |secret &amp; more\n<network><name>lan</name></network></c>")
+        << text;
+    QTest::newRow("text among the hosts")
+        << QByteArray(
+               "<c><network><name>lan</name><hosts>\n|secret<host>10.0.0.1 a</host></hosts></network></c>")
+        << text;
+}
+
+void TestStoreCheck::whatNobodyReadsIsTold()
+{
+    QFETCH(QByteArray, marked);
+    QFETCH(QString, text);
+
+    const QStringList lines = Lines(WithoutMark(marked));
+
+    QCOMPARE(lines, QStringList{"store:" + PlaceOfMark(marked) + ": warning: " + text});
+    QVERIFY(!Report(WithoutMark(marked)).HasErrors());
+}
+
 void TestStoreCheck::goodStoreHasNoFindings()
 {
-    const StoreReport report = Report("<c><network><name>lan</name><mtu>1400</mtu></network></c>");
+    const StoreReport report =
+        Report("<c version='2'>\n<network id='1'><name>lan</name> <mtu>1400</mtu><hosts> "
+               "</hosts></network><other size='3'>a</other></c>\n");
 
     QVERIFY(report.isUsable);
     QVERIFY(!report.HasErrors());
