@@ -144,9 +144,9 @@ void Logging::Logger::Write()
 {
     if (!mutex.try_lock_for(LOCK_TIME_LIMIT))
         return;
-    // QFile would ask for the file's size twice.
-    const int fd =
-        ::open(QFile::encodeName(LOG_FILE).constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    // QFile would ask for the size twice. A named pipe in the place of the file is not waited for.
+    const int fd = ::open(QFile::encodeName(LOG_FILE).constData(),
+                          O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC, 0644);
     if (fd != -1) {
         QByteArray bytes = (line + QLatin1Char('\n')).toLatin1();
         // Not in a file that was begun anew since, as by one that rotates logs.
