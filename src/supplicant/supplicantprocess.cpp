@@ -3,6 +3,8 @@
 
 #include "supplicantprocess.h"
 
+#include "processstat.h"
+
 #include <QByteArray>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -89,7 +91,7 @@ bool SupplicantProcess::HasEndedWithin(std::chrono::milliseconds limit) const
 
 std::optional<bool> SupplicantProcess::IsStopped() const
 {
-    const std::optional<bool> isStopped = IsStoppedBy(ReadProcFile(id, "stat"));
+    const std::optional<bool> isStopped = ProcessStat::IsStopped(ReadProcFile(id, "stat"));
     return HasEnded() ? std::nullopt : isStopped;
 }
 
@@ -106,13 +108,4 @@ void SupplicantProcess::SendSignal(int number) const
 {
     if (descriptor >= 0)
         (void)pidfd_send_signal(descriptor, number, nullptr, 0); // One that ends by itself is as good.
-}
-
-std::optional<bool> SupplicantProcess::IsStoppedBy(const QByteArray &stat)
-{
-    // "PID (NAME) STATE ...", and a name may hold anything.
-    const auto nameEnd = stat.lastIndexOf(')');
-    if (nameEnd < 0)
-        return std::nullopt;
-    return stat.mid(nameEnd, 3) == ") T";
 }

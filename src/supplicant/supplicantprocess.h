@@ -31,15 +31,12 @@ public:
     bool HasEnded() const { return HasEndedWithin(std::chrono::milliseconds(0)); }
     /// Waits for its end.
     bool HasEndedWithin(std::chrono::milliseconds limit) const;
-    /// Whether it is stopped, by SIGSTOP for one: it is alive and answers nobody. Nothing when that cannot be
-    /// told.
+    /// Whether it is stopped, by SIGSTOP for one, or held by a debugger: it is alive and answers nobody.
+    /// Nothing when that cannot be told.
     std::optional<bool> IsStopped() const;
     /// Whether its command line and its user are those of a supplicant that we launch with this file.
     bool IsLaunchedWith(const QString &configurationPath) const;
     void SendSignal(int number) const;
-
-    /// Whether this text of /proc/PID/stat is that of a stopped process (proc(5)). Nothing when it is none.
-    static std::optional<bool> IsStoppedBy(const QByteArray &stat);
 
 private:
     pid_t id;

@@ -3,6 +3,7 @@
 
 #include "servicestate.h"
 
+#include "processstat.h"
 #include "securefile.h"
 
 #include <QFile>
@@ -52,8 +53,8 @@ ProcessFacts ReadProcess(pid_t pid)
     const QByteArray line = file.readAll();
     // The command's name may hold blanks and brackets itself.
     const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
-    const QByteArray &state = fields.first();
-    return {QString::fromLatin1(fields.value(START_TIME_FIELD)), state == "T" || state == "t"};
+    return {QString::fromLatin1(fields.value(START_TIME_FIELD)),
+            ProcessStat::IsStopped(line).value_or(false)};
 }
 
 /// Writes and reads a member under the same name, so that the two cannot differ.

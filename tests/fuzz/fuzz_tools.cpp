@@ -5,7 +5,7 @@
 #include "logging.h"
 #include "modem.h"
 #include "modinfo.h"
-#include "supplicantprocess.h"
+#include "processstat.h"
 #include "utils.h"
 #include "wirelessdevice.h"
 #include "wpasupplicantcfg.h"
@@ -79,7 +79,7 @@ void TrySavedMac(const QByteArray &contents)
 
 void TryProcessState(const QByteArray &contents)
 {
-    const auto isStopped = SupplicantProcess::IsStoppedBy(contents);
+    const auto isStopped = ProcessStat::IsStopped(contents);
     Require(isStopped.has_value() == contents.contains(')'));
 }
 
