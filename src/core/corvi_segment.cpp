@@ -8,6 +8,8 @@
 #include "segmentnames.h"
 #include "zebnetsegment.h"
 
+#include <QDir>
+#include <QFile>
 #include <QLocalSocket>
 #include <QThread>
 
@@ -16,6 +18,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <unistd.h>
+
 namespace {
 
 /// A program that shows the status attaches to the segment and lets go of it again, ten times a second some
@@ -23,6 +27,16 @@ namespace {
 /// attempt to attach to it, too. Five tries over half a second meet several of its turns.
 constexpr int SEGMENT_TRIES = 5;
 constexpr std::chrono::milliseconds SEGMENT_PAUSE{125};
+
+/// The segment's key is that of a file there.
+void TellOfReadOnlyTmp()
+{
+    const QString folder = QDir::tempPath();
+    if (::access(QFile::encodeName(folder).constData(), W_OK) == 0)
+        return;
+    const QString reason = qt_error_string();
+    Log(Level::NOTICE) << "Corvi::InitSharedMemory -" << folder + QLatin1Char(':') << reason;
+}
 
 } // namespace
 
@@ -38,6 +52,7 @@ void Corvi::InitSharedMemory()
         if (OpenSegment())
             return;
     }
+    TellOfReadOnlyTmp();
     Log(Level::FAULT) << "Corvi::run - Unable to attach to shared memory segment";
     // Other programs read the status from the segment; a daemon that cannot publish is of no use to them.
     std::exit(EXIT_SUCCESS);

@@ -116,6 +116,7 @@ private slots:
     void segmentKeepsItsContentsUntilANetworkIsSetUp_data();
     void segmentKeepsItsContentsUntilANetworkIsSetUp();
     void segmentThatCannotBeHadEndsTheProcess();
+    void readOnlyTmpIsNamedWhereThereIsNoSegment();
     void segmentThatComesLateIsWaitedFor();
     void lostSegmentIsMadeAnew_data();
     void lostSegmentIsMadeAnew();
@@ -263,6 +264,20 @@ void TestCorviSegment::segmentThatCannotBeHadEndsTheProcess()
     QCOMPARE(Journal(), QStringList{"init_hostname"});
     QCOMPARE(LogLines().last(), QString("Corvi::run - Unable to attach to shared memory segment"));
     QVERIFY(process.readAllStandardError().contains("Unable to attach to shared memory segment"));
+}
+
+void TestCorviSegment::readOnlyTmpIsNamedWhereThereIsNoSegment()
+{
+    RemoveKeyFile();
+    const ReadOnlyTmp readOnly;
+    QProcess process;
+
+    process.start(QCoreApplication::applicationFilePath(), {"--construct"});
+
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitCode(), 0);
+    const QStringList lines = LogLines();
+    QCOMPARE(lines.value(lines.size() - 2), QString("Corvi::InitSharedMemory - /tmp: Read-only file system"));
 }
 
 void TestCorviSegment::segmentThatComesLateIsWaitedFor()
