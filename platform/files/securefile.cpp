@@ -57,6 +57,17 @@ bool PutInPlace(const QByteArray &temporary, const QByteArray &path)
     return true;
 }
 
+/// Leaves errno as it is. A file system that is read-only gives that as the reason also for a name that it
+/// does not have.
+bool IsNothingAt(const QByteArray &name)
+{
+    const int reason = errno;
+    struct stat info = {};
+    const bool isNothing = ::lstat(name.constData(), &info) != 0 && errno == ENOENT;
+    errno = reason;
+    return isNothing;
+}
+
 } // namespace
 
 bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t mode)
@@ -77,7 +88,7 @@ bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t
 bool SecureFile::Remove(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
-    if (::unlink(name.constData()) == 0 || errno == ENOENT)
+    if (::unlink(name.constData()) == 0 || errno == ENOENT || IsNothingAt(name))
         return true;
     if (errno != EISDIR)
         return false;

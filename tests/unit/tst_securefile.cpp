@@ -86,6 +86,7 @@ private Q_SLOTS:
     void removeTakesWhateverIsThere_data();
     void removeTakesWhateverIsThere();
     void removeTellsOfAFailure();
+    void removeFindsNothingOnAReadOnlyDisk();
     void onlyAPlainFileOfOursIsOurs_data();
     void onlyAPlainFileOfOursIsOurs();
     void readGivesTheContents_data();
@@ -211,6 +212,23 @@ void TestSecureFile::removeTellsOfAFailure()
 
     QCOMPARE(TestSupport::ReadFile(PATH + "/file"), QByteArray("kept"));
     QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
+}
+
+void TestSecureFile::removeFindsNothingOnAReadOnlyDisk()
+{
+    QVERIFY(QDir().mkdir(PATH));
+    const MountPoint disk(PATH);
+    TestSupport::WriteFile(PATH + "/file", "kept");
+    const QByteArray mountPoint = QFile::encodeName(PATH);
+    QCOMPARE(::mount("none", mountPoint.constData(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+
+    QVERIFY(SecureFile::Remove(PATH + "/nothing"));
+    const bool isRemoved = SecureFile::Remove(PATH + "/file");
+    const int reason = errno;
+
+    QVERIFY(!isRemoved);
+    QCOMPARE(reason, EROFS);
+    QCOMPARE(TestSupport::ReadFile(PATH + "/file"), QByteArray("kept"));
 }
 
 void TestSecureFile::replaceKeepsTheOldFileWhereTheDiskIsFull()
