@@ -26,7 +26,9 @@ bool MayOthersWrite(const QByteArray &path, const struct stat &info)
     if (S_ISLNK(info.st_mode))
         return false;
     const bool isTemporaryFolder = path == "/tmp" && (info.st_mode & S_ISVTX) != 0;
-    return (info.st_mode & (S_IWGRP | S_IWOTH)) != 0 && !isTemporaryFolder;
+    // Whoever is in root's own group has been made root's equal; a umask of 002 lets that group write.
+    const bool mayGroupWrite = (info.st_mode & S_IWGRP) != 0 && info.st_gid != 0;
+    return (mayGroupWrite || (info.st_mode & S_IWOTH) != 0) && !isTemporaryFolder;
 }
 
 QString ProblemOf(const QByteArray &path, const struct stat &info)
