@@ -6,13 +6,12 @@
   test_dot1x_supplicant.py --times N  the long form
 """
 
-import os
-import signal
 import sys
 import time
 
+import endings
 from dot1x import AUTHENTICATED, GAVE_UP, TERMINATING, SupervisedTest, zombies
-from harness import BUILD_DIR, LOG, logged_at, main, read, slowness
+from harness import LOG, logged_at, main, read, slowness
 
 times = 1
 # The end is noticed within two ticks, the next supplicant is started in the third, and 7.1 s are given to the one
@@ -20,23 +19,9 @@ times = 1
 LIMIT = 15
 
 
-def send(number):
-    return lambda pid: os.kill(pid, number)
-
-
-def have_exit_with(number):
-    def end(pid):
-        if "libexitonsignal" not in read(f"/proc/{pid}/maps"):
-            raise AssertionError("the supplicant would not exit on that signal, but die of it")
-        os.kill(pid, number)
-    return end
-
-
 class Ends(SupervisedTest):
     def setUp(self):
-        # One that ends by itself when it is told to.
-        library = BUILD_DIR / "tests/system/libexitonsignal.so"
-        self.stand_in("wpa_supplicant", f'LD_PRELOAD={library} exec /usr/sbin/wpa_supplicant "$@"')
+        self.stand_in("wpa_supplicant", endings.STAND_IN)
         super().setUp()
 
     def comes_back(self, what, end):
@@ -59,19 +44,19 @@ class Ends(SupervisedTest):
         self.is_alone()
 
     def test_killed(self):
-        self.comes_back("SIGKILL", send(signal.SIGKILL))
+        self.comes_back("SIGKILL", endings.KILL)
 
     def test_crashed(self):
-        self.comes_back("SIGSEGV", send(signal.SIGSEGV))
+        self.comes_back("SIGSEGV", endings.CRASH)
 
     def test_ended(self):
-        self.comes_back("SIGTERM", send(signal.SIGTERM))
+        self.comes_back("SIGTERM", endings.TERMINATE)
 
     def test_exit_0(self):
-        self.comes_back("exit 0", have_exit_with(signal.SIGRTMIN))
+        self.comes_back("exit 0", endings.EXIT_0)
 
     def test_exit_255(self):
-        self.comes_back("exit 255", have_exit_with(signal.SIGRTMIN + 1))
+        self.comes_back("exit 255", endings.EXIT_255)
 
 
 if __name__ == "__main__":

@@ -6,7 +6,8 @@ A scenario is a test method of a module in the folder scenarios: joins.open is
 test_open of scenarios/joins.py. Each runs in a private machine of its own
 (tests/sandbox) within the guest; a module that sets OWN_NETWORK = False keeps
 the guest's own network namespace, where the kernel puts the interfaces that a
-module's loading makes. Those never run side by side.
+module's loading makes. Those never run side by side. One that sets
+ON_REQUEST = True is not a part of "all".
 
     scenarios.py --list             says which there are
     scenarios.py --names NAME...    expands the names of modules and "all"
@@ -28,6 +29,7 @@ class Scenario:
         self.name = f"{module.__name__}.{method.removeprefix('test_')}"
         self.what = inspect.getdoc(getattr(case, method)) or ""
         self.own_network = getattr(module, "OWN_NETWORK", True)
+        self.on_request = getattr(module, "ON_REQUEST", False)
         self.test = (case, method)
 
     def run(self):
@@ -48,14 +50,14 @@ def all_scenarios():
 
 
 def chosen(names):
-    """The scenarios of these names; a module's name stands for all of its scenarios, "all" for everything
-    but the demonstration. Raises KeyError for a name that there is not."""
+    """The scenarios of these names; a module's name stands for all of its scenarios, "all" for all but those
+    on request. Raises KeyError for a name that there is not."""
     scenarios = all_scenarios()
     result = []
     for name in names:
         matching = [scenario for scenario in scenarios
                     if name in (scenario.name, scenario.name.split(".")[0])
-                    or (name == "all" and not scenario.name.startswith("demo."))]
+                    or (name == "all" and not scenario.on_request)]
         if not matching:
             raise KeyError(name)
         result += [scenario for scenario in matching if scenario not in result]

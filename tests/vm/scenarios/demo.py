@@ -10,6 +10,8 @@ from harness import LOG, STATUS_TOOL, read, run, status, write_store
 from waiting import wait_for
 from wifi import JOIN_TIME, WifiTest, definition, say
 
+ON_REQUEST = True
+
 
 class Demo(WifiTest):
     def test_demo(self):
