@@ -19,7 +19,7 @@ WEP_KEY = "0b1c2d3e4f"
 IDENTITY = "thin-client"
 PASSWORD = "an EAP password"
 CERTIFICATES = Path("/etc/ssl/corvi-vm")
-# In seconds. How many numbers are tried until two are prime is chance, on a processor that is emulated and shared.
+# In seconds. How many numbers are tried until two are prime is chance, on a processor that others use, too.
 KEY_TIME = 300
 
 # What hostapd needs for each kind of network, after the lines that all have.
@@ -57,23 +57,24 @@ def users_file(method):
     return f'* {(method or "PEAP").split("-")[0]}\n"{IDENTITY}" {inner} "{PASSWORD}" [2]\n'
 
 
-def make_certificates():
-    """A small certificate authority, a server's and a client's certificate."""
-    CERTIFICATES.mkdir(parents=True)
+def make_certificates(folder):
+    """A small certificate authority, a server's and a client's certificate. Made on the host, as an
+    emulated processor takes long for the keys."""
+    folder.mkdir(parents=True)
     # EAP-FAST hands out its first PAC over anonymous Diffie-Hellman.
     run("openssl", "genpkey", "-genparam", "-algorithm", "DH", "-pkeyopt", "group:ffdhe2048",
-        "-out", CERTIFICATES / "dh")
+        "-out", folder / "dh")
     # RSA for the sake of EAP-FAST, whose server offers no cipher for other certificates.
     key = ["openssl", "req", "-nodes", "-newkey", "rsa:2048"]
     run(*key, "-x509", "-days", "30", "-subj", "/CN=Corvi test CA",
-        "-keyout", CERTIFICATES / "ca.key", "-out", CERTIFICATES / "ca.crt", timeout=KEY_TIME)
+        "-keyout", folder / "ca.key", "-out", folder / "ca.crt", timeout=KEY_TIME)
     for name, usage in (("server", "serverAuth"), ("client", "clientAuth")):
-        (CERTIFICATES / "usage").write_text(f"extendedKeyUsage={usage}\n")
+        (folder / "usage").write_text(f"extendedKeyUsage={usage}\n")
         run(*key, "-subj", f"/CN=corvi-{name}",
-            "-keyout", CERTIFICATES / f"{name}.key", "-out", CERTIFICATES / f"{name}.csr", timeout=KEY_TIME)
-        run("openssl", "x509", "-req", "-days", "30", "-in", CERTIFICATES / f"{name}.csr",
-            "-CA", CERTIFICATES / "ca.crt", "-CAkey", CERTIFICATES / "ca.key", "-CAcreateserial",
-            "-extfile", CERTIFICATES / "usage", "-out", CERTIFICATES / f"{name}.crt")
+            "-keyout", folder / f"{name}.key", "-out", folder / f"{name}.csr", timeout=KEY_TIME)
+        run("openssl", "x509", "-req", "-days", "30", "-in", folder / f"{name}.csr",
+            "-CA", folder / "ca.crt", "-CAkey", folder / "ca.key", "-CAcreateserial",
+            "-extfile", folder / "usage", "-out", folder / f"{name}.crt")
 
 
 class AccessPoint(FarEnd):

@@ -18,7 +18,6 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import scenarios  # first: it says where the others are found
-import accesspoint
 from harness import SLOWNESS, run, slowness
 
 SIDE_BY_SIDE = 4
@@ -79,7 +78,6 @@ def prepare():
     run("modprobe", "veth")
     run("mount", "-t", "debugfs", "debugfs", "/sys/kernel/debug")
     run("iw", "reg", "set", "DE")
-    accesspoint.make_certificates()
 
 
 def private_machine(scenario, source):

@@ -11,6 +11,7 @@ ON_REQUEST = True is not a part of "all".
 
     scenarios.py --list             says which there are
     scenarios.py --names NAME...    expands the names of modules and "all"
+    scenarios.py --certificates FOLDER   makes the networks' certificates
     scenarios.py NAME               runs one; in the private machine
 """
 
@@ -22,6 +23,8 @@ from pathlib import Path
 
 VM = Path(__file__).resolve().parents[1]
 sys.path[:0] = [str(VM / "guest"), str(VM / "scenarios"), str(VM.parent / "system")]
+
+import accesspoint  # noqa: E402 (from there)
 
 
 class Scenario:
@@ -77,6 +80,9 @@ def main():
         except KeyError as error:
             print(f"vm: no scenario {error}; --list shows them", file=sys.stderr)
             return 2
+    if arguments[:1] == ["--certificates"]:
+        accesspoint.make_certificates(Path(arguments[1]))
+        return 0
     return 0 if chosen(arguments)[0].run() else 1
 
 
