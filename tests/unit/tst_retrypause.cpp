@@ -26,6 +26,7 @@ private Q_SLOTS:
     void successWithoutAnAttemptChangesNothing();
     void whatIsUndoneAgainAndAgainWaits();
     void quickAttemptsComeBackAfterAMinute();
+    void successCountsOnceForEachAttempt();
 
 private:
     const RetryPause::Time start{seconds(1000)};
@@ -171,6 +172,20 @@ void TestRetryPause::quickAttemptsComeBackAfterAMinute()
     pause.NoteSuccess(start + seconds(61));
 
     QVERIFY(pause.IsDue(start + seconds(61)));
+}
+
+void TestRetryPause::successCountsOnceForEachAttempt()
+{
+    RetryPause pause(RetryPause::First::AT_ONCE);
+    for (int i = 0; i < 4; ++i) {
+        pause.NoteAttempt(start);
+        pause.NoteSuccess(start);
+    }
+
+    // As at each look at what lasts.
+    pause.NoteSuccess(start + seconds(61));
+
+    QVERIFY(pause.Due());
 }
 
 QTEST_APPLESS_MAIN(TestRetryPause)
