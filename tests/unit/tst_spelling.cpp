@@ -15,6 +15,7 @@ private Q_SLOTS:
     void nearestWordIsFound_data();
     void nearestWordIsFound();
     void firstOfSeveralIsTaken();
+    void exchangedLettersAreNearerThanAReplacedOne();
     void rightWordNeedsNoOther();
     void veryLongWordIsNotCompared();
 };
@@ -61,6 +62,12 @@ void TestSpelling::nearestWordIsFound()
 void TestSpelling::firstOfSeveralIsTaken()
 {
     QCOMPARE(NearestWord("dns", {"dns1", "dns2"}), QString("dns1"));
+}
+
+void TestSpelling::exchangedLettersAreNearerThanAReplacedOne()
+{
+    QCOMPARE(NearestWord("anme", {"anmx", "name"}), QString("name"));
+    QCOMPARE(NearestWord("naem", {"xaem", "name"}), QString("name"));
 }
 
 void TestSpelling::rightWordNeedsNoOther()
