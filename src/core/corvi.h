@@ -111,8 +111,8 @@ public:
     // Status and events (corvi_status.cpp)
 
     void ShareStatus(NetworkDevice *nd);
-    /// Publishes the device's status and notifies the listener. Waits for the segment's lock without limit
-    /// and for the listener at most 1 s.
+    /// Publishes the device's status and notifies the listener. Waits for a reader that has the segment's
+    /// lock at most 5 s, once for each reader, and for the listener at most 1 s.
     void SendEvent(NetworkDevice *nd, int event, int status);
     void SendConfigMessage(NetworkDevice *nd);
     void SendConnectionsMessage(NetworkDevice *nd, bool ok);

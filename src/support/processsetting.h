@@ -15,8 +15,8 @@ void OpenClosedStreams();
 /// to whatever, stays.
 void SetMissingPath();
 
-/// A pipe or terminal that our output leads to may go away; that is no reason to end. Programs that are
-/// started as processes of their own get the default back.
+/// A pipe or terminal that our output leads to may go away; that is no reason to end. Programs that
+/// QProcess starts get the default back; what system(3) starts ignores the signal, too.
 void OutliveReaders();
 
 } // namespace ProcessSetting
