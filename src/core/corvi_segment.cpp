@@ -94,9 +94,9 @@ bool Corvi::LockSegment()
 /// network up. Once waited for in vain, it is only looked at.
 bool Corvi::IsLockKept()
 {
-    std::optional<pid_t> keeper = KeeperOfLock(shm.nativeKey(), std::chrono::milliseconds(0));
+    std::optional<pid_t> keeper = segmentPlace.KeeperOfItsLock(shm, std::chrono::milliseconds(0));
     if (keeper && keeper != lockKeeper)
-        keeper = KeeperOfLock(shm.nativeKey(), SEGMENT_LOCK_LIMIT);
+        keeper = segmentPlace.KeeperOfItsLock(shm, SEGMENT_LOCK_LIMIT);
     lockKeeper = keeper;
     if (keeper)
         LogOnce(lockReport, QString::number(*keeper))

@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QSharedMemory>
 
+#include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@ void SegmentPlace::Note(const QSharedMemory &segment)
 {
     keyFile = QFile::encodeName(segment.nativeKey());
     segmentId = segment.isAttached() ? SegmentIdAt(segment.constData()) : -1;
+    lockId = LockIdOf(segment.nativeKey());
     struct stat file = {};
     if (::stat(keyFile.constData(), &file) == 0) {
         device = file.st_dev;
@@ -35,4 +37,12 @@ bool SegmentPlace::IsFound() const
         return false;
     // Its maker keeps his rights when the owner changes.
     return segment.shm_perm.uid == ::geteuid() && segment.shm_perm.cuid == ::geteuid();
+}
+
+std::optional<pid_t> SegmentPlace::KeeperOfItsLock(const QSharedMemory &segment,
+                                                   std::chrono::milliseconds limit) const
+{
+    // Where it was removed, Qt takes the one that its file leads to.
+    const bool isThere = lockId != -1 && ::semctl(lockId, 0, GETVAL) != -1;
+    return isThere ? KeeperOfLock(lockId, limit) : KeeperOfLock(segment.nativeKey(), limit);
 }

@@ -5,6 +5,9 @@
 
 #include <QByteArray>
 
+#include <chrono>
+#include <optional>
+
 #include <sys/types.h>
 
 class QSharedMemory;
@@ -21,9 +24,13 @@ public:
     /// Whether the key still leads to the segment, and the segment is our own; two system calls. True as well
     /// where that cannot be told.
     bool IsFound() const;
+    /// As KeeperOfLock(), of the lock that Qt took into use with the segment and goes on to take, to whatever
+    /// other one the file of the lock leads by now: another daemon's start makes a new one.
+    std::optional<pid_t> KeeperOfItsLock(const QSharedMemory &segment, std::chrono::milliseconds limit) const;
 
 private:
     QByteArray keyFile;
+    int lockId = -1;
     int segmentId = -1;
     dev_t device = 0;
     ino_t inode = 0;

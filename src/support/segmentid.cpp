@@ -78,7 +78,11 @@ QString LockFileOf(const QString &segmentFile)
 
 std::optional<pid_t> KeeperOfLock(const QString &segmentFile, std::chrono::milliseconds limit)
 {
-    const int id = ::semget(KeyOfFile(LockFileOf(segmentFile)), 0, 0);
+    return KeeperOfLock(LockIdOf(segmentFile), limit);
+}
+
+std::optional<pid_t> KeeperOfLock(int lockId, std::chrono::milliseconds limit)
+{
     const QDeadlineTimer deadline(limit);
     for (;;) {
         // Taken and given back in one step: whatever becomes of us, we never have it.
@@ -87,14 +91,19 @@ std::optional<pid_t> KeeperOfLock(const QString &segmentFile, std::chrono::milli
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
         const std::chrono::nanoseconds rest = left - seconds;
         const timespec time = {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
-        if (::semtimedop(id, steps, 2, &time) == 0 || (errno != EAGAIN && errno != EINTR))
+        if (::semtimedop(lockId, steps, 2, &time) == 0 || (errno != EAGAIN && errno != EINTR))
             return std::nullopt;
         if (errno == EINTR) // By the end of a child.
             continue;
-        const pid_t keeper = ::semctl(id, 0, GETPID);
-        if (!IsFreedFrom(keeper, id))
+        const pid_t keeper = ::semctl(lockId, 0, GETPID);
+        if (!IsFreedFrom(keeper, lockId))
             return keeper;
     }
+}
+
+int LockIdOf(const QString &segmentFile)
+{
+    return ::semget(KeyOfFile(LockFileOf(segmentFile)), 0, 0);
 }
 
 key_t KeyOfFile(const QString &file)

@@ -23,6 +23,12 @@
 /// one that has ended still has is taken from it, where we may.
 [[nodiscard]] std::optional<pid_t> KeeperOfLock(const QString &segmentFile, std::chrono::milliseconds limit);
 
+/// The same, by the lock's own identifier (semget(2)).
+[[nodiscard]] std::optional<pid_t> KeeperOfLock(int lockId, std::chrono::milliseconds limit);
+
+/// The identifier of the lock that this segment's file leads to now; -1 when there is none.
+[[nodiscard]] int LockIdOf(const QString &segmentFile);
+
 /// What a program that shows the status needs to copy it, many times over.
 inline constexpr std::chrono::milliseconds SEGMENT_LOCK_LIMIT{5000};
 

@@ -2,7 +2,9 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "segmentnames.h"
 
+#include "zebnetsegment.h"
 #include "zebnetstatus.h"
 
 #include <QProcess>
@@ -75,6 +77,7 @@ private slots:
     void publishingWaitsForTheLock();
     void recordIsPutUnderTheLock();
     void readerAfterOneThatWasGivenUpIsWaitedFor();
+    void lockThatItsFileLeadsToNoMoreIsNotWaitedFor();
     void earlierRecordIsReadUnderTheLock();
 };
 
@@ -130,6 +133,26 @@ void TestCorviSegmentLock::readerAfterOneThatWasGivenUpIsWaitedFor()
 
     QVERIFY(reader.Output().startsWith("locked\nawaited\n"));
     QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+/// A second start makes a new lock beside a reader that keeps the old one, and ends then: ours is the old
+/// one.
+void TestCorviSegmentLock::lockThatItsFileLeadsToNoMoreIsNotWaitedFor()
+{
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    const Reader stuck("--keep-lock");
+    QVERIFY(stuck.HasLock());
+    corvi.ShareStatus(corvi.Device("eth0"));
+    QVERIFY(SegmentNames::LeaveLock(QSharedMemory(ZebNetSegment::KEY).nativeKey()));
+    int steps = 0;
+    onStep = [&steps](int) {
+        ++steps;
+    };
+
+    corvi.ShareStatus(corvi.Device("eth0"));
+
+    onStep = nullptr;
+    QCOMPARE(steps, 0);
 }
 
 void TestCorviSegmentLock::earlierRecordIsReadUnderTheLock()
