@@ -66,6 +66,7 @@ private Q_SLOTS:
     void segmentOfAnotherUserIsNotShown_data();
     void segmentOfAnotherUserIsNotShown();
     void statusThatAllMayReadIsShownToAnotherUser();
+    void keeperOfTheLockIsNamed();
     void socketThatCannotBeMadeIsAFailure();
     void withoutAPipeSignalsEndTheWatchOutright_data();
     void withoutAPipeSignalsEndTheWatchOutright();
@@ -166,6 +167,18 @@ void TestStatusToolFaults::statusThatAllMayReadIsShownToAnotherUser()
     QCOMPARE(tool.readAllStandardError(), QByteArray());
     QVERIFY(tool.readAllStandardOutput().contains("10.0.0.5"));
     QCOMPARE(tool.exitCode(), 0);
+}
+
+void TestStatusToolFaults::keeperOfTheLockIsNamed()
+{
+    Publisher publisher;
+    QVERIFY(publisher.segment.lock());
+
+    const Result result = Run({});
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.error, QString("corvi-status: The status cannot be read: process %1 keeps its lock.\n")
+                               .arg(QCoreApplication::applicationPid()));
 }
 
 void TestStatusToolFaults::socketThatCannotBeMadeIsAFailure()
