@@ -34,6 +34,11 @@ void SetText(QString &field, const char *text)
         field = QLatin1String(text);
 }
 
+int OpenSocket()
+{
+    return ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+}
+
 ifreq RequestFor(const QByteArray &interfaceName)
 {
     ifreq request = {};
@@ -48,7 +53,7 @@ NetworkDevice::NetworkDevice(const QString &interfaceName, QObject *parent)
       logger(Logging::GetInstance(Logging::KEEP_LEVEL, false)),
       name(interfaceName),
       status(std::make_unique<ZebNetStatus>()),
-      socketFd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+      socketFd(OpenSocket()),
       timer(std::make_unique<QTimer>()),
       carrierLosses(QFile::encodeName(SYS_NET + interfaceName)),
       kernelName(QFile::encodeName(interfaceName)),
@@ -80,6 +85,8 @@ void NetworkDevice::RefreshStatus()
     const bool hadCarrier = isRunning;
     isUp = false;
     isRunning = false;
+    if (socketFd == -1)
+        socketFd = OpenSocket(); // There may have been no descriptor to be had at that moment.
     if (socketFd == -1) {
         for (QString *field : {&ipAddress, &broadcast, &netmask, &macAddress})
             field->clear();

@@ -11,11 +11,17 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <cerrno>
+
+#include <dlfcn.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 using TestSupport::RealIp;
 
 namespace {
+
+bool areSocketsRefused = false;
 
 /// An interface that is up, its cable in, with an address.
 void GivenConfiguredInterface(const QString &name)
@@ -28,6 +34,17 @@ void GivenConfiguredInterface(const QString &name)
 }
 
 } // namespace
+
+/// In the place of the C library's: a process that has no descriptor left gets no socket.
+extern "C" int socket(int domain, int type, int protocol) noexcept
+{
+    using SocketFunction = int (*)(int, int, int);
+    static const auto real = reinterpret_cast<SocketFunction>(::dlsym(RTLD_NEXT, "socket"));
+    if (!areSocketsRefused)
+        return real(domain, type, protocol);
+    errno = EMFILE;
+    return -1;
+}
 
 /// What a look at the interface finds: addresses, link and carrier, read from the kernel.
 class TestNetworkDeviceRefresh : public QObject
@@ -50,6 +67,7 @@ private Q_SLOTS:
     void copiesItsStateIntoTheRecord();
     void withoutSocketEverythingIsEmpty();
     void missingSocketIsToldAtTheHighestLevelOnly();
+    void missingSocketIsMadeLater();
     void lostCarrierEndsFallback_data();
     void lostCarrierEndsFallback();
     void endOfFallbackIsLoggedAtEveryLook();
@@ -217,7 +235,9 @@ void TestNetworkDeviceRefresh::withoutSocketEverythingIsEmpty()
     device.socketFd = -1;
     TestSupport::ClearLog();
 
+    areSocketsRefused = true;
     device.RefreshStatus();
+    areSocketsRefused = false;
 
     for (const QString &text : {device.ipAddress, device.broadcast, device.netmask, device.macAddress})
         QCOMPARE(text, QString());
@@ -225,6 +245,18 @@ void TestNetworkDeviceRefresh::withoutSocketEverythingIsEmpty()
     QVERIFY(!device.isRunning);
     QVERIFY2(device.status->IsConnected(), "the record is left alone");
     QVERIFY(TestSupport::LogText().contains("NetworkDevice::RefreshStatus -- eth0  device not found \n"));
+}
+
+void TestNetworkDeviceRefresh::missingSocketIsMadeLater()
+{
+    GivenConfiguredInterface("eth0");
+    NetworkDevice device("eth0", nullptr);
+    ::close(device.socketFd);
+    device.socketFd = -1;
+
+    device.RefreshStatus();
+
+    QVERIFY(device.isRunning);
 }
 
 void TestNetworkDeviceRefresh::missingSocketIsToldAtTheHighestLevelOnly()
@@ -235,7 +267,9 @@ void TestNetworkDeviceRefresh::missingSocketIsToldAtTheHighestLevelOnly()
     SetLevel(Level::DEBUG);
     TestSupport::ClearLog();
 
+    areSocketsRefused = true;
     device.RefreshStatus();
+    areSocketsRefused = false;
 
     QCOMPARE(TestSupport::LogText(), QString());
 }
