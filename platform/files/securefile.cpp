@@ -34,6 +34,12 @@ bool WriteAll(int fd, const QByteArray &contents)
            file.write(contents) == contents.size() && file.flush();
 }
 
+/// Where the file system knows of no disk to wait for, there is none.
+bool ReachDisk(int fd)
+{
+    return ::fdatasync(fd) == 0 || errno == EINVAL;
+}
+
 /// Ends a folder that was moved out of the way. By a program of its own, as another user may have made it
 /// deep or full enough to keep us busy for minutes; rm(1) follows no link, not even one that is put there
 /// meanwhile.
@@ -68,21 +74,32 @@ bool IsNothingAt(const QByteArray &name)
     return isNothing;
 }
 
-} // namespace
-
-bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t mode)
+bool ReplaceFile(const QString &path, const QByteArray &contents, mode_t mode, bool isLasting)
 {
     QByteArray temporary = QFile::encodeName(path) + ".XXXXXX";
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (fd == -1)
         return false;
     const auto closer = qScopeGuard([fd] { ::close(fd); });
-    if (::fchmod(fd, mode) == 0 && WriteAll(fd, contents) && PutInPlace(temporary, QFile::encodeName(path)))
+    if (::fchmod(fd, mode) == 0 && WriteAll(fd, contents) && (!isLasting || ReachDisk(fd)) &&
+        PutInPlace(temporary, QFile::encodeName(path)))
         return true;
     const int reason = errno;
     ::unlink(temporary.constData());
     errno = reason;
     return false;
+}
+
+} // namespace
+
+bool SecureFile::Replace(const QString &path, const QByteArray &contents, mode_t mode)
+{
+    return ReplaceFile(path, contents, mode, false);
+}
+
+bool SecureFile::ReplaceLasting(const QString &path, const QByteArray &contents, mode_t mode)
+{
+    return ReplaceFile(path, contents, mode, true);
 }
 
 bool SecureFile::Remove(const QString &path)

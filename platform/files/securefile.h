@@ -20,6 +20,10 @@ namespace SecureFile {
 /// with the reason in errno.
 [[nodiscard]] bool Replace(const QString &path, const QByteArray &contents, mode_t mode);
 
+/// As Replace(), for what is to outlive a power cut: the contents are on the disk before they are put in
+/// place, where the file system may otherwise keep the new name of an empty file. Waits for the disk.
+[[nodiscard]] bool ReplaceLasting(const QString &path, const QByteArray &contents, mode_t mode);
+
 /// Removes whatever is at `path`, a link as such, a folder with all that is in it. The name is free at once;
 /// what was in the folder goes in the background. True when there is nothing (any more).
 [[nodiscard]] bool Remove(const QString &path);

@@ -53,7 +53,7 @@ QString ZebLastGood::Keep(const ZebDocument &document)
     QString problem = TrustProblem(folder);
     if (!problem.isEmpty())
         return problem;
-    if (!SecureFile::Replace(filePath, xml, 0600))
+    if (!SecureFile::ReplaceLasting(filePath, xml, 0600))
         return QString::fromLocal8Bit(std::strerror(errno));
     kept = xml;
     return QString();

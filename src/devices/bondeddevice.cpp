@@ -110,7 +110,7 @@ void SaveMac(const QString &interfaceName)
         return;
     const QByteArray address = source.readAll();
     QDir().mkpath(QFileInfo(SAVED_MAC_FILE).path());
-    if (address.isEmpty() || !SecureFile::Replace(SAVED_MAC_FILE, address, 0644))
+    if (address.isEmpty() || !SecureFile::ReplaceLasting(SAVED_MAC_FILE, address, 0644))
         Log(Level::NOTICE) << "BondedDevice::EnableBonding the bond's address could not be saved to"
                            << SAVED_MAC_FILE;
 }

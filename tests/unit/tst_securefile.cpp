@@ -12,6 +12,7 @@
 #include <QtTest>
 
 #include <cerrno>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,6 +22,9 @@ namespace {
 const QString FOLDER = QStringLiteral("/tmp/securefile/");
 const QString PATH = FOLDER + QStringLiteral("file");
 const QString OTHER = FOLDER + QStringLiteral("other");
+
+/// What stood at the path when the disk was waited for.
+QStringList syncs;
 
 mode_t ModeOf(const QString &path)
 {
@@ -67,6 +71,15 @@ bool Put(const QString &kind)
 
 } // namespace
 
+/// In the place of the C library's.
+extern "C" int fdatasync(int fd)
+{
+    using SyncFunction = int (*)(int);
+    static const auto real = reinterpret_cast<SyncFunction>(::dlsym(RTLD_NEXT, "fdatasync"));
+    syncs << QString::fromUtf8(TestSupport::ReadFile(PATH));
+    return real(fd);
+}
+
 /// Files in a folder where others may have put something first.
 class TestSecureFile : public QObject
 {
@@ -95,6 +108,7 @@ private Q_SLOTS:
     void readRefuses();
     void readFollowsASymbolicLinkUnlessToldNotTo();
     void noDescriptorIsLeftOpen();
+    void onlyLastingContentsWaitForTheDisk();
 };
 
 void TestSecureFile::init()
@@ -345,6 +359,18 @@ void TestSecureFile::noDescriptorIsLeftOpen()
     QVERIFY(!SecureFile::ReadRegular(FOLDER + "unreadable"));
 
     QCOMPARE(openDescriptors(), before);
+}
+
+void TestSecureFile::onlyLastingContentsWaitForTheDisk()
+{
+    QVERIFY(SecureFile::Replace(PATH, "old", 0600));
+    QCOMPARE(syncs, QStringList());
+
+    QVERIFY(SecureFile::ReplaceLasting(PATH, "new", 0600));
+
+    // Before the new file is put in place.
+    QCOMPARE(syncs, QStringList{"old"});
+    QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("new"));
 }
 
 QTEST_GUILESS_MAIN(TestSecureFile)
