@@ -200,8 +200,8 @@ private:
     bool isModemDown = false; ///< the modem in use was taken down for a cable, which is told once
     RetryPause modemDownPause;
     RetryPause modemConnectPause;
-    RetryPause modemRescanPause;
-    QString publishedName; ///< the interface whose record was published last
+    std::optional<RetryPause::Time> modemDropped; ///< when the modem was given up, since the last discovery
+    QString publishedName;                        ///< the interface whose record was published last
     ShellLine resolvedSetup{"setup_resolved"};
     SegmentPlace segmentPlace;
     bool hasEarlierRecord = false;   ///< the segment was there already, with what an earlier daemon published

@@ -6,11 +6,15 @@
 #include "logging.h"
 #include "modem.h"
 
+#include <chrono>
+
 namespace {
 
 /// Bring-ups without a running link after which a modem is given up until the next discovery: that is fixed,
 /// so no further attempt is made before.
 constexpr int MODEM_ATTEMPTS = 10;
+/// How long a modem that was given up is left alone, as it is meant to be.
+constexpr std::chrono::seconds MODEM_REST{60};
 
 } // namespace
 
@@ -46,13 +50,13 @@ void Corvi::BringModemUp()
     if (!modem->isUp)
         modem->StartDevice();
     if (modem->isRunning) {
-        modemRescanPause.NoteSuccess(RetryPause::Time::clock::now());
         PublishAddress(modem);
     } else if (++conn_counter > MODEM_ATTEMPTS) {
         LogOnce(modemReport, QStringLiteral("no link"))
             << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << modem->name;
         modem->Down();
         modemDevice = nullptr;
+        modemDropped = RetryPause::Time::clock::now();
         return;
     }
     KeepModemConnected(modem);
@@ -80,13 +84,9 @@ void Corvi::KeepModemConnected(Modem *modem)
 /// one. Where there is a radio, it has its turn, which a discovery would begin anew.
 void Corvi::SeekDroppedModem()
 {
-    if (modemDevice || modemInterfaces.isEmpty() || !wirelessInterfaces.isEmpty())
-        return;
-    const auto now = RetryPause::Time::clock::now();
-    if (!modemRescanPause.IsDue(now))
-        return;
-    forceRescan = true;
-    modemRescanPause.NoteAttempt(now);
+    if (wirelessInterfaces.isEmpty() && modemDropped &&
+        RetryPause::Time::clock::now() - *modemDropped >= MODEM_REST)
+        forceRescan = true;
 }
 
 void Corvi::TakeModemDown()
@@ -116,6 +116,7 @@ void Corvi::AdoptModem()
     modemStarted = false;
     isModemDown = false;
     conn_counter = 0;
+    modemDropped.reset();
     modemDownPause.Reset();
     // The first by name, none where there is no modem.
     modemDevice = devices.value(modemInterfaces.value(0));
