@@ -77,6 +77,19 @@ void TakeDown(const QString &interfaceName)
     RealIp({"link", "set", "dev", interfaceName, "down"});
 }
 
+void ExpectHostsOnceAfterAPause(CorviPeer &corvi)
+{
+    corvi.Tick();
+    QCOMPARE(JournalOf("update_hosts").size(), 0);
+    FastClock::Advance(10s);
+    corvi.Tick();
+    QCOMPARE(JournalOf("update_hosts").size(), 1);
+
+    FastClock::Advance(60s);
+    corvi.Tick(2);
+    QCOMPARE(JournalOf("update_hosts").size(), 1);
+}
+
 } // namespace
 
 void TestCorviUpkeep::init()
@@ -401,15 +414,7 @@ void TestCorviUpkeep::hostsThatCannotBeWrittenAreTriedAgain()
     taken.reset();
     WriteFile("/etc/resolv.conf", "nameserver 192.0.2.1\n");
 
-    corvi.Tick();
-    QCOMPARE(JournalOf("update_hosts").size(), 0);
-    FastClock::Advance(10s);
-    corvi.Tick();
-
-    QCOMPARE(JournalOf("update_hosts").size(), 1);
-    FastClock::Advance(60s);
-    corvi.Tick(2);
-    QCOMPARE(JournalOf("update_hosts").size(), 1);
+    ExpectHostsOnceAfterAPause(corvi);
     QCOMPARE(ReadFile("/etc/resolv.conf"), QByteArray("nameserver 192.0.2.1\n"));
 }
 
@@ -423,15 +428,7 @@ void TestCorviUpkeep::hostsThatCannotBeMergedAreTriedAgain()
     Answer("update_hosts", "exit 0");
     Forget();
 
-    corvi.Tick();
-    QCOMPARE(JournalOf("update_hosts").size(), 0);
-    FastClock::Advance(10s);
-    corvi.Tick();
-    QCOMPARE(JournalOf("update_hosts").size(), 1);
-
-    FastClock::Advance(60s);
-    corvi.Tick(2);
-    QCOMPARE(JournalOf("update_hosts").size(), 1);
+    ExpectHostsOnceAfterAPause(corvi);
 }
 
 void TestCorviUpkeep::namesThatAreWrittenAreLeftAlone()
