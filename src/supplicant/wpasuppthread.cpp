@@ -11,6 +11,8 @@
 #include <QDebug>
 #include <QTimer>
 
+#include <algorithm>
+
 namespace {
 
 /// Failures to open the control interface after which the control object is made anew.
@@ -173,6 +175,7 @@ void WpaSuppThread::MyTimerTimeout()
     const JournalSubject subject(interface, definition);
     if (quitRequested)
         exit(0);
+    takenUpTicks = std::max(takenUpTicks - 1, 0);
     NoticeDeath();
     if (stopRunning)
         TickStopRunning();

@@ -238,7 +238,7 @@ private:
 
     bool connectionTold = false;   ///< the last associatedChanged() said that it is connected
     bool mayMissSuccess = false;   ///< the event of a success may have been missed; the status says whether
-    bool isTakenUp = false;        ///< told without its event, see TakeMissedSuccess()
+    int takenUpTicks = 0;          ///< for which the event of a success told without it is none of its own
     int ticksToLateStatus = 0;     ///< until the status is asked for; 0 where it need not be
     bool stopWaitsForNews = false; ///< the stop asked for is one that a success would make pointless
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it

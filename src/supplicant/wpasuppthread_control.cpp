@@ -5,6 +5,14 @@
 
 #include "logging.h"
 
+namespace {
+
+/// Ticks within which the event of a success that was told without it may still come. Later it is another
+/// one, as of a radio that roams.
+constexpr int TAKEN_UP_TICKS = 10;
+
+} // namespace
+
 /// Later, as this may run inside a signal of the object itself.
 void WpaSuppThread::DeleteLater::operator()(WpaSupplicantControl *object) const
 {
@@ -92,7 +100,7 @@ bool WpaSuppThread::TakeMissedSuccess()
         return false;
     mayMissSuccess = false;
     connectionTold = true;
-    isTakenUp = true;
+    takenUpTicks = TAKEN_UP_TICKS;
     return true;
 }
 

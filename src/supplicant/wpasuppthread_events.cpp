@@ -67,15 +67,15 @@ void WpaSuppThread::TellAssociation(bool state)
 {
     connectionTold = state;
     mayMissSuccess = false;
-    isTakenUp = false;
+    takenUpTicks = 0;
     ticksToLateStatus = 0;
     emit associatedChanged(state);
 }
 
 void WpaSuppThread::OnConnected()
 {
-    // The event of a success that was told without it, where nothing has come in between.
-    const bool isTold = std::exchange(isTakenUp, false) && associated;
+    // The event of a success that was just told without it, where nothing has come in between.
+    const bool isTold = std::exchange(takenUpTicks, 0) > 0 && associated;
     badPassword = false;
     associated = true;
     lastFailure = {};
@@ -206,7 +206,7 @@ void WpaSuppThread::CheckStatusLate()
         return;
     if (ticksToLateStatus == 1)
         HearUnread(); // Its word may be there: then nothing is left to count.
-    if (ticksToLateStatus == 0 || --ticksToLateStatus > 0 || associated)
+    if (ticksToLateStatus == 0 || --ticksToLateStatus > 0 || connectionTold)
         return;
     checkStatusRequested = true;
     mayMissSuccess = true;

@@ -141,7 +141,7 @@ public:
         thread.restarting = state.restarting;
         thread.associated = state.associated;
         thread.connectionTold = state.associated;
-        thread.isTakenUp = false;
+        thread.takenUpTicks = 0;
     }
     static void Disconnect(WpaSuppThread &thread) { thread.DeleteWpaCtl(); }
     static void SetStopPending(WpaSuppThread &thread, bool pending) { thread.stopPending = pending; }

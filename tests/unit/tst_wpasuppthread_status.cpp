@@ -31,6 +31,7 @@ private slots:
     void readsTheStatusOnceWhenAsked();
     void hearsWhatIsUnreadBeforeItAsksForTheStatus();
     void asksANewSupplicantThatSaysNothing();
+    void asksANewSupplicantWhoseStatusWasReadBefore();
     void asksNoSupplicantThatWasHeard_data();
     void asksNoSupplicantThatWasHeard();
     void ticksThatWereHeldUpAreNoTimeToWait();
@@ -40,6 +41,7 @@ private slots:
     void takesUpNoSuccessThatWasTold();
     void takesUpNoSuccessThatIsOver();
     void eventOfASuccessThatWasTakenUpConfirmsIt();
+    void eventLongAfterWhatWasTakenUpIsTold();
     void eventAfterTheEndOfWhatWasTakenUpIsTold_data();
     void eventAfterTheEndOfWhatWasTakenUpIsTold();
     void leavesWhatComesMeanwhileToTheNotifier();
@@ -240,6 +242,18 @@ void TestWpaSuppThreadStatus::asksANewSupplicantThatSaysNothing()
     QVERIFY(!supervisor->TakeMissedSuccess());
 }
 
+void TestWpaSuppThreadStatus::asksANewSupplicantWhoseStatusWasReadBefore()
+{
+    Attach();
+    supervisor->CheckStatus();
+    QVERIFY(supervisor->IsAssociated());
+    QVERIFY(!supervisor->TakeMissedSuccess());
+
+    supervisor->Tick(10);
+
+    QVERIFY(supervisor->TakeMissedSuccess());
+}
+
 void TestWpaSuppThreadStatus::asksNoSupplicantThatWasHeard_data()
 {
     QTest::addColumn<QByteArray>("event");
@@ -376,6 +390,17 @@ void TestWpaSuppThreadStatus::eventOfASuccessThatWasTakenUpConfirmsIt()
 
     // The next one is news again, as of an access point that was changed for another.
     supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
+}
+
+void TestWpaSuppThreadStatus::eventLongAfterWhatWasTakenUpIsTold()
+{
+    TakeUpASuccess();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->Tick(10);
+
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+
     QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
 }
 
