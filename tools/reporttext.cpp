@@ -249,6 +249,8 @@ void AddState(QJsonObject &object, const InterfaceState &state)
     object.insert(QStringLiteral("dhcpFailures"), state.dhcpFailures);
     if (!state.dhcpRefuser.isEmpty())
         object.insert(QStringLiteral("dhcpRefuser"), state.dhcpRefuser);
+    if (!state.dhcpOfferer.isEmpty())
+        object.insert(QStringLiteral("dhcpOfferer"), state.dhcpOfferer);
     if (state.lastFailure.isEmpty())
         return;
     const QDateTime since = QDateTime::fromSecsSinceEpoch(state.failureSince, Qt::UTC);

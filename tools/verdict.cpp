@@ -121,21 +121,29 @@ QString Attempts(int count)
     return count == 1 ? QStringLiteral("1 attempt") : QStringLiteral("%1 attempts").arg(count);
 }
 
-QString Refusal(const InterfaceState &state)
+/// What came of the attempts where a server did answer; empty where none did.
+QString UselessAnswer(const InterfaceState &state)
 {
-    return QStringLiteral("%1 without an address: the DHCP server %2 refuses us")
-        .arg(Attempts(state.dhcpFailures), state.dhcpRefuser);
+    const QString lack =
+        QStringLiteral("%1 without an address: the DHCP server ").arg(Attempts(state.dhcpFailures));
+    if (!state.dhcpRefuser.isEmpty())
+        return lack + state.dhcpRefuser + QStringLiteral(" refuses us");
+    if (!state.dhcpOfferer.isEmpty())
+        return lack + state.dhcpOfferer + QStringLiteral(" offers one and gives none");
+    return QString();
 }
 
 Verdict AskingDhcp(const InterfaceState &state, qint64 nowMs)
 {
     QString sentence =
         QStringLiteral("asking for an address by DHCP for %1 s").arg(Seconds(*state.dhcpSince, nowMs));
-    if (state.dhcpFailures > 0)
-        sentence += QStringLiteral(", after ") +
-                    (state.dhcpRefuser.isEmpty()
-                         ? QStringLiteral("%1 without an answer").arg(Attempts(state.dhcpFailures))
-                         : Refusal(state));
+    if (state.dhcpFailures > 0) {
+        const QString answer = UselessAnswer(state);
+        sentence +=
+            QStringLiteral(", after ") +
+            (answer.isEmpty() ? QStringLiteral("%1 without an answer").arg(Attempts(state.dhcpFailures))
+                              : answer);
+    }
     return Waiting("dhcp", sentence);
 }
 
@@ -158,8 +166,8 @@ Verdict FailedDhcp(const InterfaceState &state, const ServiceState &daemon)
     const QString fault = ToolFault(daemon, "dhclient");
     if (!fault.isEmpty())
         return Fault("tool-fails", fault);
-    if (!state.dhcpRefuser.isEmpty())
-        return Fault("dhcp-refused", Refusal(state));
+    if (const QString answer = UselessAnswer(state); !answer.isEmpty())
+        return Fault(state.dhcpRefuser.isEmpty() ? "dhcp-offer-only" : "dhcp-refused", answer);
     return Fault("no-dhcp-answer", QStringLiteral("no DHCP server answered ") + Attempts(state.dhcpFailures));
 }
 

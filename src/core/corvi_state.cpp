@@ -133,8 +133,10 @@ void Corvi::AddAuthentication(const NetworkDevice *d, InterfaceState &state,
 void Corvi::AddDhcp(const NetworkDevice *d, InterfaceState &state) const
 {
     state.dhcpFailures = d->dhcpFailures;
-    if (d->dhcpFailures > 0)
+    if (d->dhcpFailures > 0) {
         state.dhcpRefuser = d->dhcpRefuser;
+        state.dhcpOfferer = d->dhcpOfferer;
+    }
     if (d->dhcpSince)
         state.dhcpSince = Milliseconds(*d->dhcpSince);
     if (d->dhcpFailures == 0 || d->dhcpSince)

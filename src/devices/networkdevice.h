@@ -182,6 +182,7 @@ public:
     CarrierLosses carrierLosses;               ///< of the link, since it was reported
     int dhcpFailures = 0;                      ///< attempts in a row, on this link, that got no address
     QString dhcpRefuser;                       ///< the server that refused the last one, where one did
+    QString dhcpOfferer;                       ///< the one that offered an address and gave none
     std::optional<RetryPause::Time> dhcpSince; ///< an attempt is under way
 
 private:

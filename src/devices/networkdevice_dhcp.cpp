@@ -178,7 +178,8 @@ void NetworkDevice::TellOfRefusal(const QString &transcript)
     const bool isRefused = match.hasMatch();
     if (!isRefused)
         match = offer.match(transcript);
-    dhcpRefuser = match.captured(1);
+    dhcpRefuser = isRefused ? match.captured(1) : QString();
+    dhcpOfferer = isRefused ? QString() : match.captured(1);
     if (!match.hasMatch())
         return;
     const QString deed =

@@ -115,6 +115,7 @@ template <typename Visitor, typename State> void VisitMembers(Visitor &visitor, 
     visitor.Member("gateway", state.gateway);
     visitor.Member("dhcpFailures", state.dhcpFailures);
     visitor.Member("dhcpRefuser", state.dhcpRefuser);
+    visitor.Member("dhcpOfferer", state.dhcpOfferer);
     visitor.Member("dhcpSinceMs", state.dhcpSince);
     visitor.Member("nextDhcpStartMs", state.nextDhcpStart);
 }
@@ -124,7 +125,7 @@ auto Tied(const InterfaceState &s)
     return std::tie(s.name, s.kind, s.definition, s.definitionCount, s.isStatic, s.isInUse, s.isHeldDown,
                     s.isConnected, s.usesSupplicant, s.isInFallback, s.authenticationSince, s.fallbackSeconds,
                     s.lastFailure, s.failureSince, s.nextSupplicantStart, s.gateway, s.dhcpFailures,
-                    s.dhcpRefuser, s.dhcpSince, s.nextDhcpStart);
+                    s.dhcpRefuser, s.dhcpOfferer, s.dhcpSince, s.nextDhcpStart);
 }
 
 ServiceState FromJson(const QJsonObject &object)

@@ -38,6 +38,7 @@ struct InterfaceState
     QString gateway;                     ///< that its default route is to lead to; empty where none is known
     int dhcpFailures = 0;                ///< attempts in a row that got no address
     QString dhcpRefuser;                 ///< the server that refused the last of them; empty where none did
+    QString dhcpOfferer;                 ///< the one that only offered an address in the last of them
     std::optional<qint64> dhcpSince;     ///< an attempt is under way
     std::optional<qint64> nextDhcpStart; ///< the next attempt after a failed one
 

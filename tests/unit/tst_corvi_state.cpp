@@ -216,16 +216,17 @@ void TestCorviState::serverThatRefusesIsToldUntilAnAttemptDiffers()
     QCOMPARE(Told().dhcpFailures, 2);
     QCOMPARE(Told().dhcpRefuser, "");
 
-    Answer("dhclient", refusal);
+    Answer("dhclient", "echo 'DHCPOFFER of 10.0.0.5 from 10.0.0.1'");
     corvi.AgeWiredRetry(0, std::chrono::seconds(20));
     corvi.Tick();
-    QCOMPARE(Told().dhcpRefuser, "10.0.0.1");
+    QCOMPARE(Told().dhcpRefuser, "");
+    QCOMPARE(Told().dhcpOfferer, "10.0.0.1");
 
     UseDhcpServer();
     corvi.AgeWiredRetry(0, std::chrono::seconds(40));
     corvi.Tick();
     QCOMPARE(Told().dhcpFailures, 0);
-    QCOMPARE(Told().dhcpRefuser, "");
+    QCOMPARE(Told().dhcpOfferer, "");
 }
 
 void TestCorviState::attemptIsToldWhileItIsMade()

@@ -301,13 +301,16 @@ void TestNetworkDeviceDhcp::classlessRoutesWithoutADefaultAreToldOnce()
 void TestNetworkDeviceDhcp::serverThatRefusesIsToldOnce()
 {
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
-    TestSupport::Answer("dhclient", "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'\n"
+    TestSupport::Answer("dhclient", "echo 'DHCPOFFER of 10.0.0.5 from 10.0.0.2'\n"
+                                    "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'\n"
                                     "echo 'No working leases in persistent database - sleeping.'");
     NetworkDevice device("eth0", nullptr);
 
     QVERIFY(!device.Dhclient("eth0"));
     QVERIFY(!device.Dhclient("eth0"));
 
+    QCOMPARE(device.dhcpRefuser, QStringLiteral("10.0.0.1"));
+    QCOMPARE(device.dhcpOfferer, QString());
     const QString told =
         " NetworkDevice::Dhclient - a DHCP server refuses us on eth0 -- DHCPNAK from 10.0.0.1 \n";
     QCOMPARE(TestSupport::LogText().count(told), 1);
@@ -337,7 +340,8 @@ void TestNetworkDeviceDhcp::serverThatOffersAndGivesNothingIsToldOnce()
     QVERIFY(!device.Dhclient("eth0"));
     QVERIFY(!device.Dhclient("eth0"));
 
-    QCOMPARE(device.dhcpRefuser, QStringLiteral("10.0.0.1"));
+    QCOMPARE(device.dhcpOfferer, QStringLiteral("10.0.0.1"));
+    QCOMPARE(device.dhcpRefuser, QString());
     const QString told =
         " NetworkDevice::Dhclient - a DHCP server offers an address and gives none on eth0 -- ";
     QCOMPARE(TestSupport::LogText().count(told + QString::fromLatin1(offer) + " \n"), 1);

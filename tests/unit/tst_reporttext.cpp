@@ -298,6 +298,7 @@ void TestReportText::programsGetEverything()
         SupplicantFacts{"it is slow", "COMPLETED", "Office", "02:00:00:00:01:00", "SUCCESS", "PEAP", -61};
     interface.daemon->dhcpFailures = 2;
     interface.daemon->dhcpRefuser = "10.0.0.2";
+    interface.daemon->dhcpOfferer = "10.0.0.3";
     interface.daemon->isStatic = true;
     interface.daemon->lastFailure = "EAP authentication failed";
     interface.daemon->failureSince = 1795294501;
@@ -321,7 +322,7 @@ void TestReportText::programsGetEverything()
                            "signalDbm": -61},
             "definition": {"name": "lan", "reason": "the only one for a wired interface",
                            "staticAddress": true},
-            "dhcpFailures": 2, "dhcpRefuser": "10.0.0.2",
+            "dhcpFailures": 2, "dhcpRefuser": "10.0.0.2", "dhcpOfferer": "10.0.0.3",
             "lastFailure": {"reason": "EAP authentication failed", "since": "2026-11-21T20:55:01Z"}}]})";
     QCOMPARE(QJsonDocument(report).toJson(), QJsonDocument::fromJson(expected).toJson());
 }
@@ -338,7 +339,8 @@ void TestReportText::programsGetOnlyWhatIsKnown()
 
     QCOMPARE(wlan0.value("kind").toString(), "wireless");
     QVERIFY(!wlan0.value("supplicant").toObject().contains("signalDbm"));
-    for (const char *key : {"resolver", "lease", "definition", "dhcpFailures", "dhcpRefuser", "lastFailure"})
+    for (const char *key :
+         {"resolver", "lease", "definition", "dhcpFailures", "dhcpRefuser", "dhcpOfferer", "lastFailure"})
         QVERIFY2(!wlan0.contains(QLatin1String(key)), key);
 }
 

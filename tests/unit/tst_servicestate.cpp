@@ -43,6 +43,7 @@ InterfaceState FullInterface()
     state.gateway = "10.0.0.1";
     state.dhcpFailures = 4;
     state.dhcpRefuser = "10.0.0.2";
+    state.dhcpOfferer = "10.0.0.3";
     state.dhcpSince = 5;
     state.nextDhcpStart = 6;
     return state;
@@ -130,7 +131,7 @@ void TestServiceState::everyMemberCounts()
     QJsonObject full = QJsonDocument::fromJson(FullState().ToJson()).object();
     const QJsonObject interface = full.value("interfaces").toArray().first().toObject();
     const QStringList keys = interface.keys();
-    QCOMPARE(int(keys.size()), 20);
+    QCOMPARE(int(keys.size()), 21);
     for (const QString &key : keys) {
         QJsonObject lacking = interface;
         lacking.remove(key);
@@ -154,6 +155,7 @@ void TestServiceState::namesAreThoseThatOtherVersionsRead()
                           "definition",
                           "definitionCount",
                           "dhcpFailures",
+                          "dhcpOfferer",
                           "dhcpRefuser",
                           "dhcpSinceMs",
                           "failureSinceUtc",

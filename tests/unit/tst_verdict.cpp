@@ -202,6 +202,23 @@ void TestVerdict::addressDecides_data()
                 i.daemon->dhcpFailures = 1;
                 i.daemon->dhcpRefuser = "10.0.0.1";
             });
+    AddCase("a server only offers", "dhcp-offer-only",
+            "3 attempts without an address: the DHCP server 10.0.0.1 offers one and gives none, next in 41 s",
+            [&](auto &i) {
+                lacks(i);
+                i.daemon->dhcpFailures = 3;
+                i.daemon->dhcpOfferer = "10.0.0.1";
+                i.daemon->nextDhcpStart = NOW_MS + 41000;
+            });
+    AddCase("asking the one that only offered", "dhcp",
+            "asking for an address by DHCP for 3 s, after 1 attempt without an address: the DHCP server "
+            "10.0.0.1 offers one and gives none",
+            [&](auto &i) {
+                lacks(i);
+                i.daemon->dhcpSince = NOW_MS - 3000;
+                i.daemon->dhcpFailures = 1;
+                i.daemon->dhcpOfferer = "10.0.0.1";
+            });
     AddCase("one attempt", "no-dhcp-answer", "no DHCP server answered 1 attempt", [&](auto &i) {
         lacks(i);
         i.daemon->dhcpFailures = 1;
