@@ -67,8 +67,9 @@ public:
     /// returns. For a decision that a success in it would change.
     void HearUnread();
     /// Whether the supplicant is connected and associatedChanged() has not said so, as the event was missed:
-    /// it came while the reply to a command was awaited, or before we listened. A success that is taken
-    /// counts as told; its event, should it come after all, is no second one.
+    /// it came while the reply to a command was awaited, before we listened, or while the control connection
+    /// was lost. A success that is taken counts as told; its event, should it come after all, is no second
+    /// one.
     bool TakeMissedSuccess();
     /// Lets go of the supplicant, which runs on: closes our end of the control connection.
     void LetGo();

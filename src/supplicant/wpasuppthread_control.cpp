@@ -114,11 +114,14 @@ void WpaSuppThread::NoticeLostControl()
 {
     if (!IsControlOpen())
         return;
-    if (control->CheckPeer()) {
+    const bool isNew = control->CheckPeer();
+    if (isNew)
         NotePeer();
-        checkStatusRequested = true; // What was said in between is lost.
-        mayMissSuccess = !connectionTold;
-    }
-    if (!IsControlOpen())
+    else if (IsControlOpen())
+        return;
+    else
         associated = false;
+    // What is said until we listen again is lost.
+    checkStatusRequested = true;
+    mayMissSuccess = !connectionTold;
 }

@@ -38,6 +38,9 @@ private slots:
     void takesUpASuccessThatWasDropped_data();
     void takesUpASuccessThatWasDropped();
     void takesUpNoSuccessThatNoEventWasMissedOf();
+    void takesUpASuccessThatCameWithoutAConnection_data();
+    void takesUpASuccessThatCameWithoutAConnection();
+    void asksAfterALossHoweverItIsConnectedAgain();
     void takesUpNoSuccessThatWasTold();
     void takesUpNoSuccessThatIsOver();
     void eventOfASuccessThatWasTakenUpConfirmsIt();
@@ -341,6 +344,62 @@ void TestWpaSuppThreadStatus::takesUpNoSuccessThatNoEventWasMissedOf()
 
     QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS", "STATUS"}));
     QVERIFY(!supervisor->TakeMissedSuccess());
+}
+
+void TestWpaSuppThreadStatus::takesUpASuccessThatCameWithoutAConnection_data()
+{
+    QTest::addColumn<QString>("lastEvent");
+    QTest::addColumn<QByteArray>("status");
+    QTest::addColumn<bool>("expected");
+    const QString disconnected = QStringLiteral("<3>CTRL-EVENT-DISCONNECTED reason=3");
+    QTest::newRow("connects meanwhile") << disconnected << QByteArray("wpa_state=COMPLETED\n") << true;
+    QTest::newRow("still tries") << disconnected << QByteArray("wpa_state=SCANNING\n") << false;
+    QTest::newRow("was told before") << QString::fromLatin1(CONNECTED) << QByteArray("wpa_state=COMPLETED\n")
+                                     << false;
+}
+
+void TestWpaSuppThreadStatus::takesUpASuccessThatCameWithoutAConnection()
+{
+    QFETCH(QString, lastEvent);
+    QFETCH(QByteArray, status);
+    supervisor->Supervise();
+    supervisor->MessageReceived(lastEvent);
+    supplicant->Die();
+    supervisor->Tick(3);
+    QVERIFY(!supervisor->IsControlOpen());
+    supplicant.reset();
+    supplicant = std::make_unique<FakeSupplicant>();
+    supplicant->SetReply("STATUS", status);
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+
+    supervisor->Tick(5);
+
+    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
+    QCOMPARE(changes.size(), 0);
+    QTEST(supervisor->TakeMissedSuccess(), "expected");
+    QVERIFY(!supervisor->TakeMissedSuccess());
+    // A later status is no sign that anything was missed: its event would have been heard.
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->AskForStatus();
+    supervisor->Tick();
+    QVERIFY(!supervisor->TakeMissedSuccess());
+}
+
+/// Of several failures to connect again the last leads to a new connection object.
+void TestWpaSuppThreadStatus::asksAfterALossHoweverItIsConnectedAgain()
+{
+    supervisor->Supervise();
+    supplicant->Die();
+    supervisor->Tick();
+    supplicant.reset();
+    supplicant = std::make_unique<FakeSupplicant>();
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->RestartWpaCtl();
+
+    supervisor->Tick(5);
+
+    QCOMPARE(supplicant->Commands(), (QStringList{"ATTACH", "STATUS"}));
+    QVERIFY(supervisor->TakeMissedSuccess());
 }
 
 void TestWpaSuppThreadStatus::takesUpNoSuccessThatWasTold()
