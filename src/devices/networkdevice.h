@@ -28,8 +28,8 @@ class ZebNetStatus;
 struct DeviceReports
 {
     ReportOnce address{QString()}; ///< that there is none is no news
-    ReportOnce config, dhcp, leases, speed, claim, resolver, leasedResolver, leasedGateway, refusal, hosts,
-        start, upkeep;
+    ReportOnce config, dhcp, leases, speed, mtu, claim, resolver, leasedResolver, leasedGateway, refusal,
+        hosts, start, upkeep;
 };
 
 /// One kernel interface: its last observed state, the network definitions that apply to it, and the

@@ -36,16 +36,31 @@ bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
     });
 }
 
+/// What the tool says of itself, to be told and no more: an answer decides nothing. Empty where it does what
+/// it is asked to.
+QString AnswerOf(const QString &tool, const QStringList &arguments)
+{
+    return Utils::ExecuteMerged(tool, arguments, PROGRAM_TIME_LIMIT_MS)
+        .join(QLatin1Char(' '))
+        .trimmed()
+        .left(LONGEST_ANSWER);
+}
+
+/// A setting that the hardware cannot do is asked for at each configuration.
+void TellIfRefused(ReportOnce &report, const QString &line, const QString &answer)
+{
+    if (answer.isEmpty())
+        report.Over();
+    else
+        LogOnce(report, line + answer) << line << "--" << answer;
+}
+
 } // namespace
 
 void NetworkDevice::Up(const QString &interfaceName)
 {
     Log(Level::TRACE) << "NetworkDevice::Up" << interfaceName;
-    // Only told, where the link then is seen down: an answer decides nothing.
-    upAnswer = Utils::ExecuteMerged(IFCONFIG, {interfaceName, QStringLiteral("up")}, PROGRAM_TIME_LIMIT_MS)
-                   .join(QLatin1Char(' '))
-                   .trimmed()
-                   .left(LONGEST_ANSWER);
+    upAnswer = AnswerOf(IFCONFIG, {interfaceName, QStringLiteral("up")});
 }
 
 void NetworkDevice::Up()
@@ -102,19 +117,25 @@ void NetworkDevice::SetSpeed(const QString &interfaceName, int speed, int duplex
 {
     const QString word = duplex == 1 ? QStringLiteral("full") : QStringLiteral("half");
     Log(Level::TRACE) << "speed: " << speed << " duplex: " << word;
-    Utils::Execute(ETHTOOL,
-                   {QStringLiteral("-s"), interfaceName, QStringLiteral("autoneg"), QStringLiteral("off"),
-                    QStringLiteral("speed"), QString::number(speed), QStringLiteral("duplex"), word},
-                   false);
+    const QString answer = AnswerOf(ETHTOOL, {QStringLiteral("-s"), interfaceName, QStringLiteral("autoneg"),
+                                              QStringLiteral("off"), QStringLiteral("speed"),
+                                              QString::number(speed), QStringLiteral("duplex"), word});
+    TellIfRefused(reports->speed,
+                  QStringLiteral("NetworkDevice::SetSpeed - %1 Mb/s, %2 duplex, is refused on %3")
+                      .arg(QString::number(speed), word, interfaceName),
+                  answer);
 }
 
 void NetworkDevice::SetMtu(const QString &interfaceName, const QString &mtu)
 {
     // There is no operation of this name: kept as it is.
     Log(Level::TRACE) << "NetworkDevice::MTU - " << interfaceName << mtu;
-    Utils::Execute(IP,
-                   {QStringLiteral("link"), QStringLiteral("set"), interfaceName, QStringLiteral("mtu"), mtu},
-                   false);
+    const QString answer = AnswerOf(
+        IP, {QStringLiteral("link"), QStringLiteral("set"), interfaceName, QStringLiteral("mtu"), mtu});
+    TellIfRefused(
+        reports->mtu,
+        QStringLiteral("NetworkDevice::SetMtu - the MTU %1 is refused on %2").arg(mtu, interfaceName),
+        answer);
 }
 
 void NetworkDevice::FlushIpAddress()

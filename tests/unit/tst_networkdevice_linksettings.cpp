@@ -28,6 +28,8 @@ private Q_SLOTS:
     void wirelessSpeedIsNotSet();
     void mtuIsSet_data();
     void mtuIsSet();
+    void refusedSettingIsToldOnce_data();
+    void refusedSettingIsToldOnce();
 };
 
 void TestNetworkDeviceLinkSettings::init()
@@ -181,6 +183,48 @@ void TestNetworkDeviceLinkSettings::mtuIsSet()
     device.ConfigureNetwork(false);
 
     QCOMPARE(Journal().mid(1), commands);
+}
+
+void TestNetworkDeviceLinkSettings::refusedSettingIsToldOnce_data()
+{
+    QTest::addColumn<QByteArray>("tool");
+    QTest::addColumn<QByteArray>("answer");
+    QTest::addColumn<QByteArray>("line");
+
+    QTest::newRow("MTU") << QByteArray("ip") << QByteArray("Error: mtu greater than device maximum.")
+                         << QByteArray(" NetworkDevice::SetMtu - the MTU 9000 is refused on eth0");
+    QTest::newRow("speed") << QByteArray("ethtool") << QByteArray("netlink error: Operation not supported")
+                           << QByteArray(" NetworkDevice::SetSpeed - 100 Mb/s, full duplex, is refused on "
+                                         "eth0");
+}
+
+void TestNetworkDeviceLinkSettings::refusedSettingIsToldOnce()
+{
+    QFETCH(QByteArray, tool);
+    QFETCH(QByteArray, answer);
+    QFETCH(QByteArray, line);
+    SetLevel(Level::NOTICE);
+    TestSupport::WriteNetworks(Network("lan", "<speed>100 Mbps Full</speed><mtu>9000</mtu>"));
+    Device device("eth0");
+    const auto refuse = [&] {
+        TestSupport::Answer(tool, "echo '" + answer + "' >&2; exit 2");
+    };
+
+    refuse();
+    device.ConfigureNetwork(false);
+    device.ConfigureNetwork(false);
+
+    const QString told = QString::fromLatin1(QByteArray(line + " -- " + answer + " \n"));
+    QCOMPARE(LogText().count(told), 1);
+    QCOMPARE(LogText().count('\n'), 1);
+
+    TestSupport::ClearAnswers();
+    device.ConfigureNetwork(false);
+    refuse();
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(LogText().count(told), 2);
+    QCOMPARE(LogText().count('\n'), 2);
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceLinkSettings)
