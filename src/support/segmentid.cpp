@@ -43,12 +43,26 @@ Mapping ParseMapping(const QByteArray &line)
     return {range.at(0).toULongLong(nullptr, 16), range.at(1).toULongLong(nullptr, 16), fields.at(4).toInt()};
 }
 
+/// Waits until the lock is free, at most so long; else false, with the reason in errno. Taken and given back
+/// in one step: whatever becomes of us, we never have it.
+bool AwaitFree(int lockId, std::chrono::milliseconds limit)
+{
+    sembuf steps[] = {{0, -1, 0}, {0, 1, 0}};
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit);
+    const std::chrono::nanoseconds rest = limit - seconds;
+    const timespec time = {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
+    return ::semtimedop(lockId, steps, 2, &time) == 0;
+}
+
 /// The kernel gives back what a process had with SEM_UNDO, as Qt takes it, before its id is free; without
 /// that (semop(2)) nobody would. False where the process goes on, is not ours to see (0), or we may not.
 bool IsFreedFrom(pid_t keeper, int semaphoreId)
 {
     if (keeper <= 0 || ::kill(keeper, 0) == 0 || errno != ESRCH)
         return false;
+    // It may have given it back just before its end. Then it is free, or another's, who would lose it.
+    if (AwaitFree(semaphoreId, std::chrono::milliseconds(0)) || ::semctl(semaphoreId, 0, GETPID) != keeper)
+        return true;
     const SemaphoreArgument freed = {1};
     return ::semctl(semaphoreId, 0, SETVAL, freed) == 0;
 }
@@ -85,13 +99,8 @@ std::optional<pid_t> KeeperOfLock(int lockId, std::chrono::milliseconds limit)
 {
     const QDeadlineTimer deadline(limit);
     for (;;) {
-        // Taken and given back in one step: whatever becomes of us, we never have it.
-        sembuf steps[] = {{0, -1, 0}, {0, 1, 0}};
-        const auto left = std::chrono::milliseconds(deadline.remainingTime());
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-        const std::chrono::nanoseconds rest = left - seconds;
-        const timespec time = {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
-        if (::semtimedop(lockId, steps, 2, &time) == 0 || (errno != EAGAIN && errno != EINTR))
+        const std::chrono::milliseconds left(deadline.remainingTime());
+        if (AwaitFree(lockId, left) || (errno != EAGAIN && errno != EINTR))
             return std::nullopt;
         if (errno == EINTR) // By the end of a child.
             continue;

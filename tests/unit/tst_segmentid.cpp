@@ -13,6 +13,9 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <functional>
+#include <optional>
+#include <utility>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -92,6 +95,8 @@ void AwaitWaiter(const Lock &lock)
         ::usleep(10000);
 }
 
+std::function<void()> beforeTheLookAtAProcess; ///< done once
+
 int interruption = -1; ///< the end of a pipe that an interrupted wait writes to
 
 } // namespace
@@ -109,6 +114,16 @@ extern "C" int open64(const char *path, int flags, ...)
     return real(std::strcmp(path, "/proc/self/maps") == 0 ? "/tmp/maps" : path, flags, mode);
 }
 
+/// In the place of the C library's: what others do in the midst of a look at a process.
+extern "C" int kill(pid_t pid, int signal) noexcept
+{
+    using Kill = int (*)(pid_t, int);
+    static const auto real = reinterpret_cast<Kill>(::dlsym(RTLD_NEXT, "kill"));
+    if (signal == 0 && beforeTheLookAtAProcess)
+        std::exchange(beforeTheLookAtAProcess, nullptr)();
+    return real(pid, signal);
+}
+
 /// Which segment stands at an address, by the list of the process's mappings.
 class TestSegmentId : public QObject
 {
@@ -124,6 +139,7 @@ private Q_SLOTS:
     void keeperOfTheLockIsNamed_data();
     void keeperOfTheLockIsNamed();
     void lockThatIsGivenBackInTimeIsNotKept();
+    void lockThatAnotherHasTakenMeanwhileIsHis();
     void interruptedWaitGoesOn();
 };
 
@@ -215,6 +231,26 @@ void TestSegmentId::lockThatIsGivenBackInTimeIsNotKept()
     QVERIFY(!KeeperOfLock(SEGMENT_FILE, 60s));
 
     QCOMPARE(lock.Value(), 1);
+}
+
+void TestSegmentId::lockThatAnotherHasTakenMeanwhileIsHis()
+{
+    const Lock lock;
+    std::optional<Keeper> first;
+    std::optional<Keeper> second;
+    first.emplace(lock, ::pause);
+    QVERIFY(first->hasLock);
+    beforeTheLookAtAProcess = [&] {
+        first.reset();
+        second.emplace(lock, ::pause);
+    };
+
+    const std::optional<pid_t> found = KeeperOfLock(SEGMENT_FILE, 0ms);
+
+    QVERIFY(second && second->hasLock);
+    QCOMPARE(lock.Value(), 0);
+    QVERIFY(found);
+    QCOMPARE(*found, second->pid);
 }
 
 /// As by the end of a child, in the midst of the wait.
