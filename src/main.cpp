@@ -41,17 +41,6 @@ void TellOfRefusal(const InstanceLock::Refusal &refusal)
         std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
 }
 
-/// The unit, or a script, starts it again and again: the lines of its start alone would fill the log.
-bool IsRefusedAgain()
-{
-    if (!InstanceLock::HasRefused())
-        return false;
-    const auto refusal = InstanceLock::Take();
-    if (refusal)
-        TellOfRefusal(*refusal);
-    return refusal.has_value();
-}
-
 } // namespace
 
 int main(int argc, char *argv[])
@@ -66,8 +55,12 @@ int main(int argc, char *argv[])
 
     // First: a reload that is asked for while the daemon starts must not end it.
     ProcessSignals signalSource(nullptr);
-    if (IsRefusedAgain())
+    const auto refusal = InstanceLock::Take();
+    if (refusal && !refusal->isNews) {
+        // The unit, or a script, starts it again and again: the lines of its start alone would fill the log.
+        TellOfRefusal(*refusal);
         return EXIT_FAILURE;
+    }
     KeepStoreOverRestarts();
     Corvi corvi(nullptr);
     QObject::connect(&signalSource, &ProcessSignals::terminationRequested, &corvi,
@@ -76,9 +69,9 @@ int main(int argc, char *argv[])
     if (!signalSource.Error().isEmpty())
         Log(Level::NOTICE) << "ProcessSignals -- no pipe, a signal ends the daemon without its shutdown:"
                            << signalSource.Error();
-    // Not before: a second start takes up the segment that it finds. What follows would undo the other's
-    // work.
-    if (const auto refusal = InstanceLock::Take()) {
+    // Not before: a second start takes up the segment that it finds, and the log has no level yet. What
+    // follows would undo the other's work.
+    if (refusal) {
         TellOfRefusal(*refusal);
         corvi.Stop(EXIT_FAILURE);
     }

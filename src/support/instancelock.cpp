@@ -111,13 +111,3 @@ std::optional<InstanceLock::Refusal> InstanceLock::Take()
     [[maybe_unused]] const int ignored = ::ftruncate(fd, 0);
     return std::nullopt;
 }
-
-bool InstanceLock::HasRefused()
-{
-    const int fd = Open();
-    if (fd == -1)
-        return false;
-    const bool hasRefused = HasFreshMark(fd) && HolderOf(fd).has_value();
-    ::close(fd);
-    return hasRefused;
-}

@@ -22,8 +22,4 @@ struct Refusal
 /// Its children do not have it, in whatever state they outlive it (fcntl(2), record locks).
 std::optional<Refusal> Take();
 
-/// Whether another process has the lock and one that came before us was refused for it: a further refusal is
-/// no news. To be asked before Take(), of which it would let go.
-[[nodiscard]] bool HasRefused();
-
 } // namespace InstanceLock

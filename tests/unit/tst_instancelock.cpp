@@ -101,8 +101,6 @@ private Q_SLOTS:
     void refusalIsNewsAgainAfterAnHour_data();
     void refusalIsNewsAgainAfterAnHour();
     void oneThatIsAboutToEndIsWaitedFor();
-    void furtherRefusalIsKnownBefore();
-    void refusalOfLongAgoIsNotKnown();
     void otherPlaceServesWhereTheFirstIsNotOurs_data();
     void otherPlaceServesWhereTheFirstIsNotOurs();
 };
@@ -179,32 +177,6 @@ void TestInstanceLock::oneThatIsAboutToEndIsWaitedFor()
     QVERIFY(!InstanceLock::Take());
 
     QCOMPARE(HolderOf(LOCK), ::getpid());
-}
-
-void TestInstanceLock::furtherRefusalIsKnownBefore()
-{
-    QVERIFY(!InstanceLock::HasRefused());
-    {
-        const Holder other(LOCK);
-        QVERIFY(other.holds);
-        QVERIFY(!InstanceLock::HasRefused());
-        QVERIFY(InstanceLock::Take());
-        QVERIFY(InstanceLock::HasRefused());
-    }
-
-    // Nobody is in the way any more; the mark is still there.
-    QCOMPARE(QFileInfo(LOCK).size(), 1);
-    QVERIFY(!InstanceLock::HasRefused());
-}
-
-void TestInstanceLock::refusalOfLongAgoIsNotKnown()
-{
-    const Holder other(LOCK);
-    QVERIFY(other.holds);
-    QVERIFY(InstanceLock::Take());
-
-    QVERIFY(SetAge(59) && InstanceLock::HasRefused());
-    QVERIFY(SetAge(60) && !InstanceLock::HasRefused());
 }
 
 void TestInstanceLock::otherPlaceServesWhereTheFirstIsNotOurs_data()
