@@ -202,7 +202,8 @@ void Corvi::WarnOfOtherManagers()
 
 void Corvi::SetUpNetworks()
 {
-    // The supplicant says only once that it is connected, and what it says while a command waits is dropped.
+    // The supplicant says only once that it is connected: while a command waits, which drops it, or before
+    // its new control connection listens.
     if (supThread->TakeMissedSuccess())
         onAssociatedChanged(true);
     const bool isWiredConnected = WiredNetworkSetup();

@@ -10,8 +10,8 @@
 
 namespace {
 
-/// Bring-ups without a running link after which a modem is given up until the next discovery: that is fixed,
-/// so no further attempt is made before.
+/// Ticks of bringing up without a running link after which a modem is given up: fixed, as is that only a
+/// discovery takes it up again. SeekDroppedModem() asks for one where there is no radio.
 constexpr int MODEM_ATTEMPTS = 10;
 /// How long a modem that was given up is left alone, as it is meant to be.
 constexpr std::chrono::seconds MODEM_REST{60};
@@ -52,14 +52,22 @@ void Corvi::BringModemUp()
     if (modem->isRunning) {
         PublishAddress(modem);
     } else if (++conn_counter > MODEM_ATTEMPTS) {
-        LogOnce(modemReport, QStringLiteral("no link"))
-            << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << modem->name;
+        TellOfDroppedModem(modem);
         modem->Down();
         modemDevice = nullptr;
         modemDropped = RetryPause::Time::clock::now();
         return;
     }
     KeepModemConnected(modem);
+}
+
+void Corvi::TellOfDroppedModem(const Modem *modem)
+{
+    const QString until = QStringLiteral("until the next rescan:");
+    const QString rest = QStringLiteral("for %1 s or ").arg(MODEM_REST.count()); // See SeekDroppedModem().
+    LogOnce(modemReport, QStringLiteral("no link"))
+        << "Corvi::ModemNetworkSetup - no link, unused"
+        << (wirelessInterfaces.isEmpty() ? QString(rest + until) : until) << modem->name;
 }
 
 /// The modem's manager may still be looking for the modem when we connect first, or be started anew later,

@@ -116,8 +116,8 @@ public:
     /// Sets the default route of the lease again where none is left, at most after growing pauses; nothing
     /// for a static address.
     void KeepLeasedRoute();
-    /// Writes the definition's name servers and hosts again where they could not be written, at most after
-    /// growing pauses.
+    /// Sets the definition's name servers and hosts again where they could not be written, or `update_hosts`
+    /// failed, at most after growing pauses.
     void KeepNames();
     /// That the default route is to lead to, of the definition or, while there is none at all, of the lease;
     /// empty where none is known.
@@ -235,7 +235,7 @@ private:
     RetryPause routePause{RetryPause::First::AT_ONCE};  ///< of setting the default route of the lease
     RetryPause namesPause;                              ///< of writing the name servers and hosts
     bool isResolverDue = false;                         ///< it could not be written
-    bool areHostsDue = false;                           ///< they could not be written
+    bool areHostsDue = false;                           ///< they could not be written, or not be merged
     QString leasedGateway;                              ///< that had the default route last
     int leasedMetric = 0;                               ///< that this route had
     QString leasedGatewayAddress;                       ///< our address at that time

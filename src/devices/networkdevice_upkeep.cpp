@@ -85,8 +85,8 @@ void NetworkDevice::KeepStaticAddress()
     staticPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
-/// A disk that is full, or a file system that cannot be written, becomes right again, and nobody configures
-/// the interface anew for that.
+/// A disk that is full, a file system that cannot be written, or a tool that fails becomes right again, and
+/// nobody configures the interface anew for that.
 void NetworkDevice::KeepNames()
 {
     if (!(isResolverDue || areHostsDue) || !currentConfig) {
