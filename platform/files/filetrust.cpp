@@ -5,8 +5,16 @@
 
 #include <QByteArrayList>
 #include <QFile>
+#include <QtEndian>
 
+#include <array>
+#include <cstring>
+
+#include <linux/limits.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace {
@@ -31,12 +39,34 @@ bool MayOthersWrite(const QByteArray &path, const struct stat &info)
     return (mayGroupWrite || (info.st_mode & S_IWOTH) != 0) && !isTemporaryFolder;
 }
 
+/// With an access control list the bits of the group are the most that the users and groups in it may do
+/// (acl(5)), whoever the group is.
+bool MayNamedOnesWrite(const QByteArray &path, const struct stat &info)
+{
+    if (S_ISLNK(info.st_mode) || (info.st_mode & S_IWGRP) == 0)
+        return false;
+    std::array<char, XATTR_SIZE_MAX> list; // Only what was read is looked at.
+    const ssize_t size = ::lgetxattr(path.constData(), "system.posix_acl_access", list.data(), list.size());
+    posix_acl_xattr_entry entry = {};
+    for (ssize_t at = sizeof(posix_acl_xattr_header); at + ssize_t(sizeof entry) <= size;
+         at += ssize_t(sizeof entry)) {
+        std::memcpy(&entry, list.data() + at, sizeof entry);
+        const int tag = qFromLittleEndian(entry.e_tag);
+        if ((tag == ACL_USER || tag == ACL_GROUP) && (qFromLittleEndian(entry.e_perm) & ACL_WRITE) != 0)
+            return true;
+    }
+    return false;
+}
+
 QString ProblemOf(const QByteArray &path, const struct stat &info)
 {
     if (info.st_uid != ::geteuid() && info.st_uid != OwnerOfTheRootFolder())
         return QFile::decodeName(path) + QStringLiteral(" belongs to user %1").arg(info.st_uid);
     if (MayOthersWrite(path, info))
         return QFile::decodeName(path) + QStringLiteral(" may be written by others than its owner");
+    if (MayNamedOnesWrite(path, info))
+        return QFile::decodeName(path) +
+               QStringLiteral(" may be written by those that its access control list names");
     return QString();
 }
 

@@ -7,7 +7,8 @@
 
 /// Why another user could have put or changed what stands at `path`, or an empty text. Each folder on the way
 /// and the file itself, links followed, must belong to this user or to the owner of the root folder and must
-/// be writable by its owner alone, or by root's own group as well. /tmp is taken for what it is: a folder for
+/// be writable by its owner alone, or by root's own group as well, and by nobody whom a POSIX access control
+/// list names. /tmp is taken for what it is: a folder for
 /// all, where only owners remove files. The kind of protection does not count elsewhere: in a folder for all
 /// that is sticky, too, another user can be the first to make a file. What is not there is no reason: whoever
 /// reads it will see.

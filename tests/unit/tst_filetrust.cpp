@@ -9,6 +9,11 @@
 #include <QFile>
 #include <QtTest>
 
+#include <vector>
+
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace {
@@ -26,6 +31,28 @@ bool GiveAway(const QString &path)
 bool ShareWithGroup(const QString &path)
 {
     return ::chown(QFile::encodeName(path).constData(), uid_t(-1), OTHER_USER) == 0;
+}
+
+/// Gives the file an access control list, as setfacl(1) does: one that names nobody else, this entry, and
+/// what the mask leaves to it and to the group. False where that takes a right that this user does not have.
+bool SetAcl(const QString &path, __le16 tag, __le16 permission, __le16 mask)
+{
+    constexpr auto NOBODY = static_cast<__le32>(ACL_UNDEFINED_ID);
+    constexpr __le16 READ_WRITE = ACL_READ | ACL_WRITE;
+    std::vector<posix_acl_xattr_entry> entries = {
+        {ACL_USER_OBJ, READ_WRITE, NOBODY},
+        {ACL_GROUP_OBJ, READ_WRITE, NOBODY},
+        {ACL_MASK, mask, NOBODY},
+        {ACL_OTHER, ACL_READ, NOBODY},
+    };
+    // The kernel wants them in the order of their tags.
+    entries.insert(entries.begin() + (tag == ACL_USER ? 1 : 2), {tag, permission, OTHER_USER});
+    const posix_acl_xattr_header header = {POSIX_ACL_XATTR_VERSION};
+    QByteArray acl(reinterpret_cast<const char *>(&header), sizeof header);
+    for (const posix_acl_xattr_entry &entry : entries)
+        acl.append(reinterpret_cast<const char *>(&entry), sizeof entry);
+    return ::setxattr(QFile::encodeName(path).constData(), "system.posix_acl_access", acl.constData(),
+                      static_cast<size_t>(acl.size()), 0) == 0;
 }
 
 const char *const ON_THE_WAY[] = {"/tmp/config", "/tmp/config/xmlconfig", "/tmp/config/xmlconfig/store"};
@@ -47,6 +74,10 @@ private Q_SLOTS:
     void fileThatRootsGroupMayWriteIsTrusted();
     void fileThatAnotherGroupMayWriteIsNot_data();
     void fileThatAnotherGroupMayWriteIsNot();
+    void fileThatAnAclLetsOthersWriteIsNot_data();
+    void fileThatAnAclLetsOthersWriteIsNot();
+    void aclThatLetsNobodyWriteIsNoReason_data();
+    void aclThatLetsNobodyWriteIsNoReason();
     void fileThatOthersMayWriteIsNot_data();
     void fileThatOthersMayWriteIsNot();
     void fileOfAnotherUserIsNot_data();
@@ -122,6 +153,48 @@ void TestFileTrust::fileThatAnotherGroupMayWriteIsNot()
     TestSupport::SetMode(path, 0775);
 
     QCOMPARE(TrustProblem(PATH), path + " may be written by others than its owner");
+}
+
+void TestFileTrust::fileThatAnAclLetsOthersWriteIsNot_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<ushort>("tag");
+    for (const char *path : ON_THE_WAY) {
+        QTest::addRow("%s, a user", path) << QString(path) << ushort(ACL_USER);
+        QTest::addRow("%s, a group", path) << QString(path) << ushort(ACL_GROUP);
+    }
+}
+
+/// The bits of the group are the mask then, and the group is root's.
+void TestFileTrust::fileThatAnAclLetsOthersWriteIsNot()
+{
+    QFETCH(QString, path);
+    QFETCH(ushort, tag);
+
+    if (!SetAcl(path, tag, ACL_READ | ACL_WRITE, ACL_READ | ACL_WRITE))
+        QSKIP("only root can let another user write; seen when the tests run as root");
+
+    QCOMPARE(TrustProblem(PATH), path + " may be written by those that its access control list names");
+}
+
+void TestFileTrust::aclThatLetsNobodyWriteIsNoReason_data()
+{
+    QTest::addColumn<ushort>("permission");
+    QTest::addColumn<ushort>("mask");
+    QTest::newRow("the entry says so") << ushort(ACL_READ) << ushort(ACL_READ | ACL_WRITE);
+    QTest::newRow("the mask says so") << ushort(ACL_READ | ACL_WRITE) << ushort(ACL_READ);
+}
+
+void TestFileTrust::aclThatLetsNobodyWriteIsNoReason()
+{
+    QFETCH(ushort, permission);
+    QFETCH(ushort, mask);
+
+    for (const ushort tag : {ushort(ACL_USER), ushort(ACL_GROUP)}) {
+        if (!SetAcl(PATH, tag, permission, mask))
+            QSKIP("only root can name another user; seen when the tests run as root");
+        QCOMPARE(TrustProblem(PATH), QString());
+    }
 }
 
 void TestFileTrust::fileThatOthersMayWriteIsNot_data()
