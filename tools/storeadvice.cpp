@@ -3,13 +3,12 @@
 
 #include "storeadvice.h"
 
+#include "ipaddress.h"
 #include "networknames.h"
 #include "securitymodes.h"
 #include "spelling.h"
 #include "storehints.h"
 #include "zebproperties.h"
-
-#include <QHostAddress>
 
 namespace {
 
@@ -151,18 +150,18 @@ void NetworkAdvice::AdviseOnAddress()
 {
     if (Value(network, "staticIp") != QLatin1String("true"))
         return;
-    const quint32 hostBits = ~QHostAddress(Value(network, "netmask")).toIPv4Address();
-    const quint32 address = QHostAddress(Value(network, "ipAddress")).toIPv4Address();
-    AdviseOnHostPart(address, hostBits);
+    const quint32 netmask = Ipv4Number(Value(network, "netmask")).value_or(0);
+    const quint32 address = Ipv4Number(Value(network, "ipAddress")).value_or(0);
+    AdviseOnHostPart(address, ~netmask);
     const QString gateway = Value(network, "gateway");
     if (gateway.isEmpty())
         return;
-    const quint32 differing = QHostAddress(gateway).toIPv4Address() ^ address;
-    if ((differing & ~hostBits) != 0)
+    const quint32 gatewayNumber = Ipv4Number(gateway).value_or(0);
+    if (!AreInOneSubnet(gatewayNumber, address, netmask))
         Advise(Severity::Error, "gateway",
                QStringLiteral("\"%1\" is outside the network of ipAddress and netmask; the kernel refuses it")
                    .arg(gateway));
-    else if (differing == 0)
+    else if (gatewayNumber == address)
         Advise(Severity::Error, "gateway",
                QStringLiteral("\"%1\" is the ipAddress of this network itself; nothing leaves by it")
                    .arg(gateway));

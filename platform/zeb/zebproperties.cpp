@@ -3,6 +3,7 @@
 
 #include "zebproperties.h"
 
+#include "ipaddress.h"
 #include "supplicantvalues.h"
 
 #include <algorithm>
@@ -60,33 +61,24 @@ QString Mtu(const QString &value)
     return IntegerWithin(value, 68, 65535);
 }
 
-bool ReadIpv4(const QString &value, quint32 &address)
-{
-    in_addr parsed = {};
-    if (::inet_pton(AF_INET, value.toUtf8().constData(), &parsed) != 1)
-        return false;
-    address = ntohl(parsed.s_addr);
-    return true;
-}
-
 QString HostAddress(const QString &value)
 {
-    quint32 address = 0;
-    if (!ReadIpv4(value, address))
+    const auto address = Ipv4Number(value);
+    if (!address)
         return Quoted(value) + QStringLiteral(" is not a dotted IPv4 address");
     // 0/8 is "this network", 224/3 is multicast and reserved (RFC 1122, 3.2.1.3).
-    if (address < 0x01000000 || address >= 0xe0000000)
+    if (*address < 0x01000000 || *address >= 0xe0000000)
         return Quoted(value) + QStringLiteral(" is not the address of a host");
     return QString();
 }
 
 QString Netmask(const QString &value)
 {
-    quint32 mask = 0;
-    if (!ReadIpv4(value, mask))
+    const auto mask = Ipv4Number(value);
+    if (!mask)
         return Quoted(value) + QStringLiteral(" is not a dotted IPv4 netmask");
-    const quint32 hostPart = ~mask;
-    if (mask == 0 || (hostPart & (hostPart + 1)) != 0)
+    const quint32 hostPart = ~*mask;
+    if (*mask == 0 || (hostPart & (hostPart + 1)) != 0)
         return Quoted(value) + QStringLiteral(" is not a netmask: ones, then zeros");
     return QString();
 }

@@ -4,15 +4,13 @@
 #include "networkdevice.h"
 
 #include "defaultroute.h"
+#include "ipaddress.h"
 #include "logging.h"
 #include "utils.h"
 #include "zebnetconfig.h"
 
 #include <QFile>
 
-#include <optional>
-
-#include <arpa/inet.h>
 #include <sys/ioctl.h>
 
 namespace {
@@ -21,21 +19,14 @@ namespace {
 /// gateway.
 const QString NO_ROUTER = QStringLiteral("/run/corvi-no-router.");
 
-std::optional<quint32> Bits(const QString &address)
-{
-    in_addr bits = {};
-    return ::inet_pton(AF_INET, qPrintable(address), &bits) == 1 ? std::make_optional(bits.s_addr)
-                                                                 : std::nullopt;
-}
-
 /// Why the kernel refuses a route by this gateway, for which only the definition can be to blame; empty where
 /// it does not.
 QString GatewayFault(const QString &gateway, const QString &address, const QString &netmask)
 {
-    const auto bits = Bits(gateway);
-    if (!bits)
+    const auto number = Ipv4Number(gateway);
+    if (!number)
         return QStringLiteral(": the gateway %1 is no address").arg(gateway);
-    if (((*bits ^ Bits(address).value_or(0)) & Bits(netmask).value_or(0)) != 0)
+    if (!AreInOneSubnet(*number, Ipv4Number(address).value_or(0), Ipv4Number(netmask).value_or(0)))
         return QStringLiteral(": the gateway %1 is outside its subnet").arg(gateway);
     return {};
 }

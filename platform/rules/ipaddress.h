@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#pragma once
+
+#include <QString>
+
+#include <optional>
+
+/// An IPv4 address or netmask in its dotted form, as a number in the machine's own byte order; nothing for
+/// any other text.
+std::optional<quint32> Ipv4Number(const QString &text);
+
+/// Whether two addresses are in one subnet: the kernel refuses a gateway that is outside of its interface's.
+constexpr bool AreInOneSubnet(quint32 address, quint32 other, quint32 netmask)
+{
+    return ((address ^ other) & netmask) == 0;
+}
