@@ -12,20 +12,6 @@
 #include "wpasuppthread.h"
 
 #include <QDir>
-#include <QFile>
-
-namespace {
-
-/// The bonds that the driver knows, apart by blanks (Documentation/networking/bonding.rst).
-QStringList BondNames()
-{
-    QFile masters(SYS_NET + QStringLiteral("bonding_masters"));
-    if (!masters.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromLatin1(masters.readAll().simplified()).split(QLatin1Char(' '));
-}
-
-} // namespace
 
 /// An adapter that is put in while the daemon runs must not wait for somebody who asks for a rescan, nor may
 /// one that is pulled leave its network behind in the record. A rescan would take the network from all other
@@ -64,7 +50,7 @@ void Corvi::CheckAdapters()
 std::optional<Corvi::InterfaceIndexes> Corvi::LookForInterfaces() const
 {
     InterfaceIndexes present;
-    const QStringList bonds = bondedDevice->isBondingActive() ? BondNames() : QStringList();
+    const QStringList bonds = bondedDevice->isBondingActive() ? BondedDevice::BondNames() : QStringList();
     const QStringList entries = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
     if (entries.isEmpty()) // There is always the loopback.
         return std::nullopt;

@@ -69,13 +69,12 @@ QStringList EthernetNames()
     return names;
 }
 
-/// Empty where the driver is not loaded.
-QStringList BondNames()
+/// The names of the bonds in one line, apart by blanks (Documentation/networking/bonding.rst); empty where
+/// the driver is not loaded.
+QString ReadBondNames()
 {
     QFile masters(BONDING_MASTERS);
-    return masters.open(QIODevice::ReadOnly)
-               ? QString::fromLatin1(masters.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts)
-               : QStringList();
+    return masters.open(QIODevice::ReadOnly) ? QString::fromLatin1(masters.readAll()) : QString();
 }
 
 /// VLANs and the like say what they are; an adapter says nothing.
@@ -260,12 +259,18 @@ bool BondedDevice::MakeBond()
     return isMade;
 }
 
+QStringList BondedDevice::BondNames()
+{
+    return ReadBondNames().simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
 void BondedDevice::DisableBonding()
 {
     Log(Level::NOTICE) << "Renaming" << renaming << "BringUp" << bringUp;
-    const QStringList bonds = BondNames();
-    if (!bonds.isEmpty()) {
-        wiredName = bonds.first();
+    // Taken as lines, of which there is one: kept as it is.
+    const QStringList lines = ReadBondNames().split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    if (!lines.isEmpty()) {
+        wiredName = lines.first();
         TearDown();
     }
     // Loading the driver made this one, whatever ours is called.
@@ -297,7 +302,7 @@ void BondedDevice::TearDown()
 
 bool BondedDevice::AdoptPorts()
 {
-    const QStringList bonds = BondNames().join(QLatin1Char(' ')).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    const QStringList bonds = BondNames();
     const QStringList loose = bondingActive && !bonds.isEmpty() ? LoosePorts() : QStringList();
     std::map<QString, RetryPause> seen;
     for (const QString &port : loose) {

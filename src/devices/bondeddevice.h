@@ -29,6 +29,8 @@ public:
     static QString AddressIn(const QByteArray &contents);
     /// Whether modinfo(8) found the driver, by what it printed.
     static bool IsDriverIn(const QStringList &lines);
+    /// The bonds that the driver knows, whoever made them.
+    static QStringList BondNames();
 
     bool isBondingEnabled() const;
     /// The bonding mode's number as decimal text.
