@@ -23,12 +23,6 @@ StatusReading Failure(const QString &reason)
     return {StatusReading::Outcome::Unreadable, {}, reason};
 }
 
-/// As semctl(2) wants it from its caller.
-union SemaphoreArgument {
-    int value;
-    semid_ds *info;
-};
-
 /// The daemon is root's. What somebody else made is to deceive us, or to hold us up at a lock that he keeps.
 bool IsAnothers(const ipc_perm &permissions)
 {

@@ -22,12 +22,6 @@ constexpr int TRIES = 3;
 /// As Qt makes the key's file.
 constexpr mode_t FILE_MODE = 0640;
 
-/// As semctl(2) wants it from its caller.
-union SemaphoreArgument {
-    int value;
-    semid_ds *info;
-};
-
 /// Its maker keeps his rights when the owner changes.
 bool IsOurs(const ipc_perm &permissions)
 {

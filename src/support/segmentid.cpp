@@ -17,12 +17,6 @@
 
 namespace {
 
-/// As semctl(2) wants it from its caller.
-union SemaphoreArgument {
-    int value;
-    semid_ds *info;
-};
-
 /// Addresses as they are read, also where a pointer is shorter.
 struct Mapping
 {

@@ -10,6 +10,14 @@
 
 #include <sys/types.h>
 
+struct semid_ds;
+
+/// As semctl(2) wants its callers to define it.
+union SemaphoreArgument {
+    int value;
+    semid_ds *info;
+};
+
 /// The identifier of the System V segment that is mapped at `address`, as shmctl(2) takes it; -1 when there
 /// is none. Qt keeps the one it has to itself.
 [[nodiscard]] int SegmentIdAt(const void *address);
