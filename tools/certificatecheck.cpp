@@ -25,11 +25,6 @@ const QString CA_CERT = QStringLiteral("caCert");
 const QString CLIENT_CERT = QStringLiteral("clientCert");
 const QString PRIVATE_KEY = QStringLiteral("privateKey");
 
-bool IsUnset(const QString &file)
-{
-    return file.isEmpty() || file == QLatin1String("none");
-}
-
 Certificates CertificatesIn(const QByteArray &contents)
 {
     Certificates certificates = QSslCertificate::fromData(contents, QSsl::Pem);
@@ -118,7 +113,7 @@ StoreFindings CertificateCheck::Run()
 /// With SCEP only a whole path is sure to be taken as it stands.
 bool CertificateCheck::IsNamed(const QString &property, const QString &file) const
 {
-    return mode.Quotes(property) && !IsUnset(file) && (!config.scep || file.startsWith(QLatin1Char('/')));
+    return mode.Quotes(property) && !NamesNoFile(file) && (!config.scep || file.startsWith(QLatin1Char('/')));
 }
 
 /// Empty, and told, where there are none. It may be another machine's store: what is missing is no error.
@@ -165,7 +160,7 @@ void CertificateCheck::CheckKey(const Certificates &clientCertificates)
         CheckKeyStore(contents);
         return;
     }
-    if (IsUnset(config.clientCert) && !config.scep)
+    if (NamesNoFile(config.clientCert) && !config.scep)
         Add(Severity::Error, CLIENT_CERT, QStringLiteral("is missing, and the mode needs one"));
     if (!clientCertificates.isEmpty() && !BelongTogether(clientCertificates.constFirst(), key))
         Add(Severity::Error, PRIVATE_KEY,

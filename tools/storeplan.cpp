@@ -69,7 +69,7 @@ bool UsesSupplicant(const InterfacePlan &plan, bool isWireless)
     if (plan.networks.isEmpty())
         return false;
     const QString mode = plan.networks.constFirst().securityMode;
-    return isWireless || mode.compare(QLatin1String("unsecured"), Qt::CaseInsensitive) != 0;
+    return isWireless || !IsUnsecuredMode(mode);
 }
 
 /// What an interface is, where no network applies to it; empty where networks do.

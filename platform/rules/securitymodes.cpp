@@ -71,3 +71,13 @@ bool IsSecurityModeKey(const QString &text)
     return std::any_of(std::begin(MODES), std::end(MODES),
                        [&text](const SecurityMode &mode) { return text == QLatin1String(mode.key); });
 }
+
+bool IsUnsecuredMode(const QString &nameOrKey)
+{
+    return nameOrKey.compare(QLatin1String("unsecured"), Qt::CaseInsensitive) == 0;
+}
+
+bool NamesNoFile(const QString &value)
+{
+    return value.isEmpty() || value == QLatin1String("none");
+}

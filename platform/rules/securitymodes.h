@@ -40,3 +40,9 @@ struct SecurityMode
 const SecurityMode *FindSecurityMode(const QString &nameOrKey);
 
 bool IsSecurityModeKey(const QString &text);
+
+/// Whether this is the mode of networks without security, by its display name or key in any case of letters.
+bool IsUnsecuredMode(const QString &nameOrKey);
+
+/// Whether the value of a property that names a certificate or a key file names none.
+bool NamesNoFile(const QString &value);

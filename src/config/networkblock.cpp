@@ -19,16 +19,6 @@ const QString SCEP_CA0 = QStringLiteral("/etc/ssl/certs/scepCA-0.crt");
 const QString SCEP_CA1 = QStringLiteral("/etc/ssl/certs/scepCA-1.crt");
 const QString SCEP_CA2 = QStringLiteral("/etc/ssl/certs/scepCA-2.crt");
 
-bool IsUnsecured(const QString &mode)
-{
-    return mode.toLower() == QLatin1String("unsecured");
-}
-
-bool IsUnset(const QString &certificate)
-{
-    return certificate.isEmpty() || certificate == QLatin1String("none");
-}
-
 // The lines below that say "NetworkDevice::Associate" or "NamedNetwork::" name another class: kept as is.
 
 /// The certificate that the SCEP client fetched for this stored value; empty when the value itself is to be
@@ -36,7 +26,7 @@ bool IsUnset(const QString &certificate)
 QString ScepClientCertificate(const QString &stored)
 {
     const QDir folder(DEFAULT_SCEPDIR);
-    if (IsUnset(stored)) {
+    if (NamesNoFile(stored)) {
         const QStringList found = folder.entryList({QStringLiteral("*.crt")}, QDir::Files, QDir::Name);
         return found.isEmpty() ? QString() : folder.filePath(found.first());
     }
@@ -57,7 +47,7 @@ NetworkBlock::NetworkBlock(WpaSupplicantCfg &blockWriter, ZebNetConfig &fromDefi
 QStringList NetworkBlock::Build()
 {
     QStringList problems = ModeProblems();
-    if (!isWireless && IsUnsecured(definition.securityMode))
+    if (!isWireless && IsUnsecuredMode(definition.securityMode))
         return problems;
     if (definition.scep)
         ApplyScepDefaults();
@@ -88,12 +78,12 @@ QStringList NetworkBlock::ModeProblems() const
 
 void NetworkBlock::ApplyScepDefaults()
 {
-    if (IsUnset(definition.privateKey)) {
+    if (NamesNoFile(definition.privateKey)) {
         definition.privateKey = DEFAULT_SCEPKEY;
         Log(Level::TRACE) << "NetworkDevice::Associate setting default scep key";
     }
 
-    if (IsUnset(definition.caCert) || definition.caCert == QLatin1String("default")) {
+    if (NamesNoFile(definition.caCert) || definition.caCert == QLatin1String("default")) {
         for (const QString &path : {SCEP_CA2, SCEP_CA1, SCEP_CA0}) {
             if (!QFileInfo(path).isFile())
                 continue;

@@ -8,6 +8,7 @@
 #include "namednetwork.h"
 #include "networknames.h"
 #include "paths.h"
+#include "securitymodes.h"
 #include "zebnetconfig.h"
 #include "zebnetevent.h"
 #include "zebxmlconfig.h"
@@ -116,7 +117,7 @@ void NetworkDevice::ApplyConfig(bool renew)
 
 void NetworkDevice::ApplyWiredFlags()
 {
-    if (currentConfig->securityMode.toLower() != QLatin1String("unsecured"))
+    if (!IsUnsecuredMode(currentConfig->securityMode))
         usesSupplicant = true;
     fallbackEnabled = currentConfig->dot1xFallback == QLatin1String("fallback");
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork 8021x Fallback enabled=" << fallbackEnabled
