@@ -3,6 +3,7 @@
 
 #include "masking.h"
 
+#include "supplicantvalues.h"
 #include "zebproperties.h"
 
 #include <QList>
@@ -67,13 +68,6 @@ bool IsOpenOption(const QByteArray &name)
 bool HoldsPin(const QByteArray &value)
 {
     return value.contains("pin=") || value.contains("pin-value=");
-}
-
-/// Those that are known to be secrets. Of any other, such as a line of an embedded key, the name may be one.
-bool IsSecretOption(const QByteArray &name)
-{
-    return name == "psk" || name == "sae_password" || name == "password" || name == "private_key_passwd" ||
-           name.startsWith("wep_key");
 }
 
 /// Keeps the elements of a store, and of their texts those that are no secrets.
@@ -166,7 +160,10 @@ QByteArray Masking::SupplicantFile(const QByteArray &contents)
             masked += '\t' + option + '\n';
         } else if (separator > 0 && !option.startsWith('#')) {
             Note(value);
-            masked += '\t' + (IsSecretOption(name) || IsOpenOption(name) ? name : MASK) + '=' + MASK + '\n';
+            // Of an option that nobody knows, such as a line of an embedded key, the name may be a secret.
+            const bool isKnown =
+                SupplicantValues::IsSecretOption(QString::fromLatin1(name)) || IsOpenOption(name);
+            masked += '\t' + (isKnown ? name : MASK) + '=' + MASK + '\n';
         }
     }
     return masked;

@@ -3,6 +3,8 @@
 
 #include "storeplantext.h"
 
+#include "supplicantvalues.h"
+
 #include <QJsonObject>
 #include <QRegularExpression>
 
@@ -11,10 +13,13 @@ namespace {
 /// As the file has it, with a mask for the stand-ins of secrets, and for those of the platform's own lines.
 QStringList Shown(const QStringList &block)
 {
-    static const QRegularExpression secret(
-        QStringLiteral("^(\\s*(psk|sae_password|password|private_key_passwd|wep_key[0-3])=).*"));
     QStringList lines = block.join(QLatin1Char('\n')).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    return lines.replaceInStrings(secret, QStringLiteral("\\1********"));
+    for (QString &line : lines) {
+        const QString key = line.section(QLatin1Char('='), 0, 0);
+        if (SupplicantValues::IsSecretOption(key.trimmed()))
+            line = key + QStringLiteral("=********");
+    }
+    return lines;
 }
 
 /// The supplicant repeats what it does not take, the platform's own lines too.

@@ -125,6 +125,13 @@ QString SupplicantValues::CipherProblem(const QString &value)
     return isList ? QString() : QStringLiteral("is not a list of CCMP, TKIP, GCMP, CCMP-256 and GCMP-256");
 }
 
+bool SupplicantValues::IsSecretOption(const QString &key)
+{
+    static const QStringList NAMES = {QStringLiteral("psk"), QStringLiteral("sae_password"),
+                                      QStringLiteral("password"), QStringLiteral("private_key_passwd")};
+    return NAMES.contains(key) || key.startsWith(QLatin1String("wep_key"));
+}
+
 SupplicantValues::Band SupplicantValues::BandOf(const QString &text)
 {
     if (text.contains(QLatin1String("2.4")))

@@ -39,6 +39,9 @@ const QStringList &Ciphers();
 /// A list of these words.
 QString CipherProblem(const QString &value);
 
+/// Whether this is an option of a block whose value is a secret.
+bool IsSecretOption(const QString &key);
+
 /// A band, by the text that stands for it.
 enum class Band { None, Ghz24, Ghz5, Ghz6 };
 Band BandOf(const QString &text);
