@@ -21,7 +21,6 @@
 #include <optional>
 
 #include <net/if.h>
-#include <sys/ioctl.h>
 
 namespace {
 
@@ -75,26 +74,23 @@ bool ReplaceResolver(const QByteArray &contents)
 
 /// The kernel's number of the interface, which another one of the same name does not have; 0 for none.
 /// Nothing where it cannot be told.
-std::optional<int> IndexOf(const QByteArray &interfaceName, int socketFd)
+std::optional<unsigned int> IndexOf(const QByteArray &interfaceName)
 {
-    ifreq request = {};
-    qstrncpy(request.ifr_name, interfaceName.constData(), sizeof request.ifr_name);
-    if (::ioctl(socketFd, SIOCGIFINDEX, &request) == 0)
-        return request.ifr_ifindex;
-    return errno == ENODEV ? std::make_optional(0) : std::nullopt;
+    const unsigned int index = ::if_nametoindex(interfaceName.constData());
+    return index != 0 || errno == ENODEV ? std::make_optional(index) : std::nullopt;
 }
 
 /// What the client printed. Where the adapter is pulled, it would go on to its limit, and hold the
 /// supervision.
-QString RunClient(const QString &interfaceName, int socketFd)
+QString RunClient(const QString &interfaceName)
 {
     const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, interfaceName};
     Log(Level::TRACE) << "NetworkDevice::Dhclient"
                       << "dhclient" << arguments;
     const QByteArray kernelName = QFile::encodeName(interfaceName);
-    const int index = IndexOf(kernelName, socketFd).value_or(0);
-    const auto isGone = [&kernelName, socketFd, index] {
-        return index != 0 && IndexOf(kernelName, socketFd).value_or(index) != index;
+    const unsigned int index = IndexOf(kernelName).value_or(0);
+    const auto isGone = [&kernelName, index] {
+        return index != 0 && IndexOf(kernelName).value_or(index) != index;
     };
     return Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS, isGone)
         .join(QLatin1Char('\n'));
@@ -110,7 +106,7 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
                       << "dhclient stopped";
     FlushIpAddress();
 
-    QString transcript = RunClient(interfaceName, socketFd);
+    QString transcript = RunClient(interfaceName);
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     const bool isBound = transcript.contains(QStringLiteral("bound to"));
