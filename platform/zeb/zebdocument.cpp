@@ -3,6 +3,7 @@
 
 #include "zebdocument.h"
 
+#include "ipaddress.h"
 #include "zebcheck.h"
 
 #include <QXmlStreamReader>
@@ -68,12 +69,26 @@ void ReadTextInto(Texts &texts, QXmlStreamReader &xml, ZebProblems &problems)
     }
 }
 
-/// Why a line cannot stand in the hosts file, or nothing. Its fields are often set apart by tabs.
-QString HostProblem(const std::optional<QString> &line)
+/// Whether the line says something in the hosts file (hosts(5)); `update_hosts` leaves out what does not. Its
+/// fields are apart by blanks, once its tabs are.
+bool NamesHost(const QString &line)
 {
-    if (!line)
+    const QString address = line.section(QLatin1Char(' '), 0, 0);
+    const QString names = line.mid(address.size()).trimmed();
+    return (Ipv4Number(address) || IsIpv6Address(address)) && !names.isEmpty() &&
+           !names.startsWith(QLatin1Char('#'));
+}
+
+/// Why a line cannot stand in the hosts file, or nothing. Its fields are often set apart by tabs.
+QString HostProblem(const std::optional<QString> &text)
+{
+    if (!text)
         return QStringLiteral("a host has elements inside");
-    return ZebCheck::TextProblem(QString(*line).replace(QLatin1Char('\t'), QLatin1Char(' ')));
+    const QString line = QString(*text).replace(QLatin1Char('\t'), QLatin1Char(' '));
+    if (QString problem = ZebCheck::TextProblem(line); !problem.isEmpty())
+        return problem;
+    return line.isEmpty() || NamesHost(line) ? QString()
+                                             : QStringLiteral("a host is no address with a name behind it");
 }
 
 void ReadHosts(QStringList &hosts, QXmlStreamReader &xml, ZebProblems &problems)

@@ -9,8 +9,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include <arpa/inet.h>
-
 namespace {
 
 QString Quoted(const QString &value)
@@ -85,11 +83,9 @@ QString Netmask(const QString &value)
 
 QString ServerAddress(const QString &value)
 {
-    in6_addr parsed = {};
-    if (::inet_pton(AF_INET6, value.toUtf8().constData(), &parsed) == 1)
-        return QString();
-    return HostAddress(value).isEmpty() ? QString()
-                                        : Quoted(value) + QStringLiteral(" is not the address of a server");
+    return IsIpv6Address(value) || HostAddress(value).isEmpty()
+               ? QString()
+               : Quoted(value) + QStringLiteral(" is not the address of a server");
 }
 
 QString Domains(const QString &value)
