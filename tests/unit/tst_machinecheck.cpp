@@ -26,7 +26,11 @@ certificate() { # NAME, then the options of its key
 certificate rsa -newkey rsa:2048
 certificate ec -newkey ec -pkeyopt ec_paramgen_curve:prime256v1
 certificate other -newkey ec -pkeyopt ec_paramgen_curve:prime256v1
+certificate ed25519 -newkey ed25519
 openssl pkcs8 -topk8 -in ec.key -passout pass:secret -out locked.key
+openssl pkcs8 -topk8 -in ed25519.key -passout pass:secret -out ed25519.locked.key
+openssl pkcs8 -topk8 -provider legacy -provider default -v1 PBE-MD5-DES -in rsa.key -passout pass:secret -out old.key
+openssl pkcs12 -export -legacy -inkey rsa.key -in rsa.pem -passout pass:secret -out old.p12
 openssl ec -in ec.key -outform DER -out ec.der.key
 openssl x509 -in ec.pem -outform DER -out ec.der.pem
 openssl x509 -in ec.pem -signkey ec.key -days -1 -out expired.pem
@@ -135,11 +139,25 @@ void TestMachineCheck::filesAreChecked_data()
         return QString("%1: network \"lan\", property \"%2\" (%3): ").arg(severity, property, valueClass) +
                QString(reason).replace("T/", FOLDER);
     };
+    const auto unknown = [](const char *file) {
+        return QString("\"T/%1\" can only be read by the supplicant: neither the key nor privateKeyPassword "
+                       "is checked")
+            .arg(file);
+    };
     row("EC", {"none", "T/ec.pem", "T/ec.key"}, {});
     row("RSA", {"none", "T/rsa.pem", "T/rsa.key"}, {});
     row("DER", {"none", "T/ec.der.pem", "T/ec.der.key"}, {});
     row("with a password", {"none", "T/ec.pem", "T/locked.key", "secret"}, {});
     row("PKCS#12", {"none", "none", "T/both.p12", "secret"}, {});
+    // The supplicant takes these (2.10 with OpenSSL 3.0: seen with a server of its own).
+    row("Ed25519", {"none", "T/ed25519.pem", "T/ed25519.key"},
+        {about("warning", "privateKey", unknown("ed25519.key"))});
+    row("Ed25519 with a password", {"none", "T/ed25519.pem", "T/ed25519.locked.key", "secret"},
+        {about("warning", "privateKey", unknown("ed25519.locked.key"))});
+    row("DES", {"none", "T/rsa.pem", "T/old.key", "secret"},
+        {about("warning", "privateKey", unknown("old.key"))});
+    row("PKCS#12 with RC2", {"none", "none", "T/old.p12", "secret"},
+        {about("warning", "privateKey", unknown("old.p12"))});
     row("authority by name", {"known-by-name.pem", "T/ec.pem", "T/ec.key"}, {});
     row("authorities, one of them expired", {"T/bundle.pem", "T/ec.pem", "T/ec.key"}, {});
 
