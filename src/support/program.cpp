@@ -91,10 +91,13 @@ void EndWithParent()
 }
 
 /// Runs in the child, right before exec. From here on it outlives us.
-void BecomeGroupLeader()
+void BecomeProgram()
 {
     ::prctl(PR_SET_PDEATHSIG, 0);
     ::setpgid(0, 0);
+    // Ours ignores them while a shell line runs (shellline.h), or as nohup(1) and scripts start it.
+    for (const int number : {SIGINT, SIGQUIT})
+        ::signal(number, SIG_DFL);
 }
 
 } // namespace
@@ -104,7 +107,7 @@ Program::Program(QObject *parent) : QProcess(parent)
     setStandardInputFile(nullDevice());
     setStandardErrorFile(nullDevice());
 #if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-    setChildProcessModifier(BecomeGroupLeader);
+    setChildProcessModifier(BecomeProgram);
 #endif
     connect(this, &QProcess::readyReadStandardOutput, this, [this] {
         if (bytesAvailable() >= OUTPUT_LIMIT)
@@ -124,7 +127,7 @@ Program::~Program()
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
 void Program::setupChildProcess()
 {
-    BecomeGroupLeader();
+    BecomeProgram();
 }
 #endif
 

@@ -40,6 +40,7 @@ class TestProgram : public QObject
 
 private Q_SLOTS:
     void childOfAKilledProcessEnds();
+    void childIgnoresNoSignalThatWeIgnore();
     void faultIsToldWithNothingLocked();
 };
 
@@ -62,6 +63,27 @@ void TestProgram::childOfAKilledProcessEnds()
     QCOMPARE(::poll(&end, 1, limitMs), 1);
     QVERIFY(end.revents & POLLHUP);
     ::close(ends[0]);
+}
+
+void TestProgram::childIgnoresNoSignalThatWeIgnore()
+{
+    const int numbers[] = {SIGINT, SIGQUIT};
+    for (const int number : numbers)
+        ::signal(number, SIG_IGN);
+    const auto restore = qScopeGuard([&numbers] {
+        for (const int number : numbers)
+            ::signal(number, SIG_DFL);
+    });
+
+    Program program;
+    program.Start("sed", {"-n", "s/^SigIgn:\t//p", "/proc/self/status"});
+    QVERIFY(program.WaitForEnd(60000));
+
+    bool isNumber = false;
+    const quint64 ignored = program.readAll().trimmed().toULongLong(&isNumber, 16);
+    QVERIFY(isNumber);
+    for (const int number : numbers)
+        QVERIFY2((ignored >> (number - 1) & 1) == 0, strsignal(number));
 }
 
 /// The log of a fault may ask for the faults, and one that is slow must not hold up the other thread.
