@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QNetworkInterface>
 #include <QRegularExpression>
 #include <QTimeZone>
@@ -57,9 +58,19 @@ QString GatewayOf(const QString &interfaceName, const QVector<DefaultRoute> &rou
     return route == routes.end() ? QString() : route->gateway;
 }
 
-LinkFacts ReadLink(const QString &interfaceName, const QVector<DefaultRoute> &routes)
+/// By name. To ask for one alone lists them all, too.
+QHash<QString, QNetworkInterface> ListInterfaces()
 {
-    const QNetworkInterface source = QNetworkInterface::interfaceFromName(interfaceName);
+    QHash<QString, QNetworkInterface> interfaces;
+    const QList<QNetworkInterface> list = QNetworkInterface::allInterfaces();
+    for (const QNetworkInterface &interface : list)
+        interfaces.insert(interface.name(), interface);
+    return interfaces;
+}
+
+LinkFacts ReadLink(const QString &interfaceName, const QNetworkInterface &source,
+                   const QVector<DefaultRoute> &routes)
+{
     LinkFacts link;
     link.name = interfaceName;
     link.macAddress = source.hardwareAddress();
@@ -129,10 +140,11 @@ QVector<LinkFacts> SystemFacts::ReadLinks()
 {
     QVector<LinkFacts> links;
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
+    const QHash<QString, QNetworkInterface> interfaces = ListInterfaces();
     const QStringList names = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
     for (const QString &interfaceName : names)
         if (HasHardware(ReadLinkType(interfaceName))) // Others the daemon leaves alone.
-            links.append(ReadLink(interfaceName, routes));
+            links.append(ReadLink(interfaceName, interfaces.value(interfaceName), routes));
     return links;
 }
 
