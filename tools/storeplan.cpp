@@ -81,7 +81,7 @@ QString KindWithoutNetworks(const QString &interfaceName, const ZebDocument &doc
     if (kind == InterfaceKind::Modem)
         return QStringLiteral("modem, connected by its own tool");
     const bool isPort = IsOn(document, "bonding_enable") && kind == InterfaceKind::Wired &&
-                        interfaceName.startsWith(QLatin1Char('e')) && interfaceName != QLatin1String("eth0");
+                        HasEthernetName(interfaceName) && interfaceName != QLatin1String("eth0");
     return isPort ? QStringLiteral("port of the bond eth0") : QString();
 }
 

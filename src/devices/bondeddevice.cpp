@@ -3,6 +3,7 @@
 
 #include "bondeddevice.h"
 
+#include "interfacekind.h"
 #include "logging.h"
 #include "networksetting.h"
 #include "paths.h"
@@ -59,13 +60,11 @@ bool RenameAlsoWhileUp(const QString &newName, const QString &device)
     return true;
 }
 
-/// Wireless interfaces are left out by the first letter.
 QStringList EthernetNames()
 {
     QStringList names;
     const QStringList entries = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
-    std::copy_if(entries.begin(), entries.end(), std::back_inserter(names),
-                 [](const QString &entry) { return entry.startsWith(QLatin1Char('e')); });
+    std::copy_if(entries.begin(), entries.end(), std::back_inserter(names), HasEthernetName);
     return names;
 }
 

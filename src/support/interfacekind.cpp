@@ -73,6 +73,11 @@ bool IsBridgePort(const QString &interfaceName)
     return QFileInfo::exists(SYS_NET + interfaceName + QStringLiteral("/brport"));
 }
 
+bool HasEthernetName(const QString &interfaceName)
+{
+    return interfaceName.startsWith(QLatin1Char('e'));
+}
+
 InterfaceKind KindOfInterface(const QString &interfaceName)
 {
     if (IsWirelessInterface(interfaceName))

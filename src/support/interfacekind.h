@@ -24,6 +24,9 @@ QString VirtualKind(const QString &interfaceName);
 /// own would hear nothing.
 bool IsBridgePort(const QString &interfaceName);
 
+/// Whether the bond takes the interface, by the first letter alone: that of a radio is another one.
+bool HasEthernetName(const QString &interfaceName);
+
 enum class InterfaceKind { Wired, Wireless, Modem };
 
 /// What the daemon takes an interface for, by its name and by what sysfs shows of it.
