@@ -29,7 +29,7 @@ as_root() {
 }
 
 install_packages() {
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq install --yes --no-install-recommends "$@"
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Acquire::Retries=5 install --yes --no-install-recommends "$@"
 }
 
 # Each line of the output is: 'address' file size checksum.
@@ -57,7 +57,7 @@ done
 [ -n "$missing" ] || exit 0
 
 echo "Reading Debian's lists of packages (about 10 MB when they are old) ..."
-as_root apt-get -qq update
+as_root apt-get -qq -o Acquire::Retries=5 update
 # shellcheck disable=SC2086
 echo "Installing$missing: $(download_megabytes $missing) MB to download, with what they need ..."
 # shellcheck disable=SC2086

@@ -15,8 +15,8 @@ import threading
 import time
 import unittest
 from datetime import datetime
+from html import escape
 from pathlib import Path
-from xml.sax.saxutils import escape
 
 SOURCE_DIR = Path(__file__).resolve().parents[2]
 BUILD_DIR = Path(os.environ.get("CORVI_BUILD_DIR", SOURCE_DIR / "build/release"))
