@@ -20,7 +20,7 @@ std::optional<QStringList> SupplicantComplaints(const QByteArray &configuration)
         file.write(configuration) != configuration.size() || !file.flush())
         return std::nullopt;
     Program supplicant;
-    supplicant.start(QStringLiteral("wpa_supplicant"),
+    supplicant.Start(QStringLiteral("wpa_supplicant"),
                      {QStringLiteral("-Dwired"), QStringLiteral("-icorvi-check"),
                       QStringLiteral("-c/proc/self/fd/%1").arg(fd)});
     if (!supplicant.waitForStarted() || !supplicant.WaitForEnd(TIME_LIMIT_MS))
