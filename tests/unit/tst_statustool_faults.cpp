@@ -71,6 +71,7 @@ private Q_SLOTS:
     void withoutAPipeSignalsEndTheWatchOutright_data();
     void withoutAPipeSignalsEndTheWatchOutright();
     void connectionThatStaysIsGivenUp();
+    void connectionIsClosedOnceItsEventIsThere();
 };
 
 void TestStatusToolFaults::init()
@@ -235,6 +236,25 @@ void TestStatusToolFaults::connectionThatStaysIsGivenUp()
     watcher.tool.waitForReadyRead(0);
     QCOMPARE(QString::fromUtf8(watcher.tool.readAllStandardError()),
              QString("corvi-status: an event of 2 bytes instead of 4 was left out\n"));
+}
+
+void TestStatusToolFaults::connectionIsClosedOnceItsEventIsThere()
+{
+    Watcher watcher;
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+    watcher.OutputWith("event 3");
+    QLocalSocket silent;
+    QLocalSocket reporting;
+    for (QLocalSocket *socket : {&silent, &reporting}) {
+        socket->connectToServer("corvin");
+        QVERIFY(socket->waitForConnected(5000));
+    }
+
+    reporting.write(QByteArray::fromHex("00030000"));
+
+    QVERIFY(reporting.waitForDisconnected(LIMIT_MS));
+    // The one that came before it has the end of its time before it, too.
+    QVERIFY(!silent.waitForDisconnected(0));
 }
 
 QTEST_GUILESS_MAIN(TestStatusToolFaults)
