@@ -51,6 +51,7 @@ private Q_SLOTS:
     void mergedHoldsBothChannelsInOrder();
     void mergedTellsWhatItRuns();
     void mergedStopsWaitingAfterItsLimit();
+    void mergedAsksNowAndThenWhetherThereIsAPoint();
     void limitEndsTheChildrenToo();
     void limitEndsAProgramThatWillNotEnd();
     void limitIsNotComplainedAbout();
@@ -316,6 +317,19 @@ void TestUtils::mergedStopsWaitingAfterItsLimit()
     QCOMPARE(lines.size(), 2);
     QVERIFY(lines.first().toInt() > 0);
     QCOMPARE(::kill(lines.first().toInt(), 0), -1);
+}
+
+void TestUtils::mergedAsksNowAndThenWhetherThereIsAPoint()
+{
+    QElapsedTimer timer;
+    timer.start();
+    int questions = 0;
+
+    Utils::ExecuteMerged("sleep", {"0.6"}, 20000, [&questions] { return ++questions == 0; });
+
+    QVERIFY(questions > 0);
+    const qint64 intervalMs = 250;
+    QVERIFY2(questions <= timer.elapsed() / intervalMs + 1, qPrintable(QString::number(questions)));
 }
 
 void TestUtils::limitEndsTheChildrenToo()
