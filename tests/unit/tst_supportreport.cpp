@@ -46,6 +46,7 @@ private Q_SLOTS:
     void init();
 
     void programsAreAsked();
+    void answerIsKept_data();
     void answerIsKept();
     void fileIsFromItsPlace_data();
     void fileIsFromItsPlace();
@@ -88,11 +89,34 @@ void TestSupportReport::programsAreAsked()
                           "wpa_supplicant -v", "dhclient --version"}));
 }
 
+void TestSupportReport::answerIsKept_data()
+{
+    QTest::addColumn<QString>("entry");
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QByteArray>("option");
+    const auto row = [](const char *entry, const char *program, const char *option) {
+        QTest::newRow(entry) << QString(entry) << QString(program) << QByteArray(option);
+    };
+    row("ip-address.txt", "ip", "address");
+    row("ip-route.txt", "ip", "route");
+    row("unit.txt", "systemctl", "status");
+    row("unit-properties.txt", "systemctl", "show");
+    row("journal.txt", "journalctl", "--unit=corvi.service");
+    row("kernel.txt", "uname", "-a");
+    row("packages.txt", "dpkg-query", "-W");
+    row("wpa_supplicant-version.txt", "wpa_supplicant", "-v");
+    row("dhclient-version.txt", "dhclient", "--version");
+}
+
 void TestSupportReport::answerIsKept()
 {
-    TestSupport::Answer("uname", "echo Linux; echo told >&2");
+    QFETCH(QString, entry);
+    QFETCH(QString, program);
+    QFETCH(QByteArray, option);
+    TestSupport::Answer(program, "for option; do [ \"$option\" != \"" + option +
+                                     "\" ] || echo Linux; done; echo told >&2");
 
-    QCOMPARE(Entry("kernel.txt"), QByteArray("Linux\ntold\n"));
+    QCOMPARE(Entry(entry), QByteArray("Linux\ntold\n"));
 }
 
 void TestSupportReport::fileIsFromItsPlace_data()
