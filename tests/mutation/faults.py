@@ -22,6 +22,8 @@ CONDITION = re.compile(r"\b(?:if|while) \(")
 RETURN = re.compile(r"\breturn (?!\{\}|true;|false;|nullptr;|0;)([^;]+)(?=;)")
 STATEMENT = re.compile(r"(?:\s*)(?!\.)(?:(?:emit |\+\+|--)?[\w.:]+(?:->[\w.:]+)*"
                        r"(?:\(.*\)(?: << .*)?|(?:\[[^]]*\])? [-+|&]?= .*|\+\+|--)?);$")
+# What a line ends with when the next one begins a statement: the rest of a longer one cannot go by itself.
+BEFORE_STATEMENT = re.compile(r"(?:[;:{})]|\belse|\bdo|^)\s*$")
 
 
 def blank(text, kind=0):
@@ -39,8 +41,9 @@ def closing(code, opening):
     return -1
 
 
-def faults_of_line(code, line):
-    """(column, operator, old, new) of each fault that fits a line; code is the line without what is no code."""
+def faults_of_line(code, line, before):
+    """(column, operator, old, new) of each fault that fits a line; code is the line without what is no code, before
+    is the code in front of it."""
     for operator, pattern, swaps in SWAPS:
         for found in pattern.finditer(code):
             yield found.start(), operator, found[0], swaps[found[0]]
@@ -55,7 +58,7 @@ def faults_of_line(code, line):
     for found in RETURN.finditer(code):
         yield found.start(1), "return", line[found.start(1):found.end(1)], "{}"
     indent = len(code) - len(code.lstrip())
-    if STATEMENT.match(code) and code.count("(") == code.count(")") and indent:
+    if STATEMENT.match(code) and code.count("(") == code.count(")") and indent and BEFORE_STATEMENT.search(before):
         yield indent, "statement", line[indent:], "{}"
 
 
@@ -63,8 +66,10 @@ def faults_of(text):
     """Every fault of a source text, in the order of its lines."""
     code = blank(text)
     faults = []
+    before = ""
     for number, (code_line, line) in enumerate(zip(code.split("\n"), text.split("\n")), 1):
-        faults += [Fault(number, *fault) for fault in faults_of_line(code_line, line)]
+        faults += [Fault(number, *fault) for fault in faults_of_line(code_line, line, before)]
+        before = code_line if code_line.strip() else before
     for found in NO_CODE.finditer(text):
         if found["text"] is not None:
             start = text.rfind("\n", 0, found.start()) + 1

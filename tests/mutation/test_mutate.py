@@ -44,6 +44,13 @@ class FaultsOfText(unittest.TestCase):
             with self.subTest(line):
                 self.assertEqual([], changes(line))
 
+    def test_statement_begins_its_line(self):
+        for before, expected in [("if (a)\n", 1), ("if (a) {\n", 1), ("a();\n\n// why\n", 1), ("else\n", 1),
+                                 ("const int fd =\n", 0), ("return a ||\n", 0), ("b(c,\n", 0)]:
+            with self.subTest(before):
+                found = [fault.operator for fault in faults.faults_of(before + "    Call(a);")]
+                self.assertEqual(expected, found.count("statement"))
+
     def test_same_fault_once(self):
         self.assertEqual([("boolean", "    return false;")], changes("    return true;"))
 
