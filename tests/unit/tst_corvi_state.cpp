@@ -65,6 +65,7 @@ private Q_SLOTS:
     void lostLinkHasNoAttempts();
     void portThatGaveWayAwaitsNothing();
     void waitForAuthenticationIsTold();
+    void radioWaitsForItsNetworkWithoutALimit();
 };
 
 void TestCorviState::init()
@@ -312,6 +313,21 @@ void TestCorviState::waitForAuthenticationIsTold()
     corvi.WiredDevice()->inFallback = true;
     corvi.Tick();
     QVERIFY(Told().isInFallback);
+}
+
+void TestCorviState::radioWaitsForItsNetworkWithoutALimit()
+{
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
+    CorviPeer corvi;
+    corvi.SettleSupplicant(RUNNING);
+
+    corvi.Tick(5);
+
+    QVERIFY(corvi.WirelessDevice() && corvi.WirelessDevice()->isRunning);
+    QVERIFY(Told().usesSupplicant && Told().isInUse);
+    QVERIFY(!Told().authenticationSince);
+    QCOMPARE(Told().fallbackSeconds, 0);
 }
 
 QTEST_GUILESS_MAIN(TestCorviState)
