@@ -25,43 +25,46 @@ namespace QTest {
 __attribute__((weak)) const char *currentTestFunction();
 }
 
-namespace {
-
-/// A test may leave its program no descriptor, or no room on the disk. While this exists it has both.
-class Unlimited
-{
-public:
-    Unlimited()
-    {
-        for (Limit &limit : limits) {
-            getrlimit(limit.resource, &limit.given);
-            const rlimit raised = {limit.given.rlim_max, limit.given.rlim_max};
-            setrlimit(limit.resource, &raised);
-        }
-    }
-    ~Unlimited()
-    {
-        for (const Limit &limit : limits)
-            setrlimit(limit.resource, &limit.given);
-    }
-    Unlimited(const Unlimited &) = delete;
-    Unlimited &operator=(const Unlimited &) = delete;
-
-private:
-    struct Limit
-    {
-        __rlimit_resource_t resource;
-        rlimit given;
-    };
-    Limit limits[2] = {{RLIMIT_NOFILE, {}}, {RLIMIT_FSIZE, {}}};
-};
-
-/// Adds a line with the fault's number and the test function that runs to the file CORVI_FAULTS_REACHED,
-/// once.
-[[maybe_unused]] void NoteReached(int number)
-{
+/// The file CORVI_FAULTS_REACHED, -1 without one. It is open from the start, with a number that no test
+/// counts on: a test may hide the folder that it is in, leave its program no descriptor, or go on as another
+/// user.
+inline const int notes = [] {
     const char *path = std::getenv("CORVI_FAULTS_REACHED");
     if (path == nullptr)
+        return -1;
+    const int file = open(path, O_WRONLY | O_APPEND | O_CLOEXEC);
+    const int kept = fcntl(file, F_DUPFD_CLOEXEC, 500);
+    // Otherwise a fault would look as if nothing reached it.
+    if (kept < 0)
+        std::abort();
+    close(file);
+    return kept;
+}();
+
+namespace {
+
+/// A test may leave its program no room on the disk. While this exists it has some.
+class UnlimitedDisk
+{
+public:
+    UnlimitedDisk()
+    {
+        getrlimit(RLIMIT_FSIZE, &given);
+        const rlimit raised = {given.rlim_max, given.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &raised);
+    }
+    ~UnlimitedDisk() { setrlimit(RLIMIT_FSIZE, &given); }
+    UnlimitedDisk(const UnlimitedDisk &) = delete;
+    UnlimitedDisk &operator=(const UnlimitedDisk &) = delete;
+
+private:
+    rlimit given = {};
+};
+
+/// Adds a line with the fault's number and the test function that runs to the notes, once.
+[[maybe_unused]] void NoteReached(int number)
+{
+    if (notes < 0)
         return;
     const char *function = QTest::currentTestFunction != nullptr ? QTest::currentTestFunction() : nullptr;
     const std::string line = std::to_string(number) + " " + (function != nullptr ? function : "") + "\n";
@@ -72,12 +75,9 @@ private:
     if (!noted.insert(line).second)
         return;
     const int error = errno;
-    const Unlimited unlimited;
-    const int file = open(path, O_WRONLY | O_APPEND | O_CLOEXEC);
-    // Otherwise a fault would look as if nothing reached it.
-    if (file < 0 || write(file, line.data(), line.size()) < 0)
+    const UnlimitedDisk unlimited;
+    if (write(notes, line.data(), line.size()) < 0)
         std::abort();
-    close(file);
     errno = error;
 }
 
