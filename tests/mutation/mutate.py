@@ -121,11 +121,11 @@ def builds(*targets):
                    WORK / "output") == 0
 
 
-def passes(test, limit, functions=(), **environment):
+def passes(test, limit, functions=(), output=os.devnull, **environment):
     """Every test runs in the sandbox, also one that would not need it: nobody knows what a fault does."""
     environment = {**os.environ, **environment, "CORVI_RECORDER": str(BUILD / "tests/recorder"),
                    "CORVI_BUILD_DIR": str(BUILD)}
-    return execute([COPY / "tests/sandbox/run", "--standins", BUILD / "tests/unit" / test, *functions], limit,
+    return execute([COPY / "tests/sandbox/run", "--standins", BUILD / "tests/unit" / test, *functions], limit, output,
                    env=environment) == 0
 
 
@@ -248,9 +248,11 @@ class Trial:
         noted.write_text("")
         noted.chmod(0o666)  # A test may go on as another user.
         begin = time.monotonic()
-        # Noting takes memory and descriptors, and some tests count these.
-        if not passes(test, self.limit, CORVI_FAULTS_REACHED=str(noted)) and not passes(test, self.limit):
-            print(f"{test} fails without a fault, too: not used", flush=True)
+        output = WORK / f"{test}.output"
+        # Noting takes memory, and some tests count it.
+        if not passes(test, self.limit, CORVI_FAULTS_REACHED=str(noted)) and \
+                not passes(test, self.limit, output=output):
+            print(f"{test} fails without a fault, too: not used; see {output}", flush=True)
             return
         functions = defaultdict(set)
         for line in noted.read_text().splitlines():
