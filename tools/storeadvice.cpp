@@ -10,6 +10,8 @@
 #include "storehints.h"
 #include "zebproperties.h"
 
+#include <QRegularExpression>
+
 namespace {
 
 using Severity = StoreFinding::Severity;
@@ -87,6 +89,7 @@ public:
     void AdviseOnMode();
     void AdviseOnAddress();
     void AdviseOnResolver();
+    void AdviseOnHosts();
     void AdviseOnSpeed();
 
 private:
@@ -175,6 +178,18 @@ void NetworkAdvice::AdviseOnResolver()
                QStringLiteral("stands without dns1 and dns2: there is no name server, not even DHCP's"));
 }
 
+/// `update_hosts` leaves out what nobody could read in the hosts file (hosts(5)).
+void NetworkAdvice::AdviseOnHosts()
+{
+    static const QRegularExpression takenLine(QStringLiteral("^([0-9A-Fa-f:.]+[ \\t]+[^ \\t#]|#|\\s*$)"));
+    for (const QString &line : network.hosts)
+        if (!takenLine.match(line).hasMatch())
+            Advise(
+                Severity::Warning, "hosts",
+                QStringLiteral("\"%1\" is no address with a name behind it; the hosts file goes without it")
+                    .arg(line));
+}
+
 /// The daemon takes the first of three words as a number, and anything but "Full" behind it as half duplex.
 void NetworkAdvice::AdviseOnSpeed()
 {
@@ -214,6 +229,7 @@ StoreFindings StoreAdvice::OnNetworks(const ZebDocument &document)
         advice.AdviseOnMode();
         advice.AdviseOnAddress();
         advice.AdviseOnResolver();
+        advice.AdviseOnHosts();
         advice.AdviseOnSpeed();
     }
     return findings;

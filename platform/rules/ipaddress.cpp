@@ -14,9 +14,3 @@ std::optional<quint32> Ipv4Number(const QString &text)
         return std::nullopt;
     return ntohl(parsed.s_addr);
 }
-
-bool IsIpv6Address(const QString &text)
-{
-    in6_addr parsed = {};
-    return ::inet_pton(AF_INET6, text.toUtf8().constData(), &parsed) == 1;
-}

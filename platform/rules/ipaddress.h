@@ -11,9 +11,6 @@
 /// any other text.
 std::optional<quint32> Ipv4Number(const QString &text);
 
-/// Whether the text is an IPv6 address, without a zone.
-bool IsIpv6Address(const QString &text);
-
 /// Whether two addresses are in one subnet: the kernel refuses a gateway that is outside of its interface's.
 constexpr bool AreInOneSubnet(quint32 address, quint32 other, quint32 netmask)
 {

@@ -3,7 +3,6 @@
 
 #include "zebdocument.h"
 
-#include "ipaddress.h"
 #include "zebcheck.h"
 
 #include <QXmlStreamReader>
@@ -69,26 +68,12 @@ void ReadTextInto(Texts &texts, QXmlStreamReader &xml, ZebProblems &problems)
     }
 }
 
-/// Whether the line says something in the hosts file (hosts(5)); `update_hosts` leaves out what does not. Its
-/// fields are apart by blanks, once its tabs are.
-bool NamesHost(const QString &line)
-{
-    const QString address = line.section(QLatin1Char(' '), 0, 0);
-    const QString names = line.mid(address.size()).trimmed();
-    return (Ipv4Number(address) || IsIpv6Address(address)) && !names.isEmpty() &&
-           !names.startsWith(QLatin1Char('#'));
-}
-
 /// Why a line cannot stand in the hosts file, or nothing. Its fields are often set apart by tabs.
-QString HostProblem(const std::optional<QString> &text)
+QString HostProblem(const std::optional<QString> &line)
 {
-    if (!text)
+    if (!line)
         return QStringLiteral("a host has elements inside");
-    const QString line = QString(*text).replace(QLatin1Char('\t'), QLatin1Char(' '));
-    if (QString problem = ZebCheck::TextProblem(line); !problem.isEmpty())
-        return problem;
-    return line.isEmpty() || NamesHost(line) ? QString()
-                                             : QStringLiteral("a host is no address with a name behind it");
+    return ZebCheck::TextProblem(QString(*line).replace(QLatin1Char('\t'), QLatin1Char(' ')));
 }
 
 void ReadHosts(QStringList &hosts, QXmlStreamReader &xml, ZebProblems &problems)

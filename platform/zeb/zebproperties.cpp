@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include <arpa/inet.h>
+
 namespace {
 
 QString Quoted(const QString &value)
@@ -83,9 +85,11 @@ QString Netmask(const QString &value)
 
 QString ServerAddress(const QString &value)
 {
-    return IsIpv6Address(value) || HostAddress(value).isEmpty()
-               ? QString()
-               : Quoted(value) + QStringLiteral(" is not the address of a server");
+    in6_addr parsed = {};
+    if (::inet_pton(AF_INET6, value.toUtf8().constData(), &parsed) == 1)
+        return QString();
+    return HostAddress(value).isEmpty() ? QString()
+                                        : Quoted(value) + QStringLiteral(" is not the address of a server");
 }
 
 QString Domains(const QString &value)

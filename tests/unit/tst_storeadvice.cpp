@@ -135,6 +135,15 @@ void TestStoreAdvice::networkIsAdvisedOn_data()
     row("name servers of our own, but none", "lan", "<staticDns>true</staticDns><domain>a.example</domain>",
         "warning: network \"lan\", property \"staticDns\" (boolean): stands without dns1 and dns2: there is "
         "no name server, not even DHCP's");
+    row("hosts, and a comment", "lan",
+        "<hosts><host>10.0.0.5 printer</host><host>2001:db8::1\tb c</host><host># d</host></hosts>", "");
+    row("host with its name first", "lan", "<hosts><host>printer 10.0.0.5</host></hosts>",
+        "warning: network \"lan\", property \"hosts\": \"printer 10.0.0.5\" is no address with a name behind "
+        "it; the hosts file goes without it");
+    row("host without a name", "lan", "<hosts><host>10.0.0.5 #printer</host></hosts>",
+        "warning: network \"lan\", property \"hosts\": \"10.0.0.5 #printer\" is no address with a name "
+        "behind "
+        "it; the hosts file goes without it");
 
     row("GTC", "Office", ssid + "<securityMode>peap_gtc</securityMode>",
         "warning: network \"Office\", property \"securityMode\" (security mode): GTC needs the password "

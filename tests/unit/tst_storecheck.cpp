@@ -196,10 +196,6 @@ void TestStoreCheck::problemIsToldWithItsPlace_data()
         "<c>\n<network>\n  <name>lan</name>\n  "
         "<hosts><host>|<ip>10.0.0.2</ip></host></hosts>\n</network>\n</c>",
         "network \"lan\", property \"hosts\": a host has elements inside; not used");
-    row("host without an address",
-        "<c>\n<network>\n  <name>lan</name>\n  <hosts><host>10.0.0.1 a</host>\n"
-        "<host>|printer</host></hosts>\n</network>\n</c>",
-        "network \"lan\", property \"hosts\": a host is no address with a name behind it; not used");
     row("WEP key under a wired name",
         "<c>\n<network>\n  <name>lan</name>\n  <wepKey>|abc</wepKey>\n</network>\n</c>",
         "network \"lan\", property \"wepKey\" (WEP key): is not a WEP key: 10, 26 or 32 hexadecimal digits, "

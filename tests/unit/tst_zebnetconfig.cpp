@@ -322,8 +322,8 @@ void TestZebNetConfig::textTellsSimilarDefinitionsApart_data()
     QTest::newRow("an escape in the text")
         << QByteArray("<identity>\xc3\xa9</identity>") << QByteArray("<identity>\\u00e9</identity>");
     QTest::newRow("hosts split otherwise")
-        << QByteArray("<hosts><host>10.0.0.5 a,10.0.0.6 b</host></hosts>")
-        << QByteArray("<hosts><host>10.0.0.5 a</host><host>10.0.0.6 b</host></hosts>");
+        << QByteArray("<hosts><host>10.0.0.5 a,b</host></hosts>")
+        << QByteArray("<hosts><host>10.0.0.5 a</host><host>b</host></hosts>");
     QTest::newRow("secret moved") << QByteArray("<passphrase>x</passphrase>")
                                   << QByteArray("<password>x</password>");
 }
