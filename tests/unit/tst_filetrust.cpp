@@ -70,6 +70,7 @@ private Q_SLOTS:
 
     void ownFileIsTrusted_data();
     void ownFileIsTrusted();
+    void ownFileInRootsFolderIsTrusted();
     void fileThatRootsGroupMayWriteIsTrusted_data();
     void fileThatRootsGroupMayWriteIsTrusted();
     void fileThatAnotherGroupMayWriteIsNot_data();
@@ -118,6 +119,17 @@ void TestFileTrust::ownFileIsTrusted()
     QFETCH(QString, path);
 
     QCOMPARE(TrustProblem(path), QString());
+}
+
+void TestFileTrust::ownFileInRootsFolderIsTrusted()
+{
+    if (!GiveAway(PATH))
+        QSKIP("only root can go on as another user; seen when the tests run as root");
+    QCOMPARE(::seteuid(OTHER_USER), 0);
+    const QString problem = TrustProblem(PATH);
+    QCOMPARE(::seteuid(0), 0);
+
+    QCOMPARE(problem, QString());
 }
 
 void TestFileTrust::fileThatRootsGroupMayWriteIsTrusted_data()
