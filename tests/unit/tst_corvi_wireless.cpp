@@ -47,6 +47,7 @@ private Q_SLOTS:
     void firstBringUpWritesTheFileForItself();
     void fileThatIsCurrentIsNotWrittenAgain();
     void carrierThatIsThereIsUsed();
+    void carrierBesideASupplicantIsConfigured();
 
     // With a device
     void unconfiguredDeviceBeginsTheHoldOff();
@@ -256,6 +257,18 @@ void TestCorviWireless::carrierThatIsThereIsUsed()
     QCOMPARE(corvi.HoldOff(), 2);
     // It is up already.
     QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviWireless::carrierBesideASupplicantIsConfigured()
+{
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
+    CorviPeer corvi(DISCOVERED);
+    corvi.SettleSupplicant(RUNNING);
+
+    corvi.WirelessNetworkSetup(false);
+
+    QVERIFY(corvi.IsWirelessConfigured());
 }
 
 void TestCorviWireless::unconfiguredDeviceBeginsTheHoldOff()
