@@ -15,6 +15,7 @@
 
 #include <dlfcn.h>
 #include <sys/ipc.h>
+#include <sys/mount.h>
 #include <sys/sem.h>
 #include <unistd.h>
 
@@ -78,6 +79,7 @@ private slots:
     void recordIsPutUnderTheLock();
     void readerAfterOneThatWasGivenUpIsWaitedFor();
     void lockThatItsFileLeadsToNoMoreIsNotWaitedFor();
+    void lockThatCannotBeLeftIsNotWaitedFor();
     void earlierRecordIsReadUnderTheLock();
 };
 
@@ -155,6 +157,26 @@ void TestCorviSegmentLock::lockThatItsFileLeadsToNoMoreIsNotWaitedFor()
     QCOMPARE(steps, 0);
 }
 
+void TestCorviSegmentLock::lockThatCannotBeLeftIsNotWaitedFor()
+{
+    QSharedMemory earlier(SEGMENT_KEY);
+    QVERIFY(earlier.create(SEGMENT_SIZE));
+    const Reader stuck("--keep-lock");
+    QVERIFY(stuck.HasLock());
+    const QByteArray lockFile =
+        "/tmp/" + QDir("/tmp").entryList({"qipc_systemsem_*"}, QDir::Files).value(0).toLatin1();
+    // Nothing can be put in the place of what is mounted.
+    QCOMPARE(::mount(lockFile.constData(), lockFile.constData(), nullptr, MS_BIND, nullptr), 0);
+    const auto unmounter = qScopeGuard([&lockFile] { ::umount2(lockFile.constData(), MNT_DETACH); });
+    QProcess service;
+
+    service.start(QCoreApplication::applicationFilePath(), {"--construct"});
+
+    QVERIFY(service.waitForFinished(LIMIT_MS));
+    QCOMPARE(service.exitCode(), 0);
+    QVERIFY(service.readAllStandardError().contains("Unable to attach to shared memory segment"));
+}
+
 void TestCorviSegmentLock::earlierRecordIsReadUnderTheLock()
 {
     MakeInterface("eth0");
@@ -207,15 +229,24 @@ int HoldLock(bool untilTheEnd)
     return 0;
 }
 
+int Construct()
+{
+    // Ends the process when there is no segment.
+    const CorviPeer corvi;
+    return 1;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    // Another program, as the tests need it beside the service.
+    // Another program, as the tests need it.
     const QString manner = application.arguments().value(1);
     if (manner == "--hold-lock" || manner == "--keep-lock")
         return HoldLock(manner == "--keep-lock");
+    if (manner == "--construct")
+        return Construct();
     TestCorviSegmentLock test;
     return QTest::qExec(&test, argc, argv);
 }
