@@ -29,21 +29,45 @@ uid_t OwnerOfTheRootFolder()
     return ::stat("/", &info) == 0 ? info.st_uid : 0;
 }
 
-bool MayOthersWrite(const QByteArray &path, const struct stat &info)
+bool IsTrustedUser(uid_t user)
 {
-    if (S_ISLNK(info.st_mode))
-        return false;
+    return user == ::geteuid() || user == OwnerOfTheRootFolder();
+}
+
+/// Whoever is in root's own group has been made root's equal; a umask of 002 lets that group write.
+bool IsTrustedGroup(gid_t group)
+{
+    return group == 0;
+}
+
+/// A link has no rights of its own, and /tmp is for all.
+bool IsAskedWhoMayWrite(const QByteArray &path, const struct stat &info)
+{
     const bool isTemporaryFolder = path == "/tmp" && (info.st_mode & S_ISVTX) != 0;
-    // Whoever is in root's own group has been made root's equal; a umask of 002 lets that group write.
-    const bool mayGroupWrite = (info.st_mode & S_IWGRP) != 0 && info.st_gid != 0;
-    return (mayGroupWrite || (info.st_mode & S_IWOTH) != 0) && !isTemporaryFolder;
+    return !S_ISLNK(info.st_mode) && !isTemporaryFolder;
+}
+
+bool MayOthersWrite(const struct stat &info)
+{
+    const bool mayGroupWrite = (info.st_mode & S_IWGRP) != 0 && !IsTrustedGroup(info.st_gid);
+    return mayGroupWrite || (info.st_mode & S_IWOTH) != 0;
+}
+
+/// Whether the entry lets somebody write who may not by himself.
+bool GivesAway(const posix_acl_xattr_entry &entry)
+{
+    const int tag = qFromLittleEndian(entry.e_tag);
+    const auto id = qFromLittleEndian(entry.e_id);
+    const bool isOthers =
+        (tag == ACL_USER && !IsTrustedUser(id)) || (tag == ACL_GROUP && !IsTrustedGroup(id));
+    return isOthers && (qFromLittleEndian(entry.e_perm) & ACL_WRITE) != 0;
 }
 
 /// With an access control list the bits of the group are the most that the users and groups in it may do
 /// (acl(5)), whoever the group is.
 bool MayNamedOnesWrite(const QByteArray &path, const struct stat &info)
 {
-    if (S_ISLNK(info.st_mode) || (info.st_mode & S_IWGRP) == 0)
+    if ((info.st_mode & S_IWGRP) == 0)
         return false;
     std::array<char, XATTR_SIZE_MAX> list; // Only what was read is looked at.
     const ssize_t size = ::lgetxattr(path.constData(), "system.posix_acl_access", list.data(), list.size());
@@ -51,8 +75,7 @@ bool MayNamedOnesWrite(const QByteArray &path, const struct stat &info)
     for (ssize_t at = sizeof(posix_acl_xattr_header); at + ssize_t(sizeof entry) <= size;
          at += ssize_t(sizeof entry)) {
         std::memcpy(&entry, list.data() + at, sizeof entry);
-        const int tag = qFromLittleEndian(entry.e_tag);
-        if ((tag == ACL_USER || tag == ACL_GROUP) && (qFromLittleEndian(entry.e_perm) & ACL_WRITE) != 0)
+        if (GivesAway(entry))
             return true;
     }
     return false;
@@ -60,9 +83,11 @@ bool MayNamedOnesWrite(const QByteArray &path, const struct stat &info)
 
 QString ProblemOf(const QByteArray &path, const struct stat &info)
 {
-    if (info.st_uid != ::geteuid() && info.st_uid != OwnerOfTheRootFolder())
+    if (!IsTrustedUser(info.st_uid))
         return QFile::decodeName(path) + QStringLiteral(" belongs to user %1").arg(info.st_uid);
-    if (MayOthersWrite(path, info))
+    if (!IsAskedWhoMayWrite(path, info))
+        return QString();
+    if (MayOthersWrite(info))
         return QFile::decodeName(path) + QStringLiteral(" may be written by others than its owner");
     if (MayNamedOnesWrite(path, info))
         return QFile::decodeName(path) +

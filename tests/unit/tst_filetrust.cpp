@@ -21,6 +21,7 @@ namespace {
 const QString FOLDER = QStringLiteral("/tmp/config/xmlconfig/");
 const QString PATH = FOLDER + QStringLiteral("store");
 constexpr uid_t OTHER_USER = 1000;
+constexpr const char *ACCESS_LIST = "system.posix_acl_access";
 
 /// False where that takes a right that this user does not have.
 bool GiveAway(const QString &path)
@@ -35,7 +36,7 @@ bool ShareWithGroup(const QString &path)
 
 /// Gives the file an access control list, as setfacl(1) does: one that names nobody else, this entry, and
 /// what the mask leaves to it and to the group. False where that takes a right that this user does not have.
-bool SetAcl(const QString &path, __le16 tag, __le16 permission, __le16 mask)
+bool SetAcl(const QString &path, __le16 tag, __le16 permission, __le16 mask, __le32 id = OTHER_USER)
 {
     constexpr auto NOBODY = static_cast<__le32>(ACL_UNDEFINED_ID);
     constexpr __le16 READ_WRITE = ACL_READ | ACL_WRITE;
@@ -46,12 +47,12 @@ bool SetAcl(const QString &path, __le16 tag, __le16 permission, __le16 mask)
         {ACL_OTHER, ACL_READ, NOBODY},
     };
     // The kernel wants them in the order of their tags.
-    entries.insert(entries.begin() + (tag == ACL_USER ? 1 : 2), {tag, permission, OTHER_USER});
+    entries.insert(entries.begin() + (tag == ACL_USER ? 1 : 2), {tag, permission, id});
     const posix_acl_xattr_header header = {POSIX_ACL_XATTR_VERSION};
     QByteArray acl(reinterpret_cast<const char *>(&header), sizeof header);
     for (const posix_acl_xattr_entry &entry : entries)
         acl.append(reinterpret_cast<const char *>(&entry), sizeof entry);
-    return ::setxattr(QFile::encodeName(path).constData(), "system.posix_acl_access", acl.constData(),
+    return ::setxattr(QFile::encodeName(path).constData(), ACCESS_LIST, acl.constData(),
                       static_cast<size_t>(acl.size()), 0) == 0;
 }
 
@@ -79,6 +80,9 @@ private Q_SLOTS:
     void fileThatAnAclLetsOthersWriteIsNot();
     void aclThatLetsNobodyWriteIsNoReason_data();
     void aclThatLetsNobodyWriteIsNoReason();
+    void aclThatNamesRootIsNoReason_data();
+    void aclThatNamesRootIsNoReason();
+    void aclOfTheTemporaryFolderIsNoReason();
     void fileThatOthersMayWriteIsNot_data();
     void fileThatOthersMayWriteIsNot();
     void fileOfAnotherUserIsNot_data();
@@ -99,6 +103,7 @@ void TestFileTrust::init()
 
 void TestFileTrust::cleanup()
 {
+    ::removexattr("/tmp", ACCESS_LIST);
     TestSupport::SetMode("/tmp", 01777);
 }
 
@@ -204,6 +209,33 @@ void TestFileTrust::aclThatLetsNobodyWriteIsNoReason()
 
     for (const ushort tag : {ushort(ACL_USER), ushort(ACL_GROUP)}) {
         if (!SetAcl(PATH, tag, permission, mask))
+            QSKIP("only root can name another user; seen when the tests run as root");
+        QCOMPARE(TrustProblem(PATH), QString());
+    }
+}
+
+void TestFileTrust::aclThatNamesRootIsNoReason_data()
+{
+    fileThatAnAclLetsOthersWriteIsNot_data();
+}
+
+/// As a file server writes one, which names the owner and the group once more.
+void TestFileTrust::aclThatNamesRootIsNoReason()
+{
+    QFETCH(QString, path);
+    QFETCH(ushort, tag);
+
+    if (!SetAcl(path, tag, ACL_READ | ACL_WRITE, ACL_READ | ACL_WRITE, 0))
+        QSKIP("only root can name root; seen when the tests run as root");
+
+    QCOMPARE(TrustProblem(PATH), QString());
+}
+
+/// Everybody may write there anyway.
+void TestFileTrust::aclOfTheTemporaryFolderIsNoReason()
+{
+    for (const ushort tag : {ushort(ACL_USER), ushort(ACL_GROUP)}) {
+        if (!SetAcl("/tmp", tag, ACL_READ | ACL_WRITE, ACL_READ | ACL_WRITE))
             QSKIP("only root can name another user; seen when the tests run as root");
         QCOMPARE(TrustProblem(PATH), QString());
     }
