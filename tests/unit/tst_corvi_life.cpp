@@ -28,6 +28,7 @@ private Q_SLOTS:
 
     // Construction
     void constructionIsLoggedAndEchoed();
+    void constructionKeepsTheEarlierLog();
     void debugFlagSetsTheLevelAtConstruction_data();
     void debugFlagSetsTheLevelAtConstruction();
     void constructionStartsFromTheInitialValues();
@@ -87,6 +88,15 @@ void TestCorviLife::constructionIsLoggedAndEchoed()
     for (const QString &line : own)
         QVERIFY2(WasEchoed(line, echoed), qPrintable(line));
     QCOMPARE(lines.last(), own.last());
+}
+
+void TestCorviLife::constructionKeepsTheEarlierLog()
+{
+    Log(Level::NOTICE) << "why the daemon before ended";
+
+    const CorviPeer corvi;
+
+    QCOMPARE(LogLines().value(0), QString("why the daemon before ended"));
 }
 
 void TestCorviLife::debugFlagSetsTheLevelAtConstruction_data()
