@@ -138,6 +138,11 @@ class TrialOfFault(unittest.TestCase):
         self.assertEqual(("survived", ""), self.outcome({"tst_corvi_carrier": {3: {"a"}}}))
         self.assertEqual([("tst_corvi_carrier", "a"), ("tst_corvi_carrier",)], self.ran)
 
+    def test_that_only_comes_by_need_not_run_whole(self):
+        self.outcome({"tst_modem": {3: {"a"}}, "tst_utils": {3: {"", "a"}}})
+
+        self.assertEqual([("tst_modem", "a"), ("tst_utils",)], self.ran)
+
     def test_what_is_reached_before_the_functions_needs_all(self):
         self.outcome({"tst_corvi_carrier": {3: {"initTestCase", "a"}}}, [("tst_corvi_carrier",)])
 
