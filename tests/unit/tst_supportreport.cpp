@@ -58,6 +58,7 @@ private Q_SLOTS:
     void archiveIsNamedByItsTime();
     void folderThatIsNotThereIsAFailure();
     void archiveThatCannotBePackedIsAFailure();
+    void fullDiskIsAFailure_data();
     void fullDiskIsAFailure();
 };
 
@@ -238,9 +239,22 @@ void TestSupportReport::archiveThatCannotBePackedIsAFailure()
     QCOMPARE(TestSupport::EntryCount(FOLDER), 0);
 }
 
+void TestSupportReport::fullDiskIsAFailure_data()
+{
+    QTest::addColumn<int>("limit");
+    QTest::newRow("from the first file on") << 10;
+    QTest::newRow("from the status on") << 200;
+    QTest::newRow("from a long log on") << 20000;
+    QTest::newRow("from a long answer on") << 60000;
+}
+
 void TestSupportReport::fullDiskIsAFailure()
 {
-    const ResourceLimit fullDisk(RLIMIT_FSIZE, 10);
+    QFETCH(int, limit);
+    TestSupport::Remove("/etc/dhcp/dhclient.conf");
+    TestSupport::WriteFile(LOG_FILE, QByteArray(500, 'x').append('\n').repeated(100));
+    TestSupport::Answer("uname", "head -c 100000 /dev/zero | tr '\\0' x");
+    const ResourceLimit fullDisk(RLIMIT_FSIZE, static_cast<rlim_t>(limit));
 
     const SupportReport::Outcome outcome = SupportReport::Write(FOLDER);
 
