@@ -42,12 +42,13 @@ private Q_SLOTS:
 
 void TestMasking::everyPropertyIsKeptOrMasked()
 {
+    const QByteArrayList secrets = {"wepKey", "passphrase", "password", "privateKeyPassword"};
     for (const ZebProperty &property : ZebProperties::All()) {
         const QByteArray key = property.key;
         const QByteArray masked = Masking().Store(InNetwork("<" + key + ">canary</" + key + ">"));
 
         QVERIFY2(masked.contains(key), key.constData());
-        QVERIFY2(masked.contains("canary") != property.isSecret, masked.constData());
+        QVERIFY2(masked.contains("canary") != secrets.contains(key), masked.constData());
     }
 }
 
