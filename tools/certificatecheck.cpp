@@ -59,8 +59,8 @@ QByteArray DerOf(const QByteArray &contents)
 }
 
 /// Whether it takes OpenSSL's legacy provider to decrypt the key, which the supplicant loads and we do not:
-/// the schemes with DES, RC2 and RC4 (RFC 8018, A.3; RFC 7292, C), whose names stand before what they
-/// encrypt.
+/// the schemes with DES, RC2 and RC4 (RFC 8018, A.3 and B.2; RFC 7292, C; RFC 1423, 1.1), whose names stand
+/// before what they encrypt.
 bool NeedsLegacyProvider(const QByteArray &contents)
 {
     static const QByteArrayList PKCS5 = {"01", "03", "04", "06", "0a", "0b"};
@@ -71,7 +71,9 @@ bool NeedsLegacyProvider(const QByteArray &contents)
             return der.contains(QByteArray::fromHex(arc + scheme));
         });
     };
-    return names("06092a864886f70d0105", PKCS5) || names("060a2a864886f70d010c01", PKCS12);
+    return names("06092a864886f70d0105", PKCS5) || names("060a2a864886f70d010c01", PKCS12) ||
+           names("06052b0e0302", {"07"}) || names("06082a864886f70d03", {"02"}) ||
+           contents.contains("DEK-Info: DES-CBC,");
 }
 
 /// Whether the certificate's key is of a kind that Qt does not read, such as Ed25519. The supplicant may.

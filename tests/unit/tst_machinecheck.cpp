@@ -30,6 +30,9 @@ certificate ed25519 -newkey ed25519
 openssl pkcs8 -topk8 -in ec.key -passout pass:secret -out locked.key
 openssl pkcs8 -topk8 -in ed25519.key -passout pass:secret -out ed25519.locked.key
 openssl pkcs8 -topk8 -provider legacy -provider default -v1 PBE-MD5-DES -in rsa.key -passout pass:secret -out old.key
+openssl pkcs8 -topk8 -provider legacy -provider default -v2 des -in rsa.key -passout pass:secret -out des.key
+openssl pkcs8 -topk8 -provider legacy -provider default -v2 rc2 -in rsa.key -passout pass:secret -out rc2.key
+openssl rsa -traditional -provider legacy -provider default -des -in rsa.key -passout pass:secret -out older.key
 openssl pkcs12 -export -legacy -inkey rsa.key -in rsa.pem -passout pass:secret -out old.p12
 openssl ec -in ec.key -outform DER -out ec.der.key
 openssl x509 -in ec.pem -outform DER -out ec.der.pem
@@ -156,6 +159,9 @@ void TestMachineCheck::filesAreChecked_data()
         {about("warning", "privateKey", unknown("ed25519.locked.key"))});
     row("DES", {"none", "T/rsa.pem", "T/old.key", "secret"},
         {about("warning", "privateKey", unknown("old.key"))});
+    for (const char *name : {"des.key", "rc2.key", "older.key"})
+        row(name, {"none", "T/rsa.pem", QStringLiteral("T/") + name, "secret"},
+            {about("warning", "privateKey", unknown(name))});
     row("PKCS#12 with RC2", {"none", "none", "T/old.p12", "secret"},
         {about("warning", "privateKey", unknown("old.p12"))});
     row("authority by name", {"known-by-name.pem", "T/ec.pem", "T/ec.key"}, {});
