@@ -95,7 +95,7 @@ void BecomeProgram()
 {
     ::prctl(PR_SET_PDEATHSIG, 0);
     ::setpgid(0, 0);
-    // Ours ignores them while a shell line runs (shellline.h), or as nohup(1) and scripts start it.
+    // Ours ignores them while a shell line runs (shellline.h), or where a script starts it with "&".
     for (const int number : {SIGINT, SIGQUIT})
         ::signal(number, SIG_DFL);
 }
