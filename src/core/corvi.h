@@ -300,7 +300,6 @@ private:
     // Modem network
     void BringModemUp();
     void KeepModemConnected(Modem *modem);
-    void TellOfDroppedModem(const Modem *modem);
     void SeekDroppedModem();
     void TakeModemDown();
     void AdoptModem();

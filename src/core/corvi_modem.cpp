@@ -52,22 +52,14 @@ void Corvi::BringModemUp()
     if (modem->isRunning) {
         PublishAddress(modem);
     } else if (++conn_counter > MODEM_ATTEMPTS) {
-        TellOfDroppedModem(modem);
+        LogOnce(modemReport, QStringLiteral("no link"))
+            << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << modem->name;
         modem->Down();
         modemDevice = nullptr;
         modemDropped = RetryPause::Time::clock::now();
         return;
     }
     KeepModemConnected(modem);
-}
-
-void Corvi::TellOfDroppedModem(const Modem *modem)
-{
-    const QString until = QStringLiteral("until the next rescan:");
-    const QString rest = QStringLiteral("for %1 s or ").arg(MODEM_REST.count()); // See SeekDroppedModem().
-    LogOnce(modemReport, QStringLiteral("no link"))
-        << "Corvi::ModemNetworkSetup - no link, unused"
-        << (wirelessInterfaces.isEmpty() ? QString(rest + until) : until) << modem->name;
 }
 
 /// The modem's manager may still be looking for the modem when we connect first, or be started anew later,
