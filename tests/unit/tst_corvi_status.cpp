@@ -77,6 +77,7 @@ private Q_SLOTS:
 
     void recordIsThatOfTheDeviceOfTheEvent();
     void pulledCableIsPublishedOnce();
+    void addressThatIsPublishedIsNotPublishedAgain();
 
     // Events
     void messageIsFourBytesBigEndian_data();
@@ -137,6 +138,19 @@ void TestCorviStatus::pulledCableIsPublishedOnce()
     corvi.Tick(5);
     QCOMPARE(listener.Take(), Events());
     QCOMPARE(ReadSegment(), QByteArray(SEGMENT_SIZE, 'x'));
+}
+
+void TestCorviStatus::addressThatIsPublishedIsNotPublishedAgain()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    corvi.Tick();
+    LogFromHere(4);
+
+    corvi.Tick();
+
+    QVERIFY(!corvi.WiredDevice()->ipAddress.isEmpty());
+    QCOMPARE(LogCount("ShareStatus()  Start"), 0);
 }
 
 void TestCorviStatus::messageIsFourBytesBigEndian_data()
