@@ -3,9 +3,12 @@
 
 #include "linkevents.h"
 
+#include "resourcelimit.h"
 #include "testsupport.h"
 
 #include <QtTest>
+
+#include <optional>
 
 using namespace TestSupport;
 
@@ -21,6 +24,7 @@ private Q_SLOTS:
     void newInterfaceIsHeardOfOnce();
     void interfaceThatGoesIsHeardOf();
     void moreThanTheSocketHoldsIsHeardOf();
+    void whereNothingIsHeardEachQuestionIsAnsweredYes();
 };
 
 void TestLinkEvents::cleanup()
@@ -75,6 +79,16 @@ void TestLinkEvents::moreThanTheSocketHoldsIsHeardOf()
 
     QVERIFY(events.Happened());
     QVERIFY(!events.Happened());
+}
+
+void TestLinkEvents::whereNothingIsHeardEachQuestionIsAnsweredYes()
+{
+    std::optional<ResourceLimit> noDescriptorLeft(std::in_place, RLIMIT_NOFILE, 0);
+    LinkEvents events;
+    noDescriptorLeft.reset();
+
+    QVERIFY(events.Happened());
+    QVERIFY(events.Happened());
 }
 
 QTEST_GUILESS_MAIN(TestLinkEvents)
