@@ -51,6 +51,13 @@ bool OpenToAll(const QSharedMemory &segment)
     return ::shmctl(segmentId, IPC_SET, &ofSegment) == 0 && ::semctl(lockId, 0, IPC_SET, &ofLock) == 0;
 }
 
+/// Comes to the listener, which has begun to listen.
+bool Connect(QLocalSocket &socket)
+{
+    socket.connectToServer("corvin");
+    return socket.waitForConnected(LIMIT_MS);
+}
+
 } // namespace
 
 /// What the tool says of calls that fail, and that it fails then itself.
@@ -225,10 +232,7 @@ void TestStatusToolFaults::connectionThatStaysIsGivenUp()
     watcher.OutputWith("event 3");
     QLocalSocket silent;
     QLocalSocket stalled;
-    for (QLocalSocket *socket : {&silent, &stalled}) {
-        socket->connectToServer("corvin");
-        QVERIFY(socket->waitForConnected(5000));
-    }
+    QVERIFY(Connect(silent) && Connect(stalled));
     stalled.write("ab");
     QVERIFY(stalled.flush());
 
@@ -247,10 +251,7 @@ void TestStatusToolFaults::connectionIsClosedOnceItsEventIsThere()
     watcher.OutputWith("event 3");
     QLocalSocket silent;
     QLocalSocket reporting;
-    for (QLocalSocket *socket : {&silent, &reporting}) {
-        socket->connectToServer("corvin");
-        QVERIFY(socket->waitForConnected(5000));
-    }
+    QVERIFY(Connect(silent) && Connect(reporting));
 
     reporting.write(QByteArray::fromHex("00030000"));
 
