@@ -76,7 +76,7 @@ public:
     QString OnlyDefinitionName() const;
     void SendEvent(int code, int value);
 
-    // Link and address control: each runs a tool whose result is not examined.
+    // Link and address control: each runs a tool whose result decides nothing.
 
     void Up(const QString &interfaceName);
     void Up();

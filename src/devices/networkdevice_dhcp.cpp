@@ -185,7 +185,7 @@ void NetworkDevice::TellOfRefusal(const QString &transcript)
     if (HasLostLink())
         Log(Level::TRACE) << line;
     else
-        LogOnce(reports->refusal) << line;
+        LogOnce(reports->refusal, deed) << line;
 }
 
 /// The file in which the client keeps its leases is written in place, so a power failure can cut it anywhere.

@@ -58,6 +58,7 @@ private Q_SLOTS:
     void serverThatRefusesIsToldOnce();
     void serverThatOffersAndGivesNothingIsToldOnce_data();
     void serverThatOffersAndGivesNothingIsToldOnce();
+    void refusalAfterAMereOfferIsTold();
     void refusalOnALinkThatWentIsNoNews();
     void mentionOfTheResolverIsNoComplaint();
     void leasesThatEndTheClientAreRemoved_data();
@@ -346,6 +347,20 @@ void TestNetworkDeviceDhcp::serverThatOffersAndGivesNothingIsToldOnce()
         " NetworkDevice::Dhclient - a DHCP server offers an address and gives none on eth0 -- ";
     QCOMPARE(TestSupport::LogText().count(told + QString::fromLatin1(offer) + " \n"), 1);
     QCOMPARE(TestSupport::LogText().count("DHCPOFFER"), 1);
+}
+
+void TestNetworkDeviceDhcp::refusalAfterAMereOfferIsTold()
+{
+    SetLevel(Level::NOTICE);
+    NetworkDevice device("eth0", nullptr);
+
+    for (const char *said : {"DHCPOFFER of 10.0.0.5 from 10.0.0.1", "DHCPNAK from 10.0.0.2 (xid=0x1)"}) {
+        TestSupport::Answer("dhclient", QByteArray("echo '") + said + "'");
+        QVERIFY(!device.Dhclient("eth0"));
+    }
+
+    QCOMPARE(TestSupport::LogText().count("offers an address and gives none on eth0"), 1);
+    QCOMPARE(TestSupport::LogText().count("refuses us on eth0 -- DHCPNAK from 10.0.0.2 \n"), 1);
 }
 
 /// The client hears of the network before, or of none any more; of the link the log tells.
