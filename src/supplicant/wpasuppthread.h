@@ -184,6 +184,7 @@ private:
     void OnSsidTemporarilyDisabled(const QString &message);
     void TellAssociation(bool state);
     void OnConnected();
+    void NoteConnected();
     void OnDisconnected();
     void OnEapFailure();
     void TellRefusal();

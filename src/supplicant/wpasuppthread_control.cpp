@@ -9,7 +9,7 @@ namespace {
 
 /// Ticks within which the event of a success that was told without it may still come. Later it is another
 /// one, as of a radio that roams.
-constexpr int TAKEN_UP_TICKS = 10;
+constexpr int TAKEN_UP_TICKS = 3;
 
 } // namespace
 
@@ -73,9 +73,10 @@ QString WpaSuppThread::SendCommand(const QString &command)
     QString reply = control ? control->SendCommand(command) : WpaSupplicantControl::ERROR_PREFIX;
     if (!reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
         silentTicks = 0;
-    if (control && control->TakeDroppedConnected() && !connectionTold) {
-        mayMissSuccess = true;
-        if (command != STATUS_COMMAND) // Its own reply is the answer.
+    if (control && control->TakeDroppedConnected()) {
+        mayMissSuccess = mayMissSuccess || !connectionTold;
+        // The status says the same as the event that went; the reply to itself says it already.
+        if (command != STATUS_COMMAND || reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
             checkStatusRequested = true;
     }
     return reply;
@@ -98,6 +99,7 @@ bool WpaSuppThread::TakeMissedSuccess()
         HearUnread(); // The event itself, where it came after all.
     if (!mayMissSuccess || !associated)
         return false;
+    NoteConnected();
     mayMissSuccess = false;
     connectionTold = true;
     takenUpTicks = TAKEN_UP_TICKS;

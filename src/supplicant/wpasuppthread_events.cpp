@@ -76,6 +76,14 @@ void WpaSuppThread::OnConnected()
 {
     // The event of a success that was just told without it, where nothing has come in between.
     const bool isTold = std::exchange(takenUpTicks, 0) > 0 && associated;
+    NoteConnected();
+    if (!isTold)
+        TellAssociation(true);
+}
+
+/// A success, by its event or where that was missed.
+void WpaSuppThread::NoteConnected()
+{
     badPassword = false;
     associated = true;
     lastFailure = {};
@@ -90,8 +98,6 @@ void WpaSuppThread::OnConnected()
         stopRunning = false;
         stopWaitsForNews = false;
     }
-    if (!isTold)
-        TellAssociation(true);
 }
 
 void WpaSuppThread::OnDisconnected()

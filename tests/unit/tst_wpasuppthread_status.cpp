@@ -43,6 +43,9 @@ private slots:
     void asksAfterALossHoweverItIsConnectedAgain();
     void takesUpNoSuccessThatWasTold();
     void takesUpNoSuccessThatIsOver();
+    void asksAgainWhereTheReplyIsLostWithTheSuccess();
+    void takesUpADroppedSuccessAfterARefusal();
+    void successThatWasTakenUpEndsWhatWasToldBefore();
     void eventOfASuccessThatWasTakenUpConfirmsIt();
     void eventLongAfterWhatWasTakenUpIsTold();
     void eventAfterTheEndOfWhatWasTakenUpIsTold_data();
@@ -436,6 +439,53 @@ void TestWpaSuppThreadStatus::takesUpNoSuccessThatIsOver()
     QVERIFY(!supervisor->TakeMissedSuccess());
 }
 
+void TestWpaSuppThreadStatus::asksAgainWhereTheReplyIsLostWithTheSuccess()
+{
+    supervisor->Supervise();
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {CONNECTED};
+    answer.silent = true;
+    supplicant->SetAnswer("STATUS", answer);
+    supervisor->CheckStatus();
+    QVERIFY(!supervisor->IsAssociated());
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+
+    supervisor->Tick(2);
+
+    QVERIFY(supervisor->TakeMissedSuccess());
+}
+
+/// It is the same connection to whoever listens, but we ourselves are associated again.
+void TestWpaSuppThreadStatus::takesUpADroppedSuccessAfterARefusal()
+{
+    supervisor->Supervise();
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE "));
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    ConnectDuring("RECONFIGURE", "OK\n");
+    supervisor->Reconfigure();
+
+    supervisor->Tick(2);
+
+    QVERIFY(supervisor->IsAssociated());
+    QVERIFY(!supervisor->TakeMissedSuccess());
+}
+
+void TestWpaSuppThreadStatus::successThatWasTakenUpEndsWhatWasToldBefore()
+{
+    const auto refuse = [this] {
+        supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE "));
+    };
+    refuse();
+    TakeUpASuccess();
+
+    QCOMPARE(supervisor->LastFailure().reason, QString());
+    QCOMPARE(supervisor->StatusText(), QStringLiteral("Associated"));
+    QCOMPARE(TestSupport::LogText().count("MessageReceived -- connected"), 1);
+    refuse();
+    QCOMPARE(TestSupport::LogText().count("INVALID PASSWORD FOR NETWORK"), 2);
+}
+
 void TestWpaSuppThreadStatus::eventOfASuccessThatWasTakenUpConfirmsIt()
 {
     TakeUpASuccess();
@@ -456,7 +506,7 @@ void TestWpaSuppThreadStatus::eventLongAfterWhatWasTakenUpIsTold()
 {
     TakeUpASuccess();
     QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
-    supervisor->Tick(10);
+    supervisor->Tick(3);
 
     supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
 
