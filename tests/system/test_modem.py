@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
-"""The modem between wired and wireless, by the calls of its tool: when it is asked, configured, given up, taken down."""
+"""The modem between wired and wireless: when its tool is asked to connect, to configure, to disconnect."""
 
 import os
 from pathlib import Path
