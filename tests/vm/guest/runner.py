@@ -32,7 +32,7 @@ SOME_FAILED = 3
 PROCESSES = 20000
 LOGS = Path("/mnt")
 # What a failed scenario leaves behind for the reader.
-KEPT = "/var/log /tmp/*.conf /tmp/*.log /tmp/ap* /tmp/corvi-output /tmp/config /tmp/fakes"
+KEPT = "/var/log /tmp/*.conf /tmp/*.log /tmp/ap* /tmp/corvi-output /tmp/config"
 
 print_lock = threading.Lock()
 
@@ -100,7 +100,8 @@ def run_scenario(scenario, source, number):
     own_numbers = f"echo {number * PROCESSES} >/proc/sys/kernel/ns_last_pid"
     script = f'{own_numbers} || exit; "$@"; status=$?; [ $status = 0 ] || {keep}; exit $status'
     command = [*private_machine(scenario, source), "/bin/sh", "-c", script, "sh",
-               "/usr/bin/python3", "-X", "pycache_prefix=/dev/shm/pycache", "-u", scenarios.__file__, scenario.name]
+               "/usr/bin/python3", "-X", f"pycache_prefix={sys.pycache_prefix}", "-u",
+               scenarios.__file__, scenario.name]
     begin = time.monotonic()
     process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                text=True, errors="replace")
