@@ -46,6 +46,7 @@ void TellOfRefusal(const InstanceLock::Refusal &refusal)
 int main(int argc, char *argv[])
 {
     ProcessSetting::OpenClosedStreams();
+    ProcessSetting::ResetSignals();
     ProcessSetting::SetMissingPath();
     ProcessSetting::OutliveReaders();
     ProcessMemory::KeepToOurselves();

@@ -27,6 +27,19 @@ void ProcessSetting::OpenClosedStreams()
         ::close(fd);
 }
 
+void ProcessSetting::ResetSignals()
+{
+    for (int number = 1; number < NSIG; ++number) {
+        struct sigaction inherited = {};
+        // A handler is a debugging library's own.
+        if (::sigaction(number, nullptr, &inherited) == 0 && inherited.sa_handler == SIG_IGN)
+            ::signal(number, SIG_DFL);
+    }
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 void ProcessSetting::SetMissingPath()
 {
     ::setenv("PATH", DEFAULT_PATH, 0);

@@ -11,6 +11,10 @@ namespace ProcessSetting {
 /// that is opened takes their numbers, and whatever prints prints into it.
 void OpenClosedStreams();
 
+/// What is ignored or blocked where we were started (execve(2) hands both on) is neither here nor in what we
+/// start: with SIGCHLD blocked no tool is seen to end, with SIGTERM none can be asked to.
+void ResetSignals();
+
 /// Without any PATH the C library looks in /bin and /usr/bin alone, where the tools are not. One that is set,
 /// to whatever, stays.
 void SetMissingPath();

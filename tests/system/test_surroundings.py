@@ -33,6 +33,17 @@ class Surroundings(SystemTest):
         streams = [os.readlink(f"/proc/{process.pid}/fd/{number}") for number in range(3)]
         self.assertEqual(streams, ["/dev/null"] * 3)
 
+    def test_signals_that_the_starter_blocks_or_ignores(self):
+        def block():
+            signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGCHLD, signal.SIGTERM])
+            signal.signal(signal.SIGUSR1, signal.SIG_IGN)
+        process = self.start(DAEMON, preexec_fn=block)
+
+        # With SIGCHLD blocked, no tool was seen to end before its limit of 30 s.
+        self.works(process)
+        process.terminate()
+        self.assertEqual(process.wait(20), 0)
+
     def test_tools_are_found_without_an_environment(self):
         process = self.start("/usr/bin/env", "-i", DAEMON)
 

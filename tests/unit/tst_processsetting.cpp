@@ -48,6 +48,8 @@ private Q_SLOTS:
     void closedStreamsLeadNowhere_data();
     void closedStreamsLeadNowhere();
     void openStreamsStayAndNothingElseIsOpen();
+    void inheritedSignalsAreReset();
+    void handlersStay();
     void missingPathIsSet();
     void pathThatIsSetStays_data();
     void pathThatIsSetStays();
@@ -87,6 +89,31 @@ void TestProcessSetting::openStreamsStayAndNothingElseIsOpen()
         ProcessSetting::OpenClosedStreams();
         return ::fstat(STDOUT_FILENO, &after) == 0 && before.st_ino == after.st_ino &&
                ::dup(STDOUT_FILENO) == next;
+    }));
+}
+
+void TestProcessSetting::inheritedSignalsAreReset()
+{
+    QVERIFY(HoldsInChild([] {
+        sigset_t blocked;
+        ::sigemptyset(&blocked);
+        ::sigaddset(&blocked, SIGCHLD);
+        ::sigprocmask(SIG_SETMASK, &blocked, nullptr);
+        ::signal(SIGTERM, SIG_IGN);
+        ProcessSetting::ResetSignals();
+        ::sigprocmask(SIG_SETMASK, nullptr, &blocked);
+        return ::sigismember(&blocked, SIGCHLD) == 0 && ::signal(SIGTERM, SIG_DFL) == SIG_DFL;
+    }));
+}
+
+void TestProcessSetting::handlersStay()
+{
+    QVERIFY(HoldsInChild([] {
+        const auto handler = [](int) {
+        };
+        ::signal(SIGUSR1, handler);
+        ProcessSetting::ResetSignals();
+        return ::signal(SIGUSR1, SIG_DFL) == static_cast<void (*)(int)>(handler);
     }));
 }
 
