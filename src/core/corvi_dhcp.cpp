@@ -68,7 +68,7 @@ void Corvi::PublishAddress(NetworkDevice *d)
         return;
     }
     LogOnce(addressReport, d->name) << "Corvi::PublishAddress - the address is gone:" << d->name;
-    d->ipAnnounced = false;
+    d->NoteAddressGone();
     ShareStatus(d);
 }
 

@@ -201,6 +201,12 @@ void NetworkDevice::UpdateIpInformation()
     ipAnnounced = true;
 }
 
+void NetworkDevice::NoteAddressGone()
+{
+    ipAnnounced = false;
+    reports->address.Over();
+}
+
 QString NetworkDevice::toString() const
 {
     QStringList lines = {

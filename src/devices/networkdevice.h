@@ -65,6 +65,8 @@ public:
     void RefreshStatus();
     /// Publishes the addresses and reports an address that is present with event (1, 1).
     void UpdateIpInformation();
+    /// The address went without our doing: that it is back, the same one too, is news.
+    void NoteAddressGone();
     QString toString() const;
     /// Called by whoever publishes the record.
     void NotePublished();

@@ -35,6 +35,7 @@ private Q_SLOTS:
     void otherAddressIsReported();
     void lateAddressIsReported();
     void lostAddressIsPublishedWithoutAnEvent();
+    void addressThatIsBackIsTold();
     void addressThatStaysIsNotReportedAgain();
 
     // The static address
@@ -236,6 +237,20 @@ void TestCorviUpkeep::lostAddressIsPublishedWithoutAnEvent()
     QVERIFY(corvi.Segment() != before);
     QVERIFY(!corvi.WiredDevice()->ipAnnounced);
     QCOMPARE(LogCount("Corvi::PublishAddress - the address is gone: eth0"), 1);
+}
+
+void TestCorviUpkeep::addressThatIsBackIsTold()
+{
+    UseDhcpServer();
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    Flush("eth0");
+    corvi.Tick(2);
+    Forget();
+
+    FastClock::Advance(10s);
+    corvi.Tick();
+
+    QCOMPARE(LogLines().filter("NetworkDevice::UpdateIpInformation").size(), 1);
 }
 
 void TestCorviUpkeep::addressThatStaysIsNotReportedAgain()
