@@ -2,7 +2,7 @@
 # Copyright (c) 2026 The Corvi developers
 
 # Qt's headers, most of what the daemon takes to compile, read once. Only for this build: the one that ships shows that
-# each file includes what it uses.
+# each file includes what it uses. Not with a compiler cache, which cannot tell by such a header that it knows the rest.
 function(corvi_precompile)
     file(CONFIGURE OUTPUT precompiled.cpp CONTENT "")
     add_library(precompiled OBJECT ${CMAKE_CURRENT_BINARY_DIR}/precompiled.cpp)
@@ -12,4 +12,6 @@ function(corvi_precompile)
         target_precompile_headers(${target} REUSE_FROM precompiled)
     endforeach()
 endfunction()
-cmake_language(DEFER CALL corvi_precompile)
+if(NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    cmake_language(DEFER CALL corvi_precompile)
+endif()
