@@ -45,8 +45,9 @@ class WithState(SystemTest):
     def wait_state(self, expected, name="eth0", timeout=30):
         """Waits until the sentence of the interface matches. It must be one that the documentation explains."""
         try:
+            # Each look starts several programs, and every sentence lasts from one look of the daemon's to the next.
             match = wait_for(f"{name}: {expected}",
-                             lambda: re.fullmatch(expected, interface(name).get("waitsFor", "")), timeout)
+                             lambda: re.fullmatch(expected, interface(name).get("waitsFor", "")), timeout, interval=0.2)
         except AssertionError as error:
             raise AssertionError(f"{error}; is: {interface(name).get('waitsFor')}") from None
         sentence = without_numbers(match[0].partition(", after")[0].replace("attempts", "attempt"))
