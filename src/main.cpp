@@ -46,9 +46,7 @@ void TellOfRefusal(const InstanceLock::Refusal &refusal)
 int main(int argc, char *argv[])
 {
     ProcessSetting::OpenClosedStreams();
-    ProcessSetting::ResetSignals();
     ProcessSetting::SetMissingPath();
-    ProcessSetting::OutliveReaders();
     ProcessMemory::KeepToOurselves();
     ProcessMemory::GiveBackWhatIsFreed();
     QCoreApplication application(argc, argv);
@@ -56,6 +54,8 @@ int main(int argc, char *argv[])
 
     // First: a reload that is asked for while the daemon starts must not end it.
     ProcessSignals signalSource(nullptr);
+    ProcessSetting::ResetSignals();
+    ProcessSetting::OutliveReaders();
     const auto refusal = InstanceLock::Take();
     if (refusal && !refusal->isNews) {
         // The unit, or a script, starts it again and again: the lines of its start alone would fill the log.

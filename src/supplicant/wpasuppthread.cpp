@@ -175,7 +175,9 @@ void WpaSuppThread::MyTimerTimeout()
     const JournalSubject subject(interface, definition);
     if (quitRequested)
         exit(0);
-    takenUpTicks = std::max(takenUpTicks - 1, 0);
+    if (waitingTicks <=
+        1) // Those that were held up follow at once: no time in which the event could be heard.
+        takenUpTicks = std::max(takenUpTicks - 1, 0);
     NoticeDeath();
     if (stopRunning)
         TickStopRunning();

@@ -3,6 +3,7 @@
 
 #include "wpasuppthread.h"
 
+#include "journal.h"
 #include "logging.h"
 
 namespace {
@@ -74,7 +75,7 @@ QString WpaSuppThread::SendCommand(const QString &command)
     if (!reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
         silentTicks = 0;
     if (control && control->TakeDroppedConnected()) {
-        mayMissSuccess = mayMissSuccess || !connectionTold;
+        mayMissSuccess = true;
         // The status says the same as the event that went; the reply to itself says it already.
         if (command != STATUS_COMMAND || reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
             checkStatusRequested = true;
@@ -99,8 +100,11 @@ bool WpaSuppThread::TakeMissedSuccess()
         HearUnread(); // The event itself, where it came after all.
     if (!mayMissSuccess || !associated)
         return false;
-    NoteConnected();
+    const JournalSubject subject(interface, definition);
     mayMissSuccess = false;
+    NoteConnected();
+    if (connectionTold)
+        return false;
     connectionTold = true;
     takenUpTicks = TAKEN_UP_TICKS;
     return true;

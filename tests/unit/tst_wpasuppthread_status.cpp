@@ -47,6 +47,7 @@ private slots:
     void takesUpADroppedSuccessAfterARefusal();
     void successThatWasTakenUpEndsWhatWasToldBefore();
     void eventOfASuccessThatWasTakenUpConfirmsIt();
+    void ticksThatWereHeldUpAreNoTimeForTheEvent();
     void eventLongAfterWhatWasTakenUpIsTold();
     void eventAfterTheEndOfWhatWasTakenUpIsTold_data();
     void eventAfterTheEndOfWhatWasTakenUpIsTold();
@@ -469,6 +470,7 @@ void TestWpaSuppThreadStatus::takesUpADroppedSuccessAfterARefusal()
 
     QVERIFY(supervisor->IsAssociated());
     QVERIFY(!supervisor->TakeMissedSuccess());
+    QCOMPARE(supervisor->LastFailure().reason, QString());
 }
 
 void TestWpaSuppThreadStatus::successThatWasTakenUpEndsWhatWasToldBefore()
@@ -500,6 +502,19 @@ void TestWpaSuppThreadStatus::eventOfASuccessThatWasTakenUpConfirmsIt()
     // The next one is news again, as of an access point that was changed for another.
     supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
     QCOMPARE(changes, (QList<QList<QVariant>>{{true}}));
+}
+
+/// As of a DHCP client that took long: the ticks come before what was said meanwhile.
+void TestWpaSuppThreadStatus::ticksThatWereHeldUpAreNoTimeForTheEvent()
+{
+    TakeUpASuccess();
+    QSignalSpy changes(supervisor.get(), &WpaSuppThread::associatedChanged);
+    supervisor->LagBehind(2);
+    supervisor->Tick(10);
+
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+
+    QCOMPARE(changes.size(), 0);
 }
 
 void TestWpaSuppThreadStatus::eventLongAfterWhatWasTakenUpIsTold()
