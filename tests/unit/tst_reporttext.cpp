@@ -28,6 +28,9 @@ private Q_SLOTS:
     void ipv6AddressesAreShown();
     void bridgeIsNamedOne();
     void rowsOfALinkThatIsDown();
+    void rowSaysWhatIsKnown_data();
+    void rowSaysWhatIsKnown();
+    void rowWithoutAValueIsLeftOut();
     void noLineIsLongerThanATerminal();
     void longRowsGoOnBelowTheirValue();
     void noNameMovesTheCursor();
@@ -120,6 +123,67 @@ void TestReportText::rowsOfALinkThatIsDown()
     QVERIFY(text.contains("  Link:         down, no carrier, 02:00:5E:10:00:01\n"));
     QVERIFY(text.contains(", without an end\n"));
     QVERIFY(text.contains("  Definition:   lan: the only one for a wired interface, static address\n"));
+}
+
+void TestReportText::rowSaysWhatIsKnown_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<QString>("row");
+    const auto row = [](const char *name, const char *expected, const Change &change) {
+        QTest::newRow(name) << change << QString(expected);
+    };
+    const auto supplicant = [&row](const char *name, const char *expected, const SupplicantFacts &facts) {
+        row(name, expected, [facts](SystemReport &system) { system.interfaces[0].supplicant = facts; });
+    };
+    row("no speed", "  Link:         up, carrier, 02:00:5E:10:00:01\n",
+        [](SystemReport &system) { system.interfaces[0].link.speedMbits = 0; });
+    row("lowest speed", "  Link:         up, carrier, 1 Mbit/s, 02:00:5E:10:00:01\n",
+        [](SystemReport &system) { system.interfaces[0].link.speedMbits = 1; });
+    row("no MAC address", "  Link:         up, carrier, 1000 Mbit/s\n",
+        [](SystemReport &system) { system.interfaces[0].link.macAddress.clear(); });
+    row("no address", "  Address:      none\n",
+        [](SystemReport &system) { system.interfaces[0].link.addresses.clear(); });
+    row("no name server", "  Resolver:     none\n", [](SystemReport &system) { system.resolver.clear(); });
+    row("no server of the lease", "  Lease:        from none, without an end\n",
+        [](SystemReport &system) { system.interfaces[0].lease = LeaseFacts(); });
+    row("no definition", "  Definition:   none\n",
+        [](SystemReport &system) { system.interfaces[0].daemon->definition.clear(); });
+    row("no daemon's word", "\neth0: wired, carries the traffic\n",
+        [](SystemReport &system) { system.interfaces[0].daemon.reset(); });
+    supplicant("supplicant that does not answer", "  Supplicant:   it is slow\n",
+               {"it is slow", "COMPLETED", "Office", {}, {}, {}, {}});
+    supplicant("state of the supplicant alone", "  Supplicant:   SCANNING\n",
+               {{}, "SCANNING", {}, {}, {}, {}, {}});
+    supplicant("supplicant before its method", "  Supplicant:   ASSOCIATED, EAP IDLE\n",
+               {{}, "ASSOCIATED", {}, {}, "IDLE", {}, {}});
+}
+
+void TestReportText::rowSaysWhatIsKnown()
+{
+    QFETCH(Change, change);
+    QFETCH(QString, row);
+    SystemReport system = SystemWith(Connected());
+    change(system);
+
+    const QString text = ReportText::ForPerson(system, false);
+
+    QVERIFY2(text.contains(row), qPrintable(text));
+}
+
+void TestReportText::rowWithoutAValueIsLeftOut()
+{
+    InterfaceReport interface = Connected();
+    interface.link.gateway.clear();
+    interface.isCarrier = false;
+
+    QCOMPARE(ReportText::ForPerson(SystemWith(interface, "eth1"), false),
+             QString("Corvi runs (process 17).\n"
+                     "\n"
+                     "eth0: wired\n"
+                     "  State:        has an address, while eth1 carries the traffic\n"
+                     "  Link:         up, carrier, 1000 Mbit/s, 02:00:5E:10:00:01\n"
+                     "  Address:      10.0.0.5/24\n"
+                     "  Definition:   lan: the only one for a wired interface\n"));
 }
 
 void TestReportText::noLineIsLongerThanATerminal()
@@ -277,6 +341,7 @@ void TestReportText::textIsWrapped_data()
     QTest::newRow("too long") << "one two three" << QStringList{"one two", "three"};
     QTest::newRow("long word") << "a 123456789" << QStringList{"a", "1234567", "89"};
     QTest::newRow("long word first") << "123456789 a" << QStringList{"1234567", "89 a"};
+    QTest::newRow("exact word alone") << "1234567" << QStringList{"1234567"};
     QTest::newRow("exact word") << "1234567 a" << QStringList{"1234567", "a"};
 }
 

@@ -14,6 +14,8 @@ class TestSpelling : public QObject
 private Q_SLOTS:
     void nearestWordIsFound_data();
     void nearestWordIsFound();
+    void nearnessHasALimit_data();
+    void nearnessHasALimit();
     void firstOfSeveralIsTaken();
     void exchangedLettersAreNearerThanAReplacedOne();
     void rightWordNeedsNoOther();
@@ -57,6 +59,26 @@ void TestSpelling::nearestWordIsFound()
     QFETCH(QString, word);
 
     QTEST(NearestWord(word, QStringList{"name", "password", "netmask"} + SecurityModes.keys()), "nearest");
+}
+
+void TestSpelling::nearnessHasALimit_data()
+{
+    QTest::addColumn<int>("common");
+    QTest::addColumn<int>("more");
+    QTest::addColumn<bool>("isNear");
+    QTest::newRow("two thirds of the letters") << 2 << 2 << true;
+    QTest::newRow("less") << 1 << 2 << false;
+    QTest::newRow("six letters more") << 32 << 6 << true;
+    QTest::newRow("seven letters more") << 32 << 7 << false;
+}
+
+void TestSpelling::nearnessHasALimit()
+{
+    QFETCH(int, common);
+    QFETCH(int, more);
+    const QString word(common, 'x');
+
+    QTEST(!NearestWord(word, {word + QString(more, 'y')}).isEmpty(), "isNear");
 }
 
 void TestSpelling::firstOfSeveralIsTaken()

@@ -75,6 +75,11 @@ private Q_SLOTS:
     void showsTheStatusToAPerson();
     void showsTheStatusToAProgram();
     void showsEveryInterface();
+    void waitEndsWithAnAddress();
+    void waitInVainSaysWhy_data();
+    void waitInVainSaysWhy();
+    void archiveIsNamed();
+    void archiveThatCannotBeMadeIsAFailure();
     void refusesADamagedRecord();
     void waitsForTheLock();
     void outputThatIsLostIsAFailure_data();
@@ -88,6 +93,8 @@ private Q_SLOTS:
     void watchWorksWithoutADaemon();
     void watchDoesNotKeepTheSegment();
     void watchReportsABrokenEvent();
+    void connectionBringsOneEvent();
+    void eventsAreTakenOfItsOwnUserAlone();
     void secondWatcherIsRefused();
     void listenerThatIsBusyKeepsItsSocket();
     void deadListenersSocketIsTakenOver();
@@ -204,6 +211,68 @@ void TestCorviStatus::showsEveryInterface()
     QVERIFY(person.output.contains("\neth1: wired\n  State:        the link is down\n"));
     QCOMPARE(program.exitCode, 0);
     QVERIFY(QJsonDocument::fromJson(program.output.toUtf8()).object().contains("interfaces"));
+}
+
+void TestCorviStatus::waitEndsWithAnAddress()
+{
+    TestSupport::MakeVeth("eth0", "eth1");
+    const auto removal = qScopeGuard([] { TestSupport::RemoveInterfaces(); });
+    for (const char *name : {"eth0", "eth1"})
+        TestSupport::RealIp({"link", "set", "dev", name, "up"});
+    QProcess waiting;
+    waiting.start(CORVI_STATUS, {"--wait", "--interface", "eth0"});
+    QVERIFY(!waiting.waitForFinished(500));
+
+    TestSupport::RealIp({"addr", "add", "192.0.2.5/24", "dev", "eth0"});
+
+    QVERIFY(waiting.waitForFinished(LIMIT_MS));
+    QCOMPARE(waiting.exitCode(), 0);
+    QCOMPARE(Run({"--wait"}).exitCode, 0);
+    QCOMPARE(Run({"--wait", "--interface", "eth1", "--timeout", "0"}).exitCode, 2);
+}
+
+void TestCorviStatus::waitInVainSaysWhy_data()
+{
+    QTest::addColumn<QString>("interface");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("link that is down") << "eth0"
+                                       << "eth0: the link is down";
+    QTest::newRow("no link") << "eth7"
+                             << "there is no such interface";
+}
+
+void TestCorviStatus::waitInVainSaysWhy()
+{
+    QFETCH(QString, interface);
+    QFETCH(QString, reason);
+    TestSupport::MakeVeth("eth0", "eth1");
+    const auto removal = qScopeGuard([] { TestSupport::RemoveInterfaces(); });
+
+    const Result result = Run({"--wait", "--timeout", "0", "--interface", interface});
+
+    QCOMPARE(result.exitCode, 2);
+    QCOMPARE(result.output, QString());
+    QCOMPARE(result.error, "corvi-status: no address in time: " + reason + '\n');
+}
+
+void TestCorviStatus::archiveIsNamed()
+{
+    const Result result = Run({"--report", "/tmp"});
+
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.error, QString());
+    QVERIFY2(result.output.startsWith("/tmp/corvi-report-") && result.output.endsWith(".tar.gz\n"),
+             qPrintable(result.output));
+    QVERIFY(QFile::exists(result.output.trimmed()));
+}
+
+void TestCorviStatus::archiveThatCannotBeMadeIsAFailure()
+{
+    const Result result = Run({"--report", "/tmp/nowhere"});
+
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.output, QString());
+    QCOMPARE(result.error, QString("corvi-status: /tmp/nowhere: No such file or directory\n"));
 }
 
 void TestCorviStatus::refusesADamagedRecord()
@@ -400,6 +469,28 @@ void TestCorviStatus::watchReportsABrokenEvent()
              "corvi-status: an event of 2 bytes instead of 4 was left out\n");
 }
 
+void TestCorviStatus::connectionBringsOneEvent()
+{
+    Watcher watcher;
+
+    QVERIFY(SendEvent(QByteArray::fromHex("0001000100020001")));
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+
+    QCOMPARE(watcher.OutputWith("event 3").count("event"), 2);
+    watcher.tool.waitForReadyRead(0);
+    QCOMPARE(QString::fromUtf8(watcher.tool.readAllStandardError()), QString());
+}
+
+void TestCorviStatus::eventsAreTakenOfItsOwnUserAlone()
+{
+    Watcher watcher;
+    QVERIFY(SendEvent(QByteArray::fromHex("00030000")));
+
+    const QFile::Permissions others =
+        QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
+    QCOMPARE(QFile::permissions(SOCKET) & others, QFile::Permissions());
+}
+
 void TestCorviStatus::secondWatcherIsRefused()
 {
     Watcher watcher;
@@ -506,6 +597,10 @@ void TestCorviStatus::badCommandLineFails_data()
         << QStringList{"--wait", "--json"} << "--wait and --report have nothing to print with --json\n";
     QTest::newRow("report for a program") << QStringList{"--report", "/nowhere", "--json"}
                                           << "--wait and --report have nothing to print with --json\n";
+    QTest::newRow("wait and report") << QStringList{"--wait", "--report", "/nowhere"}
+                                     << "--all, --watch, --wait and --report are for one at a time\n";
+    QTest::newRow("report without a folder")
+        << QStringList{"--report", ""} << "corvi-status: --report needs a folder\n";
     QTest::newRow("limit that is no number")
         << QStringList{"--wait", "--timeout", "soon"} << "not a number of seconds: soon";
     QTest::newRow("limit before now")

@@ -47,15 +47,23 @@ void TestStoreAdvice::settingIsAdvisedOn_data()
     const auto row = [](const char *name, const QByteArray &elements, const QString &line) {
         QTest::newRow(name) << elements << (line.isEmpty() ? QStringList() : QStringList{line});
     };
-    row("known", "<useNewDriver>true</useNewDriver><bonding_mode>6</bonding_mode>", "");
+    row("known", "<useNewDriver>true</useNewDriver><bonding_mode>1</bonding_mode>", "");
+    for (const char *mode : {"0", "6"})
+        row(mode, QByteArray("<bonding_mode>") + mode + "</bonding_mode>", "");
+    row("false", "<useNewDriver>false</useNewDriver>", "");
     row("another program's", "<wallpaper>blue</wallpaper>", "");
     row("empty", "<useNewDriver/>", "");
     row("boolean in capitals", "<UseApScan>TRUE</UseApScan>",
         "error: property \"UseApScan\" (boolean): is neither true nor false; it counts as false (did you "
         "mean \"true\"?)");
+    row("boolean with a capital", "<FilterSsids>False</FilterSsids>",
+        "error: property \"FilterSsids\" (boolean): is neither true nor false; it counts as false (did you "
+        "mean \"false\"?)");
     row("boolean as a word", "<bonding_enable>yes</bonding_enable>",
         "error: property \"bonding_enable\" (boolean): is neither true nor false; it counts as false");
     row("bonding mode by name", "<bonding_mode>active-backup</bonding_mode>",
+        "error: property \"bonding_mode\" (whole number): is not a mode from 0 to 6");
+    row("bonding mode too small", "<bonding_mode>-1</bonding_mode>",
         "error: property \"bonding_mode\" (whole number): is not a mode from 0 to 6");
     row("bonding mode too large", "<bonding_mode>7</bonding_mode>",
         "error: property \"bonding_mode\" (whole number): is not a mode from 0 to 6");
@@ -122,6 +130,8 @@ void TestStoreAdvice::networkIsAdvisedOn_data()
         "error: " + property + "is not Auto or three words, such as 100 Mbps Full; the speed stays";
     row("speed", "lan", speed("100 Mbps Full"), "");
     row("speed and half duplex", "lan", speed("10 x Half"), "");
+    row("speed of one", "lan", speed("1 Mbps Full"), "");
+    row("speed of nothing", "lan", speed("0 Mbps Full"), noSpeed.arg("0 Mbps Full"));
     row("speed as it is negotiated", "lan", speed("Auto"), "");
     row("speed of a radio", "Office", ssid + speed("fast"), "");
     row("speed without duplex", "lan", speed("1000"), noSpeed.arg("1000"));
@@ -131,7 +141,9 @@ void TestStoreAdvice::networkIsAdvisedOn_data()
         "warning: " + property.arg("100 Mbps full") +
             "ends with neither Full nor Half, and sets half duplex");
 
-    row("name server of our own", "lan", "<staticDns>true</staticDns><dns2>10.0.0.1</dns2>", "");
+    for (const QByteArray &server : QByteArrayList{"dns1", "dns2"})
+        row(server.constData(), "lan", "<staticDns>true</staticDns><" + server + ">10.0.0.1</" + server + ">",
+            "");
     row("name servers of our own, but none", "lan", "<staticDns>true</staticDns><domain>a.example</domain>",
         "warning: network \"lan\", property \"staticDns\" (boolean): stands without dns1 and dns2: there is "
         "no name server, not even DHCP's");

@@ -377,6 +377,8 @@ void TestStoreCheck::whatNobodyReadsIsTold_data()
         << "property \"staticIp\": has attributes; they are not used";
     QTest::newRow("value without its element")
         << QByteArray("<c><network>\n <name>lan</name>|secret</network></c>") << text;
+    QTest::newRow("text behind blanks")
+        << QByteArray("<c><network>\n <name>lan</name>  |secret</network></c>") << text;
     QTest::newRow("text on a line of its own")
         << QByteArray("<c>\n<!-- a -->\n  |secret &amp; more\n<network><name>lan</name></network></c>")
         << text;

@@ -111,6 +111,10 @@ void TestVerdict::linkDecides_data()
                 MakeWireless(i);
                 i.daemon->isInUse = false;
             });
+    AddCase("modem, which needs none", "connected", "connected", [](auto &i) {
+        i.daemon->kind = "modem";
+        i.daemon->definitionCount = 0;
+    });
     AddCase("no definition", "no-definition", "the store defines no network for a wired interface",
             [](auto &i) { i.daemon->definitionCount = 0; });
 }
@@ -147,6 +151,11 @@ void TestVerdict::authenticationDecides_data()
         i.supplicant = SupplicantFacts();
         i.supplicant->state = "SCANNING";
     });
+    AddCase("radio looks again", "no-network", "no carrier: looking for a network of the store", [](auto &i) {
+        MakeWireless(i);
+        i.supplicant = SupplicantFacts();
+        i.supplicant->state = "DISCONNECTED";
+    });
     AddCase("radio joins", "associating", "no carrier: joining a network", [](auto &i) {
         MakeWireless(i);
         i.supplicant = SupplicantFacts();
@@ -174,6 +183,18 @@ void TestVerdict::addressDecides_data()
     AddCase("first attempt", "dhcp", "asking for an address by DHCP for 3 s", [&](auto &i) {
         lacks(i);
         i.daemon->dhcpSince = NOW_MS - 3000;
+    });
+    AddCase("half a second", "dhcp", "asking for an address by DHCP for 1 s", [&](auto &i) {
+        lacks(i);
+        i.daemon->dhcpSince = NOW_MS - 500;
+    });
+    AddCase("less than half a second", "dhcp", "asking for an address by DHCP for 0 s", [&](auto &i) {
+        lacks(i);
+        i.daemon->dhcpSince = NOW_MS - 499;
+    });
+    AddCase("many seconds", "dhcp", "asking for an address by DHCP for 1000 s", [&](auto &i) {
+        lacks(i);
+        i.daemon->dhcpSince = NOW_MS - 1000000;
     });
     AddCase("fourth attempt", "dhcp",
             "asking for an address by DHCP for 3 s, after 3 attempts without an answer", [&](auto &i) {
