@@ -109,7 +109,7 @@ QString TrustProblem(const QString &path)
 {
     QByteArray trusted; // so far, without a slash at its end: empty is the root folder
     QByteArrayList rest = QFile::encodeName(path).split('/');
-    for (int links = 0; !rest.isEmpty() && links < LINK_LIMIT;) {
+    for (int links = 0; !rest.isEmpty() && links <= LINK_LIMIT;) {
         const QByteArray name = rest.takeFirst();
         if (name.isEmpty() || name == ".")
             continue;

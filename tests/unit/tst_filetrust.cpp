@@ -90,6 +90,7 @@ private Q_SLOTS:
     void linkLeadsToWhatCounts_data();
     void linkLeadsToWhatCounts();
     void temporaryFolderMustBeSticky();
+    void lastLinkThatTheKernelFollowsCounts();
     void linkThatLeadsToItselfEnds();
 };
 
@@ -116,6 +117,7 @@ void TestFileTrust::ownFileIsTrusted_data()
     QTest::newRow("in a missing folder") << FOLDER + "missing/missing";
     QTest::newRow("of the system") << "/etc/passwd";
     QTest::newRow("by a way around") << FOLDER + "./../xmlconfig//store";
+    QTest::newRow("by way of the root") << "/tmp/.." + PATH;
     QTest::newRow("above the root") << "/../../.." + PATH;
 }
 
@@ -315,6 +317,23 @@ void TestFileTrust::temporaryFolderMustBeSticky()
     TestSupport::SetMode("/tmp", 0777);
 
     QCOMPARE(TrustProblem(PATH), QString("/tmp may be written by others than its owner"));
+}
+
+void TestFileTrust::lastLinkThatTheKernelFollowsCounts()
+{
+    QString target = "/tmp/elsewhere/store";
+    TestSupport::SetMode(target, 0666);
+    const auto isFollowed = [&target] {
+        return QFile(target).open(QIODevice::ReadOnly);
+    };
+    QString last;
+    for (int links = 0; isFollowed(); ++links) {
+        last = target;
+        target = FOLDER + QStringLiteral("link%1").arg(links);
+        QVERIFY(QFile::link(last, target));
+    }
+
+    QCOMPARE(TrustProblem(last), QString("/tmp/elsewhere/store may be written by others than its owner"));
 }
 
 void TestFileTrust::linkThatLeadsToItselfEnds()
