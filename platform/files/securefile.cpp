@@ -105,7 +105,7 @@ bool SecureFile::ReplaceLasting(const QString &path, const QByteArray &contents,
 bool SecureFile::Remove(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
-    if (::unlink(name.constData()) == 0 || errno == ENOENT || IsNothingAt(name))
+    if (::unlink(name.constData()) == 0 || IsNothingAt(name))
         return true;
     if (errno != EISDIR)
         return false;

@@ -146,7 +146,6 @@ void CachedSection::Restore()
 void CachedSection::ReportUnreadable(const QString &reason)
 {
     stamp = {};
-    mayChangeUnseen = false;
     digest.clear();
     if (unreadable.IsNews(reason))
         Refuse(reason);
