@@ -25,6 +25,8 @@ const QString OTHER = FOLDER + QStringLiteral("other");
 
 /// What stood at the path when the disk was waited for.
 QStringList syncs;
+/// Why that fails; 0 where it does not.
+int syncError = 0;
 
 mode_t ModeOf(const QString &path)
 {
@@ -77,7 +79,8 @@ extern "C" int fdatasync(int fd)
     using SyncFunction = int (*)(int);
     static const auto real = reinterpret_cast<SyncFunction>(::dlsym(RTLD_NEXT, "fdatasync"));
     syncs << QString::fromUtf8(TestSupport::ReadFile(PATH));
-    return real(fd);
+    errno = syncError;
+    return syncError == 0 ? real(fd) : -1;
 }
 
 /// Files in a folder where others may have put something first.
@@ -109,6 +112,8 @@ private Q_SLOTS:
     void readFollowsASymbolicLinkUnlessToldNotTo();
     void noDescriptorIsLeftOpen();
     void onlyLastingContentsWaitForTheDisk();
+    void contentsThatDoNotReachTheDiskAreAFailure_data();
+    void contentsThatDoNotReachTheDiskAreAFailure();
 };
 
 void TestSecureFile::init()
@@ -371,6 +376,28 @@ void TestSecureFile::onlyLastingContentsWaitForTheDisk()
     // Before the new file is put in place.
     QCOMPARE(syncs, QStringList{"old"});
     QCOMPARE(TestSupport::ReadFile(PATH), QByteArray("new"));
+}
+
+void TestSecureFile::contentsThatDoNotReachTheDiskAreAFailure_data()
+{
+    QTest::addColumn<int>("reason");
+    QTest::addColumn<bool>("isWritten");
+    QTest::newRow("disk that fails") << EIO << false;
+    QTest::newRow("no disk to wait for") << EINVAL << true;
+}
+
+void TestSecureFile::contentsThatDoNotReachTheDiskAreAFailure()
+{
+    QFETCH(int, reason);
+    QVERIFY(SecureFile::Replace(PATH, "old", 0600));
+
+    syncError = reason;
+    const bool isWritten = SecureFile::ReplaceLasting(PATH, "new", 0600);
+    syncError = 0;
+
+    QTEST(isWritten, "isWritten");
+    QCOMPARE(TestSupport::ReadFile(PATH), QByteArray(isWritten ? "new" : "old"));
+    QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
 }
 
 QTEST_GUILESS_MAIN(TestSecureFile)

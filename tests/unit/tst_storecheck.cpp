@@ -351,6 +351,7 @@ void TestStoreCheck::refusedStoreIsToldWithItsPlace_data()
     row("password with an ampersand", "<c><network><password>Tom&Jerry|;</password></network></c>",
         "Entity '...' not declared.");
     row("document type", "<!DOCTYPE c|><c></c>", "a document type definition is not accepted");
+    row("very long tag", "<|c a='" + QByteArray(17000, 'x') + "'/>", "a tag or a text is longer than 16 KiB");
     row("very long text", "<c>\n<|a>" + QByteArray(17000, 'x') + "</a></c>",
         "a tag or a text is longer than 16 KiB");
 }

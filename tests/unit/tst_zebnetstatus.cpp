@@ -31,6 +31,7 @@ private Q_SLOTS:
     void leavesOutTextThatDoesNotFit_data();
     void leavesOutTextThatDoesNotFit();
     void acceptsALongerSegment();
+    void acceptsTheFieldsAlone();
     void refusesBadBytes_data();
     void refusesBadBytes();
     void refusedBytesChangeNothing();
@@ -68,6 +69,7 @@ void TestZebNetStatus::readsBackWhatWasSet_data()
     QTest::newRow("wireless") << false << true << "10.0.0.5";
     QTest::newRow("both") << true << true << "255.255.255.255";
     QTest::newRow("nothing") << false << false << QString();
+    QTest::newRow("first and last printable character") << true << false << " ~";
     QTest::newRow("longest text") << true << true << QString(47, 'x');
 }
 
@@ -100,6 +102,7 @@ void TestZebNetStatus::leavesOutTextThatDoesNotFit_data()
     QTest::newRow("much too long") << QString(100000, 'x');
     QTest::newRow("not ASCII") << QString::fromUtf8("10.0.0.\xc3\xa9");
     QTest::newRow("control character") << QString("10.0.0.5\n");
+    QTest::newRow("delete") << QString("10.0.0.5\x7f");
 }
 
 void TestZebNetStatus::leavesOutTextThatDoesNotFit()
@@ -124,6 +127,15 @@ void TestZebNetStatus::acceptsALongerSegment()
     QCOMPARE(read.GetIp(), "10.0.0.5");
 }
 
+void TestZebNetStatus::acceptsTheFieldsAlone()
+{
+    ZebNetStatus read;
+
+    QVERIFY(read.SetData(ConnectedStatus().GetData().left(208)));
+
+    QCOMPARE(read.GetNetmask(), "255.255.255.0");
+}
+
 void TestZebNetStatus::refusesBadBytes_data()
 {
     QTest::addColumn<QByteArray>("data");
@@ -142,6 +154,7 @@ void TestZebNetStatus::refusesBadBytes_data()
     QTest::newRow("text without an end") << changed(64, QByteArray(48, 'x'));
     QTest::newRow("last text without an end") << changed(160, QByteArray(48, 'x'));
     QTest::newRow("escape sequence in a text") << changed(64, "\x1b[2J");
+    QTest::newRow("delete in a text") << changed(64, "\x7f");
     QTest::newRow("byte beyond ASCII") << changed(64, "\xff");
 }
 
