@@ -56,6 +56,7 @@ MORE_TESTS = {
     "src/support/processmemory": ["tst_corvi_memory", "tst_corvi_process"],
     "src/support/program": ["tst_utils*", "tst_modem", "tst_interfacekind"],
     "platform/rules/securitymodes": ["tst_zebcheck", "tst_namednetwork*", "tst_storecheck"],
+    "platform/rules/supplicantvalues": ["tst_supplicantline", "tst_zebcheck", "tst_namednetwork*", "tst_storeplan"],
     "platform/rules": ["tst_zebcheck", "tst_namednetwork*", "tst_wpasupplicantcfg*", "tst_storecheck", "tst_spelling"],
     "platform/status": ["tst_zebnetstatus", "tst_corvi_status", "tst_statustool"],
     "platform/zeb": ["tst_zeb*"],
