@@ -102,6 +102,7 @@ private Q_SLOTS:
     void removeTakesWhateverIsThere_data();
     void removeTakesWhateverIsThere();
     void removeTellsOfAFailure();
+    void removeTellsWhereThereIsNoRoomBesideAFolder();
     void removeFindsNothingOnAReadOnlyDisk();
     void onlyAPlainFileOfOursIsOurs_data();
     void onlyAPlainFileOfOursIsOurs();
@@ -231,6 +232,16 @@ void TestSecureFile::removeTellsOfAFailure()
 
     QCOMPARE(TestSupport::ReadFile(PATH + "/file"), QByteArray("kept"));
     QCOMPARE(FilesInFolder(), (QStringList{"file", "other"}));
+}
+
+void TestSecureFile::removeTellsWhereThereIsNoRoomBesideAFolder()
+{
+    const QString longName = FOLDER + QString(255, 'x');
+    TestSupport::WriteFile(longName + "/file", "kept");
+
+    QVERIFY(!SecureFile::Remove(longName));
+
+    QCOMPARE(TestSupport::ReadFile(longName + "/file"), QByteArray("kept"));
 }
 
 void TestSecureFile::removeFindsNothingOnAReadOnlyDisk()
