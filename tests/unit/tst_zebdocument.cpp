@@ -34,10 +34,13 @@ private Q_SLOTS:
     void textOf16KiBIsTheLongest();
     void problemKnowsItsPlace_data();
     void problemKnowsItsPlace();
+    void veryLongNameIsCut_data();
+    void veryLongNameIsCut();
     void leftOutNetworkKeepsItsLastGoodDefinition();
     void goodNetworkIsNotReplacedByItsEarlierDefinition_data();
     void goodNetworkIsNotReplacedByItsEarlierDefinition();
     void writtenSectionReadsTheSame();
+    void writtenSectionHasALineForEachElement();
 };
 
 void TestZebDocument::malformedTextIsRefused_data()
@@ -59,6 +62,9 @@ void TestZebDocument::malformedTextIsRefused_data()
         << "<c>\n" + QByteArray("<a>\xc3\xbc</a>\n").repeated(3000) + "<a>K\xc3\xbc\xfc</a>\n</c>"
         << "line 3002, column 6: Encountered incorrectly encoded";
     QTest::newRow("less than, unescaped") << QByteArray("<c><a>b<c<d</a></c>") << "but got '<'";
+    QTest::newRow("quote for a name") << QByteArray("<c><'/></c>") << "line 1, column 5: Unexpected '...'.";
+    QTest::newRow("ampersand in a tag") << QByteArray("<c></c&>") << "Expected '>', but got '&'.";
+    QTest::newRow("blank left out") << QByteArray("<c a='1'b='2'/>") << "Expected '>' or '/', but got '...'.";
     QTest::newRow("binary zeros") << QByteArray(100, '\0') << "line 1";
     QTest::newRow("unknown entity") << QByteArray("<c><a>&secret;</a></c>") << "Entity '...' not declared";
     QTest::newRow("control character") << QByteArray("<c><a>&#1;</a></c>") << "line 1, column";
@@ -291,6 +297,28 @@ void TestZebDocument::problemKnowsItsPlace()
     QVERIFY(problem.Text().startsWith(QString("line %1, column %2: ").arg(line).arg(column)));
 }
 
+void TestZebDocument::veryLongNameIsCut_data()
+{
+    QTest::addColumn<QByteArray>("xml");
+    const auto inNetwork = [](const QByteArray &xml) {
+        return QByteArray("<network><name>lan</name>" + xml + "</network>");
+    };
+    QTest::newRow("unknown property") << inNetwork("<NAME>1</NAME>");
+    QTest::newRow("property with elements") << inNetwork("<NAME><b/></NAME>");
+    QTest::newRow("setting twice") << QByteArray("<NAME>1</NAME><NAME>1</NAME>");
+    QTest::newRow("bad setting") << QByteArray("<NAME>a\nb</NAME>");
+}
+
+void TestZebDocument::veryLongNameIsCut()
+{
+    QFETCH(QByteArray, xml);
+
+    const ParsedSection section("<c>" + xml.replace("NAME", QByteArray(65, 'n')) + "</c>");
+
+    QCOMPARE(section.problems.size(), 1);
+    QCOMPARE(section.problems.constFirst().property, QString(64, 'n'));
+}
+
 void TestZebDocument::leftOutNetworkKeepsItsLastGoodDefinition()
 {
     const ZebDocument earlier = ParsedSection("<c><network><name>lan</name><mtu>1400</mtu></network>"
@@ -352,6 +380,13 @@ void TestZebDocument::writtenSectionReadsTheSame()
         QCOMPARE(read.document.networks.value(name).properties, section.networks.value(name).properties);
         QCOMPARE(read.document.networks.value(name).hosts, section.networks.value(name).hosts);
     }
+}
+
+void TestZebDocument::writtenSectionHasALineForEachElement()
+{
+    const QByteArray xml = ParsedNetwork(WIRED + "<mtu>1400</mtu>").document.ToXml();
+
+    QCOMPARE(xml.trimmed().split('\n').size(), 7);
 }
 
 QTEST_GUILESS_MAIN(TestZebDocument)
