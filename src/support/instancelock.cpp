@@ -76,10 +76,8 @@ bool Lock(int fd)
 /// That a refusal was told, and not too long ago.
 bool HasFreshMark(int fd)
 {
-    char mark = 0;
     struct stat info = {};
-    const bool isMarked = ::pread(fd, &mark, 1, 0) == 1;
-    return isMarked && ::fstat(fd, &info) == 0 && std::abs(::time(nullptr) - info.st_mtime) < NEWS_S;
+    return ::fstat(fd, &info) == 0 && info.st_size > 0 && std::abs(::time(nullptr) - info.st_mtime) < NEWS_S;
 }
 
 /// A refusal that is news leaves a mark in the file, which the next holder wipes.

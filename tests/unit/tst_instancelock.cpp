@@ -3,15 +3,20 @@
 
 #include "instancelock.h"
 
+#include "testsupport.h"
+
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QtTest>
 
 #include <array>
+#include <cerrno>
+#include <cstdarg>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -64,7 +69,7 @@ pid_t HolderOf(const QString &path)
     const pid_t child = ::fork();
     if (child == 0) {
         struct flock lock = {};
-        lock.l_type = F_WRLCK;
+        lock.l_type = F_RDLCK; // Only what keeps everybody out is in the way of this.
         const int fd = ::open(QFile::encodeName(path).constData(), O_RDWR);
         const bool isAnswered = ::fcntl(fd, F_GETLK, &lock) == 0;
         const pid_t holder = !isAnswered ? -1 : lock.l_type == F_UNLCK ? 0 : lock.l_pid;
@@ -87,7 +92,29 @@ bool SetAge(int minutes)
     return ::utimensat(AT_FDCWD, QFile::encodeName(LOCK).constData(), times.data(), 0) == 0;
 }
 
+int OpenDescriptors()
+{
+    return TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
+}
+
+int lockError = 0; ///< what taking a lock ends with, unless 0
+
 } // namespace
+
+/// In the place of the C library's: no lock of another process ends with each of the errors.
+extern "C" int fcntl64(int descriptor, int command, ...)
+{
+    va_list arguments;
+    va_start(arguments, command);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    if (lockError != 0 && command == F_SETLK) {
+        errno = lockError;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_fcntl, descriptor, command, argument));
+}
+extern "C" int fcntl(int, int, ...) __attribute__((alias("fcntl64")));
 
 /// The lock that keeps a second daemon from working beside the first.
 class TestInstanceLock : public QObject
@@ -103,6 +130,8 @@ private Q_SLOTS:
     void oneThatIsAboutToEndIsWaitedFor();
     void otherPlaceServesWhereTheFirstIsNotOurs_data();
     void otherPlaceServesWhereTheFirstIsNotOurs();
+    void onlyALockThatIsTakenIsRefused_data();
+    void onlyALockThatIsTakenIsRefused();
 };
 
 /// The lock of this process stays with the removed file.
@@ -117,7 +146,8 @@ void TestInstanceLock::freeLockIsTakenForLife()
     QVERIFY(!InstanceLock::Take());
 
     QCOMPARE(HolderOf(LOCK), ::getpid());
-    QCOMPARE(QFileInfo(LOCK).permissions() & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
+    QCOMPARE(QFileInfo(LOCK).permissions(),
+             QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser);
     QVERIFY(!QFileInfo::exists(OTHER_LOCK));
 }
 
@@ -126,12 +156,14 @@ void TestInstanceLock::refusalIsNewsOncePerHolder()
     {
         const Holder other(LOCK);
         QVERIFY(other.holds);
+        const int descriptors = OpenDescriptors();
         for (const bool isNews : {true, false}) {
             const auto refusal = InstanceLock::Take();
             QVERIFY(refusal);
             QCOMPARE(refusal->holder, other.pid);
             QCOMPARE(refusal->isNews, isNews);
         }
+        QCOMPARE(OpenDescriptors(), descriptors);
     }
 
     QVERIFY(!InstanceLock::Take());
@@ -202,9 +234,33 @@ void TestInstanceLock::otherPlaceServesWhereTheFirstIsNotOurs()
     else
         QVERIFY(other.rename(LOCK) && ::chown(path.constData(), 1000, 1000) == 0);
 
+    const int descriptors = OpenDescriptors();
+
     QVERIFY(!InstanceLock::Take());
 
     QCOMPARE(HolderOf(OTHER_LOCK), ::getpid());
+    // The lock's, and none of the first place.
+    QCOMPARE(OpenDescriptors(), descriptors + 1);
+}
+
+void TestInstanceLock::onlyALockThatIsTakenIsRefused_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::addColumn<bool>("isRefused");
+    QTest::newRow("taken") << EAGAIN << true;
+    QTest::newRow("taken, in another system's word") << EACCES << true;
+    QTest::newRow("a file system without locks") << ENOLCK << false;
+}
+
+void TestInstanceLock::onlyALockThatIsTakenIsRefused()
+{
+    QFETCH(int, error);
+    lockError = error;
+
+    const bool isRefused = InstanceLock::Take().has_value();
+
+    lockError = 0;
+    QTEST(isRefused, "isRefused");
 }
 
 QTEST_GUILESS_MAIN(TestInstanceLock)

@@ -26,6 +26,7 @@ private Q_SLOTS:
     void successWithoutAnAttemptChangesNothing();
     void whatIsUndoneAgainAndAgainWaits();
     void quickAttemptsComeBackAfterAMinute();
+    void attemptBeforeAResetHasNoSuccess();
     void successCountsOnceForEachAttempt();
 
 private:
@@ -168,10 +169,28 @@ void TestRetryPause::quickAttemptsComeBackAfterAMinute()
         pause.NoteSuccess(start);
     }
 
-    pause.NoteAttempt(start + seconds(61));
-    pause.NoteSuccess(start + seconds(61));
+    pause.NoteAttempt(start + seconds(60));
+    pause.NoteSuccess(start + seconds(60));
+    QVERIFY(!pause.IsDue(start + seconds(60)));
 
-    QVERIFY(pause.IsDue(start + seconds(61)));
+    const RetryPause::Time later = start + seconds(60) + milliseconds(1);
+    for (const bool isQuick : {true, true, true, false}) {
+        pause.NoteAttempt(later);
+        pause.NoteSuccess(later);
+        QCOMPARE(pause.IsDue(later), isQuick);
+    }
+}
+
+void TestRetryPause::attemptBeforeAResetHasNoSuccess()
+{
+    RetryPause pause;
+    pause.NoteAttempt(start);
+    pause.Reset();
+    pause.IsDue(start);
+
+    pause.NoteSuccess(start + seconds(1));
+
+    QVERIFY(pause.Due());
 }
 
 void TestRetryPause::successCountsOnceForEachAttempt()

@@ -46,9 +46,9 @@ public:
     ~Lock() { ::semctl(id, 0, IPC_RMID); }
     Q_DISABLE_COPY(Lock)
 
-    bool Step(short value) const
+    bool Step(short value, short flags = SEM_UNDO) const
     {
-        sembuf step = {0, value, SEM_UNDO};
+        sembuf step = {0, value, flags};
         return ::semop(id, &step, 1) == 0;
     }
     int Value() const { return ::semctl(id, 0, GETVAL); }
@@ -96,6 +96,7 @@ void AwaitWaiter(const Lock &lock)
 }
 
 std::function<void()> beforeTheLookAtAProcess; ///< done once
+int errorOfTheLookAtAProcess = 0;              ///< what the look ends with, unless 0
 
 int interruption = -1; ///< the end of a pipe that an interrupted wait writes to
 
@@ -114,13 +115,18 @@ extern "C" int open64(const char *path, int flags, ...)
     return real(std::strcmp(path, "/proc/self/maps") == 0 ? "/tmp/maps" : path, flags, mode);
 }
 
-/// In the place of the C library's: what others do in the midst of a look at a process.
+/// In the place of the C library's: what others do in the midst of a look at a process, or that we may not
+/// look.
 extern "C" int kill(pid_t pid, int signal) noexcept
 {
     using Kill = int (*)(pid_t, int);
     static const auto real = reinterpret_cast<Kill>(::dlsym(RTLD_NEXT, "kill"));
     if (signal == 0 && beforeTheLookAtAProcess)
         std::exchange(beforeTheLookAtAProcess, nullptr)();
+    if (signal == 0 && errorOfTheLookAtAProcess != 0) {
+        errno = errorOfTheLookAtAProcess;
+        return -1;
+    }
     return real(pid, signal);
 }
 
@@ -139,6 +145,8 @@ private Q_SLOTS:
     void keeperOfTheLockIsNamed_data();
     void keeperOfTheLockIsNamed();
     void lockThatIsGivenBackInTimeIsNotKept();
+    void lockOfOneThatHasEndedIsFreed();
+    void lockOfAnotherUsersProcessIsHis();
     void lockThatAnotherHasTakenMeanwhileIsHis();
     void interruptedWaitGoesOn();
 };
@@ -231,6 +239,36 @@ void TestSegmentId::lockThatIsGivenBackInTimeIsNotKept()
     QVERIFY(!KeeperOfLock(SEGMENT_FILE, 60s));
 
     QCOMPARE(lock.Value(), 1);
+}
+
+/// As by a program that takes it without SEM_UNDO.
+void TestSegmentId::lockOfOneThatHasEndedIsFreed()
+{
+    const Lock lock;
+    const pid_t keeper = ::fork();
+    if (keeper == 0)
+        ::_exit(lock.Step(-1, 0) ? 0 : 1);
+    QCOMPARE(::waitpid(keeper, nullptr, 0), keeper);
+    QCOMPARE(lock.Value(), 0);
+
+    QVERIFY(!KeeperOfLock(SEGMENT_FILE, 0ms));
+
+    QCOMPARE(lock.Value(), 1);
+}
+
+void TestSegmentId::lockOfAnotherUsersProcessIsHis()
+{
+    const Lock lock;
+    const Keeper keeper(lock, ::pause);
+    QVERIFY(keeper.hasLock);
+    errorOfTheLookAtAProcess = EPERM;
+
+    const std::optional<pid_t> found = KeeperOfLock(SEGMENT_FILE, 0ms);
+
+    errorOfTheLookAtAProcess = 0;
+    QVERIFY(found);
+    QCOMPARE(*found, keeper.pid);
+    QCOMPARE(lock.Value(), 0);
 }
 
 void TestSegmentId::lockThatAnotherHasTakenMeanwhileIsHis()

@@ -5,13 +5,18 @@
 
 #include "fakesupplicant.h"
 #include "mountpoint.h"
+#include "resourcelimit.h"
+#include "testsupport.h"
 
 #include <QProcess>
 #include <QTest>
 
 #include <csignal>
 #include <memory>
+#include <optional>
+#include <utility>
 
+#include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -29,6 +34,7 @@ class TestSupplicantProcess : public QObject
 private slots:
     void seesTheEndOfAProcess();
     void knowsAProcessThatEndedBeforeItWasHeld();
+    void takesWhatCannotBeHeldForAlive();
     void seesAStoppedProcess();
     void knowsNothingOfAStateThatCannotBeRead();
     void knowsItsOwnByCommandLine();
@@ -36,6 +42,7 @@ private slots:
     void endsAProcess();
     void waitsOnWhenInterrupted();
     void canBeMoved();
+    void staysGoneWhenMoved();
 };
 
 void TestSupplicantProcess::seesTheEndOfAProcess()
@@ -61,6 +68,18 @@ void TestSupplicantProcess::knowsAProcessThatEndedBeforeItWasHeld()
 
     QVERIFY(process.HasEnded());
     QCOMPARE(process.IsStopped(), std::nullopt);
+}
+
+void TestSupplicantProcess::takesWhatCannotBeHeldForAlive()
+{
+    FakeSupplicantProcess supplicant;
+    std::optional<ResourceLimit> noDescriptors(std::in_place, RLIMIT_NOFILE, 0);
+    const SupplicantProcess process(supplicant.Id());
+    noDescriptors.reset();
+
+    supplicant.Kill();
+
+    QVERIFY(!process.HasEnded());
 }
 
 void TestSupplicantProcess::seesAStoppedProcess()
@@ -152,6 +171,7 @@ void TestSupplicantProcess::waitsOnWhenInterrupted()
 void TestSupplicantProcess::canBeMoved()
 {
     FakeSupplicantProcess supplicant;
+    const int descriptors = TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
     SupplicantProcess last(getpid());
     {
         SupplicantProcess first(supplicant.Id());
@@ -159,11 +179,25 @@ void TestSupplicantProcess::canBeMoved()
         last = std::move(second);
     }
     QVERIFY(!last.HasEnded());
+    // One holds one descriptor.
+    QCOMPARE(TestSupport::EntryCount(QStringLiteral("/proc/self/fd")), descriptors + 1);
 
     supplicant.Kill();
 
     QCOMPARE(last.Id(), supplicant.Id());
     QVERIFY(last.HasEnded());
+}
+
+void TestSupplicantProcess::staysGoneWhenMoved()
+{
+    auto supplicant = std::make_unique<FakeSupplicantProcess>();
+    const pid_t id = supplicant->Id();
+    supplicant.reset();
+    SupplicantProcess process(getpid());
+
+    process = SupplicantProcess(SupplicantProcess(id));
+
+    QVERIFY(process.HasEnded());
 }
 
 QTEST_GUILESS_MAIN(TestSupplicantProcess)
