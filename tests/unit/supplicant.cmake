@@ -3,6 +3,7 @@
 
 corvi_add_unit_test(tst_supplicantprocess LIBS supplicant fakesupplicant)
 corvi_add_unit_test(tst_wpactrl TIMEOUT 240 LIBS supplicant fakesupplicant)
+corvi_add_unit_test(tst_wpactrl_limits LIBS supplicant fakesupplicant)
 corvi_add_unit_test(tst_wpactrl_open LIBS supplicant fakesupplicant)
 corvi_add_unit_test(tst_wpasupplicantcontrol LIBS supplicant support fakesupplicant)
 corvi_add_unit_test(tst_wpasupplicantcontrol_commands LIBS supplicant support fakesupplicant)

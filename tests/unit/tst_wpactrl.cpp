@@ -16,8 +16,8 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <future>
 #include <memory>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -68,12 +68,8 @@ private slots:
     void handsEventsToTheCallback();
     void terminatesAnEventThatFillsTheBuffer();
     void survivesAFloodOfEvents();
-    void waitsTenSecondsForAReply();
-    void waitsOnlyAsLongAsItMay_data();
-    void waitsOnlyAsLongAsItMay();
     void waitsAfreshAfterAnInterruption();
     void waitsAfreshAfterAnEvent();
-    void triesFiveSecondsToSend();
     void sendsOnceThereIsRoom();
     void pausesAWholeSecondInSpiteOfSignals();
     void returnsAnErrorOfTheWait();
@@ -198,54 +194,6 @@ void TestWpaCtrl::survivesAFloodOfEvents()
     QCOMPARE(Request(ctrl, "PING").text, QByteArray("PONG\n"));
 }
 
-void TestWpaCtrl::waitsTenSecondsForAReply()
-{
-    FakeSupplicant supplicant;
-    supplicant.SetSilent("PING");
-    supplicant.SetSilent("ATTACH");
-    const Ctrl ctrl = Open();
-    const Ctrl attaching = Open();
-    QElapsedTimer timer;
-    timer.start();
-    // At the same time, as it takes as long.
-    auto attached = std::async(std::launch::async, [&attaching] { return wpa_ctrl_attach(attaching.get()); });
-
-    QCOMPARE(Request(ctrl, "PING").result, -2);
-
-    const qint64 elapsed = timer.elapsed();
-    QVERIFY2(elapsed >= 10000 && elapsed < 60000, qPrintable(QString::number(elapsed)));
-    QCOMPARE(attached.get(), -2);
-}
-
-void TestWpaCtrl::waitsOnlyAsLongAsItMay_data()
-{
-    QTest::addColumn<bool>("takesCommands");
-    QTest::newRow("no answer") << true;
-    QTest::newRow("takes no command") << false;
-}
-
-void TestWpaCtrl::waitsOnlyAsLongAsItMay()
-{
-    QFETCH(bool, takesCommands);
-    FakeSupplicant supplicant;
-    supplicant.SetSilent("STATUS");
-    const Ctrl ctrl = Open();
-    ctrl->timeLimitMs = 2000;
-    if (!takesCommands) {
-        supplicant.Freeze();
-        while (send(ctrl->s, "x", 1, 0) == 1)
-            continue;
-    }
-    QElapsedTimer timer;
-    timer.start();
-
-    QVERIFY(Request(ctrl, "STATUS").result < 0);
-
-    // The usual limits are 10 s and 5 s.
-    const qint64 elapsed = timer.elapsed();
-    QVERIFY2(elapsed >= 2000 && elapsed < 5000, qPrintable(QString::number(elapsed)));
-}
-
 void TestWpaCtrl::waitsAfreshAfterAnInterruption()
 {
     FakeSupplicant supplicant;
@@ -289,22 +237,6 @@ void TestWpaCtrl::waitsAfreshAfterAnEvent()
 
     sender.join();
     QCOMPARE(reply.text, QByteArray("OK\n"));
-}
-
-void TestWpaCtrl::triesFiveSecondsToSend()
-{
-    FakeSupplicant supplicant;
-    const Ctrl ctrl = Open();
-    supplicant.Freeze();
-    while (send(ctrl->s, "x", 1, 0) == 1)
-        continue;
-    QElapsedTimer timer;
-    timer.start();
-
-    QCOMPARE(Request(ctrl, "PING").result, -1);
-
-    const qint64 elapsed = timer.elapsed();
-    QVERIFY2(elapsed >= 5000 && elapsed < 10000, qPrintable(QString::number(elapsed)));
 }
 
 void TestWpaCtrl::sendsOnceThereIsRoom()
