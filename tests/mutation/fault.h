@@ -19,6 +19,7 @@
 #pragma GCC diagnostic ignored "-Wconversion"
 #pragma GCC diagnostic ignored "-Wsign-conversion"
 #pragma GCC diagnostic ignored "-Wreturn-type"
+#pragma GCC diagnostic ignored "-Wparentheses"
 
 // Only a test has it; a program that a test starts has not.
 namespace QTest {
