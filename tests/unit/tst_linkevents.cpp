@@ -25,6 +25,7 @@ private Q_SLOTS:
     void interfaceThatGoesIsHeardOf();
     void moreThanTheSocketHoldsIsHeardOf();
     void whereNothingIsHeardEachQuestionIsAnsweredYes();
+    void endClosesTheSocket();
 };
 
 void TestLinkEvents::cleanup()
@@ -89,6 +90,16 @@ void TestLinkEvents::whereNothingIsHeardEachQuestionIsAnsweredYes()
 
     QVERIFY(events.Happened());
     QVERIFY(events.Happened());
+}
+
+void TestLinkEvents::endClosesTheSocket()
+{
+    const int descriptors = EntryCount("/proc/self/fd");
+
+    for (int i = 0; i < 10; ++i)
+        LinkEvents();
+
+    QCOMPARE(EntryCount("/proc/self/fd"), descriptors);
 }
 
 QTEST_GUILESS_MAIN(TestLinkEvents)

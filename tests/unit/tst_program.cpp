@@ -3,6 +3,10 @@
 
 #include "program.h"
 
+#include "fastclock.h"
+#include "testsupport.h"
+
+#include <QFile>
 #include <QtTest>
 
 #include <chrono>
@@ -12,6 +16,7 @@
 
 #include <poll.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,6 +37,21 @@ void Die()
     ::_exit(EXIT_FAILURE);
 }
 
+/// Waits by the machine's clock, unlike what sleeps here.
+bool ComesUp(const QString &path)
+{
+    for (int i = 0; i < 6000 && !QFile::exists(path); ++i)
+        ::poll(nullptr, 0, 10);
+    return QFile::exists(path);
+}
+
+void RunOnce(const QString &name)
+{
+    Program program;
+    program.Start(name, {});
+    program.WaitForEnd(60000);
+}
+
 } // namespace
 
 class TestProgram : public QObject
@@ -41,7 +61,11 @@ class TestProgram : public QObject
 private Q_SLOTS:
     void childOfAKilledProcessEnds();
     void childIgnoresNoSignalThatWeIgnore();
+    void programOutlivesAKilledProcess();
+    void otherChildrenMayOutliveUs();
     void faultIsToldWithNothingLocked();
+    void faultsAreListedUntilTheyAreOver();
+    void faultIsNotListedAfterAnHour();
 };
 
 void TestProgram::childOfAKilledProcessEnds()
@@ -63,6 +87,44 @@ void TestProgram::childOfAKilledProcessEnds()
     QCOMPARE(::poll(&end, 1, limitMs), 1);
     QVERIFY(end.revents & POLLHUP);
     ::close(ends[0]);
+}
+
+void TestProgram::programOutlivesAKilledProcess()
+{
+    const pid_t process = ::fork();
+    QVERIFY(process != -1);
+    if (process == 0) {
+        Program program;
+        program.Start("sh",
+                      {"-c", "touch /tmp/up; until [ -e /tmp/go ]; do sleep 0.05; done; touch /tmp/done"});
+        ::_exit(ComesUp("/tmp/up") && ::raise(SIGKILL) == 0 ? 0 : EXIT_FAILURE);
+    }
+    int status = 0;
+    QCOMPARE(::waitpid(process, &status, 0), process);
+    QVERIFY(WIFSIGNALED(status));
+
+    TestSupport::WriteFile("/tmp/go", "");
+
+    QVERIFY(ComesUp("/tmp/done"));
+}
+
+void TestProgram::otherChildrenMayOutliveUs()
+{
+    Program program;
+    program.Start("true", {});
+    QVERIFY(program.WaitForEnd(60000));
+
+    const pid_t child = ::fork();
+    QVERIFY(child != -1);
+    if (child == 0) {
+        int signal = -1;
+        ::prctl(PR_GET_PDEATHSIG, &signal);
+        ::_exit(signal);
+    }
+
+    int status = -1;
+    QCOMPARE(::waitpid(child, &status, 0), child);
+    QCOMPARE(status, 0);
 }
 
 void TestProgram::childIgnoresNoSignalThatWeIgnore()
@@ -105,6 +167,35 @@ void TestProgram::faultIsToldWithNothingLocked()
 
     QCOMPARE(seen.size(), 1);
     QVERIFY(seen.first().startsWith("no-such-program cannot be started"));
+}
+
+void TestProgram::faultsAreListedUntilTheyAreOver()
+{
+    QStringList names;
+    for (int i = 0; i < 8; ++i) {
+        names << QStringLiteral("/tmp/tool%1").arg(i);
+        RunOnce(names.last());
+    }
+    const QStringList faults = Program::Faults().filter("/tmp/tool");
+    QCOMPARE(faults.size(), names.size());
+    for (int i = 0; i < names.size(); ++i)
+        QVERIFY2(faults.at(i).startsWith(names.at(i) + ' '), qPrintable(faults.at(i)));
+
+    QVERIFY(QFile::link("/bin/true", names.first()));
+    RunOnce(names.first());
+
+    QCOMPARE(Program::Faults().filter("/tmp/tool").size(), names.size() - 1);
+}
+
+void TestProgram::faultIsNotListedAfterAnHour()
+{
+    RunOnce("/tmp/another-tool");
+
+    FastClock::Advance(std::chrono::minutes(59));
+    QCOMPARE(Program::Faults().filter("/tmp/another-tool").size(), 1);
+
+    FastClock::Advance(std::chrono::minutes(1));
+    QCOMPARE(Program::Faults().filter("/tmp/another-tool").size(), 0);
 }
 
 QTEST_APPLESS_MAIN(TestProgram)
