@@ -11,6 +11,7 @@
 
 namespace {
 
+/// As they stand when it is made.
 struct Switches
 {
     bool hashedPsk = WpaSupplicantCfg::_useHashedPsk;
@@ -21,9 +22,6 @@ struct Switches
     bool wpa3Fix = WpaSupplicantCfg::_fixWpa3;
     bool wireless = WpaSupplicantCfg::_iswireless;
 };
-
-/// As the program starts, before any test set one.
-const Switches switchesAtStart;
 
 } // namespace
 
@@ -65,6 +63,9 @@ private Q_SLOTS:
     void blockIsBracedAndIndented();
     void clearLeavesNoBlock();
     void problemIsThatOfTheFirstBadOption();
+
+private:
+    const Switches switchesAtStart; ///< before any test sets one
 };
 
 void TestWpaSupplicantCfg::optionIsKeyEqualsValue_data()
