@@ -26,7 +26,6 @@ constexpr int KEY_LIMIT = 1000;
 QByteArray Utf16LittleEndian(const QString &text)
 {
     QByteArray bytes;
-    bytes.reserve(2 * text.size());
     for (const QChar unit : text) {
         bytes += static_cast<char>(unit.cell());
         bytes += static_cast<char>(unit.row());

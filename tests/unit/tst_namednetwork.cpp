@@ -57,6 +57,7 @@ private Q_SLOTS:
     void driverIsChosenByStoreOrFlagFile();
     void temporaryDriverFlagIsNotForANetwork();
     void driverFlagThatOthersMayWriteIsNotObeyed();
+    void keysAreDerivedWhereSeveralNetworksHaveOne();
 };
 
 void TestNamedNetwork::nameDecidesTheKind_data()
@@ -518,6 +519,24 @@ void TestNamedNetwork::driverFlagThatOthersMayWriteIsNotObeyed()
     TestSupport::SetMode(DRIVER_FLAG, 0666);
 
     QVERIFY(!NamedNetwork("Home", false, nullptr).CheckWirelessDriver());
+}
+
+void TestNamedNetwork::keysAreDerivedWhereSeveralNetworksHaveOne()
+{
+    QByteArray xml = "<networkconfig>";
+    for (const char *mode : {"wpa", "wpa2_3", "sae", "peap_gtc"})
+        xml += "<network>" + Element("name", mode) + Element("ssid", mode) + Element("securityMode", mode) +
+               Element("passphrase", QString("secret of ") + mode) + "</network>";
+    TestSupport::WriteStore(xml + "</networkconfig>\n");
+
+    NamedNetwork::DeriveKeys({"sae", "wpa", "peap_gtc", "not stored"});
+    QCOMPARE(TestSupport::Journal(), QStringList());
+
+    NamedNetwork::DeriveKeys({"sae", "wpa", "peap_gtc", "not stored", "wpa2_3"});
+    QStringList runs = TestSupport::Journal();
+    runs.sort();
+    QCOMPARE(runs,
+             (QStringList{"wpa_passphrase wpa 'secret of wpa'", "wpa_passphrase wpa2_3 'secret of wpa2_3'"}));
 }
 
 QTEST_GUILESS_MAIN(TestNamedNetwork)
