@@ -186,6 +186,10 @@ Verdict WithoutAddress(const InterfaceState &state, const SystemReport &system)
 Verdict WithAddress(const InterfaceReport &interface, const QString &carrier)
 {
     const InterfaceState &state = *interface.daemon;
+    if (!state.addressHolder.isEmpty())
+        return Fault(
+            "duplicate-address",
+            QStringLiteral("has an address that another host has, too: %1").arg(state.addressHolder));
     if (!state.gateway.isEmpty() && interface.link.gateway.isEmpty() && carrier == state.name)
         return Fault("no-gateway",
                      QStringLiteral("has an address, but its default route by %1 is missing and is set again")

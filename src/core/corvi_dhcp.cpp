@@ -48,6 +48,7 @@ void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
     if (d->isRunning && !IsAwaitingAuthentication(d)) {
         d->KeepStaticAddress();
         d->KeepLeasedRoute();
+        d->WatchForDuplicate();
     }
     RetryDhcp(d, dhcpPause);
 }

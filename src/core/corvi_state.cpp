@@ -106,6 +106,8 @@ InterfaceState Corvi::StateOf(const NetworkDevice *d, const InterfaceState &earl
     if (d->usesSupplicant && state.isInUse)
         AddAuthentication(d, state, earlier);
     state.gateway = d->ExpectedGateway();
+    if (d->isRunning && !d->ipAddress.isEmpty())
+        state.addressHolder = d->addressHolder;
     if (state.isInUse)
         AddDhcp(d, state);
     return state;

@@ -5,6 +5,7 @@
 
 #include "carrierfile.h"
 #include "carrierlosses.h"
+#include "duplicatewatch.h"
 #include "reportonce.h"
 #include "retrypause.h"
 
@@ -29,7 +30,7 @@ struct DeviceReports
 {
     ReportOnce address{QString()}; ///< that there is none is no news
     ReportOnce config, dhcp, leases, speed, mtu, claim, resolver, leasedResolver, leasedGateway, refusal,
-        hosts, start, upkeep;
+        hosts, start, upkeep, duplicate;
 };
 
 /// One kernel interface: its last observed state, the network definitions that apply to it, and the
@@ -118,6 +119,8 @@ public:
     /// Sets the default route of the lease again where none is left, at most after growing pauses; nothing
     /// for a static address.
     void KeepLeasedRoute();
+    /// Tells of another host that has our address. It is left to an administrator which of the two keeps it.
+    void WatchForDuplicate();
     /// Sets the definition's name servers and hosts again where they could not be written, or `update_hosts`
     /// failed, at most after growing pauses.
     void KeepNames();
@@ -186,6 +189,7 @@ public:
     QString dhcpRefuser;                       ///< the server that refused the last one, where one did
     QString dhcpOfferer;                       ///< the one that offered an address and gave none
     std::optional<RetryPause::Time> dhcpSince; ///< an attempt is under way
+    QString addressHolder; ///< the hardware address of another host that has our address, where one has
 
 private:
     void ReadAddress(unsigned long request, QString &field) const;
@@ -232,6 +236,7 @@ private:
     QString appliedSpeed; ///< the text that SetSpeed() was last run for
     QString upAnswer;     ///< what `ifconfig` said when the link was last brought up, nothing where it could
 
+    DuplicateWatch duplicateWatch;
     RetryPause startPause{RetryPause::First::AT_ONCE};  ///< of bringing the link up
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route
     RetryPause routePause{RetryPause::First::AT_ONCE};  ///< of setting the default route of the lease

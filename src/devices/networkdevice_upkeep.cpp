@@ -93,6 +93,19 @@ void NetworkDevice::KeepNames()
     namesPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
+/// Two hosts with one address cut each other off, now the one and now the other, and all else looks well.
+void NetworkDevice::WatchForDuplicate()
+{
+    const QString &holder = duplicateWatch.Look(kernelName, ipAddress, DuplicateWatch::Time::clock::now());
+    if (holder == addressHolder)
+        return;
+    addressHolder = holder;
+    if (!holder.isEmpty())
+        LogOnce(reports->duplicate, ipAddress + holder)
+            << "NetworkDevice::WatchForDuplicate - another host has our address," << ipAddress << "on" << name
+            << "--" << holder;
+}
+
 QString NetworkDevice::ExpectedGateway() const
 {
     if (currentConfig && currentConfig->staticIp)

@@ -113,6 +113,7 @@ template <typename Visitor, typename State> void VisitMembers(Visitor &visitor, 
     visitor.Member("failureSinceUtc", state.failureSince);
     visitor.Member("nextSupplicantStartMs", state.nextSupplicantStart);
     visitor.Member("gateway", state.gateway);
+    visitor.Member("addressHolder", state.addressHolder);
     visitor.Member("dhcpFailures", state.dhcpFailures);
     visitor.Member("dhcpRefuser", state.dhcpRefuser);
     visitor.Member("dhcpOfferer", state.dhcpOfferer);
@@ -124,8 +125,8 @@ auto Tied(const InterfaceState &s)
 {
     return std::tie(s.name, s.kind, s.definition, s.definitionCount, s.isStatic, s.isInUse, s.isHeldDown,
                     s.isConnected, s.usesSupplicant, s.isInFallback, s.authenticationSince, s.fallbackSeconds,
-                    s.lastFailure, s.failureSince, s.nextSupplicantStart, s.gateway, s.dhcpFailures,
-                    s.dhcpRefuser, s.dhcpOfferer, s.dhcpSince, s.nextDhcpStart);
+                    s.lastFailure, s.failureSince, s.nextSupplicantStart, s.gateway, s.addressHolder,
+                    s.dhcpFailures, s.dhcpRefuser, s.dhcpOfferer, s.dhcpSince, s.nextDhcpStart);
 }
 
 ServiceState FromJson(const QJsonObject &object)

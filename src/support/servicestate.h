@@ -36,6 +36,7 @@ struct InterfaceState
     std::optional<qint64> nextSupplicantStart; ///< none has stayed, and the next try has time
 
     QString gateway;                     ///< that its default route is to lead to; empty where none is known
+    QString addressHolder;               ///< another host with its address; empty where none is known
     int dhcpFailures = 0;                ///< attempts in a row that got no address
     QString dhcpRefuser;                 ///< the server that refused the last of them; empty where none did
     QString dhcpOfferer;                 ///< the one that only offered an address in the last of them

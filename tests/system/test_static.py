@@ -25,6 +25,18 @@ class Static(SystemTest):
         self.assertNotIn(DHCP_STARTED, self.listener.events())
         self.assertIn("1 received", self.lan.run("ping", "-c", "1", "-W", "2", "10.77.0.5"))
 
+    def test_address_that_another_host_has_is_told(self):
+        write_store(wired(**STATIC))
+        self.lan.run("ip", "addr", "add", "10.77.0.5/24", "dev", self.lan.far_end)
+        hardware = self.lan.run("cat", f"/sys/class/net/{self.lan.far_end}/address").strip().upper()
+
+        daemon = self.start_daemon()
+
+        daemon.wait_logged("NetworkDevice::WatchForDuplicate - another host has our address, 10.77.0.5 on eth0 -- " +
+                           hardware)
+        # Whose it is to be is not ours to decide.
+        self.assertEqual((addresses("eth0"), status()["ipAddress"]), (["10.77.0.5"], "10.77.0.5"))
+
     def test_prefix_length_follows_the_netmask(self):
         write_store(wired(**{**STATIC, "netmask": "255.255.254.0"}))
 

@@ -41,6 +41,7 @@ InterfaceState FullInterface()
     state.failureSince = 1795290000;
     state.nextSupplicantStart = 0;
     state.gateway = "10.0.0.1";
+    state.addressHolder = "02:00:00:00:00:77";
     state.dhcpFailures = 4;
     state.dhcpRefuser = "10.0.0.2";
     state.dhcpOfferer = "10.0.0.3";
@@ -131,7 +132,7 @@ void TestServiceState::everyMemberCounts()
     QJsonObject full = QJsonDocument::fromJson(FullState().ToJson()).object();
     const QJsonObject interface = full.value("interfaces").toArray().first().toObject();
     const QStringList keys = interface.keys();
-    QCOMPARE(int(keys.size()), 21);
+    QCOMPARE(int(keys.size()), 22);
     for (const QString &key : keys) {
         QJsonObject lacking = interface;
         lacking.remove(key);
@@ -150,27 +151,17 @@ void TestServiceState::namesAreThoseThatOtherVersionsRead()
     QCOMPARE(object.keys(), QStringList({"carrier", "interfaces", "process", "toolFaults", "version"}));
     QCOMPARE(object.value("process").toObject().keys(), QStringList({"pid", "startTime"}));
     QCOMPARE(object.value("interfaces").toArray().first().toObject().keys(),
-             QStringList({"authenticationSinceMs",
-                          "connected",
-                          "definition",
-                          "definitionCount",
-                          "dhcpFailures",
-                          "dhcpOfferer",
-                          "dhcpRefuser",
-                          "dhcpSinceMs",
-                          "failureSinceUtc",
-                          "fallbackSeconds",
-                          "gateway",
-                          "heldDown",
-                          "inFallback",
-                          "inUse",
-                          "kind",
-                          "lastFailure",
-                          "name",
-                          "nextDhcpStartMs",
-                          "nextSupplicantStartMs",
-                          "staticAddress",
-                          "usesSupplicant"}));
+             QStringList({"addressHolder",   "authenticationSinceMs",
+                          "connected",       "definition",
+                          "definitionCount", "dhcpFailures",
+                          "dhcpOfferer",     "dhcpRefuser",
+                          "dhcpSinceMs",     "failureSinceUtc",
+                          "fallbackSeconds", "gateway",
+                          "heldDown",        "inFallback",
+                          "inUse",           "kind",
+                          "lastFailure",     "name",
+                          "nextDhcpStartMs", "nextSupplicantStartMs",
+                          "staticAddress",   "usesSupplicant"}));
 }
 
 void TestServiceState::fileOfADeadProcessIsStale_data()

@@ -249,6 +249,9 @@ void TestVerdict::addressDecides_data()
                 lacks(i);
                 i.daemon->isStatic = true;
             });
+    AddCase("another host has the address", "duplicate-address",
+            "has an address that another host has, too: 02:00:00:00:AA:01",
+            [](auto &i) { i.daemon->addressHolder = "02:00:00:00:AA:01"; });
     AddCase("before the first attempt", "no-address", "no address yet", lacks);
     AddCase(
         "carrier", "connected", "connected", [](auto &) {}, "eth0");

@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "duplicatewatch.h"
+
+#include "testsupport.h"
+
+#include <QtTest>
+
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <netinet/if_ether.h>
+#include <netpacket/packet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+using TestSupport::RealIp;
+
+namespace {
+
+const DuplicateWatch::Time NOW = DuplicateWatch::Time() + 1h;
+const QString QUESTION = QStringLiteral("0.0.0.0 asks for 10.0.0.5");
+const QByteArray OTHER = QByteArray::fromHex("02000000aa01");
+
+/// The other end of our cable, with whatever host is wanted there.
+class FarEnd
+{
+public:
+    FarEnd() : socketFd(::socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, htons(ETH_P_ARP)))
+    {
+        place.sll_family = AF_PACKET;
+        place.sll_protocol = htons(ETH_P_ARP);
+        place.sll_ifindex = static_cast<int>(::if_nametoindex("far0"));
+        place.sll_halen = ETH_ALEN;
+        std::memset(place.sll_addr, 0xff, ETH_ALEN);
+        ::bind(socketFd, reinterpret_cast<const sockaddr *>(&place), sizeof place);
+    }
+    ~FarEnd() { ::close(socketFd); }
+    Q_DISABLE_COPY(FarEnd)
+
+    void Say(const char *address, const QByteArray &hardware = OTHER) const
+    {
+        ether_arp answer = {};
+        answer.ea_hdr = {htons(ARPHRD_ETHER), htons(ETH_P_IP), ETH_ALEN, 4, htons(ARPOP_REPLY)};
+        std::memcpy(answer.arp_sha, hardware.constData(), ETH_ALEN);
+        ::inet_pton(AF_INET, address, answer.arp_spa);
+        ::sendto(socketFd, &answer, sizeof answer, 0, reinterpret_cast<const sockaddr *>(&place),
+                 sizeof place);
+    }
+
+    /// What it was asked so far: who asks, for what.
+    QStringList Questions()
+    {
+        ether_arp question = {};
+        while (::recv(socketFd, &question, sizeof question, 0) == sizeof question) {
+            char sender[INET_ADDRSTRLEN] = {};
+            char target[INET_ADDRSTRLEN] = {};
+            ::inet_ntop(AF_INET, question.arp_spa, sender, sizeof sender);
+            ::inet_ntop(AF_INET, question.arp_tpa, target, sizeof target);
+            questions << QString("%1 asks for %2").arg(sender, target);
+        }
+        return questions;
+    }
+
+private:
+    sockaddr_ll place = {};
+    int socketFd;
+    QStringList questions;
+};
+
+} // namespace
+
+/// Another host with an address of ours.
+class TestDuplicateWatch : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void asksInTheNameOfNobody();
+    void asksAtOnceAndEveryMinute();
+    void hostThatAnswersIsKnown();
+    void hostThatAnswersNoMoreIsForgotten();
+    void otherAddressIsAnotherQuestion();
+    void otherHostsOfTheNetworkDoNotCount();
+    void ownInterfaceIsNoOtherHost();
+    void withoutAnAddressNothingIsAsked();
+    void interfaceThatIsGoneIsNoFault();
+};
+
+void TestDuplicateWatch::init()
+{
+    TestSupport::RemoveInterfaces();
+    TestSupport::MakeVeth("eth0", "far0");
+    RealIp({"link", "set", "dev", "eth0", "up"});
+    TestSupport::SetCable("far0", true);
+    QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/carrier"), QByteArray("1\n"));
+}
+
+void TestDuplicateWatch::asksInTheNameOfNobody()
+{
+    FarEnd far;
+    DuplicateWatch watch;
+
+    QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW), QString());
+
+    QTRY_COMPARE(far.Questions(), QStringList{QUESTION});
+}
+
+void TestDuplicateWatch::asksAtOnceAndEveryMinute()
+{
+    FarEnd far;
+    DuplicateWatch watch;
+    watch.Look("eth0", "10.0.0.5", NOW);
+    QTRY_COMPARE(far.Questions(), QStringList{QUESTION});
+
+    for (const auto later : {1s, 5s, 59s})
+        watch.Look("eth0", "10.0.0.5", NOW + later);
+    watch.Look("eth0", "10.0.0.5", NOW + 60s);
+
+    QTRY_COMPARE(far.Questions(), QStringList({QUESTION, QUESTION}));
+}
+
+void TestDuplicateWatch::hostThatAnswersIsKnown()
+{
+    FarEnd far;
+    DuplicateWatch watch;
+    watch.Look("eth0", "10.0.0.5", NOW);
+
+    far.Say("10.0.0.5");
+
+    QTRY_COMPARE(watch.Look("eth0", "10.0.0.5", NOW + 1s), "02:00:00:00:AA:01");
+    QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 30s), "02:00:00:00:AA:01");
+}
+
+void TestDuplicateWatch::hostThatAnswersNoMoreIsForgotten()
+{
+    FarEnd far;
+    DuplicateWatch watch;
+    watch.Look("eth0", "10.0.0.5", NOW);
+    far.Say("10.0.0.5");
+    QTRY_COMPARE(watch.Look("eth0", "10.0.0.5", NOW + 1s), "02:00:00:00:AA:01");
+
+    QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 60s), "02:00:00:00:AA:01");
+    QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 63s), QString());
+}
+
+void TestDuplicateWatch::otherAddressIsAnotherQuestion()
+{
+    FarEnd far;
+    DuplicateWatch watch;
+    watch.Look("eth0", "10.0.0.5", NOW);
+    far.Say("10.0.0.5");
+    QTRY_VERIFY(!watch.Look("eth0", "10.0.0.5", NOW + 1s).isEmpty());
+
+    QCOMPARE(watch.Look("eth0", "10.0.0.6", NOW + 2s), QString());
+
+    QTRY_COMPARE(far.Questions(), QStringList({QUESTION, "0.0.0.0 asks for 10.0.0.6"}));
+}
+
+void TestDuplicateWatch::otherHostsOfTheNetworkDoNotCount()
+{
+    FarEnd far;
+    DuplicateWatch watch;
+    watch.Look("eth0", "10.0.0.5", NOW);
+
+    far.Say("10.0.0.7");
+    far.Say("10.0.0.5");
+
+    // The second one shows that the first was heard.
+    QTRY_COMPARE(watch.Look("eth0", "10.0.0.5", NOW + 1s), "02:00:00:00:AA:01");
+    watch.Look("eth0", "10.0.0.5", NOW + 60s);
+    far.Say("10.0.0.7");
+    QTest::qWait(50);
+    QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 63s), QString());
+}
+
+void TestDuplicateWatch::ownInterfaceIsNoOtherHost()
+{
+    FarEnd far;
+    DuplicateWatch watch;
+    const QByteArray ours = TestSupport::ReadFile("/sys/class/net/far0/address").trimmed();
+    watch.Look("eth0", "10.0.0.5", NOW);
+
+    far.Say("10.0.0.5", QByteArray::fromHex(ours));
+    QTest::qWait(50);
+
+    QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 1s), QString());
+    // The next one shows that the first was heard.
+    far.Say("10.0.0.5");
+    QTRY_COMPARE(watch.Look("eth0", "10.0.0.5", NOW + 2s), "02:00:00:00:AA:01");
+}
+
+void TestDuplicateWatch::withoutAnAddressNothingIsAsked()
+{
+    FarEnd far;
+    DuplicateWatch watch;
+
+    QCOMPARE(watch.Look("eth0", QString(), NOW), QString());
+    watch.Look("eth0", "10.0.0.5", NOW);
+
+    QTRY_COMPARE(far.Questions(), QStringList{QUESTION});
+}
+
+void TestDuplicateWatch::interfaceThatIsGoneIsNoFault()
+{
+    DuplicateWatch watch;
+    watch.Look("eth0", "10.0.0.5", NOW);
+    RealIp({"link", "delete", "dev", "eth0"});
+
+    QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 1s), QString());
+    QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 60s), QString());
+}
+
+QTEST_GUILESS_MAIN(TestDuplicateWatch)
+#include "tst_duplicatewatch.moc"
