@@ -10,6 +10,7 @@ import os
 import re
 from pathlib import Path
 
+import control
 import radios
 from harness import DhcpServer, FarEnd, read, run
 from waiting import wait_for
@@ -107,6 +108,7 @@ class AccessPoint(FarEnd):
         run("iw", "phy", self.radio, "set", "netns", "name", self.netns)
         self.run("ip", "link", "set", interface, "name", "ap")
         self.run("ip", "link", "set", "lo", "up")
+        self.run("ip", "addr", "add", f"{self.network}.1/24", "dev", "ap")
 
     def start(self):
         """Goes on the air, and only returns once it is there."""
@@ -115,7 +117,6 @@ class AccessPoint(FarEnd):
         wait_for(f"{self.netns} on the air", lambda: "AP-ENABLED" in self.log() or self.hostapd.poll() is not None, 30)
         if self.hostapd.poll() is not None:
             raise AssertionError("hostapd ended:\n" + "\n".join(self.log().splitlines()[-20:]))
-        self.run("ip", "addr", "replace", f"{self.network}.1/24", "dev", "ap")
 
     def stop(self):
         """Goes off the air as without power: nobody is told."""
@@ -134,12 +135,18 @@ class AccessPoint(FarEnd):
     def log(self):
         return read(self.folder / "hostapd.log")
 
-    def control(self, *command):
-        return self.run("hostapd_cli", "-p", self.folder / "control", "-i", "ap", *command)
+    def control(self, command):
+        return control.ask(self.folder / "control/ap", command)
 
     def stations(self):
         """The MAC addresses of those that are associated and authorised."""
-        return re.findall(r"^(\S+)\nflags=.*\[AUTHORIZED\]", self.control("all_sta"), re.M)
+        found = []
+        answer = self.control("STA-FIRST")
+        while answer:
+            mac = answer.split("\n")[0]
+            found += [mac] if "[AUTHORIZED]" in answer else []
+            answer = self.control(f"STA-NEXT {mac}")
+        return found
 
     def frequency(self):
-        return int(re.search(r"^freq=(\d+)", self.control("status"), re.M).group(1))
+        return int(re.search(r"^freq=(\d+)", self.control("STATUS"), re.M).group(1))

@@ -2,6 +2,7 @@
 # Copyright (c) 2026 The Corvi developers
 """What the Wi-Fi scenarios share: the daemon's radio and the networks around it."""
 
+import control
 import radios
 from accesspoint import AccessPoint
 from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_UP, LOG, SystemTest, addresses, network, read, run, status,
@@ -32,6 +33,10 @@ class WifiTest(SystemTest):
         self.radio = None
         self.plug_in_radio()
 
+    @staticmethod
+    def clean():
+        """Nothing: the private machine is new, and all that is in it goes with it."""
+
     def plug_in_radio(self):
         self.radio = radios.unique_name()
         interface = radios.make_radio(self.radio)
@@ -54,19 +59,19 @@ class WifiTest(SystemTest):
     def wait_joined(self, access_point, timeout=JOIN_TIME):
         """Waits until the network has let us in, we have its address and are reached there, and say so to the
         other programs. All at once: an address outlives its network until the next one is asked for."""
-        address = wait_for(f"joined '{access_point.ssid}'", lambda: self.joined(access_point), timeout, 1)
-        record = status()
+        record = wait_for(f"joined '{access_point.ssid}'", lambda: self.joined(access_point), timeout, 1)
         self.assertEqual(record["macAddress"].lower(), self.own_mac())
         self.assertTrue(record["wireless"])
         self.assertTrue(record["connected"])
-        return address
+        return record["ipAddress"]
 
     def joined(self, access_point):
-        """Our address there, or nothing."""
+        """What is published once we are in there, or nothing."""
         address = address_on("wlan0", access_point.serves)
-        if not address or self.own_mac() not in access_point.stations() or status().get("ipAddress") != address:
+        if not address or self.own_mac() not in access_point.stations():
             return None
-        return address if self.answers(access_point, address) else None
+        record = status()
+        return record if record.get("ipAddress") == address and self.answers(access_point, address) else None
 
     @staticmethod
     def answers(access_point, address):
@@ -94,7 +99,7 @@ class WifiTest(SystemTest):
 
     @staticmethod
     def supplicant_status():
-        lines = run("wpa_cli", "-i", "wlan0", "status", check=False).splitlines()
+        lines = control.ask("/var/run/wpa_supplicant/wlan0", "STATUS").splitlines()
         return dict(line.split("=", 1) for line in lines if "=" in line)
 
     @staticmethod

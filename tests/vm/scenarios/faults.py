@@ -75,7 +75,7 @@ class AccessPointGone(WifiTest):
         address = self.wait_joined(access_point)
         listener.clear()
 
-        access_point.control("chan_switch", "5", "2437")
+        self.assertEqual(access_point.control("CHAN_SWITCH 5 2437"), "OK\n")
 
         wait_for("the new channel", lambda: access_point.frequency() == 2437, 30)
         wait_for("still in", lambda: self.supplicant_status().get("freq") == "2437", 30)

@@ -6,8 +6,9 @@ import shutil
 from pathlib import Path
 
 import accesspoint
+import control
 from accesspoint import CERTIFICATES, ENTERPRISE, IDENTITY, PASSPHRASE, PASSWORD, WEP_KEY
-from harness import run, write_store
+from harness import write_store
 from waiting import wait_for
 from wifi import JOIN_TIME, WifiTest, definition, say
 
@@ -34,11 +35,6 @@ class Personal(WifiTest):
     def test_wpa(self):
         """The first WPA, with TKIP."""
         self.join(self.access_point("office", accesspoint.WPA),
-                  definition("office", "WPA Personal 1/2", passphrase=PASSPHRASE))
-
-    def test_wpa2(self):
-        """WPA2 personal, with the driver order that is the default."""
-        self.join(self.access_point("office", accesspoint.WPA2),
                   definition("office", "WPA Personal 1/2", passphrase=PASSPHRASE))
 
     def test_wpa3(self):
@@ -79,7 +75,7 @@ class Personal(WifiTest):
 
     @staticmethod
     def scan_results():
-        return run("wpa_cli", "-i", "wlan0", "scan_results", check=False)
+        return control.ask("/var/run/wpa_supplicant/wlan0", "SCAN_RESULTS")
 
 
 class Enterprise(WifiTest):
