@@ -17,7 +17,8 @@ class Names(WifiTest):
                   definition("hidden", "WPA Personal 1/2", passphrase=PASSPHRASE, scanSsid=True), timeout=180)
 
     def test_utf8(self):
-        """A name beyond ASCII, protected, so that the key is made from the same bytes."""
+        """A name beyond ASCII, protected by WPA2, so that the key is made from the same bytes. With the driver order
+        that is the default."""
         self.join(self.access_point("Café Ωmega 電波", accesspoint.WPA2),
                   definition("Café Ωmega 電波", "WPA Personal 1/2", passphrase=PASSPHRASE))
 

@@ -1,12 +1,15 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
-"""The peers alone, without the daemon. When this fails, the machine is at fault."""
+"""The peers alone, without the daemon. When this fails, the machine is at fault: for that question, not a part of
+"all"."""
 
 import accesspoint
 from accesspoint import PASSPHRASE
 from harness import run
 from waiting import wait_for
 from wifi import WifiTest, say
+
+ON_REQUEST = True
 
 CONFIGURATION = """ctrl_interface=/var/run/wpa_supplicant
 network={{
