@@ -175,8 +175,8 @@ void WpaSuppThread::MyTimerTimeout()
     const JournalSubject subject(interface, definition);
     if (quitRequested)
         exit(0);
-    if (waitingTicks <=
-        1) // Those that were held up follow at once: no time in which the event could be heard.
+    // Ticks that were held up follow each other at once: no time in which the event could be heard.
+    if (waitingTicks <= 1)
         takenUpTicks = std::max(takenUpTicks - 1, 0);
     NoticeDeath();
     if (stopRunning)
