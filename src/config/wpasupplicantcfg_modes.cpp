@@ -13,6 +13,7 @@
 #include <QCryptographicHash>
 #include <QHash>
 #include <QRegularExpression>
+#include <QtEndian>
 
 #include <iterator>
 
@@ -25,11 +26,9 @@ constexpr int KEY_LIMIT = 1000;
 
 QByteArray Utf16LittleEndian(const QString &text)
 {
-    QByteArray bytes;
-    for (const QChar unit : text) {
-        bytes += static_cast<char>(unit.cell());
-        bytes += static_cast<char>(unit.row());
-    }
+    // Of its full size at once: each growth would leave a part of the password in memory that is free.
+    QByteArray bytes(2 * text.size(), Qt::Uninitialized);
+    qToLittleEndian<quint16>(text.utf16(), text.size(), bytes.data());
     return bytes;
 }
 
