@@ -59,6 +59,11 @@ const QString &DuplicateWatch::Look(const QByteArray &interfaceName, const QStri
         asked = address;
         nextQuestion = now;
     }
+    if (socketFd != -1 && now >= lastWord + ANSWER_TIME) {
+        // Nobody looked meanwhile, as there was no link: what was heard may be of another network.
+        Close();
+        nextQuestion = now;
+    }
     if (socketFd != -1) {
         const QString other = Hear();
         if (!other.isEmpty() || now >= lastWord) {
@@ -76,8 +81,11 @@ void DuplicateWatch::Ask(const QByteArray &interfaceName, Time now)
     Close();
     nextQuestion = now + INTERVAL;
     lastWord = now + ANSWER_TIME;
-    if (::inet_pton(AF_INET, asked.toLatin1().constData(), &askedNumber) == 1 && !Send(interfaceName))
-        Close();
+    if (::inet_pton(AF_INET, asked.toLatin1().constData(), &askedNumber) == 1 && Send(interfaceName))
+        return;
+    // What cannot be asked is not known.
+    holder.clear();
+    Close();
 }
 
 bool DuplicateWatch::Send(const QByteArray &interfaceName)

@@ -6,7 +6,6 @@
 #include <QByteArray>
 #include <QString>
 
-#include <array>
 #include <chrono>
 
 #include <netinet/in.h>

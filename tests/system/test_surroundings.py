@@ -3,6 +3,7 @@
 """A daemon that is started or left in surroundings that lack something: streams, an environment, a reader."""
 
 import os
+import re
 import signal
 import subprocess
 
@@ -41,6 +42,8 @@ class Surroundings(SystemTest):
 
         # With SIGCHLD blocked, no tool was seen to end before its limit of 30 s.
         self.works(process)
+        ignored = re.search(r"^SigIgn:\s+(\w+)$", read(f"/proc/{process.pid}/status"), re.M)[1]
+        self.assertFalse(int(ignored, 16) >> (signal.SIGUSR1 - 1) & 1)
         process.terminate()
         self.assertEqual(process.wait(20), 0)
 
