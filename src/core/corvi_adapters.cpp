@@ -129,7 +129,6 @@ void Corvi::LeaveDevice(NetworkDevice *device)
             emit wiredStateChange(false);
         }
         wiredDevice = nullptr;
-        wiredRetry.Reset();
         return;
     }
     if (!wiredUp && (device == modemDevice || (device == wirelessDevice && !modemDevice))) {
@@ -144,6 +143,5 @@ void Corvi::LeaveDevice(NetworkDevice *device)
     if (device == wirelessDevice) {
         wirelessDevice = nullptr;
         wirelessConfigured = false;
-        wirelessRetry.Reset();
     }
 }
