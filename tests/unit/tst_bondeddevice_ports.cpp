@@ -21,6 +21,8 @@ private Q_SLOTS:
 
     void portThatComesBackIsEnslaved_data();
     void portThatComesBackIsEnslaved();
+    void portGoesToOurBondBesideAnother_data();
+    void portGoesToOurBondBesideAnother();
     void interfaceThatIsNoPortIsLeftAlone_data();
     void interfaceThatIsNoPortIsLeftAlone();
     void portThatCannotBeEnslavedIsNotTriedOnEveryTick();
@@ -80,8 +82,29 @@ void TestBondedDevicePorts::portThatComesBackIsEnslaved()
              QStringList({"ip link set dev " + put + " down", "ip link set dev " + put + " master eth0"}));
     QVERIFY(
         TestSupport::LogText().contains("BondedDevice::AdoptPort - " + put + " becomes a port of eth0 \n"));
-    QVERIFY(bond->getSlaves().contains(put));
+    QCOMPARE(bond->getSlaves().count(put), 1);
     QVERIFY(!bond->AdoptPorts());
+}
+
+void TestBondedDevicePorts::portGoesToOurBondBesideAnother_data()
+{
+    QTest::addColumn<bool>("isRestarted");
+    QTest::newRow("that we made") << false;
+    QTest::newRow("that an earlier daemon made") << true;
+}
+
+void TestBondedDevicePorts::portGoesToOurBondBesideAnother()
+{
+    QFETCH(bool, isRestarted);
+    if (isRestarted)
+        bond = std::make_unique<BondedDevice>(nullptr);
+    net->Write("bonding_masters", "another eth0\n");
+    net->Add("eth2");
+
+    bond->AdoptPorts();
+    bond->AdoptPorts();
+
+    QVERIFY2(Journal().contains("ip link set dev eth2 master eth0"), qPrintable(Journal().join('\n')));
 }
 
 void TestBondedDevicePorts::interfaceThatIsNoPortIsLeftAlone_data()

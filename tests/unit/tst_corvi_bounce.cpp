@@ -49,7 +49,9 @@ private Q_SLOTS:
     void flappingIsToldOnceAndCounted();
 
     void countFollowsTheKernel();
+    void countFollowsTheLooksWithoutTheKernels_data();
     void countFollowsTheLooksWithoutTheKernels();
+    void expectationEndsWithTheLink();
     void expectedLossIsForgivenOnce_data();
     void expectedLossIsForgivenOnce();
 };
@@ -218,14 +220,37 @@ void TestCorviBounce::countFollowsTheKernel()
     QVERIFY(!losses.Happened(now));
 }
 
+void TestCorviBounce::countFollowsTheLooksWithoutTheKernels_data()
+{
+    QTest::addColumn<bool>("hasFile");
+    QTest::newRow("no file") << false;
+    QTest::newRow("empty file") << true;
+}
+
 void TestCorviBounce::countFollowsTheLooksWithoutTheKernels()
 {
-    const FakeSysNet sysNet;
+    QFETCH(bool, hasFile);
+    FakeSysNet sysNet;
+    if (hasFile)
+        sysNet.Write("eth0/carrier_down_count", "");
     CarrierLosses losses("/sys/class/net/eth0");
     const auto now = CarrierLosses::Time::clock::now();
     losses.Begin();
     QVERIFY(!losses.Happened(now));
 
+    losses.NoteSeen();
+
+    QVERIFY(losses.Happened(now));
+}
+
+void TestCorviBounce::expectationEndsWithTheLink()
+{
+    const FakeSysNet sysNet;
+    CarrierLosses losses("/sys/class/net/eth0");
+    const auto now = CarrierLosses::Time::clock::now();
+    losses.ExpectOne(now);
+
+    losses.Begin();
     losses.NoteSeen();
 
     QVERIFY(losses.Happened(now));

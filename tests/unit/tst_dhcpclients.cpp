@@ -143,6 +143,11 @@ void TestDhcpClients::endsThoseThatServeTheInterface_data()
     QTest::newRow("for every interface") << QStringList{"-v"} << true;
     QTest::newRow("for every interface, with a file") << QStringList{"-v", "-cf", "corvi.conf"} << true;
     QTest::newRow("for every interface, with a variable") << QStringList{"-e", "IF_METRIC=500"} << true;
+    // Those of dhclient(8) that have a value, which is no interface.
+    for (const char *option :
+         {"-4o6", "-p", "-s", "-g", "-D", "-df", "-lf", "-pf", "-sf", "--decline-wait-time",
+          "--address-prefix-len", "--dad-wait-time", "--prefix-len-hint"})
+        QTest::newRow(option) << QStringList{option, "eth1"} << true;
     QTest::newRow("another's, with options behind") << QStringList{"eth1", "-v"} << false;
     QTest::newRow("another's, with a file of that name") << QStringList{"-pf", "eth0", "eth1"} << false;
     QTest::newRow("another's") << QStringList{"-v", "eth1"} << false;

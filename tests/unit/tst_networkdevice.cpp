@@ -34,7 +34,11 @@ public:
     int refreshes = 0;
 };
 
+using Field = QString NetworkDevice::*;
+
 } // namespace
+
+Q_DECLARE_METATYPE(Field)
 
 /// The life of a device, what it reports, how it describes itself, and its timer.
 class TestNetworkDevice : public QObject
@@ -51,6 +55,8 @@ private Q_SLOTS:
     void announcesAddress_data();
     void announcesAddress();
     void recordHoldsTheAddresses();
+    void changeOfTheRecordIsNotPublishedYet_data();
+    void changeOfTheRecordIsNotPublishedYet();
     void addressIsNewsWhenItChanges();
     void addressIsAnnouncedAtEveryCall();
     void announcementComesAfterItsLineAndBeforeItsFlag();
@@ -190,6 +196,29 @@ void TestNetworkDevice::recordHoldsTheAddresses()
     QCOMPARE(device.status->GetNetmask(), device.netmask);
     QVERIFY(TestSupport::LogText().contains(
         " NetworkDevice::UpdateIpInformation 02:00:5E:0A:BC:0F , 10.1.2.3 , 10.1.15.255 \n"));
+}
+
+void TestNetworkDevice::changeOfTheRecordIsNotPublishedYet_data()
+{
+    QTest::addColumn<Field>("field");
+    QTest::newRow("address") << Field(&NetworkDevice::ipAddress);
+    QTest::newRow("broadcast address") << Field(&NetworkDevice::broadcast);
+    QTest::newRow("netmask") << Field(&NetworkDevice::netmask);
+    QTest::newRow("hardware address") << Field(&NetworkDevice::macAddress);
+}
+
+void TestNetworkDevice::changeOfTheRecordIsNotPublishedYet()
+{
+    QFETCH(Field, field);
+    NetworkDevice device("eth0", nullptr);
+    device.*field = "before";
+    QVERIFY(!device.IsPublished());
+    device.NotePublished();
+    QVERIFY(device.IsPublished());
+
+    device.*field = "after";
+
+    QVERIFY(!device.IsPublished());
 }
 
 void TestNetworkDevice::addressIsNewsWhenItChanges()

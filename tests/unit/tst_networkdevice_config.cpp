@@ -66,10 +66,12 @@ private Q_SLOTS:
     void staticDnsIsWritten();
     void ownServersAreSaidToTheClient();
     void ownServersThatCannotBeSaidAreLogged();
+    void serversThatCannotBeSaidAreNewsAfterSomeThatCould();
     void hostsAreAlwaysWritten();
     void stepsComeInOrder();
     void stepsOfAStaticAddressComeInOrder();
     void exceptionSkipsTheRest();
+    void exceptionIsNewsAfterAConfiguration();
     void exceptionWithoutConfigurationIsCaught();
     void exceptionAtAnAddressSkipsTheRest();
 };
@@ -522,6 +524,27 @@ void TestNetworkDeviceConfig::ownServersThatCannotBeSaidAreLogged()
                            said));
 }
 
+void TestNetworkDeviceConfig::serversThatCannotBeSaidAreNewsAfterSomeThatCould()
+{
+    const QString said = "/run/corvi-own-resolver.eth0";
+    TestSupport::WriteNetworks(Network("lan", STATIC_DNS));
+    Device device("eth0");
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+
+    for (int i = 1; i <= 2; ++i) {
+        QVERIFY(QDir().mkpath(said));
+        {
+            const MountPoint taken(said);
+            device.ConfigureNetwork(false);
+            device.ConfigureNetwork(false);
+        }
+        QCOMPARE(LogText().count("NetworkDevice::ClaimResolver"), i);
+        QVERIFY(QDir().rmdir(said));
+        device.ConfigureNetwork(false);
+        QVERIFY(QFile::remove(said));
+    }
+}
+
 void TestNetworkDeviceConfig::hostsAreAlwaysWritten()
 {
     TestSupport::WriteNetworks(
@@ -575,6 +598,30 @@ void TestNetworkDeviceConfig::exceptionSkipsTheRest()
 
     QCOMPARE(Journal(), QStringList());
     QVERIFY(LogText().endsWith(" NetworkDevice::ConfigureNetwork -- Failed \n"));
+}
+
+void TestNetworkDeviceConfig::exceptionIsNewsAfterAConfiguration()
+{
+    Device device("eth0");
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    bool isThrown = true;
+    connect(&device, &NetworkDevice::SendEventMessage, &device, [&isThrown](int, int, NetworkDevice *) {
+        if (isThrown)
+            throw std::runtime_error("receiver");
+    });
+    const auto failures = [] {
+        return LogText().count("NetworkDevice::ConfigureNetwork -- Failed");
+    };
+
+    device.ConfigureNetwork(true);
+    device.ConfigureNetwork(true);
+    QCOMPARE(failures(), 1);
+
+    isThrown = false;
+    device.ConfigureNetwork(true);
+    isThrown = true;
+    device.ConfigureNetwork(true);
+    QCOMPARE(failures(), 2);
 }
 
 void TestNetworkDeviceConfig::exceptionWithoutConfigurationIsCaught()

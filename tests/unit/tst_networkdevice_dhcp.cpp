@@ -63,7 +63,7 @@ private Q_SLOTS:
     void mentionOfTheResolverIsNoComplaint();
     void leasesThatEndTheClientAreRemoved_data();
     void leasesThatEndTheClientAreRemoved();
-    void leasesThatCannotBeRemovedAreTold();
+    void leasesThatCannotBeRemovedAreToldOnce();
     void missingClientIsAFailure();
     void crashedClientIsAFailure();
     void hangingClientIsStoppedAfterItsLimit_data();
@@ -284,6 +284,15 @@ void TestNetworkDeviceDhcp::gatewayOutsideTheSubnetIsToldOnce()
                                      "10.0.0.5/255.255.255.0 \n"),
         1);
     QCOMPARE(TestSupport::LogText().count("outside the subnet"), 1);
+
+    // It is news again after a lease that was right.
+    TestSupport::Answer("dhclient", "echo bound to 10.0.0.5");
+    QVERIFY(device.Dhclient("eth0"));
+    TestSupport::Answer("dhclient",
+                        "echo 'the gateway 10.99.0.1 is outside the subnet of 10.0.0.5/255.255.255.0'\n"
+                        "echo bound to 10.0.0.5");
+    QVERIFY(device.Dhclient("eth0"));
+    QCOMPARE(TestSupport::LogText().count("outside the subnet"), 2);
 }
 
 void TestNetworkDeviceDhcp::classlessRoutesWithoutADefaultAreToldOnce()
@@ -321,6 +330,11 @@ void TestNetworkDeviceDhcp::serverThatRefusesIsToldOnce()
     TestSupport::Answer("dhclient", "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'\necho bound to 10.0.0.5");
     QVERIFY(device.Dhclient("eth0"));
     QCOMPARE(TestSupport::LogText().count("DHCPNAK"), 1);
+
+    // After that, one that leaves us without an address is news again.
+    TestSupport::Answer("dhclient", "echo 'DHCPNAK from 10.0.0.1 (xid=0x12345678)'");
+    QVERIFY(!device.Dhclient("eth0"));
+    QCOMPARE(TestSupport::LogText().count(told), 2);
 }
 
 void TestNetworkDeviceDhcp::serverThatOffersAndGivesNothingIsToldOnce_data()
@@ -477,17 +491,29 @@ void TestNetworkDeviceDhcp::hangingClientIsStoppedAfterItsLimit()
     QCOMPARE(::kill(pid, 0), -1);
 }
 
-void TestNetworkDeviceDhcp::leasesThatCannotBeRemovedAreTold()
+void TestNetworkDeviceDhcp::leasesThatCannotBeRemovedAreToldOnce()
 {
     QVERIFY(QDir().mkpath(LEASES));
     const auto remover = qScopeGuard([] { TestSupport::Remove(LEASES); });
     const MountPoint taken(LEASES);
-    TestSupport::Answer("dhclient", "echo \"Can't allocate interface ethlease {.\"; echo exiting.");
+    SetLevel(Level::NOTICE);
+    const QByteArray damaged = "echo \"Can't allocate interface ethlease {.\"; echo exiting.";
+    TestSupport::Answer("dhclient", damaged);
     NetworkDevice device("eth0", nullptr);
 
-    device.Dhclient("eth0");
+    QVERIFY(!device.Dhclient("eth0"));
+    QVERIFY(!device.Dhclient("eth0"));
 
-    QVERIFY(TestSupport::LogText().contains("/var/lib/dhcp/dhclient.leases cannot be removed \n"));
+    const QString told = "NetworkDevice::Dhclient - the client cannot read its earlier leases on eth0 -- "
+                         "/var/lib/dhcp/dhclient.leases cannot be removed \n";
+    QCOMPARE(TestSupport::LogText().count(told), 1);
+
+    // It is news again after a lease that could be had.
+    TestSupport::Answer("dhclient", "echo bound to 10.0.0.5");
+    QVERIFY(device.Dhclient("eth0"));
+    TestSupport::Answer("dhclient", damaged);
+    QVERIFY(!device.Dhclient("eth0"));
+    QCOMPARE(TestSupport::LogText().count(told), 2);
 }
 
 void TestNetworkDeviceDhcp::clientWhoseInterfaceWentIsStoppedAtOnce_data()

@@ -35,6 +35,8 @@ private Q_SLOTS:
     void upAndDownKeepTheLinkFlag_data();
     void upAndDownKeepTheLinkFlag();
     void failingToolChangesNothing();
+    void linkThatStaysDownWaitsForItsPause_data();
+    void linkThatStaysDownWaitsForItsPause();
     void startingTwiceRunsTheToolOnce();
     void startingClearsStoppedAndPolls();
     void startingADeviceThatIsUpRunsNothing();
@@ -220,6 +222,28 @@ void TestNetworkDeviceLink::failingToolChangesNothing()
 
     QVERIFY(device.linkUp);
     QCOMPARE(TestSupport::Journal(), (QStringList{"route del default", "route add default gw 10.0.0.1"}));
+}
+
+void TestNetworkDeviceLink::linkThatStaysDownWaitsForItsPause_data()
+{
+    QTest::addColumn<Operation>("operation");
+    QTest::newRow("Up") << Operation([](NetworkDevice &d) { d.Up(); });
+    QTest::newRow("Up with address") << Operation([](NetworkDevice &d) { d.Up("10.0.0.5", "255.0.0.0"); });
+}
+
+/// The tool does nothing.
+void TestNetworkDeviceLink::linkThatStaysDownWaitsForItsPause()
+{
+    QFETCH(Operation, operation);
+    TestSupport::MakeVeth("eth0", "peer0");
+    NetworkDevice device("eth0", nullptr);
+
+    operation(device);
+    device.RefreshStatus();
+
+    QVERIFY(device.linkUp);
+    QVERIFY(!TestSupport::LogText().contains("bringing it up again"));
+    TestSupport::RemoveInterfaces();
 }
 
 void TestNetworkDeviceLink::startingTwiceRunsTheToolOnce()

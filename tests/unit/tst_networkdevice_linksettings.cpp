@@ -30,6 +30,7 @@ private Q_SLOTS:
     void mtuIsSet();
     void refusedSettingIsToldOnce_data();
     void refusedSettingIsToldOnce();
+    void longAnswerIsCut();
 };
 
 void TestNetworkDeviceLinkSettings::init()
@@ -225,6 +226,16 @@ void TestNetworkDeviceLinkSettings::refusedSettingIsToldOnce()
 
     QCOMPARE(LogText().count(told), 2);
     QCOMPARE(LogText().count('\n'), 2);
+}
+
+void TestNetworkDeviceLinkSettings::longAnswerIsCut()
+{
+    TestSupport::Answer("ip", "head -c 300 /dev/zero | tr '\\0' x");
+    Device device("eth0");
+
+    device.SetMtu("eth0", "9000");
+
+    QVERIFY(LogText().endsWith(" -- " + QString(200, 'x') + " \n"));
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceLinkSettings)

@@ -65,6 +65,7 @@ private Q_SLOTS:
     void hostListIsReadableByAll();
     void hostListDoesNotFollowALink();
     void hostListThatCannotBeWrittenIsLogged();
+    void hostListThatIsNotTakenIsNewsAfterOneThatWas();
 };
 
 void TestNetworkDeviceResolver::init()
@@ -444,6 +445,21 @@ void TestNetworkDeviceResolver::hostListThatCannotBeWrittenIsLogged()
 
     QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetHosts -  Unable to access hosts \n"));
     QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+void TestNetworkDeviceResolver::hostListThatIsNotTakenIsNewsAfterOneThatWas()
+{
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    NetworkDevice device("eth0", nullptr);
+
+    for (const char *const answer : {"exit 1", "exit 1", "exit 0", "exit 1"}) {
+        TestSupport::Answer("update_hosts", answer);
+        device.SetHosts({"10.0.0.9 printer"});
+    }
+
+    QCOMPARE(TestSupport::LogText().count(
+                 " NetworkDevice::SetHosts - update_hosts fails, the hosts of eth0 are tried again later \n"),
+             2);
 }
 
 QTEST_GUILESS_MAIN(TestNetworkDeviceResolver)
