@@ -42,13 +42,19 @@ private Q_SLOTS:
     void signalEndsTheProcess();
     void hangUpSignalReloads();
     void secondDaemonAttachesToTheSegment();
+    void secondDaemonEndsAndSaysWhy();
     void eventsReachAListener();
     void argumentsAreUtf8InEveryLocale();
+    void closedStreamsLeadNowhere();
     void statusOfTheLoopIsThatOfTheProcess();
     void serviceManagerHearsOfTheStartAndOfEveryTick();
 
 private:
+    static QString Daemon() { return qEnvironmentVariable("CORVI_BUILD_DIR") + "/bin/corvi"; }
     void Start(const QStringList &environment = {}, const QStringList &arguments = {});
+    /// By a program that becomes the daemon.
+    void StartThrough(const QString &program, const QStringList &arguments,
+                      const QStringList &environment = {});
     bool WaitForLine(const QString &line, int timeoutMs = 60000);
 
     std::unique_ptr<QProcess> daemon;
@@ -73,10 +79,16 @@ void TestCorviProcess::cleanup()
 
 void TestCorviProcess::Start(const QStringList &environment, const QStringList &arguments)
 {
+    StartThrough(Daemon(), arguments, environment);
+}
+
+void TestCorviProcess::StartThrough(const QString &program, const QStringList &arguments,
+                                    const QStringList &environment)
+{
     daemon = std::make_unique<QProcess>();
     daemon->setProcessChannelMode(QProcess::MergedChannels);
     daemon->setEnvironment(QProcess::systemEnvironment() + environment);
-    daemon->start(qEnvironmentVariable("CORVI_BUILD_DIR") + "/bin/corvi", arguments);
+    daemon->start(program, arguments);
     QVERIFY2(daemon->waitForStarted(), qPrintable(daemon->errorString()));
 }
 
@@ -245,6 +257,30 @@ void TestCorviProcess::secondDaemonAttachesToTheSegment()
     first->waitForFinished();
 }
 
+void TestCorviProcess::secondDaemonEndsAndSaysWhy()
+{
+    Start();
+    QVERIFY(WaitForLine("Corvi::Start()"));
+    const std::unique_ptr<QProcess> first = std::move(daemon);
+    const QString reason = QString("another daemon is at work, process %1: this one ends and leaves its "
+                                   "networks as they are")
+                               .arg(first->processId());
+
+    // The log is told once, nor do the lines of a start come again and again.
+    for (int i = 0; i < 2; ++i) {
+        Start();
+        QVERIFY(daemon->waitForFinished(60000));
+        QCOMPARE(daemon->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(daemon->exitCode(), 1);
+        QVERIFY(daemon->readAll().contains("corvi: " + reason.toUtf8() + '\n'));
+        QCOMPARE(LogCount("main() - " + reason), 1);
+        QCOMPARE(LogCount("Corvi::Corvi"), 2);
+        QCOMPARE(LogCount("Corvi::Start()"), 1);
+    }
+    first->kill();
+    first->waitForFinished();
+}
+
 void TestCorviProcess::eventsReachAListener()
 {
     MakeMachine(LAN_STATIC, {"eth0"});
@@ -269,6 +305,16 @@ void TestCorviProcess::argumentsAreUtf8InEveryLocale()
     QVERIFY(QTest::qWaitFor([] { return !JournalOf("wpa_passphrase").isEmpty(); }, 5000));
     QVERIFY2(JournalOf("wpa_passphrase").first().contains(QString::fromUtf8("Caf\xc3\xa9")),
              qPrintable(JournalOf("wpa_passphrase").first()));
+}
+
+void TestCorviProcess::closedStreamsLeadNowhere()
+{
+    StartThrough("sh", {"-c", "exec " + Daemon() + " <&- >&- 2>&-"});
+
+    QVERIFY(WaitForLine("Corvi::Start()"));
+    for (int fd = 0; fd < 3; ++fd)
+        QCOMPARE(QFile::symLinkTarget(QString("/proc/%1/fd/%2").arg(daemon->processId()).arg(fd)),
+                 QString("/dev/null"));
 }
 
 void TestCorviProcess::statusOfTheLoopIsThatOfTheProcess()
