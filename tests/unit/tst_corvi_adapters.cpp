@@ -5,6 +5,7 @@
 #include "resourcelimit.h"
 
 #include <QPointer>
+#include <QProcess>
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -23,6 +24,7 @@ private Q_SLOTS:
     void interfaceThatGoesAgainIsNoChange();
     void interfaceThatCannotBeSeenIsNotGone();
     void interfaceThatGoesIsForgotten();
+    void clientOfAnInterfaceThatGoesIsEnded();
     void interfaceInUseThatGoesIsReportedOnce();
     void interfaceMadeAnewIsAnotherOne();
     void interfaceInUseMadeAnewIsConfiguredAnew();
@@ -36,7 +38,9 @@ private Q_SLOTS:
     void portThatIsPutInIsKnownAtOnce();
     void wirelessInUseThatGoesIsForgotten_data();
     void wirelessInUseThatGoesIsForgotten();
+    void spareWirelessThatGoesIsNotPublished_data();
     void spareWirelessThatGoesIsNotPublished();
+    void changeBeforeARescanIsNoChangeAfterIt();
     void newModemIsAdopted();
     void otherModemIsAdoptedWhenTheOneInUseGoes();
     void modemThatWasGivenUpStaysSo();
@@ -171,6 +175,24 @@ void TestCorviAdapters::interfaceThatGoesIsForgotten()
     QVERIFY(!corvi.Device("eth1"));
     QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
     QCOMPARE(corvi.WiredInterfaces(), QStringList{"eth0"});
+}
+
+void TestCorviAdapters::clientOfAnInterfaceThatGoesIsEnded()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    WriteFile("/tmp/clients/dhclient", "#!/bin/sh\nwhile :; do read -r line; done\n");
+    SetMode("/tmp/clients/dhclient", 0755);
+    QProcess client;
+    client.start("/tmp/clients/dhclient", {"-v", "eth1"});
+    QVERIFY(client.waitForStarted());
+
+    Delete("eth1");
+    corvi.Tick(2);
+
+    QVERIFY(client.waitForFinished());
 }
 
 void TestCorviAdapters::interfaceInUseThatGoesIsReportedOnce()
@@ -309,6 +331,12 @@ void TestCorviAdapters::bridgeIsToldToBeNoCable()
     Delete("br0");
     corvi.Tick(2);
     QCOMPARE(LogLines().filter("managed like a cable").size(), 1);
+
+    // The next one is news.
+    RealIp({"link", "add", "name", "br0", "type", "bridge"});
+    RealIp({"link", "set", "dev", "eth1", "master", "br0"});
+    corvi.Tick(2);
+    QCOMPARE(LogLines().count(told), 2);
 }
 
 void TestCorviAdapters::bridgeThatWasThereBeforeIsTold()
@@ -384,20 +412,51 @@ void TestCorviAdapters::wirelessInUseThatGoesIsForgotten()
     QCOMPARE(corvi.WirelessInterfaces(), QStringList());
 }
 
+void TestCorviAdapters::spareWirelessThatGoesIsNotPublished_data()
+{
+    QTest::addColumn<QString>("other");
+    QTest::newRow("a cable carries") << "eth0";
+    QTest::newRow("a modem is in use") << "wwan0";
+}
+
 void TestCorviAdapters::spareWirelessThatGoesIsNotPublished()
 {
-    MakeMachine(LAN_STATIC, {"eth0", "wlan0"});
+    QFETCH(QString, other);
+    MakeMachine(LAN_STATIC, {other, "wlan0"});
     WriteFile(KEEP_WIRELESS_FLAG, "");
-    CorviPeer corvi;
-    ConnectWired(corvi);
+    CorviPeer corvi(SET_UP);
     corvi.AdoptWireless("wlan0");
-    const QByteArray published = corvi.Segment();
+    FillSegment('x');
 
     Delete("wlan0");
     corvi.Tick(2);
 
     QVERIFY(!corvi.WirelessDevice());
-    QCOMPARE(corvi.Segment(), published);
+    QCOMPARE(corvi.Segment(), QByteArray(SEGMENT_SIZE, 'x'));
+}
+
+void TestCorviAdapters::changeBeforeARescanIsNoChangeAfterIt()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    ConnectWired(corvi);
+    const auto rename = [](const QString &from, const QString &to) {
+        TakeDown(from);
+        RealIp({"link", "set", "dev", from, "name", to});
+    };
+    rename("eth1", "eth9");
+    corvi.Tick();
+    rename("eth9", "eth1");
+    corvi.ForceRescan();
+    corvi.Tick();
+
+    // It is seen for the first time since the rescan.
+    rename("eth1", "eth9");
+    corvi.Tick();
+    QCOMPARE(corvi.AllInterfaces(), QStringList({"eth0", "eth1"}));
+    corvi.Tick();
+    QCOMPARE(corvi.AllInterfaces(), QStringList({"eth0", "eth9"}));
 }
 
 void TestCorviAdapters::newModemIsAdopted()

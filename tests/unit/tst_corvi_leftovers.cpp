@@ -100,8 +100,11 @@ private Q_SLOTS:
     void strayWirelessIsStoppedForACable();
     void wirelessWithoutAnAddressIsLeftAlone();
     void strayWirelessThatStaysUpIsNotStoppedOnEveryTick();
+    void strayWirelessThatComesAgainIsStoppedAtOnce();
     void recordOfAnEarlierDaemonIsReplaced_data();
     void recordOfAnEarlierDaemonIsReplaced();
+    void recordOfTheFirstThatCarriesReplacesIt_data();
+    void recordOfTheFirstThatCarriesReplacesIt();
     void recordOfAnEarlierDaemonIsReplacedInASegmentMadeAnew();
     void recordOfAnEarlierDaemonThatIsTrueStays();
     void radioFoundWithAnAddressIsAnnounced();
@@ -341,6 +344,20 @@ void TestCorviLeftovers::strayWirelessThatStaysUpIsNotStoppedOnEveryTick()
     QCOMPARE(JournalOf("ifconfig wlan0"), QStringList{"ifconfig wlan0 down"});
 }
 
+void TestCorviLeftovers::strayWirelessThatComesAgainIsStoppedAtOnce()
+{
+    MakeMachine(LAN_AND_WLAN, {"eth0", "wlan0"});
+    CorviPeer corvi(SET_UP);
+
+    for (int i = 0; i < 2; ++i) {
+        BringUp("wlan0");
+        GiveAddress("wlan0");
+        corvi.Tick();
+        QVERIFY2(!IsLinkUp("wlan0") && !HasAddress("wlan0"), qPrintable(QString::number(i)));
+        corvi.Tick();
+    }
+}
+
 void TestCorviLeftovers::recordOfAnEarlierDaemonIsReplaced_data()
 {
     QTest::addColumn<QStringList>("interfaces");
@@ -362,6 +379,34 @@ void TestCorviLeftovers::recordOfAnEarlierDaemonIsReplaced()
     ZebNetStatus status;
     QVERIFY(!status.SetData(corvi.Segment()) || !status.IsConnected());
     QCOMPARE(listener.Take(), Events());
+}
+
+void TestCorviLeftovers::recordOfTheFirstThatCarriesReplacesIt_data()
+{
+    QTest::addColumn<QStringList>("carrying");
+    QTest::addColumn<QString>("published");
+    QTest::newRow("none carries: the first one's") << QStringList() << "wlan0";
+    QTest::newRow("one carries") << QStringList{"wlan1"} << "wlan1";
+    QTest::newRow("two carry") << QStringList{"wlan1", "wlan2"} << "wlan1";
+}
+
+void TestCorviLeftovers::recordOfTheFirstThatCarriesReplacesIt()
+{
+    QFETCH(QStringList, carrying);
+    QFETCH(QString, published);
+    Segment segment;
+    segment.Put(RecordOfAnEarlierDaemon());
+    MakeMachine(WLAN, {"wlan0", "wlan1", "wlan2"});
+    for (const QString &name : carrying)
+        BringUp(name);
+
+    CorviPeer corvi(SET_UP);
+    QCOMPARE(corvi.Segment(), corvi.Device(published)->status->GetData());
+
+    // Once: what comes later is nobody's but ours.
+    FillSegment('x');
+    corvi.Tick();
+    QCOMPARE(corvi.Segment(), QByteArray(SEGMENT_SIZE, 'x'));
 }
 
 /// A reader that lets go may take the segment with it, and its record is put into the new one.

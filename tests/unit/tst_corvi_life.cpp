@@ -363,10 +363,21 @@ void TestCorviLife::anotherManagerOfAnInterfaceIsToldOnce()
     WriteFile(RELOAD_FLAG, "");
     corvi.Tick(1);
 
-    QCOMPARE(
-        LogCount("Corvi::Init() - managed by others, too: ifupdown (eth0), dhcpcd (eth0) -- switch these "
-                 "off, or each undoes what the other does"),
-        1);
+    const QString told = "Corvi::Init() - managed by others, too: ifupdown (eth0), dhcpcd (eth0) -- switch "
+                         "these off, or each undoes what the other does";
+    QCOMPARE(LogCount(told), 1);
+
+    // Once they were off they are news again.
+    Remove("/run/network");
+    Remove("/run/dhcpcd");
+    corvi.ForceRescan();
+    corvi.Tick();
+    QCOMPARE(LogLines().filter("managed by others").size(), 1);
+    WriteFile("/run/network/ifstate", "lo=lo\neth0=eth0\n");
+    WriteFile("/run/dhcpcd/pid", "1\n");
+    corvi.ForceRescan();
+    corvi.Tick();
+    QCOMPARE(LogCount(told), 2);
 }
 
 void TestCorviLife::reloadFileThatStaysRescansEveryTick()

@@ -189,6 +189,17 @@ void TestCorviModem::connectionThatFailedIsTriedAgain()
     FastClock::Advance(60s);
     corvi.Tick(2);
     QCOMPARE(JournalOf(connect).size(), 2);
+
+    // The next failure is news, and waits as the first one did.
+    SetModemStatus("disconnected\n");
+    FastClock::Advance(60s);
+    Forget();
+    corvi.Tick();
+    QCOMPARE(JournalOf(connect).size(), 0);
+    FastClock::Advance(10s);
+    corvi.Tick();
+    QCOMPARE(JournalOf(connect).size(), 1);
+    QCOMPARE(LogLines().filter("connecting again").size(), 1);
 }
 
 void TestCorviModem::connectionThatWasLostIsMadeAgain()

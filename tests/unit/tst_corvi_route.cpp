@@ -19,6 +19,7 @@ private Q_SLOTS:
     void cleanup() { corvi.reset(); }
 
     void lostRouteOfALeaseIsSetAgain();
+    void routeThatCannotBeSetWaits();
     void routeOfALeaseKeepsItsMetric();
     void routeThatSomebodySetInstead();
     void routeOfAnEarlierAddressIsForgotten();
@@ -80,6 +81,18 @@ void TestCorviRoute::lostRouteOfALeaseIsSetAgain()
     Forget();
     corvi->Tick(3);
     QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviRoute::routeThatCannotBeSetWaits()
+{
+    LearnRoute();
+    Answer("ip", "[ $1 = route ] || exec ip \"$@\"");
+    Forget();
+
+    LoseRoute();
+    corvi->Tick(5);
+
+    QCOMPARE(JournalOf("ip route").size(), 1);
 }
 
 void TestCorviRoute::routeOfALeaseKeepsItsMetric()

@@ -79,6 +79,7 @@ private slots:
     void recordIsPutUnderTheLock();
     void readerAfterOneThatWasGivenUpIsWaitedFor();
     void lockThatItsFileLeadsToNoMoreIsNotWaitedFor();
+    void lostSegmentWaitsForItsLock();
     void lockThatCannotBeLeftIsNotWaitedFor();
     void earlierRecordIsReadUnderTheLock();
 };
@@ -155,6 +156,23 @@ void TestCorviSegmentLock::lockThatItsFileLeadsToNoMoreIsNotWaitedFor()
 
     onStep = nullptr;
     QCOMPARE(steps, 0);
+}
+
+/// To let go of it would take the lock, which the tick must not wait for.
+void TestCorviSegmentLock::lostSegmentWaitsForItsLock()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    const QByteArray record = corvi.Segment();
+    {
+        const Reader stuck("--keep-lock");
+        QVERIFY(stuck.HasLock());
+        QCOMPARE(QProcess::execute("ipcrm", {"--all=shm"}), 0);
+        corvi.Tick(2);
+    }
+
+    corvi.Tick();
+
+    QCOMPARE(ReadSegment(), record);
 }
 
 void TestCorviSegmentLock::lockThatCannotBeLeftIsNotWaitedFor()

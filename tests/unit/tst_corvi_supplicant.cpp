@@ -338,15 +338,25 @@ void TestCorviSupplicant::fileIsTracedByInterface()
 void TestCorviSupplicant::fileThatCannotBeWrittenIsLogged()
 {
     CorviPeer corvi;
-    QDir().mkpath(SUPPLICANT_FILE);
-    const MountPoint taken(SUPPLICANT_FILE);
     ClearLog();
+    for (int i = 1; i <= 2; ++i) {
+        QDir().mkpath(SUPPLICANT_FILE);
+        auto taken = std::make_unique<MountPoint>(SUPPLICANT_FILE);
+        corvi.NoteFileWritten(false);
 
-    corvi.UpdateWpaConfFile(QString());
+        corvi.UpdateWpaConfFile(QString());
+        corvi.UpdateWpaConfFile(QString());
 
-    QCOMPARE(LogCount("UpdateWpaConfFile -- the supplicant's file cannot be written"), 1);
-    // It was tried, and is not tried on every tick.
-    QVERIFY(corvi.Flags().contains("wpaConfUpdated"));
+        QCOMPARE(LogCount("UpdateWpaConfFile -- the supplicant's file cannot be written"), i);
+        // It was tried, and is not tried on every tick.
+        QVERIFY(corvi.Flags().contains("wpaConfUpdated"));
+
+        // The next time is news again.
+        taken.reset();
+        Remove(SUPPLICANT_FILE);
+        corvi.UpdateWpaConfFile(QString());
+        QVERIFY(QFile::remove(SUPPLICANT_FILE));
+    }
 }
 
 void TestCorviSupplicant::associationConfiguresWireless()

@@ -6,6 +6,7 @@
 #include "mountpoint.h"
 
 #include "zebnetconfig.h"
+#include "zebnetstatus.h"
 
 #include <chrono>
 #include <memory>
@@ -36,12 +37,14 @@ private Q_SLOTS:
     void lateAddressIsReported();
     void lostAddressIsPublishedWithoutAnEvent();
     void addressThatIsBackIsTold();
+    void netmaskThatChangesIsPublishedWithoutAnEvent();
     void addressThatStaysIsNotReportedAgain();
 
     // The static address
     void lostStaticAddressIsSetAgain();
     void staticAddressLostAtOnceIsSetAgain();
     void lostDefaultRouteIsSetAgain();
+    void defaultRouteThatCannotBeSetWaits();
     void gatewayOutOfReachCostsNobodyHisRoute();
     void gatewayThatIsNoAddressIsTold();
     void reasonThatChangesIsTold();
@@ -253,6 +256,24 @@ void TestCorviUpkeep::addressThatIsBackIsTold()
     QCOMPARE(LogLines().filter("NetworkDevice::UpdateIpInformation").size(), 1);
 }
 
+/// As at a renewal of the lease.
+void TestCorviUpkeep::netmaskThatChangesIsPublishedWithoutAnEvent()
+{
+    UseDhcpServer();
+    EventListener listener;
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    listener.Take();
+
+    RealIp({"addr", "del", "10.0.0.5/24", "dev", "eth0"});
+    RealIp({"addr", "add", "10.0.0.5/16", "dev", "eth0"});
+    corvi.Tick();
+
+    ZebNetStatus published;
+    QVERIFY(published.SetData(corvi.Segment()));
+    QCOMPARE(published.GetNetmask(), QString("255.255.0.0"));
+    QCOMPARE(listener.Take(), Events());
+}
+
 void TestCorviUpkeep::addressThatStaysIsNotReportedAgain()
 {
     UseDhcpServer();
@@ -316,6 +337,23 @@ void TestCorviUpkeep::lostDefaultRouteIsSetAgain()
     Forget();
     corvi.Tick(3);
     QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviUpkeep::defaultRouteThatCannotBeSetWaits()
+{
+    UseWorkingRoute();
+    Answer("ip", "[ $1 = route ] || exec ip \"$@\"");
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Tick();
+    Forget();
+
+    RealIp({"route", "del", "default"});
+    corvi.Tick(5);
+    QCOMPARE(JournalOf("ip route").size(), 1);
+
+    FastClock::Advance(10s);
+    corvi.Tick();
+    QCOMPARE(JournalOf("ip route").size(), 2);
 }
 
 void TestCorviUpkeep::gatewayOutOfReachCostsNobodyHisRoute()
