@@ -18,6 +18,14 @@ public:
         WpaSuppThreadPeer::Disconnect(Instance());
         WpaSuppThreadPeer::SetState(Instance(), state);
     }
+    /// As if the last start had been for this interface.
+    static void Request(const QString &interfaceName)
+    {
+        WpaSuppThreadPeer::Request(Instance(), interfaceName);
+    }
+    /// So many seconds are left until a further start makes sense.
+    static void Pause(int seconds) { WpaSuppThreadPeer::Pause(Instance(), seconds); }
+    static void Hear(const QString &event) { Instance().MessageReceived(event); }
     static void SetStopPending(bool pending) { WpaSuppThreadPeer::SetStopPending(Instance(), pending); }
     static bool IsStopRequested() { return WpaSuppThreadPeer::IsStopRequested(Instance()); }
     static void Connect(const QString &interfaceName = QStringLiteral("wlan0"))

@@ -143,6 +143,11 @@ public:
         thread.connectionTold = state.associated;
         thread.takenUpTicks = 0;
     }
+    static void Request(WpaSuppThread &thread, const QString &interfaceName)
+    {
+        thread.requestedInterface = interfaceName;
+    }
+    static void Pause(WpaSuppThread &thread, int ticks) { thread.pauseTicks = ticks; }
     static void Disconnect(WpaSuppThread &thread) { thread.DeleteWpaCtl(); }
     static void SetStopPending(WpaSuppThread &thread, bool pending) { thread.stopPending = pending; }
     static bool IsStopRequested(const WpaSuppThread &thread) { return thread.stopRunning; }

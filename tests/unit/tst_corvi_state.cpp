@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fastclock.h"
 #include "resourcelimit.h"
 #include "servicestate.h"
 
@@ -15,6 +16,7 @@
 
 using namespace CorviWorld;
 using namespace TestSupport;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -51,6 +53,9 @@ private Q_SLOTS:
 
     void stateIsTold();
     void kindsAndWhoseTurnItIsAreTold();
+    void secondPortIsToldToBeHeldDown();
+    void expectedGatewayIsTold();
+    void toolThatFailsIsTold();
     void fileIsForEverybodyToRead();
     void newFileIsOfThisTick();
     void idleTickLeavesTheFileAlone();
@@ -58,13 +63,19 @@ private Q_SLOTS:
     void missingFolderIsNoFault();
     void folderThatCannotBeUsedIsToldOnce();
     void stateThatCannotBeWrittenLeavesNoEarlierOne();
+    void stateIsTriedAgainAfterAPause();
     void failedAttemptsAreCounted();
     void serverThatRefusesIsToldUntilAnAttemptDiffers();
     void attemptIsToldWhileItIsMade();
+    void nextAttemptOfARadioIsTold();
     void newLinkCountsAnew();
     void lostLinkHasNoAttempts();
     void portThatGaveWayAwaitsNothing();
     void waitForAuthenticationIsTold();
+    void waitThatWentOnMeanwhileIsToldAnew();
+    void cableThatIsOutAwaitsNothing();
+    void failureIsToldOfItsInterface();
+    void pauseOfTheSupplicantIsToldOfItsInterface();
     void radioWaitsForItsNetworkWithoutALimit();
 };
 
@@ -103,6 +114,34 @@ void TestCorviState::kindsAndWhoseTurnItIsAreTold()
     QVERIFY(!Told(0).isConnected && !Told(1).isConnected && Told(2).isConnected);
     QVERIFY(Told(2).isInUse && !Told(1).isInUse);
     QCOMPARE(Told(1).definition, "Office");
+}
+
+void TestCorviState::secondPortIsToldToBeHeldDown()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0", "eth1"}, SET_UP);
+
+    QVERIFY(Told(0).isInUse && !Told(0).isHeldDown);
+    QVERIFY(!Told(1).isInUse && Told(1).isHeldDown);
+}
+
+void TestCorviState::expectedGatewayIsTold()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+
+    QCOMPARE(Told().gateway, "10.1.0.1");
+}
+
+void TestCorviState::toolThatFailsIsTold()
+{
+    Answer("update_hosts", "kill -SEGV $$");
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    QCOMPARE(ReadServiceState().state.toolFaults, QStringList{"update_hosts crashed"});
+
+    ClearAnswers();
+    UseWorkingTools();
+    corvi.ForceRescan();
+    corvi.Tick(2);
+    QCOMPARE(ReadServiceState().state.toolFaults, QStringList());
 }
 
 void TestCorviState::fileIsForEverybodyToRead()
@@ -187,6 +226,28 @@ void TestCorviState::stateThatCannotBeWrittenLeavesNoEarlierOne()
     QVERIFY(!QFileInfo::exists("/run/corvi/state.json"));
 }
 
+void TestCorviState::stateIsTriedAgainAfterAPause()
+{
+    QDir("/run/corvi").removeRecursively();
+    WriteFile("/run/corvi", "a file");
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    for (int i = 0; i < 2; ++i) {
+        QVERIFY(QFile::remove("/run/corvi") && QDir().mkdir("/run/corvi"));
+        corvi.Tick();
+        QVERIFY(!QFileInfo::exists("/run/corvi/state.json"));
+        FastClock::Advance(10s);
+        corvi.Tick();
+        QCOMPARE(Told().name, "eth0");
+
+        // A fault that comes again is news, and the first attempt after it comes as soon as before.
+        QDir("/run/corvi").removeRecursively();
+        WriteFile("/run/corvi", "a file");
+        corvi.Tick();
+        QCOMPARE(LogLines().filter("TellState").size(), i + 2);
+    }
+    QFile::remove("/run/corvi");
+}
+
 void TestCorviState::failedAttemptsAreCounted()
 {
     CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
@@ -239,6 +300,24 @@ void TestCorviState::attemptIsToldWhileItIsMade()
 
     QVERIFY2(during.contains("dhcpSinceMs"), during.constData());
     QVERIFY(!ReadFile("/run/corvi/state.json").contains("dhcpSinceMs"));
+}
+
+void TestCorviState::nextAttemptOfARadioIsTold()
+{
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
+    CorviPeer corvi(DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.SettleSupplicant(ASSOCIATED);
+    corvi.WaitForWireless(0);
+    corvi.AgeWirelessRetry(0, 10s);
+    const qint64 before = Now();
+
+    corvi.Tick();
+
+    QCOMPARE(Told().dhcpFailures, 1);
+    QVERIFY(Told().nextDhcpStart);
+    QVERIFY(*Told().nextDhcpStart >= before + 20000 && *Told().nextDhcpStart <= Now() + 20000);
 }
 
 void TestCorviState::newLinkCountsAnew()
@@ -313,6 +392,78 @@ void TestCorviState::waitForAuthenticationIsTold()
     corvi.WiredDevice()->inFallback = true;
     corvi.Tick();
     QVERIFY(Told().isInFallback);
+}
+
+void TestCorviState::waitThatWentOnMeanwhileIsToldAnew()
+{
+    CorviPeer corvi(LAN_8021X, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    corvi.Tick();
+    QVERIFY(Told().authenticationSince);
+    const qint64 first = *Told().authenticationSince;
+
+    // A wait is counted in ticks, and this one was late.
+    FastClock::Advance(10s);
+    corvi.Tick();
+
+    QVERIFY(*Told().authenticationSince >= first + 9000);
+}
+
+void TestCorviState::cableThatIsOutAwaitsNothing()
+{
+    CorviPeer corvi(LAN_8021X, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    corvi.Tick(3);
+    QVERIFY(Told().authenticationSince);
+
+    PullCable("eth0");
+    corvi.Tick();
+
+    QVERIFY(Told().isInUse);
+    QVERIFY(!Told().authenticationSince);
+    QCOMPARE(Told().fallbackSeconds, 0);
+}
+
+void TestCorviState::failureIsToldOfItsInterface()
+{
+    CorviPeer corvi(LAN_8021X, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    Supervisor::Request("eth0");
+    corvi.Tick();
+    QCOMPARE(Told().lastFailure, "");
+    QCOMPARE(Told().failureSince, 0);
+    const qint64 before = QDateTime::currentSecsSinceEpoch();
+
+    Supervisor::Hear("<3>CTRL-EVENT-EAP-FAILURE EAP authentication failed");
+    corvi.Tick();
+    QCOMPARE(Told().lastFailure, "EAP authentication failed");
+    QVERIFY(Told().failureSince >= before && Told().failureSince <= QDateTime::currentSecsSinceEpoch());
+    QVERIFY(!Told().nextSupplicantStart);
+
+    Supervisor::Request("wlan0");
+    corvi.Tick();
+    QCOMPARE(Told().lastFailure, "");
+
+    // The supervisor is that of the other tests, too.
+    Supervisor::Hear("<3>CTRL-EVENT-CONNECTED - ");
+}
+
+void TestCorviState::pauseOfTheSupplicantIsToldOfItsInterface()
+{
+    CorviPeer corvi(LAN_8021X, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(GONE);
+    Supervisor::Request("eth0");
+    Supervisor::Pause(30);
+    const qint64 before = Now();
+
+    corvi.Tick();
+
+    const auto next = Told().nextSupplicantStart;
+    QVERIFY(next && *next >= before + 30000 && *next <= Now() + 30000);
+    // A second that is counted down in no time is none: what is told stays.
+    Supervisor::Pause(29);
+    corvi.Tick();
+    QVERIFY(Told().nextSupplicantStart == next);
 }
 
 void TestCorviState::radioWaitsForItsNetworkWithoutALimit()

@@ -41,6 +41,7 @@ private Q_SLOTS:
     void linkUpLeavesTheWait();
     void linkUpWithoutSupplicantLeavesTheFlags_data();
     void linkUpWithoutSupplicantLeavesTheFlags();
+    void supplicantThatPausesIsLeftAlone();
     void keepFileDoesNotKeepTheSupplicant();
     void authenticationTogglesTheCount();
     void waitIsCountedByTicks();
@@ -179,6 +180,21 @@ void TestCorviWired8021x::linkUpWithoutSupplicantLeavesTheFlags()
 
     QCOMPARE(corvi.WiredDevice()->inFallback, flag);
     QCOMPARE(corvi.IsReconfigureWanted(), flag);
+}
+
+void TestCorviWired8021x::supplicantThatPausesIsLeftAlone()
+{
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(GONE);
+    Supervisor::Pause(2);
+    LogFromHere(4);
+
+    corvi.Tick(3);
+    QCOMPARE(Decisions(), QStringList());
+
+    Supervisor::Pause(0);
+    corvi.Tick();
+    QCOMPARE(Decisions().value(0), QString("Corvi::WiredNetworkSetup:: Start Wpa supplicant"));
 }
 
 void TestCorviWired8021x::keepFileDoesNotKeepTheSupplicant()

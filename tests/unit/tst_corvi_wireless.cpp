@@ -55,6 +55,7 @@ private Q_SLOTS:
     void nothingIsToDoWhileTheSupplicantRuns();
     void supplicantThatIsGoneIsStartedAgain();
     void supplicantThatRestartsIsNotStartedAgain();
+    void supplicantThatPausesIsNotStartedAgain();
     void changedFileStopsTheSupplicant();
     void resultTellsWhetherWirelessIsConfigured();
 };
@@ -350,6 +351,20 @@ void TestCorviWireless::supplicantThatRestartsIsNotStartedAgain()
     CorviPeer corvi({"wlan0"}, DISCOVERED);
     corvi.AdoptWireless("wlan0");
     corvi.SettleSupplicant(RESTARTING);
+    ClearLog();
+
+    corvi.WirelessNetworkSetup(false);
+
+    QCOMPARE(LogLines(), QStringList());
+    QVERIFY(!corvi.IsReconfigureWanted());
+}
+
+void TestCorviWireless::supplicantThatPausesIsNotStartedAgain()
+{
+    CorviPeer corvi({"wlan0"}, DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.SettleSupplicant(GONE);
+    Supervisor::Pause(2);
     ClearLog();
 
     corvi.WirelessNetworkSetup(false);
