@@ -119,7 +119,7 @@ void StartFromNothing()
     SetLevel(2);
     Supervisor::StopTicking();
     Supervisor::Set(GONE);
-    Supervisor::Pause(0);
+    Supervisor::Forget();
     Corvi::conn_counter = 0;
     if (!QFileInfo::exists(QStringLiteral("/run/netns/far")))
         RealIp({"netns", "add", "far"});

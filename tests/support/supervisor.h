@@ -23,6 +23,8 @@ public:
     {
         WpaSuppThreadPeer::Request(Instance(), interfaceName);
     }
+    /// What outlives a start.
+    static void Forget() { WpaSuppThreadPeer::Forget(Instance()); }
     /// So many seconds are left until a further start makes sense.
     static void Pause(int seconds) { WpaSuppThreadPeer::Pause(Instance(), seconds); }
     static void Hear(const QString &event) { Instance().MessageReceived(event); }

@@ -147,6 +147,12 @@ public:
     {
         thread.requestedInterface = interfaceName;
     }
+    static void Forget(WpaSuppThread &thread)
+    {
+        thread.requestedInterface.clear();
+        thread.lastFailure = {};
+        thread.pauseTicks = 0;
+    }
     static void Pause(WpaSuppThread &thread, int ticks) { thread.pauseTicks = ticks; }
     static void Disconnect(WpaSuppThread &thread) { thread.DeleteWpaCtl(); }
     static void SetStopPending(WpaSuppThread &thread, bool pending) { thread.stopPending = pending; }

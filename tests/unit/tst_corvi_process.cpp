@@ -309,7 +309,7 @@ void TestCorviProcess::argumentsAreUtf8InEveryLocale()
 
 void TestCorviProcess::closedStreamsLeadNowhere()
 {
-    StartThrough("sh", {"-c", "exec " + Daemon() + " <&- >&- 2>&-"});
+    StartThrough("sh", {"-c", "exec \"$0\" <&- >&- 2>&-", Daemon()});
 
     QVERIFY(WaitForLine("Corvi::Start()"));
     for (int fd = 0; fd < 3; ++fd)

@@ -90,7 +90,7 @@ void TestCorviRoute::routeThatCannotBeSetWaits()
     Forget();
 
     LoseRoute();
-    corvi->Tick(5);
+    corvi->Tick(2);
 
     QCOMPARE(JournalOf("ip route").size(), 1);
 }

@@ -348,7 +348,7 @@ void TestCorviUpkeep::defaultRouteThatCannotBeSetWaits()
     Forget();
 
     RealIp({"route", "del", "default"});
-    corvi.Tick(5);
+    corvi.Tick(2);
     QCOMPARE(JournalOf("ip route").size(), 1);
 
     FastClock::Advance(10s);
