@@ -19,7 +19,7 @@ SWAPS = [
 NUMBER = re.compile(r"(?<![\w.'])\d+(?=(?:ms|min|[hsuUlL])?\b)(?![.'])")
 CONDITION = re.compile(r"\b(?:if|while) \(")
 # "false" and the like are "{}" already, and "true" becomes "false" as a boolean.
-RETURN = re.compile(r"\breturn (?!\{\}|true;|false;|nullptr;|0;|Q[A-Z]\w+\(\);)([^;]+)(?=;)")
+RETURN = re.compile(r"\breturn (?!\{\}|true;|false;|nullptr;|std::nullopt;|0;|Q[A-Z]\w+\(\);)([^;]+)(?=;)")
 STATEMENT = re.compile(r"(?:\s*)(?!\.)(?:(?:emit |\+\+|--)?[\w.:]+(?:->[\w.:]+)*"
                        r"(?:\(.*\)(?: << .*)?|(?:\[[^]]*\])? [-+|&]?= .*|\+\+|--)?);$")
 # What a line ends with when the next one begins a statement: the rest of a longer one cannot go by itself.

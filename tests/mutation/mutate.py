@@ -53,6 +53,7 @@ MORE_TESTS = {
     "src/devices/carrierlosses": ["tst_networkdevice_link", "tst_networkdevice", "tst_corvi_bounce"],
     "src/devices/networkdevice_upkeep": ["tst_corvi_upkeep", "tst_corvi_route"],
     "src/main": ["tst_corvi_process", "tst_corvi_memory"],
+    "src/supplicant/wpactrl": ["tst_wpasupplicantcontrol*"],
     "src/support/interfacekind": ["tst_corvi_discovery", "tst_corvi_adapters"],
     "src/support/processmemory": ["tst_corvi_memory", "tst_corvi_process"],
     "src/support/program": ["tst_utils*", "tst_modem", "tst_interfacekind"],
