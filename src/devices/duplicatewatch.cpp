@@ -9,9 +9,13 @@
 #include <QFile>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstddef>
 #include <cstring>
+#include <iterator>
 
 #include <arpa/inet.h>
+#include <linux/filter.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <netinet/if_ether.h>
@@ -21,11 +25,14 @@
 
 namespace {
 
+/// Between two questions while another host is known, and after one that could not be asked.
 constexpr std::chrono::seconds INTERVAL{60};
 /// A host that is there answers within milliseconds.
 constexpr std::chrono::seconds ANSWER_TIME{3};
-/// An end where packets come as fast as they are read.
-constexpr int PACKET_LIMIT = 1000;
+/// Nobody looks where there is no link. Then the next one may lead into another network.
+constexpr std::chrono::seconds LONGEST_PAUSE{5};
+/// What comes faster than it is read is left to the next look.
+constexpr int PACKET_LIMIT = 20;
 
 /// In the form of "/sys/class/net/*/address".
 QString TextOf(const uint8_t (&hardware)[ETH_ALEN])
@@ -34,14 +41,28 @@ QString TextOf(const uint8_t (&hardware)[ETH_ALEN])
     return QString::fromLatin1(QByteArray::fromRawData(bytes, ETH_ALEN).toHex(':'));
 }
 
-/// Any interface of ours answers for all our addresses, where two of them are in one network.
+/// Any interface of ours answers for all our addresses, where two of them are in one network. Where none can
+/// be listed, nobody is accused.
 bool IsOurs(const QString &hardware)
 {
     const QStringList names = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
-    return std::any_of(names.begin(), names.end(), [&hardware](const QString &name) {
-        QFile file(SYS_NET + name + QStringLiteral("/address"));
-        return file.open(QIODevice::ReadOnly) && file.readAll().trimmed() == hardware.toLatin1();
-    });
+    return names.isEmpty() || std::any_of(names.begin(), names.end(), [&hardware](const QString &name) {
+               QFile file(SYS_NET + name + QStringLiteral("/address"));
+               return file.open(QIODevice::ReadOnly) && file.readAll().trimmed() == hardware.toLatin1();
+           });
+}
+
+/// Lets in only ARP packets whose sender says that the address is his (packet(7), socket(7)).
+bool HearOnly(int socketFd, in_addr address)
+{
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(ether_arp, arp_spa)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(address.s_addr), 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, sizeof(ether_arp)),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+    };
+    const sock_fprog program = {static_cast<unsigned short>(std::size(filter)), filter};
+    return ::setsockopt(socketFd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) == 0;
 }
 
 } // namespace
@@ -53,32 +74,22 @@ DuplicateWatch::~DuplicateWatch()
 
 const QString &DuplicateWatch::Look(const QByteArray &interfaceName, const QString &address, Time now)
 {
-    if (address != asked) {
-        Close();
+    const bool isNew = address != asked || now >= lastLook + LONGEST_PAUSE;
+    const bool wantsAnswer = socketFd == -1 || !holder.isEmpty();
+    if (address != asked)
         holder.clear();
-        asked = address;
-        nextQuestion = now;
-    }
-    if (socketFd != -1 && now >= lastWord + ANSWER_TIME) {
-        // Nobody looked meanwhile, as there was no link: what was heard may be of another network.
-        Close();
-        nextQuestion = now;
-    }
-    if (socketFd != -1) {
-        const QString other = Hear();
-        if (!other.isEmpty() || now >= lastWord) {
-            holder = other;
-            Close();
-        }
-    }
-    if (!asked.isEmpty() && now >= nextQuestion)
+    asked = address;
+    lastLook = now;
+    if (isNew || (wantsAnswer && now >= nextQuestion))
         Ask(interfaceName, now);
+    else if (socketFd != -1)
+        Listen(now);
     return holder;
 }
 
 void DuplicateWatch::Ask(const QByteArray &interfaceName, Time now)
 {
-    Close();
+    Close(); // With what was heard, which may be of another network.
     nextQuestion = now + INTERVAL;
     lastWord = now + ANSWER_TIME;
     if (::inet_pton(AF_INET, asked.toLatin1().constData(), &askedNumber) == 1 && Send(interfaceName))
@@ -86,6 +97,18 @@ void DuplicateWatch::Ask(const QByteArray &interfaceName, Time now)
     // What cannot be asked is not known.
     holder.clear();
     Close();
+}
+
+void DuplicateWatch::Listen(Time now)
+{
+    const QString other = Hear();
+    if (!other.isEmpty()) {
+        holder = other;
+        nextQuestion = now + INTERVAL;
+        lastWord = nextQuestion + ANSWER_TIME;
+    } else if (now >= lastWord) {
+        holder.clear();
+    }
 }
 
 bool DuplicateWatch::Send(const QByteArray &interfaceName)
@@ -97,7 +120,7 @@ bool DuplicateWatch::Send(const QByteArray &interfaceName)
     place.sll_ifindex = static_cast<int>(::if_nametoindex(interfaceName.constData()));
     sockaddr_ll ours = {};
     socklen_t size = sizeof ours;
-    if (socketFd == -1 || place.sll_ifindex == 0 ||
+    if (socketFd == -1 || place.sll_ifindex == 0 || !HearOnly(socketFd, askedNumber) ||
         ::bind(socketFd, reinterpret_cast<const sockaddr *>(&place), sizeof place) != 0 ||
         ::getsockname(socketFd, reinterpret_cast<sockaddr *>(&ours), &size) != 0 ||
         ours.sll_hatype != ARPHRD_ETHER)
@@ -114,16 +137,22 @@ bool DuplicateWatch::Send(const QByteArray &interfaceName)
                     sizeof place) == sizeof question;
 }
 
-/// Who says that the address is his, in an answer or unasked.
-QString DuplicateWatch::Hear() const
+/// The other host that says that the address is his, in an answer or unasked.
+QString DuplicateWatch::Hear()
 {
     ether_arp packet = {};
+    sockaddr_ll from = {};
     for (int i = 0; i < PACKET_LIMIT; ++i) {
-        const ssize_t length = ::recv(socketFd, &packet, sizeof packet, 0);
-        if (length < 0)
+        socklen_t size = sizeof from;
+        const ssize_t length =
+            ::recvfrom(socketFd, &packet, sizeof packet, 0, reinterpret_cast<sockaddr *>(&from), &size);
+        if (length < 0) {
+            if (errno != EAGAIN)
+                Close(); // The interface went down.
             break;
-        if (length < static_cast<ssize_t>(sizeof packet) ||
-            std::memcmp(packet.arp_spa, &askedNumber, sizeof askedNumber) != 0)
+        }
+        // What is for others came by chance, as out of a VLAN that is not ours.
+        if (length < static_cast<ssize_t>(sizeof packet) || from.sll_pkttype == PACKET_OTHERHOST)
             continue;
         const QString other = TextOf(packet.arp_sha);
         if (!IsOurs(other))

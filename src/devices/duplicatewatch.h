@@ -10,9 +10,10 @@
 
 #include <netinet/in.h>
 
-/// Whether another host in the network has an address of ours: it is asked for by ARP in the name of nobody
-/// (RFC 5227, section 2.1.1), so that no table changes by it, and nobody waits for the answer. For a tick
-/// that looks again and again. Works on the clock it is given.
+/// Whether another host in the network has an address of ours. It is asked for by ARP in the name of nobody,
+/// so that no table changes by it, when the address or the link is new and while another host is known (RFC
+/// 5227, section 2.1.1); otherwise nothing is sent, and who says unasked that the address is his is heard
+/// (section 2.4). For a tick that looks again and again; nobody waits. Works on the clock it is given.
 class DuplicateWatch
 {
 public:
@@ -22,20 +23,22 @@ public:
     ~DuplicateWatch();
     Q_DISABLE_COPY(DuplicateWatch)
 
-    /// The hardware address of the other host, empty while none is known. `address` is IPv4, dotted; asked
-    /// for at once when it is another one, then every minute.
+    /// The hardware address of the other host, empty while none is known. `address` is IPv4, dotted. To be
+    /// called every second while there is a link: after more than 5 s without, it is asked anew.
     const QString &Look(const QByteArray &interfaceName, const QString &address, Time now);
 
 private:
     void Ask(const QByteArray &interfaceName, Time now);
     bool Send(const QByteArray &interfaceName);
-    QString Hear() const;
+    void Listen(Time now);
+    QString Hear();
     void Close();
 
     QString asked;
     in_addr askedNumber = {};
-    Time nextQuestion;
-    Time lastWord;     ///< until then an answer is waited for
-    int socketFd = -1; ///< while it is
+    Time lastLook;
+    Time nextQuestion; ///< while another host is known, or the last one could not be asked
+    Time lastWord;     ///< until then the other host must have said something
+    int socketFd = -1;
     QString holder;
 };
