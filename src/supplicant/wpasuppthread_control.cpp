@@ -129,5 +129,5 @@ void WpaSuppThread::NoticeLostControl()
         associated = false;
     // What is said until we listen again is lost.
     checkStatusRequested = true;
-    mayMissSuccess = !connectionTold;
+    mayMissSuccess = true;
 }

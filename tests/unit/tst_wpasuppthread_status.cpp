@@ -40,6 +40,7 @@ private slots:
     void takesUpNoSuccessThatNoEventWasMissedOf();
     void takesUpASuccessThatCameWithoutAConnection_data();
     void takesUpASuccessThatCameWithoutAConnection();
+    void refusalIsOverWhereASuccessCameWithoutAConnection();
     void asksAfterALossHoweverItIsConnectedAgain();
     void takesUpNoSuccessThatWasTold();
     void takesUpNoSuccessThatIsOver();
@@ -387,6 +388,23 @@ void TestWpaSuppThreadStatus::takesUpASuccessThatCameWithoutAConnection()
     supervisor->AskForStatus();
     supervisor->Tick();
     QVERIFY(!supervisor->TakeMissedSuccess());
+}
+
+void TestWpaSuppThreadStatus::refusalIsOverWhereASuccessCameWithoutAConnection()
+{
+    supervisor->Supervise();
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE "));
+    supplicant->Die();
+    supervisor->Tick(3);
+    supplicant.reset();
+    supplicant = std::make_unique<FakeSupplicant>();
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+
+    supervisor->Tick(5);
+
+    QVERIFY(!supervisor->TakeMissedSuccess());
+    QCOMPARE(supervisor->LastFailure().reason, QString());
 }
 
 /// Of several failures to connect again the last leads to a new connection object.
