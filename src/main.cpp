@@ -47,6 +47,7 @@ int main(int argc, char *argv[])
 {
     ProcessSetting::OpenClosedStreams();
     ProcessSetting::SetMissingPath();
+    ProcessSetting::OutliveReaders();
     ProcessMemory::KeepToOurselves();
     ProcessMemory::GiveBackWhatIsFreed();
     QCoreApplication application(argc, argv);
@@ -54,8 +55,7 @@ int main(int argc, char *argv[])
 
     // First: a reload that is asked for while the daemon starts must not end it.
     ProcessSignals signalSource(nullptr);
-    ProcessSetting::ResetSignals();
-    ProcessSetting::OutliveReaders();
+    ProcessSetting::ResetSignals(); // What was pending comes now, and is heard.
     const auto refusal = InstanceLock::Take();
     if (refusal && !refusal->isNews) {
         // The unit, or a script, starts it again and again: the lines of its start alone would fill the log.

@@ -31,8 +31,9 @@ void ProcessSetting::ResetSignals()
 {
     for (int number = 1; number < NSIG; ++number) {
         struct sigaction inherited = {};
-        // A handler is a debugging library's own.
-        if (::sigaction(number, nullptr, &inherited) == 0 && inherited.sa_handler == SIG_IGN)
+        // A handler is not inherited (execve(2)). That SIGPIPE is ignored is our own doing.
+        if (number != SIGPIPE && ::sigaction(number, nullptr, &inherited) == 0 &&
+            inherited.sa_handler == SIG_IGN)
             ::signal(number, SIG_DFL);
     }
     sigset_t none;

@@ -49,7 +49,7 @@ private Q_SLOTS:
     void closedStreamsLeadNowhere();
     void openStreamsStayAndNothingElseIsOpen();
     void inheritedSignalsAreReset();
-    void handlersStay();
+    void whatWeSetOurselvesStays();
     void missingPathIsSet();
     void pathThatIsSetStays_data();
     void pathThatIsSetStays();
@@ -106,8 +106,13 @@ void TestProcessSetting::inheritedSignalsAreReset()
     }));
 }
 
-void TestProcessSetting::handlersStay()
+void TestProcessSetting::whatWeSetOurselvesStays()
 {
+    QVERIFY(HoldsInChild([] {
+        ProcessSetting::OutliveReaders();
+        ProcessSetting::ResetSignals();
+        return ::signal(SIGPIPE, SIG_DFL) == SIG_IGN;
+    }));
     QVERIFY(HoldsInChild([] {
         const auto handler = [](int) {
         };

@@ -77,7 +77,7 @@ private slots:
 
     void waitsForAReply_data();
     void waitsForAReply();
-    void attachesInTimeOrNot();
+    void waitsForTheReplyToAttach();
     void triesToSend_data();
     void triesToSend();
 
@@ -135,7 +135,7 @@ void TestWpaCtrlLimits::waitsForAReply()
     QCOMPARE((now - seconds(1000)).count(), nanoseconds(milliseconds(expectedMs)).count());
 }
 
-void TestWpaCtrlLimits::attachesInTimeOrNot()
+void TestWpaCtrlLimits::waitsForTheReplyToAttach()
 {
     isTimed = true;
     const int result = wpa_ctrl_attach(ctrl.get());
