@@ -196,15 +196,20 @@ int WaitForDatagram(const wpa_ctrl *ctrl)
     return 0;
 }
 
-bool IsEvent(const char *datagram, size_t length)
+template <size_t size> bool BeginsWith(const char *datagram, size_t length, const char (&prefix)[size])
 {
-    return (length > 0 && datagram[0] == '<') || (length >= 7 && memcmp(datagram, "IFNAME=", 7) == 0);
+    return length >= size - 1 && memcmp(datagram, prefix, size - 1) == 0;
 }
 
-bool IsConnectedEvent(const char *datagram, size_t length)
+bool IsEvent(const char *datagram, size_t length)
 {
-    constexpr char EVENT[] = "<3>CTRL-EVENT-CONNECTED";
-    return length >= sizeof(EVENT) - 1 && memcmp(datagram, EVENT, sizeof(EVENT) - 1) == 0;
+    return BeginsWith(datagram, length, "<") || BeginsWith(datagram, length, "IFNAME=");
+}
+
+void NoteDropped(wpa_ctrl *ctrl, const char *event, size_t length)
+{
+    ctrl->dropped.connected |= BeginsWith(event, length, "<3>CTRL-EVENT-CONNECTED");
+    ctrl->dropped.disconnected |= BeginsWith(event, length, "<3>CTRL-EVENT-DISCONNECTED");
 }
 
 int RequestOk(wpa_ctrl *ctrl, const char *cmd)
@@ -277,8 +282,8 @@ int wpa_ctrl_request(wpa_ctrl *ctrl, const char *cmd, size_t cmdLength, char *re
             const size_t end = std::min(length, *replyLength - 1);
             reply[end] = '\0';
             callback(reply, end);
-        } else if (IsConnectedEvent(reply, length)) {
-            ctrl->droppedConnected = true;
+        } else {
+            NoteDropped(ctrl, reply, length);
         }
     }
 }

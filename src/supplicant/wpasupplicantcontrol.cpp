@@ -177,9 +177,12 @@ QString WpaSupplicantControl::SendCommand(const QString &cmd)
     return QString::fromLatin1(buffer.data());
 }
 
-bool WpaSupplicantControl::TakeDroppedConnected()
+WpaSupplicantControl::Dropped WpaSupplicantControl::TakeDropped()
 {
-    return connection && std::exchange(connection->droppedConnected, false);
+    if (!connection)
+        return {};
+    const auto dropped = std::exchange(connection->dropped, {});
+    return {dropped.connected, dropped.disconnected};
 }
 
 void WpaSupplicantControl::ReadMessage()

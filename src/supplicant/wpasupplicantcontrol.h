@@ -55,9 +55,13 @@ public:
     /// The supplicant's reply with its line feed, or "WPA_CTRL_ERROR: Control not Open" where there is no
     /// connection, no answer within 10 s, or an error.
     QString SendCommand(const QString &cmd);
-    /// Whether the event that tells of the connection was among those that commands met and dropped since
+    /// Which of the events that tell of the connection were among those that commands met and dropped since
     /// this was last asked.
-    bool TakeDroppedConnected();
+    struct Dropped
+    {
+        bool connected, disconnected;
+    };
+    Dropped TakeDropped();
 
     static const QString CtrlInterfaceDir;
     /// What the reply begins with when there is none.

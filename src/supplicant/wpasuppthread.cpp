@@ -121,7 +121,7 @@ void WpaSuppThread::Reinit()
     terminateAcknowledged = false;
     badPassword = false;
     restarting = false;
-    mayMissSuccess = false;
+    missed = Missed::NOTHING;
     ticksToLateStatus = 0;
     ssid.clear();
 }
@@ -253,6 +253,7 @@ void WpaSuppThread::TickRunning()
     const bool wasOpen = IsControlOpen();
     if (wasOpen) {
         CheckStatusLate();
+        AskAgainForStatus();
         CheckStatusIfRequested();
         WatchForSilence();
     }

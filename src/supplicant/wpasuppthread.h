@@ -4,6 +4,7 @@
 #pragma once
 
 #include "reportonce.h"
+#include "retrypause.h"
 #include "supplicantprocess.h"
 #include "wpasupplicantcontrol.h"
 
@@ -19,9 +20,6 @@
 
 class Logging;
 class QTimer;
-
-/// Asks the supplicant for its status.
-inline const QString STATUS_COMMAND = QStringLiteral("STATUS");
 
 /// The one supervisor of wpa_supplicant: starts, watches, restarts and stops it and interprets its events.
 /// The object lives on the main thread, where all its slots run; its worker thread only owns the timer that
@@ -127,6 +125,12 @@ private:
     /// The tests' one way in (tests/support).
     friend class WpaSuppThreadPeer;
 
+    /// Whether the event of a success was missed.
+    enum class Missed {
+        NOTHING,
+        UNKNOWN, ///< it may have been, and no status was answered since
+        SUCCESS, ///< the status says so
+    };
     /// Lets an object outlive the signal of its own in which it is dropped.
     struct DeleteLater
     {
@@ -163,6 +167,7 @@ private:
     bool IsControlOpen() const;
     void NoticeLostControl();
     QString SendCommand(const QString &command);
+    void MayHaveMissed();
     void SendReconfigure();
 
     // Steps of the tick
@@ -179,6 +184,7 @@ private:
     void CheckStatus();
     void CheckStatusIfRequested();
     void CheckStatusLate();
+    void AskAgainForStatus();
     static QString SplitLine(const QString &line);
     static QString ExtractSsid(const QString &message);
     void OnSsidTemporarilyDisabled(const QString &message);
@@ -238,8 +244,9 @@ private:
     /// the stop that the launch itself asked for.
     bool startPending = false;
 
-    bool connectionTold = false;   ///< the last associatedChanged() said that it is connected
-    bool mayMissSuccess = false;   ///< the event of a success may have been missed; the status says whether
+    bool connectionTold = false; ///< the last associatedChanged() said that it is connected
+    Missed missed = Missed::NOTHING;
+    RetryPause statusPause{RetryPause::First::AT_ONCE}; ///< while nobody answers what was missed
     int takenUpTicks = 0;          ///< for which the event of a success told without it is none of its own
     int ticksToLateStatus = 0;     ///< until the status is asked for; 0 where it need not be
     bool stopWaitsForNews = false; ///< the stop asked for is one that a success would make pointless

@@ -74,13 +74,20 @@ QString WpaSuppThread::SendCommand(const QString &command)
     QString reply = control ? control->SendCommand(command) : WpaSupplicantControl::ERROR_PREFIX;
     if (!reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
         silentTicks = 0;
-    if (control && control->TakeDroppedConnected()) {
-        mayMissSuccess = true;
-        // The status says the same as the event that went; the reply to itself says it already.
-        if (command != STATUS_COMMAND || reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
-            checkStatusRequested = true;
-    }
+    const auto dropped = control ? control->TakeDropped() : WpaSupplicantControl::Dropped{};
+    if (dropped.disconnected)
+        connectionTold = false; // Nobody was told of the end either, so the next success is news.
+    if (dropped.connected || dropped.disconnected)
+        MayHaveMissed();
     return reply;
+}
+
+/// The status tells what came of it. What is known of before tells nothing.
+void WpaSuppThread::MayHaveMissed()
+{
+    missed = Missed::UNKNOWN;
+    checkStatusRequested = true;
+    statusPause.Reset();
 }
 
 void WpaSuppThread::SendReconfigure()
@@ -96,12 +103,15 @@ void WpaSuppThread::HearUnread()
 
 bool WpaSuppThread::TakeMissedSuccess()
 {
-    if (mayMissSuccess && associated)
+    const auto isMissed = [this] {
+        return missed == Missed::SUCCESS && associated;
+    };
+    if (isMissed())
         HearUnread(); // The event itself, where it came after all.
-    if (!mayMissSuccess || !associated)
+    if (!isMissed())
         return false;
     const JournalSubject subject(interface, definition);
-    mayMissSuccess = false;
+    missed = Missed::NOTHING;
     NoteConnected();
     if (connectionTold)
         return false;
@@ -128,6 +138,5 @@ void WpaSuppThread::NoticeLostControl()
     else
         associated = false;
     // What is said until we listen again is lost.
-    checkStatusRequested = true;
-    mayMissSuccess = true;
+    MayHaveMissed();
 }

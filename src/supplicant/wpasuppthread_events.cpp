@@ -66,7 +66,7 @@ void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
 void WpaSuppThread::TellAssociation(bool state)
 {
     connectionTold = state;
-    mayMissSuccess = false;
+    missed = Missed::NOTHING;
     takenUpTicks = 0;
     ticksToLateStatus = 0;
     emit associatedChanged(state);
@@ -177,7 +177,7 @@ QString WpaSuppThread::ExtractSsid(const QString &message)
 void WpaSuppThread::CheckStatus()
 {
     Log(Level::DEBUG) << "WpaSuppThread::CheckStatus start" << statusText << TrueFalse(associated);
-    const QStringList lines = SendCommand(STATUS_COMMAND).split(QLatin1Char('\n'));
+    const QStringList lines = SendCommand(QStringLiteral("STATUS")).split(QLatin1Char('\n'));
     for (const QString &line : lines) {
         Log(Level::DEBUG) << "WpaSuppThread::CheckStatus" << line;
         if (line.startsWith(QLatin1String("ssid"))) {
@@ -185,12 +185,16 @@ void WpaSuppThread::CheckStatus()
         } else if (line.startsWith(QLatin1String("wpa_state"))) {
             statusText = SplitLine(line);
             associated = statusText == QLatin1String("COMPLETED");
-            mayMissSuccess = mayMissSuccess && associated;
+            checkStatusRequested = false; // Also for an event that was dropped while this was asked.
+            if (missed != Missed::NOTHING)
+                missed = associated ? Missed::SUCCESS : Missed::NOTHING;
             Log(Level::TRACE)
                 << "WpaSuppThread::CheckStatus"
                 << QStringLiteral("%1,%2,%3").arg(line, statusText, QString::number(associated));
         }
     }
+    if (missed == Missed::UNKNOWN)
+        statusPause.NoteAttempt(RetryPause::Time::clock::now());
     Log(Level::DEBUG) << "WpaSuppThread::CheckStatus done" << TrueFalse(associated);
 }
 
@@ -214,8 +218,15 @@ void WpaSuppThread::CheckStatusLate()
         HearUnread(); // Its word may be there: then nothing is left to count.
     if (ticksToLateStatus == 0 || --ticksToLateStatus > 0 || connectionTold)
         return;
-    checkStatusRequested = true;
-    mayMissSuccess = true;
+    MayHaveMissed();
+}
+
+/// Where the status was not answered, what was missed is still unknown. Pauses, as each question keeps the
+/// service for 10 s where nobody answers.
+void WpaSuppThread::AskAgainForStatus()
+{
+    if (missed == Missed::UNKNOWN && statusPause.IsDue(RetryPause::Time::clock::now()))
+        checkStatusRequested = true;
 }
 
 QString WpaSuppThread::SplitLine(const QString &line)

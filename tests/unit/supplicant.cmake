@@ -10,6 +10,7 @@ corvi_add_unit_test(tst_wpasupplicantcontrol_commands LIBS supplicant support fa
 corvi_add_unit_test(tst_wpasuppthread LIBS supplicant support fakesupplicant)
 corvi_add_unit_test(tst_wpasuppthread_events LIBS supplicant support fakesupplicant)
 corvi_add_unit_test(tst_wpasuppthread_faults LIBS supplicant support fakesupplicant)
+corvi_add_unit_test(tst_wpasuppthread_missed LIBS supplicant support fakesupplicant fastclock)
 corvi_add_unit_test(tst_wpasuppthread_process TIMEOUT 240 LIBS supplicant support fakesupplicant)
 corvi_add_unit_test(tst_wpasuppthread_refusal LIBS supplicant support fakesupplicant fastclock)
 corvi_add_unit_test(tst_wpasuppthread_restart TIMEOUT 240 LIBS supplicant support fakesupplicant)

@@ -128,12 +128,12 @@ void TestWpaSupplicantControlCommands::losesEventsDuringACommand()
 
     QCOMPARE(events.size(), 0);
     // This one is known to be lost, as it comes only once; no other is.
-    QVERIFY(control.TakeDroppedConnected());
-    QVERIFY(!control.TakeDroppedConnected());
+    QVERIFY(control.TakeDropped().connected);
+    QVERIFY(!control.TakeDropped().connected);
     answer.eventsFirst = {"<3>CTRL-EVENT-DISCONNECTED", "<3>CTRL-EVENT-CONNECTE"};
     supplicant.SetAnswer("STATUS", answer);
     QCOMPARE(control.SendCommand(QStringLiteral("STATUS")), QStringLiteral("OK\n"));
-    QVERIFY(!control.TakeDroppedConnected());
+    QVERIFY(!control.TakeDropped().connected);
 }
 
 void TestWpaSupplicantControlCommands::handlesNothingElseDuringACommand()

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "fastclock.h"
+#include "supervisorworld.h"
+
+#include <QDir>
+#include <QTest>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+const QByteArray CONNECTED = "<3>CTRL-EVENT-CONNECTED - Connection to x completed";
+const QByteArray DISCONNECTED = "<3>CTRL-EVENT-DISCONNECTED reason=3";
+
+} // namespace
+
+/// A connection whose event the supervisor has missed, where the status does not tell of it at once.
+class TestWpaSuppThreadMissed : public QObject, private SupervisedSupplicant
+{
+    Q_OBJECT
+private slots:
+    void init() { Make(); }
+    void cleanup() { End(); }
+
+    void takesUpNoSuccessBeforeTheStatusSaysIt();
+    void asksUntilTheStatusSaysIt();
+    void asksAfterGrowingPauses();
+    void lastOfTheDroppedEventsCounts_data();
+    void lastOfTheDroppedEventsCounts();
+
+private:
+    /// What the supplicant says until then is lost.
+    static void LoseOurName();
+    int Asked() const { return supplicant->Commands().count(QStringLiteral("STATUS")); }
+};
+
+void TestWpaSuppThreadMissed::LoseOurName()
+{
+    const QStringList names =
+        QDir(QStringLiteral("/tmp")).entryList({QStringLiteral("wpa_ctrl_*")}, QDir::System);
+    QCOMPARE(names.size(), 1);
+    TestSupport::Remove(QStringLiteral("/tmp/") + names.first());
+}
+
+/// What was known is of before.
+void TestWpaSuppThreadMissed::takesUpNoSuccessBeforeTheStatusSaysIt()
+{
+    supervisor->Supervise();
+    supervisor->TakeForAssociated();
+    supplicant->SetReply("STATUS", "FAIL\n");
+    LoseOurName();
+
+    supervisor->Tick(2);
+
+    QCOMPARE(Asked(), 1);
+    QVERIFY(!supervisor->TakeMissedSuccess());
+}
+
+void TestWpaSuppThreadMissed::asksUntilTheStatusSaysIt()
+{
+    supervisor->Supervise();
+    supplicant->SetReply("STATUS", "FAIL\n");
+    LoseOurName();
+    supervisor->Tick();
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+
+    FastClock::Advance(10s);
+    supervisor->Tick();
+
+    QVERIFY(supervisor->TakeMissedSuccess());
+    // Nothing is left to ask.
+    FastClock::Advance(60s);
+    supervisor->Tick(3);
+    QCOMPARE(Asked(), 2);
+}
+
+/// Each question that nobody answers keeps the service for 10 s.
+void TestWpaSuppThreadMissed::asksAfterGrowingPauses()
+{
+    supervisor->Supervise();
+    supplicant->SetReply("STATUS", "FAIL\n");
+    LoseOurName();
+    supervisor->Tick();
+
+    int asked = 1;
+    for (const auto pause : {10s, 20s, 40s, 60s, 60s}) {
+        FastClock::Advance(pause - 3s);
+        supervisor->Tick();
+        QCOMPARE(Asked(), asked);
+        FastClock::Advance(3s);
+        supervisor->Tick();
+        QCOMPARE(Asked(), ++asked);
+    }
+}
+
+void TestWpaSuppThreadMissed::lastOfTheDroppedEventsCounts_data()
+{
+    QTest::addColumn<QList<QByteArray>>("dropped");
+    QTest::addColumn<QByteArray>("status");
+    QTest::addColumn<bool>("wasTold");
+    QTest::addColumn<bool>("associated");
+    QTest::addColumn<bool>("expected");
+    const QByteArray completed = "wpa_state=COMPLETED\n";
+    const QByteArray scanning = "wpa_state=SCANNING\n";
+    QTest::newRow("came and went") << QList<QByteArray>{CONNECTED, DISCONNECTED} << scanning << false << false
+                                   << false;
+    QTest::newRow("went") << QList<QByteArray>{DISCONNECTED} << scanning << true << false << false;
+    QTest::newRow("went and came") << QList<QByteArray>{DISCONNECTED, CONNECTED} << completed << true << true
+                                   << true;
+    QTest::newRow("came once more") << QList<QByteArray>{CONNECTED} << completed << true << true << false;
+}
+
+void TestWpaSuppThreadMissed::lastOfTheDroppedEventsCounts()
+{
+    QFETCH(QList<QByteArray>, dropped);
+    QFETCH(QByteArray, status);
+    QFETCH(bool, wasTold);
+    supervisor->Supervise();
+    if (wasTold)
+        supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = dropped;
+    supplicant->SetAnswer("RECONFIGURE", answer);
+    supplicant->SetReply("STATUS", status);
+
+    supervisor->Reconfigure();
+    supervisor->Tick(3);
+
+    QCOMPARE(Asked(), 1);
+    QTEST(supervisor->IsAssociated(), "associated");
+    QTEST(supervisor->TakeMissedSuccess(), "expected");
+}
+
+QTEST_GUILESS_MAIN(TestWpaSuppThreadMissed)
+#include "tst_wpasuppthread_missed.moc"
