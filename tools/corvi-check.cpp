@@ -206,7 +206,6 @@ private:
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("corvi-check"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVI_VERSION));
     QuietenLibraries();
 

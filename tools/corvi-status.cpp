@@ -207,7 +207,6 @@ int Run(const CommandLine &commandLine)
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("corvi-status"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVI_VERSION));
     // What the daemon's own parts tell of each program that they run.
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));

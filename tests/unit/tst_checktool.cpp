@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QtTest>
 
 namespace {
@@ -53,8 +54,12 @@ private Q_SLOTS:
     void unreadableFileIsTold_data();
     void unreadableFileIsTold();
     void tooLargeStoreIsRefused();
+    void largestStoreIsRead();
+    void inputThatCannotBeReadIsTold();
+    void keyThatCannotBeReadIsToldOnce();
     void jsonIsOneLine();
     void helpSaysWhatEachOptionDoes();
+    void versionIsShown();
     void wrongCommandLineIsRefused_data();
     void wrongCommandLineIsRefused();
     void fullOutputIsTold();
@@ -173,6 +178,39 @@ void TestCheckTool::tooLargeStoreIsRefused()
     QCOMPARE(Run({"-"}, store).exitCode, 2);
 }
 
+void TestCheckTool::largestStoreIsRead()
+{
+    const QByteArray page = "<!--" + QByteArray(4089, ' ') + "-->";
+    const QByteArray store = "<c>" + page.repeated(1023) + QByteArray(4089, ' ') + "</c>";
+
+    QCOMPARE(Run({"-"}, store).output, QString());
+    QCOMPARE(Run({"-"}, store + ' ').output, QString("<stdin>: error: is larger than 4 MiB\n"));
+}
+
+void TestCheckTool::inputThatCannotBeReadIsTold()
+{
+    QProcess tool;
+    tool.setStandardInputFile("/tmp");
+
+    tool.start(QStringLiteral(CORVI_CHECK), {"-"});
+
+    QVERIFY(tool.waitForFinished(60000));
+    QCOMPARE(tool.exitCode(), 2);
+    QCOMPARE(tool.readAllStandardOutput(), QByteArray("<stdin>: error: Is a directory\n"));
+}
+
+void TestCheckTool::keyThatCannotBeReadIsToldOnce()
+{
+    TestSupport::WriteFile("/tmp/store.key", "nonsense");
+
+    const Result result = Run({"-"}, "<c><network><name>lan</name><securityMode>wired_tls</securityMode>"
+                                     "<privateKey>/tmp/store.key</privateKey></network></c>");
+
+    QCOMPARE(result.output.count("/tmp/store.key"), 1);
+    // Not by the library as well.
+    QCOMPARE(result.error, QString());
+}
+
 void TestCheckTool::jsonIsOneLine()
 {
     const Result result = Run({"--json", "-"}, BAD);
@@ -196,6 +234,15 @@ void TestCheckTool::helpSaysWhatEachOptionDoes()
           " --interfaces <NAMES> Plan for these, apart by commas, instead of this machine's. "})
         QVERIFY2((help + ' ').contains(QLatin1String(text)), qPrintable(help));
     QVERIFY(help.endsWith(" FILE The store; - for standard input. Without: the one in force."));
+}
+
+void TestCheckTool::versionIsShown()
+{
+    const Result result = Run({"--version"});
+
+    QCOMPARE(result.exitCode, 0);
+    QVERIFY2(QRegularExpression("^corvi-check \\d+\\.\\d+\\.\\d+\n$").match(result.output).hasMatch(),
+             qPrintable(result.output));
 }
 
 void TestCheckTool::wrongCommandLineIsRefused_data()

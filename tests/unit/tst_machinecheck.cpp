@@ -40,6 +40,7 @@ openssl x509 -in ec.pem -signkey ec.key -days -1 -out expired.pem
 openssl pkcs12 -export -inkey ec.key -in ec.pem -passout pass:secret -out both.p12
 openssl pkcs12 -export -inkey ec.key -in expired.pem -passout pass:secret -out expired.p12
 cat expired.pem ec.pem >bundle.pem
+truncate -s 1048577 large.pem
 touch empty.pem index.txt && echo 01 >serial && echo nonsense >nonsense.pem
 cat >ca.conf <<END
 [ca]
@@ -97,7 +98,9 @@ private Q_SLOTS:
     void modeWithoutFilesIsNotChecked();
     void newDriverIsAskedFor_data();
     void newDriverIsAskedFor();
+    void missingEapMethodIsTold_data();
     void missingEapMethodIsTold();
+    void methodIsAskedForOnce();
     void realSupplicantTakesEveryMode();
     void supplicantIsNotNeeded();
 };
@@ -178,6 +181,8 @@ void TestMachineCheck::filesAreChecked_data()
         {about("warning", "caCert", "\"/tmp\" cannot be read: is not a regular file")});
     row("empty", {"T/empty.pem", "T/ec.pem", "T/ec.key"},
         {about("error", "caCert", "\"T/empty.pem\" is empty")});
+    row("too large", {"T/large.pem", "T/ec.pem", "T/ec.key"},
+        {about("warning", "caCert", "\"T/large.pem\" cannot be read: is larger than 1 MiB")});
     row("no certificate", {"T/nonsense.pem", "T/ec.pem", "T/ec.key"},
         {about("error", "caCert", "\"T/nonsense.pem\" holds no certificate")});
     row("key as a certificate", {"none", "T/ec.key", "T/ec.key"},
@@ -241,12 +246,15 @@ void TestMachineCheck::newDriverIsAskedFor_data()
 {
     QTest::addColumn<QByteArray>("settings");
     QTest::addColumn<QString>("flag");
+    QTest::addColumn<uint>("mode");
     QTest::addColumn<bool>("isTold");
-    QTest::newRow("no") << QByteArray() << "" << true;
-    QTest::newRow("off") << QByteArray("<useNewDriver>false</useNewDriver>") << "" << true;
-    QTest::newRow("on") << QByteArray("<useNewDriver>true</useNewDriver>") << "" << false;
-    QTest::newRow("flag") << QByteArray() << "/tmp/config/files/use_nl_driver" << false;
-    QTest::newRow("temporary flag") << QByteArray() << "/tmp/use_nl_driver" << false;
+    QTest::newRow("no") << QByteArray() << "" << 0U << true;
+    QTest::newRow("off") << QByteArray("<useNewDriver>false</useNewDriver>") << "" << 0U << true;
+    QTest::newRow("on") << QByteArray("<useNewDriver>true</useNewDriver>") << "" << 0U << false;
+    QTest::newRow("flag") << QByteArray() << "/tmp/config/files/use_nl_driver" << 0644U << false;
+    QTest::newRow("flag that is not obeyed")
+        << QByteArray() << "/tmp/config/files/use_nl_driver" << 0666U << true;
+    QTest::newRow("temporary flag") << QByteArray() << "/tmp/use_nl_driver" << 0644U << false;
 }
 
 void TestMachineCheck::newDriverIsAskedFor()
@@ -254,8 +262,11 @@ void TestMachineCheck::newDriverIsAskedFor()
     QFETCH(QByteArray, settings);
     QFETCH(QString, flag);
     QFETCH(bool, isTold);
-    if (!flag.isEmpty())
+    if (!flag.isEmpty()) {
+        QFETCH(uint, mode);
         TestSupport::WriteFile(flag, "");
+        TestSupport::SetMode(flag, mode);
+    }
 
     const QStringList lines = Lines("<c>" + settings +
                                     "<network><name>Office</name><ssid>a</ssid><passphrase>b</passphrase>"
@@ -266,22 +277,55 @@ void TestMachineCheck::newDriverIsAskedFor()
     QCOMPARE(lines, isTold ? QStringList{told} : QStringList());
 }
 
+void TestMachineCheck::missingEapMethodIsTold_data()
+{
+    QTest::addColumn<QByteArray>("network");
+    QTest::addColumn<QByteArray>("mode");
+    QTest::addColumn<QByteArray>("method");
+    const auto row = [](const char *network, const char *mode, const char *method) {
+        QTest::newRow(mode) << QByteArray(network) << QByteArray(mode) << QByteArray(method);
+    };
+    row("Office", "eap_tls", "TLS");
+    row("Office", "eap_leap", "LEAP");
+    row("Office", "eap_fast", "FAST");
+    row("Office", "peap_gtc", "PEAP");
+    row("Office", "peap_mschapv2", "PEAP");
+    row("lan", "wired_tls", "TLS");
+    row("lan", "wired_peap", "PEAP");
+}
+
 void TestMachineCheck::missingEapMethodIsTold()
 {
-    TestSupport::Answer(
-        "wpa_supplicant",
-        "grep -q eap=LEAP \"${3#-c}\" && echo \"Line 3: unknown EAP method 'LEAP'\"; exit 255");
+    QFETCH(QByteArray, network);
+    QFETCH(QByteArray, mode);
+    QFETCH(QByteArray, method);
+    const QByteArray store = Network(network, "<securityMode>" + mode + "</securityMode><scep>true</scep>");
+    const auto answer = [](const QByteArray &missing) {
+        TestSupport::Answer("wpa_supplicant",
+                            "grep -qw eap=" + missing +
+                                " \"${3#-c}\" && echo 'Line 3: unknown EAP method'; exit 255");
+    };
+
+    answer(method);
+    const QStringList lines = Lines(store);
+    answer("OTHER");
+    const QStringList others = Lines(store);
+
+    QCOMPARE(lines, QStringList{QString("warning: network \"%1\", property \"securityMode\" (security mode): "
+                                        "this machine's wpa_supplicant was built without EAP-%2, and refuses "
+                                        "the whole file with it")
+                                    .arg(network.constData(), method.constData())});
+    QCOMPARE(others, QStringList());
+}
+
+void TestMachineCheck::methodIsAskedForOnce()
+{
     TestSupport::ClearJournal();
 
-    const QStringList lines = Lines(Network("Office", "<securityMode>eap_leap</securityMode>"));
-    const QStringList others = Lines(Network("Office", "<securityMode>eap_fast</securityMode>"));
+    Lines("<c><network><name>lan</name><securityMode>wired_peap</securityMode></network>"
+          "<network><name>lan 2</name><securityMode>wired_peap</securityMode></network></c>");
 
-    QCOMPARE(
-        lines,
-        QStringList{"warning: network \"Office\", property \"securityMode\" (security mode): this machine's "
-                    "wpa_supplicant was built without EAP-LEAP, and refuses the whole file with it"});
-    QCOMPARE(others, QStringList());
-    QCOMPARE(TestSupport::Journal().size(), 2);
+    QCOMPARE(TestSupport::Journal().size(), 1);
     QVERIFY(TestSupport::Journal().constFirst().startsWith(
         "wpa_supplicant -Dwired -icorvi-check -c/proc/self/fd/"));
 }

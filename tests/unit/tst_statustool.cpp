@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "opencounter.h"
 #include "statusworld.h"
 #include "testsupport.h"
 
@@ -12,9 +13,11 @@
 #include <QtTest>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -75,7 +78,9 @@ private Q_SLOTS:
     void showsTheStatusToAPerson();
     void showsTheStatusToAProgram();
     void showsEveryInterface();
+    void terminalGetsColours();
     void waitEndsWithAnAddress();
+    void waitLooksOnlyNowAndThen();
     void waitInVainSaysWhy_data();
     void waitInVainSaysWhy();
     void archiveIsNamed();
@@ -213,6 +218,25 @@ void TestCorviStatus::showsEveryInterface()
     QVERIFY(QJsonDocument::fromJson(program.output.toUtf8()).object().contains("interfaces"));
 }
 
+void TestCorviStatus::terminalGetsColours()
+{
+    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    QVERIFY(terminal != -1 && ::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0);
+    const QString name = ::ptsname(terminal);
+    // As long as somebody has it open, what is written stays to be read.
+    const int keeper = ::open(qPrintable(name), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const auto closing = qScopeGuard([terminal, keeper] {
+        ::close(keeper);
+        ::close(terminal);
+    });
+
+    QCOMPARE(QProcess::execute("/bin/sh", {"-c", "\"$0\" --all >\"$1\"", CORVI_STATUS, name}), 0);
+
+    QByteArray text(5, '\0');
+    QCOMPARE(::read(terminal, text.data(), 5), ssize_t(5));
+    QCOMPARE(text, QByteArray("\033[31m"));
+}
+
 void TestCorviStatus::waitEndsWithAnAddress()
 {
     TestSupport::MakeVeth("eth0", "eth1");
@@ -229,6 +253,16 @@ void TestCorviStatus::waitEndsWithAnAddress()
     QCOMPARE(waiting.exitCode(), 0);
     QCOMPARE(Run({"--wait"}).exitCode, 0);
     QCOMPARE(Run({"--wait", "--interface", "eth1", "--timeout", "0"}).exitCode, 2);
+}
+
+void TestCorviStatus::waitLooksOnlyNowAndThen()
+{
+    OpenCounter counter({"/sys/class/net"});
+
+    QCOMPARE(Run({"--wait", "--timeout", "1"}).exitCode, 2);
+
+    const int looks = counter.Take().value("/sys/class/net");
+    QVERIFY2(looks > 1 && looks < 20, qPrintable(QString::number(looks)));
 }
 
 void TestCorviStatus::waitInVainSaysWhy_data()

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 The Corvi developers
 
+#include "paths.h"
 #include "resourcelimit.h"
 #include "supportreport.h"
 #include "testsupport.h"
 
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QtTest>
 
@@ -50,13 +53,18 @@ private Q_SLOTS:
     void answerIsKept();
     void fileIsFromItsPlace_data();
     void fileIsFromItsPlace();
+    void storeIsShown_data();
+    void storeIsShown();
+    void statusIsShown();
     void secretOfTheSupplicantsFileIsMasked();
     void endOfALongLogIsKept_data();
     void endOfALongLogIsKept();
     void fileThatIsNotReadSaysWhy();
     void secondNameMattersWhereEverybodyCanGiveOne();
     void archiveIsNamedByItsTime();
+    void archiveIsForItsOwnerAlone();
     void folderThatIsNotThereIsAFailure();
+    void archiveThatCannotBePackedIsAFailure_data();
     void archiveThatCannotBePackedIsAFailure();
     void fullDiskIsAFailure_data();
     void fullDiskIsAFailure();
@@ -147,6 +155,36 @@ void TestSupportReport::fileIsFromItsPlace()
     QCOMPARE(Entry(entry), QByteArray("of this file\n"));
 }
 
+void TestSupportReport::storeIsShown_data()
+{
+    QTest::addColumn<QString>("entry");
+    QTest::addColumn<QString>("path");
+    QTest::newRow("in force") << "networkconfig.xml" << XML_FULL_NETWORK_PATH;
+    QTest::newRow("last good") << "last-good.xml" << LAST_GOOD_STORE;
+}
+
+void TestSupportReport::storeIsShown()
+{
+    QFETCH(QString, entry);
+    QFETCH(QString, path);
+    TestSupport::WriteFile(path, "<networkconfig><network><name>lan</name></network></networkconfig>");
+    const auto removal = qScopeGuard([path] { TestSupport::Remove(path); });
+
+    const QByteArray text = Entry(entry);
+
+    QVERIFY2(text.contains("<name>lan</name>"), text.constData());
+}
+
+void TestSupportReport::statusIsShown()
+{
+    const QByteArray text = Entry("status.txt");
+    const QByteArray json = TestSupport::ReadFile(UNPACKED + "/status.json");
+
+    // Without colours: it is read anywhere.
+    QVERIFY2(text.startsWith("Corvi does not run."), text.constData());
+    QVERIFY2(QJsonDocument::fromJson(json).object().contains("daemonWell"), json.constData());
+}
+
 void TestSupportReport::secretOfTheSupplicantsFileIsMasked()
 {
     TestSupport::WriteFile("/tmp/wpa_supplicant.conf", "network={\n\tpsk=\"open-sesame\"\n}\n");
@@ -217,6 +255,20 @@ void TestSupportReport::archiveIsNamedByItsTime()
     QCOMPARE(TestSupport::EntryCount(FOLDER), 1);
 }
 
+void TestSupportReport::archiveIsForItsOwnerAlone()
+{
+    const mode_t before = ::umask(0);
+    Entry("kernel.txt");
+    ::umask(before);
+
+    struct stat info = {};
+    const QString archive = QDir(FOLDER).entryInfoList({"*.tar.gz"}).value(0).filePath();
+    QCOMPARE(::stat(QFile::encodeName(archive).constData(), &info), 0);
+    QCOMPARE(info.st_mode, mode_t(S_IFREG | 0600));
+    QCOMPARE(::stat(QFile::encodeName(UNPACKED + "/kernel.txt").constData(), &info), 0);
+    QCOMPARE(info.st_mode, mode_t(S_IFREG | 0600));
+}
+
 void TestSupportReport::folderThatIsNotThereIsAFailure()
 {
     const SupportReport::Outcome outcome = SupportReport::Write("/tmp/no-such-folder");
@@ -225,11 +277,20 @@ void TestSupportReport::folderThatIsNotThereIsAFailure()
     QCOMPARE(outcome.error, "/tmp/no-such-folder: " + QString::fromLocal8Bit(std::strerror(ENOENT)));
 }
 
+void TestSupportReport::archiveThatCannotBePackedIsAFailure_data()
+{
+    QTest::addColumn<QByteArray>("answer");
+    QTest::newRow("nothing is packed") << QByteArray("exit 1");
+    QTest::newRow("a part is packed") << QByteArray("echo part >\"$2\"; exit 1");
+    QTest::newRow("no file is left") << QByteArray("exit 0");
+}
+
 void TestSupportReport::archiveThatCannotBePackedIsAFailure()
 {
+    QFETCH(QByteArray, answer);
     TestSupport::AddProgram("tar");
     const auto removal = qScopeGuard([] { TestSupport::Remove("/tmp/standins/bin/tar"); });
-    TestSupport::Answer("tar", "exit 1");
+    TestSupport::Answer("tar", answer);
 
     const SupportReport::Outcome outcome = SupportReport::Write(FOLDER);
 
