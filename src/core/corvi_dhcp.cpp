@@ -49,6 +49,8 @@ void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
         d->KeepStaticAddress();
         d->KeepLeasedRoute();
         d->WatchForDuplicate();
+        if (d->name == lastConfigured && d->HasLostDhcpClient())
+            Configure(d);
     }
     RetryDhcp(d, dhcpPause);
 }

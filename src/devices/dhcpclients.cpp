@@ -174,3 +174,9 @@ bool DhcpClients::End(const QString &interfaceName)
         EndWith(kernelName, SIGKILL);
     return true;
 }
+
+std::optional<pid_t> DhcpClients::Find(const QString &interfaceName)
+{
+    const QVector<Process> clients = ClientsOf(QFile::encodeName(interfaceName));
+    return clients.isEmpty() ? std::nullopt : std::make_optional<pid_t>(clients.first().id.toInt());
+}

@@ -5,6 +5,10 @@
 
 #include <QString>
 
+#include <optional>
+
+#include <sys/types.h>
+
 /// The DHCP clients (dhclient(8)) that run on this machine, whoever started them. They are looked for in
 /// /proc, as starting a program to find that there is none would cost more than the look.
 namespace DhcpClients {
@@ -15,5 +19,8 @@ namespace DhcpClients {
 /// and for IPv6 alone live.
 /// @return whether there were any.
 bool End(const QString &interfaceName);
+
+/// The process of one that gives the interface IPv4 addresses; nothing where none runs.
+std::optional<pid_t> Find(const QString &interfaceName);
 
 } // namespace DhcpClients

@@ -5,6 +5,7 @@
 
 #include "carrierfile.h"
 #include "carrierlosses.h"
+#include "dhcpclientwatch.h"
 #include "duplicatewatch.h"
 #include "reportonce.h"
 #include "retrypause.h"
@@ -30,7 +31,7 @@ struct DeviceReports
 {
     ReportOnce address{QString()}; ///< that there is none is no news
     ReportOnce config, dhcp, leases, speed, mtu, claim, resolver, leasedResolver, leasedGateway, refusal,
-        hosts, start, upkeep, duplicate;
+        hosts, start, upkeep, duplicate, client;
 };
 
 /// One kernel interface: its last observed state, the network definitions that apply to it, and the
@@ -119,6 +120,10 @@ public:
     /// Sets the default route of the lease again where none is left, at most after growing pauses; nothing
     /// for a static address.
     void KeepLeasedRoute();
+    /// Whether the client that renews the lease has ended, which it tells, and it is time to ask for an
+    /// address anew. Only of the interface that was configured last: each configuration ends the clients of
+    /// others.
+    [[nodiscard]] bool HasLostDhcpClient();
     /// Tells of another host that has our address. It is left to an administrator which of the two keeps it.
     void WatchForDuplicate();
     /// Sets the definition's name servers and hosts again where they could not be written, or `update_hosts`
@@ -236,6 +241,7 @@ private:
     QString appliedSpeed; ///< the text that SetSpeed() was last run for
     QString upAnswer;     ///< what `ifconfig` said when the link was last brought up, nothing where it could
 
+    DhcpClientWatch dhcpClientWatch;
     DuplicateWatch duplicateWatch;
     RetryPause startPause{RetryPause::First::AT_ONCE};  ///< of bringing the link up
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route

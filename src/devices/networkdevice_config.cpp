@@ -163,7 +163,9 @@ void NetworkDevice::ObtainAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - status refreshed";
     if (ipAddress.isEmpty())
         return;
-    LearnLeasedRoute(); // Before anybody is told of the address.
+    // Before anybody is told of the address.
+    LearnLeasedRoute();
+    dhcpClientWatch.Begin(name, ipAddress, DhcpClientWatch::Time::clock::now());
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
 }
 

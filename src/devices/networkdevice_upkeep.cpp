@@ -93,6 +93,24 @@ void NetworkDevice::KeepNames()
     namesPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
+/// The kernel takes a leased address away when its time is over, hours later as it may be, and until then all
+/// looks well.
+bool NetworkDevice::HasLostDhcpClient()
+{
+    if (ipAddress.isEmpty() || !currentConfig || currentConfig->staticIp) {
+        dhcpClientWatch.Forget();
+        return false;
+    }
+    const bool isLost = dhcpClientWatch.IsStartDue(name, ipAddress, DhcpClientWatch::Time::clock::now());
+    if (isLost)
+        LogOnce(reports->client)
+            << "NetworkDevice::HasLostDhcpClient - the DHCP client has ended, asking for an address anew on"
+            << name;
+    else if (dhcpClientWatch.IsSteady())
+        reports->client.Over();
+    return isLost;
+}
+
 /// Two hosts with one address cut each other off, now the one and now the other, and all else looks well.
 void NetworkDevice::WatchForDuplicate()
 {

@@ -47,6 +47,8 @@ public:
     void AdoptModem(const QString &name) { modemDevice = Device(name); }
     /// As the ticks do that found no link.
     void GiveUpModem() { modemDevice = nullptr; }
+    /// As if this interface had been configured last.
+    void NoteConfigured(const QString &name) { lastConfigured = name; }
     /// The wired link was up, or down, at the last tick.
     void NoteWiredUp(bool isUp) { wiredUp = isUp; }
     /// So many ticks are left before wireless gets its turn.

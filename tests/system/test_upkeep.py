@@ -2,8 +2,12 @@
 # Copyright (c) 2026 The Corvi developers
 """What somebody else undid behind the daemon's back, and adapters that come and go."""
 
-from harness import (ADDRESS_PRESENT, LINK_DOWN, LINK_UP, LOG, STATIC, Cable, SystemTest, addresses, default_gateway,
-                     default_routes, holds_for, is_up, link, main, read, run, status, wait_for, wired, write_store)
+import os
+import signal
+
+from harness import (ADDRESS_PRESENT, DHCP_STARTED, LINK_DOWN, LINK_UP, LOG, STATIC, Cable, SystemTest, addresses,
+                     default_gateway, default_routes, holds_for, is_up, link, main, read, run, status, wait_for, wired,
+                     write_store)
 
 
 class DhcpPort(SystemTest):
@@ -32,6 +36,17 @@ class DhcpPort(SystemTest):
         self.assertEqual(self.listener.events(), [])
         self.wait_address("eth0", self.server.serves)
         self.wait_events(self.listener, ADDRESS_PRESENT)
+
+    def test_client_that_somebody_killed_is_replaced(self):
+        client = run("pidof", "dhclient").strip()
+
+        os.kill(int(client), signal.SIGKILL)
+
+        wait_for("another client", lambda: run("pidof", "dhclient", check=False).strip() not in ("", client),
+                 timeout=60)
+        self.wait_address("eth0", self.server.serves)
+        self.wait_events(self.listener, DHCP_STARTED, ADDRESS_PRESENT)
+        self.assertIn("the DHCP client has ended", read(LOG))
 
     def test_default_route_that_somebody_took_away_comes_back(self):
         run("ip", "route", "del", "default")

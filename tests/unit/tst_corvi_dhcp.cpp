@@ -2,16 +2,51 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fastclock.h"
 #include "managersocket.h"
+#include "standinclient.h"
+#include "zebnetconfig.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QScopeGuard>
 
+#include <chrono>
+#include <functional>
+#include <memory>
+
 #include <sys/stat.h>
 
 using namespace CorviWorld;
 using namespace TestSupport;
+using namespace std::chrono_literals;
+
+/// What befalls the service object's machine.
+using Deed = std::function<void(CorviPeer &)>;
+Q_DECLARE_METATYPE(Deed)
+
+namespace {
+
+void SetUpWiredFor(CorviPeer &corvi, std::chrono::seconds time)
+{
+    for (std::chrono::seconds passed{0}; passed < time; ++passed) {
+        FastClock::Advance(1s);
+        corvi.WiredNetworkSetup();
+    }
+}
+
+/// The one in the background got it late.
+std::unique_ptr<StandInClient> GivenLeaseOfAClient(CorviPeer &corvi)
+{
+    auto client = std::make_unique<StandInClient>(QStringList{"eth0"});
+    RealIp({"addr", "add", "10.0.0.5/24", "dev", "eth0"});
+    SetUpWiredFor(corvi, 15s);
+    UseDhcpServer();
+    Forget();
+    return client;
+}
+
+} // namespace
 
 /// Further attempts to get an address, and what the hook of the DHCP client reports.
 class TestCorviDhcp : public QObject
@@ -31,6 +66,10 @@ private Q_SLOTS:
     void retriesStopFillingTheLog();
     void lostLinkStartsThePausesAnew();
     void journalNamesInterfaceAndDefinition();
+
+    void clientThatEndedIsStartedAgain();
+    void clientThatEndedIsOfNoUse_data();
+    void clientThatEndedIsOfNoUse();
 
     // Wireless
     void addressIsRetriedWhileAssociated_data();
@@ -194,6 +233,44 @@ void TestCorviDhcp::journalNamesInterfaceAndDefinition()
         QVERIFY(!told.isEmpty());
     }
     QVERIFY2(told.contains("\nINTERFACE=eth0\nDEFINITION=lan\n"), told.constData());
+}
+
+void TestCorviDhcp::clientThatEndedIsStartedAgain()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    auto client = GivenLeaseOfAClient(corvi);
+
+    client.reset();
+    SetUpWiredFor(corvi, 30s);
+
+    QCOMPARE(DhcpAttempts(), 1);
+    QCOMPARE(
+        LogLines().filter("client has ended"),
+        QStringList{"NetworkDevice::HasLostDhcpClient - the DHCP client has ended, asking for an address "
+                    "anew on eth0"});
+}
+
+void TestCorviDhcp::clientThatEndedIsOfNoUse_data()
+{
+    QTest::addColumn<Deed>("deed");
+    QTest::newRow("static address") << Deed(
+        [](CorviPeer &c) { c.WiredDevice()->currentConfig->staticIp = true; });
+    QTest::newRow("no cable") << Deed([](CorviPeer &) { PullCable("eth0"); });
+    QTest::newRow("another is configured") << Deed([](CorviPeer &c) { c.NoteConfigured("wlan0"); });
+}
+
+void TestCorviDhcp::clientThatEndedIsOfNoUse()
+{
+    QFETCH(Deed, deed);
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    auto client = GivenLeaseOfAClient(corvi);
+
+    deed(corvi);
+    client.reset();
+    SetUpWiredFor(corvi, 60s);
+
+    QCOMPARE(DhcpAttempts(), 0);
+    QCOMPARE(LogLines().filter("client has ended"), QStringList());
 }
 
 void TestCorviDhcp::addressIsRetriedWhileAssociated_data()

@@ -4,6 +4,7 @@
 #include "dhcpclients.h"
 #include "logging.h"
 #include "networkdevice.h"
+#include "standinclient.h"
 #include "testsupport.h"
 
 #include <QDir>
@@ -24,51 +25,6 @@
 #include <unistd.h>
 
 namespace {
-
-/// A process that shows as a DHCP client started with these words, and lives until it is ended.
-class Client : public QProcess
-{
-public:
-    explicit Client(const QStringList &words, std::function<void()> before = {}, const QByteArray &body = {},
-                    const QString &name = QStringLiteral("dhclient"))
-        : prepare(std::move(before))
-    {
-        const QString path = QStringLiteral("/tmp/clients/") + name;
-        // The shell keeps the name of its script, and waits for an input that never comes.
-        TestSupport::WriteFile(path, "#!/bin/sh\n" + body + "\necho ready\nwhile :; do read -r line; done\n");
-        ::chmod(QFile::encodeName(path).constData(), 0755);
-#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-        setChildProcessModifier(prepare);
-#endif
-        start(path, words);
-        if (!waitForReadyRead())
-            qFatal("the client does not start");
-    }
-    ~Client() override
-    {
-        kill();
-        waitForFinished();
-    }
-    bool Lives()
-    {
-        return !waitForFinished(100);
-    }
-    int EndedBy()
-    {
-        return waitForFinished(1000) && exitStatus() == CrashExit ? exitCode() : 0;
-    }
-
-private:
-#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
-    void setupChildProcess() override
-    {
-        if (prepare)
-            prepare();
-    }
-#endif
-
-    std::function<void()> prepare;
-};
 
 /// Without any, this thread is root only by name: the service's unit leaves the daemon few. Those of a
 /// program that was started before stay.
@@ -159,7 +115,7 @@ void TestDhcpClients::endsThoseThatServeTheInterface()
 {
     QFETCH(QStringList, words);
     QFETCH(bool, ends);
-    Client client(words);
+    StandInClient client(words);
 
     QCOMPARE(DhcpClients::End("eth0"), ends);
 
@@ -168,8 +124,8 @@ void TestDhcpClients::endsThoseThatServeTheInterface()
 
 void TestDhcpClients::endsSeveral()
 {
-    Client first({"eth0"});
-    Client second({"-v", "eth0"});
+    StandInClient first({"eth0"});
+    StandInClient second({"-v", "eth0"});
 
     QVERIFY(DhcpClients::End("eth0"));
 
@@ -184,7 +140,7 @@ void TestDhcpClients::nothingToEnd()
 
 void TestDhcpClients::insistsWithOneThatDoesNotListen()
 {
-    Client client({"eth0"}, {}, "trap '' TERM");
+    StandInClient client({"eth0"}, {}, "trap '' TERM");
 
     QVERIFY(DhcpClients::End("eth0"));
 
@@ -193,8 +149,8 @@ void TestDhcpClients::insistsWithOneThatDoesNotListen()
 
 void TestDhcpClients::letsTheScriptFinish()
 {
-    Client client({"eth0"});
-    Client script({}, {}, "echo ready; sleep 0.5; exit 7", QStringLiteral("dhclient-script"));
+    StandInClient client({"eth0"});
+    StandInClient script({}, {}, "echo ready; sleep 0.5; exit 7", QStringLiteral("dhclient-script"));
 
     QVERIFY(DhcpClients::End("eth0"));
 
@@ -205,8 +161,8 @@ void TestDhcpClients::letsTheScriptFinish()
 
 void TestDhcpClients::endsAScriptThatHangs()
 {
-    Client client({"eth0"});
-    Client script({}, {}, {}, QStringLiteral("dhclient-script"));
+    StandInClient client({"eth0"});
+    StandInClient script({}, {}, {}, QStringLiteral("dhclient-script"));
 
     QVERIFY(DhcpClients::End("eth0"));
 
@@ -220,9 +176,9 @@ void TestDhcpClients::anothersScriptLives()
             ::setenv("interface", interfaceName, 1);
         };
     };
-    Client client({"eth0"});
-    Client script({}, workFor("eth01"), {}, QStringLiteral("dhclient-script"));
-    Client own({}, workFor("eth0"), {}, QStringLiteral("dhclient-script"));
+    StandInClient client({"eth0"});
+    StandInClient script({}, workFor("eth01"), {}, QStringLiteral("dhclient-script"));
+    StandInClient own({}, workFor("eth0"), {}, QStringLiteral("dhclient-script"));
 
     QVERIFY(DhcpClients::End("eth0"));
 
@@ -247,9 +203,9 @@ void TestDhcpClients::clientWithoutWordsServesEveryInterface()
 void TestDhcpClients::clientsMayEndMeanwhile()
 {
     // Many that stay, so that a look takes a while, and many that are gone within a few milliseconds.
-    std::vector<std::unique_ptr<Client>> others(40);
-    for (std::unique_ptr<Client> &other : others)
-        other = std::make_unique<Client>(QStringList{"-v", "eth1"});
+    std::vector<std::unique_ptr<StandInClient>> others(40);
+    for (std::unique_ptr<StandInClient> &other : others)
+        other = std::make_unique<StandInClient>(QStringList{"-v", "eth1"});
     QDir().mkpath("/tmp/clients/quick");
     QVERIFY(QFile::copy("/bin/true", "/tmp/clients/quick/dhclient"));
     QProcess quickOnes;
@@ -265,7 +221,7 @@ void TestDhcpClients::clientsMayEndMeanwhile()
 
 void TestDhcpClients::programWithASimilarNameLives()
 {
-    Client client({"eth0"}, {}, {}, QStringLiteral("dhclient2"));
+    StandInClient client({"eth0"}, {}, {}, QStringLiteral("dhclient2"));
 
     QVERIFY(!DhcpClients::End("eth0"));
 
@@ -282,7 +238,7 @@ void TestDhcpClients::containersClientLives_data()
 void TestDhcpClients::containersClientLives()
 {
     QFETCH(bool, hasRights);
-    Client client({"eth0"}, [] {
+    StandInClient client({"eth0"}, [] {
         if (::unshare(CLONE_NEWNET) != 0)
             ::_exit(1);
     });
@@ -295,7 +251,7 @@ void TestDhcpClients::containersClientLives()
 
 void TestDhcpClients::endsOneThatMayDoMoreThanWe()
 {
-    Client client({"eth0"});
+    StandInClient client({"eth0"});
     UseRights(false);
     // Its namespaces are not ours to look at.
     struct stat theirs = {};
@@ -313,7 +269,7 @@ void TestDhcpClients::otherUsersProcessLives()
     // Another user's id exists only where it is mapped.
     if (!TestSupport::ReadFile("/proc/self/uid_map").contains("4294967295"))
         QSKIP("only root can make a process of another user; seen when the tests run as root");
-    Client client({"eth0"}, [] {
+    StandInClient client({"eth0"}, [] {
         if (::setuid(65534) != 0)
             ::_exit(1);
     });
@@ -335,8 +291,8 @@ void TestDhcpClients::deviceEndsItsClient_data()
 void TestDhcpClients::deviceEndsItsClient()
 {
     QFETCH(Deed, deed);
-    Client client({"-v", "eth0"});
-    Client other({"-v", "wlan0"});
+    StandInClient client({"-v", "eth0"});
+    StandInClient other({"-v", "wlan0"});
     NetworkDevice device("eth0", nullptr);
 
     deed(device);
@@ -357,7 +313,7 @@ void TestDhcpClients::deviceLeavesTheClientAlone_data()
 void TestDhcpClients::deviceLeavesTheClientAlone()
 {
     QFETCH(Deed, deed);
-    Client client({"-v", "eth0"});
+    StandInClient client({"-v", "eth0"});
     NetworkDevice device("eth0", nullptr);
 
     deed(device);
