@@ -411,7 +411,7 @@ void TestCorviStatus::watchPrintsEvents()
     QVERIFY(SendEvent(bytes));
 
     const QString output = watcher.OutputWith("Broadcast");
-    QVERIFY2(output.contains(expected + "\n"), qPrintable(output));
+    QVERIFY2(output.contains(expected + "\n  Connected:    yes\n"), qPrintable(output));
     QVERIFY2(output.contains("\n  IP address:   10.0.0.5\n"), qPrintable(output));
 }
 
