@@ -156,7 +156,7 @@ QByteArray Masking::SupplicantFile(const QByteArray &contents)
         const QByteArray value = option.mid(separator + 1);
         if (option == "network={" || option == "}") {
             masked += option + '\n';
-        } else if (separator > 0 && IsOpenOption(name) && !HoldsPin(value)) {
+        } else if (IsOpenOption(name) && !HoldsPin(value)) {
             masked += '\t' + option + '\n';
         } else if (separator > 0 && !option.startsWith('#')) {
             Note(value);

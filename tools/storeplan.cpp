@@ -136,7 +136,6 @@ StorePlan PlanStore(const ZebDocument &document, QStringList interfaceNames)
     WirelessSettings settings;
     settings.useApScan = IsOn(document, "UseApScan");
     settings.filterSsids = IsOn(document, "FilterSsids");
-    settings.addWpsSaeCred = IsOn(document, "AddWpsSaeCred");
     // A mask needs no hash.
     WpaSupplicantCfg::_useHashedPsk = false;
     StorePlan plans;

@@ -6,6 +6,7 @@
 //   FAILING_CALL   shmat, shmctl, semget, semop, pipe2, or maps: the list of the process's own mappings
 //                  cannot be opened
 //   FAILING_FROM   the first call that fails, counted from 1
+//   FAILING_ERROR  why, a number of errno(3); without it EACCES
 
 #include <cerrno>
 #include <cstdarg>
@@ -33,7 +34,8 @@ bool Fails(const char *name)
     const char *const from = std::getenv("FAILING_FROM");
     if (++calls < (from != nullptr ? std::atoi(from) : 1))
         return false;
-    errno = EACCES;
+    const char *const error = std::getenv("FAILING_ERROR");
+    errno = error != nullptr ? std::atoi(error) : EACCES;
     return true;
 }
 

@@ -13,6 +13,7 @@
 #include <QtTest>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 
 #include <sys/ipc.h>
@@ -24,12 +25,13 @@
 namespace {
 
 /// As root, every call works. From now on one of the tool's fails.
-QProcessEnvironment WithFailingCall(const QString &call, int from = 1)
+QProcessEnvironment WithFailingCall(const QString &call, int from = 1, int error = EACCES)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("LD_PRELOAD", FAILING_CALLS);
     environment.insert("FAILING_CALL", call);
     environment.insert("FAILING_FROM", QString::number(from));
+    environment.insert("FAILING_ERROR", QString::number(error));
     // The module comes before a sanitizer, which complains of that.
     environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
     return environment;
@@ -49,6 +51,14 @@ bool OpenToAll(const QSharedMemory &segment)
         return false;
     ofLock.sem_perm.mode = 0666;
     return ::shmctl(segmentId, IPC_SET, &ofSegment) == 0 && ::semctl(lockId, 0, IPC_SET, &ofLock) == 0;
+}
+
+void RemoveSegment()
+{
+    QProcess::execute("ipcrm", {"--all"});
+    const QDir folder("/tmp");
+    for (const QString &name : folder.entryList({"qipc_*"}, QDir::Files | QDir::System))
+        TestSupport::Remove(folder.filePath(name));
 }
 
 /// Comes to the listener, which has begun to listen.
@@ -72,6 +82,8 @@ private Q_SLOTS:
     void segmentThatCannotBeReadIsAFailure();
     void segmentOfAnotherUserIsNotShown_data();
     void segmentOfAnotherUserIsNotShown();
+    void partOfAnotherUserIsEnough_data();
+    void partOfAnotherUserIsEnough();
     void statusThatAllMayReadIsShownToAnotherUser();
     void keeperOfTheLockIsNamed();
     void socketThatCannotBeMadeIsAFailure();
@@ -90,28 +102,31 @@ void TestStatusToolFaults::segmentThatCannotBeReadIsAFailure_data()
 {
     QTest::addColumn<QString>("call");
     QTest::addColumn<int>("from");
+    QTest::addColumn<int>("error");
     QTest::addColumn<QString>("reason");
 
     // The attachment takes the lock too, and gives it back; and it asks for the size, as we do for the maker.
     const QString withoutRights = "permission denied: only the daemon's user may, which is root";
-    QTest::newRow("attached") << "shmat" << 1 << withoutRights;
-    QTest::newRow("its lock found") << "semget" << 1 << withoutRights;
-    QTest::newRow("examined") << "shmctl" << 3 << "cannot examine the segment: Permission denied";
+    QTest::newRow("attached") << "shmat" << 1 << EACCES << withoutRights;
+    QTest::newRow("attached with no room") << "shmat" << 1 << ENOMEM << "out of resources";
+    QTest::newRow("its lock found") << "semget" << 1 << EACCES << withoutRights;
+    QTest::newRow("examined") << "shmctl" << 3 << EACCES << "cannot examine the segment: Permission denied";
     QTest::newRow("found among the mappings")
-        << "maps" << 1 << "cannot examine the segment: Invalid argument";
-    QTest::newRow("locked") << "semop" << 3 << "unable to lock";
-    QTest::newRow("unlocked") << "semop" << 4 << "unable to unlock";
+        << "maps" << 1 << EACCES << "cannot examine the segment: Invalid argument";
+    QTest::newRow("locked") << "semop" << 3 << EACCES << "unable to lock";
+    QTest::newRow("unlocked") << "semop" << 4 << EACCES << "unable to unlock";
 }
 
 void TestStatusToolFaults::segmentThatCannotBeReadIsAFailure()
 {
     QFETCH(QString, call);
     QFETCH(int, from);
+    QFETCH(int, error);
     QFETCH(QString, reason);
     Publisher publisher;
     publisher.Publish(WiredStatus().GetData());
 
-    const Result result = Run({}, WithFailingCall(call, from));
+    const Result result = Run({}, WithFailingCall(call, from, error));
 
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.output, QString());
@@ -147,10 +162,7 @@ void TestStatusToolFaults::segmentOfAnotherUserIsNotShown()
     const auto ender = qScopeGuard([user] {
         ::kill(user, SIGKILL);
         ::waitpid(user, nullptr, 0);
-        QProcess::execute("ipcrm", {"--all"});
-        const QDir folder("/tmp");
-        for (const QString &name : folder.entryList({"qipc_*"}, QDir::Files | QDir::System))
-            TestSupport::Remove(folder.filePath(name));
+        RemoveSegment();
     });
     char byte = 0;
     QCOMPARE(::read(published[0], &byte, 1), ssize_t(1));
@@ -160,6 +172,41 @@ void TestStatusToolFaults::segmentOfAnotherUserIsNotShown()
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.output, QString());
     QCOMPARE(result.error, QString("corvi-status: The status cannot be read: it belongs to another user.\n"));
+}
+
+void TestStatusToolFaults::partOfAnotherUserIsEnough_data()
+{
+    QTest::addColumn<bool>("isLock");
+    QTest::newRow("segment") << false;
+    QTest::newRow("lock") << true;
+}
+
+void TestStatusToolFaults::partOfAnotherUserIsEnough()
+{
+    QFETCH(bool, isLock);
+    const QString file = QSharedMemory(KEY).nativeKey();
+    const auto removal = qScopeGuard([] { RemoveSegment(); });
+    const pid_t user = ::fork();
+    if (user == 0) {
+        if (::setuid(65534) != 0)
+            _exit(1);
+        auto *const publisher = new Publisher;
+        publisher->Publish(WiredStatus().GetData());
+        if (isLock)
+            ::shmctl(::shmget(KeyOfFile(file), 0, 0), IPC_RMID, nullptr);
+        else
+            ::semctl(::semget(KeyOfFile(LockFileOf(file)), 0, 0), 0, IPC_RMID);
+        _exit(0); // Without its destructor: what it made stays.
+    }
+    QCOMPARE(::waitpid(user, nullptr, 0), user);
+    QSharedMemory ours(KEY);
+    if (isLock)
+        QVERIFY(ours.create(512));
+    else
+        QVERIFY(::semget(KeyOfFile(LockFileOf(file)), 1, IPC_CREAT | 0600) != -1);
+
+    QCOMPARE(Run({}).error,
+             QString("corvi-status: The status cannot be read: it belongs to another user.\n"));
 }
 
 void TestStatusToolFaults::statusThatAllMayReadIsShownToAnotherUser()

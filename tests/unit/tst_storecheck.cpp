@@ -50,6 +50,8 @@ private Q_SLOTS:
     void refusedStoreIsToldWithItsPlace();
     void whatNobodyReadsIsTold_data();
     void whatNobodyReadsIsTold();
+    void attributesOfOtherElementsAreNotTold_data();
+    void attributesOfOtherElementsAreNotTold();
     void goodStoreHasNoFindings();
     void findingsStandInTheOrderOfTheFile();
     void programGetsTheSame();
@@ -398,6 +400,23 @@ void TestStoreCheck::whatNobodyReadsIsTold()
 
     QCOMPARE(lines, QStringList{"store:" + PlaceOfMark(marked) + ": warning: " + text});
     QVERIFY(!Report(WithoutMark(marked)).HasErrors());
+}
+
+void TestStoreCheck::attributesOfOtherElementsAreNotTold_data()
+{
+    QTest::addColumn<QByteArray>("elements");
+    QTest::newRow("unknown property") << QByteArray("<network><name>lan</name><x a='1'>b</x></network>");
+    QTest::newRow("property outside of a network") << QByteArray("<mtu a='1'>1400</mtu>");
+}
+
+void TestStoreCheck::attributesOfOtherElementsAreNotTold()
+{
+    QFETCH(QByteArray, elements);
+
+    const QStringList lines = Lines("<c>" + elements + "</c>");
+
+    QCOMPARE(lines.size(), 1); // of the element itself
+    QVERIFY2(!lines.constFirst().contains("attributes"), qPrintable(lines.constFirst()));
 }
 
 void TestStoreCheck::goodStoreHasNoFindings()

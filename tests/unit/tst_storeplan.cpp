@@ -77,6 +77,8 @@ private Q_SLOTS:
     void blockIsTheDaemons_data();
     void blockIsTheDaemons();
     void realSupplicantTakesEveryBlock();
+    void settingReachesTheSupplicant_data();
+    void settingReachesTheSupplicant();
     void complaintIsShownWithoutValues();
     void textShowsThePlan();
     void textSaysWhatTheSupplicantSays_data();
@@ -212,6 +214,30 @@ void TestStorePlan::realSupplicantTakesEveryBlock()
         for (const InterfacePlan &interfacePlan : plan)
             QCOMPARE(interfacePlan.complaints.value_or(QStringList()), QStringList());
     }
+}
+
+void TestStorePlan::settingReachesTheSupplicant_data()
+{
+    QTest::addColumn<QByteArray>("setting");
+    QTest::addColumn<QByteArray>("line");
+    QTest::newRow("scans") << QByteArray("UseApScan") << QByteArray("\nap_scan=2\n");
+    QTest::newRow("SSIDs") << QByteArray("FilterSsids") << QByteArray("\nfilter_ssids=1\n");
+}
+
+void TestStorePlan::settingReachesTheSupplicant()
+{
+    QFETCH(QByteArray, setting);
+    QFETCH(QByteArray, line);
+    TestSupport::Answer("wpa_supplicant", "cat \"${3#-c}\" >/tmp/given");
+    const auto given = [&setting](const QByteArray &value) {
+        Plan("<c><" + setting + '>' + value + "</" + setting +
+                 "><network><name>Attic</name><ssid>Attic</ssid></network></c>",
+             {"wlan0"});
+        return TestSupport::ReadFile("/tmp/given");
+    };
+
+    QVERIFY2(given("true").contains(line), given("true").constData());
+    QVERIFY2(!given("false").contains(line), given("false").constData());
 }
 
 void TestStorePlan::complaintIsShownWithoutValues()

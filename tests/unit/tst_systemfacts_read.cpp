@@ -7,6 +7,7 @@
 #include "systemfacts.h"
 #include "testsupport.h"
 
+#include <QElapsedTimer>
 #include <QSharedMemory>
 #include <QtTest>
 
@@ -275,6 +276,8 @@ void TestSystemFactsRead::supplicantThatDoesNotAnswer()
     FakeSupplicant peer("eth0");
     peer.SetReply("STATUS", "wpa_state=SCANNING\n");
     peer.SetSilent("SIGNAL_POLL");
+    QElapsedTimer time;
+    time.start();
 
     const SupplicantFacts withoutSignal = ReportOfEth0().supplicant.value_or(SupplicantFacts());
     peer.SetSilent("STATUS");
@@ -284,6 +287,8 @@ void TestSystemFactsRead::supplicantThatDoesNotAnswer()
     QCOMPARE(withoutSignal.state, "SCANNING");
     QVERIFY(!withoutSignal.signalDbm);
     QCOMPARE(silent.problem, "it does not answer");
+    // A person waits twice for 2 s, not for the daemon's 10 s.
+    QVERIFY(time.elapsed() < 15000);
     QCOMPARE(peer.Commands(), QStringList{"STATUS"});
 }
 
