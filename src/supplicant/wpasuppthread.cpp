@@ -275,7 +275,7 @@ void WpaSuppThread::CountPeace()
     if (peaceTicks != PEACE_TICKS)
         return;
     for (ReportOnce *report : {&reports.start, &reports.launch, &reports.giveUp, &reports.death,
-                               &reports.terminating, &reports.silence, &reports.leftOver})
+                               &reports.terminating, &reports.silence, &reports.leftOver, &reports.inTheWay})
         report->Over();
 }
 

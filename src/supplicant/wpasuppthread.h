@@ -149,6 +149,8 @@ private:
     void StopSupplicant();
     void WaitForSupplicantToEnd();
     void TakeOverRequest();
+    void MakeControlFolder();
+    void ClearName(const QString &path);
     void LaunchSupplicant();
     bool HasConfiguration();
     QString DebugOption() const;
@@ -265,7 +267,7 @@ private:
     /// What an operator is told, and counted when it lasts or comes again and again.
     struct
     {
-        ReportOnce launch, pause, giveUp, death, silence, stopped, leftOver;
+        ReportOnce launch, pause, giveUp, death, silence, stopped, leftOver, inTheWay;
         ReportOnce start{ReportOnce::Of::STEP};
         ReportOnce terminating{ReportOnce::Of::STEP};
         ReportOnce link{ReportOnce::Of::CHANGE};

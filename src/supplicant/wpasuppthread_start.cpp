@@ -9,6 +9,9 @@
 #include "utils.h"
 
 #include <QFile>
+#include <QFileInfo>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -30,6 +33,13 @@ QString WithoutLineFeed(const QString &reply)
     return reply.endsWith(QLatin1Char('\n')) ? reply.chopped(1) : reply;
 }
 
+/// What is at the name itself, as stat(2) has it; 0 where there is nothing.
+mode_t TypeOf(const QString &path)
+{
+    struct stat info = {};
+    return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & S_IFMT : 0;
+}
+
 } // namespace
 
 void WpaSuppThread::RestartSupplicant()
@@ -48,7 +58,7 @@ void WpaSuppThread::RestartSupplicant()
 
     TellAssociation(false);
     TakeOverRequest();
-    Utils::Execute(QStringLiteral("mkdir"), {QStringLiteral("-p"), WPA_CONTROL_FOLDER}, false);
+    MakeControlFolder();
     LaunchSupplicant();
 }
 
@@ -84,6 +94,25 @@ void WpaSuppThread::TakeOverRequest()
     servedTicks = 0;
     openFailures = 0;
     unassociatedTicks = 0;
+}
+
+/// The supplicant replaces an old socket by itself. At anything else it may end, again and again.
+void WpaSuppThread::MakeControlFolder()
+{
+    if (TypeOf(WPA_CONTROL_FOLDER) != 0 && !QFileInfo(WPA_CONTROL_FOLDER).isDir())
+        ClearName(WPA_CONTROL_FOLDER);
+    Utils::Execute(QStringLiteral("mkdir"), {QStringLiteral("-p"), WPA_CONTROL_FOLDER}, false);
+    const QString socketPath = WpaSupplicantControl::CtrlInterfaceDir + interface;
+    const mode_t type = interface.isEmpty() ? 0 : TypeOf(socketPath);
+    if (type != 0 && type != S_IFSOCK)
+        ClearName(socketPath);
+}
+
+void WpaSuppThread::ClearName(const QString &path)
+{
+    LogOnce(reports.inTheWay, path)
+        << "WpaSuppThread -- What is in the way of the supplicant's control socket"
+        << (SecureFile::Remove(path) ? "is removed:" : "cannot be removed:") << path;
 }
 
 bool WpaSuppThread::IsWiredDriver(const QString &driverName)

@@ -96,6 +96,7 @@ public:
     using WpaSuppThread::CreateWpaCtl;
     using WpaSuppThread::DeleteWpaCtl;
     using WpaSuppThread::LaunchSupplicant;
+    using WpaSuppThread::MakeControlFolder;
     using WpaSuppThread::Reinit;
     using WpaSuppThread::RestartWpaCtl;
     using WpaSuppThread::SplitLine;

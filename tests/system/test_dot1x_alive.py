@@ -45,6 +45,19 @@ class Alive(SupervisedTest):
         self.is_authenticated_again()
         self.assertTrue((CONTROL_FOLDER / "eth0").is_socket())
 
+    def test_folder_in_the_place_of_the_socket(self):
+        socket = CONTROL_FOLDER / "eth0"
+        socket.unlink()
+        (socket / "full").mkdir(parents=True)
+
+        # The connection goes on, and the next supplicant would end at the folder.
+        holds_for("the supplicant", lambda: len(supplicants()) == 1, 3)
+        self.signal_supplicant(signal.SIGKILL)
+
+        self.is_authenticated_again()
+        self.assertTrue(self.daemon.logged(f"is removed: /var{socket}"))
+        self.assertTrue(socket.is_socket())
+
 
 if __name__ == "__main__":
     main()

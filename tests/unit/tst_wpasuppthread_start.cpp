@@ -9,6 +9,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -37,6 +39,10 @@ private slots:
     void launches();
     void removesTheOldSupplicantLog_data();
     void removesTheOldSupplicantLog();
+    void clearsTheNameOfTheSocket_data();
+    void clearsTheNameOfTheSocket();
+    void leavesASocketAndItsFolder_data();
+    void leavesASocketAndItsFolder();
     void launchesNothingWithoutConfiguration_data();
     void launchesNothingWithoutConfiguration();
     void launchesOnTheNameOfASocket();
@@ -225,6 +231,59 @@ void TestWpaSuppThreadStart::removesTheOldSupplicantLog()
     supervisor.LaunchSupplicant();
 
     QTEST(QFile::exists(SUPPLICANT_LOG), "expected");
+}
+
+void TestWpaSuppThreadStart::clearsTheNameOfTheSocket_data()
+{
+    QTest::addColumn<QString>("obstacle");
+    QTest::addColumn<QString>("cleared");
+    const QString folder = QStringLiteral("/var/run/wpa_supplicant");
+    const QString socket = FakeSupplicant::SocketPath(QStringLiteral("wlan0"));
+    QTest::newRow("folder") << "/bin/mkdir -p " + socket + "/full" << socket;
+    QTest::newRow("file") << "touch " + socket << socket;
+    QTest::newRow("link into nothing") << "ln -s /nowhere " + socket << socket;
+    QTest::newRow("file in the place of the folder") << "touch " + folder << folder;
+    QTest::newRow("link in the place of the folder") << "ln -s /nowhere " + folder << folder;
+}
+
+/// The supplicant would end there, as often as it is started.
+void TestWpaSuppThreadStart::clearsTheNameOfTheSocket()
+{
+    QFETCH(QString, obstacle);
+    QFETCH(QString, cleared);
+    TestSupport::Remove(QStringLiteral("/var/run/wpa_supplicant"));
+    QVERIFY(QDir().mkpath(QFileInfo(cleared).path()));
+    QCOMPARE(QProcess::execute(QStringLiteral("sh"), {QStringLiteral("-c"), obstacle}), 0);
+    WpaSuppThreadPeer supervisor;
+
+    supervisor.MakeControlFolder();
+
+    QVERIFY(!QFileInfo::exists(cleared));
+    QVERIFY(!QFileInfo(cleared).isSymLink());
+    QCOMPARE(TestSupport::Journal(), QStringList{"mkdir -p /var/run/wpa_supplicant"});
+    QVERIFY2(LastLogLine().endsWith("the supplicant's control socket is removed: " + cleared + ' '),
+             qPrintable(LastLogLine()));
+}
+
+void TestWpaSuppThreadStart::leavesASocketAndItsFolder_data()
+{
+    QTest::addColumn<QString>("interfaceName");
+    QTest::newRow("socket") << "wlan0";
+    QTest::newRow("no interface") << "";
+}
+
+/// It may be that of a supplicant that runs.
+void TestWpaSuppThreadStart::leavesASocketAndItsFolder()
+{
+    QFETCH(QString, interfaceName);
+    const FakeSupplicant supplicant;
+    WpaSuppThreadPeer supervisor;
+    supervisor.AimAt(interfaceName);
+
+    supervisor.MakeControlFolder();
+
+    QVERIFY(QFileInfo::exists(FakeSupplicant::SocketPath(QStringLiteral("wlan0"))));
+    QCOMPARE(LogLineCount(), 0);
 }
 
 void TestWpaSuppThreadStart::launchesNothingWithoutConfiguration_data()
