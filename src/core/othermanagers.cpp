@@ -4,6 +4,7 @@
 #include "othermanagers.h"
 
 #include "paths.h"
+#include "supplicantprocess.h"
 
 #include <QFile>
 
@@ -63,10 +64,16 @@ struct Manager
 
 QStringList OtherManagers(const QStringList &interfaceNames)
 {
+    // As of wpa_supplicant@.service.
+    const auto supplicantHas =
+        [theirs = SupplicantProcess::ForeignInterfaces(WPA_SUPPLICANT_CONF)](const QString &interfaceName) {
+            return theirs.contains(interfaceName);
+        };
     const Manager managers[] = {{QStringLiteral("NetworkManager"), NetworkManagerHas},
                                 {QStringLiteral("systemd-networkd"), NetworkdHas},
                                 {QStringLiteral("ifupdown"), IfupdownHas},
-                                {QStringLiteral("dhcpcd"), DhcpcdHas}};
+                                {QStringLiteral("dhcpcd"), DhcpcdHas},
+                                {QStringLiteral("wpa_supplicant"), supplicantHas}};
     QStringList found;
     for (const Manager &manager : managers) {
         QStringList theirs;

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 // glibc 2.36 declares these without saying that they are C.
@@ -34,6 +35,44 @@ QByteArray ReadProcFile(pid_t id, const char *name)
 {
     QFile file(ProcFile(id, name));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QList<pid_t> AllProcesses()
+{
+    QList<pid_t> ids;
+    const QStringList names = QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs);
+    for (const QString &name : names)
+        ids << name.toInt();
+    return ids;
+}
+
+/// Its command line, where it is a supplicant.
+QList<QByteArray> SupplicantArguments(pid_t id)
+{
+    const QList<QByteArray> arguments = ReadProcFile(id, "cmdline").split('\0');
+    const QByteArray program = arguments.first().mid(arguments.first().lastIndexOf('/') + 1);
+    return program.startsWith("wpa_supplicant") ? arguments : QList<QByteArray>();
+}
+
+/// Those that it was told to work on.
+QStringList InterfacesIn(const QList<QByteArray> &arguments)
+{
+    QStringList names;
+    for (int i = 1; i < arguments.size(); ++i) {
+        if (arguments.at(i) == "-i")
+            names << QString::fromLocal8Bit(arguments.value(i + 1));
+        else if (arguments.at(i).startsWith("-i"))
+            names << QString::fromLocal8Bit(arguments.at(i).mid(2));
+    }
+    return names;
+}
+
+/// In another one it has other interfaces, whatever their names.
+bool IsInOurNetwork(pid_t id)
+{
+    struct stat theirs = {}, ours = {};
+    return ::stat(QFile::encodeName(ProcFile(id, "ns/net")).constData(), &theirs) == 0 &&
+           ::stat("/proc/self/ns/net", &ours) == 0 && theirs.st_ino == ours.st_ino;
 }
 
 } // namespace
@@ -65,13 +104,24 @@ SupplicantProcess &SupplicantProcess::operator=(SupplicantProcess &&other) noexc
 std::vector<SupplicantProcess> SupplicantProcess::FindWith(const QString &configurationPath)
 {
     std::vector<SupplicantProcess> found;
-    const QStringList names = QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs);
-    for (const QString &name : names) {
-        SupplicantProcess process(name.toInt());
+    for (const pid_t id : AllProcesses()) {
+        SupplicantProcess process(id);
         if (process.IsLaunchedWith(configurationPath))
             found.push_back(std::move(process));
     }
     return found;
+}
+
+QStringList SupplicantProcess::ForeignInterfaces(const QString &configurationPath)
+{
+    QStringList names;
+    for (const pid_t id : AllProcesses()) {
+        const QStringList theirs = InterfacesIn(SupplicantArguments(id));
+        if (!theirs.isEmpty() && IsInOurNetwork(id) &&
+            !SupplicantProcess(id).IsLaunchedWith(configurationPath))
+            names += theirs;
+    }
+    return names;
 }
 
 bool SupplicantProcess::HasEndedWithin(std::chrono::milliseconds limit) const
@@ -97,10 +147,7 @@ std::optional<bool> SupplicantProcess::IsStopped() const
 
 bool SupplicantProcess::IsLaunchedWith(const QString &configurationPath) const
 {
-    const QList<QByteArray> arguments = ReadProcFile(id, "cmdline").split('\0');
-    const QByteArray program = arguments.first().mid(arguments.first().lastIndexOf('/') + 1);
-    return program.startsWith("wpa_supplicant") &&
-           arguments.contains("-c" + configurationPath.toLocal8Bit()) &&
+    return SupplicantArguments(id).contains("-c" + configurationPath.toLocal8Bit()) &&
            QFileInfo(ProcFile(id, "")).ownerId() == geteuid();
 }
 

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <chrono>
 #include <optional>
@@ -25,6 +26,9 @@ public:
 
     /// Those that were launched with this file by our own user, by this daemon or an earlier one.
     static std::vector<SupplicantProcess> FindWith(const QString &configurationPath);
+
+    /// The interfaces that somebody else's supplicants work on: those that were not launched with this file.
+    static QStringList ForeignInterfaces(const QString &configurationPath);
 
     pid_t Id() const { return id; }
     /// Also while nobody has waited for it yet.

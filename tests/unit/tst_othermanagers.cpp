@@ -15,6 +15,7 @@ private Q_SLOTS:
     void managerIsNamedWithItsInterfaces_data();
     void managerIsNamedWithItsInterfaces();
     void severalAreNamed();
+    void supplicantIsNamed();
 };
 
 void TestOtherManagers::managerIsNamedWithItsInterfaces_data()
@@ -63,6 +64,18 @@ void TestOtherManagers::severalAreNamed()
     TestSupport::WriteFile("/run/dhcpcd/pid", "1\n");
 
     QCOMPARE(OtherManagers({"eth0"}), QStringList({"ifupdown (eth0)", "dhcpcd (eth0)"}));
+}
+
+void TestOtherManagers::supplicantIsNamed()
+{
+    QProcess supplicant;
+    supplicant.start("bash", {"-c", "exec -a wpa_supplicant bash -c 'echo up; read line' -ieth0"});
+    QVERIFY(supplicant.waitForReadyRead());
+
+    QVERIFY(OtherManagers({"eth0", "wlan0"}).contains("wpa_supplicant (eth0)"));
+
+    supplicant.closeWriteChannel();
+    QVERIFY(supplicant.waitForFinished());
 }
 
 QTEST_GUILESS_MAIN(TestOtherManagers)

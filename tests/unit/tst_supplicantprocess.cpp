@@ -39,6 +39,8 @@ private slots:
     void knowsNothingOfAStateThatCannotBeRead();
     void knowsItsOwnByCommandLine();
     void findsItsOwn();
+    void namesTheInterfacesOfOthers_data();
+    void namesTheInterfacesOfOthers();
     void endsAProcess();
     void waitsOnWhenInterrupted();
     void canBeMoved();
@@ -137,6 +139,42 @@ void TestSupplicantProcess::findsItsOwn()
     QCOMPARE(found.size(), size_t(1));
     QCOMPARE(found.front().Id(), supplicant.Id());
     QVERIFY(SupplicantProcess::FindWith(QStringLiteral("/etc/wpa_supplicant.conf")).empty());
+}
+
+void TestSupplicantProcess::namesTheInterfacesOfOthers_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QString>("options");
+    QTest::addColumn<QStringList>("expected");
+    const QString other = QStringLiteral("wpa_supplicant");
+    QTest::newRow("of a service") << other << "-c/etc/wlan0.conf -iwlan0" << QStringList{"wlan0"};
+    QTest::newRow("by hand") << "/sbin/wpa_supplicant"
+                             << "-i eth0 -c /etc/eth0.conf" << QStringList{"eth0"};
+    QTest::newRow("for several") << other << "-i eth0 -N -iwlan0" << (QStringList{"eth0", "wlan0"});
+    QTest::newRow("ours") << other << "-B -iwlan0 -c/tmp/wpa_supplicant.conf" << QStringList();
+    QTest::newRow("for none") << other << "-u -s" << QStringList();
+    QTest::newRow("another program") << "hostapd"
+                                     << "-i wlan0" << QStringList();
+    QTest::newRow("in another network") << "elsewhere"
+                                        << "-iwlan0" << QStringList();
+}
+
+void TestSupplicantProcess::namesTheInterfacesOfOthers()
+{
+    QFETCH(QString, program);
+    QFETCH(QString, options);
+    const bool isElsewhere = program == QLatin1String("elsewhere");
+    const QString name = isElsewhere ? QStringLiteral("wpa_supplicant") : program;
+    const QString script = "exec -a " + name + " bash -c 'echo up; read line' " + options;
+    QProcess process;
+    const QStringList command{"bash", "-c", script};
+    process.start(isElsewhere ? "unshare" : "env", isElsewhere ? QStringList{"--net"} + command : command);
+    QVERIFY(process.waitForReadyRead());
+
+    QTEST(SupplicantProcess::ForeignInterfaces(CONFIGURATION), "expected");
+
+    process.closeWriteChannel();
+    QVERIFY(process.waitForFinished());
 }
 
 void TestSupplicantProcess::endsAProcess()
