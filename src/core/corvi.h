@@ -224,6 +224,7 @@ private:
     ReportOnce modemReport{ReportOnce::Of::CHANGE};
     ReportOnce modemConnectReport;
     ReportOnce confFileReport;
+    ReportOnce missingFileReport;
     ReportOnce carrierReport;
     ReportOnce retryReport;
     ReportOnce addressReport;
@@ -313,6 +314,7 @@ private:
     bool IsSupplicantActive() const;
     void StopUnneededSupplicant();
     bool Contributes(const NetworkDevice *d) const;
+    void TellOfMissingFiles(const QStringList &lines);
 
     // The segment
     bool OpenSegment();

@@ -10,7 +10,31 @@
 #include "wpasupplicantcfg.h"
 #include "wpasuppthread.h"
 
+#include <QFileInfo>
+#include <QRegularExpression>
+
+#include <algorithm>
+#include <iterator>
+
 using namespace SupplicantDecisions;
+
+namespace {
+
+/// The certificates and keys that the supplicant is told to read.
+QStringList FilesNamedIn(const QStringList &lines)
+{
+    static const QRegularExpression option(
+        QStringLiteral("^\\s*(ca_cert|client_cert|private_key)=\"(/.*)\"$"));
+    QStringList files;
+    for (const QString &line : lines) {
+        if (const QRegularExpressionMatch match = option.match(line); match.hasMatch())
+            files << match.captured(2);
+    }
+    files.removeDuplicates();
+    return files;
+}
+
+} // namespace
 
 void Corvi::ReinitSupThread()
 {
@@ -102,6 +126,21 @@ void Corvi::UpdateWpaConfFile(const QString &interfaceName)
     else
         LogOnce(confFileReport) << "UpdateWpaConfFile -- the supplicant's file cannot be written";
     wpaConfUpdated = true;
+    TellOfMissingFiles(lines);
+}
+
+/// Of a certificate that it cannot read the supplicant says no more than that the authentication failed.
+void Corvi::TellOfMissingFiles(const QStringList &lines)
+{
+    const QStringList files = FilesNamedIn(lines);
+    QStringList missing;
+    std::copy_if(files.cbegin(), files.cend(), std::back_inserter(missing),
+                 [](const QString &file) { return !QFileInfo(file).isFile(); });
+    if (!missing.isEmpty())
+        LogOnce(missingFileReport, missing.join(QLatin1Char(' ')))
+            << "UpdateWpaConfFile -- a certificate or key for the authentication is missing:" << missing;
+    else if (!files.isEmpty())
+        missingFileReport.Over();
 }
 
 /// A wired port without a carrier has nobody to authenticate with.

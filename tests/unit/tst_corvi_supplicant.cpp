@@ -55,6 +55,7 @@ private Q_SLOTS:
     void fileHoldsWhoContributes();
     void fileIsTracedByInterface();
     void fileThatCannotBeWrittenIsLogged();
+    void certificateThatIsMissingIsTold();
 
     // Association
     void associationConfiguresWireless();
@@ -356,6 +357,30 @@ void TestCorviSupplicant::fileThatCannotBeWrittenIsLogged()
         Remove(SUPPLICANT_FILE);
         corvi.UpdateWpaConfFile(QString());
         QVERIFY(QFile::remove(SUPPLICANT_FILE));
+    }
+}
+
+void TestCorviSupplicant::certificateThatIsMissingIsTold()
+{
+    const QString told = "UpdateWpaConfFile -- a certificate or key for the authentication is missing: "
+                         "/tmp/ca.pem, /tmp/me.key";
+    MakeMachine("<networkconfig><network><name>lan</name><securityMode>802.1X (TLS/EAP)</securityMode>"
+                "<identity>me</identity><caCert>/tmp/ca.pem</caCert><clientCert>/tmp/me.pem</clientCert>"
+                "<privateKey>/tmp/me.key</privateKey></network></networkconfig>",
+                {"eth0"});
+    WriteFile("/tmp/me.pem", "");
+    CorviPeer corvi(SET_UP);
+    for (int i = 1; i <= 2; ++i) {
+        corvi.UpdateWpaConfFile("eth0");
+        corvi.UpdateWpaConfFile("eth0");
+        QCOMPARE(LogCount(told), i);
+
+        // The next time is news again.
+        WriteFile("/tmp/ca.pem", "");
+        WriteFile("/tmp/me.key", "");
+        corvi.UpdateWpaConfFile("eth0");
+        QVERIFY(QFile::remove("/tmp/ca.pem"));
+        QVERIFY(QFile::remove("/tmp/me.key"));
     }
 }
 
