@@ -107,7 +107,7 @@ InterfaceState Corvi::StateOf(const NetworkDevice *d, const InterfaceState &earl
         AddAuthentication(d, state, earlier);
     state.gateway = d->ExpectedGateway();
     if (d->isRunning && !d->ipAddress.isEmpty())
-        state.addressHolder = d->addressHolder;
+        state.addressHolder = d->AddressHolder();
     if (state.isInUse)
         AddDhcp(d, state);
     return state;

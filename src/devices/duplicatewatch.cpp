@@ -41,15 +41,17 @@ QString TextOf(const uint8_t (&hardware)[ETH_ALEN])
     return QString::fromLatin1(QByteArray::fromRawData(bytes, ETH_ALEN).toHex(':'));
 }
 
-/// Any interface of ours answers for all our addresses, where two of them are in one network. Where none can
-/// be listed, nobody is accused.
-bool IsOurs(const QString &hardware)
+/// The hardware addresses of our interfaces.
+QStringList OwnAddresses()
 {
+    QStringList addresses;
     const QStringList names = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
-    return names.isEmpty() || std::any_of(names.begin(), names.end(), [&hardware](const QString &name) {
-               QFile file(SYS_NET + name + QStringLiteral("/address"));
-               return file.open(QIODevice::ReadOnly) && file.readAll().trimmed() == hardware.toLatin1();
-           });
+    for (const QString &name : names) {
+        QFile file(SYS_NET + name + QStringLiteral("/address"));
+        if (file.open(QIODevice::ReadOnly))
+            addresses << QString::fromLatin1(file.readAll().trimmed());
+    }
+    return addresses;
 }
 
 /// Lets in only ARP packets whose sender says that the address is his (packet(7), socket(7)).
@@ -85,6 +87,16 @@ const QString &DuplicateWatch::Look(const QByteArray &interfaceName, const QStri
     else if (socketFd != -1)
         Listen(now);
     return holder;
+}
+
+QString DuplicateWatch::Known(const QString &address, Time now) const
+{
+    return address == asked && now < lastLook + LONGEST_PAUSE ? holder : QString();
+}
+
+void DuplicateWatch::Restart()
+{
+    asked.clear();
 }
 
 void DuplicateWatch::Ask(const QByteArray &interfaceName, Time now)
@@ -137,9 +149,11 @@ bool DuplicateWatch::Send(const QByteArray &interfaceName)
                     sizeof place) == sizeof question;
 }
 
-/// The other host that says that the address is his, in an answer or unasked.
+/// The other host that says that the address is his, in an answer or unasked. Any interface of ours answers
+/// for all our addresses, where two of them are in one network.
 QString DuplicateWatch::Hear()
 {
+    QStringList ours; // Most looks hear nothing.
     ether_arp packet = {};
     sockaddr_ll from = {};
     for (int i = 0; i < PACKET_LIMIT; ++i) {
@@ -154,8 +168,11 @@ QString DuplicateWatch::Hear()
         // What is for others came by chance, as out of a VLAN that is not ours.
         if (length < static_cast<ssize_t>(sizeof packet) || from.sll_pkttype == PACKET_OTHERHOST)
             continue;
+        if (ours.isEmpty())
+            ours = OwnAddresses();
         const QString other = TextOf(packet.arp_sha);
-        if (!IsOurs(other))
+        // Where none of ours can be listed, nobody is accused.
+        if (!ours.isEmpty() && !ours.contains(other))
             return other.toUpper();
     }
     return QString();

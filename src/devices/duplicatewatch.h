@@ -10,10 +10,11 @@
 
 #include <netinet/in.h>
 
-/// Whether another host in the network has an address of ours. It is asked for by ARP in the name of nobody,
-/// so that no table changes by it, when the address or the link is new and while another host is known (RFC
-/// 5227, section 2.1.1); otherwise nothing is sent, and who says unasked that the address is his is heard
-/// (section 2.4). For a tick that looks again and again; nobody waits. Works on the clock it is given.
+/// Whether another host in the network has an address of ours. An ARP probe (RFC 5227, section 2.1.1), which
+/// asks in the name of nobody, so that no table changes by it, is sent when the address or the link is new
+/// and while another host is known; otherwise nothing is sent, and who says unasked that the address is his
+/// is heard (section 2.4). For a tick that looks again and again; nobody waits. Works on the clock it is
+/// given.
 class DuplicateWatch
 {
 public:
@@ -26,6 +27,10 @@ public:
     /// The hardware address of the other host, empty while none is known. `address` is IPv4, dotted. To be
     /// called every second while there is a link: after more than 5 s without, it is asked anew.
     const QString &Look(const QByteArray &interfaceName, const QString &address, Time now);
+    /// What the last look found, where it was one for this address and not longer ago than these 5 s.
+    QString Known(const QString &address, Time now) const;
+    /// The link is a new one.
+    void Restart();
 
 private:
     void Ask(const QByteArray &interfaceName, Time now);

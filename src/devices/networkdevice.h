@@ -126,6 +126,8 @@ public:
     [[nodiscard]] bool HasLostDhcpClient();
     /// Tells of another host that has our address. It is left to an administrator which of the two keeps it.
     void WatchForDuplicate();
+    /// The hardware address of that host; empty while there is none, or nobody watches.
+    QString AddressHolder() const;
     /// Sets the definition's name servers and hosts again where they could not be written, or `update_hosts`
     /// failed, at most after growing pauses.
     void KeepNames();
@@ -194,7 +196,6 @@ public:
     QString dhcpRefuser;                       ///< the server that refused the last one, where one did
     QString dhcpOfferer;                       ///< the one that offered an address and gave none
     std::optional<RetryPause::Time> dhcpSince; ///< an attempt is under way
-    QString addressHolder; ///< the hardware address of another host that has our address, where one has
 
 private:
     void ReadAddress(unsigned long request, QString &field) const;
@@ -243,6 +244,7 @@ private:
 
     DhcpClientWatch dhcpClientWatch;
     DuplicateWatch duplicateWatch;
+    QString toldHolder;                                 ///< of our address, as last seen
     RetryPause startPause{RetryPause::First::AT_ONCE};  ///< of bringing the link up
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route
     RetryPause routePause{RetryPause::First::AT_ONCE};  ///< of setting the default route of the lease

@@ -76,6 +76,7 @@ void NetworkDevice::ConfigureNetwork(bool renew)
     fallbackEnabled = false;
     inFallback = false;
     ipAnnounced = false;
+    duplicateWatch.Restart();
     try {
         if (!currentConfig)
             currentConfig = getCurrentConfig();

@@ -115,13 +115,20 @@ bool NetworkDevice::HasLostDhcpClient()
 void NetworkDevice::WatchForDuplicate()
 {
     const QString &holder = duplicateWatch.Look(kernelName, ipAddress, DuplicateWatch::Time::clock::now());
-    if (holder == addressHolder)
+    if (holder == toldHolder)
         return;
-    addressHolder = holder;
-    if (!holder.isEmpty())
+    toldHolder = holder;
+    if (holder.isEmpty())
+        reports->duplicate.Over();
+    else
         LogOnce(reports->duplicate, ipAddress + holder)
             << "NetworkDevice::WatchForDuplicate - another host has our address," << ipAddress << "on" << name
             << "--" << holder;
+}
+
+QString NetworkDevice::AddressHolder() const
+{
+    return duplicateWatch.Known(ipAddress, DuplicateWatch::Time::clock::now());
 }
 
 QString NetworkDevice::ExpectedGateway() const

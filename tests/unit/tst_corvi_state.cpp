@@ -77,6 +77,7 @@ private Q_SLOTS:
     void failureIsToldOfItsInterface();
     void pauseOfTheSupplicantIsToldOfItsInterface();
     void radioWaitsForItsNetworkWithoutALimit();
+    void otherHostIsToldWhileItIsLookedFor();
 };
 
 void TestCorviState::init()
@@ -476,6 +477,25 @@ void TestCorviState::radioWaitsForItsNetworkWithoutALimit()
     QVERIFY(Told().usesSupplicant && Told().isInUse);
     QVERIFY(!Told().authenticationSince);
     QCOMPARE(Told().fallbackSeconds, 0);
+}
+
+void TestCorviState::otherHostIsToldWhileItIsLookedFor()
+{
+    MakeMachine(LAN_8021X_STATIC, {"eth0"});
+    RealIp({"-n", "far", "addr", "add", "10.1.0.2/24", "dev", "far-eth0"});
+    CorviPeer corvi(SET_UP);
+    corvi.SettleSupplicant(ASSOCIATED);
+    const auto isTold = [&] {
+        corvi.Tick();
+        return !Told().addressHolder.isEmpty();
+    };
+    QVERIFY(QTest::qWaitFor(isTold, 60000));
+
+    corvi.SettleSupplicant({true, false, false});
+    FastClock::Advance(5s);
+    corvi.Tick();
+
+    QCOMPARE(Told().addressHolder, QString());
 }
 
 QTEST_GUILESS_MAIN(TestCorviState)

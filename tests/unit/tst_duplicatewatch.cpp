@@ -3,19 +3,11 @@
 
 #include "duplicatewatch.h"
 
+#include "arppeer.h"
+#include "opencounter.h"
 #include "testsupport.h"
 
 #include <QtTest>
-
-#include <cstring>
-
-#include <arpa/inet.h>
-#include <net/if.h>
-#include <net/if_arp.h>
-#include <netinet/if_ether.h>
-#include <netpacket/packet.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace std::chrono_literals;
 using TestSupport::RealIp;
@@ -24,59 +16,6 @@ namespace {
 
 const DuplicateWatch::Time NOW = DuplicateWatch::Time() + 1h;
 const QString QUESTION = QStringLiteral("0.0.0.0 asks for 10.0.0.5");
-const QByteArray OTHER = QByteArray::fromHex("02000000aa01");
-
-/// The other end of our cable, with whatever host is wanted there.
-class FarEnd
-{
-public:
-    FarEnd() : socketFd(::socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, htons(ETH_P_ARP)))
-    {
-        place.sll_family = AF_PACKET;
-        place.sll_protocol = htons(ETH_P_ARP);
-        place.sll_ifindex = static_cast<int>(::if_nametoindex("far0"));
-        place.sll_halen = ETH_ALEN;
-        ::bind(socketFd, reinterpret_cast<const sockaddr *>(&place), sizeof place);
-    }
-    ~FarEnd() { ::close(socketFd); }
-    Q_DISABLE_COPY(FarEnd)
-
-    void Say(const char *address, const QByteArray &hardware = OTHER) const
-    {
-        SayTo(QByteArray(ETH_ALEN, '\xff'), address, hardware);
-    }
-
-    void SayTo(const QByteArray &receiver, const char *address, const QByteArray &hardware) const
-    {
-        sockaddr_ll to = place;
-        std::memcpy(to.sll_addr, receiver.constData(), ETH_ALEN);
-        ether_arp answer = {};
-        answer.ea_hdr = {htons(ARPHRD_ETHER), htons(ETH_P_IP), ETH_ALEN, 4, htons(ARPOP_REPLY)};
-        std::memcpy(answer.arp_sha, hardware.constData(), ETH_ALEN);
-        ::inet_pton(AF_INET, address, answer.arp_spa);
-        ::sendto(socketFd, &answer, sizeof answer, 0, reinterpret_cast<const sockaddr *>(&to), sizeof to);
-    }
-
-    /// What it was asked so far: who asks, for what.
-    QStringList Questions()
-    {
-        ether_arp question = {};
-        while (::recv(socketFd, &question, sizeof question, 0) == sizeof question) {
-            char sender[INET_ADDRSTRLEN] = {};
-            char target[INET_ADDRSTRLEN] = {};
-            ::inet_ntop(AF_INET, question.arp_spa, sender, sizeof sender);
-            ::inet_ntop(AF_INET, question.arp_tpa, target, sizeof target);
-            questions << QString("%1 asks for %2").arg(sender, target);
-        }
-        return questions;
-    }
-
-private:
-    sockaddr_ll place = {};
-    int socketFd;
-    QStringList questions;
-};
-
 /// Every second, the last one included.
 void LookEachSecond(DuplicateWatch &watch, int first, int last)
 {
@@ -96,7 +35,7 @@ QString FirstKnown(DuplicateWatch &watch, std::chrono::seconds then = 1s)
 }
 
 /// The other host answers, and is known a second later.
-void Meet(const FarEnd &far, DuplicateWatch &watch)
+void Meet(const ArpPeer &far, DuplicateWatch &watch)
 {
     watch.Look("eth0", "10.0.0.5", NOW);
     far.Say("10.0.0.5");
@@ -126,7 +65,11 @@ private Q_SLOTS:
     void withoutAnAddressNothingIsAsked();
     void interfaceThatIsGoneIsNoFault();
     void whatCannotBeAskedIsNotKnown();
+    void whatCannotBeAskedIsTriedAgain();
     void whatWasSaidWhileNobodyLookedIsAskedAnew();
+    void newLinkIsAskedAnew();
+    void isKnownOfTheAddressForAWhile();
+    void ownInterfacesAreListedOnceALook();
 };
 
 void TestDuplicateWatch::init()
@@ -140,7 +83,7 @@ void TestDuplicateWatch::init()
 
 void TestDuplicateWatch::asksInTheNameOfNobody()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
 
     QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW), QString());
@@ -150,7 +93,7 @@ void TestDuplicateWatch::asksInTheNameOfNobody()
 
 void TestDuplicateWatch::asksOnceForAnAddress()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
 
     LookEachSecond(watch, 0, 130);
@@ -162,7 +105,7 @@ void TestDuplicateWatch::asksOnceForAnAddress()
 
 void TestDuplicateWatch::asksEveryMinuteWhileAnotherHostIsKnown()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
     Meet(far, watch);
 
@@ -174,7 +117,7 @@ void TestDuplicateWatch::asksEveryMinuteWhileAnotherHostIsKnown()
 
 void TestDuplicateWatch::hostThatSaysSoUnaskedIsKnown()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
     LookEachSecond(watch, 0, 30);
 
@@ -185,7 +128,7 @@ void TestDuplicateWatch::hostThatSaysSoUnaskedIsKnown()
 
 void TestDuplicateWatch::whatIsForOthersDoesNotCount()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
     watch.Look("eth0", "10.0.0.5", NOW);
 
@@ -197,7 +140,7 @@ void TestDuplicateWatch::whatIsForOthersDoesNotCount()
 
 void TestDuplicateWatch::hostThatAnswersIsKnown()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
 
     Meet(far, watch);
@@ -207,7 +150,7 @@ void TestDuplicateWatch::hostThatAnswersIsKnown()
 
 void TestDuplicateWatch::hostThatAnswersNoMoreIsForgotten()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
     Meet(far, watch);
 
@@ -218,7 +161,7 @@ void TestDuplicateWatch::hostThatAnswersNoMoreIsForgotten()
 
 void TestDuplicateWatch::otherAddressIsAnotherQuestion()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
     Meet(far, watch);
 
@@ -229,7 +172,7 @@ void TestDuplicateWatch::otherAddressIsAnotherQuestion()
 
 void TestDuplicateWatch::otherHostsOfTheNetworkDoNotCount()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
     watch.Look("eth0", "10.0.0.5", NOW);
 
@@ -241,7 +184,7 @@ void TestDuplicateWatch::otherHostsOfTheNetworkDoNotCount()
 
 void TestDuplicateWatch::ownInterfaceIsNoOtherHost()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
     const QByteArray ours = TestSupport::ReadFile("/sys/class/net/far0/address").trimmed();
     watch.Look("eth0", "10.0.0.5", NOW);
@@ -254,7 +197,7 @@ void TestDuplicateWatch::ownInterfaceIsNoOtherHost()
 
 void TestDuplicateWatch::withoutAnAddressNothingIsAsked()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
 
     QCOMPARE(watch.Look("eth0", QString(), NOW), QString());
@@ -275,7 +218,7 @@ void TestDuplicateWatch::interfaceThatIsGoneIsNoFault()
 
 void TestDuplicateWatch::whatCannotBeAskedIsNotKnown()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
     Meet(far, watch);
     RealIp({"link", "delete", "dev", "eth0"});
@@ -283,10 +226,27 @@ void TestDuplicateWatch::whatCannotBeAskedIsNotKnown()
     QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 60s), QString());
 }
 
+void TestDuplicateWatch::whatCannotBeAskedIsTriedAgain()
+{
+    RealIp({"link", "set", "dev", "eth0", "down"});
+    ArpPeer far;
+    DuplicateWatch watch;
+    watch.Look("eth0", "10.0.0.5", NOW);
+    RealIp({"link", "set", "dev", "eth0", "up"});
+    QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/carrier"), QByteArray("1\n"));
+
+    LookEachSecond(watch, 1, 59);
+    // The next one shows that none is under way.
+    DuplicateWatch().Look("eth0", "10.0.0.6", NOW);
+    QTRY_COMPARE(far.Questions(), QStringList{"0.0.0.0 asks for 10.0.0.6"});
+    LookEachSecond(watch, 60, 60);
+    QTRY_COMPARE(far.Questions(), QStringList({"0.0.0.0 asks for 10.0.0.6", QUESTION}));
+}
+
 /// The cable may be in another network since, where the address is somebody's by right.
 void TestDuplicateWatch::whatWasSaidWhileNobodyLookedIsAskedAnew()
 {
-    FarEnd far;
+    ArpPeer far;
     DuplicateWatch watch;
     watch.Look("eth0", "10.0.0.5", NOW);
     QTRY_COMPARE(far.Questions().size(), 1);
@@ -295,6 +255,47 @@ void TestDuplicateWatch::whatWasSaidWhileNobodyLookedIsAskedAnew()
     QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 6s), QString());
 
     QTRY_COMPARE(far.Questions(), QStringList({QUESTION, QUESTION}));
+}
+
+void TestDuplicateWatch::newLinkIsAskedAnew()
+{
+    ArpPeer far;
+    DuplicateWatch watch;
+    Meet(far, watch);
+
+    watch.Restart();
+
+    QCOMPARE(watch.Known("10.0.0.5", NOW + 1s), QString());
+    QCOMPARE(watch.Look("eth0", "10.0.0.5", NOW + 2s), QString());
+    QTRY_COMPARE(far.Questions(), QStringList({QUESTION, QUESTION}));
+}
+
+void TestDuplicateWatch::isKnownOfTheAddressForAWhile()
+{
+    ArpPeer far;
+    DuplicateWatch watch;
+    Meet(far, watch);
+
+    QCOMPARE(watch.Known("10.0.0.5", NOW + 5s), "02:00:00:00:AA:01");
+    QCOMPARE(watch.Known("10.0.0.6", NOW + 5s), QString());
+    QCOMPARE(watch.Known("10.0.0.5", NOW + 6s), QString());
+}
+
+void TestDuplicateWatch::ownInterfacesAreListedOnceALook()
+{
+    ArpPeer far;
+    DuplicateWatch watch;
+    const QByteArray ours = TestSupport::ReadFile("/sys/class/net/far0/address").trimmed();
+    watch.Look("eth0", "10.0.0.5", NOW);
+    for (int i = 0; i < 10; ++i)
+        far.Say("10.0.0.5", QByteArray::fromHex(ours));
+    far.Say("10.0.0.5");
+    OpenCounter counter({"/sys/class/net"});
+
+    int looks = 0;
+    QTRY_COMPARE((++looks, watch.Look("eth0", "10.0.0.5", NOW + 1s)), "02:00:00:00:AA:01");
+
+    QVERIFY(counter.Take().value("/sys/class/net") <= looks);
 }
 
 QTEST_GUILESS_MAIN(TestDuplicateWatch)
