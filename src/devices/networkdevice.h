@@ -31,7 +31,7 @@ struct DeviceReports
 {
     ReportOnce address{QString()}; ///< that there is none is no news
     ReportOnce config, dhcp, leases, speed, mtu, claim, resolver, leasedResolver, leasedGateway, refusal,
-        hosts, start, upkeep, duplicate, client;
+        hosts, start, upkeep, duplicate, client, ownGateway;
 };
 
 /// One kernel interface: its last observed state, the network definitions that apply to it, and the
@@ -206,6 +206,7 @@ private:
     bool HasStaticAddress() const;
     bool HasStaticRoute() const;
     void NoteStaticAttempt();
+    void TellOfOwnGateway();
     void RestoreGateway(const QString &gateway, int metric);
 
     void EndDhcpClient();

@@ -133,6 +133,20 @@ void NetworkDevice::ApplyStaticAddress()
     SetGateway(currentConfig->gateway);
     RefreshStatus();
     NoteStaticAttempt();
+    TellOfOwnGateway();
+}
+
+/// The kernel takes such a route, and all seems well, but whatever is to leave finds nobody to take it.
+void NetworkDevice::TellOfOwnGateway()
+{
+    const QString &gateway = currentConfig->gateway;
+    if (gateway.isEmpty() || gateway != currentConfig->ipAddress) {
+        reports->ownGateway.Over();
+        return;
+    }
+    LogOnce(reports->ownGateway, gateway)
+        << "NetworkDevice::SetGateway - the default route leads nowhere on"
+        << name + QStringLiteral(": the gateway %1 is its own address").arg(gateway);
 }
 
 void NetworkDevice::ObtainAddress()

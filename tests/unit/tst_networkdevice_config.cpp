@@ -52,6 +52,8 @@ private Q_SLOTS:
     void staticAddressIsSet_data();
     void staticAddressIsSet();
     void staticAddressIsAnnounced();
+    void gatewayThatIsTheDeviceItselfIsTold_data();
+    void gatewayThatIsTheDeviceItselfIsTold();
     void dhcpIsRunOnce();
     void dhcpIsAnnouncedBeforeAndAfter();
     void dhcpIsLogged();
@@ -307,6 +309,34 @@ void TestNetworkDeviceConfig::staticAddressIsAnnounced()
     QCOMPARE(device.events, QStringList{"1,1"});
     QVERIFY(device.ipAnnounced);
     QCOMPARE(device.status->GetIp(), QString("10.0.0.9"));
+}
+
+void TestNetworkDeviceConfig::gatewayThatIsTheDeviceItselfIsTold_data()
+{
+    QTest::addColumn<QByteArray>("gateway");
+    QTest::addColumn<int>("times");
+    QTest::newRow("itself") << QByteArray("10.0.0.9") << 1;
+    QTest::newRow("another") << QByteArray("10.0.0.1") << 0;
+    QTest::newRow("none") << QByteArray() << 0;
+}
+
+void TestNetworkDeviceConfig::gatewayThatIsTheDeviceItselfIsTold()
+{
+    QFETCH(QByteArray, gateway);
+    TestSupport::WriteNetworks(Network("lan", "<staticIp>true</staticIp><ipAddress>10.0.0.9</ipAddress>"
+                                              "<netmask>255.255.255.0</netmask><gateway>" +
+                                                  gateway + "</gateway>"));
+    SetLevel(Level::NOTICE);
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+    device.ConfigureNetwork(true);
+
+    QTEST(TestSupport::LogLines()
+              .filter("NetworkDevice::SetGateway - the default route leads nowhere on eth0: the gateway "
+                      "10.0.0.9 is its own address")
+              .size(),
+          "times");
 }
 
 void TestNetworkDeviceConfig::dhcpIsRunOnce()
