@@ -71,7 +71,8 @@ def faults_of(text):
         faults += [Fault(number, *fault) for fault in faults_of_line(code_line, line, before)]
         before = code_line if code_line.strip() else before
     for found in NO_CODE.finditer(text):
-        if found["text"] is not None:
+        # A longer array changes nothing, and behind a switch its size would be that of a pointer.
+        if found["text"] is not None and not text[:found.start()].rstrip().endswith("sizeof"):
             start = text.rfind("\n", 0, found.start()) + 1
             faults.append(Fault(text.count("\n", 0, start) + 1, found.start() - start, "text", found[0],
                                 found[0][:-1] + '~"'))

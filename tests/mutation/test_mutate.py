@@ -40,7 +40,8 @@ class FaultsOfText(unittest.TestCase):
     def test_leaves_alone(self):
         for line in ["// a == b, 5, true", "#include <a1.h>", "std::map<int, int> a", "0x10", "name2", "return {};",
                      "return nullptr;", "return std::nullopt;", "return QString();", "    int a = b;", "    Type a(b);",
-                     "    b));", "        .count();", "'\"' + '5'", 'R"(5 == "5")"', "/* 5\n 5 */"]:
+                     "    b));", "        .count();", "'\"' + '5'", 'R"(5 == "5")"', "/* 5\n 5 */",
+                     'sizeof "00"']:
             with self.subTest(line):
                 self.assertEqual([], changes(line))
 
