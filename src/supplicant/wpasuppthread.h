@@ -165,6 +165,7 @@ private:
     void RestartWpaCtl();
     /// Opens the connection of the control object that there is, and takes note of who answers.
     bool OpenControl();
+    bool CannotAnswer();
     void NotePeer();
     bool IsControlOpen() const;
     void NoticeLostControl();

@@ -6,6 +6,8 @@
 #include "journal.h"
 #include "logging.h"
 
+#include <algorithm>
+
 namespace {
 
 /// Ticks within which the event of a success that was told without it may still come. Later it is another
@@ -48,10 +50,24 @@ void WpaSuppThread::RestartWpaCtl()
 
 bool WpaSuppThread::OpenControl()
 {
-    if (!control || !control->openControlInterface(interface))
+    if (!control || CannotAnswer() || !control->openControlInterface(interface))
         return false;
     NotePeer();
     return true;
+}
+
+/// One that is stopped, as by SIGSTOP, before it has answered us once. Waiting for it would keep the service
+/// for 10 s each time.
+bool WpaSuppThread::CannotAnswer()
+{
+    const auto launched = SupplicantProcess::FindWith(configurationPath);
+    const bool isStopped =
+        std::any_of(launched.cbegin(), launched.cend(),
+                    [](const SupplicantProcess &found) { return found.IsStopped().value_or(false); });
+    if (isStopped)
+        LogOnce(reports.stopped, QStringLiteral("not open"))
+            << "WpaSuppThread -- The supplicant is stopped and lets nobody connect on" << interface;
+    return isStopped;
 }
 
 /// What is known of the one before says nothing of who answers now.

@@ -49,6 +49,7 @@ private slots:
     void countsEveryWordAsASign_data();
     void countsEveryWordAsASign();
     void asksNothingOfAStoppedSupplicant();
+    void connectsToNoStoppedSupplicant();
     void replacesASupplicantThatAnswersNobody_data();
     void replacesASupplicantThatAnswersNobody();
     void leavesTheProcessesOfOthersAlone();
@@ -341,6 +342,26 @@ void TestWpaSuppThreadProcess::asksNothingOfAStoppedSupplicant()
     supervisor->Tick(239);
     QVERIFY(!supplicant->HasEnded());
     QVERIFY(!TestSupport::LogText().contains("killed"));
+}
+
+void TestWpaSuppThreadProcess::connectsToNoStoppedSupplicant()
+{
+    supplicant->Stop();
+    supervisor->AimAt(QStringLiteral("wlan0"));
+    supervisor->ExpectSupplicant();
+    QElapsedTimer timer;
+    timer.start();
+
+    supervisor->Tick(5);
+
+    // Each attempt would have waited 10 s for its answer.
+    QVERIFY(timer.elapsed() < 40000);
+    QVERIFY(!supervisor->IsControlOpen());
+    QVERIFY(TestSupport::LogText().contains(
+        "WpaSuppThread -- The supplicant is stopped and lets nobody connect on wlan0 \n"));
+    supplicant->Continue();
+    supervisor->Tick();
+    QVERIFY(supervisor->IsControlOpen());
 }
 
 void TestWpaSuppThreadProcess::replacesASupplicantThatAnswersNobody_data()
