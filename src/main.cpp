@@ -5,12 +5,15 @@
 #include "instancelock.h"
 #include "journal.h"
 #include "logging.h"
+#include "paths.h"
 #include "processmemory.h"
 #include "processsetting.h"
 #include "processsignals.h"
+#include "securefile.h"
 #include "storekeeping.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
 #include <QTextCodec>
 #endif
@@ -41,6 +44,15 @@ void TellOfRefusal(const InstanceLock::Refusal &refusal)
         std::fprintf(stderr, "corvi: %s\n", qPrintable(reason));
 }
 
+void ObeySignals(const ProcessSignals &source, Corvi &corvi)
+{
+    QObject::connect(&source, &ProcessSignals::terminationRequested, &corvi, [&corvi] { corvi.Stop(0); });
+    QObject::connect(&source, &ProcessSignals::reloadRequested, &corvi, &Corvi::RequestReload);
+    if (!source.Error().isEmpty())
+        Log(Level::NOTICE) << "ProcessSignals -- no pipe, a signal ends the daemon without its shutdown:"
+                           << source.Error();
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -63,16 +75,15 @@ int main(int argc, char *argv[])
         return EXIT_FAILURE;
     }
     KeepStoreOverRestarts();
+    const bool isOthersEndAsked = refusal && QFile::exists(KILL_FLAG);
     Corvi corvi(nullptr);
-    QObject::connect(&signalSource, &ProcessSignals::terminationRequested, &corvi,
-                     [&corvi] { corvi.Stop(0); });
-    QObject::connect(&signalSource, &ProcessSignals::reloadRequested, &corvi, &Corvi::RequestReload);
-    if (!signalSource.Error().isEmpty())
-        Log(Level::NOTICE) << "ProcessSignals -- no pipe, a signal ends the daemon without its shutdown:"
-                           << signalSource.Error();
+    ObeySignals(signalSource, corvi);
     // Not before: a second start takes up the segment that it finds, and the log has no level yet. What
     // follows would undo the other's work.
     if (refusal) {
+        // The start took it away as left over, but the one at work may only be too busy to have seen it.
+        if (isOthersEndAsked)
+            static_cast<void>(SecureFile::Replace(KILL_FLAG, QByteArray(), 0644));
         TellOfRefusal(*refusal);
         corvi.Stop(EXIT_FAILURE);
     }

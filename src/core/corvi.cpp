@@ -25,7 +25,6 @@
 
 namespace {
 
-const QString KILL_FLAG = QStringLiteral("/tmp/kill_corvi");
 const QString RELOAD_FLAG = QStringLiteral("/tmp/config/files/network/reload");
 
 /// The thread only has to leave its event loop; a process that is asked to end must not hang in the attempt.

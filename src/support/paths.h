@@ -32,5 +32,6 @@ inline const QString WPA_SUPPLICANT_CONF = QStringLiteral("/tmp/wpa_supplicant.c
 inline const QString WPA_CONTROL_FOLDER = QStringLiteral("/var/run/wpa_supplicant");
 
 /// Flag files: their presence alone switches behaviour.
+inline const QString KILL_FLAG = QStringLiteral("/tmp/kill_corvi");
 inline const QString USE_NL_DRIVER_FLAG = QStringLiteral("/tmp/config/files/use_nl_driver");
 inline const QString USE_NL_DRIVER_TEMPORARY_FLAG = QStringLiteral("/tmp/use_nl_driver");

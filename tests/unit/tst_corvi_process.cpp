@@ -38,6 +38,7 @@ private Q_SLOTS:
     void killFileOfAnEarlierRunIsForgotten();
     void killFileEndsARescanTickToo();
     void killFileCleansNothingUp();
+    void killFileOutlivesARefusedStart();
     void signalEndsTheProcess_data();
     void signalEndsTheProcess();
     void hangUpSignalReloads();
@@ -204,6 +205,25 @@ void TestCorviProcess::killFileCleansNothingUp()
         program.waitForFinished();
     }
     QCOMPARE(JournalOf("killall") + JournalOf("stop_dhclient"), QStringList());
+}
+
+void TestCorviProcess::killFileOutlivesARefusedStart()
+{
+    Start();
+    QVERIFY(WaitForLine("Corvi::Start()"));
+    const std::unique_ptr<QProcess> first = std::move(daemon);
+    // As one that is too busy to see the file for longer than another start waits for its end.
+    ::kill(static_cast<pid_t>(first->processId()), SIGSTOP);
+    WriteFile(KILL_FLAG, "");
+
+    Start();
+    QVERIFY(daemon->waitForFinished(60000));
+    QCOMPARE(daemon->exitCode(), 1);
+    ::kill(static_cast<pid_t>(first->processId()), SIGCONT);
+
+    QVERIFY(first->waitForFinished(60000));
+    QCOMPARE(first->exitCode(), 0);
+    QCOMPARE(LogLines().last(), QString("Corvi::LoopTimer exit"));
 }
 
 void TestCorviProcess::signalEndsTheProcess_data()
