@@ -206,7 +206,7 @@ private:
     bool HasStaticAddress() const;
     bool HasStaticRoute() const;
     void NoteStaticAttempt();
-    void TellOfOwnGateway();
+    void TellOfOwnGateway(const QString &gateway, const QString &address);
     void RestoreGateway(const QString &gateway, int metric);
 
     void EndDhcpClient();

@@ -133,19 +133,18 @@ void NetworkDevice::ApplyStaticAddress()
     SetGateway(currentConfig->gateway);
     RefreshStatus();
     NoteStaticAttempt();
-    TellOfOwnGateway();
+    TellOfOwnGateway(currentConfig->gateway, currentConfig->ipAddress);
 }
 
 /// The kernel takes such a route, and all seems well, but whatever is to leave finds nobody to take it.
-void NetworkDevice::TellOfOwnGateway()
+void NetworkDevice::TellOfOwnGateway(const QString &gateway, const QString &address)
 {
-    const QString &gateway = currentConfig->gateway;
-    if (gateway.isEmpty() || gateway != currentConfig->ipAddress) {
+    if (gateway.isEmpty() || gateway != address) {
         reports->ownGateway.Over();
         return;
     }
     LogOnce(reports->ownGateway, gateway)
-        << "NetworkDevice::SetGateway - the default route leads nowhere on"
+        << "NetworkDevice::SetGateway - the default route leads to no other host on"
         << name + QStringLiteral(": the gateway %1 is its own address").arg(gateway);
 }
 
@@ -181,6 +180,7 @@ void NetworkDevice::ObtainAddress()
     // Before anybody is told of the address.
     LearnLeasedRoute();
     dhcpClientWatch.Begin(name, ipAddress, DhcpClientWatch::Time::clock::now());
+    TellOfOwnGateway(leasedGateway, ipAddress);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
 }
 

@@ -54,6 +54,7 @@ private Q_SLOTS:
     void staticAddressIsAnnounced();
     void gatewayThatIsTheDeviceItselfIsTold_data();
     void gatewayThatIsTheDeviceItselfIsTold();
+    void leasedGatewayThatIsTheDeviceItselfIsTold();
     void dhcpIsRunOnce();
     void dhcpIsAnnouncedBeforeAndAfter();
     void dhcpIsLogged();
@@ -333,10 +334,26 @@ void TestNetworkDeviceConfig::gatewayThatIsTheDeviceItselfIsTold()
     device.ConfigureNetwork(true);
 
     QTEST(TestSupport::LogLines()
-              .filter("NetworkDevice::SetGateway - the default route leads nowhere on eth0: the gateway "
-                      "10.0.0.9 is its own address")
+              .filter(
+                  "NetworkDevice::SetGateway - the default route leads to no other host on eth0: the gateway "
+                  "10.0.0.9 is its own address")
               .size(),
           "times");
+}
+
+void TestNetworkDeviceConfig::leasedGatewayThatIsTheDeviceItselfIsTold()
+{
+    GivenInterface();
+    TestSupport::WriteNetworks(Network("lan"));
+    TestSupport::Answer("dhclient", DHCP_ANSWER + "; ip route add default via 10.0.0.5 dev eth0");
+    SetLevel(Level::NOTICE);
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    QVERIFY(
+        TestSupport::LogLines().contains("NetworkDevice::SetGateway - the default route leads to no other "
+                                         "host on eth0: the gateway 10.0.0.5 is its own address"));
 }
 
 void TestNetworkDeviceConfig::dhcpIsRunOnce()
