@@ -85,6 +85,7 @@ void Corvi::ConfigureSupplicant(NetworkDevice *d)
     if (d->usesSupplicant) {
         Log(Level::TRACE) << "Corvi::ReconfigureWpa"
                           << "Start wst" << d->name << d->driver;
+        WarnOfOtherManagers(); // Another supplicant in its place would let ours end.
         ReinitSupThread();
         supThread->NameDefinition(d->OnlyDefinitionName());
         supThread->Start(d->name, d->driver, QString()); // Never with a method: kept as it is.

@@ -5,6 +5,7 @@
 #include "managersocket.h"
 
 #include <QDir>
+#include <QProcess>
 #include <QScopeGuard>
 
 using namespace CorviWorld;
@@ -20,6 +21,7 @@ private Q_SLOTS:
     void init();
 
     void thirdCallStartsTheSupplicant();
+    void startNamesAnotherSupplicant();
     void reloadAuthenticatesAgain();
     void wirelessStartsTheSupplicantAfterTheHoldOff();
     void supplicantThatCannotStartIsToldOfOnce_data();
@@ -85,6 +87,23 @@ void TestCorviRestart::thirdCallStartsTheSupplicant()
     } while (!told.contains("EAP-STARTED"));
     QVERIFY2(told.contains("\nINTERFACE=eth0\nDEFINITION=lan\nMESSAGE=WpaSuppThread::MessageReceived"),
              told.constData());
+}
+
+void TestCorviRestart::startNamesAnotherSupplicant()
+{
+    MakeMachine(WLAN_AND_8021X, {"eth0"});
+    CorviPeer corvi(SET_UP);
+    QProcess another;
+    another.start("bash", {"-c", "exec -a wpa_supplicant bash -c 'echo up; read line' -ieth0"});
+    QVERIFY(another.waitForReadyRead());
+
+    for (int call = 1; call <= 3; ++call)
+        corvi.ReconfigureWpa(corvi.Device("eth0"));
+
+    QCOMPARE(JournalOf("wpa_supplicant").size(), 1);
+    QCOMPARE(LogLines().filter("managed by others, too: wpa_supplicant (eth0)").size(), 1);
+    another.closeWriteChannel();
+    QVERIFY(another.waitForFinished());
 }
 
 void TestCorviRestart::reloadAuthenticatesAgain()
