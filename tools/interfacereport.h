@@ -21,10 +21,11 @@ struct LinkFacts
     bool isUp = false;
     bool hasCarrier = false;
     bool isWireless = false;
-    QString virtualKind;       ///< "bridge" ...; empty for an adapter
-    int speedMbits = 0;        ///< 0 where the link does not say
-    QString bond;              ///< whose port it is; empty for most
-    QStringList addresses;     ///< IPv4 with prefix length
+    QString radioBlock;    ///< what keeps a radio from sending: "by software" or "by a switch"; mostly empty
+    QString virtualKind;   ///< "bridge" ...; empty for an adapter
+    int speedMbits = 0;    ///< 0 where the link does not say
+    QString bond;          ///< whose port it is; empty for most
+    QStringList addresses; ///< IPv4 with prefix length
     QStringList ipv6Addresses; ///< the same, without those that every link has for itself
     QString gateway;           ///< of its best default route
 };

@@ -80,6 +80,7 @@ LinkFacts ReadLink(const QString &interfaceName, const QNetworkInterface &source
     const QString folder = SYS_NET + interfaceName;
     link.isWireless = QFileInfo(folder + QStringLiteral("/wireless")).isDir() ||
                       QFileInfo(folder + QStringLiteral("/phy80211")).exists();
+    link.radioBlock = RadioBlock(interfaceName);
     link.virtualKind = VirtualKind(interfaceName);
     link.speedMbits = std::max(0, Attribute(interfaceName, "speed").toInt());
     link.bond = QFileInfo(QFileInfo(folder + QStringLiteral("/master")).symLinkTarget()).fileName();

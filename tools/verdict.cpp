@@ -41,9 +41,16 @@ qint64 Seconds(qint64 fromMs, qint64 toMs)
     return std::max<qint64>(0, (toMs - fromMs + 500) / 1000);
 }
 
+Verdict RadioOff(const LinkFacts &link)
+{
+    return Fault("radio-off", QStringLiteral("its radio is switched off %1").arg(link.radioBlock));
+}
+
 /// What the kernel alone can tell.
 Verdict WithoutDaemon(const LinkFacts &link)
 {
+    if (!link.radioBlock.isEmpty())
+        return RadioOff(link);
     if (!link.isUp)
         return Waiting("link-down", QStringLiteral("the link is down"));
     if (!link.hasCarrier)
@@ -212,6 +219,8 @@ Verdict WithoutLink(const ServiceState &daemon)
 Verdict InUse(const InterfaceReport &interface, const SystemReport &system)
 {
     const InterfaceState &state = *interface.daemon;
+    if (!interface.link.radioBlock.isEmpty())
+        return RadioOff(interface.link);
     if (!interface.link.isUp)
         return WithoutLink(system.daemon.state);
     if (!interface.link.hasCarrier)

@@ -3,6 +3,7 @@
 
 #include "networkdevice.h"
 
+#include "interfacekind.h"
 #include "journal.h"
 #include "logging.h"
 #include "namednetwork.h"
@@ -123,7 +124,15 @@ void NetworkDevice::FollowLink()
         return;
     }
     // An interface that is gone has no hardware address either, and nobody can bring it up.
-    if (!linkUp || stopped || macAddress.isEmpty() || !startPause.IsDue(now))
+    if (!linkUp || stopped || macAddress.isEmpty())
+        return;
+    // Nobody tries in vain, so that nothing is left to wait for when it is switched on.
+    if (const QString block = RadioBlock(name); !block.isEmpty()) {
+        LogOnce(reports->start, block)
+            << "NetworkDevice::RefreshStatus -- the radio is switched off" << block << name;
+        return;
+    }
+    if (!startPause.IsDue(now))
         return;
     LogOnce(reports->start, upAnswer)
         << "NetworkDevice::RefreshStatus -- the link is down, bringing it up again:"

@@ -8,9 +8,13 @@
 #include "timing.h"
 
 #include <QByteArray>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QList>
+#include <QStringList>
+
+#include <algorithm>
 
 namespace {
 
@@ -71,6 +75,22 @@ QString VirtualKind(const QString &interfaceName)
 bool IsBridgePort(const QString &interfaceName)
 {
     return QFileInfo::exists(SYS_NET + interfaceName + QStringLiteral("/brport"));
+}
+
+QString RadioBlock(const QString &interfaceName)
+{
+    const QDir radio(SYS_NET + interfaceName + QStringLiteral("/phy80211"));
+    const QStringList switches =
+        radio.entryList({QStringLiteral("rfkill*")}, QDir::Dirs | QDir::NoDotAndDotDot);
+    const auto isSet = [&](const QString &state) {
+        return std::any_of(switches.begin(), switches.end(), [&](const QString &entry) {
+            QFile file(radio.filePath(entry + state));
+            return file.open(QIODevice::ReadOnly) && file.readAll().trimmed() == "1";
+        });
+    };
+    if (isSet(QStringLiteral("/hard")))
+        return QStringLiteral("by a switch");
+    return isSet(QStringLiteral("/soft")) ? QStringLiteral("by software") : QString();
 }
 
 bool HasEthernetName(const QString &interfaceName)

@@ -24,6 +24,10 @@ QString VirtualKind(const QString &interfaceName);
 /// own would hear nothing.
 bool IsBridgePort(const QString &interfaceName);
 
+/// What keeps the interface's radio from sending, so that nobody can bring it up: "by a switch" of the
+/// machine, or "by software"; empty where nothing does (Documentation/ABI/stable/sysfs-class-rfkill).
+QString RadioBlock(const QString &interfaceName);
+
 /// Whether the bond takes the interface, by the first letter alone: that of a radio is another one.
 bool HasEthernetName(const QString &interfaceName);
 

@@ -30,6 +30,8 @@ private Q_SLOTS:
     void virtualLinkIsNamed();
     void portIsNamedByItsBridge();
     void portOfABridgeIsKnown();
+    void radioThatIsSwitchedOffIsKnown_data();
+    void radioThatIsSwitchedOffIsKnown();
     void linkTypeTellsOfHardware_data();
     void linkTypeTellsOfHardware();
 };
@@ -180,6 +182,28 @@ void TestInterfaceKind::portOfABridgeIsKnown()
     QVERIFY(IsBridgePort("eth0"));
     for (const char *const other : {"eth1", "br0", "eth2"})
         QVERIFY2(!IsBridgePort(other), other);
+}
+
+void TestInterfaceKind::radioThatIsSwitchedOffIsKnown_data()
+{
+    QTest::addColumn<QString>("entry");
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QString>("block");
+    QTest::newRow("by hand") << "phy80211/rfkill3/hard" << QByteArray("1\n") << "by a switch";
+    QTest::newRow("by a program") << "phy80211/rfkill3/soft" << QByteArray("1\n") << "by software";
+    QTest::newRow("on") << "phy80211/rfkill3/soft" << QByteArray("0\n") << QString();
+    QTest::newRow("other switch") << "phy80211/led3/soft" << QByteArray("1\n") << QString();
+    QTest::newRow("no radio") << "flags" << QByteArray("0x1002\n") << QString();
+}
+
+void TestInterfaceKind::radioThatIsSwitchedOffIsKnown()
+{
+    QFETCH(QString, entry);
+    QFETCH(QByteArray, text);
+    FakeSysNet sysNet;
+    sysNet.Write("wlan0/" + entry, text);
+
+    QTEST(RadioBlock("wlan0"), "block");
 }
 
 void TestInterfaceKind::linkTypeTellsOfHardware_data()

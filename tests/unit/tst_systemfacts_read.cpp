@@ -101,6 +101,8 @@ void TestSystemFactsRead::attributesAreRead_data()
     row("radio", "wireless/status", "0\n", [](const LinkFacts &l) { return l.isWireless; });
     row("radio without extensions", "phy80211/name", "phy0\n",
         [](const LinkFacts &l) { return l.isWireless; });
+    row("radio that is switched off", "phy80211/rfkill3/soft", "1\n",
+        [](const LinkFacts &l) { return l.radioBlock == "by software"; });
     row("file of a radio's name", "wireless", "", [](const LinkFacts &l) { return !l.isWireless; });
     row("no radio", "flags", "0x1003\n", [](const LinkFacts &l) { return !l.isWireless; });
     row("bridge", "uevent", "DEVTYPE=bridge\n", [](const LinkFacts &l) { return l.virtualKind == "bridge"; });

@@ -82,6 +82,11 @@ void TestVerdict::linkDecides_data()
     AddCase("new", "unmanaged", "not managed by Corvi", [](auto &i) { i.daemon.reset(); });
     AddCase("down", "link-down", "the link is down and is brought up again",
             [](auto &i) { i.link.isUp = false; });
+    AddCase("radio off", "radio-off", "its radio is switched off by software", [](auto &i) {
+        MakeWireless(i);
+        i.link.isUp = false;
+        i.link.radioBlock = "by software";
+    });
     AddCase("no cable", "no-carrier", "no carrier", [](auto &i) { i.link.hasCarrier = false; });
     AddCase("no cable, not in use", "no-carrier", "no carrier", [](auto &i) {
         i.link.hasCarrier = false;
@@ -103,6 +108,7 @@ void TestVerdict::linkDecides_data()
         "radio beside a cable", "standby", "not used while eth0 carries the traffic",
         [](auto &i) {
             MakeWireless(i);
+            i.link.radioBlock = "by software"; // For now nobody needs it.
             i.daemon->isInUse = false;
         },
         "eth0");
@@ -279,6 +285,10 @@ void TestVerdict::addressDecides_data()
 void TestVerdict::withoutADaemonTheKernelDecides_data()
 {
     AddColumns();
+    AddCase("radio off", "radio-off", "its radio is switched off by a switch", [](auto &i) {
+        i.link.isUp = false;
+        i.link.radioBlock = "by a switch";
+    });
     AddCase("down", "link-down", "the link is down", [](auto &i) { i.link.isUp = false; });
     AddCase("no carrier", "no-carrier", "no carrier", [](auto &i) { i.link.hasCarrier = false; });
     AddCase("no address", "no-address", "no address", [](auto &i) { i.link.addresses.clear(); });

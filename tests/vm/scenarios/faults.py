@@ -5,6 +5,7 @@
 import os
 import signal
 import time
+from pathlib import Path
 
 import accesspoint
 from accesspoint import PASSPHRASE
@@ -132,6 +133,27 @@ class Radio(WifiTest):
 
         self.wait_joined(access_point, 2 * JOIN_TIME)
         say("the interface is back and joined")
+
+    def test_radio_switched_off_and_on(self):
+        """Somebody switches the radio off while the network is in use, and later on again."""
+        access_point = self.access_point("office", accesspoint.WPA2)
+        write_store(office())
+        daemon = self.start_daemon()
+        self.wait_joined(access_point)
+
+        joins = self.count_logged(CONNECTED)
+        switch = next(Path(f"/sys/class/ieee80211/{self.radio}").glob("rfkill*/soft"))
+        switch.write_text("1")
+        daemon.wait_logged("the radio is switched off by software wlan0", 30)
+        time.sleep(45)  # By then the next attempt at a link that does not come up would be a minute away.
+        self.assertEqual(self.count_logged("bringing it up again"), 0)
+
+        switch.write_text("0")
+        switched_on = time.monotonic()
+        wait_for("the link is up", lambda: "UP" in run("ip", "-br", "link", "show", "dev", "wlan0"), 20)
+        wait_for("let in", lambda: self.count_logged(CONNECTED) > joins, JOIN_TIME)
+        say(f"joined again {time.monotonic() - switched_on:.0f} s after the radio was switched on")
+        self.wait_joined(access_point)
 
     def test_carrier_file_late(self):
         """No wired and no wireless interface at the start; the radio shows up later."""
