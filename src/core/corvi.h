@@ -18,6 +18,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -186,7 +187,9 @@ private:
     bool wiredPending = false;        ///< never set: kept as it is
     QString wpaConfContents;          ///< stays empty: nobody reads it, and the file has secrets
     bool wirelessCarrierSeen = false; ///< the carrier file of wlan0 was there
-    bool bondingEnabled = false;      ///< wanted by the store at the last discovery
+    /// TimeAsleep() when the wired link was reported.
+    std::chrono::nanoseconds asleepAtLink{0};
+    bool bondingEnabled = false; ///< wanted by the store at the last discovery
     std::unique_ptr<BondedDevice> bondedDevice;
     bool modemStarted = false; ///< the modem in use was started and told to connect
     RetryPause wiredRetry;     ///< of the wired device's DHCP attempts; a new link or device begins it anew

@@ -6,16 +6,22 @@
 #include "journal.h"
 #include "logging.h"
 #include "networkdevice.h"
+#include "sleeptime.h"
 #include "supplicantdecisions.h"
 #include "wpasuppthread.h"
 
 #include <QFile>
+
+#include <chrono>
 
 using namespace SupplicantDecisions;
 
 namespace {
 
 const QString REFRESH_FLAG = QStringLiteral("/tmp/refresh_network");
+
+/// The clocks that tell of a sleep differ by microseconds without one.
+constexpr std::chrono::seconds SHORTEST_SLEEP{1};
 
 } // namespace
 
@@ -57,8 +63,10 @@ void Corvi::ReportWiredLink(NetworkDevice *chosen)
     if (wiredDevice)
         wiredDevice->dhcpFailures = 0;
     // Before the configuration, which takes up to half a minute: a loss meanwhile counts.
-    if (chosen)
+    if (chosen) {
         chosen->carrierLosses.Begin();
+        asleepAtLink = TimeAsleep();
+    }
     emit wiredStateChange(isConnected);
 }
 
@@ -182,16 +190,20 @@ void Corvi::CheckRefreshFile(bool isConnected)
 
 /// A cable that is moved to another socket is out for less than the time between two looks. What was got from
 /// the network before is of no use in the new one, so the state is reported afresh, as by the refresh file.
+/// While the machine sleeps nobody looks, and the time of a lease goes by that its client does not count.
 void Corvi::CheckBounce(NetworkDevice *d)
 {
     const JournalSubject subject(d->name, d->DefinitionName());
-    if (d->configurable || !d->carrierLosses.Happened(CarrierLosses::Time::clock::now()))
+    const bool hasSlept = TimeAsleep() - asleepAtLink > SHORTEST_SLEEP;
+    if (d->configurable || !(hasSlept || d->carrierLosses.Happened(CarrierLosses::Time::clock::now())))
         return;
     d->RefreshStatus();
     if (!d->isRunning)
         return; // Lost, and not back: for the next tick.
-    LogOnce(bounceReport, d->name)
-        << "Corvi::CheckBounce - the carrier was away for a moment, configuring anew:" << d->name;
+    LogOnce(bounceReport, d->name) << "Corvi::CheckBounce -"
+                                   << (hasSlept ? "the machine has slept, configuring anew:"
+                                                : "the carrier was away for a moment, configuring anew:")
+                                   << d->name;
     wiredUp = false;
 }
 

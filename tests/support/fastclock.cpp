@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::int64_t NS_PER_S = 1'000'000'000;
 std::atomic<std::int64_t> aheadNs{0};
+std::atomic<std::int64_t> asleepNs{0};
 
 bool IsMonotonic(clockid_t clock)
 {
@@ -30,12 +31,18 @@ void FastClock::Advance(std::chrono::nanoseconds time)
     aheadNs += time.count();
 }
 
+void FastClock::Sleep(std::chrono::nanoseconds time)
+{
+    asleepNs += time.count();
+}
+
 extern "C" int clock_gettime(clockid_t clock, timespec *result) noexcept
 {
     const long failure = syscall(SYS_clock_gettime, clock, result);
     if (failure != 0 || !IsMonotonic(clock))
         return static_cast<int>(failure);
-    const std::int64_t nanoseconds = result->tv_nsec + aheadNs;
+    const std::int64_t nanoseconds =
+        result->tv_nsec + aheadNs + (clock == CLOCK_BOOTTIME ? asleepNs.load() : 0);
     result->tv_sec += nanoseconds / NS_PER_S;
     result->tv_nsec = nanoseconds % NS_PER_S;
     return 0;

@@ -12,5 +12,7 @@ namespace FastClock {
 
 /// Puts the clock forward.
 void Advance(std::chrono::nanoseconds time);
+/// The machine sleeps: only the clock that counts that, too, goes on meanwhile.
+void Sleep(std::chrono::nanoseconds time);
 
 } // namespace FastClock

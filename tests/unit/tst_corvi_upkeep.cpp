@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fakesysnet.h"
 #include "fastclock.h"
 #include "mountpoint.h"
 
@@ -29,7 +30,9 @@ private Q_SLOTS:
     void answerOfALinkThatDoesNotComeUpIsTold();
     void linkThatIsTakenDownAgainAndAgainWaits();
     void wirelessInUseThatIsTakenDownIsBroughtUp();
+    void radioThatIsSwitchedOffIsBroughtUpOnceItIsOn();
     void modemInUseThatIsTakenDownIsBroughtUp();
+    void sleepOfTheMachineReportsTheLinkAgain();
     void stoppedSecondPortStaysDown();
 
     // What is published
@@ -169,6 +172,47 @@ void TestCorviUpkeep::wirelessInUseThatIsTakenDownIsBroughtUp()
     corvi.WirelessNetworkSetup(false);
 
     QCOMPARE(Journal(), QStringList{"ifconfig wlan0 up"});
+}
+
+void TestCorviUpkeep::radioThatIsSwitchedOffIsBroughtUpOnceItIsOn()
+{
+    CorviPeer corvi(WLAN, {"wlan0"}, DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.WirelessDevice()->StartDevice();
+    corvi.SettleSupplicant(RUNNING);
+    corvi.WirelessDevice()->RefreshStatus();
+    FakeSysNet sysNet;
+    sysNet.Write("wlan0/phy80211/rfkill0/soft", "1\n");
+    Forget();
+
+    TakeDown("wlan0");
+    for (int i = 0; i < 3; ++i) {
+        FastClock::Advance(30s);
+        corvi.WirelessNetworkSetup(false);
+    }
+
+    QCOMPARE(Journal(), QStringList());
+    QCOMPARE(LogCount("NetworkDevice::RefreshStatus -- the radio is switched off by software wlan0"), 1);
+
+    sysNet.Write("wlan0/phy80211/rfkill0/soft", "0\n");
+    corvi.WirelessNetworkSetup(false);
+
+    QCOMPARE(Journal(), QStringList{"ifconfig wlan0 up"});
+}
+
+void TestCorviUpkeep::sleepOfTheMachineReportsTheLinkAgain()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    QSignalSpy changes(&corvi, &Corvi::wiredStateChange);
+    corvi.Tick(2);
+    QCOMPARE(changes.size(), 0);
+
+    FastClock::Sleep(8h);
+    corvi.Tick(3);
+
+    QCOMPARE(changes.size(), 1);
+    QVERIFY(changes.first().first().toBool());
+    QCOMPARE(LogCount("Corvi::CheckBounce - the machine has slept, configuring anew: eth0"), 1);
 }
 
 void TestCorviUpkeep::modemInUseThatIsTakenDownIsBroughtUp()
