@@ -32,6 +32,11 @@ MODPROBE = """#!/bin/sh
 """
 CAP_SYS_MODULE = 1 << 16
 
+# Opens what shows whether radios are switched off, as the supplicant does.
+LOOK_AT_SWITCHES = """[Service]
+ExecStartPre=-/bin/sh -c 'exec 2>/var/log/rfkill; : </dev/rfkill; echo opened >&2'
+"""
+
 # What a user makes under the keys of the status segment and of its lock.
 FOREIGN = """
 import ctypes, sys
@@ -153,6 +158,21 @@ class Functions(PackageTest):
         self.assertTrue(rights & CAP_SYS_MODULE)
         # The kernel looked at the file, or has no modules at all.
         self.assertNotIn("Operation not permitted", told)
+
+    def test_switches_of_radios_are_seen(self):
+        machine = self.given_machine(self.installed)
+        folder = machine.root / "etc/systemd/system/corvi.service.d"
+        folder.mkdir()
+        (folder / "look.conf").write_text(LOOK_AT_SWITCHES)
+        (machine.root / STORE[1:]).write_text(store_text(wired()))
+        machine.boot()
+        machine.run("mknod", "/dev/rfkill", "c", "10", "242")
+
+        machine.run("systemctl", "restart", "corvi")
+
+        # It is there and may be opened, though the kernel of the machine that runs the tests may have no driver for it.
+        told = machine.read("/var/log/rfkill")
+        self.assertTrue("opened" in told or "No such device" in told, told)
 
     def test_segment_and_lock_of_a_user(self):
         machine = self.given_machine(self.installed)
