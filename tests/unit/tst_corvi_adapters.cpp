@@ -3,6 +3,7 @@
 
 #include "corvipeer.h"
 #include "resourcelimit.h"
+#include "zebnetstatus.h"
 
 #include <QPointer>
 #include <QProcess>
@@ -401,12 +402,16 @@ void TestCorviAdapters::wirelessInUseThatGoesIsForgotten()
     corvi.Tick();
     corvi.AdoptWireless("wlan0");
     corvi.SettleSupplicant(isAssociated ? ASSOCIATED : RUNNING);
+    FillSegment('x');
     EventListener listener;
 
     Delete("wlan0");
     corvi.Tick(3);
 
     QCOMPARE(listener.Take(), Events(events, ASSOCIATION_DOWN));
+    ZebNetStatus published;
+    QVERIFY(published.SetData(corvi.Segment()));
+    QVERIFY(published.IsWireless() && !published.IsConnected());
     QVERIFY(!corvi.WirelessDevice());
     QVERIFY(!corvi.IsWirelessConfigured());
     QCOMPARE(corvi.WirelessInterfaces(), QStringList());
