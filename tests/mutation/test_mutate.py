@@ -167,6 +167,17 @@ class TrialOfFault(unittest.TestCase):
         self.assertRegex(said.getvalue(), "tst_corvi_carrier fails without a fault.* /.*/tst_corvi_carrier.output")
 
 
+class Passing(unittest.TestCase):
+    def test_needs_success_and_totals(self):
+        for status, text, expected in [(0, "PASS\nTotals: 1 passed\n", True), (1, "FAIL\nTotals: 0 passed\n", False),
+                                       (0, "PASS\n", False), (None, "PASS\n", False)]:
+            def execute(_command, _limit, output, **_options):
+                output.write_text(text)
+                return status
+            with self.subTest(text), unittest.mock.patch.object(mutate, "execute", execute):
+                self.assertEqual(expected, mutate.passes("tst_modem", 1))
+
+
 class TestsOfSource(unittest.TestCase):
     def test_own_name_first(self):
         tests = ["tst_corvi_dhcp", "tst_corvi_carrier", "tst_corvi_bounce", "tst_modem", "tst_corvi_carrier_more"]

@@ -207,6 +207,8 @@ void TestCorviLeftovers::lossThatNobodySawIsALossNow()
     QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
     QVERIFY(!Published(*corvi).IsConnected());
     QCOMPARE(Published(*corvi).GetIp(), QString());
+    // It is a loss, and no address that somebody else left.
+    QCOMPARE(LogLines().filter("TakeAddressAway"), QStringList());
 }
 
 void TestCorviLeftovers::recordOfALostLinkHasNoAddress()

@@ -58,6 +58,7 @@ private Q_SLOTS:
     void resolverThatCannotBeWrittenIsTriedAgain();
     void hostsThatCannotBeWrittenAreTriedAgain();
     void hostsThatCannotBeMergedAreTriedAgain();
+    void hostsAreNotTriedAgainOnEveryTick();
     void namesThatAreWrittenAreLeftAlone();
 };
 
@@ -526,6 +527,19 @@ void TestCorviUpkeep::hostsThatCannotBeMergedAreTriedAgain()
     Forget();
 
     ExpectHostsOnceAfterAPause(corvi);
+}
+
+void TestCorviUpkeep::hostsAreNotTriedAgainOnEveryTick()
+{
+    Answer("update_hosts", "exit 1");
+    CorviPeer corvi(LAN_STATIC_DNS, {"eth0"}, SET_UP);
+    Forget();
+
+    corvi.Tick();
+    FastClock::Advance(10s);
+    corvi.Tick(5);
+
+    QCOMPARE(JournalOf("update_hosts").size(), 1);
 }
 
 void TestCorviUpkeep::namesThatAreWrittenAreLeftAlone()

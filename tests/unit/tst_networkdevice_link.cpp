@@ -35,6 +35,7 @@ private Q_SLOTS:
     void upAndDownKeepTheLinkFlag_data();
     void upAndDownKeepTheLinkFlag();
     void failingToolChangesNothing();
+    void routeByAnotherInterfaceIsMovedHere();
     void linkThatStaysDownWaitsForItsPause_data();
     void linkThatStaysDownWaitsForItsPause();
     void startingTwiceRunsTheToolOnce();
@@ -222,6 +223,22 @@ void TestNetworkDeviceLink::failingToolChangesNothing()
 
     QVERIFY(device.linkUp);
     QCOMPARE(TestSupport::Journal(), (QStringList{"route del default", "route add default gw 10.0.0.1"}));
+}
+
+/// The tool took the other one of two interfaces in one network.
+void TestNetworkDeviceLink::routeByAnotherInterfaceIsMovedHere()
+{
+    TestSupport::MakeVeth("eth0", "lan0");
+    const auto removal = qScopeGuard([] { TestSupport::RemoveInterfaces(); });
+    TestSupport::RealIp({"link", "set", "dev", "lan0", "up"});
+    TestSupport::RealIp({"addr", "add", "10.0.0.5/24", "dev", "lan0"});
+    TestSupport::RealIp({"route", "add", "default", "via", "10.0.0.1", "dev", "lan0"});
+    NetworkDevice device("eth0", nullptr);
+
+    device.SetGateway("10.0.0.1");
+
+    QCOMPARE(TestSupport::Journal(), (QStringList{"route del default", "route add default gw 10.0.0.1",
+                                                  "ip route replace default via 10.0.0.1 dev eth0"}));
 }
 
 void TestNetworkDeviceLink::linkThatStaysDownWaitsForItsPause_data()
