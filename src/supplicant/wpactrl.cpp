@@ -196,9 +196,9 @@ int WaitForDatagram(const wpa_ctrl *ctrl)
     return 0;
 }
 
-template <size_t size> bool BeginsWith(const char *datagram, size_t length, const char (&prefix)[size])
+template <size_t Size> bool BeginsWith(const char *datagram, size_t length, const char (&prefix)[Size])
 {
-    return length >= size - 1 && memcmp(datagram, prefix, size - 1) == 0;
+    return length >= Size - 1 && memcmp(datagram, prefix, Size - 1) == 0;
 }
 
 bool IsEvent(const char *datagram, size_t length)
