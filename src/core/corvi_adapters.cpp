@@ -129,7 +129,6 @@ void Corvi::LeaveDevice(NetworkDevice *device)
             emit wiredStateChange(false);
         }
         wiredDevice = nullptr;
-        return;
     }
     if (!wiredUp && (device == modemDevice || (device == wirelessDevice && !modemDevice))) {
         // The supplicant tells of an association that ends, but not always of an adapter that does.
