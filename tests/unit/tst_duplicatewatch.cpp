@@ -70,6 +70,7 @@ private Q_SLOTS:
     void newLinkIsAskedAnew();
     void isKnownOfTheAddressForAWhile();
     void ownInterfacesAreListedOnceALook();
+    void leavesNoDescriptorBehind();
 };
 
 void TestDuplicateWatch::init()
@@ -296,6 +297,19 @@ void TestDuplicateWatch::ownInterfacesAreListedOnceALook()
     QTRY_COMPARE((++looks, watch.Look("eth0", "10.0.0.5", NOW + 1s)), "02:00:00:00:AA:01");
 
     QVERIFY(counter.Take().value("/sys/class/net") <= looks);
+}
+
+void TestDuplicateWatch::leavesNoDescriptorBehind()
+{
+    const int before = TestSupport::EntryCount("/proc/self/fd");
+    {
+        DuplicateWatch watch;
+        watch.Look("eth0", "10.0.0.5", NOW);
+        watch.Look("eth0", "10.0.0.6", NOW + 1s);
+        QCOMPARE(TestSupport::EntryCount("/proc/self/fd"), before + 1);
+    }
+
+    QCOMPARE(TestSupport::EntryCount("/proc/self/fd"), before);
 }
 
 QTEST_GUILESS_MAIN(TestDuplicateWatch)
