@@ -287,6 +287,7 @@ private:
     // Wired network
     /// A wired link came, or went; null for the latter.
     void ReportWiredLink(NetworkDevice *chosen);
+    void TellOfWiredLink();
     NetworkDevice *ChooseWiredDevice();
     void CheckBounce(NetworkDevice *d);
     void SuperviseWired(NetworkDevice *d);

@@ -48,6 +48,8 @@ bool Corvi::WiredNetworkSetup()
         CheckBounce(chosen);
     if (isConnected != wiredUp)
         ReportWiredLink(chosen);
+    else if (linkReport.IsOwed(ReportOnce::Time::clock::now()))
+        TellOfWiredLink();
     if (chosen)
         FollowAddress(chosen, wiredRetry);
     return isConnected;
@@ -56,9 +58,8 @@ bool Corvi::WiredNetworkSetup()
 void Corvi::ReportWiredLink(NetworkDevice *chosen)
 {
     const bool isConnected = chosen != nullptr;
-    LogOnce(linkReport, QString::number(isConnected))
-        << "Wired Device Connected" << isConnected << (wiredDevice ? wiredDevice->name : QString());
     wiredUp = isConnected;
+    TellOfWiredLink();
     wiredRetry.Reset();
     if (wiredDevice)
         wiredDevice->dhcpFailures = 0;
@@ -68,6 +69,12 @@ void Corvi::ReportWiredLink(NetworkDevice *chosen)
         asleepAtLink = TimeAsleep();
     }
     emit wiredStateChange(isConnected);
+}
+
+void Corvi::TellOfWiredLink()
+{
+    LogOnce(linkReport, QString::number(wiredUp))
+        << "Wired Device Connected" << wiredUp << (wiredDevice ? wiredDevice->name : QString());
 }
 
 /// The first wired device whose link carries. A second one that carries too is stopped, and stays stopped

@@ -10,10 +10,13 @@
 ReportOnce::Telling ReportOnce::Tell(const QString &what, Time now)
 {
     const bool isNews = IsNews(what, now);
+    const bool isDue = IsOwed(now) || now >= summaryTime;
+    isOwed = isSummedUp && (isOwed || isNews);
     isRestless = isRestless && now - lastTold < CREDIT_INTERVAL;
     told = what;
     lastTold = now;
     if (isNews && !isRestless && TakeCredit(now)) {
+        isOwed = false;
         times = 1;
         newsTime = now;
         pause = SHORTEST;
@@ -23,8 +26,9 @@ ReportOnce::Telling ReportOnce::Tell(const QString &what, Time now)
     isRestless = isRestless || isNews;
     ++times;
     const auto since = std::chrono::duration_cast<std::chrono::seconds>(now - newsTime);
-    if (now < summaryTime)
+    if (!isDue)
         return {Level::TRACE, times, since};
+    isOwed = false;
     (void)TakeCredit(now); // It tells what the next news would.
     pause = std::min(pause * 2, LONGEST);
     summaryTime = now + pause;

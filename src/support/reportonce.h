@@ -49,6 +49,9 @@ public:
     /// it has kept quiet for 30 minutes. So no fault writes more than four lines an hour, no change more than
     /// six, and what is made of four changes or five faults stays at about 20.
     Telling Tell(const QString &what, Time now);
+    /// What was told last was news, was only counted, and has stayed: nothing was told for 30 minutes. Told
+    /// once more it is written, so that the log does not end with another state than the one that lasts.
+    bool IsOwed(Time now) const { return isOwed && now - lastTold >= CREDIT_INTERVAL; }
     /// It is over: whatever is told next is news.
     void Over() { told.reset(); }
 
@@ -66,6 +69,7 @@ private:
     Time summaryTime; ///< when a repetition is to be written
     std::chrono::minutes pause = SHORTEST;
     bool isSummedUp = true;
+    bool isOwed = false;     ///< the last news was not written
     bool isRestless = false; ///< there was more news than is free, and no quiet time since
     int times = 0;
     int mostCredits = 3;

@@ -60,6 +60,9 @@ private Q_SLOTS:
     void hostsThatCannotBeMergedAreTriedAgain();
     void hostsAreNotTriedAgainOnEveryTick();
     void namesThatAreWrittenAreLeftAlone();
+
+    // At the end, as it puts the clock forward by more than Qt lets the next function take
+    void lastStateOfALinkThatFlappedIsTold();
 };
 
 namespace {
@@ -555,6 +558,25 @@ void TestCorviUpkeep::namesThatAreWrittenAreLeftAlone()
 
     QCOMPARE(ReadFile("/etc/resolv.conf"), QByteArray("nameserver 192.0.2.1\n"));
     QCOMPARE(JournalOf("update_hosts").size(), 0);
+}
+
+void TestCorviUpkeep::lastStateOfALinkThatFlappedIsTold()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    for (int i = 0; i < 4; ++i) {
+        PullCable("eth0");
+        corvi.Tick();
+        PlugCable("eth0");
+        corvi.Tick();
+    }
+    Forget();
+
+    FastClock::Advance(31min);
+    corvi.Tick(2);
+
+    QCOMPARE(
+        LogLines().filter(QRegularExpression("^Wired Device Connected 1 eth0 -- [0-9]+ times since")).size(),
+        1);
 }
 
 QTEST_GUILESS_MAIN(TestCorviUpkeep)

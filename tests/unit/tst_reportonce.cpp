@@ -46,6 +46,8 @@ private Q_SLOTS:
     void newsAfterAQuietTimeIsToldAgain();
     void stepIsNotSummedUp();
     void sumTakesACredit();
+    void lastOfAStormIsToldAfterAQuietTime();
+    void stepIsNotOwed();
     void hourOfAnythingWritesFewLines_data();
     void hourOfAnythingWritesFewLines();
     void lineOfNewsHasNothingAdded();
@@ -312,6 +314,31 @@ void TestReportOnce::laterLineSaysHowOftenAndSinceWhen()
     const QDateTime since = QDateTime::fromString(match.captured(1), QStringLiteral("yyyy-MM-dd hh:mm:ss"));
     const qint64 age = since.secsTo(before);
     QVERIFY2(age >= 2640 && age <= 2701, qPrintable(match.captured(1)));
+}
+
+void TestReportOnce::lastOfAStormIsToldAfterAQuietTime()
+{
+    ReportOnce report;
+    for (int second = 0; second < 6; ++second)
+        report.Tell(second % 2 == 0 ? FAULT : OTHER_FAULT, START + seconds(second));
+    const ReportOnce::Time last = START + seconds(5);
+
+    QVERIFY(!report.IsOwed(last + seconds(1799)));
+    QVERIFY(report.IsOwed(last + minutes(30)));
+    const ReportOnce::Telling telling = report.Tell(OTHER_FAULT, last + minutes(30));
+
+    QCOMPARE(int(telling.level), int(Level::NOTICE));
+    QVERIFY(!report.IsOwed(last + minutes(90)));
+}
+
+void TestReportOnce::stepIsNotOwed()
+{
+    ReportOnce report(ReportOnce::Of::STEP);
+    for (int second = 0; second < 6; ++second)
+        report.Tell(second % 2 == 0 ? FAULT : OTHER_FAULT, START + seconds(second));
+
+    QVERIFY(!report.IsOwed(START + minutes(40)));
+    QVERIFY(!IsWritten(report, OTHER_FAULT, START + minutes(40)));
 }
 
 QTEST_APPLESS_MAIN(TestReportOnce)
