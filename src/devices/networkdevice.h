@@ -224,6 +224,7 @@ private:
     void ApplyWiredFlags();
     void ApplyStaticAddress();
     void ObtainAddress();
+    void MakeRoomForDhcp();
     void TellOfFailedDhcp();
     void ApplyResolver();
     void ApplyLinkSettings();

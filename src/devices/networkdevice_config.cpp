@@ -20,6 +20,10 @@
 
 namespace {
 
+/// In bytes; that every client must take (RFC 2131, section 2).
+constexpr int DHCP_MESSAGE_SIZE = 576;
+const QString ETHERNET_MTU = QStringLiteral("1500");
+
 bool IsStored(const QString &networkName)
 {
     return !ZebXmlConfig()
@@ -158,6 +162,7 @@ void NetworkDevice::ObtainAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
     const QByteArray mtu = ReadAttribute("mtu");
+    MakeRoomForDhcp();
     leasedGateway.clear(); // The next lease may come without one.
     const bool isBound = Dhclient(name);
     ExpectLossForMtu(mtu);
@@ -182,6 +187,16 @@ void NetworkDevice::ObtainAddress()
     dhcpClientWatch.Begin(name, ipAddress, DhcpClientWatch::Time::clock::now());
     TellOfOwnGateway(leasedGateway, ipAddress);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
+}
+
+/// An MTU that the configuration before has set may be too small for what a client and a server send, and
+/// would keep an address away for ever, also once the definition has none any more. The definition's comes
+/// again with the address.
+void NetworkDevice::MakeRoomForDhcp()
+{
+    const int mtu = ReadAttribute("mtu").toInt();
+    if (mtu > 0 && mtu < DHCP_MESSAGE_SIZE)
+        SetMtu(name, ETHERNET_MTU);
 }
 
 /// Attempts go on for as long as there is no server. One whose link went meanwhile could not succeed, and of

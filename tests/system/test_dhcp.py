@@ -7,8 +7,8 @@ import time
 from pathlib import Path
 
 from harness import (ADDRESS_PRESENT, DHCP_STARTED, DHCP_TRANSCRIPT, HOSTS, LINK_DOWN, LINK_UP, RELOAD_FLAG,
-                     RESOLV_CONF, SOURCE_DIR, SystemTest, addresses, default_gateway, is_up, main, read, run, status,
-                     touch, wait_for, wired, write_store)
+                     RESOLV_CONF, SOURCE_DIR, SystemTest, addresses, default_gateway, is_up, link, main, read, run,
+                     status, touch, wait_for, wired, write_store)
 
 
 DHCLIENT_CONF = Path("/etc/dhcp/dhclient.conf")
@@ -95,6 +95,18 @@ class Lease(SystemTest):
 
         self.assertEqual(len(run("pidof", "dhclient").split()), 1)
         self.assertEqual(len(addresses("eth0")), 1)
+
+    def test_small_mtu_of_the_definition_leaves_room_for_the_next_lease(self):
+        self.dhcp_server(self.lan)
+        write_store(wired(mtu=68))
+        daemon = self.start_daemon()
+        wait_for("the MTU", lambda: link("eth0").get("mtu") == 68)
+        self.listener.clear()
+
+        daemon.rescan()
+
+        self.wait_events(self.listener, ADDRESS_PRESENT)
+        wait_for("the MTU again", lambda: link("eth0").get("mtu") == 68)
 
     def test_static_dns_goes_with_a_leased_address(self):
         self.dhcp_server(self.lan)

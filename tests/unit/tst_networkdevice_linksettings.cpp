@@ -28,6 +28,8 @@ private Q_SLOTS:
     void wirelessSpeedIsNotSet();
     void mtuIsSet_data();
     void mtuIsSet();
+    void smallMtuIsRaisedForDhcp_data();
+    void smallMtuIsRaisedForDhcp();
     void refusedSettingIsToldOnce_data();
     void refusedSettingIsToldOnce();
     void longAnswerIsCut();
@@ -184,6 +186,30 @@ void TestNetworkDeviceLinkSettings::mtuIsSet()
     device.ConfigureNetwork(false);
 
     QCOMPARE(Journal().mid(1), commands);
+}
+
+void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp_data()
+{
+    QTest::addColumn<QString>("mtu");
+    QTest::addColumn<QByteArray>("seen");
+    QTest::newRow("no room for a message") << "575" << QByteArray("1500\n");
+    QTest::newRow("room for a message") << "576" << QByteArray("576\n");
+}
+
+void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp()
+{
+    QFETCH(QString, mtu);
+    GivenInterface();
+    TestSupport::RealIp({"link", "set", "dev", "eth0", "mtu", mtu});
+    TestSupport::WriteNetworks(Network("lan", "<mtu>" + mtu.toLatin1() + "</mtu>"));
+    TestSupport::Answer("ip", "exec ip \"$@\"");
+    TestSupport::Answer("dhclient", "cat /sys/class/net/eth0/mtu >/tmp/mtu.seen");
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    QTEST(TestSupport::ReadFile("/tmp/mtu.seen"), "seen");
+    QCOMPARE(TestSupport::ReadFile("/sys/class/net/eth0/mtu").trimmed(), mtu.toLatin1());
 }
 
 void TestNetworkDeviceLinkSettings::refusedSettingIsToldOnce_data()
