@@ -30,6 +30,8 @@ private Q_SLOTS:
     void mtuIsSet();
     void smallMtuIsRaisedForDhcp_data();
     void smallMtuIsRaisedForDhcp();
+    void mtuOfAServerIsTakenBack_data();
+    void mtuOfAServerIsTakenBack();
     void refusedSettingIsToldOnce_data();
     void refusedSettingIsToldOnce();
     void longAnswerIsCut();
@@ -210,6 +212,35 @@ void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp()
 
     QTEST(TestSupport::ReadFile("/tmp/mtu.seen"), "seen");
     QCOMPARE(TestSupport::ReadFile("/sys/class/net/eth0/mtu").trimmed(), mtu.toLatin1());
+}
+
+void TestNetworkDeviceLinkSettings::mtuOfAServerIsTakenBack_data()
+{
+    QTest::addColumn<QByteArray>("properties");
+    QTest::addColumn<bool>("isTakenBack");
+
+    const QByteArray fixed =
+        "<staticIp>true</staticIp><ipAddress>10.0.0.5</ipAddress><netmask>255.0.0.0</netmask>";
+    QTest::newRow("fixed address") << fixed << true;
+    QTest::newRow("fixed address and MTU") << fixed + "<mtu>1300</mtu>" << false;
+    QTest::newRow("address of a server") << QByteArray() << false;
+}
+
+void TestNetworkDeviceLinkSettings::mtuOfAServerIsTakenBack()
+{
+    QFETCH(QByteArray, properties);
+    QFETCH(bool, isTakenBack);
+    // Left by the client's hook: what was in force before a server asked for another one.
+    const QString before = QStringLiteral("/run/corvi-mtu-before.eth0");
+    TestSupport::WriteFile(before, "1500\n");
+    const auto removal = qScopeGuard([before] { TestSupport::Remove(before); });
+    TestSupport::WriteNetworks(Network("lan", properties));
+    Device device("eth0");
+
+    device.ConfigureNetwork(false);
+
+    QCOMPARE(Journal().contains("ip link set eth0 mtu 1500"), isTakenBack);
+    QCOMPARE(QFile::exists(before), !isTakenBack);
 }
 
 void TestNetworkDeviceLinkSettings::refusedSettingIsToldOnce_data()
