@@ -10,7 +10,6 @@
 #include "supplicantfacts.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QHash>
 #include <QNetworkInterface>
@@ -27,12 +26,6 @@ namespace {
 const QString RESOLV_CONF = QStringLiteral("/etc/resolv.conf");
 /// The client only adds to the file until its next start.
 constexpr int LEASES_LIMIT_MIB = 16;
-
-QByteArray Attribute(const QString &interfaceName, const char *attribute)
-{
-    QFile file(SYS_NET + interfaceName + QLatin1Char('/') + QLatin1String(attribute));
-    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
-}
 
 /// An IPv4 one of this kind was given to the link by somebody.
 bool IsOfEveryLink(const QHostAddress &address)
@@ -75,14 +68,14 @@ LinkFacts ReadLink(const QString &interfaceName, const QNetworkInterface &source
     link.name = interfaceName;
     link.macAddress = source.hardwareAddress();
     // Qt takes a link without a carrier for one that is down.
-    link.isUp = (Attribute(interfaceName, "flags").toUInt(nullptr, 16) & IFF_UP) != 0;
-    link.hasCarrier = Attribute(interfaceName, "carrier") == "1";
+    link.isUp = (LinkAttribute(interfaceName, "flags").toUInt(nullptr, 16) & IFF_UP) != 0;
+    link.hasCarrier = LinkAttribute(interfaceName, "carrier") == "1";
     const QString folder = SYS_NET + interfaceName;
     link.isWireless = QFileInfo(folder + QStringLiteral("/wireless")).isDir() ||
                       QFileInfo(folder + QStringLiteral("/phy80211")).exists();
     link.radioBlock = RadioBlock(interfaceName);
     link.virtualKind = VirtualKind(interfaceName);
-    link.speedMbits = std::max(0, Attribute(interfaceName, "speed").toInt());
+    link.speedMbits = std::max(0, LinkAttribute(interfaceName, "speed").toInt());
     link.bond = QFileInfo(QFileInfo(folder + QStringLiteral("/master")).symLinkTarget()).fileName();
     link.addresses = Addresses(source, QAbstractSocket::IPv4Protocol);
     link.ipv6Addresses = Addresses(source, QAbstractSocket::IPv6Protocol);

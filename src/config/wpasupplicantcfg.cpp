@@ -14,7 +14,6 @@
 #include <QByteArray>
 #include <QDebug>
 #include <QDir>
-#include <QFile>
 #include <QHostInfo>
 
 namespace {
@@ -61,9 +60,9 @@ QString MacFromSysfs()
     for (const QString &name : names) {
         if (KindOfInterface(name) != InterfaceKind::Wireless)
             continue;
-        QFile address(SYS_NET + name + QStringLiteral("/address"));
-        if (address.open(QIODevice::ReadOnly))
-            return QString::fromLatin1(address.readAll().trimmed());
+        const QByteArray address = LinkAttribute(name, "address");
+        if (!address.isEmpty())
+            return QString::fromLatin1(address);
     }
     return QString();
 }

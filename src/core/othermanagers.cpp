@@ -3,6 +3,7 @@
 
 #include "othermanagers.h"
 
+#include "interfacekind.h"
 #include "paths.h"
 #include "supplicantprocess.h"
 
@@ -22,7 +23,7 @@ QByteArray Read(const QString &path)
 
 QString IndexOf(const QString &interfaceName)
 {
-    return QString::fromLatin1(Read(SYS_NET + interfaceName + QStringLiteral("/ifindex")).trimmed());
+    return QString::fromLatin1(LinkAttribute(interfaceName, "ifindex"));
 }
 
 bool NetworkManagerHas(const QString &interfaceName)

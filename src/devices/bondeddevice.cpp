@@ -79,8 +79,7 @@ QString ReadBondNames()
 /// VLANs and the like say what they are; an adapter says nothing.
 bool IsAdapter(const QString &interfaceName)
 {
-    QFile description(SYS_NET + interfaceName + QStringLiteral("/uevent"));
-    return !description.open(QIODevice::ReadOnly) || !description.readAll().contains("DEVTYPE=");
+    return !LinkAttribute(interfaceName, "uevent").contains("DEVTYPE=");
 }
 
 /// Ethernet adapters without a master, a bond or any other.

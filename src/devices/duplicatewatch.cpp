@@ -3,10 +3,10 @@
 
 #include "duplicatewatch.h"
 
+#include "interfacekind.h"
 #include "paths.h"
 
 #include <QDir>
-#include <QFile>
 
 #include <algorithm>
 #include <cerrno>
@@ -46,11 +46,9 @@ QStringList OwnAddresses()
 {
     QStringList addresses;
     const QStringList names = QDir(SYS_NET).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
-    for (const QString &name : names) {
-        QFile file(SYS_NET + name + QStringLiteral("/address"));
-        if (file.open(QIODevice::ReadOnly))
-            addresses << QString::fromLatin1(file.readAll().trimmed());
-    }
+    for (const QString &name : names)
+        if (const QByteArray address = LinkAttribute(name, "address"); !address.isEmpty())
+            addresses << QString::fromLatin1(address);
     return addresses;
 }
 

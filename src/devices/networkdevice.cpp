@@ -191,7 +191,7 @@ void NetworkDevice::ReadCarrier()
 /// Since the last look, which the rest of the daemon goes by.
 bool NetworkDevice::HasLostLink() const
 {
-    return isRunning && ReadAttribute("carrier") != "1";
+    return isRunning && LinkAttribute(name, "carrier") != "1";
 }
 
 void NetworkDevice::UpdateIpInformation()

@@ -232,7 +232,6 @@ private:
     void ExpectLossForMtu(const QByteArray &earlierMtu);
     void ApplySpeed();
     bool IsSpeedInForce(int mbits, bool isFull) const;
-    QByteArray ReadAttribute(const char *attribute) const;
 
     void WriteResolver(const QByteArray &earlier, const QString &dns1, const QString &dns2,
                        const QString &domain);

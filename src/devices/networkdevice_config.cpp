@@ -3,6 +3,7 @@
 
 #include "networkdevice.h"
 
+#include "interfacekind.h"
 #include "journal.h"
 #include "logging.h"
 #include "namednetwork.h"
@@ -13,7 +14,6 @@
 #include "zebnetevent.h"
 #include "zebxmlconfig.h"
 
-#include <QFile>
 #include <QScopeGuard>
 
 #include <algorithm>
@@ -161,7 +161,7 @@ void NetworkDevice::ObtainAddress()
     SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::STARTED);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
-    const QByteArray mtu = ReadAttribute("mtu");
+    const QByteArray mtu = LinkAttribute(name, "mtu");
     MakeRoomForDhcp();
     leasedGateway.clear(); // The next lease may come without one.
     const bool isBound = Dhclient(name);
@@ -194,7 +194,7 @@ void NetworkDevice::ObtainAddress()
 /// again with the address.
 void NetworkDevice::MakeRoomForDhcp()
 {
-    const int mtu = ReadAttribute("mtu").toInt();
+    const int mtu = LinkAttribute(name, "mtu").toInt();
     if (mtu > 0 && mtu < DHCP_MESSAGE_SIZE)
         SetMtu(name, ETHERNET_MTU);
 }
@@ -229,7 +229,7 @@ void NetworkDevice::ApplyLinkSettings()
 
 void NetworkDevice::ApplyMtu()
 {
-    const QByteArray earlier = ReadAttribute("mtu");
+    const QByteArray earlier = LinkAttribute(name, "mtu");
     SetMtu(name, currentConfig->mtu);
     ExpectLossForMtu(earlier);
 }
@@ -237,7 +237,7 @@ void NetworkDevice::ApplyMtu()
 /// Many a card restarts its link for another MTU, as for another speed; for the one in force none does.
 void NetworkDevice::ExpectLossForMtu(const QByteArray &earlierMtu)
 {
-    if (ReadAttribute("mtu") != earlierMtu)
+    if (LinkAttribute(name, "mtu") != earlierMtu)
         carrierLosses.ExpectOne(CarrierLosses::Time::clock::now());
 }
 
@@ -267,13 +267,8 @@ void NetworkDevice::ApplySpeed()
 bool NetworkDevice::IsSpeedInForce(int mbits, bool isFull) const
 {
     const QByteArray duplex = isFull ? "full" : "half";
-    return ReadAttribute("speed") == QByteArray::number(mbits) && ReadAttribute("duplex") == duplex;
-}
-
-QByteArray NetworkDevice::ReadAttribute(const char *attribute) const
-{
-    QFile file(SYS_NET + name + QLatin1Char('/') + QLatin1String(attribute));
-    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+    return LinkAttribute(name, "speed") == QByteArray::number(mbits) &&
+           LinkAttribute(name, "duplex") == duplex;
 }
 
 bool NetworkDevice::getNamedNetworksForDevice()

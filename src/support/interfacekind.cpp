@@ -41,12 +41,15 @@ bool interfaceIsWireless(const QString &interfaceName)
     return process.readAllStandardOutput().split('\n').size() > 1;
 }
 
+QByteArray LinkAttribute(const QString &interfaceName, const char *attribute)
+{
+    QFile file(SYS_NET + interfaceName + QLatin1Char('/') + QLatin1String(attribute));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+}
+
 int ReadLinkType(const QString &interfaceName)
 {
-    QFile file(SYS_NET + interfaceName + QStringLiteral("/type"));
-    if (!file.open(QIODevice::ReadOnly))
-        return 0;
-    return file.readLine().trimmed().toInt();
+    return LinkAttribute(interfaceName, "type").toInt();
 }
 
 bool HasHardware(int linkType)
@@ -62,10 +65,7 @@ QString VirtualKind(const QString &interfaceName)
         return QStringLiteral("port of ") + QFileInfo(bridge).fileName();
     if (QFileInfo::exists(folder + QStringLiteral("/tun_flags")))
         return QStringLiteral("tap");
-    QFile uevent(folder + QStringLiteral("/uevent"));
-    if (!uevent.open(QIODevice::ReadOnly))
-        return QString();
-    const QList<QByteArray> lines = uevent.readAll().split('\n');
+    const QList<QByteArray> lines = LinkAttribute(interfaceName, "uevent").split('\n');
     for (const char *type : {"bridge", "vlan", "vxlan"})
         if (lines.contains(QByteArray("DEVTYPE=") + type))
             return QLatin1String(type);

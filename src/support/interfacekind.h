@@ -3,11 +3,16 @@
 
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 /// Whether `iw` knows the interface. False when it does not answer within 30000 ms. The program asked for is
 /// "iw ", with its blank: where nothing has that name, no interface is wireless.
 bool interfaceIsWireless(const QString &interfaceName);
+
+/// What sysfs says of the interface (Documentation/ABI/testing/sysfs-class-net), without blanks around it;
+/// empty when it cannot be read.
+QByteArray LinkAttribute(const QString &interfaceName, const char *attribute);
 
 /// The ARP hardware type from sysfs (if_arp.h); 0 when it cannot be read.
 int ReadLinkType(const QString &interfaceName);

@@ -12,11 +12,6 @@
 
 inline const QString CONTROL_ERROR = QStringLiteral("WPA_CTRL_ERROR: Control not Open");
 
-inline int OpenDescriptors()
-{
-    return TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
-}
-
 /// Our own ends of control connections.
 inline int LocalNames()
 {

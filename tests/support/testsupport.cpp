@@ -195,6 +195,11 @@ int EntryCount(const QString &folder, const QStringList &wildcards)
     return static_cast<int>(entries.size());
 }
 
+int OpenDescriptors()
+{
+    return EntryCount(QStringLiteral("/proc/self/fd"));
+}
+
 void WriteStore(const QByteArray &xml)
 {
     WriteFile(STORE_FILE, xml);

@@ -52,6 +52,8 @@ void Remove(const QString &path);
 void SetMode(const QString &path, uint mode);
 /// How many entries of a folder have names that match a wildcard; without any, how many there are.
 int EntryCount(const QString &folder, const QStringList &wildcards = {});
+/// How many descriptors this process has.
+int OpenDescriptors();
 
 /// The store's section that holds the networks and the daemon's settings.
 inline const QString STORE_FILE = QStringLiteral("/tmp/config/xmlconfig/user/hardware/networkconfig");

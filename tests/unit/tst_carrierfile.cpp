@@ -164,17 +164,17 @@ void TestCarrierFile::fileThatIsReplacedIsOpenedAnew()
 void TestCarrierFile::closesItsFile()
 {
     GivenInterface("eth0", "70", true);
-    const int before = TestSupport::EntryCount("/proc/self/fd");
+    const int before = TestSupport::OpenDescriptors();
     {
         CarrierFile carrier("eth0");
         QCOMPARE(carrier.Read(socketFd), '1');
         RealIp({"link", "delete", "dev", "eth0"});
         GivenInterface("eth0", "71", true);
         QCOMPARE(carrier.Read(socketFd), '1');
-        QCOMPARE(TestSupport::EntryCount("/proc/self/fd"), before + 1);
+        QCOMPARE(TestSupport::OpenDescriptors(), before + 1);
     }
 
-    QCOMPARE(TestSupport::EntryCount("/proc/self/fd"), before);
+    QCOMPARE(TestSupport::OpenDescriptors(), before);
 }
 
 void TestCarrierFile::leavesDescriptorsForOthers()
@@ -183,12 +183,12 @@ void TestCarrierFile::leavesDescriptorsForOthers()
     std::vector<int> taken;
     while (taken.empty() || taken.back() < 511)
         taken.push_back(::fcntl(socketFd, F_DUPFD_CLOEXEC, 0));
-    const int before = TestSupport::EntryCount("/proc/self/fd");
+    const int before = TestSupport::OpenDescriptors();
     CarrierFile carrier("eth0");
 
     QCOMPARE(carrier.Read(socketFd), '1');
 
-    QCOMPARE(TestSupport::EntryCount("/proc/self/fd"), before);
+    QCOMPARE(TestSupport::OpenDescriptors(), before);
     for (const int fd : taken)
         ::close(fd);
 }

@@ -169,12 +169,12 @@ void TestDhcpClientWatch::clientThatServedForAMinuteIsMissedAfresh()
 void TestDhcpClientWatch::descriptorsAreGivenBack()
 {
     const auto client = StartClient();
-    const int before = TestSupport::EntryCount("/proc/self/fd");
+    const int before = TestSupport::OpenDescriptors();
     {
         DhcpClientWatch watch;
         StartsDue(watch, 0, 30);
     }
-    QCOMPARE(TestSupport::EntryCount("/proc/self/fd"), before);
+    QCOMPARE(TestSupport::OpenDescriptors(), before);
 }
 
 QTEST_GUILESS_MAIN(TestDhcpClientWatch)

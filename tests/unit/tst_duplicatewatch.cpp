@@ -301,15 +301,15 @@ void TestDuplicateWatch::ownInterfacesAreListedOnceALook()
 
 void TestDuplicateWatch::leavesNoDescriptorBehind()
 {
-    const int before = TestSupport::EntryCount("/proc/self/fd");
+    const int before = TestSupport::OpenDescriptors();
     {
         DuplicateWatch watch;
         watch.Look("eth0", "10.0.0.5", NOW);
         watch.Look("eth0", "10.0.0.6", NOW + 1s);
-        QCOMPARE(TestSupport::EntryCount("/proc/self/fd"), before + 1);
+        QCOMPARE(TestSupport::OpenDescriptors(), before + 1);
     }
 
-    QCOMPARE(TestSupport::EntryCount("/proc/self/fd"), before);
+    QCOMPARE(TestSupport::OpenDescriptors(), before);
 }
 
 QTEST_GUILESS_MAIN(TestDuplicateWatch)

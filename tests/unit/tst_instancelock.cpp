@@ -92,11 +92,6 @@ bool SetAge(int minutes)
     return ::utimensat(AT_FDCWD, QFile::encodeName(LOCK).constData(), times.data(), 0) == 0;
 }
 
-int OpenDescriptors()
-{
-    return TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
-}
-
 int lockError = 0; ///< what taking a lock ends with, unless 0
 
 } // namespace
@@ -156,14 +151,14 @@ void TestInstanceLock::refusalIsNewsOncePerHolder()
     {
         const Holder other(LOCK);
         QVERIFY(other.holds);
-        const int descriptors = OpenDescriptors();
+        const int descriptors = TestSupport::OpenDescriptors();
         for (const bool isNews : {true, false}) {
             const auto refusal = InstanceLock::Take();
             QVERIFY(refusal);
             QCOMPARE(refusal->holder, other.pid);
             QCOMPARE(refusal->isNews, isNews);
         }
-        QCOMPARE(OpenDescriptors(), descriptors);
+        QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
     }
 
     QVERIFY(!InstanceLock::Take());
@@ -234,13 +229,13 @@ void TestInstanceLock::otherPlaceServesWhereTheFirstIsNotOurs()
     else
         QVERIFY(other.rename(LOCK) && ::chown(path.constData(), 1000, 1000) == 0);
 
-    const int descriptors = OpenDescriptors();
+    const int descriptors = TestSupport::OpenDescriptors();
 
     QVERIFY(!InstanceLock::Take());
 
     QCOMPARE(HolderOf(OTHER_LOCK), ::getpid());
     // The lock's, and none of the first place.
-    QCOMPARE(OpenDescriptors(), descriptors + 1);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors + 1);
 }
 
 void TestInstanceLock::onlyALockThatIsTakenIsRefused_data()

@@ -20,11 +20,6 @@ using TestSupport::RealIp;
 
 namespace {
 
-int OpenDescriptors()
-{
-    return TestSupport::EntryCount("/proc/self/fd");
-}
-
 /// Counts how often wireless details are asked for.
 class CountingDevice : public NetworkDevice
 {
@@ -107,7 +102,7 @@ void TestNetworkDevice::beginsWithNothingKnown()
 void TestNetworkDevice::takesTimerSocketAndNetworksWithIt()
 {
     TestSupport::WriteStore("<x><network><name>lan</name></network></x>");
-    const int before = OpenDescriptors();
+    const int before = TestSupport::OpenDescriptors();
     QPointer<QTimer> timer;
     QPointer<NamedNetwork> network;
     {
@@ -116,10 +111,10 @@ void TestNetworkDevice::takesTimerSocketAndNetworksWithIt()
         timer = device.timer.get();
         network = device.namedNetworks.value("lan");
         QVERIFY(network);
-        QCOMPARE(OpenDescriptors(), before + 1);
+        QCOMPARE(TestSupport::OpenDescriptors(), before + 1);
     }
 
-    QCOMPARE(OpenDescriptors(), before);
+    QCOMPARE(TestSupport::OpenDescriptors(), before);
     QVERIFY(!timer);
     QVERIFY(!network);
 }

@@ -359,13 +359,10 @@ void TestSecureFile::readFollowsASymbolicLinkUnlessToldNotTo()
 
 void TestSecureFile::noDescriptorIsLeftOpen()
 {
-    const auto openDescriptors = [] {
-        return TestSupport::EntryCount("/proc/self/fd");
-    };
     QVERIFY(QDir().mkdir(FOLDER + "full"));
     const MountPoint taken(FOLDER + "full");
     QVERIFY(QFile::link("/proc/self/mem", FOLDER + "unreadable"));
-    const int before = openDescriptors();
+    const int before = TestSupport::OpenDescriptors();
 
     QVERIFY(SecureFile::Replace(PATH, "contents", 0600));
     QVERIFY(!SecureFile::Replace(FOLDER + QString(255, 'x'), "contents", 0600));
@@ -374,7 +371,7 @@ void TestSecureFile::noDescriptorIsLeftOpen()
     QVERIFY(!SecureFile::ReadRegular(FOLDER + "full"));
     QVERIFY(!SecureFile::ReadRegular(FOLDER + "unreadable"));
 
-    QCOMPARE(openDescriptors(), before);
+    QCOMPARE(TestSupport::OpenDescriptors(), before);
 }
 
 void TestSecureFile::onlyLastingContentsWaitForTheDisk()

@@ -31,11 +31,6 @@
 
 namespace {
 
-int OpenDescriptors()
-{
-    return TestSupport::EntryCount(QStringLiteral("/proc/self/fd"));
-}
-
 /// The counter in the connection's own name.
 int NumberOf(const Ctrl &ctrl)
 {
@@ -148,7 +143,7 @@ void TestWpaCtrlOpen::countsNoOpeningWithoutADescriptor()
 void TestWpaCtrlOpen::failsWhereNothingCanBeBound()
 {
     FakeSupplicant supplicant;
-    const int descriptors = OpenDescriptors();
+    const int descriptors = TestSupport::OpenDescriptors();
     QCOMPARE(mount("none", "/tmp", "tmpfs", MS_RDONLY, nullptr), 0);
 
     wpa_ctrl *const ctrl = wpa_ctrl_open(WLAN0.constData());
@@ -157,7 +152,7 @@ void TestWpaCtrlOpen::failsWhereNothingCanBeBound()
     QCOMPARE(umount("/tmp"), 0);
     QVERIFY(!ctrl);
     QCOMPARE(reason, EROFS);
-    QCOMPARE(OpenDescriptors(), descriptors);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
 }
 
 void TestWpaCtrlOpen::replacesAStaleName()
@@ -180,25 +175,25 @@ void TestWpaCtrlOpen::givesUpOnANameThatStaysTaken()
     // A folder cannot be unlinked.
     const QString taken = QStringLiteral("/tmp/wpa_ctrl_%1-%2").arg(getpid()).arg(next);
     QVERIFY(QDir().mkdir(taken));
-    const int descriptors = OpenDescriptors();
+    const int descriptors = TestSupport::OpenDescriptors();
 
     QVERIFY(!Open());
 
-    QCOMPARE(OpenDescriptors(), descriptors);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
     QVERIFY(QDir().rmdir(taken));
 }
 
 void TestWpaCtrlOpen::removesItsNameWhenClosed()
 {
     FakeSupplicant supplicant;
-    const int descriptors = OpenDescriptors();
+    const int descriptors = TestSupport::OpenDescriptors();
     Ctrl ctrl = Open();
     QCOMPARE(LocalNames().size(), 1);
 
     ctrl.reset();
 
     QCOMPARE(LocalNames(), QStringList());
-    QCOMPARE(OpenDescriptors(), descriptors);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
 }
 
 void TestWpaCtrlOpen::closesNothing()
@@ -250,11 +245,11 @@ void TestWpaCtrlOpen::failsToOpen_data()
 void TestWpaCtrlOpen::failsToOpen()
 {
     QFETCH(QByteArray, path);
-    const int descriptors = OpenDescriptors();
+    const int descriptors = TestSupport::OpenDescriptors();
 
     QVERIFY(!wpa_ctrl_open(path.isNull() ? nullptr : path.constData()));
 
-    QCOMPARE(OpenDescriptors(), descriptors);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
     QCOMPARE(LocalNames(), QStringList());
 }
 

@@ -129,13 +129,13 @@ void TestWpaSupplicantControl::closesWhenAttachIsRefused()
 {
     FakeSupplicant supplicant;
     supplicant.SetReply("ATTACH", "FAIL\n");
-    const int descriptors = OpenDescriptors();
+    const int descriptors = TestSupport::OpenDescriptors();
     WpaSupplicantControl control(nullptr);
 
     QVERIFY(!control.openControlInterface(QStringLiteral("wlan0")));
 
     QVERIFY(!control.isCtrlOpen());
-    QCOMPARE(OpenDescriptors(), descriptors);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
     QVERIFY(TestSupport::LogText().endsWith(
         " :  WpaSupplicantControl -- Failed to attach to control interface at "
         "/var/run/wpa_supplicant/wlan0 \n"));
@@ -159,14 +159,14 @@ void TestWpaSupplicantControl::opensAgainAfterARefusal()
 void TestWpaSupplicantControl::leavesNothingWhenOpenedTwice()
 {
     FakeSupplicant supplicant;
-    const int descriptors = OpenDescriptors();
+    const int descriptors = TestSupport::OpenDescriptors();
     {
         OpenControl control;
         QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
         QCOMPARE(LocalNames(), 1);
         QCOMPARE(control.findChildren<QSocketNotifier *>().size(), 1);
     }
-    QCOMPARE(OpenDescriptors(), descriptors);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
 }
 
 void TestWpaSupplicantControl::detachesWhenClosed()
@@ -342,7 +342,7 @@ void TestWpaSupplicantControl::survivesItsOwnDeletionWhileItEmits()
 void TestWpaSupplicantControl::noticesADeadSupplicant()
 {
     FakeSupplicant supplicant;
-    const int descriptors = OpenDescriptors();
+    const int descriptors = TestSupport::OpenDescriptors();
     OpenControl control;
     supplicant.Die();
     TestSupport::ClearLog();
@@ -352,7 +352,7 @@ void TestWpaSupplicantControl::noticesADeadSupplicant()
 
     QVERIFY(!control.isCtrlOpen());
     // The supplicant's own descriptor is gone, too.
-    QCOMPARE(OpenDescriptors(), descriptors - 1);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors - 1);
     QCOMPARE(LocalNames(), 0);
     QCOMPARE(TestSupport::LogText().count('\n'), 1);
     QVERIFY(TestSupport::LogText().contains("Nobody answers any more at /var/run/wpa_supplicant/wlan0"));
@@ -479,12 +479,12 @@ void TestWpaSupplicantControl::readsNothingWhereNothingWaits()
 void TestWpaSupplicantControl::leavesNothingAfterManyOpenings()
 {
     FakeSupplicant supplicant;
-    const int descriptors = OpenDescriptors();
+    const int descriptors = TestSupport::OpenDescriptors();
     for (int i = 0; i < 200; ++i) {
         OpenControl control;
     }
 
-    QCOMPARE(OpenDescriptors(), descriptors);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
     QCOMPARE(LocalNames(), 0);
 }
 

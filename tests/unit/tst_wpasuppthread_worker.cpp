@@ -22,11 +22,6 @@ namespace {
 
 const QString CONFIGURATION = QStringLiteral("/tmp/wpa_supplicant.conf");
 
-int CountOf(const QString &folder)
-{
-    return TestSupport::EntryCount(folder);
-}
-
 } // namespace
 
 class TestWpaSuppThreadWorker : public QObject
@@ -156,8 +151,8 @@ void TestWpaSuppThreadWorker::startsRestartsAndStops()
 void TestWpaSuppThreadWorker::leavesNothingAfterManyStartsAndStops()
 {
     FakeSupplicant supplicant;
-    const int descriptors = CountOf(QStringLiteral("/proc/self/fd"));
-    const int threads = CountOf(QStringLiteral("/proc/self/task"));
+    const int descriptors = TestSupport::OpenDescriptors();
+    const int threads = TestSupport::EntryCount(QStringLiteral("/proc/self/task"));
     for (int i = 0; i < 200; ++i) {
         WpaSuppThreadPeer supervisor;
         supervisor.start();
@@ -170,8 +165,8 @@ void TestWpaSuppThreadWorker::leavesNothingAfterManyStartsAndStops()
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
-    QCOMPARE(CountOf(QStringLiteral("/proc/self/fd")), descriptors);
-    QTRY_COMPARE(CountOf(QStringLiteral("/proc/self/task")), threads);
+    QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
+    QTRY_COMPARE(TestSupport::EntryCount(QStringLiteral("/proc/self/task")), threads);
     QCOMPARE(QDir(QStringLiteral("/tmp")).entryList({"wpa_ctrl_*"}, QDir::System).size(), 0);
     QFile children(QStringLiteral("/proc/self/task/%1/children").arg(QCoreApplication::applicationPid()));
     QVERIFY(children.open(QIODevice::ReadOnly));

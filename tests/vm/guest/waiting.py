@@ -20,7 +20,7 @@ def address_on(interface, accept=lambda address: True):
     """The interface's address, or None when it has none that is acceptable. Asks the kernel itself, no program."""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sock:
         try:
-            answer = fcntl.ioctl(sock, _SIOCGIFADDR, struct.pack("16s16x8x", interface.encode()))
+            answer = fcntl.ioctl(sock, _SIOCGIFADDR, struct.pack("16s24x", interface.encode()))
         except OSError:
             return None
     address = socket.inet_ntoa(answer[20:24])
