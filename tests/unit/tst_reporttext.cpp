@@ -407,6 +407,11 @@ void TestReportText::programsGetOnlyWhatIsKnown()
     for (const char *key :
          {"resolver", "lease", "definition", "dhcpFailures", "dhcpRefuser", "dhcpOfferer", "lastFailure"})
         QVERIFY2(!wlan0.contains(QLatin1String(key)), key);
+
+    const QJsonObject eth0 =
+        ReportText::ForProgram(SystemWith(Connected())).value("interfaces").toArray().first().toObject();
+    for (const char *key : {"dhcpRefuser", "dhcpOfferer", "lastFailure"})
+        QVERIFY2(!eth0.contains(QLatin1String(key)), key);
 }
 
 QTEST_GUILESS_MAIN(TestReportText)
