@@ -232,6 +232,7 @@ private:
     ReportOnce retryReport;
     ReportOnce addressReport;
     ReportOnce bounceReport;
+    ReportOnce sleepReport;
     ReportOnce leftoverReport;
     ReportOnce segmentReport;
     ReportOnce resolvedReport;
@@ -287,7 +288,7 @@ private:
     // Wired network
     /// A wired link came, or went; null for the latter.
     void ReportWiredLink(NetworkDevice *chosen);
-    void TellOfWiredLink();
+    void TellOfQuietLink();
     NetworkDevice *ChooseWiredDevice();
     void CheckBounce(NetworkDevice *d);
     void SuperviseWired(NetworkDevice *d);

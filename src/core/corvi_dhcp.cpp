@@ -50,7 +50,7 @@ void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
         d->KeepLeasedRoute();
         d->WatchForDuplicate();
         if (d->name == lastConfigured && d->HasLostDhcpClient())
-            Configure(d);
+            d->RenewLease();
     }
     RetryDhcp(d, dhcpPause);
 }

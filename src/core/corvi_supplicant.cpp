@@ -140,7 +140,7 @@ void Corvi::TellOfMissingFiles(const QStringList &lines)
     if (!missing.isEmpty())
         LogOnce(missingFileReport, missing.join(QLatin1Char(' ')))
             << "UpdateWpaConfFile -- a certificate or key for the authentication is missing:" << missing;
-    else if (!files.isEmpty())
+    else if (!files.isEmpty()) // A text without networks, as between two links, tells nothing of them.
         missingFileReport.Over();
 }
 

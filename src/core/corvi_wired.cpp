@@ -49,7 +49,7 @@ bool Corvi::WiredNetworkSetup()
     if (isConnected != wiredUp)
         ReportWiredLink(chosen);
     else if (linkReport.IsOwed(ReportOnce::Time::clock::now()))
-        TellOfWiredLink();
+        TellOfQuietLink();
     if (chosen)
         FollowAddress(chosen, wiredRetry);
     return isConnected;
@@ -58,8 +58,9 @@ bool Corvi::WiredNetworkSetup()
 void Corvi::ReportWiredLink(NetworkDevice *chosen)
 {
     const bool isConnected = chosen != nullptr;
+    LogOnce(linkReport, QString::number(isConnected))
+        << "Wired Device Connected" << isConnected << (wiredDevice ? wiredDevice->name : QString());
     wiredUp = isConnected;
-    TellOfWiredLink();
     wiredRetry.Reset();
     if (wiredDevice)
         wiredDevice->dhcpFailures = 0;
@@ -71,10 +72,12 @@ void Corvi::ReportWiredLink(NetworkDevice *chosen)
     emit wiredStateChange(isConnected);
 }
 
-void Corvi::TellOfWiredLink()
+/// So that the log of a link that flapped does not end with another state than the one that lasts.
+void Corvi::TellOfQuietLink()
 {
     LogOnce(linkReport, QString::number(wiredUp))
-        << "Wired Device Connected" << wiredUp << (wiredDevice ? wiredDevice->name : QString());
+        << "Corvi::WiredNetworkSetup:: the link has come to rest, connected" << wiredUp
+        << (wiredDevice ? wiredDevice->name : QString());
 }
 
 /// The first wired device whose link carries. A second one that carries too is stopped, and stays stopped
@@ -207,10 +210,12 @@ void Corvi::CheckBounce(NetworkDevice *d)
     d->RefreshStatus();
     if (!d->isRunning)
         return; // Lost, and not back: for the next tick.
-    LogOnce(bounceReport, d->name) << "Corvi::CheckBounce -"
-                                   << (hasSlept ? "the machine has slept, configuring anew:"
-                                                : "the carrier was away for a moment, configuring anew:")
-                                   << d->name;
+    if (hasSlept)
+        LogOnce(sleepReport, d->name)
+            << "Corvi::CheckBounce - the machine has slept, configuring anew:" << d->name;
+    else
+        LogOnce(bounceReport, d->name)
+            << "Corvi::CheckBounce - the carrier was away for a moment, configuring anew:" << d->name;
     wiredUp = false;
 }
 

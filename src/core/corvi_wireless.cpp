@@ -79,6 +79,8 @@ void Corvi::PickStrayWireless()
     const auto now = RetryPause::Time::clock::now();
     for (const QString &interfaceName : qAsConst(wirelessInterfaces)) {
         NetworkDevice *const device = devices.value(interfaceName);
+        if (!device)
+            continue;
         device->RefreshStatus();
         if (device->ipAddress.isEmpty()) {
             strayPauses.erase(interfaceName);

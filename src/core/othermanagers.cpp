@@ -65,7 +65,7 @@ struct Manager
 
 QStringList OtherManagers(const QStringList &interfaceNames)
 {
-    // As of wpa_supplicant@.service.
+    // Such as that of wpa_supplicant@.service.
     const auto supplicantHas =
         [theirs = SupplicantProcess::ForeignInterfaces(WPA_SUPPLICANT_CONF)](const QString &interfaceName) {
             return theirs.contains(interfaceName);

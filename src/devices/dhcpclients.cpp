@@ -3,6 +3,8 @@
 
 #include "dhcpclients.h"
 
+#include "processstat.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
@@ -52,19 +54,11 @@ QByteArray ReadOfProcess(const QByteArray &process, const char *file)
     return source.open(QIODevice::ReadOnly) ? source.readAll() : QByteArray();
 }
 
-/// Whether a process runs as our user and in our network namespace: a container's clients show in /proc, too.
-/// A process that may do more than we keeps its "ns" closed to us (ptrace(2)), but not the list of its links
-/// (proc(5)), of which each namespace has one.
 bool IsOurs(const QByteArray &process)
 {
-    const QByteArray folder = "/proc/" + process;
     struct stat owner = {};
-    struct stat theirs = {};
-    struct stat ours = {};
-    return ::stat(folder.constData(), &owner) == 0 && owner.st_uid == ::geteuid() &&
-           ::stat(QByteArray(folder + "/net/dev").constData(), &theirs) == 0 &&
-           ::stat("/proc/self/net/dev", &ours) == 0 && theirs.st_dev == ours.st_dev &&
-           theirs.st_ino == ours.st_ino;
+    return ::stat(QByteArray("/proc/" + process).constData(), &owner) == 0 && owner.st_uid == ::geteuid() &&
+           ProcessStat::IsInOurNetwork(process);
 }
 
 struct Process

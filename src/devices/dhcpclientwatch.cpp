@@ -47,8 +47,10 @@ void DhcpClientWatch::Begin(const QString &interfaceName, const QString &address
 
 bool DhcpClientWatch::IsStartDue(const QString &interfaceName, const QString &address, Time now)
 {
-    if (address != served)
+    if (address != served) {
+        wasServed = false; // Whoever has set another address may need none.
         Begin(interfaceName, address, now);
+    }
     if (!wasServed || now < nextLook)
         return false;
     nextLook = now + LOOK_INTERVAL;

@@ -95,6 +95,7 @@ QString DuplicateWatch::Known(const QString &address, Time now) const
 void DuplicateWatch::Restart()
 {
     asked.clear();
+    holder.clear();
 }
 
 void DuplicateWatch::Ask(const QByteArray &interfaceName, Time now)

@@ -121,23 +121,30 @@ void NetworkDevice::FollowLink()
     const auto now = RetryPause::Time::clock::now();
     if (isUp) {
         startPause.NoteSuccess(now);
+        reports->radio.Over();
         return;
     }
     // An interface that is gone has no hardware address either, and nobody can bring it up.
     if (!linkUp || stopped || macAddress.isEmpty())
         return;
     // Nobody tries in vain, so that nothing is left to wait for when it is switched on.
-    if (const QString block = RadioBlock(name); !block.isEmpty()) {
-        LogOnce(reports->start, block)
-            << "NetworkDevice::RefreshStatus -- the radio is switched off" << block << name;
-        return;
-    }
-    if (!startPause.IsDue(now))
+    if (IsRadioOff() || !startPause.IsDue(now))
         return;
     LogOnce(reports->start, upAnswer)
         << "NetworkDevice::RefreshStatus -- the link is down, bringing it up again:"
         << (upAnswer.isEmpty() ? name : name + QStringLiteral(", last answer: ") + upAnswer);
     linkUp = false;
+}
+
+bool NetworkDevice::IsRadioOff()
+{
+    const QString block = isWireless ? RadioBlock(name) : QString();
+    // Told once until it is another or the link is up: this is asked several times a second.
+    if (!block.isEmpty() && block != toldRadioBlock)
+        LogOnce(reports->radio, block)
+            << "NetworkDevice::RefreshStatus -- the radio is switched off" << block << name;
+    toldRadioBlock = block;
+    return !block.isEmpty();
 }
 
 /// Leaves the field empty when the interface has no such address.

@@ -31,7 +31,7 @@ struct DeviceReports
 {
     ReportOnce address{QString()}; ///< that there is none is no news
     ReportOnce config, dhcp, leases, speed, mtu, claim, resolver, leasedResolver, leasedGateway, refusal,
-        hosts, start, upkeep, duplicate, client, ownGateway;
+        hosts, start, upkeep, duplicate, client, ownGateway, radio;
 };
 
 /// One kernel interface: its last observed state, the network definitions that apply to it, and the
@@ -124,6 +124,9 @@ public:
     /// address anew. Only of the interface that was configured last: each configuration ends the clients of
     /// others.
     [[nodiscard]] bool HasLostDhcpClient();
+    /// Starts the client again for the address that there is, which stays meanwhile: the server confirms it,
+    /// or the client keeps it where the lease is still good. Blocks for up to 30 s.
+    void RenewLease();
     /// Tells of another host that has our address. It is left to an administrator which of the two keeps it.
     void WatchForDuplicate();
     /// The hardware address of that host; empty while there is none, or nobody watches.
@@ -203,6 +206,7 @@ private:
     void ReadCarrier();
     bool HasLostLink() const;
     void FollowLink();
+    bool IsRadioOff();
     bool HasStaticAddress() const;
     bool HasStaticRoute() const;
     void NoteStaticAttempt();
@@ -225,6 +229,7 @@ private:
     void ApplyStaticAddress();
     void ObtainAddress();
     void MakeRoomForDhcp();
+    bool StartDhcpClient(const QStringList &options);
     void TellOfFailedDhcp();
     void ApplyResolver();
     void ApplyLinkSettings();
@@ -243,9 +248,9 @@ private:
     QString appliedSpeed; ///< the text that SetSpeed() was last run for
     QString upAnswer;     ///< what `ifconfig` said when the link was last brought up, nothing where it could
 
+    QString toldRadioBlock; ///< what kept the radio from sending at the last look
     DhcpClientWatch dhcpClientWatch;
     DuplicateWatch duplicateWatch;
-    QString toldHolder;                                 ///< of our address, as last seen
     RetryPause startPause{RetryPause::First::AT_ONCE};  ///< of bringing the link up
     RetryPause staticPause{RetryPause::First::AT_ONCE}; ///< of setting the static address and its route
     RetryPause routePause{RetryPause::First::AT_ONCE};  ///< of setting the default route of the lease

@@ -20,8 +20,8 @@
 
 namespace {
 
-/// In bytes; that every client must take (RFC 2131, section 2).
-constexpr int DHCP_MESSAGE_SIZE = 576;
+/// Bytes of a request by DHCP: the smallest message (RFC 1542, section 2.1), UDP's and IP's headers.
+constexpr int DHCP_REQUEST_SIZE = 300 + 8 + 20;
 const QString ETHERNET_MTU = QStringLiteral("1500");
 
 bool IsStored(const QString &networkName)
@@ -148,7 +148,7 @@ void NetworkDevice::TellOfOwnGateway(const QString &gateway, const QString &addr
         return;
     }
     LogOnce(reports->ownGateway, gateway)
-        << "NetworkDevice::SetGateway - the default route leads to no other host on"
+        << "NetworkDevice::TellOfOwnGateway - the default route leads to no other host on"
         << name + QStringLiteral(": the gateway %1 is its own address").arg(gateway);
 }
 
@@ -161,8 +161,8 @@ void NetworkDevice::ObtainAddress()
     SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::STARTED);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
-    const QByteArray mtu = LinkAttribute(name, "mtu");
     MakeRoomForDhcp();
+    const QByteArray mtu = LinkAttribute(name, "mtu");
     leasedGateway.clear(); // The next lease may come without one.
     const bool isBound = Dhclient(name);
     ExpectLossForMtu(mtu);
@@ -189,14 +189,16 @@ void NetworkDevice::ObtainAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
 }
 
-/// An MTU that the configuration before has set may be too small for what a client and a server send, and
-/// would keep an address away for ever, also once the definition has none any more. The definition's comes
-/// again with the address.
+/// An MTU that the configuration before has set may be too small for what the client sends, and would keep an
+/// address away for ever, also once the definition has none any more. The definition's is set again after the
+/// attempt.
 void NetworkDevice::MakeRoomForDhcp()
 {
-    const int mtu = LinkAttribute(name, "mtu").toInt();
-    if (mtu > 0 && mtu < DHCP_MESSAGE_SIZE)
-        SetMtu(name, ETHERNET_MTU);
+    const QByteArray mtu = LinkAttribute(name, "mtu");
+    if (mtu.isEmpty() || mtu.toInt() >= DHCP_REQUEST_SIZE)
+        return;
+    SetMtu(name, ETHERNET_MTU);
+    ExpectLossForMtu(mtu);
 }
 
 /// Attempts go on for as long as there is no server. One whose link went meanwhile could not succeed, and of

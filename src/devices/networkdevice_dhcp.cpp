@@ -82,9 +82,10 @@ std::optional<unsigned int> IndexOf(const QByteArray &interfaceName)
 
 /// What the client printed. Where the adapter is pulled, it would go on to its limit, and hold the
 /// supervision.
-QString RunClient(const QString &interfaceName)
+QString RunClient(const QString &interfaceName, const QStringList &options)
 {
-    const QStringList arguments = {QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF, interfaceName};
+    const QStringList arguments = QStringList{QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF} +
+                                  options + QStringList(interfaceName);
     Log(Level::TRACE) << "NetworkDevice::Dhclient"
                       << "dhclient" << arguments;
     const QByteArray kernelName = QFile::encodeName(interfaceName);
@@ -105,8 +106,12 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
     Log(Level::TRACE) << "NetworkDevice::Dhclient"
                       << "dhclient stopped";
     FlushIpAddress();
+    return StartDhcpClient({});
+}
 
-    QString transcript = RunClient(interfaceName);
+bool NetworkDevice::StartDhcpClient(const QStringList &options)
+{
+    QString transcript = RunClient(name, options);
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     const bool isBound = transcript.contains(QStringLiteral("bound to"));

@@ -10,6 +10,7 @@
 #include "zebnetconfig.h"
 
 #include <QFile>
+#include <QScopeGuard>
 
 #include <sys/ioctl.h>
 
@@ -104,20 +105,26 @@ bool NetworkDevice::HasLostDhcpClient()
     const bool isLost = dhcpClientWatch.IsStartDue(name, ipAddress, DhcpClientWatch::Time::clock::now());
     if (isLost)
         LogOnce(reports->client)
-            << "NetworkDevice::HasLostDhcpClient - the DHCP client has ended, asking for an address anew on"
-            << name;
+            << "NetworkDevice::HasLostDhcpClient - the DHCP client has ended, starting it again on" << name;
     else if (dhcpClientWatch.IsSteady())
         reports->client.Over();
     return isLost;
+}
+
+void NetworkDevice::RenewLease()
+{
+    dhcpSince = RetryPause::Time::clock::now();
+    const auto ended = qScopeGuard([this] { dhcpSince.reset(); });
+    // For the client's hook.
+    StartDhcpClient({QStringLiteral("-e"), QStringLiteral("corvi_kept_address=") + ipAddress});
+    RefreshStatus();
+    dhcpClientWatch.Begin(name, ipAddress, DhcpClientWatch::Time::clock::now());
 }
 
 /// Two hosts with one address cut each other off, now the one and now the other, and all else looks well.
 void NetworkDevice::WatchForDuplicate()
 {
     const QString &holder = duplicateWatch.Look(kernelName, ipAddress, DuplicateWatch::Time::clock::now());
-    if (holder == toldHolder)
-        return;
-    toldHolder = holder;
     if (holder.isEmpty())
         reports->duplicate.Over();
     else

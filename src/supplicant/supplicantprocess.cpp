@@ -16,7 +16,6 @@
 #include <utility>
 
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 // glibc 2.36 declares these without saying that they are C.
@@ -54,6 +53,12 @@ QList<QByteArray> SupplicantArguments(pid_t id)
     return program.startsWith("wpa_supplicant") ? arguments : QList<QByteArray>();
 }
 
+/// The word that names the file to a supplicant that we launch.
+QByteArray OptionFor(const QString &configurationPath)
+{
+    return "-c" + configurationPath.toLocal8Bit();
+}
+
 /// Those that it was told to work on.
 QStringList InterfacesIn(const QList<QByteArray> &arguments)
 {
@@ -65,14 +70,6 @@ QStringList InterfacesIn(const QList<QByteArray> &arguments)
             names << QString::fromLocal8Bit(arguments.at(i).mid(2));
     }
     return names;
-}
-
-/// In another one it has other interfaces, whatever their names.
-bool IsInOurNetwork(pid_t id)
-{
-    struct stat theirs = {}, ours = {};
-    return ::stat(QFile::encodeName(ProcFile(id, "ns/net")).constData(), &theirs) == 0 &&
-           ::stat("/proc/self/ns/net", &ours) == 0 && theirs.st_ino == ours.st_ino;
 }
 
 } // namespace
@@ -105,6 +102,9 @@ std::vector<SupplicantProcess> SupplicantProcess::FindWith(const QString &config
 {
     std::vector<SupplicantProcess> found;
     for (const pid_t id : AllProcesses()) {
+        // Most are none, and need not be held for that.
+        if (SupplicantArguments(id).isEmpty())
+            continue;
         SupplicantProcess process(id);
         if (process.IsLaunchedWith(configurationPath))
             found.push_back(std::move(process));
@@ -116,9 +116,10 @@ QStringList SupplicantProcess::ForeignInterfaces(const QString &configurationPat
 {
     QStringList names;
     for (const pid_t id : AllProcesses()) {
-        const QStringList theirs = InterfacesIn(SupplicantArguments(id));
-        if (!theirs.isEmpty() && IsInOurNetwork(id) &&
-            !SupplicantProcess(id).IsLaunchedWith(configurationPath))
+        const QList<QByteArray> arguments = SupplicantArguments(id);
+        const QStringList theirs = InterfacesIn(arguments);
+        if (!theirs.isEmpty() && !arguments.contains(OptionFor(configurationPath)) &&
+            ProcessStat::IsInOurNetwork(QByteArray::number(id)))
             names += theirs;
     }
     return names;
@@ -147,7 +148,7 @@ std::optional<bool> SupplicantProcess::IsStopped() const
 
 bool SupplicantProcess::IsLaunchedWith(const QString &configurationPath) const
 {
-    return SupplicantArguments(id).contains("-c" + configurationPath.toLocal8Bit()) &&
+    return SupplicantArguments(id).contains(OptionFor(configurationPath)) &&
            QFileInfo(ProcFile(id, "")).ownerId() == geteuid();
 }
 

@@ -165,7 +165,7 @@ private:
     void RestartWpaCtl();
     /// Opens the connection of the control object that there is, and takes note of who answers.
     bool OpenControl();
-    bool CannotAnswer();
+    bool IsStoppedUnheard();
     void NotePeer();
     bool IsControlOpen() const;
     void NoticeLostControl();
@@ -247,7 +247,7 @@ private:
     /// the stop that the launch itself asked for.
     bool startPending = false;
 
-    bool connectionTold = false; ///< the last associatedChanged() said that it is connected
+    bool connectionTold = false; ///< whoever listens takes us for connected
     Missed missed = Missed::NOTHING;
     RetryPause statusPause{RetryPause::First::AT_ONCE}; ///< while nobody answers what was missed
     int takenUpTicks = 0;          ///< for which the event of a success told without it is none of its own

@@ -6,6 +6,8 @@
 #include "journal.h"
 #include "logging.h"
 
+#include <QFile>
+
 #include <algorithm>
 
 namespace {
@@ -50,7 +52,7 @@ void WpaSuppThread::RestartWpaCtl()
 
 bool WpaSuppThread::OpenControl()
 {
-    if (!control || CannotAnswer() || !control->openControlInterface(interface))
+    if (!control || IsStoppedUnheard() || !control->openControlInterface(interface))
         return false;
     NotePeer();
     return true;
@@ -58,8 +60,10 @@ bool WpaSuppThread::OpenControl()
 
 /// One that is stopped, as by SIGSTOP, before it has answered us once. Waiting for it would keep the service
 /// for 10 s each time.
-bool WpaSuppThread::CannotAnswer()
+bool WpaSuppThread::IsStoppedUnheard()
 {
+    if (!QFile::exists(WpaSupplicantControl::CtrlInterfaceDir + interface))
+        return false; // Nobody to connect to.
     const auto launched = SupplicantProcess::FindWith(configurationPath);
     const bool isStopped =
         std::any_of(launched.cbegin(), launched.cend(),

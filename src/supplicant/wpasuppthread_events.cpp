@@ -225,7 +225,8 @@ void WpaSuppThread::CheckStatusLate()
 /// service for 10 s where nobody answers.
 void WpaSuppThread::AskAgainForStatus()
 {
-    if (missed == Missed::UNKNOWN && statusPause.IsDue(RetryPause::Time::clock::now()))
+    const bool isStopped = process && process->IsStopped().value_or(false);
+    if (missed == Missed::UNKNOWN && !isStopped && statusPause.IsDue(RetryPause::Time::clock::now()))
         checkStatusRequested = true;
 }
 

@@ -110,9 +110,10 @@ void WpaSuppThread::MakeControlFolder()
 
 void WpaSuppThread::ClearName(const QString &path)
 {
-    LogOnce(reports.inTheWay, path)
+    const bool isGone = SecureFile::Remove(path);
+    LogOnce(reports.inTheWay, path + QString::number(isGone))
         << "WpaSuppThread -- What is in the way of the supplicant's control socket"
-        << (SecureFile::Remove(path) ? "is removed:" : "cannot be removed:") << path;
+        << (isGone ? "is removed:" : "cannot be removed:") << path;
 }
 
 bool WpaSuppThread::IsWiredDriver(const QString &driverName)

@@ -49,7 +49,7 @@ QByteArray LinkAttribute(const QString &interfaceName, const char *attribute)
 
 int ReadLinkType(const QString &interfaceName)
 {
-    return LinkAttribute(interfaceName, "type").toInt();
+    return LinkAttribute(interfaceName, "type").split('\n').first().trimmed().toInt();
 }
 
 bool HasHardware(int linkType)
@@ -82,15 +82,15 @@ QString RadioBlock(const QString &interfaceName)
     const QDir radio(SYS_NET + interfaceName + QStringLiteral("/phy80211"));
     const QStringList switches =
         radio.entryList({QStringLiteral("rfkill*")}, QDir::Dirs | QDir::NoDotAndDotDot);
-    const auto isSet = [&](const QString &state) {
+    const auto isSet = [&](const char *state) {
         return std::any_of(switches.begin(), switches.end(), [&](const QString &entry) {
-            QFile file(radio.filePath(entry + state));
-            return file.open(QIODevice::ReadOnly) && file.readAll().trimmed() == "1";
+            return LinkAttribute(interfaceName,
+                                 QByteArray("phy80211/" + entry.toLatin1() + state).constData()) == "1";
         });
     };
-    if (isSet(QStringLiteral("/hard")))
+    if (isSet("/hard"))
         return QStringLiteral("by a switch");
-    return isSet(QStringLiteral("/soft")) ? QStringLiteral("by software") : QString();
+    return isSet("/soft") ? QStringLiteral("by software") : QString();
 }
 
 bool HasEthernetName(const QString &interfaceName)

@@ -53,7 +53,11 @@ public:
     /// once more it is written, so that the log does not end with another state than the one that lasts.
     bool IsOwed(Time now) const { return isOwed && now - lastTold >= CREDIT_INTERVAL; }
     /// It is over: whatever is told next is news.
-    void Over() { told.reset(); }
+    void Over()
+    {
+        told.reset();
+        isOwed = false;
+    }
 
 private:
     bool IsNews(const QString &what, Time now) const;

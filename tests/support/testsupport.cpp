@@ -11,7 +11,9 @@
 #include <QThread>
 #include <QVector>
 
+#include <linux/capability.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -193,6 +195,18 @@ int EntryCount(const QString &folder, const QStringList &wildcards)
     const QStringList entries = QDir(folder).entryList(wildcards, QDir::AllEntries | QDir::System |
                                                                       QDir::Hidden | QDir::NoDotAndDotDot);
     return static_cast<int>(entries.size());
+}
+
+void UseRights(bool all)
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3] = {};
+    if (::syscall(SYS_capget, &header, rights) != 0)
+        qFatal("the rights cannot be read");
+    for (__user_cap_data_struct &half : rights)
+        half.effective = all ? half.permitted : 0;
+    if (::syscall(SYS_capset, &header, rights) != 0)
+        qFatal("the rights cannot be set");
 }
 
 int OpenDescriptors()

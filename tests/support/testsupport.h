@@ -52,6 +52,9 @@ void Remove(const QString &path);
 void SetMode(const QString &path, uint mode);
 /// How many entries of a folder have names that match a wildcard; without any, how many there are.
 int EntryCount(const QString &folder, const QStringList &wildcards = {});
+/// Without any, this thread is root only by name: the service's unit leaves the daemon few. Those of a
+/// program that was started before stay.
+void UseRights(bool all);
 /// How many descriptors this process has.
 int OpenDescriptors();
 

@@ -9,7 +9,7 @@ corvi_add_unit_test(tst_logging LIBS support)
 corvi_add_unit_test(tst_platformfile LIBS support)
 corvi_add_unit_test(tst_processsetting LIBS support PLAIN)
 corvi_add_unit_test(tst_processsignals LIBS support PLAIN)
-corvi_add_unit_test(tst_processstat LIBS support PLAIN)
+corvi_add_unit_test(tst_processstat LIBS support)
 # Of Qt 5 only: with Qt 6 the kernel watches the child, which waits for nothing.
 if(CORVI_QT EQUAL 5)
     corvi_add_unit_test(tst_program LIBS support fastclock)

@@ -202,6 +202,13 @@ void TestCorviUpkeep::radioThatIsSwitchedOffIsBroughtUpOnceItIsOn()
     corvi.WirelessNetworkSetup(false);
 
     QCOMPARE(Journal(), QStringList{"ifconfig wlan0 up"});
+
+    // The next time is news.
+    corvi.WirelessDevice()->RefreshStatus();
+    sysNet.Write("wlan0/phy80211/rfkill0/soft", "1\n");
+    TakeDown("wlan0");
+    corvi.WirelessNetworkSetup(false);
+    QCOMPARE(LogCount("NetworkDevice::RefreshStatus -- the radio is switched off by software wlan0"), 2);
 }
 
 void TestCorviUpkeep::sleepOfTheMachineReportsTheLinkAgain()
@@ -575,7 +582,9 @@ void TestCorviUpkeep::lastStateOfALinkThatFlappedIsTold()
     corvi.Tick(2);
 
     QCOMPARE(
-        LogLines().filter(QRegularExpression("^Wired Device Connected 1 eth0 -- [0-9]+ times since")).size(),
+        LogLines()
+            .filter(QRegularExpression("the link has come to rest, connected 1 eth0 -- [0-9]+ times since"))
+            .size(),
         1);
 }
 

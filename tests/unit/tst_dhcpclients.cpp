@@ -18,29 +18,9 @@
 #include <memory>
 #include <vector>
 
-#include <linux/capability.h>
 #include <sched.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
-
-namespace {
-
-/// Without any, this thread is root only by name: the service's unit leaves the daemon few. Those of a
-/// program that was started before stay.
-void UseRights(bool all)
-{
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3] = {};
-    if (::syscall(SYS_capget, &header, rights) != 0)
-        qFatal("the rights cannot be read");
-    for (__user_cap_data_struct &half : rights)
-        half.effective = all ? half.permitted : 0;
-    if (::syscall(SYS_capset, &header, rights) != 0)
-        qFatal("the rights cannot be set");
-}
-
-} // namespace
 
 /// What is done with a device.
 using Deed = std::function<void(NetworkDevice &)>;
@@ -86,7 +66,7 @@ void TestDhcpClients::init()
 
 void TestDhcpClients::cleanup()
 {
-    UseRights(true);
+    TestSupport::UseRights(true);
     TestSupport::Remove(QStringLiteral("/tmp/clients"));
 }
 
@@ -242,7 +222,7 @@ void TestDhcpClients::containersClientLives()
         if (::unshare(CLONE_NEWNET) != 0)
             ::_exit(1);
     });
-    UseRights(hasRights);
+    TestSupport::UseRights(hasRights);
 
     QVERIFY(!DhcpClients::End("eth0"));
 
@@ -252,7 +232,7 @@ void TestDhcpClients::containersClientLives()
 void TestDhcpClients::endsOneThatMayDoMoreThanWe()
 {
     StandInClient client({"eth0"});
-    UseRights(false);
+    TestSupport::UseRights(false);
     // Its namespaces are not ours to look at.
     struct stat theirs = {};
     QCOMPARE(::stat(QByteArray("/proc/" + QByteArray::number(client.processId()) + "/ns/net").constData(),

@@ -47,6 +47,7 @@ private Q_SLOTS:
     void clientThatIsReplacedAtLeisureIsNotMissed();
     void anothersClientDoesNotCount();
     void clientThatWasNeverSeenIsNotMissed();
+    void addressThatSomebodySetInsteadNeedsNone();
     void lateClientIsSeenWithItsAddress();
     void clientsThatEndAgainAndAgainWait();
     void clientThatServedForAMinuteIsMissedAfresh();
@@ -118,6 +119,17 @@ void TestDhcpClientWatch::clientThatWasNeverSeenIsNotMissed()
     DhcpClientWatch watch;
 
     QCOMPARE(StartsDue(watch, 0, 100), QList<int>());
+}
+
+void TestDhcpClientWatch::addressThatSomebodySetInsteadNeedsNone()
+{
+    auto client = StartClient();
+    DhcpClientWatch watch;
+    watch.IsStartDue("eth0", "10.0.0.4", NOW);
+
+    client.reset();
+
+    QCOMPARE(StartsDue(watch, 1, 100), QList<int>());
 }
 
 void TestDhcpClientWatch::lateClientIsSeenWithItsAddress()

@@ -334,9 +334,9 @@ void TestNetworkDeviceConfig::gatewayThatIsTheDeviceItselfIsTold()
     device.ConfigureNetwork(true);
 
     QTEST(TestSupport::LogLines()
-              .filter(
-                  "NetworkDevice::SetGateway - the default route leads to no other host on eth0: the gateway "
-                  "10.0.0.9 is its own address")
+              .filter("NetworkDevice::TellOfOwnGateway - the default route leads to no other host on eth0: "
+                      "the gateway "
+                      "10.0.0.9 is its own address")
               .size(),
           "times");
 }
@@ -351,9 +351,9 @@ void TestNetworkDeviceConfig::leasedGatewayThatIsTheDeviceItselfIsTold()
 
     device.ConfigureNetwork(true);
 
-    QVERIFY(
-        TestSupport::LogLines().contains("NetworkDevice::SetGateway - the default route leads to no other "
-                                         "host on eth0: the gateway 10.0.0.5 is its own address"));
+    QVERIFY(TestSupport::LogLines().contains(
+        "NetworkDevice::TellOfOwnGateway - the default route leads to no other "
+        "host on eth0: the gateway 10.0.0.5 is its own address"));
 }
 
 void TestNetworkDeviceConfig::dhcpIsRunOnce()

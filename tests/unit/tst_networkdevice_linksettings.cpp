@@ -194,8 +194,8 @@ void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp_data()
 {
     QTest::addColumn<QString>("mtu");
     QTest::addColumn<QByteArray>("seen");
-    QTest::newRow("no room for a message") << "575" << QByteArray("1500\n");
-    QTest::newRow("room for a message") << "576" << QByteArray("576\n");
+    QTest::newRow("no room for a message") << "327" << QByteArray("1500\n");
+    QTest::newRow("room for a message") << "328" << QByteArray("328\n");
 }
 
 void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp()

@@ -2,7 +2,9 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "processstat.h"
+#include "testsupport.h"
 
+#include <QProcess>
 #include <QtTest>
 
 #include <optional>
@@ -15,9 +17,43 @@ class TestProcessStat : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void cleanup() { TestSupport::UseRights(true); }
+
+    void tellsWhoseNetworkIsOurs_data();
+    void tellsWhoseNetworkIsOurs();
     void tellsWhetherAProcessIsStopped_data();
     void tellsWhetherAProcessIsStopped();
 };
+
+void TestProcessStat::tellsWhoseNetworkIsOurs_data()
+{
+    QTest::addColumn<QStringList>("command");
+    QTest::addColumn<bool>("hasRights");
+    QTest::addColumn<bool>("expected");
+    const QStringList ours = {"env", "sh"};
+    const QStringList theirs = {"unshare", "--net", "sh"};
+    QTest::newRow("ours") << ours << true << true;
+    QTest::newRow("another") << theirs << true << false;
+    QTest::newRow("of one that may do more than we, ours") << ours << false << true;
+    QTest::newRow("of one that may do more than we, another") << theirs << false << false;
+}
+
+void TestProcessStat::tellsWhoseNetworkIsOurs()
+{
+    QFETCH(QStringList, command);
+    QFETCH(bool, hasRights);
+    QProcess process;
+    process.start(command.first(), command.mid(1) + QStringList{"-c", "echo up; read line"});
+    QVERIFY(process.waitForReadyRead());
+
+    TestSupport::UseRights(hasRights);
+
+    QTEST(ProcessStat::IsInOurNetwork(QByteArray::number(process.processId())), "expected");
+
+    TestSupport::UseRights(true);
+    process.closeWriteChannel();
+    QVERIFY(process.waitForFinished());
+}
 
 void TestProcessStat::tellsWhetherAProcessIsStopped_data()
 {
