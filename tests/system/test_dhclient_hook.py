@@ -202,17 +202,30 @@ class Routes(HookTest):
                 self.assertEqual(sorted((route["dst"], route["gateway"]) for route in gateway_routes()), expected)
 
     def test_address_that_was_kept_for_the_next_client(self):
-        for reason, new in (("BOUND", "10.0.0.2"), ("REBOOT", "10.0.0.2"), ("BOUND", "10.0.0.9"), ("REBOOT", "10.0.0.9")):
-            with self.subTest(reason, new=new):
+        for reason, new, mask, length in (("BOUND", "10.0.0.2", "255.255.255.0", 24),
+                                          ("REBOOT", "10.0.0.2", "255.255.255.0", 24),
+                                          ("REBOOT", "10.0.0.2", "255.255.0.0", 16),
+                                          ("BOUND", "10.0.0.9", "255.255.255.0", 24),
+                                          ("REBOOT", "10.0.0.9", "255.255.255.0", 24)):
+            with self.subTest(reason, new=new, mask=mask):
                 self.clean()
                 self.given_cables("eth0")
-                client_script("BOUND", "eth0", 0, new_dhcp_lease_time="100")
+                client_script("BOUND", "eth0", 0, new_dhcp_lease_time="100", new_broadcast_address="10.0.0.255")
 
                 client_script(reason, "eth0", 0, corvi_kept_address="10.0.0.2", new_ip_address=new,
-                              new_dhcp_lease_time="1000")
+                              new_subnet_mask=mask, new_dhcp_lease_time="1000", new_broadcast_address="10.0.0.255")
 
-                self.assertEqual(prefixes("eth0"), [(new, 24)])
+                self.assertEqual(prefixes("eth0"), [(new, length)])
+                self.assertEqual(broadcasts("eth0"), ["10.0.0.255"])
                 self.assertGreater(lifetimes("eth0")[0], 100)
+
+    def test_address_that_was_kept_and_went_comes_as_any(self):
+        self.given_cables("eth0")
+
+        client_script("BOUND", "eth0", 0, corvi_kept_address="10.0.0.2", new_broadcast_address="10.0.0.255")
+
+        self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
+        self.assertEqual(broadcasts("eth0"), ["10.0.0.255"])
 
     def test_netmask_that_changes_at_a_renewal_is_followed(self):
         for mask, length, broadcast in (("255.255.0.0", 16, "10.0.255.255"), ("255.255.255.128", 25, "10.0.0.127")):
