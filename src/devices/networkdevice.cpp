@@ -122,6 +122,7 @@ void NetworkDevice::FollowLink()
     if (isUp) {
         startPause.NoteSuccess(now);
         reports->radio.Over();
+        toldRadioBlock.clear();
         return;
     }
     // An interface that is gone has no hardware address either, and nobody can bring it up.

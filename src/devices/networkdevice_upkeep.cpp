@@ -4,13 +4,13 @@
 #include "networkdevice.h"
 
 #include "defaultroute.h"
+#include "interfacekind.h"
 #include "ipaddress.h"
 #include "logging.h"
 #include "utils.h"
 #include "zebnetconfig.h"
 
 #include <QFile>
-#include <QScopeGuard>
 
 #include <sys/ioctl.h>
 
@@ -113,10 +113,13 @@ bool NetworkDevice::HasLostDhcpClient()
 
 void NetworkDevice::RenewLease()
 {
-    dhcpSince = RetryPause::Time::clock::now();
-    const auto ended = qScopeGuard([this] { dhcpSince.reset(); });
+    MakeRoomForDhcp();
+    const QByteArray mtu = LinkAttribute(name, "mtu");
     // For the client's hook.
     StartDhcpClient({QStringLiteral("-e"), QStringLiteral("corvi_kept_address=") + ipAddress});
+    ExpectLossForMtu(mtu);
+    if (!currentConfig->mtu.isEmpty())
+        ApplyMtu(); // The server's came with the lease.
     RefreshStatus();
     dhcpClientWatch.Begin(name, ipAddress, DhcpClientWatch::Time::clock::now());
 }

@@ -219,6 +219,24 @@ class Routes(HookTest):
                 self.assertEqual(broadcasts("eth0"), ["10.0.0.255"])
                 self.assertGreater(lifetimes("eth0")[0], 100)
 
+    def test_gateway_that_changed_beside_a_kept_address_is_followed(self):
+        self.given_cables("eth0")
+        client_script("BOUND", "eth0", 0)
+
+        client_script("REBOOT", "eth0", 0, corvi_kept_address="10.0.0.2", new_routers="10.0.0.77")
+
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.77"])
+        self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
+
+    def test_kept_address_stays_without_a_server_and_a_gateway_that_answers(self):
+        self.given_cables("eth0")
+        client_script("BOUND", "eth0", 0)
+
+        client_script("TIMEOUT", "eth0", 0, corvi_kept_address="10.0.0.2")
+
+        self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
+
     def test_address_that_was_kept_and_went_comes_as_any(self):
         self.given_cables("eth0")
 

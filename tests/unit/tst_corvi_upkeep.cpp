@@ -209,6 +209,15 @@ void TestCorviUpkeep::radioThatIsSwitchedOffIsBroughtUpOnceItIsOn()
     TakeDown("wlan0");
     corvi.WirelessNetworkSetup(false);
     QCOMPARE(LogCount("NetworkDevice::RefreshStatus -- the radio is switched off by software wlan0"), 2);
+
+    // Also where somebody else was quicker to bring it up.
+    sysNet.Write("wlan0/phy80211/rfkill0/soft", "0\n");
+    BringUp("wlan0");
+    corvi.WirelessDevice()->RefreshStatus();
+    sysNet.Write("wlan0/phy80211/rfkill0/soft", "1\n");
+    TakeDown("wlan0");
+    corvi.WirelessNetworkSetup(false);
+    QCOMPARE(LogCount("NetworkDevice::RefreshStatus -- the radio is switched off by software wlan0"), 3);
 }
 
 void TestCorviUpkeep::sleepOfTheMachineReportsTheLinkAgain()

@@ -30,6 +30,7 @@ private Q_SLOTS:
     void mtuIsSet();
     void smallMtuIsRaisedForDhcp_data();
     void smallMtuIsRaisedForDhcp();
+    void mtuIsSetAgainAfterARenewal();
     void mtuOfAServerIsTakenBack_data();
     void mtuOfAServerIsTakenBack();
     void refusedSettingIsToldOnce_data();
@@ -212,6 +213,21 @@ void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp()
 
     QTEST(TestSupport::ReadFile("/tmp/mtu.seen"), "seen");
     QCOMPARE(TestSupport::ReadFile("/sys/class/net/eth0/mtu").trimmed(), mtu.toLatin1());
+}
+
+void TestNetworkDeviceLinkSettings::mtuIsSetAgainAfterARenewal()
+{
+    GivenInterface();
+    TestSupport::WriteNetworks(Network("lan", "<mtu>1400</mtu>"));
+    Device device("eth0");
+    device.ConfigureNetwork(true);
+    TestSupport::ClearJournal();
+
+    device.RenewLease();
+
+    QCOMPARE(Journal().size(), 2);
+    QVERIFY(Journal().first().startsWith("dhclient "));
+    QCOMPARE(Journal().last(), "ip link set eth0 mtu 1400");
 }
 
 void TestNetworkDeviceLinkSettings::mtuOfAServerIsTakenBack_data()
