@@ -229,7 +229,7 @@ private:
     void ApplyStaticAddress();
     void ObtainAddress();
     void MakeRoomForDhcp();
-    bool StartDhcpClient(const QStringList &options);
+    bool StartDhcpClient(const QString &interfaceName, const QStringList &options);
     void TellOfFailedDhcp();
     void ApplyResolver();
     void ApplyLinkSettings();

@@ -106,12 +106,12 @@ bool NetworkDevice::Dhclient(const QString &interfaceName)
     Log(Level::TRACE) << "NetworkDevice::Dhclient"
                       << "dhclient stopped";
     FlushIpAddress();
-    return StartDhcpClient({});
+    return StartDhcpClient(interfaceName, {});
 }
 
-bool NetworkDevice::StartDhcpClient(const QStringList &options)
+bool NetworkDevice::StartDhcpClient(const QString &interfaceName, const QStringList &options)
 {
-    QString transcript = RunClient(name, options);
+    QString transcript = RunClient(interfaceName, options);
     // Kept for people only: without it the attempt counts all the same.
     static_cast<void>(SecureFile::Replace(CORVI_DHCP_LOG, transcript.toUtf8(), 0600));
     const bool isBound = transcript.contains(QStringLiteral("bound to"));

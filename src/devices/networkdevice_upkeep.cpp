@@ -116,7 +116,7 @@ void NetworkDevice::RenewLease()
     MakeRoomForDhcp();
     const QByteArray mtu = LinkAttribute(name, "mtu");
     // For the client's hook.
-    StartDhcpClient({QStringLiteral("-e"), QStringLiteral("corvi_kept_address=") + ipAddress});
+    StartDhcpClient(name, {QStringLiteral("-e"), QStringLiteral("corvi_kept_address=") + ipAddress});
     ExpectLossForMtu(mtu);
     if (!currentConfig->mtu.isEmpty())
         ApplyMtu(); // The server's came with the lease.
