@@ -33,7 +33,7 @@ private slots:
 private:
     /// What the supplicant says until then is lost.
     static void LoseOurName();
-    int Asked() const { return supplicant->Commands().count(QStringLiteral("STATUS")); }
+    int Asked() const { return static_cast<int>(supplicant->Commands().count(QStringLiteral("STATUS"))); }
 };
 
 void TestWpaSuppThreadMissed::LoseOurName()
