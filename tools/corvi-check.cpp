@@ -148,7 +148,8 @@ void QuietenLibraries()
 {
     // The supplicant's blocks are built with the daemon's debug output, and each way to read a key that is
     // not the right one would be told.
-    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false\nqt.network.ssl=false"));
+    QLoggingCategory::setFilterRules(
+        QStringLiteral("default.debug=false\nqt.network.ssl=false\nqt.tlsbackend.ossl=false"));
 }
 
 /// The options, each named once.

@@ -333,12 +333,11 @@ void TestNetworkDeviceConfig::gatewayThatIsTheDeviceItselfIsTold()
     device.ConfigureNetwork(true);
     device.ConfigureNetwork(true);
 
-    QTEST(TestSupport::LogLines()
-              .filter("NetworkDevice::TellOfOwnGateway - the default route leads to no other host on eth0: "
-                      "the gateway "
-                      "10.0.0.9 is its own address")
-              .size(),
-          "times");
+    const QStringList told =
+        TestSupport::LogLines().filter("NetworkDevice::TellOfOwnGateway - the default route leads to no "
+                                       "other host on eth0: the gateway 10.0.0.9 "
+                                       "is its own address");
+    QTEST(int(told.size()), "times");
 }
 
 void TestNetworkDeviceConfig::leasedGatewayThatIsTheDeviceItselfIsTold()
