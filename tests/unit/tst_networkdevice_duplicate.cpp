@@ -25,6 +25,15 @@ bool LookUntil(Device &device, bool isThere)
     return QTest::qWaitFor(look, 60000);
 }
 
+/// Whether the device, with an address, hears of another host that has it, too.
+bool FindsHolder(Device &device, const ArpPeer &far)
+{
+    device.ipAddress = "10.0.0.5";
+    device.WatchForDuplicate();
+    far.Say("10.0.0.5");
+    return LookUntil(device, true);
+}
+
 } // namespace
 
 /// What a device makes of another host with its address.
@@ -54,10 +63,7 @@ void TestNetworkDeviceDuplicate::hostThatIsBackIsTold()
 {
     const ArpPeer far;
     Device device("eth0");
-    device.ipAddress = "10.0.0.5";
-    device.WatchForDuplicate();
-    far.Say("10.0.0.5");
-    QVERIFY(LookUntil(device, true));
+    QVERIFY(FindsHolder(device, far));
     for (int second = 0; second < 65; ++second) {
         FastClock::Advance(1s);
         device.WatchForDuplicate();
@@ -74,10 +80,7 @@ void TestNetworkDeviceDuplicate::hostThatStaysIsToldOnce()
 {
     const ArpPeer far;
     Device device("eth0");
-    device.ipAddress = "10.0.0.5";
-    device.WatchForDuplicate();
-    far.Say("10.0.0.5");
-    QVERIFY(LookUntil(device, true));
+    QVERIFY(FindsHolder(device, far));
 
     device.WatchForDuplicate();
 
