@@ -190,6 +190,29 @@ Verdict WithoutAddress(const InterfaceState &state, const SystemReport &system)
     return verdict;
 }
 
+bool IsOwnAddress(const LinkFacts &link, const QString &address)
+{
+    const auto isIt = [&address](const QString &own) {
+        return own.section(QLatin1Char('/'), 0, 0) == address;
+    };
+    return std::any_of(link.addresses.begin(), link.addresses.end(), isIt);
+}
+
+/// Of the one that carries the traffic: what is wrong with its default route.
+std::optional<Verdict> WithoutGateway(const InterfaceReport &interface)
+{
+    const QString &gateway = interface.daemon->gateway;
+    if (gateway.isEmpty())
+        return std::nullopt;
+    const QString lack = QStringLiteral("has an address, but its default route by %1 ").arg(gateway);
+    // The kernel takes such a route.
+    if (IsOwnAddress(interface.link, gateway))
+        return Fault("no-gateway", lack + QStringLiteral("leads to no other host: that is its own address"));
+    if (interface.link.gateway.isEmpty())
+        return Fault("no-gateway", lack + QStringLiteral("is missing and is set again"));
+    return std::nullopt;
+}
+
 Verdict WithAddress(const InterfaceReport &interface, const QString &carrier)
 {
     const InterfaceState &state = *interface.daemon;
@@ -197,10 +220,9 @@ Verdict WithAddress(const InterfaceReport &interface, const QString &carrier)
         return Fault(
             "duplicate-address",
             QStringLiteral("has an address that another host has, too: %1").arg(state.addressHolder));
-    if (!state.gateway.isEmpty() && interface.link.gateway.isEmpty() && carrier == state.name)
-        return Fault("no-gateway",
-                     QStringLiteral("has an address, but its default route by %1 is missing and is set again")
-                         .arg(state.gateway));
+    const std::optional<Verdict> lack = carrier == state.name ? WithoutGateway(interface) : std::nullopt;
+    if (lack)
+        return *lack;
     if (state.isInFallback)
         return Good("connected", QStringLiteral("connected without authentication"));
     if (!carrier.isEmpty() && carrier != state.name)

@@ -96,6 +96,15 @@ class Wired(WithState):
         self.assertEqual(eth0["definition"]["reason"], "the only one for a wired interface")
         text()
 
+    def test_gateway_that_is_the_device_itself(self):
+        self.cable()
+        write_store(wired(**{**STATIC, "gateway": STATIC["ipAddress"]}))
+
+        self.start_daemon()
+
+        self.wait_state("has an address, but its default route by 10.77.0.5 leads to no other host: "
+                        "that is its own address")
+
     def test_second_cable_waits_for_the_first(self):
         self.cable("eth0")
         self.cable("eth1", address="10.78.0.1/24")

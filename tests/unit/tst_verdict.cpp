@@ -272,6 +272,14 @@ void TestVerdict::addressDecides_data()
     AddCase("default route is gone", "no-gateway",
             "has an address, but its default route by 10.0.0.1 is missing and is set again", lacksRoute,
             "eth0");
+    AddCase(
+        "gateway is the device itself", "no-gateway",
+        "has an address, but its default route by 10.0.0.5 leads to no other host: that is its own address",
+        [](auto &i) {
+            i.link.gateway.clear();
+            i.daemon->gateway = "10.0.0.5";
+        },
+        "eth0");
     AddCase("another has the default route", "connected", "has an address, while eth1 carries the traffic",
             lacksRoute, "eth1");
     AddCase(
