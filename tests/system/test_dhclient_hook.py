@@ -228,6 +228,39 @@ class Routes(HookTest):
         self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.77"])
         self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
 
+    def test_classless_routes_that_changed_beside_a_kept_address_are_followed(self):
+        self.given_cables("eth0")
+        client_script("BOUND", "eth0", 0,
+                      new_rfc3442_classless_static_routes="0 10 0 0 1 24 192 168 7 10 0 0 1 24 192 168 9 10 0 0 1")
+
+        client_script("REBOOT", "eth0", 0, corvi_kept_address="10.0.0.2",
+                      new_rfc3442_classless_static_routes="0 10 0 0 3 24 192 168 8 10 0 0 3 24 192 168 9 10 0 0 1")
+
+        self.assertEqual(sorted((route["dst"], route["gateway"]) for route in gateway_routes()),
+                         [("192.168.8.0/24", "10.0.0.3"), ("192.168.9.0/24", "10.0.0.1"), ("default", "10.0.0.3")])
+
+    def test_what_somebody_set_outlives_a_gateway_that_changed_beside_a_kept_address(self):
+        self.given_cables("eth0")
+        client_script("BOUND", "eth0", 0)
+        run("ip", "addr", "add", "192.0.2.5/24", "dev", "eth0")
+        run("ip", "route", "add", "198.51.100.0/24", "via", "10.0.0.9")
+
+        client_script("REBOOT", "eth0", 0, corvi_kept_address="10.0.0.2", new_routers="10.0.0.77")
+
+        self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24), ("192.0.2.5", 24)])
+        self.assertEqual(sorted((route["dst"], route["gateway"]) for route in gateway_routes()),
+                         [("198.51.100.0/24", "10.0.0.9"), ("default", "10.0.0.77")])
+
+    def test_kept_address_of_whose_routes_nothing_is_known_is_set_anew(self):
+        self.given_cables("eth0")
+        client_script("BOUND", "eth0", 0)
+        Path("/run/corvi-last-routes.eth0").write_text("")  # as on a disk that was full
+
+        client_script("REBOOT", "eth0", 0, corvi_kept_address="10.0.0.2", new_routers="10.0.0.77")
+
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.77"])
+        self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
+
     def test_kept_address_stays_without_a_server_and_a_gateway_that_answers(self):
         self.given_cables("eth0")
         client_script("BOUND", "eth0", 0)
@@ -236,6 +269,10 @@ class Routes(HookTest):
 
         self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
         self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
+
+        # The one after it knows of the gateway.
+        client_script("REBOOT", "eth0", 0, corvi_kept_address="10.0.0.2", new_routers="10.0.0.77")
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.77"])
 
     def test_address_that_was_kept_and_went_comes_as_any(self):
         self.given_cables("eth0")
