@@ -18,6 +18,7 @@
 #include <memory>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -232,6 +233,8 @@ void TestCorviStatus::terminalGetsColours()
 
     QCOMPARE(QProcess::execute("/bin/sh", {"-c", "\"$0\" --all >\"$1\"", CORVI_STATUS, name}), 0);
 
+    pollfd written{terminal, POLLIN, 0};
+    QCOMPARE(::poll(&written, 1, LIMIT_MS), 1); // Where nothing is, reading would wait for ever.
     QByteArray text(5, '\0');
     QCOMPARE(::read(terminal, text.data(), 5), ssize_t(5));
     QCOMPARE(text, QByteArray("\033[31m"));
