@@ -20,8 +20,8 @@
 
 namespace {
 
-/// Bytes of a request by DHCP: the smallest message (RFC 1542, section 2.1), UDP's and IP's headers.
-constexpr int DHCP_REQUEST_SIZE = 300 + 8 + 20;
+/// Bytes of the largest packet with which a server may answer (RFC 2131, section 2). A request has 328.
+constexpr int LARGEST_DHCP_ANSWER = 576;
 const QString ETHERNET_MTU = QStringLiteral("1500");
 
 bool IsStored(const QString &networkName)
@@ -189,13 +189,13 @@ void NetworkDevice::ObtainAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - dhcp status succeeded, IP is set";
 }
 
-/// An MTU that the configuration before has set may be too small for what the client sends, and would keep an
-/// address away for ever, also once the definition has none any more. The definition's is set again after the
-/// attempt.
+/// An MTU that the configuration before has set may be too small for what client and server send, which many
+/// a card goes by for what it receives, too. It would keep an address away for ever, also once the definition
+/// has none any more. The definition's is set again after the attempt.
 void NetworkDevice::MakeRoomForDhcp()
 {
     const QByteArray mtu = LinkAttribute(name, "mtu");
-    if (mtu.isEmpty() || mtu.toInt() >= DHCP_REQUEST_SIZE)
+    if (mtu.isEmpty() || mtu.toInt() >= LARGEST_DHCP_ANSWER)
         return;
     SetMtu(name, ETHERNET_MTU);
     ExpectLossForMtu(mtu);

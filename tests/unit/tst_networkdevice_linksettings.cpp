@@ -195,8 +195,8 @@ void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp_data()
 {
     QTest::addColumn<QString>("mtu");
     QTest::addColumn<QByteArray>("seen");
-    QTest::newRow("no room for a message") << "327" << QByteArray("1500\n");
-    QTest::newRow("room for a message") << "328" << QByteArray("328\n");
+    QTest::newRow("no room for an answer") << "575" << QByteArray("1500\n");
+    QTest::newRow("room for an answer") << "576" << QByteArray("576\n");
 }
 
 void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp()
