@@ -196,6 +196,7 @@ private:
     void NoteConnected();
     void OnDisconnected();
     void OnEapFailure();
+    void TakeUpReauthentication();
     void TellRefusal();
     void OnTerminating();
     void ReportBadPassword();

@@ -45,6 +45,20 @@ void WpaSuppThread::MessageReceived(const QString &message)
         eapQuiet.start();
         ticksToLateStatus = 0;
     }
+    if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-SUCCESS")))
+        TakeUpReauthentication();
+}
+
+/// To a wired supplicant the connection outlives a re-authentication that fails, as while the server is down,
+/// so that it does not say that it is connected when one succeeds afterwards. The port was closed in between,
+/// and may now lead into another network: a new success, which the service is to take up.
+void WpaSuppThread::TakeUpReauthentication()
+{
+    if (!wired || associated || !connectionTold)
+        return;
+    associated = true;
+    connectionTold = false;
+    missed = Missed::SUCCESS;
 }
 
 void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)

@@ -5,10 +5,11 @@ certificates, and a view of the supplicants that run."""
 
 import os
 import re
+import signal
 from pathlib import Path
 
-from harness import (DEBUG_FLAG, LOG, Cable, SystemTest, addresses, end_process, holds_for, logged_at, network, read,
-                     run, slowness, wait_for, write_store)
+from harness import (DEBUG_FLAG, LOG, Cable, SystemTest, addresses, end_process, holds_for, link, logged_at, network,
+                     read, run, slowness, wait_for, write_store)
 
 CERTIFICATES = Path("/tmp/dot1x")
 CONTROL_FOLDER = Path("/run/wpa_supplicant")
@@ -77,6 +78,7 @@ class SwitchPort(Cable):
 
     def __init__(self, interface="eth0", is_open=True):
         self.port = "port0"
+        self.interface = interface
         super().__init__(interface, address="10.1.1.1/32")
         self.far_end = "switch0"
         self.add_switch(self.far_end, "10.77.0.1")
@@ -100,8 +102,8 @@ class Authenticator:
     def __init__(self, port, server="server", password=PASSWORD, controls_port=False, name="hostapd"):
         self.port = port
         self.log = Path(f"/tmp/{name}.log")
-        users = Path(f"/tmp/{name}.users")
-        users.write_text(f'"terminal-17" PEAP\n"terminal-17" MSCHAPV2 "{password}" [2]\n"terminal-tls" TLS\n')
+        self.users = Path(f"/tmp/{name}.users")
+        self.write_users(password)
         settings = Path(f"/tmp/{name}.conf")
         settings.write_text(f"""
 interface={port.port}
@@ -110,7 +112,7 @@ ctrl_interface=/run/hostapd
 ieee8021x=1
 use_pae_group_addr=1
 eap_server=1
-eap_user_file={users}
+eap_user_file={self.users}
 ca_cert={CERTIFICATES}/authority.pem
 server_cert={CERTIFICATES}/{server}.pem
 private_key={CERTIFICATES}/{server}.key
@@ -132,6 +134,20 @@ esac
         action.chmod(0o755)
         self.controller = self.port.spawn("hostapd_cli", "-p", "/run/hostapd", "-a", action,
                                           output="/tmp/hostapd-cli.log")
+
+    def write_users(self, password):
+        self.users.write_text(f'"terminal-17" PEAP\n"terminal-17" MSCHAPV2 "{password}" [2]\n"terminal-tls" TLS\n')
+
+    def change_password(self, password):
+        """From the next authentication on. The station is not asked for one."""
+        reloads = read(self.log).count("reloading configuration")
+        self.write_users(password)
+        self.process.send_signal(signal.SIGHUP)
+        wait_for("authenticator read its users", lambda: read(self.log).count("reloading configuration") > reloads)
+
+    def ask_again(self):
+        """Asks the station who it is, as a switch does every hour."""
+        self.port.run("hostapd_cli", "-p", "/run/hostapd", "new_sta", link(self.port.interface)["address"])
 
     def attempts(self):
         """How often it asked a station who it is."""

@@ -4,8 +4,8 @@
 
 import signal
 
-from dot1x import ATTACHED, Dot1xTest, peap, socket_files, supplicants
-from harness import addresses, holds_for, link, main, wait_for, write_store
+from dot1x import ATTACHED, AUTHENTICATED, IN_FALLBACK, PASSWORD, Dot1xTest, peap, socket_files, supplicants
+from harness import LOG, addresses, holds_for, main, read, wait_for, write_store
 
 
 class Peer(Dot1xTest):
@@ -36,11 +36,28 @@ class Peer(Dot1xTest):
         self.first.stop()
         second = self.authenticator()
         # The station that it forgot sends something.
-        self.port.run("hostapd_cli", "-p", "/run/hostapd", "new_sta", link("eth0")["address"])
+        second.ask_again()
 
         wait_for("let in again", second.accepted)
         holds_for("one supplicant", lambda: len(supplicants()) == 1, 3)
         self.assertEqual(len(socket_files(daemon)), 1)
+
+    def test_authentication_that_fails_for_a_while(self):
+        write_store(peap(dot1xFallback="fallback"))
+        daemon = self.start_daemon()
+        self.wait_authenticated(daemon)
+        pid = self.only_supplicant()
+
+        self.first.change_password("another")
+        self.first.ask_again()
+        daemon.wait_logged("EAP Authentication Error", timeout=30)
+        self.first.change_password(PASSWORD)
+        self.first.ask_again()
+
+        # The supplicant does not say anew that it is connected.
+        wait_for("the success counts", lambda: read(LOG).count(AUTHENTICATED) >= 2)
+        holds_for("the supplicant goes on", lambda: supplicants() == [pid] and not daemon.logged(IN_FALLBACK), 14)
+        self.wait_address("eth0", self.server.serves)
 
     def test_link_pulled_during_authentication(self):
         # An authenticator that has stopped answers nothing: the authentication hangs.

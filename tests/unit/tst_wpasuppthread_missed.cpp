@@ -13,6 +13,8 @@ using namespace std::chrono_literals;
 
 const QByteArray CONNECTED = "<3>CTRL-EVENT-CONNECTED - Connection to x completed";
 const QByteArray DISCONNECTED = "<3>CTRL-EVENT-DISCONNECTED reason=3";
+const QByteArray EAP_FAILURE = "<3>CTRL-EVENT-EAP-FAILURE EAP authentication failed";
+const QByteArray EAP_SUCCESS = "<3>CTRL-EVENT-EAP-SUCCESS EAP authentication completed successfully";
 
 } // namespace
 
@@ -29,6 +31,8 @@ private slots:
     void asksAfterGrowingPauses();
     void lastOfTheDroppedEventsCounts_data();
     void lastOfTheDroppedEventsCounts();
+    void successAfterAFailureCounts_data();
+    void successAfterAFailureCounts();
 
 private:
     /// What the supplicant says until then is lost.
@@ -131,6 +135,44 @@ void TestWpaSuppThreadMissed::lastOfTheDroppedEventsCounts()
     QCOMPARE(Asked(), 1);
     QTEST(supervisor->IsAssociated(), "associated");
     QTEST(supervisor->TakeMissedSuccess(), "expected");
+}
+
+/// A wired supplicant says only once that it is connected, and stays so for itself when the authentication
+/// fails later on.
+void TestWpaSuppThreadMissed::successAfterAFailureCounts_data()
+{
+    QTest::addColumn<QString>("driver");
+    QTest::addColumn<QList<QByteArray>>("events");
+    QTest::addColumn<bool>("associated");
+    QTest::addColumn<bool>("expected");
+    const QString wired = QStringLiteral("wired");
+    const QString radio = QStringLiteral("nl80211,wext");
+    QTest::newRow("after a failure") << wired << QList<QByteArray>{CONNECTED, EAP_FAILURE, EAP_SUCCESS}
+                                     << true << true;
+    QTest::newRow("that is told itself")
+        << wired << QList<QByteArray>{CONNECTED, EAP_FAILURE, EAP_SUCCESS, CONNECTED} << true << false;
+    QTest::newRow("after a success") << wired << QList<QByteArray>{CONNECTED, EAP_SUCCESS} << true << false;
+    QTest::newRow("before the first connection")
+        << wired << QList<QByteArray>{EAP_FAILURE, EAP_SUCCESS} << false << false;
+    QTest::newRow("after the end of the connection")
+        << wired << QList<QByteArray>{CONNECTED, DISCONNECTED, EAP_SUCCESS} << false << false;
+    // The exchange of keys is still to come.
+    QTest::newRow("of a radio") << radio << QList<QByteArray>{CONNECTED, EAP_FAILURE, EAP_SUCCESS} << false
+                                << false;
+}
+
+void TestWpaSuppThreadMissed::successAfterAFailureCounts()
+{
+    QFETCH(QString, driver);
+    QFETCH(QList<QByteArray>, events);
+    supervisor->Supervise(QStringLiteral("wlan0"), driver);
+
+    for (const QByteArray &event : qAsConst(events))
+        supervisor->MessageReceived(QString::fromLatin1(event));
+
+    QTEST(supervisor->IsAssociated(), "associated");
+    QTEST(supervisor->TakeMissedSuccess(), "expected");
+    QVERIFY(!supervisor->TakeMissedSuccess());
 }
 
 QTEST_GUILESS_MAIN(TestWpaSuppThreadMissed)
