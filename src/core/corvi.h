@@ -203,6 +203,7 @@ private:
     bool isModemDown = false; ///< the modem in use was taken down for a cable, which is told once
     RetryPause modemDownPause;
     RetryPause modemConnectPause;
+    RetryPause modemAddressPause;
     std::optional<RetryPause::Time> modemDropped; ///< when the modem was given up, since the last discovery
     QString publishedName;                        ///< the interface whose record was published last
     ShellLine resolvedSetup{"setup_resolved"};
@@ -226,6 +227,7 @@ private:
     ReportOnce restartReport;
     ReportOnce modemReport{ReportOnce::Of::CHANGE};
     ReportOnce modemConnectReport;
+    ReportOnce modemAddressReport;
     ReportOnce confFileReport;
     ReportOnce missingFileReport;
     ReportOnce carrierReport;
@@ -306,6 +308,7 @@ private:
     // Modem network
     void BringModemUp();
     void KeepModemConnected(Modem *modem);
+    void KeepModemConfigured(Modem *modem);
     void SeekDroppedModem();
     void TakeModemDown();
     void AdoptModem();

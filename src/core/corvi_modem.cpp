@@ -60,6 +60,7 @@ void Corvi::BringModemUp()
         return;
     }
     KeepModemConnected(modem);
+    KeepModemConfigured(modem);
 }
 
 /// The modem's manager may still be looking for the modem when we connect first, or be started anew later,
@@ -78,6 +79,25 @@ void Corvi::KeepModemConnected(Modem *modem)
                                 << modem->name;
     modem->Connect();
     modemConnectPause.NoteAttempt(RetryPause::Time::clock::now());
+}
+
+/// It is configured when the connection is made or lost, and by nobody else: where that gave it no address,
+/// as the network's server was slow, or the address is gone, it would stay connected and of no use.
+void Corvi::KeepModemConfigured(Modem *modem)
+{
+    const auto now = RetryPause::Time::clock::now();
+    if (!modem->modemConnected || !modem->isRunning || !modem->ipAddress.isEmpty()) {
+        modemAddressPause.Reset();
+        modemAddressReport.Over();
+        return;
+    }
+    if (!modemAddressPause.IsDue(now))
+        return;
+    LogOnce(modemAddressReport, modem->name)
+        << "Corvi::ModemNetworkSetup - connected without an address, configuring again:" << modem->name;
+    modem->ConfigureIFace();
+    modem->RefreshStatus();
+    modemAddressPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
 /// Only a discovery takes up a modem that was given up, and on a device that has nothing else nobody asks for

@@ -45,6 +45,7 @@ private Q_SLOTS:
     void connectionThatStaysIsNotReported();
     void connectionThatFailedIsTriedAgain();
     void connectionThatWasLostIsMadeAgain();
+    void connectionWithoutAnAddressIsConfiguredAgain();
     void modemIsGivenUpAfterElevenFailures();
     void runningLinkIsNotCounted();
     void runningLinkKeepsTheCount();
@@ -217,6 +218,32 @@ void TestCorviModem::connectionThatWasLostIsMadeAgain()
     corvi.Tick();
 
     QCOMPARE(JournalOf("modem-tool.sh connect").size(), 1);
+}
+
+void TestCorviModem::connectionWithoutAnAddressIsConfiguredAgain()
+{
+    const QString configure = QStringLiteral("modem-tool.sh ip_config");
+    SetModemStatus("connected\n");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    corvi.Tick();
+    Forget();
+
+    for (const auto pause : {10s, 20s, 40s, 60s}) {
+        corvi.Tick();
+        QCOMPARE(JournalOf(configure).size(), 0);
+        FastClock::Advance(pause);
+        corvi.Tick();
+        QCOMPARE(JournalOf(configure).size(), 1);
+        ClearJournal();
+    }
+    QCOMPARE(LogLines(), QStringList{"Corvi::ModemNetworkSetup - connected without an address, "
+                                     "configuring again: wwan0"});
+
+    RealIp({"addr", "add", "10.7.0.5/24", "dev", "wwan0"});
+    corvi.ModemDevice()->RefreshStatus();
+    FastClock::Advance(60s);
+    corvi.Tick(2);
+    QCOMPARE(JournalOf(configure).size(), 0);
 }
 
 void TestCorviModem::modemIsGivenUpAfterElevenFailures()
