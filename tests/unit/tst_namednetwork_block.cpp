@@ -32,6 +32,7 @@ private Q_SLOTS:
     void settingsBecomeSwitches_data();
     void settingsBecomeSwitches();
     void wiredNetworkLeavesTheSwitches();
+    void wiredNetworkHasAnEmptySsid();
     void settingsAreLogged();
     void settingsAreNotLoggedForAWiredNetwork();
     void settingsThatAreNotSetAreLoggedAsOff();
@@ -281,6 +282,16 @@ void TestNamedNetworkBlock::wiredNetworkLeavesTheSwitches()
 
     QVERIFY(WpaSupplicantCfg::_useApScan);
     QVERIFY(WpaSupplicantCfg::_filterSsids);
+}
+
+void TestNamedNetworkBlock::wiredNetworkHasAnEmptySsid()
+{
+    WriteNetwork("lan", Wireless("802.1X (PEAP/MSCHAPv2)"));
+    const DebugOutput output;
+
+    const NamedNetwork network("lan", false, nullptr);
+
+    QVERIFY(output.Take().contains("WpaSupplicantCfg::SetSSID \"\""));
 }
 
 void TestNamedNetworkBlock::settingsAreLogged()
