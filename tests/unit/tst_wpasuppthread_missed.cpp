@@ -29,6 +29,7 @@ private slots:
     void takesUpNoSuccessBeforeTheStatusSaysIt();
     void asksUntilTheStatusSaysIt();
     void asksAfterGrowingPauses();
+    void takenUpSuccessCallsOffNoLaterStop();
     void lastOfTheDroppedEventsCounts_data();
     void lastOfTheDroppedEventsCounts();
     void successAfterAFailureCounts_data();
@@ -97,6 +98,21 @@ void TestWpaSuppThreadMissed::asksAfterGrowingPauses()
         supervisor->Tick();
         QCOMPARE(Asked(), ++asked);
     }
+}
+
+void TestWpaSuppThreadMissed::takenUpSuccessCallsOffNoLaterStop()
+{
+    supervisor->Supervise();
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    LoseOurName();
+    supervisor->Tick();
+    QVERIFY(supervisor->TakeMissedSuccess());
+
+    supervisor->Stop(WpaSuppThread::STOP_GIVEN_UP);
+    QVERIFY(!supervisor->TakeMissedSuccess());
+    supervisor->Tick();
+
+    QVERIFY(supplicant->Commands().contains("TERMINATE"));
 }
 
 void TestWpaSuppThreadMissed::lastOfTheDroppedEventsCounts_data()
