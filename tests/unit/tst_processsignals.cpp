@@ -5,6 +5,7 @@
 #include "resourcelimit.h"
 #include "testsupport.h"
 
+#include <QAbstractEventDispatcher>
 #include <QDir>
 #include <QProcess>
 #include <QSignalSpy>
@@ -25,6 +26,7 @@ class TestProcessSignals : public QObject
 private Q_SLOTS:
     void signalIsDeliveredByTheEventLoop_data();
     void signalIsDeliveredByTheEventLoop();
+    void deliveredSignalKeepsNobodyAwake();
     void severalSignalsAreOneRequest();
     void aFloodOfReloadsHidesNoEnd();
     void signalDuringASystemCallDoesNotInterruptIt();
@@ -60,6 +62,17 @@ void TestProcessSignals::signalIsDeliveredByTheEventLoop()
     QTRY_COMPARE(ends.size() + reloadRequests.size(), 1);
     QCOMPARE(ends.size(), terminations);
     QCOMPARE(reloadRequests.size(), reloads);
+}
+
+void TestProcessSignals::deliveredSignalKeepsNobodyAwake()
+{
+    ProcessSignals source(nullptr);
+    QSignalSpy requests(&source, &ProcessSignals::terminationRequested);
+
+    ::raise(SIGTERM);
+
+    QTRY_COMPARE(requests.size(), 1);
+    QTRY_VERIFY(!QAbstractEventDispatcher::instance()->processEvents(QEventLoop::AllEvents));
 }
 
 void TestProcessSignals::severalSignalsAreOneRequest()
