@@ -46,9 +46,9 @@ NetworkBlock::NetworkBlock(WpaSupplicantCfg &blockWriter, ZebNetConfig &fromDefi
 
 QStringList NetworkBlock::Build()
 {
-    QStringList problems = ModeProblems();
     if (!isWireless && IsUnsecuredMode(definition.securityMode))
-        return problems;
+        return {};
+    QStringList problems = ModeProblems();
     if (definition.scep)
         ApplyScepDefaults();
     if (isWireless)
