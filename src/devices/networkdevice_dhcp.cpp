@@ -12,7 +12,9 @@
 #include "utils.h"
 #include "zebsystem.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QSaveFile>
 
@@ -55,11 +57,21 @@ QByteArray ResolverLines(const QString &dns1, const QString &dns2, const QString
     return lines.toUtf8();
 }
 
+/// A resolver service that ends takes the folder of its file along, and nobody can write through the link to
+/// it.
+void RemoveLinkToNowhere()
+{
+    const QFileInfo link(RESOLV_CONF);
+    if (link.isSymLink() && !QFileInfo(link.symLinkTarget()).dir().exists())
+        QFile::remove(RESOLV_CONF);
+}
+
 /// Puts the contents in place in one step, so that a program that resolves a name meanwhile reads the old or
 /// the new file, never a part. A symbolic link at the path is followed and stays. A file that is a mount
 /// point of its own cannot be replaced and is written in place.
 bool ReplaceResolver(const QByteArray &contents)
 {
+    RemoveLinkToNowhere();
     QSaveFile replacement(RESOLV_CONF);
     if (replacement.open(QIODevice::WriteOnly)) {
         if (replacement.write(contents) != contents.size() || !replacement.flush())

@@ -108,6 +108,14 @@ class Routes(HookTest):
 
         self.assertEqual(addresses("eth0"), ["10.0.0.2"])
 
+    def test_gateway_outside_the_subnet_beside_one_that_serves_is_not_told(self):
+        self.given_cables("eth0")
+
+        said = client_script("BOUND", "eth0", 0, new_routers="10.99.0.1 10.0.0.1")
+
+        self.assertNotIn("outside the subnet", said)
+        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.1"])
+
     def test_classless_routes_without_a_default_are_told(self):
         self.given_cables("eth0")
 
@@ -368,7 +376,7 @@ class Routes(HookTest):
         self.given_cables("eth0")
 
         self.assertIn("the gateway 10.99.0.1 is outside the subnet of 10.0.0.2/255.255.255.0\n",
-                      client_script("BOUND", "eth0", 0, new_routers="10.99.0.1 10.0.0.1"))
+                      client_script("BOUND", "eth0", 0, new_routers="10.99.0.1 10.99.0.2"))
         for values in ({}, {"new_routers": ""}, {"new_routers": "10.99.0.1", "new_subnet_mask": "255.0.0.0"},
                        {"new_routers": "10.99.0.1", "new_subnet_mask": "255.255.255.255"},
                        {"new_routers": "10.99.0.1", "new_subnet_mask": ""}):
@@ -472,6 +480,16 @@ class Resolver(HookTest):
                 client_script("RENEW", "eth0", 0, old_ip_address="10.0.0.2", old_domain_name_servers="192.0.2.53",
                               **values)
                 self.assertIn(expected, read(RESOLV_CONF))
+
+    def test_link_into_a_folder_that_is_gone_becomes_a_file(self):
+        # As a resolver service leaves it behind when it ends.
+        RESOLV_CONF.unlink()
+        RESOLV_CONF.symlink_to("/run/gone/resolv.conf")
+
+        client_script("BOUND", "eth0", 1)
+
+        self.assertFalse(RESOLV_CONF.is_symlink())
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\n")
 
     def test_folder_that_cannot_be_written_does_not_hold_the_client(self):
         run("mount", "--bind", "-o", "ro", "/etc", "/etc")

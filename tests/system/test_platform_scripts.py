@@ -104,6 +104,16 @@ class UpdateHosts(ScriptTest):
 
         self.assertEqual([entry.name for entry in HOSTS.iterdir()], ["kept"])
 
+    def test_link_into_a_folder_that_is_gone_becomes_a_file(self):
+        HOSTS.unlink()
+        HOSTS.symlink_to("/run/gone/hosts")
+        HOST_LIST.write_text("10.0.0.9\tprinter\n")
+
+        script("update_hosts")
+
+        self.assertFalse(HOSTS.is_symlink())
+        self.assertIn("printer", read(HOSTS))
+
     def test_link_to_the_hosts_file_is_kept(self):
         real = Path("/etc/hosts.real")
         HOSTS.rename(real)

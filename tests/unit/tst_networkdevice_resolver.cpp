@@ -49,6 +49,7 @@ private Q_SLOTS:
     void resolverThatCannotBeReadIsLeft();
     void resolverLinkIsKept_data();
     void resolverLinkIsKept();
+    void resolverLinkIntoAFolderThatIsGoneIsReplaced();
     void resolverStaysReadableByAll();
     void resolverThatIsAMountPointIsWrittenInPlace();
     void resolverIsLogged();
@@ -242,6 +243,18 @@ void TestNetworkDeviceResolver::resolverLinkIsKept()
     QVERIFY(QFileInfo(RESOLV_CONF).isSymLink());
     QCOMPARE(TestSupport::ReadFile("/run/resolver/resolv.conf"),
              QByteArray("nameserver 1.1.1.1\nnameserver 9.9.9.9\n"));
+}
+
+void TestNetworkDeviceResolver::resolverLinkIntoAFolderThatIsGoneIsReplaced()
+{
+    // As a resolver service leaves it behind when it ends.
+    QVERIFY(QFile::link("../run/gone/resolv.conf", RESOLV_CONF));
+    NetworkDevice device("eth0", nullptr);
+
+    device.SetDNS("1.1.1.1", "9.9.9.9", "");
+
+    QVERIFY(!QFileInfo(RESOLV_CONF).isSymLink());
+    QCOMPARE(TestSupport::ReadFile(RESOLV_CONF), QByteArray("nameserver 1.1.1.1\nnameserver 9.9.9.9\n"));
 }
 
 void TestNetworkDeviceResolver::resolverStaysReadableByAll()
