@@ -14,6 +14,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <sys/mount.h>
+
 namespace {
 
 const QString SUPPLICANT_LOG = QStringLiteral("/var/log/wpa_supplicant.log");
@@ -41,6 +43,7 @@ private slots:
     void removesTheOldSupplicantLog();
     void clearsTheNameOfTheSocket_data();
     void clearsTheNameOfTheSocket();
+    void tellsOfANameThatItCannotClear();
     void leavesASocketAndItsFolder_data();
     void leavesASocketAndItsFolder();
     void launchesNothingWithoutConfiguration_data();
@@ -262,6 +265,21 @@ void TestWpaSuppThreadStart::clearsTheNameOfTheSocket()
     QVERIFY(!QFileInfo(cleared).isSymLink());
     QCOMPARE(TestSupport::Journal(), QStringList{"mkdir -p /var/run/wpa_supplicant"});
     QVERIFY2(LastLogLine().endsWith("the supplicant's control socket is removed: " + cleared + ' '),
+             qPrintable(LastLogLine()));
+}
+
+void TestWpaSuppThreadStart::tellsOfANameThatItCannotClear()
+{
+    const QByteArray socket = FakeSupplicant::SocketPath(QStringLiteral("wlan0")).toLatin1();
+    QVERIFY(QDir().mkpath(socket));
+    QCOMPARE(::mount("none", socket.constData(), "tmpfs", 0, nullptr), 0);
+    WpaSuppThreadPeer supervisor;
+    supervisor.AimAt(QStringLiteral("wlan0"));
+
+    supervisor.MakeControlFolder();
+
+    QCOMPARE(::umount(socket.constData()), 0);
+    QVERIFY2(LastLogLine().endsWith("the supplicant's control socket cannot be removed: " + socket + ' '),
              qPrintable(LastLogLine()));
 }
 
