@@ -7,9 +7,9 @@ from collections import namedtuple
 
 Fault = namedtuple("Fault", "line column operator old new")
 
-# What is no code: comments, literals, lines of the preprocessor.
+# What is no code: comments, literals, lines of the preprocessor, what is asserted while compiling.
 NO_CODE = re.compile(r'(?P<comment>//[^\n]*|/\*.*?\*/)|(?P<raw>R"(\w*)\(.*?\)\3")|(?P<text>"(?:\\.|[^"\\\n])*")'
-                     r"|'(?:\\.|[^'\\\n])+'|^[ \t]*#[^\n]*", re.S | re.M)
+                     r"|'(?:\\.|[^'\\\n])+'|^[ \t]*#[^\n]*|\bstatic_assert\([^;]*", re.S | re.M)
 SWAPS = [
     ("comparison", re.compile(r"(?<= )(==|!=|<=|>=|<|>)(?= )"),
      {"==": "!=", "!=": "==", "<": "<=", "<=": "<", ">": ">=", ">=": ">"}),

@@ -41,7 +41,7 @@ class FaultsOfText(unittest.TestCase):
         for line in ["// a == b, 5, true", "#include <a1.h>", "std::map<int, int> a", "0x10", "name2", "return {};",
                      "return nullptr;", "return std::nullopt;", "return QString();", "    int a = b;", "    Type a(b);",
                      "    b));", "        .count();", "'\"' + '5'", 'R"(5 == "5")"', "/* 5\n 5 */",
-                     'sizeof "00"']:
+                     'sizeof "00"', "static_assert(a <= 5);"]:
             with self.subTest(line):
                 self.assertEqual([], changes(line))
 
