@@ -81,8 +81,9 @@ int main(int argc, char *argv[])
     // Not before: a second start takes up the segment that it finds, and the log has no level yet. What
     // follows would undo the other's work.
     if (refusal) {
-        // The start took it away as left over, but the one at work may only be too busy to have seen it.
-        if (isOthersEndAsked)
+        // The start took it away as left over, but the one at work may only be too busy to have seen it. One
+        // that has come in its place is not meant.
+        if (isOthersEndAsked && InstanceLock::IsHeldBy(refusal->holder))
             static_cast<void>(SecureFile::Replace(KILL_FLAG, QByteArray(), 0644));
         TellOfRefusal(*refusal);
         corvi.Stop(EXIT_FAILURE);

@@ -109,3 +109,13 @@ std::optional<InstanceLock::Refusal> InstanceLock::Take()
     [[maybe_unused]] const int ignored = ::ftruncate(fd, 0);
     return std::nullopt;
 }
+
+bool InstanceLock::IsHeldBy(pid_t process)
+{
+    const int fd = Open();
+    if (fd == -1)
+        return false;
+    const auto holder = HolderOf(fd);
+    ::close(fd);
+    return holder == process;
+}

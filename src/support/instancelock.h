@@ -22,4 +22,8 @@ struct Refusal
 /// Its children do not have it, in whatever state they outlive it (fcntl(2), record locks).
 std::optional<Refusal> Take();
 
+/// Whether this other process has it, as a refusal named it. Not for a process that has it itself: that one
+/// would lose it (fcntl(2)).
+bool IsHeldBy(pid_t process);
+
 } // namespace InstanceLock

@@ -39,6 +39,7 @@ private Q_SLOTS:
     void killFileEndsARescanTickToo();
     void killFileCleansNothingUp();
     void killFileOutlivesARefusedStart();
+    void killFileIsNotLeftToTheNextDaemon();
     void signalEndsTheProcess_data();
     void signalEndsTheProcess();
     void hangUpSignalReloads();
@@ -224,6 +225,26 @@ void TestCorviProcess::killFileOutlivesARefusedStart()
     QVERIFY(first->waitForFinished(60000));
     QCOMPARE(first->exitCode(), 0);
     QCOMPARE(LogLines().last(), QString("Corvi::LoopTimer exit"));
+}
+
+void TestCorviProcess::killFileIsNotLeftToTheNextDaemon()
+{
+    Start();
+    QVERIFY(WaitForLine("Corvi::Start()"));
+    const std::unique_ptr<QProcess> first = std::move(daemon);
+    ::kill(static_cast<pid_t>(first->processId()), SIGSTOP);
+    WriteFile(KILL_FLAG, "");
+    // The start that is refused runs this once it has taken the file away.
+    Remove(DHCLIENT_CONF);
+    Answer("init_hostname",
+           QByteArray("kill -9 PID; while grep -qs '^State:.[^Z]' /proc/PID/status; do sleep 0.01; done")
+               .replace("PID", QByteArray::number(first->processId())));
+
+    Start();
+    QVERIFY(daemon->waitForFinished(60000));
+
+    QCOMPARE(daemon->exitCode(), 1);
+    QVERIFY(!QFile::exists(KILL_FLAG));
 }
 
 void TestCorviProcess::signalEndsTheProcess_data()

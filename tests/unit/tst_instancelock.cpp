@@ -122,6 +122,7 @@ private Q_SLOTS:
     void refusalIsNewsOncePerHolder();
     void refusalIsNewsAgainAfterAnHour_data();
     void refusalIsNewsAgainAfterAnHour();
+    void holderIsKnownForAsLongAsItHolds();
     void oneThatIsAboutToEndIsWaitedFor();
     void otherPlaceServesWhereTheFirstIsNotOurs_data();
     void otherPlaceServesWhereTheFirstIsNotOurs();
@@ -194,6 +195,22 @@ void TestInstanceLock::refusalIsNewsAgainAfterAnHour()
     QCOMPARE(refusal->isNews, isNews);
     // What is news leaves a mark of its own time.
     QCOMPARE(qAbs(QFileInfo(LOCK).lastModified().secsTo(QDateTime::currentDateTime())) < 30 * 60, isNews);
+}
+
+void TestInstanceLock::holderIsKnownForAsLongAsItHolds()
+{
+    pid_t holder = 0;
+    {
+        const Holder other(LOCK);
+        holder = other.pid;
+        QVERIFY(other.holds);
+        const int descriptors = TestSupport::OpenDescriptors();
+        QVERIFY(InstanceLock::IsHeldBy(holder));
+        QVERIFY(!InstanceLock::IsHeldBy(::getpid()));
+        QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
+    }
+
+    QVERIFY(!InstanceLock::IsHeldBy(holder));
 }
 
 void TestInstanceLock::oneThatIsAboutToEndIsWaitedFor()
