@@ -49,8 +49,8 @@ void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)
         d->KeepStaticAddress();
         d->KeepLeasedRoute();
         d->WatchForDuplicate();
-        if (d->name == lastConfigured && d->HasLostDhcpClient())
-            d->RenewLease();
+        if (d->name == lastConfigured)
+            d->KeepDhcpClient();
     }
     RetryDhcp(d, dhcpPause);
 }

@@ -45,7 +45,7 @@ void DhcpClientWatch::Begin(const QString &interfaceName, const QString &address
     wasServed = IsServed(interfaceName) || wasServed;
 }
 
-bool DhcpClientWatch::IsStartDue(const QString &interfaceName, const QString &address, Time now)
+bool DhcpClientWatch::NoticeEnd(const QString &interfaceName, const QString &address, Time now)
 {
     if (address != served) {
         wasServed = false; // Whoever has set another address may need none.

@@ -27,11 +27,11 @@ public:
     void Begin(const QString &interfaceName, const QString &address, Time now);
     /// It has none any more.
     void Forget() { served.clear(); }
-    /// Whether it is time to start a client: the one that served the address has ended, and no other one
-    /// has come. Looks every 10 s; the first time, the next look must find none either. Clients that end
-    /// again and again within a minute are to be started after growing pauses. False where no client was ever
-    /// seen, as then it may be one under another name.
-    bool IsStartDue(const QString &interfaceName, const QString &address, Time now);
+    /// Notices that the client that served the address has ended, and no other one has come: true when it is
+    /// time to start one, which counts as an attempt. Looks every 10 s; the first time, the next look must
+    /// find none either. Clients that end again and again within a minute are to be started after growing
+    /// pauses. False where no client was ever seen, as then it may be one under another name.
+    bool NoticeEnd(const QString &interfaceName, const QString &address, Time now);
     /// The interface has been served for a minute.
     bool IsSteady() const { return isSteady; }
 

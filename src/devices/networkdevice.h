@@ -120,10 +120,10 @@ public:
     /// Sets the default route of the lease again where none is left, at most after growing pauses; nothing
     /// for a static address.
     void KeepLeasedRoute();
-    /// Whether the client that renews the lease has ended, which it tells, and it is time to start another
-    /// one. Only of the interface that was configured last: each configuration ends the clients of
-    /// others.
-    [[nodiscard]] bool HasLostDhcpClient();
+    /// Starts another client where the one that renews the lease has ended, at most after growing pauses:
+    /// see RenewLease(). Only for the interface that was configured last: each configuration ends the clients
+    /// of others.
+    void KeepDhcpClient();
     /// Starts the client again for the address that there is, which stays meanwhile: the server confirms it,
     /// or the client keeps it where the lease is still good. After a configuration. Blocks for up to 30 s.
     void RenewLease();

@@ -96,19 +96,20 @@ void NetworkDevice::KeepNames()
 
 /// The kernel takes a leased address away when its time is over, hours later as it may be, and until then all
 /// looks well.
-bool NetworkDevice::HasLostDhcpClient()
+void NetworkDevice::KeepDhcpClient()
 {
     if (ipAddress.isEmpty() || !currentConfig || currentConfig->staticIp) {
         dhcpClientWatch.Forget();
-        return false;
+        return;
     }
-    const bool isLost = dhcpClientWatch.IsStartDue(name, ipAddress, DhcpClientWatch::Time::clock::now());
-    if (isLost)
-        LogOnce(reports->client)
-            << "NetworkDevice::HasLostDhcpClient - the DHCP client has ended, starting it again on" << name;
-    else if (dhcpClientWatch.IsSteady())
-        reports->client.Over();
-    return isLost;
+    if (!dhcpClientWatch.NoticeEnd(name, ipAddress, DhcpClientWatch::Time::clock::now())) {
+        if (dhcpClientWatch.IsSteady())
+            reports->client.Over();
+        return;
+    }
+    LogOnce(reports->client)
+        << "NetworkDevice::KeepDhcpClient - the DHCP client has ended, starting it again on" << name;
+    RenewLease();
 }
 
 void NetworkDevice::RenewLease()

@@ -244,9 +244,9 @@ void TestCorviDhcp::clientThatEndedIsStartedAgain()
     SetUpWiredFor(corvi, 30s);
 
     QCOMPARE(DhcpAttempts(), 1);
-    QCOMPARE(LogLines().filter("client has ended"),
-             QStringList{
-                 "NetworkDevice::HasLostDhcpClient - the DHCP client has ended, starting it again on eth0"});
+    QCOMPARE(
+        LogLines().filter("client has ended"),
+        QStringList{"NetworkDevice::KeepDhcpClient - the DHCP client has ended, starting it again on eth0"});
     // The lease is still good: nobody is cut off.
     QCOMPARE(JournalOf("dhclient "),
              QStringList{"dhclient -v -cf /etc/dhcp/dhclient.conf -e corvi_kept_address=10.0.0.5 eth0"});

@@ -25,7 +25,7 @@ QList<int> StartsDue(DhcpClientWatch &watch, int first, int last)
 {
     QList<int> due;
     for (int second = first; second <= last; ++second) {
-        if (watch.IsStartDue("eth0", ADDRESS, NOW + std::chrono::seconds(second)))
+        if (watch.NoticeEnd("eth0", ADDRESS, NOW + std::chrono::seconds(second)))
             due << second;
     }
     return due;
@@ -125,7 +125,7 @@ void TestDhcpClientWatch::addressThatSomebodySetInsteadNeedsNone()
 {
     auto client = StartClient();
     DhcpClientWatch watch;
-    watch.IsStartDue("eth0", "10.0.0.4", NOW);
+    watch.NoticeEnd("eth0", "10.0.0.4", NOW);
 
     client.reset();
 
@@ -135,7 +135,7 @@ void TestDhcpClientWatch::addressThatSomebodySetInsteadNeedsNone()
 void TestDhcpClientWatch::lateClientIsSeenWithItsAddress()
 {
     DhcpClientWatch watch;
-    watch.IsStartDue("eth0", "10.0.0.4", NOW);
+    watch.NoticeEnd("eth0", "10.0.0.4", NOW);
     auto client = StartClient();
     StartsDue(watch, 1, 3);
 
