@@ -201,8 +201,10 @@ void Corvi::WarnOfOtherManagers()
 
 void Corvi::SetUpNetworks()
 {
-    // The supplicant says only once that it is connected: while a command waits, which drops it, or before
-    // its new control connection listens.
+    // The supplicant says only once that it is connected, or no more: while a command waits, which drops it,
+    // or before its new control connection listens.
+    if (supThread->TakeMissedEnd())
+        onAssociatedChanged(false);
     if (supThread->TakeMissedSuccess())
         onAssociatedChanged(true);
     const bool isWiredConnected = WiredNetworkSetup();

@@ -11,19 +11,21 @@
 /// A client of the supplicant's control interface: one Unix datagram socket, bound to a name of its own and
 /// connected to the supplicant's. Functions rather than a class, as the protocol is one datagram each way.
 
+/// Events that tell of the connection and come only once.
+struct WpaCtrlEvents
+{
+    bool connected, disconnected;
+};
+
 /// One open connection. Owned by whoever opened it; ended by wpa_ctrl_close().
 struct wpa_ctrl
 {
-    int s;             ///< the socket
-    sockaddr_un local; ///< our bound name
-    sockaddr_un dest;  ///< the supplicant's socket
-    int destFile;      ///< holds the inode of the supplicant's socket (O_PATH); -1 when it has none
-    pid_t peer;        ///< the process that sent the last reply; 0 before the first one
-    /// Of the events that requests dropped, whether there were those that come only once; never reset here.
-    struct
-    {
-        bool connected, disconnected;
-    } dropped;
+    int s;                 ///< the socket
+    sockaddr_un local;     ///< our bound name
+    sockaddr_un dest;      ///< the supplicant's socket
+    int destFile;          ///< holds the inode of the supplicant's socket (O_PATH); -1 when it has none
+    pid_t peer;            ///< the process that sent the last reply; 0 before the first one
+    WpaCtrlEvents dropped; ///< by requests; never reset here
     int timeLimitMs; ///< for a reply, and for sending; 0, as it is made, for the limits of wpa_ctrl_request()
 };
 

@@ -177,12 +177,9 @@ QString WpaSupplicantControl::SendCommand(const QString &cmd)
     return QString::fromLatin1(buffer.data());
 }
 
-WpaSupplicantControl::Dropped WpaSupplicantControl::TakeDropped()
+WpaCtrlEvents WpaSupplicantControl::TakeDropped()
 {
-    if (!connection)
-        return {};
-    const auto dropped = std::exchange(connection->dropped, {});
-    return {dropped.connected, dropped.disconnected};
+    return connection ? std::exchange(connection->dropped, {}) : WpaCtrlEvents();
 }
 
 void WpaSupplicantControl::ReadMessage()

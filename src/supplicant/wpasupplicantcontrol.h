@@ -18,6 +18,7 @@
 class Logging;
 class QSocketNotifier;
 struct wpa_ctrl;
+struct WpaCtrlEvents;
 
 /// One control connection to the supplicant of one interface: sends commands, and hands every event that is
 /// not mere noise to its owner. Lives on the main thread, with the supervisor that owns it.
@@ -55,13 +56,8 @@ public:
     /// The supplicant's reply with its line feed, or "WPA_CTRL_ERROR: Control not Open" where there is no
     /// connection, no answer within 10 s, or an error.
     QString SendCommand(const QString &cmd);
-    /// Which of the events that tell of the connection were among those that commands met and dropped since
-    /// this was last asked.
-    struct Dropped
-    {
-        bool connected, disconnected;
-    };
-    Dropped TakeDropped();
+    /// What was among the events that commands met and dropped since this was last asked.
+    WpaCtrlEvents TakeDropped();
 
     static const QString CtrlInterfaceDir;
     /// What the reply begins with when there is none.

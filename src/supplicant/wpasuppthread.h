@@ -69,6 +69,9 @@ public:
     /// was lost. A success that is taken counts as told; its event, should it come after all, is no second
     /// one.
     bool TakeMissedSuccess();
+    /// Whether the connection has ended and associatedChanged() has not said so, for the same reasons. An end
+    /// that is taken counts as told.
+    bool TakeMissedEnd();
     /// Lets go of the supplicant, which runs on: closes our end of the control connection.
     void LetGo();
     /// Why nobody let us in, in a few words, since such failures come; no reason after a success.
@@ -125,11 +128,12 @@ private:
     /// The tests' one way in (tests/support).
     friend class WpaSuppThreadPeer;
 
-    /// Whether the event of a success was missed.
+    /// Whether the event of a success, or of its end, was missed.
     enum class Missed {
         NOTHING,
         UNKNOWN, ///< it may have been, and no status was answered since
         SUCCESS, ///< the status says so
+        END,     ///< the status says so
     };
     /// Lets an object outlive the signal of its own in which it is dropped.
     struct DeleteLater
@@ -188,6 +192,7 @@ private:
     void CheckStatusIfRequested();
     void CheckStatusLate();
     void AskAgainForStatus();
+    Missed WhatWasMissed() const;
     static QString SplitLine(const QString &line);
     static QString ExtractSsid(const QString &message);
     void OnSsidTemporarilyDisabled(const QString &message);
@@ -195,6 +200,7 @@ private:
     void OnConnected();
     void NoteConnected();
     void OnDisconnected();
+    void NoteDisconnected();
     void OnEapFailure();
     void TakeUpReauthentication();
     void TellRefusal();
@@ -249,6 +255,7 @@ private:
     bool startPending = false;
 
     bool connectionTold = false; ///< whoever listens takes us for connected
+    bool endUntold = false;      ///< and it has ended since then
     Missed missed = Missed::NOTHING;
     RetryPause statusPause{RetryPause::First::AT_ONCE}; ///< while nobody answers what was missed
     int takenUpTicks = 0;          ///< for which the event of a success told without it is none of its own

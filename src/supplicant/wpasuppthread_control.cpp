@@ -5,10 +5,12 @@
 
 #include "journal.h"
 #include "logging.h"
+#include "wpactrl.h"
 
 #include <QFile>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -94,9 +96,8 @@ QString WpaSuppThread::SendCommand(const QString &command)
     QString reply = control ? control->SendCommand(command) : WpaSupplicantControl::ERROR_PREFIX;
     if (!reply.startsWith(WpaSupplicantControl::ERROR_PREFIX))
         silentTicks = 0;
-    const auto dropped = control ? control->TakeDropped() : WpaSupplicantControl::Dropped{};
-    if (dropped.disconnected)
-        connectionTold = false; // Nobody was told of the end either, so the next success is news.
+    const auto dropped = control ? control->TakeDropped() : WpaCtrlEvents();
+    endUntold |= dropped.disconnected;
     if (dropped.connected || dropped.disconnected)
         MayHaveMissed();
     return reply;
@@ -133,10 +134,28 @@ bool WpaSuppThread::TakeMissedSuccess()
     const JournalSubject subject(interface, definition);
     missed = Missed::NOTHING;
     NoteConnected();
-    if (connectionTold)
+    // After an end of which nobody was told either, it is a new one.
+    if (!std::exchange(endUntold, false) && connectionTold)
         return false;
     connectionTold = true;
     takenUpTicks = TAKEN_UP_TICKS;
+    return true;
+}
+
+bool WpaSuppThread::TakeMissedEnd()
+{
+    const auto isMissed = [this] {
+        return missed == Missed::END && !associated;
+    };
+    if (isMissed())
+        HearUnread(); // The event itself, or that of the next success.
+    if (!isMissed())
+        return false;
+    const JournalSubject subject(interface, definition);
+    missed = Missed::NOTHING;
+    connectionTold = false;
+    endUntold = false;
+    NoteDisconnected();
     return true;
 }
 

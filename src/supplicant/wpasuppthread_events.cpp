@@ -57,7 +57,7 @@ void WpaSuppThread::TakeUpReauthentication()
     if (!wired || associated || !connectionTold)
         return;
     associated = true;
-    connectionTold = false;
+    endUntold = true;
     missed = Missed::SUCCESS;
 }
 
@@ -80,6 +80,7 @@ void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
 void WpaSuppThread::TellAssociation(bool state)
 {
     connectionTold = state;
+    endUntold = false;
     missed = Missed::NOTHING;
     takenUpTicks = 0;
     ticksToLateStatus = 0;
@@ -119,8 +120,13 @@ void WpaSuppThread::OnDisconnected()
     associated = false;
     badPassword = false;
     statusText = QStringLiteral("Disconnected");
-    LogOnce(reports.link, statusText) << "WpaSuppThread::MessageReceived -- disconnected";
+    NoteDisconnected();
     TellAssociation(false);
+}
+
+void WpaSuppThread::NoteDisconnected()
+{
+    LogOnce(reports.link, QStringLiteral("Disconnected")) << "WpaSuppThread::MessageReceived -- disconnected";
 }
 
 void WpaSuppThread::OnEapFailure()
@@ -201,7 +207,7 @@ void WpaSuppThread::CheckStatus()
             associated = statusText == QLatin1String("COMPLETED");
             checkStatusRequested = false; // Also for an event that was dropped while this was asked.
             if (missed != Missed::NOTHING)
-                missed = associated ? Missed::SUCCESS : Missed::NOTHING;
+                missed = WhatWasMissed();
             Log(Level::TRACE)
                 << "WpaSuppThread::CheckStatus"
                 << QStringLiteral("%1,%2,%3").arg(line, statusText, QString::number(associated));
@@ -210,6 +216,16 @@ void WpaSuppThread::CheckStatus()
     if (missed == Missed::UNKNOWN)
         statusPause.NoteAttempt(RetryPause::Time::clock::now());
     Log(Level::DEBUG) << "WpaSuppThread::CheckStatus done" << TrueFalse(associated);
+}
+
+/// What an event has told unheard, where the status is this now.
+WpaSuppThread::Missed WpaSuppThread::WhatWasMissed() const
+{
+    if (associated)
+        return Missed::SUCCESS;
+    // There is one also for new keys of the connection that there is.
+    const bool isHandshake = statusText.endsWith(QLatin1String("_HANDSHAKE"));
+    return connectionTold && !isHandshake ? Missed::END : Missed::NOTHING;
 }
 
 void WpaSuppThread::CheckStatusIfRequested()

@@ -56,6 +56,7 @@ private Q_SLOTS:
     void successDuringTheFallbackKeepsTheSupplicant();
     void successDuringTheFallbackCountsBesideAKeptRadio();
     void droppedSuccessCounts();
+    void droppedEndIsTold();
     void portInFallbackIsLeftAlone();
 };
 
@@ -421,6 +422,26 @@ void TestCorviWired8021x::droppedSuccessCounts()
 
     QCOMPARE(listener.Take(), Events({ASSOCIATION_UP, ADDRESS_PRESENT}));
     QCOMPARE(JournalOf("ifconfig"), QStringList{"ifconfig eth0 10.1.0.2 netmask 255.255.255.0 up"});
+}
+
+void TestCorviWired8021x::droppedEndIsTold()
+{
+    FakeSupplicant supplicant(QStringLiteral("eth0"));
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {"<3>CTRL-EVENT-DISCONNECTED reason=3"};
+    answer.reply = "wpa_state=DISCONNECTED\n";
+    supplicant.SetAnswer("STATUS", answer);
+    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    corvi.SettleSupplicant(RUNNING);
+    Supervisor::Connect(QStringLiteral("eth0"));
+    Supervisor::Hear(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    Supervisor::AskForStatus();
+    EventListener listener;
+
+    Supervisor::Tick();
+    corvi.Tick(2);
+
+    QCOMPARE(listener.Take(), Events({ASSOCIATION_DOWN}));
 }
 
 void TestCorviWired8021x::portInFallbackIsLeftAlone()

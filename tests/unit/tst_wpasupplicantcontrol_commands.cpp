@@ -6,6 +6,7 @@
 #include "controlworld.h"
 #include "fakesupplicant.h"
 #include "testsupport.h"
+#include "wpactrl.h"
 #include "wpasupplicantcontrol.h"
 
 #include <QElapsedTimer>

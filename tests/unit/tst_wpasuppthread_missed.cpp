@@ -34,6 +34,8 @@ private slots:
     void lastOfTheDroppedEventsCounts();
     void successAfterAFailureCounts_data();
     void successAfterAFailureCounts();
+    void endThatCameWithoutAConnectionIsTakenUp();
+    void endThatIsOverIsNotTakenUp();
 
 private:
     /// What the supplicant says until then is lost.
@@ -121,15 +123,20 @@ void TestWpaSuppThreadMissed::lastOfTheDroppedEventsCounts_data()
     QTest::addColumn<QByteArray>("status");
     QTest::addColumn<bool>("wasTold");
     QTest::addColumn<bool>("associated");
-    QTest::addColumn<bool>("expected");
+    QTest::addColumn<bool>("success");
+    QTest::addColumn<bool>("end");
     const QByteArray completed = "wpa_state=COMPLETED\n";
     const QByteArray scanning = "wpa_state=SCANNING\n";
     QTest::newRow("came and went") << QList<QByteArray>{CONNECTED, DISCONNECTED} << scanning << false << false
-                                   << false;
-    QTest::newRow("went") << QList<QByteArray>{DISCONNECTED} << scanning << true << false << false;
+                                   << false << false;
+    QTest::newRow("went") << QList<QByteArray>{DISCONNECTED} << scanning << true << false << false << true;
     QTest::newRow("went and came") << QList<QByteArray>{DISCONNECTED, CONNECTED} << completed << true << true
-                                   << true;
-    QTest::newRow("came once more") << QList<QByteArray>{CONNECTED} << completed << true << true << false;
+                                   << true << false;
+    QTest::newRow("came once more") << QList<QByteArray>{CONNECTED} << completed << true << true << false
+                                    << false;
+    QTest::newRow("came once more and gets new keys")
+        << QList<QByteArray>{CONNECTED} << QByteArray("wpa_state=GROUP_HANDSHAKE\n") << true << false << false
+        << false;
 }
 
 void TestWpaSuppThreadMissed::lastOfTheDroppedEventsCounts()
@@ -150,7 +157,42 @@ void TestWpaSuppThreadMissed::lastOfTheDroppedEventsCounts()
 
     QCOMPARE(Asked(), 1);
     QTEST(supervisor->IsAssociated(), "associated");
-    QTEST(supervisor->TakeMissedSuccess(), "expected");
+    QTEST(supervisor->TakeMissedSuccess(), "success");
+    QTEST(supervisor->TakeMissedEnd(), "end");
+    QVERIFY(!supervisor->TakeMissedEnd()); // It is told once.
+}
+
+void TestWpaSuppThreadMissed::endThatCameWithoutAConnectionIsTakenUp()
+{
+    supervisor->Supervise();
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    supplicant->SetReply("STATUS", "wpa_state=SCANNING\n");
+    LoseOurName();
+
+    supervisor->Tick(2);
+
+    QVERIFY(supervisor->TakeMissedEnd());
+    QCOMPARE(TestSupport::LogText().count("MessageReceived -- disconnected"), 1);
+    // What comes after it is news.
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    LoseOurName();
+    supervisor->Tick(2);
+    QVERIFY(supervisor->TakeMissedSuccess());
+}
+
+/// Here the next success is heard before the end is taken up.
+void TestWpaSuppThreadMissed::endThatIsOverIsNotTakenUp()
+{
+    supervisor->Supervise();
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    supplicant->SetReply("STATUS", "wpa_state=SCANNING\n");
+    LoseOurName();
+    supervisor->Tick(2);
+
+    QVERIFY(supplicant->SendEvent(CONNECTED));
+
+    QVERIFY(!supervisor->TakeMissedEnd());
+    QVERIFY(supervisor->IsAssociated());
 }
 
 /// A wired supplicant says only once that it is connected, and stays so for itself when the authentication
@@ -167,6 +209,9 @@ void TestWpaSuppThreadMissed::successAfterAFailureCounts_data()
                                      << true << true;
     QTest::newRow("that is told itself")
         << wired << QList<QByteArray>{CONNECTED, EAP_FAILURE, EAP_SUCCESS, CONNECTED} << true << false;
+    QTest::newRow("after another failure")
+        << wired << QList<QByteArray>{CONNECTED, EAP_FAILURE, EAP_SUCCESS, EAP_FAILURE, EAP_SUCCESS} << true
+        << true;
     QTest::newRow("after a success") << wired << QList<QByteArray>{CONNECTED, EAP_SUCCESS} << true << false;
     QTest::newRow("before the first connection")
         << wired << QList<QByteArray>{EAP_FAILURE, EAP_SUCCESS} << false << false;
