@@ -7,6 +7,7 @@
 #include "logging.h"
 #include "paths.h"
 #include "processmemory.h"
+#include "program.h"
 #include "securefile.h"
 #include "timing.h"
 #include "utils.h"
@@ -36,6 +37,8 @@ const QString OWN_RESOLVER = QStringLiteral("/run/corvi-own-resolver.");
 const QString NO_ACCESS = QStringLiteral("no access");
 /// The gateway of a default route that has none.
 const QString LINK_ITSELF = QStringLiteral("0.0.0.0");
+const QString DHCLIENT = QStringLiteral("dhclient");
+const QString SCRIPT_FAILS = QStringLiteral("declines what it is offered, as its script fails: see ");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
 /// In characters; one of an ordinary attempt has about a thousand.
@@ -92,6 +95,12 @@ std::optional<unsigned int> IndexOf(const QByteArray &interfaceName)
     return index != 0 || errno == ENODEV ? std::make_optional(index) : std::nullopt;
 }
 
+/// The client declines an address for which its script has failed, as by a hook that a power failure cut off.
+bool HasScriptFailed(const QString &transcript)
+{
+    return transcript.contains(QStringLiteral("DHCPDECLINE "));
+}
+
 /// What the client printed. Where the adapter is pulled, it would go on to its limit, and hold the
 /// supervision.
 QString RunClient(const QString &interfaceName, const QStringList &options)
@@ -105,8 +114,7 @@ QString RunClient(const QString &interfaceName, const QStringList &options)
     const auto isGone = [&kernelName, index] {
         return index != 0 && IndexOf(kernelName).value_or(index) != index;
     };
-    return Utils::ExecuteMerged(QStringLiteral("dhclient"), arguments, PROGRAM_TIME_LIMIT_MS, isGone)
-        .join(QLatin1Char('\n'));
+    return Utils::ExecuteMerged(DHCLIENT, arguments, PROGRAM_TIME_LIMIT_MS, isGone).join(QLatin1Char('\n'));
 }
 
 } // namespace
@@ -133,6 +141,8 @@ bool NetworkDevice::StartDhcpClient(const QString &interfaceName, const QStringL
         TellOfLostResolver(transcript);
         TellOfLostGateway(transcript);
     } else {
+        if (HasScriptFailed(transcript))
+            Program::TellFault(DHCLIENT, SCRIPT_FAILS + CORVI_DHCP_LOG);
         TellOfRefusal(transcript);
         DropDamagedLeases(transcript);
     }
@@ -189,7 +199,7 @@ void NetworkDevice::TellOfRefusal(const QString &transcript)
     static const QRegularExpression offer(QStringLiteral("DHCPOFFER (?:of [0-9.]+ )?from ([0-9.]+)"));
     QRegularExpressionMatch match = refusal.match(transcript);
     const bool isRefused = match.hasMatch();
-    if (!isRefused)
+    if (!isRefused && !HasScriptFailed(transcript))
         match = offer.match(transcript);
     dhcpRefuser = isRefused ? match.captured(1) : QString();
     dhcpOfferer = isRefused ? QString() : match.captured(1);

@@ -139,6 +139,11 @@ void Program::Start(const QString &program, const QStringList &arguments)
     startingProcess = 0;
 }
 
+void Program::TellFault(const QString &program, const QString &fault)
+{
+    ::TellFault(program, fault, true);
+}
+
 bool Program::WaitForEnd(int leftMs, int limitMs)
 {
     const bool hasEnded = waitForFinished(leftMs);
@@ -164,7 +169,7 @@ void Program::TellHowItEnded(int limitMs) const
     if (fault.isEmpty())
         ForgetFaults(program());
     else
-        TellFault(program(), fault, state() == NotRunning);
+        ::TellFault(program(), fault, state() == NotRunning);
 }
 
 QStringList Program::Faults()

@@ -36,6 +36,9 @@ public:
     /// not among them: it may have had its reasons, such as a server that is silent. Usable from every
     /// thread.
     static QStringList Faults();
+    /// Tells of a fault that shows in what the program printed, as of one that keeps it from working: in the
+    /// log and among Faults(), until it has ended well. Usable from every thread.
+    static void TellFault(const QString &program, const QString &fault);
 
 private:
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)

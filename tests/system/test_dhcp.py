@@ -141,6 +141,21 @@ class NoServer(SystemTest):
         wait_for("the client's script has ended", lambda: not run("pidof", "-x", "dhclient-script", check=False))
         self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.1\nnameserver 192.0.2.2\n")
 
+    def test_script_that_fails_is_told_and_no_server_is_accused(self):
+        hook = Path("/etc/dhcp/dhclient-enter-hooks.d/cut-off")
+        self.addCleanup(hook.unlink)
+        hook.write_text("if [ -e /run/somebody")
+        server = self.dhcp_server(self.lan)
+        write_store(wired())
+
+        daemon = self.start_daemon()
+
+        daemon.wait_logged("dhclient declines what it is offered, as its script fails: see /tmp/dhclient.log", 60)
+        self.assertIn("Syntax error", read(DHCP_TRANSCRIPT))
+        self.assertFalse(daemon.logged("a DHCP server"))
+        hook.write_text("")
+        self.wait_address("eth0", server.serves, 60)
+
     def test_server_that_comes_late_serves_us(self):
         daemon = self.start_daemon()
         daemon.wait_logged("dhclient(eth0) failed", timeout=50)

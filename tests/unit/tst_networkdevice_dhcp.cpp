@@ -5,6 +5,7 @@
 #include "logging.h"
 #include "mountpoint.h"
 #include "networkdevice.h"
+#include "program.h"
 #include "testsupport.h"
 #include "timing.h"
 
@@ -58,6 +59,7 @@ private Q_SLOTS:
     void serverThatRefusesIsToldOnce();
     void serverThatOffersAndGivesNothingIsToldOnce_data();
     void serverThatOffersAndGivesNothingIsToldOnce();
+    void scriptThatFailsIsToldAndNoServerIsAccused();
     void refusalAfterAMereOfferIsTold();
     void refusalOnALinkThatWentIsNoNews();
     void mentionOfTheResolverIsNoComplaint();
@@ -361,6 +363,27 @@ void TestNetworkDeviceDhcp::serverThatOffersAndGivesNothingIsToldOnce()
         " NetworkDevice::Dhclient - a DHCP server offers an address and gives none on eth0 -- ";
     QCOMPARE(TestSupport::LogText().count(told + QString::fromLatin1(offer) + " \n"), 1);
     QCOMPARE(TestSupport::LogText().count("DHCPOFFER"), 1);
+}
+
+void TestNetworkDeviceDhcp::scriptThatFailsIsToldAndNoServerIsAccused()
+{
+    SetLevel(Level::NOTICE);
+    TestSupport::Answer("dhclient", "echo 'DHCPOFFER of 10.0.0.5 from 10.0.0.1'\n"
+                                    "echo 'dhclient-script: 3: hooks.d/cut: Syntax error: end of file'\n"
+                                    "echo 'DHCPDECLINE of 10.0.0.5 on eth0 to 255.255.255.255 port 67'");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(!device.Dhclient("eth0"));
+
+    QCOMPARE(device.dhcpOfferer, QString());
+    const QString told = "dhclient declines what it is offered, as its script fails: see /tmp/dhclient.log";
+    QVERIFY(Program::Faults().contains(told));
+    QVERIFY(!TestSupport::LogText().contains("DHCPOFFER"));
+
+    // An offer may be declined before one is taken.
+    TestSupport::Answer("dhclient", "echo 'DHCPDECLINE of 10.0.0.5 on eth0'\necho bound to 10.0.0.6");
+    QVERIFY(device.Dhclient("eth0"));
+    QVERIFY(!Program::Faults().contains(told));
 }
 
 void TestNetworkDeviceDhcp::refusalAfterAMereOfferIsTold()
