@@ -31,6 +31,11 @@ void FastClock::Advance(std::chrono::nanoseconds time)
     aheadNs += time.count();
 }
 
+std::chrono::nanoseconds FastClock::Ahead()
+{
+    return std::chrono::nanoseconds(aheadNs);
+}
+
 void FastClock::Sleep(std::chrono::nanoseconds time)
 {
     asleepNs += time.count();

@@ -12,6 +12,8 @@ namespace FastClock {
 
 /// Puts the clock forward.
 void Advance(std::chrono::nanoseconds time);
+/// How far it is ahead of the machine's.
+std::chrono::nanoseconds Ahead();
 /// The machine sleeps: only the clock that counts that, too, goes on meanwhile.
 void Sleep(std::chrono::nanoseconds time);
 

@@ -17,6 +17,7 @@ corvi_add_unit_test(tst_wpasuppthread_restart TIMEOUT 240 LIBS supplicant suppor
 corvi_add_unit_test(tst_wpasuppthread_start LIBS supplicant support fakesupplicant)
 corvi_add_unit_test(tst_wpasuppthread_status LIBS supplicant support fakesupplicant)
 corvi_add_unit_test(tst_wpasuppthread_supervision LIBS supplicant support fakesupplicant)
+corvi_add_unit_test(tst_wpasuppthread_wait LIBS supplicant support fakesupplicant fastclock)
 corvi_add_unit_test(tst_wpasuppthread_worker TIMEOUT 240 LIBS supplicant support fakesupplicant)
 
 foreach(test tst_supplicantprocess tst_wpactrl tst_wpasuppthread_faults tst_wpasuppthread_process)
