@@ -231,7 +231,8 @@ void NetworkDevice::DropDamagedLeases(const QString &transcript)
         << DHCP_LEASES << (isGone ? "is removed" : "cannot be removed");
 }
 
-/// The default route of the lease, be it the one in use or not. False when there is no default route at all.
+/// The default route of the lease, be it the one in use or not. False when there is no default route at all,
+/// or only such as are to refuse what no other takes.
 bool NetworkDevice::LearnLeasedRoute()
 {
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
@@ -243,7 +244,7 @@ bool NetworkDevice::LearnLeasedRoute()
         leasedMetric = ours->metric;
         leasedGatewayAddress = ipAddress;
     }
-    return !routes.isEmpty();
+    return IsDefaultTaken(routes, leasedMetric);
 }
 
 /// What a server asked for on the network before has no place where no server is asked. From one server to

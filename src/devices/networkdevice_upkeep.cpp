@@ -149,7 +149,8 @@ QString NetworkDevice::ExpectedGateway() const
     if (leasedGateway.isEmpty() || leasedGatewayAddress != ipAddress)
         return QString(); // Most interfaces have none, and are asked on every tick.
     // That of a lease is not set again while somebody else, as a VPN, has the way out.
-    return ReadDefaultRoutes().isEmpty() && !HasRoutesForBothHalves() ? leasedGateway : QString();
+    const bool isTaken = IsDefaultTaken(ReadDefaultRoutes(), leasedMetric) || HasRoutesForBothHalves();
+    return isTaken ? QString() : leasedGateway;
 }
 
 /// The client sets the route of its lease once, and at a renewal not again: where somebody takes it away, as
