@@ -36,6 +36,7 @@ private slots:
     void emitsForThreeReasonsOnly();
     void successInTimeCallsOffTheStopForWantOfIt_data();
     void successInTimeCallsOffTheStopForWantOfIt();
+    void nothingCallsOffTheStopOfOneThatHasEnded();
     void takesAnEapFailure_data();
     void takesAnEapFailure();
     void keepsTheFirstOfEqualFailures();
@@ -233,6 +234,18 @@ void TestWpaSuppThreadEvents::successInTimeCallsOffTheStopForWantOfIt()
 
     QCOMPARE(supplicant->Commands().contains("TERMINATE"), isStopped);
     QCOMPARE(LogLines().count("WpaSuppThread -- In time: it is not stopped "), isStopped ? 0 : 1);
+}
+
+void TestWpaSuppThreadEvents::nothingCallsOffTheStopOfOneThatHasEnded()
+{
+    supervisor->Supervise();
+    supervisor->Stop(WpaSuppThread::STOP_FALLBACK);
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-TERMINATING "));
+
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    supervisor->Tick();
+
+    QVERIFY(supplicant->Commands().contains("TERMINATE"));
 }
 
 void TestWpaSuppThreadEvents::takesAnEapFailure_data()
