@@ -208,7 +208,6 @@ void WpaSuppThread::TickStopRunning()
         HearUnread();
     if (!stopRunning)
         return;
-    stopWaitsForNews = false;
     Log(Level::TRACE) << "WpaSuppThread::run  stopRunning set";
     if (startPending)
         ReachLaunchedSupplicant();

@@ -260,7 +260,7 @@ private:
     RetryPause statusPause{RetryPause::First::AT_ONCE}; ///< while nobody answers what was missed
     int takenUpTicks = 0;          ///< for which the event of a success told without it is none of its own
     int ticksToLateStatus = 0;     ///< until the status is asked for; 0 where it need not be
-    bool stopWaitsForNews = false; ///< the stop asked for is one that a success would make pointless
+    bool stopWaitsForNews = false; ///< a success makes the stop pointless; counts with stopRunning alone
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it
     int silentTicks = 0;                      ///< since it was last heard
     bool wasStopped = false;                  ///< by a signal, at the last look at it

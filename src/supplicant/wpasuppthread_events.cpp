@@ -111,7 +111,6 @@ void WpaSuppThread::NoteConnected()
     if (stopRunning && stopWaitsForNews) {
         Log(Level::TRACE) << "WpaSuppThread -- In time: it is not stopped";
         stopRunning = false;
-        stopWaitsForNews = false;
     }
 }
 
