@@ -4,6 +4,7 @@
 #include "corvi.h"
 
 #include "bondeddevice.h"
+#include "duplicatewatch.h"
 #include "logging.h"
 #include "modem.h"
 #include "othermanagers.h"
@@ -50,6 +51,7 @@ Corvi::Corvi(QObject *parent) : QObject(parent), log(Logging::GetInstance(Loggin
 
     loopTimer = std::make_unique<QTimer>();
     loopTimer->setTimerType(Qt::PreciseTimer); // A coarse one of 1 s is up to 50 ms early or late.
+    gatewayWatch = std::make_unique<DuplicateWatch>();
     bondedDevice = std::make_unique<BondedDevice>(nullptr);
     bondedDevice->setRenaming(true);
     bondedDevice->setUsePrimary(true);

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "eapolwatch.h"
 #include "linkevents.h"
 #include "reportonce.h"
 #include "retrypause.h"
@@ -24,6 +25,7 @@
 #include <optional>
 
 class BondedDevice;
+class DuplicateWatch;
 class Logging;
 class Modem;
 class NetworkDevice;
@@ -192,9 +194,13 @@ private:
     bool bondingEnabled = false; ///< wanted by the store at the last discovery
     std::unique_ptr<BondedDevice> bondedDevice;
     bool modemStarted = false; ///< the modem in use was started and told to connect
-    RetryPause wiredRetry;     ///< of the wired device's DHCP attempts; a new link or device begins it anew
-    RetryPause wirelessRetry;  ///< of the wireless device's DHCP attempts
-    QString lastConfigured;    ///< the interface that has the default route; stays over a rescan
+    EapolWatch eapolWatch;     ///< of the wired device, while it is in its fallback
+    RetryPause fallbackPause;  ///< between two looks at what an authenticator that asks in the fallback means
+    std::unique_ptr<DuplicateWatch> gatewayWatch; ///< asked then whether the gateway is there
+    int gatewaySilence = 0;   ///< ticks without an answer to that; 0 while nobody has asked us
+    RetryPause wiredRetry;    ///< of the wired device's DHCP attempts; a new link or device begins it anew
+    RetryPause wirelessRetry; ///< of the wireless device's DHCP attempts
+    QString lastConfigured;   ///< the interface that has the default route; stays over a rescan
     const ServiceManager serviceManager; ///< is told of the start and each tick
     /// Addresses, by interface, that could not be taken away yet.
     std::map<QString, RetryPause> leftoverPauses;
@@ -223,6 +229,7 @@ private:
     ReportOnce alsoUpReport;                       ///< a second wired device carries
     ReportOnce linkReport{ReportOnce::Of::CHANGE};
     ReportOnce fallbackReport;
+    ReportOnce askedReport;
     ReportOnce wirelessReport{ReportOnce::Of::CHANGE};
     ReportOnce restartReport;
     ReportOnce modemReport{ReportOnce::Of::CHANGE};
@@ -296,6 +303,8 @@ private:
     void SuperviseWired(NetworkDevice *d);
     void BeginWiredLink(NetworkDevice *d);
     void WaitForAuthentication(NetworkDevice *d);
+    void ListenInFallback(NetworkDevice *d);
+    bool IsGatewaySilent(const NetworkDevice *d);
     void CheckRefreshFile(bool isConnected);
 
     // Wireless network

@@ -137,6 +137,8 @@ public:
     /// That the default route is to lead to, of the definition or, while there is none at all, of the lease;
     /// empty where none is known.
     QString ExpectedGateway() const;
+    /// Of the definition or of the lease in force; empty where none is known.
+    QString Gateway() const;
     bool getNamedNetworksForDevice();
     /// The names of the definitions that apply, in the order in which they are considered.
     QStringList GetNamedNetworks() const;

@@ -144,13 +144,19 @@ QString NetworkDevice::AddressHolder() const
 
 QString NetworkDevice::ExpectedGateway() const
 {
-    if (currentConfig && currentConfig->staticIp)
-        return currentConfig->gateway;
-    if (leasedGateway.isEmpty() || leasedGatewayAddress != ipAddress)
-        return QString(); // Most interfaces have none, and are asked on every tick.
+    const QString gateway = Gateway();
+    if (gateway.isEmpty() || (currentConfig && currentConfig->staticIp))
+        return gateway; // Most interfaces have none, and are asked on every tick.
     // That of a lease is not set again while somebody else, as a VPN, has the way out.
     const bool isTaken = IsDefaultTaken(ReadDefaultRoutes(), leasedMetric) || HasRoutesForBothHalves();
-    return isTaken ? QString() : leasedGateway;
+    return isTaken ? QString() : gateway;
+}
+
+QString NetworkDevice::Gateway() const
+{
+    if (currentConfig && currentConfig->staticIp)
+        return currentConfig->gateway;
+    return leasedGatewayAddress == ipAddress ? leasedGateway : QString();
 }
 
 /// The client sets the route of its lease once, and at a renewal not again: where somebody takes it away, as

@@ -91,6 +91,11 @@ class SwitchPort(Cable):
     def pull(self):
         self.run("ip", "link", "set", "dev", self.port, "down")
 
+    def close(self):
+        # Otherwise this end answers for the switch's address on every interface of its own.
+        self.run("sysctl", "-q", "-w", "net.ipv4.conf.all.arp_ignore=1")
+        self.run("ip", "link", "set", "dev", self.port, "nomaster")
+
     def open(self):
         self.run("ip", "link", "set", "dev", self.port, "master", self.far_end)
 

@@ -2,13 +2,48 @@
 # Copyright (c) 2026 The Corvi developers
 """Wired authentication with a wrong password."""
 
-from dot1x import FORCED_FALLBACK, IN_FALLBACK, LAUNCHED, Dot1xTest, peap
-from harness import LOG, logged_at, main, read, slowness, write_store
+from dot1x import AUTHENTICATED, FORCED_FALLBACK, IN_FALLBACK, LAUNCHED, PASSWORD, Dot1xTest, peap, supplicants
+from harness import LOG, addresses, holds_for, logged_at, main, read, slowness, wait_for, write_store
 
 
 class WrongPassword(Dot1xTest):
     def test_falls_back_until_the_server_is_mended(self):
         self.falls_back_until_mended("CTRL-EVENT-EAP-FAILURE", password="another")
+
+    def falls_back(self):
+        """At a port that is open; once the supplicant is gone."""
+        self.switch_port()
+        authenticator = self.authenticator(password="another", controls_port=True)
+        write_store(peap(dot1xFallback="fallback"))
+        daemon = self.start_daemon()
+        # The gateway of the lease, without which nothing is known of the port.
+        self.wait_address("eth0", self.server.serves)
+        daemon.wait_logged(IN_FALLBACK, timeout=60)
+        wait_for("supplicant stopped", lambda: not supplicants())
+        return daemon, authenticator
+
+    def test_fallback_ends_at_a_closed_port_where_somebody_asks(self):
+        daemon, authenticator = self.falls_back()
+        self.port.close()
+        authenticator.change_password(PASSWORD)
+
+        def is_let_in():
+            # As a switch does every half minute.
+            authenticator.ask_again()
+            return daemon.logged(AUTHENTICATED)
+        wait_for("let in", is_let_in, timeout=90, interval=3)
+
+        self.wait_authenticated(daemon)
+        self.wait_address("eth0", self.server.serves)
+
+    def test_fallback_stays_at_an_open_port_where_somebody_asks(self):
+        daemon, authenticator = self.falls_back()
+        address = addresses("eth0")
+
+        for _ in range(30):
+            authenticator.ask_again()
+            holds_for("the fallback", lambda: not supplicants() and addresses("eth0") == address, 1)
+        self.assertFalse(daemon.logged("asked to authenticate"))
 
     def test_tries_unsecured_after_a_minute_and_then_again(self):
         self.switch_port()
