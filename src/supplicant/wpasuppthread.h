@@ -203,6 +203,7 @@ private:
     void NoteDisconnected();
     void OnEapFailure();
     void TakeUpReauthentication();
+    static QString EapProblemIn(const QString &message);
     void TellRefusal();
     void OnTerminating();
     void ReportBadPassword();
@@ -268,6 +269,7 @@ private:
     bool startProved = false; ///< the supplicant was let in, or was there for a while, since its launch
     int peaceTicks = 0;       ///< connected without a break
     int servedTicks = 0;      ///< with a control connection since the launch
+    QString eapProblem;       ///< of the authentication that is going on, in words
     QElapsedTimer eapQuiet;   ///< since the last event of EAP, or the launch
     int failedStarts = 0;     ///< in a row
     int pauseTicks = 0;       ///< until a further start makes sense
@@ -280,7 +282,7 @@ private:
         ReportOnce start{ReportOnce::Of::STEP};
         ReportOnce terminating{ReportOnce::Of::STEP};
         ReportOnce link{ReportOnce::Of::CHANGE};
-        ReportOnce refusal, eap, eapPassword, network, warning;
+        ReportOnce eapProblem, refusal, eap, eapPassword, network, warning;
         WpaSupplicantControl::Reports control;
     } reports;
 

@@ -7,6 +7,9 @@
 #include "logging.h"
 #include "utils.h"
 
+#include <QHash>
+#include <QRegularExpression>
+
 #include <utility>
 
 namespace {
@@ -47,6 +50,28 @@ void WpaSuppThread::MessageReceived(const QString &message)
     }
     if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-SUCCESS")))
         TakeUpReauthentication();
+    else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-STARTED")))
+        eapProblem.clear();
+    else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-STATUS")) && eapProblem.isEmpty())
+        eapProblem = EapProblemIn(message); // What follows the first one follows from it.
+}
+
+/// Of the steps of an authentication those that end it, in words; nothing of the others.
+QString WpaSuppThread::EapProblemIn(const QString &message)
+{
+    static const QRegularExpression step(QStringLiteral("status='([^']*)' parameter='([^']*)'"));
+    static const QHash<QString, QString> problems = {
+        {QStringLiteral("remote certificate verification"),
+         QStringLiteral("the server's certificate is refused")},
+        {QStringLiteral("local TLS alert"), QStringLiteral("the server's TLS is refused")},
+        {QStringLiteral("remote TLS alert"), QStringLiteral("the server refuses our certificate or TLS")},
+        {QStringLiteral("refuse proposed method"), QStringLiteral("the server wants another EAP method")},
+    };
+    const QRegularExpressionMatch match = step.match(message);
+    const QString problem = problems.value(match.captured(1));
+    if (problem.isEmpty() || match.captured(2) == QLatin1String("success"))
+        return QString();
+    return problem + QStringLiteral(": ") + match.captured(2);
 }
 
 /// To a wired supplicant the connection outlives a re-authentication that fails, as while the server is down,
@@ -104,8 +129,8 @@ void WpaSuppThread::NoteConnected()
     lastFailure = {};
     statusText = QStringLiteral("Associated");
     LogOnce(reports.link, statusText) << "WpaSuppThread::MessageReceived -- connected";
-    for (ReportOnce *report :
-         {&reports.refusal, &reports.eap, &reports.eapPassword, &reports.network, &reports.warning})
+    for (ReportOnce *report : {&reports.eapProblem, &reports.refusal, &reports.eap, &reports.eapPassword,
+                               &reports.network, &reports.warning})
         report->Over();
     NoteGoodStart();
     if (stopRunning && stopWaitsForNews) {
@@ -131,7 +156,11 @@ void WpaSuppThread::NoteDisconnected()
 void WpaSuppThread::OnEapFailure()
 {
     associated = false;
-    NoteFailure(QStringLiteral("EAP authentication failed"));
+    NoteFailure(eapProblem.isEmpty() ? QStringLiteral("EAP authentication failed") : eapProblem);
+    if (!eapProblem.isEmpty())
+        LogOnce(reports.eapProblem, eapProblem)
+            << "WpaSuppThread -- The authentication fails on" << interface << "-" << eapProblem;
+    eapProblem.clear();
     TellRefusal();
     LogOnce(reports.eap, interface) << "WpaSuppThread::MessageReceived --EAP Authentication Error"
                                     << interface;

@@ -42,6 +42,7 @@ private slots:
     void keepsTheFirstOfEqualFailures();
     void keepsTheReasonOfAFailure_data();
     void keepsTheReasonOfAFailure();
+    void namesWhatIsWrongWithAnAuthentication();
     void endsWithTheSupplicant();
     void asksForTheStatusOnASignalChange();
     void logsEverythingElse_data();
@@ -304,6 +305,27 @@ void TestWpaSuppThreadEvents::keepsTheReasonOfAFailure_data()
         << QStringList{eap, disabled + "reason=AUTH_FAILED"} << "EAP authentication failed";
     QTest::newRow("key after another")
         << QStringList{eap, disabled + "reason=WRONG_KEY"} << "the network refused the key";
+
+    const QString status = "<3>CTRL-EVENT-EAP-STATUS status='%1' parameter='%2'";
+    const QString certificate = "remote certificate verification";
+    const QString expired = status.arg(certificate, "certificate has expired");
+    QTest::newRow("server's certificate")
+        << QStringList{expired, status.arg("local TLS alert", "certificate expired"), eap}
+        << "the server's certificate is refused: certificate has expired";
+    QTest::newRow("old TLS") << QStringList{status.arg("local TLS alert", "protocol version"), eap}
+                             << "the server's TLS is refused: protocol version";
+    QTest::newRow("our certificate") << QStringList{status.arg("remote TLS alert", "unknown CA"), eap}
+                                     << "the server refuses our certificate or TLS: unknown CA";
+    QTest::newRow("other method") << QStringList{status.arg("refuse proposed method", "MD5"), eap}
+                                  << "the server wants another EAP method: MD5";
+    QTest::newRow("certificate that is fine")
+        << QStringList{status.arg(certificate, "success"), status.arg("completion", "failure"), eap}
+        << "EAP authentication failed";
+    QTest::newRow("certificate of the attempt before")
+        << QStringList{expired, "<3>CTRL-EVENT-EAP-STARTED EAP authentication started", eap}
+        << "EAP authentication failed";
+    QTest::newRow("certificate of the failure before")
+        << QStringList{expired, eap, eap} << "EAP authentication failed";
 }
 
 void TestWpaSuppThreadEvents::keepsTheReasonOfAFailure()
@@ -314,6 +336,19 @@ void TestWpaSuppThreadEvents::keepsTheReasonOfAFailure()
         supervisor->MessageReceived(message);
 
     QTEST(supervisor->LastFailure().reason, "expected");
+}
+
+/// More than a failure that "INVALID PASSWORD" follows.
+void TestWpaSuppThreadEvents::namesWhatIsWrongWithAnAuthentication()
+{
+    supervisor->AimAt(QStringLiteral("eth0"));
+
+    supervisor->MessageReceived(
+        QStringLiteral("<3>CTRL-EVENT-EAP-STATUS status='local TLS alert' parameter='protocol version'"));
+    supervisor->MessageReceived(QStringLiteral("<3>CTRL-EVENT-EAP-FAILURE EAP authentication failed"));
+
+    QVERIFY(LogLines().contains("WpaSuppThread -- The authentication fails on eth0 - "
+                                "the server's TLS is refused: protocol version "));
 }
 
 void TestWpaSuppThreadEvents::endsWithTheSupplicant()
