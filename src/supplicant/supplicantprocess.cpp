@@ -154,6 +154,6 @@ bool SupplicantProcess::IsLaunchedWith(const QString &configurationPath) const
 
 void SupplicantProcess::SendSignal(int number) const
 {
-    // One that ends by itself, or has, is as good.
-    (void)pidfd_send_signal(descriptor, number, nullptr, 0);
+    if (descriptor >= 0)
+        (void)pidfd_send_signal(descriptor, number, nullptr, 0); // One that ends by itself is as good.
 }

@@ -41,6 +41,8 @@ ServiceManager::~ServiceManager()
 
 void ServiceManager::Send(const char *state) const
 {
-    // A manager that is busy or gone hears the next one, and without one nobody does: nothing depends on it.
+    if (fd == -1)
+        return;
+    // A manager that is busy or gone hears the next one; nothing here depends on it.
     [[maybe_unused]] const ssize_t sent = ::send(fd, state, std::strlen(state), 0);
 }
