@@ -4,6 +4,7 @@
 #include "dhcpclientwatch.h"
 
 #include "dhcpclients.h"
+#include "securefile.h"
 
 #include <chrono>
 #include <optional>
@@ -21,6 +22,17 @@ namespace {
 constexpr std::chrono::seconds LOOK_INTERVAL{10};
 /// A client that has lived for so long ends for a reason of its own, and is started again without delay.
 constexpr std::chrono::seconds STEADY_AFTER{60};
+
+/// Where the client's hook keeps the last lease, one file an interface; the address comes first.
+const QString LAST_LEASE = QStringLiteral("/run/corvi-last-lease.");
+
+/// A client may be killed before it was seen, and its script goes on and sets the address.
+bool IsLeased(const QString &interfaceName, const QString &address)
+{
+    return SecureFile::ReadRegular(LAST_LEASE + interfaceName)
+        .value_or(QByteArray())
+        .startsWith(address.toLatin1() + '|');
+}
 
 /// Also while nobody has waited for it yet.
 bool HasEnded(int processDescriptor)
@@ -42,7 +54,7 @@ void DhcpClientWatch::Begin(const QString &interfaceName, const QString &address
     servedSince = now;
     nextLook = now + LOOK_INTERVAL;
     isSteady = false;
-    wasServed = IsServed(interfaceName) || wasServed;
+    wasServed = IsServed(interfaceName) || wasServed || IsLeased(interfaceName, address);
 }
 
 bool DhcpClientWatch::NoticeEnd(const QString &interfaceName, const QString &address, Time now)

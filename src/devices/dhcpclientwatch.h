@@ -30,7 +30,8 @@ public:
     /// Notices that the client that served the address has ended, and no other one has come: true when it is
     /// time to start one, which counts as an attempt. Looks every 10 s; the first time, the next look must
     /// find none either. Clients that end again and again within a minute are to be started after growing
-    /// pauses. False where no client was ever seen, as then it may be one under another name.
+    /// pauses. False where no client was ever seen, as then it may be one under another name, unless the hook
+    /// says that the address is leased.
     bool NoticeEnd(const QString &interfaceName, const QString &address, Time now);
     /// The interface has been served for a minute.
     bool IsSteady() const { return isSteady; }
@@ -43,7 +44,7 @@ private:
     Time servedSince;
     Time nextLook;
     int descriptor = -1;    ///< the client's, while one could be held
-    bool wasServed = false; ///< a client was seen
+    bool wasServed = false; ///< a client was seen, or must have been there
     bool isSteady = false;
     RetryPause pause;
 };

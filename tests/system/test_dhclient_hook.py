@@ -262,12 +262,14 @@ class Routes(HookTest):
     def test_kept_address_of_whose_routes_nothing_is_known_is_set_anew(self):
         self.given_cables("eth0")
         client_script("BOUND", "eth0", 0)
-        Path("/run/corvi-last-routes.eth0").write_text("")  # as on a disk that was full
+        # Nothing on a disk that was full, or those of another lease.
+        for gateway, known in (("10.0.0.77", ""), ("10.0.0.78", "10.0.0.9|10.0.0.1|\n")):
+            Path("/run/corvi-last-lease.eth0").write_text(known)
 
-        client_script("REBOOT", "eth0", 0, corvi_kept_address="10.0.0.2", new_routers="10.0.0.77")
+            client_script("REBOOT", "eth0", 0, corvi_kept_address="10.0.0.2", new_routers=gateway)
 
-        self.assertEqual([route["gateway"] for route in default_routes()], ["10.0.0.77"])
-        self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
+            self.assertEqual([route["gateway"] for route in default_routes()], [gateway])
+            self.assertEqual(prefixes("eth0"), [("10.0.0.2", 24)])
 
     def test_kept_address_stays_without_a_server_and_a_gateway_that_answers(self):
         self.given_cables("eth0")

@@ -8,9 +8,9 @@ import signal
 import subprocess
 from pathlib import Path
 
-from harness import (ADDRESS_PRESENT, LINK_DOWN, LINK_UP, LOG, STATIC, Cable, SystemTest, addresses,
-                     default_gateway, default_routes, end_process, holds_for, is_up, link, main, read, run, status, wait_for, wired,
-                     write_store)
+from harness import (ADDRESS_PRESENT, LINK_DOWN, LINK_UP, LOG, STATIC, Cable, SystemTest, addresses, default_gateway,
+                     default_routes, end_by_name, end_process, holds_for, is_up, link, main, read, run, status,
+                     wait_for, wired, write_store)
 
 
 class DhcpPort(SystemTest):
@@ -130,6 +130,26 @@ class DhcpPort(SystemTest):
         self.wait_events(self.listener, LINK_DOWN)
         wait_for("no DHCP client", lambda: not run("pidof", "dhclient", check=False).strip(), timeout=15)
         self.assertFalse(status()["connected"])
+
+
+class KilledClient(SystemTest):
+    HOOK = Path("/etc/dhcp/dhclient-enter-hooks.d/slow")
+
+    def test_address_whose_client_was_killed_before_it_told_of_it_is_renewed(self):
+        # Killed in the middle of its script, which sets the address all the same.
+        self.addCleanup(self.HOOK.unlink, missing_ok=True)
+        self.HOOK.write_text("[ $reason != BOUND ] || { : >/tmp/bound; sleep 1; }\n")
+        self.dhcp_server(self.cable("eth0"))
+        write_store(wired())
+        self.start_daemon()
+        wait_for("the lease", Path("/tmp/bound").exists)
+        self.HOOK.unlink()
+
+        end_by_name("dhclient")
+
+        self.wait_address("eth0")
+        wait_for("another client", lambda: run("pidof", "dhclient", check=False).strip(), timeout=60)
+        self.assertEqual(len(addresses("eth0")), 1)
 
 
 class StaticPort(SystemTest):

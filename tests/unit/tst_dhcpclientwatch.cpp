@@ -47,6 +47,8 @@ private Q_SLOTS:
     void clientThatIsReplacedAtLeisureIsNotMissed();
     void anothersClientDoesNotCount();
     void clientThatWasNeverSeenIsNotMissed();
+    void leasedAddressMissesAClientThatWasNeverSeen_data();
+    void leasedAddressMissesAClientThatWasNeverSeen();
     void addressThatSomebodySetInsteadNeedsNone();
     void lateClientIsSeenWithItsAddress();
     void clientsThatEndAgainAndAgainWait();
@@ -119,6 +121,25 @@ void TestDhcpClientWatch::clientThatWasNeverSeenIsNotMissed()
     DhcpClientWatch watch;
 
     QCOMPARE(StartsDue(watch, 0, 100), QList<int>());
+}
+
+void TestDhcpClientWatch::leasedAddressMissesAClientThatWasNeverSeen_data()
+{
+    QTest::addColumn<QByteArray>("lastLease");
+    QTest::addColumn<QList<int>>("due");
+    QTest::newRow("leased") << QByteArray("10.0.0.5|10.0.0.1|\n") << QList<int>{20};
+    QTest::newRow("another one was") << QByteArray("10.0.0.55|10.0.0.5|\n") << QList<int>();
+}
+
+void TestDhcpClientWatch::leasedAddressMissesAClientThatWasNeverSeen()
+{
+    QFETCH(QByteArray, lastLease);
+    const QString path = QStringLiteral("/run/corvi-last-lease.eth0");
+    TestSupport::WriteFile(path, lastLease);
+    const auto removal = qScopeGuard([path] { TestSupport::Remove(path); });
+    DhcpClientWatch watch;
+
+    QTEST(StartsDue(watch, 0, 29), "due");
 }
 
 void TestDhcpClientWatch::addressThatSomebodySetInsteadNeedsNone()
