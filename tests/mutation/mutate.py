@@ -208,6 +208,16 @@ def switched_beside(text, fault, number, original):
     return "\n".join(lines)
 
 
+def functions_by_fault(notes):
+    """Of each number in the notes the functions that reach it, in the order in which they ran: one may count on being
+    the first."""
+    functions = defaultdict(list)
+    for line in dict.fromkeys(notes.splitlines()):
+        number, _, function = line.partition(" ")
+        functions[int(number)].append(function)
+    return functions
+
+
 class Trial:
     """Tries the faults in the copy: those behind a switch side by side, then one build for each of the others."""
 
@@ -263,11 +273,7 @@ class Trial:
                 not passes(test, self.limit, output=output):
             print(f"{test} fails without a fault, too: not used; see {output}", flush=True)
             return
-        functions = defaultdict(set)
-        for line in noted.read_text().splitlines():
-            number, _, function = line.partition(" ")
-            functions[int(number)].add(function)
-        self.reached[test] = functions
+        self.reached[test] = functions_by_fault(noted.read_text())
         print(f"{test} takes {time.monotonic() - begin:.0f} s", flush=True)
 
     def try_switched(self, source, fault, number):
@@ -281,7 +287,7 @@ class Trial:
         # what every test comes by, all would take an hour.
         for whole in (False, True):
             for test in tests:
-                functions = sorted(self.reached[test][number])
+                functions = self.reached[test][number]
                 needs_all = not {"", "initTestCase", "cleanupTestCase"}.isdisjoint(functions)
                 if needs_all == whole or whole and test in own:
                     if not passes(test, self.limit, () if whole else functions, CORVI_FAULT=str(number)):

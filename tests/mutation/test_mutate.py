@@ -130,22 +130,22 @@ class TrialOfFault(unittest.TestCase):
             return self.trial.try_switched("src/core/corvi_carrier.cpp", None, 3)
 
     def test_only_functions_that_reach_it_run_first(self):
-        reached = {"tst_corvi_carrier": {3: {"b", "a"}, 4: {"c"}}, "tst_corvi_bounce": {4: {"d"}}}
+        reached = {"tst_corvi_carrier": {3: ["b", "a"], 4: ["c"]}, "tst_corvi_bounce": {4: ["d"]}}
 
-        self.assertEqual(("killed", "tst_corvi_carrier"), self.outcome(reached, [("tst_corvi_carrier", "a", "b")]))
-        self.assertEqual([("tst_corvi_carrier", "a", "b")], self.ran)
+        self.assertEqual(("killed", "tst_corvi_carrier"), self.outcome(reached, [("tst_corvi_carrier", "b", "a")]))
+        self.assertEqual([("tst_corvi_carrier", "b", "a")], self.ran)
 
     def test_survivor_saw_every_function(self):
-        self.assertEqual(("survived", ""), self.outcome({"tst_corvi_carrier": {3: {"a"}}}))
+        self.assertEqual(("survived", ""), self.outcome({"tst_corvi_carrier": {3: ["a"]}}))
         self.assertEqual([("tst_corvi_carrier", "a"), ("tst_corvi_carrier",)], self.ran)
 
     def test_that_only_comes_by_need_not_run_whole(self):
-        self.outcome({"tst_modem": {3: {"a"}}, "tst_utils": {3: {"", "a"}}})
+        self.outcome({"tst_modem": {3: ["a"]}, "tst_utils": {3: ["", "a"]}})
 
         self.assertEqual([("tst_modem", "a"), ("tst_utils",)], self.ran)
 
     def test_what_is_reached_before_the_functions_needs_all(self):
-        self.outcome({"tst_corvi_carrier": {3: {"initTestCase", "a"}}}, [("tst_corvi_carrier",)])
+        self.outcome({"tst_corvi_carrier": {3: ["initTestCase", "a"]}}, [("tst_corvi_carrier",)])
 
         self.assertEqual([("tst_corvi_carrier",)], self.ran)
 
@@ -155,7 +155,7 @@ class TrialOfFault(unittest.TestCase):
         self.assertIn("tst_corvi_wired", self.trial.wanted_tests())
 
     def test_nothing_reaches_it(self):
-        self.assertEqual(("survived", "reached by no test"), self.outcome({"tst_corvi_carrier": {4: {"a"}}}))
+        self.assertEqual(("survived", "reached by no test"), self.outcome({"tst_corvi_carrier": {4: ["a"]}}))
 
     def test_test_that_always_fails_kills_nothing(self):
         with unittest.mock.patch.object(mutate, "passes", lambda *_, **__: False), \
@@ -165,6 +165,13 @@ class TrialOfFault(unittest.TestCase):
 
         self.assertEqual({}, self.trial.reached)
         self.assertRegex(said.getvalue(), "tst_corvi_carrier fails without a fault.* /.*/tst_corvi_carrier.output")
+
+
+class FunctionsByFault(unittest.TestCase):
+    def test_order_is_that_of_the_run(self):
+        notes = "3 b\n4 b\n3 a\n3 b\n3 \n"
+
+        self.assertEqual({3: ["b", "a", ""], 4: ["b"]}, mutate.functions_by_fault(notes))
 
 
 class Passing(unittest.TestCase):
