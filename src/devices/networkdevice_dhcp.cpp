@@ -231,8 +231,7 @@ void NetworkDevice::DropDamagedLeases(const QString &transcript)
         << DHCP_LEASES << (isGone ? "is removed" : "cannot be removed");
 }
 
-/// The default route of the lease, be it the one in use or not. False when there is no default route at all,
-/// or only such as are to refuse what no other takes.
+/// The default route of the lease, be it the one in use or not. False when there is no default route at all.
 bool NetworkDevice::LearnLeasedRoute()
 {
     const QVector<DefaultRoute> routes = ReadDefaultRoutes();
@@ -244,7 +243,7 @@ bool NetworkDevice::LearnLeasedRoute()
         leasedMetric = ours->metric;
         leasedGatewayAddress = ipAddress;
     }
-    return IsDefaultTaken(routes, leasedMetric);
+    return !routes.isEmpty();
 }
 
 /// What a server asked for on the network before has no place where no server is asked. From one server to

@@ -148,8 +148,7 @@ QString NetworkDevice::ExpectedGateway() const
     if (gateway.isEmpty() || (currentConfig && currentConfig->staticIp))
         return gateway; // Most interfaces have none, and are asked on every tick.
     // That of a lease is not set again while somebody else, as a VPN, has the way out.
-    const bool isTaken = IsDefaultTaken(ReadDefaultRoutes(), leasedMetric) || HasRoutesForBothHalves();
-    return isTaken ? QString() : gateway;
+    return ReadDefaultRoutes().isEmpty() && !HasRoutesForBothHalves() ? gateway : QString();
 }
 
 QString NetworkDevice::Gateway() const

@@ -7,11 +7,9 @@
 #include <QFile>
 #include <QList>
 
-#include <algorithm>
 #include <array>
 
 #include <arpa/inet.h>
-#include <net/route.h>
 #include <netinet/in.h>
 
 namespace {
@@ -55,16 +53,8 @@ QVector<DefaultRoute> ReadDefaultRoutes()
     const QVector<QList<QByteArray>> rows = RowsWithMask(EVERY_ADDRESS);
     for (const QList<QByteArray> &columns : rows)
         routes.append({QFile::decodeName(columns.at(IFACE)), AddressText(columns.at(GATEWAY)),
-                       columns.at(METRIC).toInt(),
-                       (columns.at(FLAGS).toUInt(nullptr, 16) & RTF_REJECT) != 0});
+                       columns.at(METRIC).toInt()});
     return routes;
-}
-
-bool IsDefaultTaken(const QVector<DefaultRoute> &routes, int metric)
-{
-    return std::any_of(routes.begin(), routes.end(), [metric](const DefaultRoute &route) {
-        return !route.refuses || route.metric <= metric;
-    });
 }
 
 bool HasRoutesForBothHalves()

@@ -12,16 +12,11 @@ struct DefaultRoute
     QString interfaceName;
     QString gateway; ///< 0.0.0.0 where the link itself is the way
     int metric;
-    bool refuses; ///< leads nowhere, as one of the types "unreachable" and "blackhole" (ip-route(8))
 };
 
 /// The default routes of the main table in the order in which they count: the first one is used
 /// (/proc/net/route, proc(5)).
 QVector<DefaultRoute> ReadDefaultRoutes();
-
-/// Whether somebody has the way out, so that no other route of this metric is to be set: a route that refuses
-/// and comes behind it is there for when nobody has.
-bool IsDefaultTaken(const QVector<DefaultRoute> &routes, int metric);
 
 /// Whether each half of all addresses has a route of its own (0.0.0.0/1 and 128.0.0.0/1), which goes before
 /// any default route: many a VPN takes everything so, and leaves the default route alone.
