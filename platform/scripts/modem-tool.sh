@@ -93,8 +93,8 @@ clear_addresses() {
 }
 
 write_resolv_conf() {
-    target=$(readlink -f "$RESOLV_CONF")
-    [ -n "$target" ] || return 1
+    # A link into a folder that is gone gives way to a file.
+    target=$(readlink -f "$RESOLV_CONF") || target=$RESOLV_CONF
     trap 'rm -f "$target.new.$$"' EXIT
     printf '%s\n' "$bearer" | sed -n 's/^bearer.ipv4-config.dns.value\[[0-9]*\][[:blank:]]*: *\([0-9.]*\)$/nameserver \1/p' \
         >"$target.new.$$" || return 1

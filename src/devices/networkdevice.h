@@ -234,6 +234,7 @@ private:
     bool StartDhcpClient(const QString &interfaceName, const QStringList &options);
     void TellOfFailedDhcp();
     void ApplyResolver();
+    void ApplyResolverAgain();
     void ApplyLinkSettings();
     void ApplyMtu();
     void ExpectLossForMtu(const QByteArray &earlierMtu);

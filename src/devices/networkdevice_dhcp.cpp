@@ -11,6 +11,7 @@
 #include "securefile.h"
 #include "timing.h"
 #include "utils.h"
+#include "zebnetconfig.h"
 #include "zebsystem.h"
 
 #include <QDir>
@@ -60,13 +61,11 @@ QByteArray ResolverLines(const QString &dns1, const QString &dns2, const QString
     return lines.toUtf8();
 }
 
-/// A resolver service that ends takes the folder of its file along, and nobody can write through the link to
-/// it.
-void RemoveLinkToNowhere()
+/// A link into a folder that is gone, through which nobody can write.
+bool IsResolverLinkToNowhere()
 {
     const QFileInfo link(RESOLV_CONF);
-    if (link.isSymLink() && !QFileInfo(link.symLinkTarget()).dir().exists())
-        QFile::remove(RESOLV_CONF);
+    return link.isSymLink() && !QFileInfo(link.symLinkTarget()).dir().exists();
 }
 
 /// Puts the contents in place in one step, so that a program that resolves a name meanwhile reads the old or
@@ -74,7 +73,6 @@ void RemoveLinkToNowhere()
 /// point of its own cannot be replaced and is written in place.
 bool ReplaceResolver(const QByteArray &contents)
 {
-    RemoveLinkToNowhere();
     QSaveFile replacement(RESOLV_CONF);
     if (replacement.open(QIODevice::WriteOnly)) {
         if (replacement.write(contents) != contents.size() || !replacement.flush())
@@ -285,6 +283,20 @@ bool NetworkDevice::ClearDNS()
 void NetworkDevice::SetDNS(const QString &dns1, const QString &dns2, const QString &domain)
 {
     WriteResolver(QByteArray(), dns1, dns2, domain);
+}
+
+/// A resolver service that ends takes the folder of its file along, and what is left is a link that cannot be
+/// written through, however often it is tried. A file takes its place, in one step: where it cannot be
+/// written either, the link stays.
+void NetworkDevice::ApplyResolverAgain()
+{
+    if (IsResolverLinkToNowhere() &&
+        SecureFile::Replace(RESOLV_CONF,
+                            ResolverLines(currentConfig->dns1, currentConfig->dns2, currentConfig->domain),
+                            0644))
+        Log(Level::NOTICE) << "NetworkDevice::ApplyResolverAgain - a file takes the place of the link"
+                           << RESOLV_CONF << "into a folder that is gone";
+    ApplyResolver();
 }
 
 /// Its lines say "SetDNS", as those of a replaced file do: kept as they are.

@@ -88,7 +88,7 @@ void NetworkDevice::KeepNames()
     if (!namesPause.IsDue(RetryPause::Time::clock::now()))
         return;
     if (isResolverDue)
-        ApplyResolver();
+        ApplyResolverAgain();
     if (areHostsDue)
         SetHosts(currentConfig->hosts);
     namesPause.NoteAttempt(RetryPause::Time::clock::now());

@@ -433,6 +433,17 @@ bearer.ipv4-config.mtu             : 1400
         self.assertEqual(read("/tmp/fakes/resolver"), "nameserver 192.0.2.53\nnameserver 192.0.2.54\n")
         self.assertEqual(list(Path("/etc").glob("resolv.conf.new.*")), [])
 
+    def test_resolver_link_into_a_folder_that_is_gone_becomes_a_file(self):
+        RESOLV_CONF.unlink()
+        RESOLV_CONF.symlink_to("/run/gone/resolv.conf")
+        self.given_modem("connected")
+        self.cable("wwan0")
+
+        script("modem-tool.sh", "ip_config")
+
+        self.assertFalse(RESOLV_CONF.is_symlink())
+        self.assertEqual(read(RESOLV_CONF), "nameserver 192.0.2.53\nnameserver 192.0.2.54\n")
+
     def test_resolver_stays_when_the_network_names_no_server(self):
         RESOLV_CONF.write_text("nameserver 192.0.2.1\n")
         self.given_modem("connected", "\n".join(line for line in self.BEARER.splitlines() if "dns" not in line) + "\n")

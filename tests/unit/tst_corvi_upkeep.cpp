@@ -56,6 +56,7 @@ private Q_SLOTS:
 
     // The files of names
     void resolverThatCannotBeWrittenIsTriedAgain();
+    void resolverLinkIntoAFolderThatIsGoneBecomesAFile();
     void hostsThatCannotBeWrittenAreTriedAgain();
     void hostsThatCannotBeMergedAreTriedAgain();
     void hostsAreNotTriedAgainOnEveryTick();
@@ -518,6 +519,25 @@ void TestCorviUpkeep::resolverThatCannotBeWrittenIsTriedAgain()
 
     QCOMPARE(ReadFile("/etc/resolv.conf"), QByteArray("nameserver 10.1.0.53\nnameserver \n"));
     QCOMPARE(JournalOf("update_hosts").size(), 0);
+}
+
+void TestCorviUpkeep::resolverLinkIntoAFolderThatIsGoneBecomesAFile()
+{
+    // As a resolver service leaves it behind when it ends.
+    Remove("/etc/resolv.conf");
+    QVERIFY(QFile::link("/run/gone/resolv.conf", "/etc/resolv.conf"));
+    CorviPeer corvi(LAN_STATIC_DNS, {"eth0"}, SET_UP);
+    QVERIFY(QFileInfo("/etc/resolv.conf").isSymLink());
+    Forget();
+
+    corvi.Tick();
+    FastClock::Advance(10s);
+    corvi.Tick();
+
+    QVERIFY(!QFileInfo("/etc/resolv.conf").isSymLink());
+    QCOMPARE(ReadFile("/etc/resolv.conf"), QByteArray("nameserver 10.1.0.53\nnameserver \n"));
+    QVERIFY(LogText().contains(" NetworkDevice::ApplyResolverAgain - a file takes the place of the link "
+                               "/etc/resolv.conf into a folder that is gone \n"));
 }
 
 void TestCorviUpkeep::hostsThatCannotBeWrittenAreTriedAgain()
