@@ -20,7 +20,9 @@
 
 namespace {
 
-/// Bytes of the largest packet with which a server may answer (RFC 2131, section 2). A request has 328.
+/// Bytes of a request by DHCP: the smallest message (RFC 1542, section 2.1), UDP's and IP's headers.
+constexpr int DHCP_REQUEST_SIZE = 300 + 8 + 20;
+/// Bytes of the largest packet with which a server may answer (RFC 2131, section 2). Most have less.
 constexpr int LARGEST_DHCP_ANSWER = 576;
 const QString ETHERNET_MTU = QStringLiteral("1500");
 
@@ -195,7 +197,9 @@ void NetworkDevice::ObtainAddress()
 void NetworkDevice::MakeRoomForDhcp()
 {
     const QByteArray mtu = LinkAttribute(name, "mtu");
-    if (mtu.isEmpty() || mtu.toInt() >= LARGEST_DHCP_ANSWER)
+    // Not for nothing, as many a card restarts its link for another MTU.
+    const int needed = dhcpFailures > 0 ? LARGEST_DHCP_ANSWER : DHCP_REQUEST_SIZE;
+    if (mtu.isEmpty() || mtu.toInt() >= needed)
         return;
     SetMtu(name, ETHERNET_MTU);
     ExpectLossForMtu(mtu);

@@ -194,20 +194,25 @@ void TestNetworkDeviceLinkSettings::mtuIsSet()
 void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp_data()
 {
     QTest::addColumn<QString>("mtu");
+    QTest::addColumn<int>("failures");
     QTest::addColumn<QByteArray>("seen");
-    QTest::newRow("no room for an answer") << "575" << QByteArray("1500\n");
-    QTest::newRow("room for an answer") << "576" << QByteArray("576\n");
+    QTest::newRow("no room for a request") << "327" << 0 << QByteArray("1500\n");
+    QTest::newRow("room for a request") << "328" << 0 << QByteArray("328\n");
+    QTest::newRow("no room for an answer") << "575" << 1 << QByteArray("1500\n");
+    QTest::newRow("room for an answer") << "576" << 1 << QByteArray("576\n");
 }
 
 void TestNetworkDeviceLinkSettings::smallMtuIsRaisedForDhcp()
 {
     QFETCH(QString, mtu);
+    QFETCH(int, failures);
     GivenInterface();
     TestSupport::RealIp({"link", "set", "dev", "eth0", "mtu", mtu});
     TestSupport::WriteNetworks(Network("lan", "<mtu>" + mtu.toLatin1() + "</mtu>"));
     TestSupport::Answer("ip", "exec ip \"$@\"");
     TestSupport::Answer("dhclient", "cat /sys/class/net/eth0/mtu >/tmp/mtu.seen");
     Device device("eth0");
+    device.dhcpFailures = failures;
 
     device.ConfigureNetwork(true);
 
