@@ -81,7 +81,7 @@ void WpaSuppThread::TakeUpReauthentication()
 {
     if (!wired || associated || !connectionTold)
         return;
-    associated = true;
+    NoteConnected();
     endUntold = true;
     missed = Missed::SUCCESS;
 }
@@ -251,9 +251,13 @@ WpaSuppThread::Missed WpaSuppThread::WhatWasMissed() const
 {
     if (associated)
         return Missed::SUCCESS;
-    // There is one also for new keys of the connection that there is.
-    const bool isHandshake = statusText.endsWith(QLatin1String("_HANDSHAKE"));
-    return connectionTold && !isHandshake ? Missed::END : Missed::NOTHING;
+    // A radio goes through others also when it roams, or gets new keys, and the connection goes on.
+    static const QStringList WITHOUT_CONNECTION{QStringLiteral("DISCONNECTED"), QStringLiteral("INACTIVE"),
+                                                QStringLiteral("SCANNING"),
+                                                QStringLiteral("INTERFACE_DISABLED")};
+    if (!wired && !WITHOUT_CONNECTION.contains(statusText))
+        return Missed::UNKNOWN;
+    return connectionTold ? Missed::END : Missed::NOTHING;
 }
 
 void WpaSuppThread::CheckStatusIfRequested()

@@ -34,6 +34,9 @@ private slots:
     void lastOfTheDroppedEventsCounts();
     void successAfterAFailureCounts_data();
     void successAfterAFailureCounts();
+    void stateOnTheWayIsAskedAgain_data();
+    void stateOnTheWayIsAskedAgain();
+    void reauthenticationCallsOffAStop();
     void endThatCameWithoutAConnectionIsTakenUp();
     void endThatIsOverIsNotTakenUp();
 
@@ -160,6 +163,55 @@ void TestWpaSuppThreadMissed::lastOfTheDroppedEventsCounts()
     QTEST(supervisor->TakeMissedSuccess(), "success");
     QTEST(supervisor->TakeMissedEnd(), "end");
     QVERIFY(!supervisor->TakeMissedEnd()); // It is told once.
+}
+
+/// A radio that roams, or gets new keys, is between two states of one connection.
+void TestWpaSuppThreadMissed::stateOnTheWayIsAskedAgain_data()
+{
+    QTest::addColumn<QString>("driver");
+    QTest::addColumn<QByteArray>("state");
+    QTest::addColumn<bool>("isEnd");
+    const QString radio = QStringLiteral("nl80211,wext");
+    for (const char *const state :
+         {"AUTHENTICATING", "ASSOCIATING", "ASSOCIATED", "4WAY_HANDSHAKE", "GROUP_HANDSHAKE"})
+        QTest::newRow(state) << radio << QByteArray(state) << false;
+    for (const char *const state : {"DISCONNECTED", "INACTIVE", "SCANNING", "INTERFACE_DISABLED"})
+        QTest::newRow(state) << radio << QByteArray(state) << true;
+    QTest::newRow("cable") << QStringLiteral("wired") << QByteArray("ASSOCIATED") << true;
+}
+
+void TestWpaSuppThreadMissed::stateOnTheWayIsAskedAgain()
+{
+    QFETCH(QString, driver);
+    QFETCH(QByteArray, state);
+    supervisor->Supervise(QStringLiteral("wlan0"), driver);
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    supplicant->SetReply("STATUS", "wpa_state=" + state + '\n');
+    LoseOurName();
+
+    supervisor->Tick(2);
+
+    QTEST(supervisor->TakeMissedEnd(), "isEnd");
+    FastClock::Advance(10s);
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    supervisor->Tick(2);
+    QFETCH(bool, isEnd);
+    QCOMPARE(supervisor->IsAssociated(), !isEnd);
+    QVERIFY(!supervisor->TakeMissedSuccess()); // It was told.
+}
+
+void TestWpaSuppThreadMissed::reauthenticationCallsOffAStop()
+{
+    supervisor->Supervise(QStringLiteral("wlan0"), QStringLiteral("wired"));
+    supervisor->MessageReceived(QString::fromLatin1(CONNECTED));
+    supervisor->MessageReceived(QString::fromLatin1(EAP_FAILURE));
+    supervisor->Stop(WpaSuppThread::STOP_FALLBACK);
+
+    supervisor->MessageReceived(QString::fromLatin1(EAP_SUCCESS));
+    supervisor->Tick();
+
+    QVERIFY(!supplicant->Commands().contains("TERMINATE"));
+    QVERIFY(supervisor->IsAssociated());
 }
 
 void TestWpaSuppThreadMissed::endThatCameWithoutAConnectionIsTakenUp()
