@@ -164,6 +164,10 @@ void NetworkAdvice::AdviseOnAddress()
         Advise(Severity::Error, "gateway",
                QStringLiteral("\"%1\" is outside the network of ipAddress and netmask; the kernel refuses it")
                    .arg(gateway));
+    else if (IsBroadcastAddress(gatewayNumber, netmask))
+        Advise(Severity::Error, "gateway",
+               QStringLiteral("\"%1\" is the broadcast address of the network; the kernel refuses it")
+                   .arg(gateway));
     else if (gatewayNumber == address)
         Advise(Severity::Error, "gateway",
                QStringLiteral("\"%1\" is the ipAddress of this network itself; nothing leaves by it")

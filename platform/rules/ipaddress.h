@@ -16,3 +16,10 @@ constexpr bool AreInOneSubnet(quint32 address, quint32 other, quint32 netmask)
 {
     return ((address ^ other) & netmask) == 0;
 }
+
+/// Whether an address is that of all hosts of its subnet, which the kernel refuses as a gateway. A network of
+/// one or two addresses has none (RFC 3021).
+constexpr bool IsBroadcastAddress(quint32 address, quint32 netmask)
+{
+    return ~netmask > 1 && (address | netmask) == 0xffffffffU;
+}

@@ -27,8 +27,11 @@ QString GatewayFault(const QString &gateway, const QString &address, const QStri
     const auto number = Ipv4Number(gateway);
     if (!number)
         return QStringLiteral(": the gateway %1 is no address").arg(gateway);
-    if (!AreInOneSubnet(*number, Ipv4Number(address).value_or(0), Ipv4Number(netmask).value_or(0)))
+    const quint32 mask = Ipv4Number(netmask).value_or(0);
+    if (!AreInOneSubnet(*number, Ipv4Number(address).value_or(0), mask))
         return QStringLiteral(": the gateway %1 is outside its subnet").arg(gateway);
+    if (IsBroadcastAddress(*number, mask))
+        return QStringLiteral(": the gateway %1 is the broadcast address of its subnet").arg(gateway);
     return {};
 }
 

@@ -50,6 +50,7 @@ private Q_SLOTS:
     void defaultRouteThatCannotBeSetWaits();
     void gatewayOutOfReachCostsNobodyHisRoute();
     void gatewayThatIsNoAddressIsTold();
+    void gatewayThatIsABroadcastAddressIsTold();
     void reasonThatChangesIsTold();
     void staticAddressThatCannotBeSetWaits();
     void staticAddressWaitsForAuthentication();
@@ -455,6 +456,21 @@ void TestCorviUpkeep::gatewayThatIsNoAddressIsTold()
 
     QCOMPARE(LogLines(), QStringList{"NetworkDevice::KeepStaticAddress - the default route is missing, "
                                      "setting it again on eth0: the gateway router.lan is no address"});
+}
+
+void TestCorviUpkeep::gatewayThatIsABroadcastAddressIsTold()
+{
+    UseWorkingRoute();
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Tick();
+    corvi.WiredDevice()->currentConfig->gateway = "10.1.0.255";
+    Forget();
+
+    corvi.WiredDevice()->KeepStaticAddress();
+
+    QCOMPARE(LogLines(),
+             QStringList{"NetworkDevice::KeepStaticAddress - the default route is missing, setting it "
+                         "again on eth0: the gateway 10.1.0.255 is the broadcast address of its subnet"});
 }
 
 void TestCorviUpkeep::reasonThatChangesIsTold()
