@@ -4,7 +4,6 @@
 #include "corvi.h"
 
 #include "bondeddevice.h"
-#include "duplicatewatch.h"
 #include "logging.h"
 #include "modem.h"
 #include "othermanagers.h"
@@ -51,7 +50,6 @@ Corvi::Corvi(QObject *parent) : QObject(parent), log(Logging::GetInstance(Loggin
 
     loopTimer = std::make_unique<QTimer>();
     loopTimer->setTimerType(Qt::PreciseTimer); // A coarse one of 1 s is up to 50 ms early or late.
-    gatewayWatch = std::make_unique<DuplicateWatch>();
     bondedDevice = std::make_unique<BondedDevice>(nullptr);
     bondedDevice->setRenaming(true);
     bondedDevice->setUsePrimary(true);

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "eapolwatch.h"
+#include "closedportwatch.h"
 #include "linkevents.h"
 #include "reportonce.h"
 #include "retrypause.h"
@@ -25,7 +25,6 @@
 #include <optional>
 
 class BondedDevice;
-class DuplicateWatch;
 class Logging;
 class Modem;
 class NetworkDevice;
@@ -193,11 +192,8 @@ private:
     std::chrono::nanoseconds asleepAtLink{0};
     bool bondingEnabled = false; ///< wanted by the store at the last discovery
     std::unique_ptr<BondedDevice> bondedDevice;
-    bool modemStarted = false; ///< the modem in use was started and told to connect
-    EapolWatch eapolWatch;     ///< of the wired device, while it is in its fallback
-    RetryPause fallbackPause;  ///< between two looks at what an authenticator that asks in the fallback means
-    std::unique_ptr<DuplicateWatch> gatewayWatch; ///< asked then whether the gateway is there
-    int gatewaySilence = 0;   ///< ticks without an answer to that; 0 while nobody has asked us
+    bool modemStarted = false;       ///< the modem in use was started and told to connect
+    ClosedPortWatch closedPortWatch; ///< of the wired device, while it is in its fallback
     RetryPause wiredRetry;    ///< of the wired device's DHCP attempts; a new link or device begins it anew
     RetryPause wirelessRetry; ///< of the wireless device's DHCP attempts
     QString lastConfigured;   ///< the interface that has the default route; stays over a rescan
@@ -303,8 +299,7 @@ private:
     void SuperviseWired(NetworkDevice *d);
     void BeginWiredLink(NetworkDevice *d);
     void WaitForAuthentication(NetworkDevice *d);
-    void ListenInFallback(NetworkDevice *d);
-    bool IsGatewaySilent(const NetworkDevice *d);
+    void FollowFallback(NetworkDevice *d);
     void CheckRefreshFile(bool isConnected);
 
     // Wireless network

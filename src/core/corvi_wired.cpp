@@ -3,7 +3,6 @@
 
 #include "corvi.h"
 
-#include "duplicatewatch.h"
 #include "journal.h"
 #include "logging.h"
 #include "networkdevice.h"
@@ -23,10 +22,6 @@ const QString REFRESH_FLAG = QStringLiteral("/tmp/refresh_network");
 
 /// The clocks that tell of a sleep differ by microseconds without one.
 constexpr std::chrono::seconds SHORTEST_SLEEP{1};
-
-/// A gateway that is there answers within milliseconds. It is asked more than once, as a packet may be lost.
-constexpr int GATEWAY_QUESTION_TICKS = 3;
-constexpr int GATEWAY_SILENCE_TICKS = 10;
 
 } // namespace
 
@@ -127,10 +122,9 @@ void Corvi::SuperviseWired(NetworkDevice *d)
         Log(Level::TRACE) << "Corvi::WiredNetworkSetup:: starting wired connected" << d->usesSupplicant;
     if (linkCameUp)
         BeginWiredLink(d);
+    FollowFallback(d);
     switch (action) {
     case WiredAction::LEAVE_ALONE:
-        if (d->inFallback)
-            ListenInFallback(d);
         break;
     case WiredAction::RELEASE_SUPPLICANT:
         StopUnneededSupplicant();
@@ -152,9 +146,7 @@ void Corvi::SuperviseWired(NetworkDevice *d)
 void Corvi::BeginWiredLink(NetworkDevice *d)
 {
     wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
-    eapolWatch.End();
-    fallbackPause.Reset();
-    gatewaySilence = 0;
+    closedPortWatch.Reset();
     if (!d->usesSupplicant)
         return;
     reconfigureWpa = true;
@@ -177,7 +169,7 @@ void Corvi::WaitForAuthentication(NetworkDevice *d)
     if (supThread->IsAssociated()) {
         fallbackReport.Over();
         askedReport.Over();
-        fallbackPause.Reset();
+        closedPortWatch.Reset();
     }
     switch (wait.action) {
     case WaitAction::GO_ON:
@@ -203,34 +195,18 @@ void Corvi::WaitForAuthentication(NetworkDevice *d)
 /// re-authentication has failed while the server was down: the address that was kept is of no use, and
 /// without a supplicant nobody would answer until the cable is put in anew. A switch may also ask for ever at
 /// a port that it has opened for guests; there an attempt would only disturb.
-void Corvi::ListenInFallback(NetworkDevice *d)
+void Corvi::FollowFallback(NetworkDevice *d)
 {
-    const auto now = RetryPause::Time::clock::now();
-    if (gatewaySilence == 0 && (!fallbackPause.IsDue(now) || !eapolWatch.HasAsked(d->name.toLocal8Bit())))
+    if (!d->inFallback) {
+        closedPortWatch.End();
         return;
-    gatewaySilence = IsGatewaySilent(d) ? gatewaySilence + 1 : 0;
-    if (gatewaySilence > 0 && gatewaySilence < GATEWAY_SILENCE_TICKS)
-        return;
-    fallbackPause.NoteAttempt(now);
-    if (gatewaySilence == 0)
+    }
+    if (!closedPortWatch.Look(d->name.toLocal8Bit(), d->Gateway(), ClosedPortWatch::Time::clock::now()))
         return;
     LogOnce(askedReport, d->name)
         << "Corvi::WiredNetworkSetup:: asked to authenticate, and the gateway is silent: the fallback ends on"
         << d->name;
-    gatewaySilence = 0;
-    eapolWatch.End();
     d->inFallback = false;
-}
-
-/// Without a gateway nothing is known, and the port is left as it is.
-bool Corvi::IsGatewaySilent(const NetworkDevice *d)
-{
-    const QString gateway = d->Gateway();
-    if (gateway.isEmpty())
-        return false;
-    if (gatewaySilence % GATEWAY_QUESTION_TICKS == 0)
-        gatewayWatch->Restart();
-    return gatewayWatch->Look(d->name.toLocal8Bit(), gateway, DuplicateWatch::Time::clock::now()).isEmpty();
 }
 
 void Corvi::CheckRefreshFile(bool isConnected)

@@ -5,12 +5,17 @@
 
 #include <QByteArray>
 
+#include <QTest>
+
 #include <cstring>
+#include <thread>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <net/if.h>
 #include <netinet/if_ether.h>
 #include <netpacket/packet.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -34,4 +39,17 @@ inline bool SendEapol(const char *interfaceName, const QByteArray &packet)
         ::sendto(socketFd, packet.constData(), size, 0, reinterpret_cast<const sockaddr *>(&to), sizeof to);
     ::close(socketFd);
     return sent == static_cast<ssize_t>(size);
+}
+
+/// As the authenticator of the switch at the far end of eth0 does (corviworld.h).
+inline void AskAtTheFarEnd()
+{
+    bool isSent = false;
+    // The far end has a network of its own, which a thread can be in.
+    std::thread([&isSent] {
+        const int network = ::open("/run/netns/far", O_RDONLY | O_CLOEXEC);
+        isSent = ::setns(network, CLONE_NEWNET) == 0 && SendEapol("far-eth0", EAP_REQUEST);
+        ::close(network);
+    }).join();
+    QVERIFY(isSent);
 }

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
 
+corvi_add_unit_test(tst_closedportwatch LIBS corviworld)
 corvi_add_unit_test(tst_eapolwatch LIBS support)
 corvi_add_unit_test(tst_instancelock LIBS support)
 corvi_add_unit_test(tst_interfacekind LIBS support)

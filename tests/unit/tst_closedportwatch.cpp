@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "closedportwatch.h"
+
+#include "corviworld.h"
+#include "eapolpeer.h"
+#include "testsupport.h"
+
+#include <QtTest>
+
+using namespace std::chrono_literals;
+using TestSupport::RealIp;
+
+namespace {
+
+const QString GATEWAY = QStringLiteral("10.1.0.1");
+
+} // namespace
+
+/// A port without authentication, at the gateway's end of which nobody is at first.
+class TestClosedPortWatch : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void portWithoutAGatewayIsClosed();
+    void portWhereNobodyAsksIsOpen();
+    void portOfAGatewayThatAnswersIsOpen();
+    void portOfAGatewayThatIsNotKnownIsOpen_data();
+    void portOfAGatewayThatIsNotKnownIsOpen();
+    void pauseGrowsUntilTheReset();
+    void whatWasAskedBeforeThePauseDoesNotCount();
+
+private:
+    /// Looks each second; after how many the port is closed, 0 where it is not.
+    int ClosedAfter(int looks, const QString &gateway = GATEWAY);
+    /// Looks, is asked, and looks again.
+    bool IsClosed(const QString &gateway = GATEWAY);
+
+    ClosedPortWatch watch;
+    ClosedPortWatch::Time now{1h};
+};
+
+void TestClosedPortWatch::init()
+{
+    CorviWorld::StartFromNothing();
+    CorviWorld::MakeInterface("eth0");
+    RealIp({"link", "set", "dev", "eth0", "up"});
+    RealIp({"addr", "add", "10.1.0.2/24", "dev", "eth0"});
+    QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/operstate"), QByteArray("up\n"));
+    watch.Reset();
+}
+
+int TestClosedPortWatch::ClosedAfter(int looks, const QString &gateway)
+{
+    for (int i = 1; i <= looks; ++i) {
+        now += 1s;
+        if (watch.Look("eth0", gateway, now))
+            return i;
+    }
+    return 0;
+}
+
+bool TestClosedPortWatch::IsClosed(const QString &gateway)
+{
+    if (ClosedAfter(12, gateway) != 0)
+        return true;
+    AskAtTheFarEnd();
+    return ClosedAfter(40, gateway) != 0;
+}
+
+void TestClosedPortWatch::portWithoutAGatewayIsClosed()
+{
+    QCOMPARE(ClosedAfter(12), 0);
+    AskAtTheFarEnd();
+
+    QCOMPARE(ClosedAfter(40), 10);
+}
+
+void TestClosedPortWatch::portWhereNobodyAsksIsOpen()
+{
+    QCOMPARE(ClosedAfter(1000), 0);
+}
+
+void TestClosedPortWatch::portOfAGatewayThatAnswersIsOpen()
+{
+    RealIp({"-n", "far", "addr", "add", "10.1.0.1/24", "dev", "far-eth0"});
+
+    for (int i = 0; i < 10; ++i)
+        QVERIFY(!IsClosed());
+}
+
+void TestClosedPortWatch::portOfAGatewayThatIsNotKnownIsOpen_data()
+{
+    QTest::addColumn<QString>("gateway");
+    QTest::newRow("none") << QString();
+    QTest::newRow("no address") << "router";
+    QTest::newRow("our own") << "10.1.0.2";
+    QTest::newRow("out of reach") << "192.0.2.1";
+}
+
+void TestClosedPortWatch::portOfAGatewayThatIsNotKnownIsOpen()
+{
+    QFETCH(QString, gateway);
+
+    QVERIFY(!IsClosed(gateway));
+}
+
+void TestClosedPortWatch::pauseGrowsUntilTheReset()
+{
+    QVERIFY(IsClosed());
+    for (const auto pause : {20s, 40s, 80s, 160s, 320s, 600s, 600s}) {
+        const auto closed = now;
+        while (!IsClosed())
+            QVERIFY(now - closed < pause + 60s);
+        QVERIFY(now - closed >= pause);
+    }
+
+    watch.Reset();
+    const auto reset = now;
+    QVERIFY(IsClosed());
+    QVERIFY(now - reset < 60s);
+}
+
+void TestClosedPortWatch::whatWasAskedBeforeThePauseDoesNotCount()
+{
+    QCOMPARE(ClosedAfter(12), 0);
+    AskAtTheFarEnd();
+    watch.End();
+
+    QCOMPARE(ClosedAfter(100), 0);
+}
+
+QTEST_GUILESS_MAIN(TestClosedPortWatch)
+#include "tst_closedportwatch.moc"
