@@ -6,6 +6,9 @@
 #include "logging.h"
 #include "modem.h"
 
+#include <QFile>
+
+#include <algorithm>
 #include <chrono>
 
 namespace {
@@ -15,6 +18,20 @@ namespace {
 constexpr int MODEM_ATTEMPTS = 10;
 /// How long a modem that was given up is left alone, as it is meant to be.
 constexpr std::chrono::seconds MODEM_REST{60};
+
+/// Many a network gives no other one. In a line of the kernel's list the scope is the fourth word, the
+/// interface the last.
+bool HasGlobalIp6Address(const QString &interfaceName)
+{
+    QFile list(QStringLiteral("/proc/net/if_inet6"));
+    if (!list.open(QIODevice::ReadOnly))
+        return false;
+    const QList<QByteArray> lines = list.readAll().split('\n');
+    return std::any_of(lines.cbegin(), lines.cend(), [&interfaceName](const QByteArray &line) {
+        const QList<QByteArray> words = line.simplified().split(' ');
+        return words.size() == 6 && words.at(3) == "00" && words.last() == interfaceName.toLocal8Bit();
+    });
+}
 
 } // namespace
 
@@ -86,8 +103,12 @@ void Corvi::KeepModemConnected(Modem *modem)
 void Corvi::KeepModemConfigured(Modem *modem)
 {
     const auto now = RetryPause::Time::clock::now();
-    if (!modem->modemConnected || !modem->isRunning || !modem->ipAddress.isEmpty()) {
+    if (!modem->modemConnected || !modem->isRunning) {
         modemAddressPause.Reset();
+        return;
+    }
+    if (!modem->ipAddress.isEmpty() || HasGlobalIp6Address(modem->name)) {
+        modemAddressPause.NoteSuccess(now);
         modemAddressReport.Over();
         return;
     }

@@ -46,6 +46,7 @@ private Q_SLOTS:
     void connectionThatFailedIsTriedAgain();
     void connectionThatWasLostIsMadeAgain();
     void connectionWithoutAnAddressIsConfiguredAgain();
+    void addressOfTheNextGenerationIsEnough();
     void modemIsGivenUpAfterElevenFailures();
     void runningLinkIsNotCounted();
     void runningLinkKeepsTheCount();
@@ -244,6 +245,24 @@ void TestCorviModem::connectionWithoutAnAddressIsConfiguredAgain()
     FastClock::Advance(60s);
     corvi.Tick(2);
     QCOMPARE(JournalOf(configure).size(), 0);
+}
+
+/// As a network gives that has no other one.
+void TestCorviModem::addressOfTheNextGenerationIsEnough()
+{
+    SetModemStatus("connected\n");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    RealIp({"-6", "addr", "add", "2001:db8::5/64", "dev", "wwan0", "nodad"});
+    corvi.Tick();
+    Forget();
+
+    FastClock::Advance(60s);
+    corvi.Tick(2);
+    FastClock::Advance(60s);
+    corvi.Tick(2);
+
+    QCOMPARE(JournalOf("modem-tool.sh ip_config").size(), 0);
+    QCOMPARE(LogLines(), QStringList());
 }
 
 void TestCorviModem::modemIsGivenUpAfterElevenFailures()
