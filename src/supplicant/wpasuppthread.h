@@ -203,6 +203,7 @@ private:
     void NoteDisconnected();
     void OnEapFailure();
     void TakeUpReauthentication();
+    void NoteEapStatus(const QString &message);
     static QString EapProblemIn(const QString &message);
     void TellRefusal();
     void OnTerminating();

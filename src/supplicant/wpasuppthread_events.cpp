@@ -52,7 +52,16 @@ void WpaSuppThread::MessageReceived(const QString &message)
         TakeUpReauthentication();
     else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-STARTED")))
         eapProblem.clear();
-    else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-STATUS")) && eapProblem.isEmpty())
+    else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-STATUS")))
+        NoteEapStatus(message);
+}
+
+void WpaSuppThread::NoteEapStatus(const QString &message)
+{
+    // The server had another method to offer.
+    if (message.contains(QLatin1String("status='accept proposed method'")))
+        eapProblem.clear();
+    else if (eapProblem.isEmpty())
         eapProblem = EapProblemIn(message); // What follows the first one follows from it.
 }
 
@@ -69,7 +78,8 @@ QString WpaSuppThread::EapProblemIn(const QString &message)
     };
     const QRegularExpressionMatch match = step.match(message);
     const QString problem = problems.value(match.captured(1));
-    if (problem.isEmpty() || match.captured(2) == QLatin1String("success"))
+    static const QStringList harmless = {QStringLiteral("success"), QStringLiteral("close notify")};
+    if (problem.isEmpty() || harmless.contains(match.captured(2)))
         return QString();
     return problem + QStringLiteral(": ") + match.captured(2);
 }

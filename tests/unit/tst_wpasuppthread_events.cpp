@@ -318,6 +318,11 @@ void TestWpaSuppThreadEvents::keepsTheReasonOfAFailure_data()
                                      << "the server refuses our certificate or TLS: unknown CA";
     QTest::newRow("other method") << QStringList{status.arg("refuse proposed method", "MD5"), eap}
                                   << "the server wants another EAP method: MD5";
+    QTest::newRow("another method is taken") << QStringList{status.arg("refuse proposed method", "MD5"),
+                                                            status.arg("accept proposed method", "PEAP"), eap}
+                                             << "EAP authentication failed";
+    QTest::newRow("end of TLS") << QStringList{status.arg("remote TLS alert", "close notify"), eap}
+                                << "EAP authentication failed";
     QTest::newRow("certificate that is fine")
         << QStringList{status.arg(certificate, "success"), status.arg("completion", "failure"), eap}
         << "EAP authentication failed";
