@@ -119,9 +119,9 @@ bool SetDestination(wpa_ctrl *ctrl, const char *path)
 
 bool ConnectToSupplicant(wpa_ctrl *ctrl)
 {
-    // Before the connection: a socket that takes the name in between then counts as gone, never as alive.
-    if (ctrl->dest.sun_path[0] != '\0')
-        ctrl->destFile = open(ctrl->dest.sun_path, O_PATH | O_CLOEXEC);
+    // Before the connection: a socket that takes the name in between then counts as gone, never as alive. An
+    // abstract one is no file: -1.
+    ctrl->destFile = open(ctrl->dest.sun_path, O_PATH | O_CLOEXEC);
     return connect(ctrl->s, Generic(ctrl->dest), sizeof(ctrl->dest)) == 0;
 }
 
