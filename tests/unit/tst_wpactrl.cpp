@@ -93,6 +93,7 @@ private slots:
     void sendsNothingToLook();
     void seesTheLifeOfAnAbstractPeer();
     void namesTheProcessThatReplies();
+    void namesTheProcessOfAnEmptyReply();
 };
 
 void TestWpaCtrl::init()
@@ -525,6 +526,19 @@ void TestWpaCtrl::namesTheProcessThatReplies()
     QCOMPARE(wpa_ctrl_attach(ctrl.get()), 0);
 
     QCOMPARE(ctrl->peer, supplicant.Id());
+}
+
+void TestWpaCtrl::namesTheProcessOfAnEmptyReply()
+{
+    FakeSupplicant supplicant;
+    supplicant.SetReply("PING", "");
+    const Ctrl ctrl = Open();
+    char reply[8];
+    size_t length = sizeof(reply);
+
+    QCOMPARE(wpa_ctrl_request(ctrl.get(), "PING", 4, reply, &length, nullptr), 0);
+
+    QCOMPARE(ctrl->peer, getpid());
 }
 
 QTEST_GUILESS_MAIN(TestWpaCtrl)
