@@ -31,7 +31,7 @@ bool IsLeased(const QString &interfaceName, const QString &address)
 {
     return SecureFile::ReadRegular(LAST_LEASE + interfaceName)
         .value_or(QByteArray())
-        .startsWith(address.toLatin1() + '|');
+        .startsWith(QByteArray(address.toLatin1() + '|'));
 }
 
 /// Also while nobody has waited for it yet.
