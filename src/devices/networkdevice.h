@@ -230,7 +230,7 @@ private:
     void ApplyWiredFlags();
     void ApplyStaticAddress();
     void ObtainAddress();
-    void MakeRoomForDhcp();
+    void MakeRoomForDhcp(bool isForLargeAnswer);
     bool StartDhcpClient(const QString &interfaceName, const QStringList &options);
     void TellOfFailedDhcp();
     void ApplyResolver();

@@ -163,7 +163,7 @@ void NetworkDevice::ObtainAddress()
     SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::STARTED);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - start event (dhcp) sent ";
 
-    MakeRoomForDhcp();
+    MakeRoomForDhcp(dhcpFailures > 0);
     const QByteArray mtu = LinkAttribute(name, "mtu");
     leasedGateway.clear(); // The next lease may come without one.
     const bool isBound = Dhclient(name);
@@ -194,11 +194,11 @@ void NetworkDevice::ObtainAddress()
 /// An MTU that the configuration before has set may be too small for what client and server send, which many
 /// a card goes by for what it receives, too. It would keep an address away for ever, also once the definition
 /// has none any more. The definition's is set again after the attempt.
-void NetworkDevice::MakeRoomForDhcp()
+void NetworkDevice::MakeRoomForDhcp(bool isForLargeAnswer)
 {
     const QByteArray mtu = LinkAttribute(name, "mtu");
     // Not for nothing, as many a card restarts its link for another MTU.
-    const int needed = dhcpFailures > 0 ? LARGEST_DHCP_ANSWER : DHCP_REQUEST_SIZE;
+    const int needed = isForLargeAnswer ? LARGEST_DHCP_ANSWER : DHCP_REQUEST_SIZE;
     if (mtu.isEmpty() || mtu.toInt() >= needed)
         return;
     SetMtu(name, ETHERNET_MTU);

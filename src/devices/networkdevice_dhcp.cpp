@@ -293,9 +293,11 @@ void NetworkDevice::ApplyResolverAgain()
     if (IsResolverLinkToNowhere() &&
         SecureFile::Replace(RESOLV_CONF,
                             ResolverLines(currentConfig->dns1, currentConfig->dns2, currentConfig->domain),
-                            0644))
+                            0644)) {
+        reports->resolver.Over();
         Log(Level::NOTICE) << "NetworkDevice::ApplyResolverAgain - a file takes the place of the link"
                            << RESOLV_CONF << "into a folder that is gone";
+    }
     ApplyResolver();
 }
 

@@ -117,7 +117,7 @@ void NetworkDevice::KeepDhcpClient()
 
 void NetworkDevice::RenewLease()
 {
-    MakeRoomForDhcp();
+    MakeRoomForDhcp(true); // Nobody counts whether it failed, and the next one is minutes away.
     const QByteArray mtu = LinkAttribute(name, "mtu");
     // For the client's hook.
     StartDhcpClient(name, {QStringLiteral("-e"), QStringLiteral("corvi_kept_address=") + ipAddress});
@@ -147,7 +147,7 @@ QString NetworkDevice::AddressHolder() const
 
 QString NetworkDevice::ExpectedGateway() const
 {
-    const QString gateway = Gateway();
+    QString gateway = Gateway();
     if (gateway.isEmpty() || (currentConfig && currentConfig->staticIp))
         return gateway; // Most interfaces have none, and are asked on every tick.
     // That of a lease is not set again while somebody else, as a VPN, has the way out.

@@ -5,8 +5,10 @@
 
 #include "corviworld.h"
 #include "eapolpeer.h"
+#include "eapolwatch.h"
 #include "testsupport.h"
 
+#include <QProcess>
 #include <QtTest>
 
 using namespace std::chrono_literals;
@@ -39,7 +41,10 @@ private:
     int ClosedAfter(int looks, const QString &gateway = GATEWAY);
     /// Looks, is asked, and looks again.
     bool IsClosed(const QString &gateway = GATEWAY);
+    /// Until it was heard.
+    void Ask();
 
+    EapolWatch witness; ///< listens first, and is told last
     ClosedPortWatch watch;
     ClosedPortWatch::Time now{1h};
 };
@@ -52,6 +57,14 @@ void TestClosedPortWatch::init()
     RealIp({"addr", "add", "10.1.0.2/24", "dev", "eth0"});
     QTRY_COMPARE(TestSupport::ReadFile("/sys/class/net/eth0/operstate"), QByteArray("up\n"));
     watch.Reset();
+    witness.End();
+    QVERIFY(!witness.HasAsked("eth0"));
+}
+
+void TestClosedPortWatch::Ask()
+{
+    AskAtTheFarEnd();
+    QVERIFY(QTest::qWaitFor([this] { return witness.HasAsked("eth0"); }, 60000));
 }
 
 int TestClosedPortWatch::ClosedAfter(int looks, const QString &gateway)
@@ -68,14 +81,14 @@ bool TestClosedPortWatch::IsClosed(const QString &gateway)
 {
     if (ClosedAfter(12, gateway) != 0)
         return true;
-    AskAtTheFarEnd();
+    Ask();
     return ClosedAfter(40, gateway) != 0;
 }
 
 void TestClosedPortWatch::portWithoutAGatewayIsClosed()
 {
     QCOMPARE(ClosedAfter(12), 0);
-    AskAtTheFarEnd();
+    Ask();
 
     QCOMPARE(ClosedAfter(40), 10);
 }
@@ -88,6 +101,9 @@ void TestClosedPortWatch::portWhereNobodyAsksIsOpen()
 void TestClosedPortWatch::portOfAGatewayThatAnswersIsOpen()
 {
     RealIp({"-n", "far", "addr", "add", "10.1.0.1/24", "dev", "far-eth0"});
+    QProcess::execute(QStringLiteral("/bin/bash"),
+                      {QStringLiteral("-c"), QStringLiteral("echo >/dev/udp/%1/9").arg(GATEWAY)});
+    QTRY_VERIFY_WITH_TIMEOUT(TestSupport::ReadFile("/proc/net/arp").contains(" 0x2 "), 60000);
 
     for (int i = 0; i < 10; ++i)
         QVERIFY(!IsClosed());
@@ -128,7 +144,7 @@ void TestClosedPortWatch::pauseGrowsUntilTheReset()
 void TestClosedPortWatch::whatWasAskedBeforeThePauseDoesNotCount()
 {
     QCOMPARE(ClosedAfter(12), 0);
-    AskAtTheFarEnd();
+    Ask();
     watch.End();
 
     QCOMPARE(ClosedAfter(100), 0);

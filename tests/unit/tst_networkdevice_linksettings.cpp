@@ -31,6 +31,7 @@ private Q_SLOTS:
     void smallMtuIsRaisedForDhcp_data();
     void smallMtuIsRaisedForDhcp();
     void mtuIsSetAgainAfterARenewal();
+    void renewalHasRoomForALargeAnswer();
     void mtuOfAServerIsTakenBack_data();
     void mtuOfAServerIsTakenBack();
     void refusedSettingIsToldOnce_data();
@@ -233,6 +234,19 @@ void TestNetworkDeviceLinkSettings::mtuIsSetAgainAfterARenewal()
     QCOMPARE(Journal().size(), 2);
     QVERIFY(Journal().first().startsWith("dhclient "));
     QCOMPARE(Journal().last(), "ip link set eth0 mtu 1400");
+}
+
+void TestNetworkDeviceLinkSettings::renewalHasRoomForALargeAnswer()
+{
+    GivenInterface();
+    TestSupport::RealIp({"link", "set", "dev", "eth0", "mtu", "575"});
+    Device device("eth0");
+    device.ConfigureNetwork(true);
+    TestSupport::ClearJournal();
+
+    device.RenewLease();
+
+    QCOMPARE(Journal().first(), "ip link set eth0 mtu 1500");
 }
 
 void TestNetworkDeviceLinkSettings::mtuOfAServerIsTakenBack_data()

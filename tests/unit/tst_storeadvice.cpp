@@ -106,8 +106,7 @@ void TestStoreAdvice::networkIsAdvisedOn_data()
         outside.arg("10.0.1.1"));
     row("gateway is the broadcast address", "lan", address("255.255.255.0", "10.0.1.255"),
         "error: network \"lan\", property \"gateway\" (IPv4 address): \"10.0.1.255\" is the broadcast "
-        "address of "
-        "the network; the kernel refuses it");
+        "address of the network; the kernel refuses it");
     row("gateway in a network of two", "lan", address("255.255.255.254", "10.0.1.3"), "");
     row("gateway is the device itself", "lan", address("255.255.255.0", "10.0.1.2"),
         "error: network \"lan\", property \"gateway\" (IPv4 address): \"10.0.1.2\" is the ipAddress of this "
