@@ -25,6 +25,15 @@ void WaitForAuthentication(CorviPeer &corvi, bool fallbackEnabled, int ticks)
     corvi.WiredDevice()->authWaitTicks = ticks;
 }
 
+/// The event comes while the status is asked for, which drops it.
+void DropBeforeTheStatus(FakeSupplicant &supplicant, const QByteArray &event, const QByteArray &status)
+{
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {event};
+    answer.reply = status;
+    supplicant.SetAnswer("STATUS", answer);
+}
+
 } // namespace
 
 /// 802.1X on the wired network, and its fallback. The supervisor's state is set by hand.
@@ -406,10 +415,7 @@ void TestCorviWired8021x::successDuringTheFallbackCountsBesideAKeptRadio()
 void TestCorviWired8021x::droppedSuccessCounts()
 {
     FakeSupplicant supplicant(QStringLiteral("eth0"));
-    FakeSupplicant::Answer answer;
-    answer.eventsFirst = {"<3>CTRL-EVENT-CONNECTED - "};
-    answer.reply = "wpa_state=COMPLETED\n";
-    supplicant.SetAnswer("STATUS", answer);
+    DropBeforeTheStatus(supplicant, "<3>CTRL-EVENT-CONNECTED - ", "wpa_state=COMPLETED\n");
     CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
     corvi.SettleSupplicant(RUNNING);
     Supervisor::Connect(QStringLiteral("eth0"));
@@ -427,10 +433,7 @@ void TestCorviWired8021x::droppedSuccessCounts()
 void TestCorviWired8021x::droppedEndIsTold()
 {
     FakeSupplicant supplicant(QStringLiteral("eth0"));
-    FakeSupplicant::Answer answer;
-    answer.eventsFirst = {"<3>CTRL-EVENT-DISCONNECTED reason=3"};
-    answer.reply = "wpa_state=DISCONNECTED\n";
-    supplicant.SetAnswer("STATUS", answer);
+    DropBeforeTheStatus(supplicant, "<3>CTRL-EVENT-DISCONNECTED reason=3", "wpa_state=DISCONNECTED\n");
     CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
     corvi.SettleSupplicant(RUNNING);
     Supervisor::Connect(QStringLiteral("eth0"));
