@@ -103,9 +103,12 @@ void Corvi::KeepModemConnected(Modem *modem)
 void Corvi::KeepModemConfigured(Modem *modem)
 {
     const auto now = RetryPause::Time::clock::now();
-    if (!modem->modemConnected || !modem->isRunning || !modem->ipAddress.isEmpty() ||
-        HasGlobalIp6Address(modem->name)) {
+    if (!modem->modemConnected || !modem->isRunning) {
         modemAddressPause.Reset();
+        return;
+    }
+    if (!modem->ipAddress.isEmpty() || HasGlobalIp6Address(modem->name)) {
+        modemAddressPause.NoteSuccess(now);
         modemAddressReport.Over();
         return;
     }

@@ -86,14 +86,14 @@ QString WpaSuppThread::EapProblemIn(const QString &message)
 
 /// To a wired supplicant the connection outlives a re-authentication that fails, as while the server is down,
 /// so that it does not say that it is connected when one succeeds afterwards. The port was closed in between,
-/// and may now lead into another network: once the status says so, a new success, which the service is to
-/// take up.
+/// and may now lead into another network: a new success, which the service is to take up.
 void WpaSuppThread::TakeUpReauthentication()
 {
     if (!wired || associated || !connectionTold)
         return;
+    NoteConnected();
     endUntold = true;
-    MayHaveMissed();
+    missed = Missed::SUCCESS;
 }
 
 void WpaSuppThread::OnSsidTemporarilyDisabled(const QString &message)
@@ -265,7 +265,7 @@ WpaSuppThread::Missed WpaSuppThread::WhatWasMissed() const
     static const QStringList WITHOUT_CONNECTION{QStringLiteral("DISCONNECTED"), QStringLiteral("INACTIVE"),
                                                 QStringLiteral("SCANNING"),
                                                 QStringLiteral("INTERFACE_DISABLED")};
-    if (!wired && !endUntold && !WITHOUT_CONNECTION.contains(statusText))
+    if (!wired && !WITHOUT_CONNECTION.contains(statusText))
         return Missed::UNKNOWN;
     return connectionTold ? Missed::END : Missed::NOTHING;
 }
