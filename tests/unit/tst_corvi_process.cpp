@@ -46,6 +46,7 @@ private Q_SLOTS:
     void secondDaemonAttachesToTheSegment();
     void secondDaemonEndsAndSaysWhy();
     void eventsReachAListener();
+    void goodStoreIsKeptForTheNextStart();
     void argumentsAreUtf8InEveryLocale();
     void closedStreamsLeadNowhere();
     void statusOfTheLoopIsThatOfTheProcess();
@@ -333,6 +334,15 @@ void TestCorviProcess::eventsReachAListener()
     Events events;
     QTRY_VERIFY((events += listener.Take()).size() >= 2);
     QCOMPARE(events, Events({ASSOCIATION_UP, ADDRESS_PRESENT}));
+}
+
+void TestCorviProcess::goodStoreIsKeptForTheNextStart()
+{
+    WriteStore(LAN_STATIC);
+
+    Start();
+
+    QTRY_VERIFY(ReadFile("/var/lib/corvi/last-good.xml").contains("<name>lan</name>"));
 }
 
 void TestCorviProcess::argumentsAreUtf8InEveryLocale()

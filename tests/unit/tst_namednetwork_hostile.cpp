@@ -113,6 +113,9 @@ void TestNamedNetworkHostile::problemIsToldOncePerChange()
     QCOMPARE(linesAfterLoad("other"), 2);
     WriteScepFiles({"a\"#b.crt"});
     QCOMPARE(linesAfterLoad("other"), 3);
+    // It was in order in between: as many are told as of a new one.
+    QCOMPARE(linesAfterLoad("third"), 4);
+    QCOMPARE(linesAfterLoad("fourth"), 5);
 }
 
 void TestNamedNetworkHostile::problemOfADefinitionThatKeepsChangingIsToldAFewTimes()

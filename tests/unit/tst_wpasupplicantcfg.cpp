@@ -177,8 +177,8 @@ void TestWpaSupplicantCfg::macIsThatOfTheFirstWirelessLink_data()
                                   << "02:00:00:00:00:02";
     QTest::newRow("stacked on another link") << wired + "wlan9@eth0 UP 02:00:00:00:00:09 <>\n"
                                              << "02:00:00:00:00:09";
-    QTest::newRow("line cut short") << QByteArray("wlan0 UP\nwlan1 UP 02:00:00:00:00:02 <>\n")
-                                    << "02:00:00:00:00:02";
+    QTest::newRow("lines cut short") << QByteArray("wlan0 UP\nwlan1 UP 02:00:00:00:00:02\n")
+                                     << "02:00:00:00:00:02";
     QTest::newRow("none wireless") << wired << "";
     QTest::newRow("no links") << QByteArray() << "";
 }
