@@ -5,6 +5,8 @@
 
 #include <QByteArray>
 
+#include <array>
+
 #include <arpa/inet.h>
 
 std::optional<quint32> Ipv4Number(const QString &text)
@@ -13,4 +15,12 @@ std::optional<quint32> Ipv4Number(const QString &text)
     if (::inet_pton(AF_INET, text.toUtf8().constData(), &parsed) != 1)
         return std::nullopt;
     return ntohl(parsed.s_addr);
+}
+
+QString Ipv4Text(quint32 number)
+{
+    const in_addr address = {htonl(number)};
+    std::array<char, INET_ADDRSTRLEN> text = {};
+    ::inet_ntop(AF_INET, &address, text.data(), text.size());
+    return QString::fromLatin1(text.data());
 }

@@ -10,6 +10,8 @@
 /// An IPv4 address or netmask in its dotted form, as a number in the machine's own byte order; nothing for
 /// any other text.
 std::optional<quint32> Ipv4Number(const QString &text);
+/// The other way round.
+QString Ipv4Text(quint32 number);
 
 /// Whether two addresses are in one subnet: the kernel refuses a gateway that is outside of its interface's.
 constexpr bool AreInOneSubnet(quint32 address, quint32 other, quint32 netmask)

@@ -214,6 +214,7 @@ private:
     void NoteStaticAttempt();
     void TellOfOwnGateway(const QString &gateway, const QString &address);
     void RestoreGateway(const QString &gateway, int metric);
+    bool RestoreSubnetRoute(const QString &gateway);
 
     void EndDhcpClient();
     void TakeBackDhcpMtu();

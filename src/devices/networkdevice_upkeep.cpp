@@ -16,6 +16,7 @@
 
 namespace {
 
+const QString IP = QStringLiteral("ip");
 /// The client's hook leaves this file, one an interface, where the last answer of the server named no
 /// gateway.
 const QString NO_ROUTER = QStringLiteral("/run/corvi-no-router.");
@@ -50,7 +51,21 @@ void NetworkDevice::RestoreGateway(const QString &gateway, int metric)
                              name};
     if (metric > 0)
         arguments << QStringLiteral("metric") << QString::number(metric);
-    Utils::Execute(QStringLiteral("ip"), arguments, false);
+    if (!Utils::Succeeds(IP, arguments) && RestoreSubnetRoute(gateway))
+        Utils::Execute(IP, arguments, false);
+}
+
+/// The kernel sets the route of the subnet with its address, and not again: whoever clears all routes of the
+/// interface takes it along, and the gateway is out of reach.
+bool NetworkDevice::RestoreSubnetRoute(const QString &gateway)
+{
+    if (!GatewayFault(gateway, ipAddress, netmask).isEmpty())
+        return false;
+    const quint32 network = Ipv4Number(ipAddress).value_or(0) & Ipv4Number(netmask).value_or(0);
+    return Utils::Succeeds(IP, {QStringLiteral("route"), QStringLiteral("replace"),
+                                Ipv4Text(network) + QLatin1Char('/') + netmask, QStringLiteral("dev"), name,
+                                QStringLiteral("proto"), QStringLiteral("kernel"), QStringLiteral("scope"),
+                                QStringLiteral("link"), QStringLiteral("src"), ipAddress});
 }
 
 void NetworkDevice::KeepStaticAddress()

@@ -19,6 +19,7 @@ private Q_SLOTS:
     void cleanup() { corvi.reset(); }
 
     void lostRouteOfALeaseIsSetAgain();
+    void routeThatWentWithItsSubnetIsSetAgain();
     void routeThatCannotBeSetWaits();
     void routeOfALeaseKeepsItsMetric();
     void routeThatSomebodySetInstead();
@@ -82,6 +83,17 @@ void TestCorviRoute::lostRouteOfALeaseIsSetAgain()
     Forget();
     corvi->Tick(3);
     QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviRoute::routeThatWentWithItsSubnetIsSetAgain()
+{
+    LearnRoute();
+    const QByteArray before = RealIp({"route"});
+
+    RealIp({"route", "flush", "dev", "eth0"});
+    corvi->Tick();
+
+    QCOMPARE(RealIp({"route"}), before);
 }
 
 void TestCorviRoute::routeThatCannotBeSetWaits()
