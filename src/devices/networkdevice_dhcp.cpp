@@ -4,9 +4,11 @@
 #include "networkdevice.h"
 
 #include "defaultroute.h"
+#include "interfacekind.h"
 #include "logging.h"
 #include "paths.h"
 #include "processmemory.h"
+#include "processsignals.h"
 #include "program.h"
 #include "securefile.h"
 #include "timing.h"
@@ -15,6 +17,7 @@
 #include "zebsystem.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
@@ -44,6 +47,8 @@ const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
 /// In characters; one of an ordinary attempt has about a thousand.
 constexpr int LARGE_TRANSCRIPT = 100000;
+/// A link that is only negotiated anew, as for another MTU, is back by then.
+constexpr int LINK_LOSS_LIMIT_MS = 5000;
 
 /// Empty when there is no such file, nothing when it cannot be read.
 std::optional<QByteArray> ReadResolver()
@@ -99,8 +104,8 @@ bool HasScriptFailed(const QString &transcript)
     return transcript.contains(QStringLiteral("DHCPDECLINE "));
 }
 
-/// What the client printed. Where the adapter is pulled, it would go on to its limit, and hold the
-/// supervision.
+/// What the client printed. Where the adapter or the cable is pulled, or we are to end, it would go on to its
+/// limit, and hold the supervision.
 QString RunClient(const QString &interfaceName, const QStringList &options)
 {
     const QStringList arguments = QStringList{QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF} +
@@ -109,10 +114,18 @@ QString RunClient(const QString &interfaceName, const QStringList &options)
                       << "dhclient" << arguments;
     const QByteArray kernelName = QFile::encodeName(interfaceName);
     const unsigned int index = IndexOf(kernelName).value_or(0);
-    const auto isGone = [&kernelName, index] {
-        return index != 0 && IndexOf(kernelName).value_or(index) != index;
+    QElapsedTimer linkSeen;
+    const auto isPointless = [&] {
+        const QByteArray carrier = LinkAttribute(interfaceName, "carrier");
+        if (carrier == "1")
+            linkSeen.start();
+        const bool isLinkLost =
+            carrier == "0" && linkSeen.isValid() && linkSeen.hasExpired(LINK_LOSS_LIMIT_MS);
+        const bool isGone = index != 0 && IndexOf(kernelName).value_or(index) != index;
+        return isLinkLost || isGone || ProcessSignals::IsEndAsked();
     };
-    return Utils::ExecuteMerged(DHCLIENT, arguments, PROGRAM_TIME_LIMIT_MS, isGone).join(QLatin1Char('\n'));
+    return Utils::ExecuteMerged(DHCLIENT, arguments, PROGRAM_TIME_LIMIT_MS, isPointless)
+        .join(QLatin1Char('\n'));
 }
 
 } // namespace

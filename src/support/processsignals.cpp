@@ -62,6 +62,11 @@ ProcessSignals::~ProcessSignals()
     }
 }
 
+bool ProcessSignals::IsEndAsked()
+{
+    return terminationWanted != 0;
+}
+
 void ProcessSignals::OnReadable()
 {
     char bytes[16];

@@ -22,6 +22,8 @@ public:
 
     /// Why nothing is caught, so that each of the signals ends the program outright; empty when all are.
     QString Error() const { return error; }
+    /// Whether an end is asked for that the event loop has not delivered yet, as it waits for something.
+    static bool IsEndAsked();
 
 signals:
     // Emitted by the event loop of the thread that made the object, which no slot may delete.

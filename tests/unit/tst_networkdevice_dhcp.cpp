@@ -5,6 +5,7 @@
 #include "logging.h"
 #include "mountpoint.h"
 #include "networkdevice.h"
+#include "processsignals.h"
 #include "program.h"
 #include "testsupport.h"
 #include "timing.h"
@@ -12,6 +13,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QSignalSpy>
 #include <QtTest>
 
 #include <csignal>
@@ -70,8 +72,11 @@ private Q_SLOTS:
     void crashedClientIsAFailure();
     void hangingClientIsStoppedAfterItsLimit_data();
     void hangingClientIsStoppedAfterItsLimit();
-    void clientWhoseInterfaceWentIsStoppedAtOnce_data();
-    void clientWhoseInterfaceWentIsStoppedAtOnce();
+    void clientWhoseLinkWentIsStopped_data();
+    void clientWhoseLinkWentIsStopped();
+    void clientIsStoppedForTheEnd();
+    void clientGoesOnWithoutALink_data();
+    void clientGoesOnWithoutALink();
     void clientIsNotStoppedForWantOfADescriptor();
 };
 
@@ -539,18 +544,19 @@ void TestNetworkDeviceDhcp::leasesThatCannotBeRemovedAreToldOnce()
     QCOMPARE(TestSupport::LogText().count(told), 2);
 }
 
-void TestNetworkDeviceDhcp::clientWhoseInterfaceWentIsStoppedAtOnce_data()
+void TestNetworkDeviceDhcp::clientWhoseLinkWentIsStopped_data()
 {
     QTest::addColumn<QByteArray>("fault");
 
     QTest::newRow("adapter pulled") << QByteArray("ip link delete eth0");
     QTest::newRow("another put in at once")
         << QByteArray("ip link delete eth0; ip link add eth0 type veth peer name peer0");
+    QTest::newRow("cable pulled") << QByteArray("sleep 1; ip link set peer0 down");
     QTest::newRow("renamed") << QByteArray("ip link set eth0 down; ip link set eth0 name lan0");
 }
 
 /// It may go on trying for as long as it is let, and holds the supervision meanwhile.
-void TestNetworkDeviceDhcp::clientWhoseInterfaceWentIsStoppedAtOnce()
+void TestNetworkDeviceDhcp::clientWhoseLinkWentIsStopped()
 {
     QFETCH(QByteArray, fault);
     TestSupport::RemoveInterfaces();
@@ -565,6 +571,45 @@ void TestNetworkDeviceDhcp::clientWhoseInterfaceWentIsStoppedAtOnce()
     QVERIFY(timer.elapsed() < PROGRAM_TIME_LIMIT_MS);
     QCOMPARE(TestSupport::ReadFile(TRANSCRIPT), QByteArray("DHCPDISCOVER on eth0\n"));
     QVERIFY(!TestSupport::LogText().contains("is killed"));
+    TestSupport::RemoveInterfaces();
+}
+
+void TestNetworkDeviceDhcp::clientIsStoppedForTheEnd()
+{
+    ProcessSignals source(nullptr);
+    QSignalSpy ends(&source, &ProcessSignals::terminationRequested);
+    TestSupport::Answer("dhclient", "kill -TERM " + QByteArray::number(QCoreApplication::applicationPid()) +
+                                        "; sleep 600");
+    NetworkDevice device("eth0", nullptr);
+    QElapsedTimer timer;
+    timer.start();
+
+    QVERIFY(!device.Dhclient("eth0"));
+
+    QVERIFY(timer.elapsed() < PROGRAM_TIME_LIMIT_MS);
+    QTRY_COMPARE(ends.size(), 1);
+}
+
+void TestNetworkDeviceDhcp::clientGoesOnWithoutALink_data()
+{
+    QTest::addColumn<bool>("linkAtFirst");
+    QTest::addColumn<QByteArray>("fault");
+
+    QTest::newRow("lost for a moment") << true << QByteArray("sleep 6; ip link set peer0 down; sleep 1");
+    QTest::newRow("never seen") << false << QByteArray("sleep 6");
+}
+
+void TestNetworkDeviceDhcp::clientGoesOnWithoutALink()
+{
+    QFETCH(bool, linkAtFirst);
+    QFETCH(QByteArray, fault);
+    GivenInterface();
+    TestSupport::SetCable("peer0", linkAtFirst);
+    TestSupport::Answer("dhclient", fault + "; echo bound to 10.0.0.5");
+    NetworkDevice device("eth0", nullptr);
+
+    QVERIFY(device.Dhclient("eth0"));
+
     TestSupport::RemoveInterfaces();
 }
 

@@ -58,8 +58,10 @@ void TestProcessSignals::signalIsDeliveredByTheEventLoop()
 
     ::raise(number);
     QCOMPARE(ends.size() + reloadRequests.size(), 0);
+    QCOMPARE(ProcessSignals::IsEndAsked(), terminations == 1);
 
     QTRY_COMPARE(ends.size() + reloadRequests.size(), 1);
+    QVERIFY(!ProcessSignals::IsEndAsked());
     QCOMPARE(ends.size(), terminations);
     QCOMPARE(reloadRequests.size(), reloads);
 }
