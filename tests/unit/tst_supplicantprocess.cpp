@@ -41,6 +41,7 @@ private slots:
     void findsItsOwn();
     void namesTheInterfacesOfOthers_data();
     void namesTheInterfacesOfOthers();
+    void namesTheInterfaceOfTheFirstOption();
     void endsAProcess();
     void waitsOnWhenInterrupted();
     void canBeMoved();
@@ -172,6 +173,20 @@ void TestSupplicantProcess::namesTheInterfacesOfOthers()
     QVERIFY(process.waitForReadyRead());
 
     QTEST(SupplicantProcess::ForeignInterfaces(CONFIGURATION), "expected");
+
+    process.closeWriteChannel();
+    QVERIFY(process.waitForFinished());
+}
+
+void TestSupplicantProcess::namesTheInterfaceOfTheFirstOption()
+{
+    // An option of the same letter lets this program pass for one.
+    QProcess process;
+    process.start("bash", {"-c", "exec -a wpa_supplicant grep -i eth0 --line-buffered"});
+    process.write("eth0\n");
+    QVERIFY(process.waitForReadyRead());
+
+    QCOMPARE(SupplicantProcess::ForeignInterfaces(CONFIGURATION), QStringList{"eth0"});
 
     process.closeWriteChannel();
     QVERIFY(process.waitForFinished());
