@@ -259,6 +259,7 @@ void TestWpaCtrlOpen::takesTheLongestPath()
     FakeSupplicant supplicant(Address(path));
 
     QVERIFY(Open(path));
+    QVERIFY(!Open(path + 'x'));
 
     QVERIFY(QFile::remove(QString::fromLatin1(path)));
 }
