@@ -3,6 +3,7 @@
 
 // The tick of a supplicant that runs: the control connection, and the count of ticks without an association.
 
+#include "debugoutput.h"
 #include "managersocket.h"
 #include "supervisorworld.h"
 #include "wpasupplicantcontrol.h"
@@ -13,18 +14,6 @@
 #include <QTest>
 
 #include <memory>
-
-namespace {
-
-int DebugLines = 0;
-void CountDebugLines(QtMsgType type, const QMessageLogContext &, const QString &text)
-{
-    if (type == QtDebugMsg && (text.contains(QLatin1String("wpa_supplicant can't connect to specified AP")) ||
-                               text.contains(QLatin1String("Stopping wpa_supplicant"))))
-        ++DebugLines;
-}
-
-} // namespace
 
 class TestWpaSuppThreadSupervision : public QObject, private SupervisedSupplicant
 {
@@ -158,18 +147,16 @@ void TestWpaSuppThreadSupervision::countsTwiceWithoutConnection()
 
 void TestWpaSuppThreadSupervision::stopsAfterThirtyOneTicksWithoutConnection()
 {
-    DebugLines = 0;
     supplicant.reset();
     supervisor->Supervise();
     supervisor->Tick(30);
     QVERIFY(!supervisor->IsStopRequested());
     QCOMPARE(supervisor->UnassociatedTicks(), 60);
-    qInstallMessageHandler(CountDebugLines);
+    const DebugOutput output;
 
     supervisor->Tick();
 
-    qInstallMessageHandler(nullptr);
-    QCOMPARE(DebugLines, 1);
+    QCOMPARE(DebugOutput::Take(), QStringList{"Stopping wpa_supplicant"});
     QVERIFY(supervisor->IsStopRequested());
     QVERIFY(supervisor->IsRunning());
     QCOMPARE(LastLogLine(), QStringLiteral(" failed to connect, Stopping wpa_supplicant "));
@@ -252,22 +239,15 @@ void TestWpaSuppThreadSupervision::forgetsTheTicksWhenAssociated()
 
 void TestWpaSuppThreadSupervision::saysEverySixtyTicksThatItCannotConnect()
 {
-    DebugLines = 0;
     supervisor->Supervise();
-    qInstallMessageHandler(CountDebugLines);
-    supervisor->Tick(60);
-    const int afterSixty = DebugLines;
-    supervisor->Tick();
-    const int afterSixtyOne = DebugLines;
-    supervisor->Tick(60);
-    const int afterSixtyMore = DebugLines;
-    supervisor->Tick();
-    qInstallMessageHandler(nullptr);
+    const DebugOutput output;
 
-    QCOMPARE(afterSixty, 0);
-    QCOMPARE(afterSixtyOne, 1);
-    QCOMPARE(afterSixtyMore, 1);
-    QCOMPARE(DebugLines, 2);
+    for (int i = 0; i < 2; ++i) {
+        supervisor->Tick(60);
+        QCOMPARE(DebugOutput::Take(), QStringList());
+        supervisor->Tick();
+        QCOMPARE(DebugOutput::Take(), QStringList{"wpa_supplicant can't connect to specified AP"});
+    }
     QVERIFY(supervisor->IsRunning());
     QVERIFY(!supervisor->IsStopRequested());
 }
