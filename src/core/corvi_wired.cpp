@@ -201,7 +201,8 @@ void Corvi::FollowFallback(NetworkDevice *d)
         closedPortWatch.End();
         return;
     }
-    if (!closedPortWatch.Look(d->name.toLocal8Bit(), d->Gateway(), ClosedPortWatch::Time::clock::now()))
+    if (!closedPortWatch.Look(d->name.toLocal8Bit(), d->ReachableGateway(),
+                              ClosedPortWatch::Time::clock::now()))
         return;
     LogOnce(askedReport, d->name)
         << "Corvi::WiredNetworkSetup:: asked to authenticate, and the gateway is silent: the fallback ends on"

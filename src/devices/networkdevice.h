@@ -137,8 +137,9 @@ public:
     /// That the default route is to lead to, of the definition or, while there is none at all, of the lease;
     /// empty where none is known.
     QString ExpectedGateway() const;
-    /// Of the definition or of the lease in force; empty where none is known.
-    QString Gateway() const;
+    /// Of the definition or of the lease in force, where the interface leads to it; empty where none is
+    /// known.
+    QString ReachableGateway() const;
     bool getNamedNetworksForDevice();
     /// The names of the definitions that apply, in the order in which they are considered.
     QStringList GetNamedNetworks() const;
@@ -228,6 +229,7 @@ private:
 
     // The steps of ConfigureNetwork().
     void ApplyConfig(bool renew);
+    QString Gateway() const;
     void ApplyWiredFlags();
     void ApplyStaticAddress();
     void ObtainAddress();

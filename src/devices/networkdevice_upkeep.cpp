@@ -169,6 +169,17 @@ QString NetworkDevice::ExpectedGateway() const
     return ReadDefaultRoutes().isEmpty() && !HasRoutesForBothHalves() ? gateway : QString();
 }
 
+QString NetworkDevice::ReachableGateway() const
+{
+    QString gateway = Gateway();
+    if (gateway == ipAddress)
+        return QString();
+    // By that of a lease the kernel has a route.
+    const bool isStatic = currentConfig && currentConfig->staticIp;
+    return isStatic && !GatewayFault(gateway, ipAddress, netmask).isEmpty() ? QString() : gateway;
+}
+
+/// Empty where none is known.
 QString NetworkDevice::Gateway() const
 {
     if (currentConfig && currentConfig->staticIp)

@@ -9,6 +9,9 @@
 #include <algorithm>
 
 #include <arpa/inet.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,16 +25,32 @@ constexpr std::chrono::seconds REST{60};
 constexpr int SILENT_LOOKS = 10;
 /// A neighbour that is known is taken for there for some 8 s before it is asked anew.
 constexpr int MOST_LOOKS = SILENT_LOOKS + 20;
-constexpr in_port_t DISCARD_PORT = 9;
 
-/// So that the kernel asks for its hardware address, in our name, and again while there is no answer.
-bool SendTo(const sockaddr_in &gateway)
+/// Has the kernel ask for its hardware address by this interface, in our name, and again while there is no
+/// answer, as where something is sent to it (rtnetlink(7)). By which one it would be sent is another
+/// question.
+bool Solicit(const in_addr &neighbour, unsigned int interfaceIndex)
 {
-    const int socketFd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    struct
+    {
+        nlmsghdr header;
+        ndmsg entry;
+        rtattr destination;
+        in_addr address;
+    } request = {};
+    request.header.nlmsg_len = sizeof request;
+    request.header.nlmsg_type = RTM_NEWNEIGH;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_CREATE;
+    request.entry.ndm_family = AF_INET;
+    request.entry.ndm_ifindex = static_cast<int>(interfaceIndex);
+    request.entry.ndm_flags = NTF_USE;
+    request.destination.rta_len = RTA_LENGTH(sizeof neighbour);
+    request.destination.rta_type = NDA_DST;
+    request.address = neighbour;
+    const int socketFd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
     if (socketFd == -1)
         return false;
-    const bool isSent =
-        ::sendto(socketFd, "", 1, 0, reinterpret_cast<const sockaddr *>(&gateway), sizeof gateway) == 1;
+    const bool isSent = ::send(socketFd, &request, sizeof request, 0) == sizeof request;
     ::close(socketFd);
     return isSent;
 }
@@ -92,11 +111,10 @@ void ClosedPortWatch::Reset()
 
 std::optional<bool> ClosedPortWatch::Answers(const QByteArray &interfaceName, const QString &gateway)
 {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(DISCARD_PORT);
+    in_addr address = {};
     const QByteArray text = gateway.toLatin1();
-    if (::inet_pton(AF_INET, text.constData(), &address.sin_addr) != 1 || !SendTo(address))
+    if (::inet_pton(AF_INET, text.constData(), &address) != 1 ||
+        !Solicit(address, ::if_nametoindex(interfaceName.constData())))
         return std::nullopt;
     return IsResolved(text, interfaceName);
 }

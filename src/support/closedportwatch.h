@@ -20,8 +20,8 @@ class ClosedPortWatch
 public:
     using Time = std::chrono::steady_clock::time_point;
 
-    /// True once the port is closed. The next such answer is at least 20 s away, and each time twice as long,
-    /// up to 10 minutes, until Reset().
+    /// True once the port is closed. The gateway is one that can be reached by the interface. The next such
+    /// answer is at least 20 s away, and each time twice as long, up to 10 minutes, until Reset().
     bool Look(const QByteArray &interfaceName, const QString &gateway, Time now);
     /// The port is not used without authentication, or not any more: listens no more.
     void End();

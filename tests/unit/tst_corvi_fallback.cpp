@@ -20,7 +20,8 @@ private Q_SLOTS:
     void init() { StartFromNothing(); }
 
     void authenticatorThatAsksEndsTheFallback();
-    void portOfAGatewayThatAnswersStaysInItsFallback();
+    void portThatNobodyKnowsToBeClosedStaysInItsFallback_data();
+    void portThatNobodyKnowsToBeClosedStaysInItsFallback();
 };
 
 /// The gateway is silent: the port is closed.
@@ -45,10 +46,19 @@ void TestCorviFallback::authenticatorThatAsksEndsTheFallback()
     QCOMPARE(LogLines().filter("the fallback ends on eth0").size(), 1);
 }
 
-/// As a switch does at a port that it has opened for guests.
-void TestCorviFallback::portOfAGatewayThatAnswersStaysInItsFallback()
+void TestCorviFallback::portThatNobodyKnowsToBeClosedStaysInItsFallback_data()
 {
-    CorviPeer corvi(LAN_8021X_STATIC, {"eth0"}, SET_UP);
+    QTest::addColumn<QByteArray>("gateway");
+
+    QTest::newRow("opened for guests: the gateway answers") << QByteArray("10.1.0.1");
+    QTest::newRow("the gateway is ourselves") << QByteArray("10.1.0.2");
+    QTest::newRow("the gateway is out of reach") << QByteArray("192.0.2.1");
+}
+
+void TestCorviFallback::portThatNobodyKnowsToBeClosedStaysInItsFallback()
+{
+    QFETCH(QByteArray, gateway);
+    CorviPeer corvi(QByteArray(LAN_8021X_STATIC).replace("10.1.0.1", gateway), {"eth0"}, SET_UP);
     RealIp({"-n", "far", "addr", "add", "10.1.0.1/24", "dev", "far-eth0"});
     corvi.WiredDevice()->inFallback = true;
     Supervisor::Set(GONE);
