@@ -190,7 +190,7 @@ void NetworkDevice::TellOfLostResolver(const QString &transcript)
 void NetworkDevice::TellOfLostGateway(const QString &transcript)
 {
     static const QRegularExpression complaint(
-        QStringLiteral("the gateway [0-9.]+ is outside the subnet of [0-9./]+|"
+        QStringLiteral("the gateway [0-9.]+ is (?:outside the subnet|the broadcast address) of [0-9./]+|"
                        "the classless routes have none and come in the place of the gateway [0-9.]+"));
     const QRegularExpressionMatch match = complaint.match(transcript);
     if (!match.hasMatch()) {

@@ -384,6 +384,14 @@ class Routes(HookTest):
                        {"new_routers": "10.99.0.1", "new_subnet_mask": ""}):
             self.assertNotIn("outside the subnet", client_script("BOUND", "eth0", 0, **values))
 
+    def test_gateway_that_is_the_broadcast_address_is_told(self):
+        self.given_cables("eth0")
+
+        said = client_script("BOUND", "eth0", 0, new_routers="10.0.0.255", new_broadcast_address="10.0.0.255")
+
+        self.assertIn("the gateway 10.0.0.255 is the broadcast address of 10.0.0.2/255.255.255.0\n", said)
+        self.assertEqual(default_routes(), [])
+
     def test_gateway_is_reached_without_a_netmask(self):
         self.given_cables("eth0")
 
