@@ -65,7 +65,10 @@ Verdict NotInUse(const InterfaceState &state, const QString &carrier)
     if (!carrier.isEmpty())
         return Good("standby", QStringLiteral("not used while %1 carries the traffic").arg(carrier));
     if (state.kind == QLatin1String("modem"))
-        return Fault("given-up", QStringLiteral("not used until the next rescan: its link did not come up"));
+        return Fault("given-up",
+                     QStringLiteral("not used until the next rescan: ") +
+                         (state.connectionFault.isEmpty() ? QStringLiteral("its link did not come up")
+                                                          : state.connectionFault));
     return Waiting("standby", QStringLiteral("waiting for its turn after the wired interfaces"));
 }
 
@@ -182,6 +185,8 @@ Verdict WithoutAddress(const InterfaceState &state, const SystemReport &system)
 {
     if (state.isStatic)
         return WithoutStaticAddress(system.daemon.state);
+    if (state.kind == QLatin1String("modem") && !state.isConnected)
+        return Waiting("no-address", QStringLiteral("no address: waiting for the modem to connect"));
     if (state.dhcpFailures == 0)
         return Waiting("no-address", QStringLiteral("no address yet"));
     Verdict verdict = FailedDhcp(state, system.daemon.state);
@@ -245,6 +250,8 @@ Verdict InUse(const InterfaceReport &interface, const SystemReport &system)
         return RadioOff(interface.link);
     if (!interface.link.isUp)
         return WithoutLink(system.daemon.state);
+    if (!state.connectionFault.isEmpty())
+        return Fault("not-connected", QStringLiteral("not connected: ") + state.connectionFault);
     if (!interface.link.hasCarrier)
         return WithoutCarrier(interface, system);
     if (state.definitionCount == 0 && state.kind != QLatin1String("modem"))

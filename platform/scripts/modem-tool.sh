@@ -5,8 +5,9 @@
 # modem-tool.sh connect | disconnect | ip_config | status
 #
 # The cellular modem through ModemManager. Every call of mmcli is bounded, as
-# the caller waits without a limit. "status" prints "connected", "disconnected"
-# or "cannot find modem"; it runs every second. The access point name, where the
+# the caller waits without a limit. "status" prints "connected", "disconnected",
+# "cannot find modem", or what somebody has to do something about, as a SIM that
+# wants its PIN; it runs every second. The access point name, where the
 # network needs one, is the first line of /tmp/config/files/network/apn, a file
 # of root's own.
 set -u
@@ -45,11 +46,18 @@ connection_status() {
         return
     }
     field modem.generic.state "$modem"
-    if [ "$value" = connected ]; then
-        echo connected
-    else
-        echo disconnected
-    fi
+    case $value in
+        connected) echo connected ;;
+        locked)
+            field modem.generic.unlock-required "$modem"
+            echo "the SIM is locked${value:+: $value}"
+            ;;
+        failed)
+            field modem.generic.state-failed-reason "$modem"
+            echo "the modem has failed${value:+: $value}"
+            ;;
+        *) echo disconnected ;;
+    esac
 }
 
 # Where users may write: a pipe would be waited for, a link show them what root alone may read.

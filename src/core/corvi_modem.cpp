@@ -33,6 +33,12 @@ bool HasGlobalIp6Address(const QString &interfaceName)
     });
 }
 
+QString NameWithFault(const Modem &modem)
+{
+    return modem.connectionFault.isEmpty() ? modem.name
+                                           : modem.name + QStringLiteral(" -- ") + modem.connectionFault;
+}
+
 } // namespace
 
 int Corvi::ModemNetworkSetup(bool takeDown, bool bringUp)
@@ -70,7 +76,7 @@ void Corvi::BringModemUp()
         PublishAddress(modem);
     } else if (++conn_counter > MODEM_ATTEMPTS) {
         LogOnce(modemReport, QStringLiteral("no link"))
-            << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << modem->name;
+            << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << NameWithFault(*modem);
         modem->Down();
         modemDevice = nullptr;
         modemDropped = RetryPause::Time::clock::now();
@@ -92,8 +98,8 @@ void Corvi::KeepModemConnected(Modem *modem)
     }
     if (!modemConnectPause.IsDue(now))
         return;
-    LogOnce(modemConnectReport) << "Corvi::ModemNetworkSetup - not connected, connecting again:"
-                                << modem->name;
+    LogOnce(modemConnectReport, modem->connectionFault)
+        << "Corvi::ModemNetworkSetup - not connected, connecting again:" << NameWithFault(*modem);
     modem->Connect();
     modemConnectPause.NoteAttempt(RetryPause::Time::clock::now());
 }

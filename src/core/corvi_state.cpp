@@ -101,6 +101,7 @@ InterfaceState Corvi::StateOf(const NetworkDevice *d, const InterfaceState &earl
     state.isHeldDown = d->stopped;
     const auto *const modem = qobject_cast<const Modem *>(d);
     state.isConnected = modem && modem->modemConnected;
+    state.connectionFault = modem ? modem->connectionFault : QString();
     state.usesSupplicant = d->usesSupplicant;
     state.isInFallback = d->inFallback;
     if (d->usesSupplicant && state.isInUse)

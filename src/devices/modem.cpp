@@ -6,7 +6,12 @@
 #include "program.h"
 #include "zebsystem.h"
 
+#include <algorithm>
+
 namespace {
+
+/// In bytes: it goes into a line of the log.
+constexpr int LONGEST_FAULT = 100;
 
 QByteArray AskModemTool()
 {
@@ -46,7 +51,19 @@ void Modem::ConfigureIFace()
 
 void Modem::UpdateConnectionStatus()
 {
-    modemConnected = IsConnectedIn(AskModemTool());
+    const QByteArray answer = AskModemTool();
+    modemConnected = IsConnectedIn(answer);
+    connectionFault = FaultIn(answer);
+}
+
+QString Modem::FaultIn(const QByteArray &answer)
+{
+    const QByteArray words = answer.left(LONGEST_FAULT).simplified();
+    const auto isPrintable = [](char c) {
+        return c >= ' ' && c <= '~';
+    };
+    const bool isText = std::all_of(words.begin(), words.end(), isPrintable);
+    return isText && words != "connected" && words != "disconnected" ? QString::fromLatin1(words) : QString();
 }
 
 bool Modem::IsModemReady()

@@ -22,7 +22,10 @@ public:
 
     // By what modem-tool.sh said of its status.
     static bool IsConnectedIn(const QByteArray &status) { return status.trimmed() == "connected"; }
+    /// Why there is no connection, as far as the tool says more than that there is none.
+    static QString FaultIn(const QByteArray &answer);
     static bool IsModemIn(const QByteArray &status) { return !status.contains("cannot find"); }
 
     bool modemConnected = false;
+    QString connectionFault; ///< empty where none is known
 };

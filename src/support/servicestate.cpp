@@ -105,6 +105,7 @@ template <typename Visitor, typename State> void VisitMembers(Visitor &visitor, 
     visitor.Member("inUse", state.isInUse);
     visitor.Member("heldDown", state.isHeldDown);
     visitor.Member("connected", state.isConnected);
+    visitor.Member("connectionFault", state.connectionFault);
     visitor.Member("usesSupplicant", state.usesSupplicant);
     visitor.Member("inFallback", state.isInFallback);
     visitor.Member("authenticationSinceMs", state.authenticationSince);
@@ -124,9 +125,10 @@ template <typename Visitor, typename State> void VisitMembers(Visitor &visitor, 
 auto Tied(const InterfaceState &s)
 {
     return std::tie(s.name, s.kind, s.definition, s.definitionCount, s.isStatic, s.isInUse, s.isHeldDown,
-                    s.isConnected, s.usesSupplicant, s.isInFallback, s.authenticationSince, s.fallbackSeconds,
-                    s.lastFailure, s.failureSince, s.nextSupplicantStart, s.gateway, s.addressHolder,
-                    s.dhcpFailures, s.dhcpRefuser, s.dhcpOfferer, s.dhcpSince, s.nextDhcpStart);
+                    s.isConnected, s.connectionFault, s.usesSupplicant, s.isInFallback, s.authenticationSince,
+                    s.fallbackSeconds, s.lastFailure, s.failureSince, s.nextSupplicantStart, s.gateway,
+                    s.addressHolder, s.dhcpFailures, s.dhcpRefuser, s.dhcpOfferer, s.dhcpSince,
+                    s.nextDhcpStart);
 }
 
 ServiceState FromJson(const QJsonObject &object)

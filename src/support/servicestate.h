@@ -25,6 +25,7 @@ struct InterfaceState
     bool isInUse = false;     ///< its turn has come
     bool isHeldDown = false;  ///< taken down, as a better one carries
     bool isConnected = false; ///< of a modem: its tool says so
+    QString connectionFault;  ///< of a modem: why it is not, as far as its tool says
 
     bool usesSupplicant = false;
     bool isInFallback = false;                 ///< goes on without authentication

@@ -270,6 +270,15 @@ bearer.ipv4-config.mtu             : 1400
                 self.given_modem(state)
                 self.assertEqual(script("modem-tool.sh", "status"), expected + "\n")
 
+    def test_status_of_a_modem_that_somebody_has_to_look_at(self):
+        for state, key, reason, expected in (
+                ("locked", "unlock-required", "sim-pin", "the SIM is locked: sim-pin"),
+                ("locked", "unlock-required", "--", "the SIM is locked"),
+                ("failed", "state-failed-reason", "sim-missing", "the modem has failed: sim-missing")):
+            with self.subTest(state=state, reason=reason):
+                fake("mmcli", f"echo 'modem.generic.state : {state}'; echo 'modem.generic.{key} : {reason}'")
+                self.assertEqual(script("modem-tool.sh", "status"), expected + "\n")
+
     def test_status_without_a_modem(self):
         fake("mmcli", "echo \"error: couldn't find modem\" >&2; exit 1")
 

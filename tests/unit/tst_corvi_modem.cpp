@@ -44,6 +44,7 @@ private Q_SLOTS:
     void changeOfTheConnectionIsReported();
     void connectionThatStaysIsNotReported();
     void connectionThatFailedIsTriedAgain();
+    void faultOfTheModemIsTold();
     void connectionThatWasLostIsMadeAgain();
     void connectionWithoutAnAddressIsConfiguredAgain();
     void addressOfTheNextGenerationIsEnough();
@@ -202,6 +203,19 @@ void TestCorviModem::connectionThatFailedIsTriedAgain()
     corvi.Tick();
     QCOMPARE(JournalOf(connect).size(), 1);
     QCOMPARE(LogLines().filter("connecting again").size(), 1);
+}
+
+void TestCorviModem::faultOfTheModemIsTold()
+{
+    SetModemStatus("the SIM is locked\n");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    Forget();
+
+    FastClock::Advance(10s);
+    corvi.Tick();
+
+    QCOMPARE(LogLines(), QStringList{"Corvi::ModemNetworkSetup - not connected, connecting again: "
+                                     "wwan0 -- the SIM is locked"});
 }
 
 void TestCorviModem::connectionThatWasLostIsMadeAgain()

@@ -53,6 +53,7 @@ private Q_SLOTS:
 
     void stateIsTold();
     void kindsAndWhoseTurnItIsAreTold();
+    void faultOfAModemIsTold();
     void secondPortIsToldToBeHeldDown();
     void expectedGatewayIsTold();
     void toolThatFailsIsTold();
@@ -115,6 +116,16 @@ void TestCorviState::kindsAndWhoseTurnItIsAreTold()
     QVERIFY(!Told(0).isConnected && !Told(1).isConnected && Told(2).isConnected);
     QVERIFY(Told(2).isInUse && !Told(1).isInUse);
     QCOMPARE(Told(1).definition, "Office");
+}
+
+void TestCorviState::faultOfAModemIsTold()
+{
+    Answer("modem-tool.sh", "[ \"$1\" != status ] || echo the SIM is locked");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+
+    corvi.Tick();
+
+    QCOMPARE(Told().connectionFault, "the SIM is locked");
 }
 
 void TestCorviState::secondPortIsToldToBeHeldDown()

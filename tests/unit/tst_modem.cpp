@@ -23,6 +23,8 @@ private Q_SLOTS:
     void configuresItsInterface();
     void statusDecidesConnection_data();
     void statusDecidesConnection();
+    void statusTellsAFault_data();
+    void statusTellsAFault();
     void changedStatusIsNoEvent();
     void readinessIsTakenFromTheStatus_data();
     void readinessIsTakenFromTheStatus();
@@ -106,6 +108,29 @@ void TestModem::statusDecidesConnection()
     modem.UpdateConnectionStatus();
 
     QCOMPARE(modem.modemConnected, connected);
+}
+
+void TestModem::statusTellsAFault_data()
+{
+    QTest::addColumn<QByteArray>("status");
+    QTest::addColumn<QString>("fault");
+
+    QTest::newRow("connected") << QByteArray("connected\n") << QString();
+    QTest::newRow("disconnected") << QByteArray("disconnected\n") << QString();
+    QTest::newRow("nothing") << QByteArray() << QString();
+    QTest::newRow("locked") << QByteArray("the SIM is locked: sim-pin\n") << "the SIM is locked: sim-pin";
+    QTest::newRow("several lines") << QByteArray("no\nmodem\n") << "no modem";
+    QTest::newRow("long") << QByteArray(5000, 'x') << QString(100, 'x');
+    QTest::newRow("rubbish") << QByteArray("no \x1b[31mmodem") << QString();
+    QTest::newRow("beyond ASCII") << QByteArray("kein Ger\xc3\xa4t") << QString();
+}
+
+void TestModem::statusTellsAFault()
+{
+    QFETCH(QByteArray, status);
+    QFETCH(QString, fault);
+
+    QCOMPARE(Modem::FaultIn(status), fault);
 }
 
 void TestModem::changedStatusIsNoEvent()

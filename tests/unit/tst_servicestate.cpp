@@ -33,6 +33,7 @@ InterfaceState FullInterface()
     state.isInUse = true;
     state.isHeldDown = true;
     state.isConnected = true;
+    state.connectionFault = "the SIM is locked";
     state.usesSupplicant = true;
     state.isInFallback = true;
     state.authenticationSince = 123456789012;
@@ -132,7 +133,7 @@ void TestServiceState::everyMemberCounts()
     QJsonObject full = QJsonDocument::fromJson(FullState().ToJson()).object();
     const QJsonObject interface = full.value("interfaces").toArray().first().toObject();
     const QStringList keys = interface.keys();
-    QCOMPARE(int(keys.size()), 22);
+    QCOMPARE(int(keys.size()), 23);
     for (const QString &key : keys) {
         QJsonObject lacking = interface;
         lacking.remove(key);
@@ -151,17 +152,29 @@ void TestServiceState::namesAreThoseThatOtherVersionsRead()
     QCOMPARE(object.keys(), QStringList({"carrier", "interfaces", "process", "toolFaults", "version"}));
     QCOMPARE(object.value("process").toObject().keys(), QStringList({"pid", "startTime"}));
     QCOMPARE(object.value("interfaces").toArray().first().toObject().keys(),
-             QStringList({"addressHolder",   "authenticationSinceMs",
-                          "connected",       "definition",
-                          "definitionCount", "dhcpFailures",
-                          "dhcpOfferer",     "dhcpRefuser",
-                          "dhcpSinceMs",     "failureSinceUtc",
-                          "fallbackSeconds", "gateway",
-                          "heldDown",        "inFallback",
-                          "inUse",           "kind",
-                          "lastFailure",     "name",
-                          "nextDhcpStartMs", "nextSupplicantStartMs",
-                          "staticAddress",   "usesSupplicant"}));
+             QStringList({"addressHolder",
+                          "authenticationSinceMs",
+                          "connected",
+                          "connectionFault",
+                          "definition",
+                          "definitionCount",
+                          "dhcpFailures",
+                          "dhcpOfferer",
+                          "dhcpRefuser",
+                          "dhcpSinceMs",
+                          "failureSinceUtc",
+                          "fallbackSeconds",
+                          "gateway",
+                          "heldDown",
+                          "inFallback",
+                          "inUse",
+                          "kind",
+                          "lastFailure",
+                          "name",
+                          "nextDhcpStartMs",
+                          "nextSupplicantStartMs",
+                          "staticAddress",
+                          "usesSupplicant"}));
 }
 
 void TestServiceState::fileOfADeadProcessIsStale_data()

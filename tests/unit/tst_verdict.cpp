@@ -99,6 +99,23 @@ void TestVerdict::linkDecides_data()
         i.link.hasCarrier = false;
         i.daemon->kind = "modem";
     });
+    AddCase("modem without an address", "no-address", "no address: waiting for the modem to connect",
+            [](auto &i) {
+                i.link.addresses.clear();
+                i.daemon->kind = "modem";
+            });
+    AddCase("modem that wants its PIN", "not-connected", "not connected: the SIM is locked: sim-pin",
+            [](auto &i) {
+                i.link.hasCarrier = false;
+                i.daemon->kind = "modem";
+                i.daemon->connectionFault = "the SIM is locked: sim-pin";
+            });
+    AddCase("modem given up that wants its PIN", "given-up",
+            "not used until the next rescan: the SIM is locked: sim-pin", [](auto &i) {
+                i.daemon->isInUse = false;
+                i.daemon->kind = "modem";
+                i.daemon->connectionFault = "the SIM is locked: sim-pin";
+            });
     AddCase("modem given up", "given-up", "not used until the next rescan: its link did not come up",
             [](auto &i) {
                 i.daemon->isInUse = false;
