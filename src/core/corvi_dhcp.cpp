@@ -17,14 +17,22 @@ namespace {
 
 const QString DHCP_EVENT_FILE = QStringLiteral("/tmp/dhcp_event");
 
+/// Whoever finds no server may take an address of this link alone (RFC 3927), or another program gives the
+/// interface one: it leads nowhere, and is no reason to ask for none.
+bool IsMakeshift(const NetworkDevice &d)
+{
+    return d.dhcpFailures > 0 && d.ipAddress.startsWith(QLatin1String("169.254."));
+}
+
 } // namespace
 
 void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
 {
     // A device that was never configured missed its event: the supplicant says only once that it connected.
     const bool isStatic = d->currentConfig && d->currentConfig->staticIp;
-    if (!d->isRunning || !d->ipAddress.isEmpty() || IsAwaitingAuthentication(d) ||
-        d->namedNetworks.isEmpty() || isStatic) {
+    const bool hasAddress = !d->ipAddress.isEmpty() && !IsMakeshift(*d);
+    if (!d->isRunning || hasAddress || IsAwaitingAuthentication(d) || d->namedNetworks.isEmpty() ||
+        isStatic) {
         pause.Reset();
         d->dhcpFailures = 0;
         retryReport.Over();

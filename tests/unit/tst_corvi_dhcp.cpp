@@ -59,6 +59,7 @@ private Q_SLOTS:
 
     // Wired
     void failedDhcpIsRetriedAfterGrowingPauses();
+    void makeshiftAddressDoesNotEndTheRetries();
     void lateServerIsFound();
     void retryNeedsAReason_data();
     void retryNeedsAReason();
@@ -107,6 +108,19 @@ void TestCorviDhcp::failedDhcpIsRetriedAfterGrowingPauses()
         ++attempt;
         QCOMPARE(DhcpAttempts(), expected);
     }
+}
+
+void TestCorviDhcp::makeshiftAddressDoesNotEndTheRetries()
+{
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+
+    RealIp({"addr", "add", "169.254.7.7/16", "dev", "eth0"});
+    corvi.Tick();
+    QCOMPARE(corvi.WiredDevice()->ipAddress, "169.254.7.7");
+    corvi.AgeWiredRetry(0, std::chrono::seconds(10));
+    corvi.Tick();
+
+    QCOMPARE(DhcpAttempts(), 2);
 }
 
 void TestCorviDhcp::lateServerIsFound()
