@@ -265,6 +265,7 @@ void TestCorviSegment::segmentThatCannotBeHadEndsTheProcess()
     QVERIFY(!QFile::exists(KILL_FLAG));
     QCOMPARE(Journal(), QStringList{"init_hostname"});
     QCOMPARE(LogLines().last(), QString("Corvi::run - Unable to attach to shared memory segment"));
+    QCOMPARE(LogLines().filter("Corvi::InitSharedMemory -"), QStringList());
     QVERIFY(process.readAllStandardError().contains("Unable to attach to shared memory segment"));
 }
 

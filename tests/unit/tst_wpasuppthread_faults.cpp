@@ -112,6 +112,15 @@ void TestWpaSuppThreadFaults::countsAsAFailedStart_data()
         Hear(peer, "<3>CTRL-EVENT-TERMINATING ");
         peer.Tick();
     });
+    QTest::newRow("ended early, not as the one before") << Act([](WpaSuppThreadPeer &peer) {
+        peer.Supervise();
+        peer.Tick(59);
+        peer.TakeOverRequest();
+        peer.Supervise();
+        peer.Tick();
+        Hear(peer, "<3>CTRL-EVENT-TERMINATING ");
+        peer.Tick();
+    });
 }
 
 void TestWpaSuppThreadFaults::countsAsAFailedStart()
