@@ -57,6 +57,7 @@ private Q_SLOTS:
     void leasedGatewayThatIsTheDeviceItselfIsTold();
     void dhcpIsRunOnce();
     void dhcpIsAnnouncedBeforeAndAfter();
+    void addressOfARenewalIsKnownAtOnce();
     void dhcpIsLogged();
     void boundWithoutAddressIsNotAnnounced();
     void failedDhcpIsLoggedAndTheRestApplied();
@@ -380,6 +381,19 @@ void TestNetworkDeviceConfig::dhcpIsAnnouncedBeforeAndAfter()
     QCOMPARE(device.ipAddress, QString("10.0.0.5"));
     QCOMPARE(device.status->GetIp(), QString("10.0.0.5"));
     QVERIFY(device.ipAnnounced);
+}
+
+void TestNetworkDeviceConfig::addressOfARenewalIsKnownAtOnce()
+{
+    GivenInterface();
+    Device device("eth0");
+    device.ConfigureNetwork(true);
+    QCOMPARE(device.ipAddress, QString());
+    TestSupport::Answer("dhclient", DHCP_ANSWER);
+
+    device.RenewLease();
+
+    QCOMPARE(device.ipAddress, QString("10.0.0.5"));
 }
 
 void TestNetworkDeviceConfig::dhcpIsLogged()
