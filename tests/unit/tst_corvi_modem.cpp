@@ -259,6 +259,15 @@ void TestCorviModem::connectionWithoutAnAddressIsConfiguredAgain()
     FastClock::Advance(60s);
     corvi.Tick(2);
     QCOMPARE(JournalOf(configure).size(), 0);
+
+    // Lost again, the pauses begin anew.
+    RealIp({"addr", "flush", "dev", "wwan0"});
+    corvi.ModemDevice()->RefreshStatus();
+    corvi.Tick();
+    QCOMPARE(JournalOf(configure).size(), 0);
+    FastClock::Advance(10s);
+    corvi.Tick();
+    QCOMPARE(JournalOf(configure).size(), 1);
 }
 
 /// As a network gives that has no other one.
