@@ -60,6 +60,7 @@ bool NamedNetwork::Load(const QString &networkName, bool isWireless)
 {
     // Kept first: the argument may be a part of the record that goes.
     name = networkName;
+    propsHash = QString();
     netConfig = std::make_unique<ZebNetConfig>(nullptr);
     netConfig->Load(name, false);
     wireless = isWireless;
