@@ -184,7 +184,9 @@ SystemReport SystemFacts::Read()
         InterfaceReport entry;
         entry.link = link;
         entry.daemon = StateOf(link.name, report.daemon.state);
-        entry.lease = LeaseOf(link, leases);
+        // A definition may set the very address that was leased before.
+        if (!entry.daemon || !entry.daemon->isStatic)
+            entry.lease = LeaseOf(link, leases);
         if (HasSupplicant(link.name))
             entry.supplicant = AskSupplicant(link.name, link.isWireless);
         entry.isCarrier = report.daemon.state.carrier == link.name;

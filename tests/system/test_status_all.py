@@ -96,6 +96,21 @@ class Wired(WithState):
         self.assertEqual(eth0["definition"]["reason"], "the only one for a wired interface")
         text()
 
+    def test_leased_address_that_became_a_static_one(self):
+        self.dhcp_server(self.cable())
+        write_store(wired())
+        daemon = self.start_daemon()
+        wait_for("a lease", lambda: "lease" in interface(), 30)
+
+        write_store(wired(**{**STATIC, "ipAddress": addresses("eth0")[0]}))
+        daemon.rescan()
+
+        def static():
+            entry = interface()
+            return entry if entry["definition"]["staticAddress"] and entry["addresses"] else None
+        # The earlier lease still stands in the client's file.
+        self.assertNotIn("lease", wait_for("the static address", static, 30))
+
     def test_gateway_that_is_the_device_itself(self):
         self.cable()
         write_store(wired(**{**STATIC, "gateway": STATIC["ipAddress"]}))
