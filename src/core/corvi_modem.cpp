@@ -74,6 +74,7 @@ void Corvi::BringModemUp()
         modem->StartDevice();
     if (modem->isRunning) {
         PublishAddress(modem);
+        modem->KeepLeasedRoute();
     } else if (++conn_counter > MODEM_ATTEMPTS) {
         LogOnce(modemReport, QStringLiteral("no link"))
             << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << NameWithFault(*modem);

@@ -193,7 +193,9 @@ QString NetworkDevice::Gateway() const
 /// itself: it comes back when the VPN is gone.
 void NetworkDevice::KeepLeasedRoute()
 {
-    if (ipAddress.isEmpty() || !currentConfig || currentConfig->staticIp) {
+    // A modem has no definition, and its route is that of its tool.
+    const bool isOthers = currentConfig ? currentConfig->staticIp : driver != QLatin1String("modem");
+    if (ipAddress.isEmpty() || isOthers) {
         leasedGateway.clear();
         return;
     }

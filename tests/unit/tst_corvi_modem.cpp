@@ -45,6 +45,7 @@ private Q_SLOTS:
     void connectionThatStaysIsNotReported();
     void connectionThatFailedIsTriedAgain();
     void faultOfTheModemIsTold();
+    void lostDefaultRouteIsSetAgain();
     void connectionThatWasLostIsMadeAgain();
     void connectionWithoutAnAddressIsConfiguredAgain();
     void addressOfTheNextGenerationIsEnough();
@@ -216,6 +217,25 @@ void TestCorviModem::faultOfTheModemIsTold()
 
     QCOMPARE(LogLines(), QStringList{"Corvi::ModemNetworkSetup - not connected, connecting again: "
                                      "wwan0 -- the SIM is locked"});
+}
+
+void TestCorviModem::lostDefaultRouteIsSetAgain()
+{
+    SetModemStatus("connected\n");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    RealIp({"addr", "add", "10.7.0.5/24", "dev", "wwan0"});
+    RealIp({"route", "add", "default", "via", "10.7.0.1", "dev", "wwan0", "metric", "500"});
+    corvi.ModemDevice()->RefreshStatus();
+    corvi.Tick();
+    Forget();
+
+    RealIp({"route", "del", "default"});
+    corvi.Tick();
+
+    QCOMPARE(JournalOf("ip route"),
+             QStringList{"ip route replace default via 10.7.0.1 dev wwan0 metric 500"});
+    QCOMPARE(LogLines(), QStringList{"NetworkDevice::KeepLeasedRoute - the default route is missing, "
+                                     "setting it again on wwan0"});
 }
 
 void TestCorviModem::connectionThatWasLostIsMadeAgain()
