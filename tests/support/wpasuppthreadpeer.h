@@ -97,6 +97,7 @@ public:
     using WpaSuppThread::DeleteWpaCtl;
     using WpaSuppThread::LaunchSupplicant;
     using WpaSuppThread::MakeControlFolder;
+    using WpaSuppThread::QueueTick;
     using WpaSuppThread::Reinit;
     using WpaSuppThread::RestartWpaCtl;
     using WpaSuppThread::SplitLine;

@@ -40,6 +40,7 @@ private slots:
     void deletesTheConnectionLater();
     void deletesNoConnection();
     void recreatesTheConnection();
+    void letsGoWithoutAWord();
     void deletesTheConnectionInItsDestructor();
 
     void prefersAStopToEverythingElse();
@@ -48,6 +49,7 @@ private slots:
     void opensTheConnection();
     void countsNothingWhenIdle();
     void stopsThoughNothingRuns();
+    void makesEachTickThatItIsGiven();
     void goesOnWithTheTickWhenAskedToQuit();
 };
 
@@ -277,7 +279,7 @@ void TestWpaSuppThread::recreatesTheConnection()
     FakeSupplicant supplicant;
     WpaSuppThreadPeer supervisor;
     supervisor.CreateWpaCtl();
-    const WpaSupplicantControl *before = supervisor.Control();
+    WpaSupplicantControl *const before = supervisor.Control();
     TestSupport::ClearLog();
 
     supervisor.RestartWpaCtl();
@@ -286,6 +288,22 @@ void TestWpaSuppThread::recreatesTheConnection()
     QVERIFY(supervisor.IsControlOpen());
     QCOMPARE(LogLines().first(), QStringLiteral("WpaSuppThread::RestartWpaCtl "));
     QCOMPARE(LogLines().last(), QStringLiteral("WpaSuppThread::RestartWpaCtl  Complete "));
+    // Nobody hears the one before any more.
+    emit before->MessageReady(QStringLiteral("<3>CTRL-EVENT-CONNECTED - "));
+    QVERIFY(!supervisor.IsAssociated());
+}
+
+void TestWpaSuppThread::letsGoWithoutAWord()
+{
+    FakeSupplicant supplicant;
+    WpaSuppThreadPeer supervisor;
+    supervisor.LetGo(); // There is nothing yet.
+    supervisor.CreateWpaCtl();
+
+    supervisor.LetGo();
+
+    QVERIFY(!supervisor.IsControlOpen());
+    QCOMPARE(supplicant.Commands(), QStringList{"ATTACH"});
 }
 
 void TestWpaSuppThread::deletesTheConnectionInItsDestructor()
@@ -395,6 +413,19 @@ void TestWpaSuppThread::stopsThoughNothingRuns()
         LogLines().filter(QStringLiteral("WpaSuppThread::run")),
         (QStringList{"WpaSuppThread::run  stopRunning set ", "WpaSuppThread::run  stoppingSupplicant set "}));
     QCOMPARE(supervisor.Flags(), QStringList());
+}
+
+void TestWpaSuppThread::makesEachTickThatItIsGiven()
+{
+    FakeSupplicant supplicant;
+    WpaSuppThreadPeer supervisor;
+    supervisor.Supervise();
+
+    for (const int ticks : {1, 2}) {
+        supervisor.QueueTick();
+        QCoreApplication::sendPostedEvents(&supervisor);
+        QCOMPARE(supervisor.UnassociatedTicks(), ticks);
+    }
 }
 
 void TestWpaSuppThread::goesOnWithTheTickWhenAskedToQuit()
