@@ -37,6 +37,7 @@ private slots:
     void recreatesTheConnectionEverySixTicks();
     void forgetsTheTicksWhenAssociated();
     void saysEverySixtyTicksThatItCannotConnect();
+    void tellsNothingOfASocketThatIsLostBeforeAStop();
     void noticesALostSocketWithinTwoTicks();
     void hearsWhatWasSaidBeforeTheSocketWasLost();
     void endsInIdleAfterALostSocket();
@@ -250,6 +251,19 @@ void TestWpaSuppThreadSupervision::saysEverySixtyTicksThatItCannotConnect()
     }
     QVERIFY(supervisor->IsRunning());
     QVERIFY(!supervisor->IsStopRequested());
+}
+
+void TestWpaSuppThreadSupervision::tellsNothingOfASocketThatIsLostBeforeAStop()
+{
+    supervisor->Supervise();
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    TestSupport::ClearLog();
+    supplicant->Die();
+    supervisor->OnStopSupplicant();
+
+    supervisor->Tick();
+
+    QCOMPARE(TestSupport::LogText(), QString());
 }
 
 void TestWpaSuppThreadSupervision::noticesALostSocketWithinTwoTicks()
