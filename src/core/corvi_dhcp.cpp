@@ -7,6 +7,7 @@
 #include "logging.h"
 #include "networkdevice.h"
 #include "securefile.h"
+#include "wpasuppthread.h"
 #include "zebnetconfig.h"
 
 #include <QFile>
@@ -16,6 +17,9 @@
 namespace {
 
 const QString DHCP_EVENT_FILE = QStringLiteral("/tmp/dhcp_event");
+/// Attempts to get an address from a wireless network before another one is tried: 30 s where the DHCP client
+/// is told to give up after 10 s, else 70 s.
+constexpr int ATTEMPTS_IN_A_NETWORK = 2;
 
 /// Whoever finds no server may take an address of this link alone (RFC 3927), or another program gives the
 /// interface one: it leads nowhere, and is no reason to ask for none.
@@ -44,6 +48,10 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
                                   << "- then after 20 s, 40 s and every 60 s";
     Configure(d);
     pause.NoteAttempt(RetryPause::Time::clock::now());
+    if (d->isWireless && d->dhcpFailures >= ATTEMPTS_IN_A_NETWORK && supThread->LeaveNetwork()) {
+        pause.Reset();
+        d->dhcpFailures = 0;
+    }
 }
 
 void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)

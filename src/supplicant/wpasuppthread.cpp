@@ -245,6 +245,7 @@ void WpaSuppThread::TickStarting()
     running = true;
     restarting = false;
     ticksToLateStatus = LATE_STATUS_TICKS;
+    ForgetDepartures(0);
 }
 
 void WpaSuppThread::TickRunning()
@@ -259,6 +260,7 @@ void WpaSuppThread::TickRunning()
     const bool isOpen = wasOpen || ReopenControl();
     if (isOpen || !GivesUpWithoutControl())
         CountUnassociatedTicks(isOpen);
+    TakeNetworksBack();
     if (isOpen) {
         openFailures = 0;
         if (associated || ++servedTicks >= PROOF_TICKS)
@@ -273,8 +275,10 @@ void WpaSuppThread::CountPeace()
     peaceTicks = associated ? peaceTicks + 1 : 0;
     if (peaceTicks != PEACE_TICKS)
         return;
-    for (ReportOnce *report : {&reports.start, &reports.launch, &reports.giveUp, &reports.death,
-                               &reports.terminating, &reports.silence, &reports.leftOver, &reports.inTheWay})
+    vainDepartures = 0;
+    for (ReportOnce *report :
+         {&reports.start, &reports.launch, &reports.giveUp, &reports.death, &reports.terminating,
+          &reports.silence, &reports.leftOver, &reports.inTheWay, &reports.departure})
         report->Over();
 }
 

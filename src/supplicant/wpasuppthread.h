@@ -29,6 +29,7 @@ class QTimer;
 ///   wpasuppthread_start.cpp    stopping and launching the supplicant
 ///   wpasuppthread_control.cpp  the control connection
 ///   wpasuppthread_events.cpp   events, the status, the report of a wrong password
+///   wpasuppthread_networks.cpp which of the networks in its file a radio's supplicant uses
 ///   wpasuppthread_process.cpp  the supplicant's process: its end, its silence, one that was left over
 class WpaSuppThread : public QThread
 {
@@ -72,6 +73,12 @@ public:
     /// Whether the connection has ended and associatedChanged() has not said so, for the same reasons. An end
     /// that is taken counts as told.
     bool TakeMissedEnd();
+    /// Has a radio's supplicant leave the network that it is connected to, as no address is to be had there,
+    /// for another one of its file. The left ones are tried again when all have been left, when nobody else
+    /// lets us in for 30 s, and at the next start. False where there is no other one, or not yet again: while
+    /// no other lets us in, more and more requests are needed. Blocks for 10 s for each of up to three
+    /// commands that the supplicant does not answer.
+    bool LeaveNetwork();
     /// Lets go of the supplicant, which runs on: closes our end of the control connection.
     void LetGo();
     /// Why nobody let us in, in a few words, since such failures come; no reason after a success.
@@ -210,6 +217,10 @@ private:
     void ReportBadPassword();
     void NoteFailure(const QString &reason);
 
+    // The networks of its file
+    void TakeNetworksBack();
+    void ForgetDepartures(int vain);
+
     // The process
     void NoticeDeath();
     void WatchForSilence();
@@ -276,6 +287,11 @@ private:
     int pauseTicks = 0;       ///< until a further start makes sense
     int idleTicks = 0;        ///< since the process began, until the first start
 
+    bool hasLeftNetworks = false; ///< and the supplicant does not try them
+    int awayTicks = 0;            ///< since then, in a row, without being let in
+    int requestsToLeave = 0;      ///< since nobody else has let us in, or the start
+    int vainDepartures = 0;       ///< after which no other network let us in, up to MOST_DOUBLINGS
+
     /// What an operator is told, and counted when it lasts or comes again and again.
     struct
     {
@@ -283,7 +299,7 @@ private:
         ReportOnce start{ReportOnce::Of::STEP};
         ReportOnce terminating{ReportOnce::Of::STEP};
         ReportOnce link{ReportOnce::Of::CHANGE};
-        ReportOnce eapProblem, refusal, eap, eapPassword, network, warning;
+        ReportOnce eapProblem, refusal, eap, eapPassword, network, warning, departure;
         WpaSupplicantControl::Reports control;
     } reports;
 

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fakesupplicant.h"
 #include "fastclock.h"
 #include "managersocket.h"
 #include "standinclient.h"
@@ -76,6 +77,7 @@ private Q_SLOTS:
     void addressIsRetriedWhileAssociated_data();
     void addressIsRetriedWhileAssociated();
     void deviceThatMissedItsEventIsConfigured();
+    void networkWithoutAddressesIsLeftAfterTwoAttempts();
 
     // Hook of the DHCP client
     void dhcpEventUpdatesTheDevicesItNames_data();
@@ -342,6 +344,34 @@ void TestCorviDhcp::deviceThatMissedItsEventIsConfigured()
     corvi.WirelessNetworkSetup(false);
 
     QCOMPARE(corvi.WirelessDevice()->ipAddress, QString("10.0.0.5"));
+}
+
+void TestCorviDhcp::networkWithoutAddressesIsLeftAfterTwoAttempts()
+{
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
+    FakeSupplicant supplicant;
+    supplicant.SetReply("LIST_NETWORKS",
+                        "network id / ssid / bssid / flags\n0\toffice\tany\t[CURRENT]\n1\tannex\tany\t\n");
+    CorviPeer corvi(DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.SettleSupplicant(ASSOCIATED);
+    Supervisor::Connect();
+    corvi.WirelessDevice()->ConfigureNetwork(true);
+    QVERIFY(!supplicant.Commands().contains("DISABLE_NETWORK 0"));
+
+    corvi.AgeWirelessRetry(0, 10s);
+    corvi.WirelessNetworkSetup(false);
+    QCOMPARE(supplicant.Commands().count("DISABLE_NETWORK 0"), 1);
+
+    // The next network has two attempts of its own.
+    QCOMPARE(corvi.WirelessDevice()->dhcpFailures, 0);
+    const int attempts = DhcpAttempts();
+    corvi.WirelessNetworkSetup(false);
+    FastClock::Advance(10s);
+    corvi.WirelessNetworkSetup(false);
+    QCOMPARE(DhcpAttempts(), attempts + 1);
+    Supervisor::Set(GONE);
 }
 
 void TestCorviDhcp::dhcpEventUpdatesTheDevicesItNames_data()

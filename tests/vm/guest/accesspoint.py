@@ -81,7 +81,8 @@ def make_certificates(folder):
 class AccessPoint(FarEnd):
     """One network in the air; number N serves addresses of 10.N.0.0/24."""
 
-    def __init__(self, number, ssid, security=OPEN, channel=CHANNEL_1, hidden=False, method=None):
+    def __init__(self, number, ssid, security=OPEN, channel=CHANNEL_1, hidden=False, method=None,
+                 dhcp=True):
         super().__init__(f"ap{number}", "ap")
         self.ssid = ssid
         self.radio = radios.unique_name()
@@ -96,7 +97,8 @@ class AccessPoint(FarEnd):
         )
         self._make_link()
         self.start()
-        self.serves = DhcpServer(self, self.network).serves
+        if dhcp:
+            self.serve_addresses()
 
     def _with_method(self, security, method):
         users = self.folder / "users"
@@ -109,6 +111,9 @@ class AccessPoint(FarEnd):
         self.run("ip", "link", "set", interface, "name", "ap")
         self.run("ip", "link", "set", "lo", "up")
         self.run("ip", "addr", "add", f"{self.network}.1/24", "dev", "ap")
+
+    def serve_addresses(self):
+        self.serves = DhcpServer(self, self.network).serves
 
     def start(self):
         """Goes on the air, and only returns once it is there."""

@@ -2,9 +2,12 @@
 # Copyright (c) 2026 The Corvi developers
 """Which network is found and taken: hidden and odd names, bands, priorities."""
 
+from pathlib import Path
+
 import accesspoint
+import control
 from accesspoint import CHANNEL_1, CHANNEL_6, CHANNEL_36, CHANNEL_6GHZ, PASSPHRASE
-from harness import holds_for, write_store
+from harness import SOURCE_DIR, holds_for, read, write_store
 from waiting import wait_for
 from wifi import JOIN_TIME, WifiTest, definition, say
 
@@ -68,3 +71,26 @@ class Priorities(WifiTest):
         high.stop()
         self.wait_joined(low)
         say("the preferred network went off the air, the other one was taken")
+
+    def test_network_without_addresses(self):
+        """The preferred network lets us in and gives no address: the other one is taken, and when that goes away the
+        preferred one again, which gives one by then."""
+        other = self.access_point("other", accesspoint.WPA2)
+        silent = self.access_point("silent", accesspoint.WPA2, channel=CHANNEL_6, dhcp=False)
+        write_store(definition("other", "WPA Personal 1/2", "Annex", passphrase=PASSPHRASE, priority=1),
+                    definition("silent", "WPA Personal 1/2", "Office", passphrase=PASSPHRASE, priority=9))
+        # Ours gives an attempt up after 10 s.
+        Path("/etc/dhcp/dhclient.conf").write_text(read(SOURCE_DIR / "platform/scripts/dhclient.conf"))
+        self.start_daemon()
+
+        wait_for("let in by the silent network", silent.stations, JOIN_TIME)
+        self.wait_joined(other, 3 * JOIN_TIME)
+        self.assertEqual(self.count_logged("No address is to be had from the network silent on wlan0"), 1)
+        self.assertEqual(silent.stations(), [])
+        self.assertIn("[DISABLED]", control.ask("/var/run/wpa_supplicant/wlan0", "LIST_NETWORKS"))
+        say("the preferred network gave no address, the other one was taken")
+
+        silent.serve_addresses()
+        other.stop()
+        self.wait_joined(silent, 2 * JOIN_TIME)
+        say("the other network went off the air, the preferred one gave an address")

@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 The Corvi developers
+
+#include "supervisorworld.h"
+
+#include <QTest>
+
+namespace {
+
+const QString CONNECTED = QStringLiteral("<3>CTRL-EVENT-CONNECTED - Connection to x completed");
+const QString DISCONNECTED = QStringLiteral("<3>CTRL-EVENT-DISCONNECTED reason=3 locally_generated=1");
+const QByteArray HEADING = "network id / ssid / bssid / flags\n";
+const QByteArray TWO = HEADING + "0\toffice\tany\t[CURRENT]\n1\tannex\tany\t\n";
+
+const QString LIST = QStringLiteral("LIST_NETWORKS");
+const QString ENABLE_ALL = QStringLiteral("ENABLE_NETWORK all");
+const QString LEAVE_OFFICE = QStringLiteral("DISABLE_NETWORK 0");
+
+} // namespace
+
+/// Which of the networks in its file a radio's supplicant uses.
+class TestWpaSuppThreadNetworks : public QObject, private SupervisedSupplicant
+{
+    Q_OBJECT
+private slots:
+    void init() { Make(); }
+    void cleanup() { End(); }
+
+    void networkIsLeftForAnother_data();
+    void networkIsLeftForAnother();
+    void departureIsTold();
+    void whoeverIsNotInANetworkLeavesNone_data();
+    void whoeverIsNotInANetworkLeavesNone();
+    void leftNetworksAreTakenBackWhenNobodyElseLetsUsIn();
+    void ticksThatWereHeldUpAreNoTime();
+    void leftNetworksStayLeftWhileAnotherServes();
+    void vainDeparturesBecomeRare();
+    void departuresStartAnew_data();
+    void departuresStartAnew();
+
+private:
+    void Connect();
+    /// Leaves the network, which nobody else lets us in for.
+    void LeaveInVain();
+    /// Requests until one is followed.
+    int RequestsNeeded();
+    QStringList SentAfterStatus() const;
+};
+
+/// Connected to the first of two networks.
+void TestWpaSuppThreadNetworks::Connect()
+{
+    supplicant->SetReply("LIST_NETWORKS", TWO);
+    supervisor->Supervise();
+    supervisor->MessageReceived(CONNECTED);
+    supplicant->ClearCommands();
+}
+
+void TestWpaSuppThreadNetworks::LeaveInVain()
+{
+    supervisor->MessageReceived(DISCONNECTED);
+    supervisor->Tick(30);
+    supervisor->MessageReceived(CONNECTED);
+    supervisor->Tick();
+}
+
+int TestWpaSuppThreadNetworks::RequestsNeeded()
+{
+    int requests = 1;
+    while (!supervisor->LeaveNetwork() && requests < 100)
+        ++requests;
+    return requests;
+}
+
+QStringList TestWpaSuppThreadNetworks::SentAfterStatus() const
+{
+    QStringList commands = supplicant->Commands();
+    commands.removeAll(QStringLiteral("STATUS"));
+    return commands;
+}
+
+void TestWpaSuppThreadNetworks::networkIsLeftForAnother_data()
+{
+    QTest::addColumn<QByteArray>("networks");
+    QTest::addColumn<QStringList>("commands");
+    const QByteArray office = HEADING + "0\toffice\tany\t[CURRENT]\n";
+    QTest::newRow("another one") << TWO << QStringList{LIST, LEAVE_OFFICE};
+    QTest::newRow("the last of the list")
+        << HEADING + "0\toffice\tany\t\n12\tannex\tany\t[CURRENT][P2P-PERSISTENT]\n"
+        << QStringList{LIST, QStringLiteral("DISABLE_NETWORK 12")};
+    QTest::newRow("a third one is not left yet") << office + "1\tannex\tany\t[DISABLED]\n2\tguests\tany\t\n"
+                                                 << QStringList{LIST, LEAVE_OFFICE};
+    QTest::newRow("all others are left") << office + "1\tannex\tany\t[DISABLED]\n2\tguests\tany\t[DISABLED]\n"
+                                         << QStringList{LIST, ENABLE_ALL, LEAVE_OFFICE};
+    QTest::newRow("the supplicant pauses the other one") << office + "1\tannex\tany\t[TEMP-DISABLED]\n"
+                                                         << QStringList{LIST, LEAVE_OFFICE};
+    QTest::newRow("a name with a tab") << HEADING + "0\tthe\\toffice\tany\t[CURRENT]\n1\tannex\tany\t\n"
+                                       << QStringList{LIST, LEAVE_OFFICE};
+    QTest::newRow("no other one") << office << QStringList{LIST};
+    QTest::newRow("not the supplicant's") << HEADING + "0\toffice\tany\t\n1\tannex\tany\t\n"
+                                          << QStringList{LIST};
+    QTest::newRow("no list") << QByteArray("FAIL\n") << QStringList{LIST};
+}
+
+void TestWpaSuppThreadNetworks::networkIsLeftForAnother()
+{
+    QFETCH(QByteArray, networks);
+    QFETCH(QStringList, commands);
+    Connect();
+    supplicant->SetReply("LIST_NETWORKS", networks);
+
+    QCOMPARE(supervisor->LeaveNetwork(), commands.size() > 1);
+
+    QCOMPARE(supplicant->Commands(), commands);
+}
+
+void TestWpaSuppThreadNetworks::departureIsTold()
+{
+    Connect();
+    supplicant->SetReply("LIST_NETWORKS", HEADING + "0\tcaf\\xc3\\xa9\tany\t[CURRENT]\n1\tannex\tany\t\n");
+
+    supervisor->LeaveNetwork();
+
+    QCOMPARE(TestSupport::LogText().count(QString::fromUtf8(
+                 "No address is to be had from the network café on wlan0 - trying another")),
+             1);
+}
+
+void TestWpaSuppThreadNetworks::whoeverIsNotInANetworkLeavesNone_data()
+{
+    QTest::addColumn<QString>("driver");
+    QTest::addColumn<bool>("isConnected");
+    QTest::newRow("a cable") << QStringLiteral("wired") << true;
+    QTest::newRow("not connected") << QStringLiteral("nl80211,wext") << false;
+}
+
+void TestWpaSuppThreadNetworks::whoeverIsNotInANetworkLeavesNone()
+{
+    QFETCH(QString, driver);
+    QFETCH(bool, isConnected);
+    supplicant->SetReply("LIST_NETWORKS", TWO);
+    supervisor->Supervise(QStringLiteral("wlan0"), driver);
+    if (isConnected)
+        supervisor->MessageReceived(CONNECTED);
+    supplicant->ClearCommands();
+
+    QVERIFY(!supervisor->LeaveNetwork());
+
+    QVERIFY(!supplicant->Commands().contains(LIST));
+}
+
+void TestWpaSuppThreadNetworks::leftNetworksAreTakenBackWhenNobodyElseLetsUsIn()
+{
+    Connect();
+    supervisor->LeaveNetwork();
+    supervisor->MessageReceived(DISCONNECTED);
+    supplicant->ClearCommands();
+
+    supervisor->Tick(29);
+    QCOMPARE(SentAfterStatus(), QStringList());
+    supervisor->Tick();
+    QCOMPARE(SentAfterStatus(), QStringList{ENABLE_ALL});
+    supervisor->Tick(100); // Once.
+    QCOMPARE(SentAfterStatus(), QStringList{ENABLE_ALL});
+}
+
+void TestWpaSuppThreadNetworks::ticksThatWereHeldUpAreNoTime()
+{
+    Connect();
+    supervisor->LeaveNetwork();
+    supervisor->MessageReceived(DISCONNECTED);
+
+    supervisor->LagBehind(2);
+    supervisor->Tick(100);
+
+    QVERIFY(!supplicant->Commands().contains(ENABLE_ALL));
+}
+
+void TestWpaSuppThreadNetworks::leftNetworksStayLeftWhileAnotherServes()
+{
+    Connect();
+    supervisor->LeaveNetwork();
+    supervisor->MessageReceived(DISCONNECTED);
+    supervisor->Tick(29);
+    supervisor->MessageReceived(CONNECTED);
+    supplicant->ClearCommands();
+
+    supervisor->Tick(100);
+    QCOMPARE(SentAfterStatus(), QStringList());
+
+    supervisor->MessageReceived(DISCONNECTED);
+    supervisor->Tick(30);
+    QCOMPARE(SentAfterStatus(), QStringList{ENABLE_ALL});
+}
+
+void TestWpaSuppThreadNetworks::vainDeparturesBecomeRare()
+{
+    Connect();
+    QList<int> requests;
+    for (int departures = 0; departures < 7; ++departures) {
+        requests << RequestsNeeded();
+        LeaveInVain();
+    }
+    QCOMPARE(requests, QList<int>({1, 2, 4, 8, 16, 16, 16}));
+}
+
+void TestWpaSuppThreadNetworks::departuresStartAnew_data()
+{
+    QTest::addColumn<int>("ticksInPeace");
+    QTest::addColumn<bool>("isStarted");
+    QTest::addColumn<int>("requests");
+    QTest::newRow("connected for ten minutes") << 600 << false << 1;
+    QTest::newRow("not yet") << 598 << false << 2;
+    QTest::newRow("another supplicant") << 0 << true << 1;
+}
+
+void TestWpaSuppThreadNetworks::departuresStartAnew()
+{
+    QFETCH(int, ticksInPeace);
+    QFETCH(bool, isStarted);
+    Connect();
+    supervisor->LeaveNetwork();
+    LeaveInVain();
+
+    supervisor->Tick(ticksInPeace);
+    if (isStarted) {
+        supervisor->ExpectSupplicant();
+        supervisor->Tick();
+        supervisor->MessageReceived(CONNECTED);
+    }
+
+    QTEST(RequestsNeeded(), "requests");
+}
+
+QTEST_GUILESS_MAIN(TestWpaSuppThreadNetworks)
+#include "tst_wpasuppthread_networks.moc"
