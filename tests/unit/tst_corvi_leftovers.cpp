@@ -95,6 +95,7 @@ private Q_SLOTS:
     void recordOfALostLinkLosesItsAddressLater();
     void addressThatOutlivesALossIsNotTakenOnEveryTick();
     void addressThatStaysIsNotTakenOnEveryTick();
+    void addressThatComesAgainIsTakenAtOnce();
     void wirelessFoundConnectedIsStoppedForACable();
     void strayWirelessIsStoppedForACable_data();
     void strayWirelessIsStoppedForACable();
@@ -272,6 +273,24 @@ void TestCorviLeftovers::addressThatStaysIsNotTakenOnEveryTick()
     const QString address = corvi.Device("eth1")->ipAddress;
     QCOMPARE(LogLines().filter("TakeAddressAway"),
              QStringList{"Corvi::TakeAddressAway - not in use, loses its address: eth1 " + address});
+}
+
+void TestCorviLeftovers::addressThatComesAgainIsTakenAtOnce()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "eth1"});
+    PullCable("eth1");
+    CorviPeer corvi;
+    corvi.Tick(3);
+    Answer("ip", "exit 1");
+    Forget();
+
+    for (const int taken : {1, 2}) {
+        GiveAddress("eth1");
+        corvi.Tick(2);
+        QCOMPARE(JournalOf("ip addr flush").size(), taken);
+        RealIp({"addr", "flush", "dev", "eth1"});
+        corvi.Tick();
+    }
 }
 
 void TestCorviLeftovers::wirelessFoundConnectedIsStoppedForACable()
