@@ -42,6 +42,7 @@ private Q_SLOTS:
     void cleanup() { TestSupport::Remove(QStringLiteral("/tmp/clients")); }
 
     void clientThatLivesIsLeftAlone();
+    void addressThatIsNewIsNotSteadyYet();
     void clientThatEndedIsMissed();
     void clientThatSomebodyStartedIsAdopted();
     void clientThatIsReplacedAtLeisureIsNotMissed();
@@ -63,6 +64,17 @@ void TestDhcpClientWatch::clientThatLivesIsLeftAlone()
 
     QCOMPARE(StartsDue(watch, 0, 100), QList<int>());
     QVERIFY(watch.IsSteady());
+}
+
+void TestDhcpClientWatch::addressThatIsNewIsNotSteadyYet()
+{
+    const auto client = StartClient();
+    DhcpClientWatch watch;
+    StartsDue(watch, 0, 100);
+
+    watch.Begin("eth0", "10.0.0.6", NOW + 101s);
+
+    QVERIFY(!watch.IsSteady());
 }
 
 void TestDhcpClientWatch::clientThatEndedIsMissed()
