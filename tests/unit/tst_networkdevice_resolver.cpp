@@ -301,9 +301,10 @@ void TestNetworkDeviceResolver::resolverIsLogged()
 {
     NetworkDevice device("eth0", nullptr);
 
-    device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
+    for (int i = 0; i < 2; ++i) // The second time there is nothing to write.
+        device.SetDNS("1.1.1.1", "9.9.9.9", "example.org");
 
-    QVERIFY(TestSupport::LogText().contains(" NetworkDevice::SetDNS -   1.1.1.1 ,  9.9.9.9 example.org \n"));
+    QCOMPARE(TestSupport::LogText().count(" NetworkDevice::SetDNS -   1.1.1.1 ,  9.9.9.9 example.org \n"), 2);
 }
 
 void TestNetworkDeviceResolver::resolverThatCannotBeWrittenIsLogged_data()
