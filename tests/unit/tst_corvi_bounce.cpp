@@ -118,11 +118,14 @@ void TestCorviBounce::ownSettingIsNoBounce_data()
     QTest::addColumn<QByteArray>("setting");
     QTest::newRow("speed") << QByteArray("<speed>100 Mbps Full</speed>");
     QTest::newRow("MTU") << QByteArray("<mtu>1400</mtu>");
+    QTest::newRow("MTU of a server, taken back") << QByteArray();
 }
 
 void TestCorviBounce::ownSettingIsNoBounce()
 {
     QFETCH(QByteArray, setting);
+    if (setting.isEmpty())
+        WriteFile("/run/corvi-mtu-before.eth0", "1400\n"); // As the client's hook leaves it.
     MakeMachine("<networkconfig><network><name>lan</name><staticIp>true</staticIp>"
                 "<ipAddress>10.1.0.2</ipAddress><netmask>255.255.255.0</netmask>" +
                     setting + "</network></networkconfig>",
