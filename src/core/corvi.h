@@ -196,6 +196,7 @@ private:
     ClosedPortWatch closedPortWatch; ///< of the wired device, while it is in its fallback
     RetryPause wiredRetry;    ///< of the wired device's DHCP attempts; a new link or device begins it anew
     RetryPause wirelessRetry; ///< of the wireless device's DHCP attempts
+    int departures = 0;       ///< from wireless networks that gave no address, since one gave one
     QString lastConfigured;   ///< the interface that has the default route; stays over a rescan
     const ServiceManager serviceManager; ///< is told of the start and each tick
     /// Addresses, by interface, that could not be taken away yet.
@@ -346,6 +347,7 @@ private:
     // DHCP
     /// Configures a device again that carries, is set to DHCP and has no address, after growing pauses.
     void RetryDhcp(NetworkDevice *d, RetryPause &pause);
+    void LeaveVainNetwork(NetworkDevice *d, RetryPause &pause);
     /// What is published of the device in use, and its static address, follow what is.
     void FollowAddress(NetworkDevice *d, RetryPause &dhcpPause);
     void PublishAddress(NetworkDevice *d);

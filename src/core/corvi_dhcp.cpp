@@ -6,11 +6,14 @@
 #include "journal.h"
 #include "logging.h"
 #include "networkdevice.h"
+#include "processsignals.h"
 #include "securefile.h"
 #include "wpasuppthread.h"
 #include "zebnetconfig.h"
 
 #include <QFile>
+
+#include <algorithm>
 
 #include <fcntl.h>
 
@@ -18,8 +21,10 @@ namespace {
 
 const QString DHCP_EVENT_FILE = QStringLiteral("/tmp/dhcp_event");
 /// Attempts to get an address from a wireless network before another one is tried: 30 s where the DHCP client
-/// is told to give up after 10 s, else 70 s.
+/// is told to give up after 10 s, else 70 s. Doubled with each round of all definitions that was in vain, so
+/// that who listens to our events is not told of another network each minute.
 constexpr int ATTEMPTS_IN_A_NETWORK = 2;
+constexpr int MOST_DOUBLINGS = 3;
 
 /// Whoever finds no server may take an address of this link alone (RFC 3927), or another program gives the
 /// interface one: it leads nowhere, and is no reason to ask for none.
@@ -35,6 +40,8 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
     // A device that was never configured missed its event: the supplicant says only once that it connected.
     const bool isStatic = d->currentConfig && d->currentConfig->staticIp;
     const bool hasAddress = !d->ipAddress.isEmpty() && !IsMakeshift(*d);
+    if (d->isWireless && d->isRunning && hasAddress)
+        departures = 0;
     if (!d->isRunning || hasAddress || IsAwaitingAuthentication(d) || d->namedNetworks.isEmpty() ||
         isStatic) {
         pause.Reset();
@@ -48,10 +55,21 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
                                   << "- then after 20 s, 40 s and every 60 s";
     Configure(d);
     pause.NoteAttempt(RetryPause::Time::clock::now());
-    if (d->isWireless && d->dhcpFailures >= ATTEMPTS_IN_A_NETWORK && supThread->LeaveNetwork()) {
-        pause.Reset();
-        d->dhcpFailures = 0;
-    }
+    if (d->isWireless)
+        LeaveVainNetwork(d, pause);
+}
+
+/// A radio stays where it is let in, also where no address is to be had.
+void Corvi::LeaveVainNetwork(NetworkDevice *d, RetryPause &pause)
+{
+    const int rounds = departures / std::max(1, static_cast<int>(d->namedNetworks.size()));
+    const bool isVain = d->dhcpFailures >= ATTEMPTS_IN_A_NETWORK << std::min(rounds, MOST_DOUBLINGS);
+    // An attempt that is cut short for our end says nothing of the network.
+    if (!isVain || ProcessSignals::IsEndAsked() || !supThread->LeaveNetwork())
+        return;
+    ++departures;
+    pause.Reset();
+    d->dhcpFailures = 0;
 }
 
 void Corvi::FollowAddress(NetworkDevice *d, RetryPause &dhcpPause)

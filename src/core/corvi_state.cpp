@@ -101,7 +101,8 @@ InterfaceState Corvi::StateOf(const NetworkDevice *d, const InterfaceState &earl
     state.isHeldDown = d->stopped;
     const auto *const modem = qobject_cast<const Modem *>(d);
     state.isConnected = modem && modem->modemConnected;
-    state.connectionFault = modem ? modem->connectionFault : QString();
+    // While a cable carries nobody asks it, and what it said may be over.
+    state.connectionFault = modem && !wiredUp ? modem->connectionFault : QString();
     state.usesSupplicant = d->usesSupplicant;
     state.isInFallback = d->inFallback;
     if (d->usesSupplicant && state.isInUse)

@@ -51,6 +51,7 @@ void Corvi::StartWireless()
         return;
 
     wirelessRetry.Reset();
+    departures = 0;
     Log(Level::TRACE) << "Check for wireless already connected";
     wirelessDevice->RefreshStatus();
     if (!wirelessDevice->isRunning) {

@@ -8,6 +8,7 @@
 #include "logging.h"
 #include "namednetwork.h"
 #include "paths.h"
+#include "processsignals.h"
 #include "zebnetevent.h"
 #include "zebnetstatus.h"
 
@@ -196,10 +197,11 @@ void NetworkDevice::ReadCarrier()
     isRunning = carrier == '1';
 }
 
-/// Since the last look, which the rest of the daemon goes by.
-bool NetworkDevice::HasLostLink() const
+/// Whether an attempt to get an address failed for no fault of the network: the link went since the last
+/// look, which the rest of the daemon goes by, or we are to end.
+bool NetworkDevice::WasCutShort() const
 {
-    return isRunning && LinkAttribute(name, "carrier") != "1";
+    return (isRunning && LinkAttribute(name, "carrier") != "1") || ProcessSignals::IsEndAsked();
 }
 
 void NetworkDevice::UpdateIpInformation()

@@ -207,7 +207,7 @@ private:
     void ReadAddress(unsigned long request, QString &field) const;
     void ReadMacAddress();
     void ReadCarrier();
-    bool HasLostLink() const;
+    bool WasCutShort() const;
     void FollowLink();
     bool IsRadioOff();
     bool HasStaticAddress() const;

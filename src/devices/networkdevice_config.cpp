@@ -210,7 +210,7 @@ void NetworkDevice::MakeRoomForDhcp(bool isForLargeAnswer)
 void NetworkDevice::TellOfFailedDhcp()
 {
     const QString line = QStringLiteral("NetworkDevice::ConfigureNetwork -dhclient(%1) failed").arg(name);
-    if (HasLostLink())
+    if (WasCutShort())
         Log(Level::TRACE) << line;
     else
         LogOnce(reports->dhcp) << line;

@@ -105,7 +105,8 @@ bool HasScriptFailed(const QString &transcript)
 }
 
 /// What the client printed. Where the adapter or the cable is pulled, or we are to end, it would go on to its
-/// limit, and hold the supervision.
+/// limit, and hold the supervision. One that renews an address that is there is waited for at the end, as the
+/// address is to outlive us.
 QString RunClient(const QString &interfaceName, const QStringList &options)
 {
     const QStringList arguments = QStringList{QStringLiteral("-v"), QStringLiteral("-cf"), DHCLIENT_CONF} +
@@ -122,7 +123,7 @@ QString RunClient(const QString &interfaceName, const QStringList &options)
         const bool isLinkLost =
             carrier == "0" && linkSeen.isValid() && linkSeen.hasExpired(LINK_LOSS_LIMIT_MS);
         const bool isGone = index != 0 && IndexOf(kernelName).value_or(index) != index;
-        return isLinkLost || isGone || ProcessSignals::IsEndAsked();
+        return isLinkLost || isGone || (options.isEmpty() && ProcessSignals::IsEndAsked());
     };
     return Utils::ExecuteMerged(DHCLIENT, arguments, PROGRAM_TIME_LIMIT_MS, isPointless)
         .join(QLatin1Char('\n'));
@@ -220,7 +221,7 @@ void NetworkDevice::TellOfRefusal(const QString &transcript)
         isRefused ? QStringLiteral("refuses us") : QStringLiteral("offers an address and gives none");
     const QString line = QStringLiteral("NetworkDevice::Dhclient - a DHCP server %1 on %2 -- %3")
                              .arg(deed, name, match.captured());
-    if (HasLostLink())
+    if (WasCutShort())
         Log(Level::TRACE) << line;
     else
         LogOnce(reports->refusal, deed) << line;

@@ -56,13 +56,14 @@ void NetworkDevice::RestoreGateway(const QString &gateway, int metric)
 }
 
 /// The kernel sets the route of the subnet with its address, and not again: whoever clears all routes of the
-/// interface takes it along, and the gateway is out of reach.
+/// interface takes it along, and the gateway is out of reach. Not by "replace", which takes the route of
+/// another interface in the same subnet.
 bool NetworkDevice::RestoreSubnetRoute(const QString &gateway)
 {
     if (!GatewayFault(gateway, ipAddress, netmask).isEmpty())
         return false;
     const quint32 network = Ipv4Number(ipAddress).value_or(0) & Ipv4Number(netmask).value_or(0);
-    return Utils::Succeeds(IP, {QStringLiteral("route"), QStringLiteral("replace"),
+    return Utils::Succeeds(IP, {QStringLiteral("route"), QStringLiteral("append"),
                                 Ipv4Text(network) + QLatin1Char('/') + netmask, QStringLiteral("dev"), name,
                                 QStringLiteral("proto"), QStringLiteral("kernel"), QStringLiteral("scope"),
                                 QStringLiteral("link"), QStringLiteral("src"), ipAddress});

@@ -245,7 +245,7 @@ void WpaSuppThread::TickStarting()
     running = true;
     restarting = false;
     ticksToLateStatus = LATE_STATUS_TICKS;
-    ForgetDepartures(0);
+    hasLeftNetworks = false;
 }
 
 void WpaSuppThread::TickRunning()
@@ -275,7 +275,6 @@ void WpaSuppThread::CountPeace()
     peaceTicks = associated ? peaceTicks + 1 : 0;
     if (peaceTicks != PEACE_TICKS)
         return;
-    vainDepartures = 0;
     for (ReportOnce *report :
          {&reports.start, &reports.launch, &reports.giveUp, &reports.death, &reports.terminating,
           &reports.silence, &reports.leftOver, &reports.inTheWay, &reports.departure})

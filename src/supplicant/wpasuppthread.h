@@ -75,9 +75,8 @@ public:
     bool TakeMissedEnd();
     /// Has a radio's supplicant leave the network that it is connected to, as no address is to be had there,
     /// for another one of its file. The left ones are tried again when all have been left, when nobody else
-    /// lets us in for 30 s, and at the next start. False where there is no other one, or not yet again: while
-    /// no other lets us in, more and more requests are needed. Blocks for 10 s for each of up to three
-    /// commands that the supplicant does not answer.
+    /// lets us in for 30 s, and at the next start. False where there is no other one. Blocks for 10 s for
+    /// each of some commands that the supplicant does not answer.
     bool LeaveNetwork();
     /// Lets go of the supplicant, which runs on: closes our end of the control connection.
     void LetGo();
@@ -218,8 +217,11 @@ private:
     void NoteFailure(const QString &reason);
 
     // The networks of its file
+    struct ListedNetwork;
+    static QList<ListedNetwork> NetworksIn(const QString &answer);
+    bool Leave(const QList<ListedNetwork> &networks, const ListedNetwork &current);
+    bool EnableAllNetworks();
     void TakeNetworksBack();
-    void ForgetDepartures(int vain);
 
     // The process
     void NoticeDeath();
@@ -289,8 +291,6 @@ private:
 
     bool hasLeftNetworks = false; ///< and the supplicant does not try them
     int awayTicks = 0;            ///< since then, in a row, without being let in
-    int requestsToLeave = 0;      ///< since nobody else has let us in, or the start
-    int vainDepartures = 0;       ///< after which no other network let us in, up to MOST_DOUBLINGS
 
     /// What an operator is told, and counted when it lasts or comes again and again.
     struct

@@ -16,14 +16,18 @@ namespace {
 /// Ticks without an association after which the networks that were left are tried again: a scan of all bands
 /// and an authentication have had the time.
 constexpr int AWAY_TICKS = 30;
-/// While no other network lets us in, only every second request to leave is followed, then every fourth, and
-/// at the last every sixteenth, so that what listens to our events is not told of a new end each minute.
-constexpr int MOST_DOUBLINGS = 4;
 
-const QString ENABLE_ALL = QStringLiteral("ENABLE_NETWORK all");
+const QString DISABLE = QStringLiteral("DISABLE_NETWORK ");
+
+bool IsOk(const QString &reply)
+{
+    return reply.startsWith(QLatin1String("OK"));
+}
+
+} // namespace
 
 /// A line of the answer to LIST_NETWORKS.
-struct ListedNetwork
+struct WpaSuppThread::ListedNetwork
 {
     QString id;
     QString ssid; ///< escaped
@@ -31,7 +35,7 @@ struct ListedNetwork
 };
 
 /// As many as the answer has room for.
-QList<ListedNetwork> NetworksIn(const QString &answer)
+QList<WpaSuppThread::ListedNetwork> WpaSuppThread::NetworksIn(const QString &answer)
 {
     static const QRegularExpression row(QStringLiteral("^(\\d+)\t([^\t\n]*)\t[^\t\n]*\t(.*)$"),
                                         QRegularExpression::MultilineOption);
@@ -43,51 +47,63 @@ QList<ListedNetwork> NetworksIn(const QString &answer)
     return networks;
 }
 
-} // namespace
-
 bool WpaSuppThread::LeaveNetwork()
 {
-    if (wired || !associated || ++requestsToLeave < (1 << vainDepartures))
+    if (wired || !associated)
         return false;
     const QList<ListedNetwork> networks = NetworksIn(SendCommand(QStringLiteral("LIST_NETWORKS")));
     const auto current = std::find_if(networks.cbegin(), networks.cend(), [](const ListedNetwork &network) {
         return network.flags.contains(QLatin1String("[CURRENT]"));
     });
-    if (networks.size() < 2 || current == networks.cend())
+    // What has been said unheard meanwhile may be that another network has let us in.
+    if (current == networks.cend() || missed != Missed::NOTHING)
         return false;
+    const auto isOther = [&current](const ListedNetwork &network) {
+        return network.ssid != current->ssid;
+    };
+    const auto isNoChoice = [&isOther](const ListedNetwork &network) {
+        return !isOther(network) || network.flags.contains(QLatin1String("[DISABLED]"));
+    };
+    if (std::none_of(networks.cbegin(), networks.cend(), isOther))
+        return false;
+    if (std::all_of(networks.cbegin(), networks.cend(), isNoChoice))
+        EnableAllNetworks(); // The next round.
+    return Leave(networks, *current);
+}
 
+/// Another definition may be of the same network; that in use comes last, as its end sets off the choice.
+bool WpaSuppThread::Leave(const QList<ListedNetwork> &networks, const ListedNetwork &current)
+{
     const JournalSubject subject(interface, definition);
-    LogOnce(reports.departure, current->ssid)
-        << "WpaSuppThread -- No address is to be had from the network" << Utils::SsidToString(current->ssid)
-        << "on" << interface << "- trying another one";
-    const auto left = std::count_if(networks.cbegin(), networks.cend(), [](const ListedNetwork &network) {
-        return network.flags.contains(QLatin1String("[DISABLED]"));
-    });
-    if (left == networks.size() - 1)
-        SendCommand(ENABLE_ALL); // The next round.
-    SendCommand(QStringLiteral("DISABLE_NETWORK ") + current->id);
     hasLeftNetworks = true;
+    awayTicks = 0;
+    for (const ListedNetwork &network : networks) {
+        if (network.ssid == current.ssid && network.id != current.id)
+            SendCommand(DISABLE + network.id);
+    }
+    if (!IsOk(SendCommand(DISABLE + current.id)))
+        return false;
+    LogOnce(reports.departure, current.ssid)
+        << "WpaSuppThread -- No address is to be had from the network" << Utils::SsidToString(current.ssid)
+        << "on" << interface << "- trying another one";
     return true;
+}
+
+bool WpaSuppThread::EnableAllNetworks()
+{
+    return IsOk(SendCommand(QStringLiteral("ENABLE_NETWORK all")));
 }
 
 /// No other network lets us in: one without an address may have one by now.
 void WpaSuppThread::TakeNetworksBack()
 {
     // An attempt to get an address holds the ticks up; then they follow each other at once, and are no time
-    // in which somebody could have let us in.
-    if (!hasLeftNetworks || waitingTicks > 1)
+    // in which somebody could have let us in. One that is stopped answers nobody, for 10 s each time.
+    if (!hasLeftNetworks || waitingTicks > 1 || wasStopped)
         return;
     awayTicks = associated ? 0 : awayTicks + 1;
     if (awayTicks < AWAY_TICKS || !IsControlOpen())
         return;
-    SendCommand(ENABLE_ALL);
-    ForgetDepartures(vainDepartures + 1);
-}
-
-void WpaSuppThread::ForgetDepartures(int vain)
-{
-    hasLeftNetworks = false;
     awayTicks = 0;
-    requestsToLeave = 0;
-    vainDepartures = std::min(vain, MOST_DOUBLINGS);
+    hasLeftNetworks = !EnableAllNetworks();
 }

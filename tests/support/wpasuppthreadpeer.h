@@ -64,6 +64,7 @@ public:
     void Become(const State &state) { SetState(*this, state); }
     void TakeForAssociated() { associated = true; }
     void TakeForWired() { wired = true; }
+    void TakeForHavingLeft() { hasLeftNetworks = true; }
     void SuspectPassword() { badPassword = true; }
     void NoteSsid(const QString &name) { ssid = name; }
     void NoteStatus(const QString &text) { statusText = text; }

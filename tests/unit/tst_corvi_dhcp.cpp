@@ -5,6 +5,7 @@
 #include "fakesupplicant.h"
 #include "fastclock.h"
 #include "managersocket.h"
+#include "processsignals.h"
 #include "standinclient.h"
 #include "zebnetconfig.h"
 
@@ -13,6 +14,7 @@
 #include <QScopeGuard>
 
 #include <chrono>
+#include <csignal>
 #include <functional>
 #include <memory>
 
@@ -47,6 +49,15 @@ std::unique_ptr<StandInClient> GivenLeaseOfAClient(CorviPeer &corvi)
     return client;
 }
 
+void AssociateWithTheFirstOfTwo(CorviPeer &corvi, FakeSupplicant &supplicant)
+{
+    supplicant.SetReply("LIST_NETWORKS",
+                        "network id / ssid / bssid / flags\n0\toffice\tany\t[CURRENT]\n1\tannex\tany\t\n");
+    corvi.AdoptWireless("wlan0");
+    corvi.SettleSupplicant(ASSOCIATED);
+    Supervisor::Connect();
+}
+
 } // namespace
 
 /// Further attempts to get an address, and what the hook of the DHCP client reports.
@@ -77,7 +88,11 @@ private Q_SLOTS:
     void addressIsRetriedWhileAssociated_data();
     void addressIsRetriedWhileAssociated();
     void deviceThatMissedItsEventIsConfigured();
+    void cableWithoutAddressesLeavesNoNetwork();
+    void networkWithoutAddressesIsLeftAfterTwoAttempts_data();
     void networkWithoutAddressesIsLeftAfterTwoAttempts();
+    void roundsInVainBecomeRare_data();
+    void roundsInVainBecomeRare();
 
     // Hook of the DHCP client
     void dhcpEventUpdatesTheDevicesItNames_data();
@@ -346,31 +361,108 @@ void TestCorviDhcp::deviceThatMissedItsEventIsConfigured()
     QCOMPARE(corvi.WirelessDevice()->ipAddress, QString("10.0.0.5"));
 }
 
+/// A radio may be kept up beside it.
+void TestCorviDhcp::cableWithoutAddressesLeavesNoNetwork()
+{
+    FakeSupplicant supplicant;
+    CorviPeer corvi(LAN_DHCP, {"eth0"}, SET_UP);
+    Supervisor::Set(ASSOCIATED);
+    Supervisor::Connect();
+    supplicant.ClearCommands();
+
+    corvi.AgeWiredRetry(0, 10s);
+    corvi.WiredNetworkSetup();
+
+    QCOMPARE(corvi.WiredDevice()->dhcpFailures, 2);
+    QVERIFY(!supplicant.Commands().contains("LIST_NETWORKS"));
+    Supervisor::Set(GONE);
+}
+
+void TestCorviDhcp::networkWithoutAddressesIsLeftAfterTwoAttempts_data()
+{
+    QTest::addColumn<Deed>("befall");
+    QTest::addColumn<bool>("isLeft");
+    QTest::newRow("without addresses") << Deed([](CorviPeer &) {}) << true;
+    QTest::newRow("the service is to end") << Deed([](CorviPeer &) { ::raise(SIGTERM); }) << false;
+}
+
 void TestCorviDhcp::networkWithoutAddressesIsLeftAfterTwoAttempts()
 {
+    QFETCH(Deed, befall);
+    QFETCH(bool, isLeft);
     MakeMachine(WLAN, {"wlan0"});
     BringUp("wlan0");
     FakeSupplicant supplicant;
-    supplicant.SetReply("LIST_NETWORKS",
-                        "network id / ssid / bssid / flags\n0\toffice\tany\t[CURRENT]\n1\tannex\tany\t\n");
+    const ProcessSignals signalSource(nullptr);
+    const auto deliver = qScopeGuard([] { QCoreApplication::processEvents(); });
     CorviPeer corvi(DISCOVERED);
-    corvi.AdoptWireless("wlan0");
-    corvi.SettleSupplicant(ASSOCIATED);
-    Supervisor::Connect();
+    AssociateWithTheFirstOfTwo(corvi, supplicant);
     corvi.WirelessDevice()->ConfigureNetwork(true);
+    befall(corvi);
     QVERIFY(!supplicant.Commands().contains("DISABLE_NETWORK 0"));
 
     corvi.AgeWirelessRetry(0, 10s);
     corvi.WirelessNetworkSetup(false);
-    QCOMPARE(supplicant.Commands().count("DISABLE_NETWORK 0"), 1);
+    QCOMPARE(supplicant.Commands().contains("DISABLE_NETWORK 0"), isLeft);
 
     // The next network has two attempts of its own.
-    QCOMPARE(corvi.WirelessDevice()->dhcpFailures, 0);
+    QCOMPARE(corvi.WirelessDevice()->dhcpFailures, isLeft ? 0 : 2);
     const int attempts = DhcpAttempts();
     corvi.WirelessNetworkSetup(false);
     FastClock::Advance(10s);
     corvi.WirelessNetworkSetup(false);
-    QCOMPARE(DhcpAttempts(), attempts + 1);
+    QCOMPARE(DhcpAttempts(), attempts + static_cast<int>(isLeft));
+    Supervisor::Set(GONE);
+}
+
+void TestCorviDhcp::roundsInVainBecomeRare_data()
+{
+    QTest::addColumn<Deed>("befall");
+    QTest::addColumn<QList<int>>("expected");
+    QTest::newRow("nothing") << Deed([](CorviPeer &) {}) << QList<int>{4, 8, 16, 16};
+    QTest::newRow("an address") << Deed([](CorviPeer &corvi) {
+        RealIp({"addr", "add", "10.0.0.5/24", "dev", "wlan0"});
+        corvi.WirelessNetworkSetup(false);
+        RealIp({"addr", "del", "10.0.0.5/24", "dev", "wlan0"});
+    }) << QList<int>{2, 4};
+    QTest::newRow("the radio is taken up anew") << Deed([](CorviPeer &corvi) {
+        corvi.WirelessNetworkSetup(true);
+        BringUp("wlan0");
+        corvi.WirelessNetworkSetup(false);
+        corvi.SettleSupplicant(ASSOCIATED);
+        Supervisor::Connect();
+    }) << QList<int>{2, 4};
+}
+
+/// A round is of one departure here, as there is one definition.
+void TestCorviDhcp::roundsInVainBecomeRare()
+{
+    QFETCH(Deed, befall);
+    QFETCH(QList<int>, expected);
+    MakeMachine(WLAN, {"wlan0"});
+    BringUp("wlan0");
+    FakeSupplicant supplicant;
+    CorviPeer corvi(DISCOVERED);
+    AssociateWithTheFirstOfTwo(corvi, supplicant);
+    const auto attemptsUntilItLeaves = [&corvi, &supplicant] {
+        supplicant.ClearCommands();
+        int attempts = 0;
+        while (!supplicant.Commands().contains("DISABLE_NETWORK 0") && attempts < 100) {
+            corvi.AgeWirelessRetry(0, 10s);
+            corvi.WirelessNetworkSetup(false);
+            ++attempts;
+        }
+        return attempts;
+    };
+
+    QCOMPARE(attemptsUntilItLeaves(), 2);
+    befall(corvi);
+
+    QList<int> attempts;
+    for (int rounds = 0; rounds < expected.size(); ++rounds)
+        attempts << attemptsUntilItLeaves();
+
+    QCOMPARE(attempts, expected);
     Supervisor::Set(GONE);
 }
 

@@ -20,6 +20,7 @@ private Q_SLOTS:
 
     void lostRouteOfALeaseIsSetAgain();
     void routeThatWentWithItsSubnetIsSetAgain();
+    void routeOfAnotherInTheSubnetStays();
     void routeThatCannotBeSetWaits();
     void routeOfALeaseKeepsItsMetric();
     void routeThatSomebodySetInstead();
@@ -94,6 +95,21 @@ void TestCorviRoute::routeThatWentWithItsSubnetIsSetAgain()
     corvi->Tick();
 
     QCOMPARE(RealIp({"route"}), before);
+}
+
+void TestCorviRoute::routeOfAnotherInTheSubnetStays()
+{
+    LearnRoute();
+    MakeInterface("other0");
+    BringUp("other0");
+    RealIp({"addr", "add", "10.0.0.6/24", "dev", "other0"});
+
+    RealIp({"route", "flush", "dev", "eth0"});
+    corvi->Tick();
+
+    QCOMPARE(RealIp({"route", "show", "dev", "other0"}).simplified(),
+             QByteArray("10.0.0.0/24 proto kernel scope link src 10.0.0.6"));
+    QVERIFY(RealIp({"route", "show", "dev", "eth0"}).contains("default via 10.0.0.1"));
 }
 
 void TestCorviRoute::routeThatCannotBeSetWaits()

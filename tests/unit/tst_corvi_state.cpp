@@ -54,6 +54,7 @@ private Q_SLOTS:
     void stateIsTold();
     void kindsAndWhoseTurnItIsAreTold();
     void faultOfAModemIsTold();
+    void faultOfAModemThatNobodyAsksIsNotTold();
     void secondPortIsToldToBeHeldDown();
     void expectedGatewayIsTold();
     void toolThatFailsIsTold();
@@ -126,6 +127,21 @@ void TestCorviState::faultOfAModemIsTold()
     corvi.Tick();
 
     QCOMPARE(Told().connectionFault, "the SIM is locked");
+}
+
+void TestCorviState::faultOfAModemThatNobodyAsksIsNotTold()
+{
+    Answer("modem-tool.sh", "[ \"$1\" != status ] || echo the SIM is locked");
+    MakeMachine(LAN_STATIC, {"eth0", "wwan0"});
+    PullCable("eth0");
+    CorviPeer corvi(SET_UP);
+    corvi.Tick(2);
+    QCOMPARE(Told(1).connectionFault, "the SIM is locked");
+
+    PlugCable("eth0");
+    corvi.Tick(3);
+
+    QCOMPARE(Told(1).connectionFault, "");
 }
 
 void TestCorviState::secondPortIsToldToBeHeldDown()

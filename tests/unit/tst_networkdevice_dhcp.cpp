@@ -76,6 +76,7 @@ private Q_SLOTS:
     void clientWhoseLinkWentIsStopped_data();
     void clientWhoseLinkWentIsStopped();
     void clientIsStoppedForTheEnd();
+    void clientOfAnAddressThatIsThereIsNot();
     void clientGoesOnWithoutALink_data();
     void clientGoesOnWithoutALink();
     void clientIsNotStoppedForWantOfADescriptor();
@@ -585,7 +586,9 @@ void TestNetworkDeviceDhcp::clientIsStoppedForTheEnd()
 {
     ProcessSignals source(nullptr);
     QSignalSpy ends(&source, &ProcessSignals::terminationRequested);
-    TestSupport::Answer("dhclient", "kill -TERM " + QByteArray::number(QCoreApplication::applicationPid()) +
+    Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
+    TestSupport::Answer("dhclient", "echo 'DHCPOFFER of 10.0.0.5 from 10.0.0.1'; kill -TERM " +
+                                        QByteArray::number(QCoreApplication::applicationPid()) +
                                         "; sleep 600");
     NetworkDevice device("eth0", nullptr);
     QElapsedTimer timer;
@@ -594,7 +597,28 @@ void TestNetworkDeviceDhcp::clientIsStoppedForTheEnd()
     QVERIFY(!device.Dhclient("eth0"));
 
     QVERIFY(timer.elapsed() < PROGRAM_TIME_LIMIT_MS);
+    // No fault of the server.
+    QVERIFY(!TestSupport::LogText().contains("offers an address and gives none"));
     QTRY_COMPARE(ends.size(), 1);
+}
+
+/// The address outlives us, and wants a client.
+void TestNetworkDeviceDhcp::clientOfAnAddressThatIsThereIsNot()
+{
+    ProcessSignals source(nullptr);
+    QSignalSpy ends(&source, &ProcessSignals::terminationRequested);
+    GivenInterface();
+    TestSupport::WriteNetworks(Network("lan", ""));
+    Device device("eth0");
+    device.ConfigureNetwork(true);
+    TestSupport::Answer("dhclient", "kill -TERM " + QByteArray::number(QCoreApplication::applicationPid()) +
+                                        "; sleep 1; touch /tmp/renewed");
+
+    device.RenewLease();
+
+    QVERIFY(QFile::remove("/tmp/renewed"));
+    QTRY_COMPARE(ends.size(), 1);
+    TestSupport::RemoveInterfaces();
 }
 
 void TestNetworkDeviceDhcp::clientGoesOnWithoutALink_data()

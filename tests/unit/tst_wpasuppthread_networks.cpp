@@ -29,21 +29,18 @@ private slots:
     void networkIsLeftForAnother_data();
     void networkIsLeftForAnother();
     void departureIsTold();
+    void networkThatIsNotLeftIsNotTold();
+    void anotherNetworkThatLetUsInUnheardIsNotLeft();
     void whoeverIsNotInANetworkLeavesNone_data();
     void whoeverIsNotInANetworkLeavesNone();
     void leftNetworksAreTakenBackWhenNobodyElseLetsUsIn();
     void ticksThatWereHeldUpAreNoTime();
+    void nextSupplicantHasLeftNone();
     void leftNetworksStayLeftWhileAnotherServes();
-    void vainDeparturesBecomeRare();
-    void departuresStartAnew_data();
-    void departuresStartAnew();
+    void leftNetworksThatStayLeftAreTakenBackLater();
 
 private:
     void Connect();
-    /// Leaves the network, which nobody else lets us in for.
-    void LeaveInVain();
-    /// Requests until one is followed.
-    int RequestsNeeded();
     QStringList SentAfterStatus() const;
 };
 
@@ -54,22 +51,6 @@ void TestWpaSuppThreadNetworks::Connect()
     supervisor->Supervise();
     supervisor->MessageReceived(CONNECTED);
     supplicant->ClearCommands();
-}
-
-void TestWpaSuppThreadNetworks::LeaveInVain()
-{
-    supervisor->MessageReceived(DISCONNECTED);
-    supervisor->Tick(30);
-    supervisor->MessageReceived(CONNECTED);
-    supervisor->Tick();
-}
-
-int TestWpaSuppThreadNetworks::RequestsNeeded()
-{
-    int requests = 1;
-    while (!supervisor->LeaveNetwork() && requests < 100)
-        ++requests;
-    return requests;
 }
 
 QStringList TestWpaSuppThreadNetworks::SentAfterStatus() const
@@ -92,6 +73,10 @@ void TestWpaSuppThreadNetworks::networkIsLeftForAnother_data()
                                                  << QStringList{LIST, LEAVE_OFFICE};
     QTest::newRow("all others are left") << office + "1\tannex\tany\t[DISABLED]\n2\tguests\tany\t[DISABLED]\n"
                                          << QStringList{LIST, ENABLE_ALL, LEAVE_OFFICE};
+    QTest::newRow("two definitions of it")
+        << office + "1\toffice\tany\t\n2\tannex\tany\t\n"
+        << QStringList{LIST, QStringLiteral("DISABLE_NETWORK 1"), LEAVE_OFFICE};
+    QTest::newRow("another definition of it alone") << office + "1\toffice\tany\t\n" << QStringList{LIST};
     QTest::newRow("the supplicant pauses the other one") << office + "1\tannex\tany\t[TEMP-DISABLED]\n"
                                                          << QStringList{LIST, LEAVE_OFFICE};
     QTest::newRow("a name with a tab") << HEADING + "0\tthe\\toffice\tany\t[CURRENT]\n1\tannex\tany\t\n"
@@ -124,6 +109,30 @@ void TestWpaSuppThreadNetworks::departureIsTold()
     QCOMPARE(TestSupport::LogText().count(QString::fromUtf8(
                  "No address is to be had from the network café on wlan0 - trying another")),
              1);
+}
+
+void TestWpaSuppThreadNetworks::networkThatIsNotLeftIsNotTold()
+{
+    Connect();
+    supplicant->SetReply("DISABLE_NETWORK 0", "FAIL\n");
+
+    QVERIFY(!supervisor->LeaveNetwork());
+
+    QVERIFY(!TestSupport::LogText().contains(QStringLiteral("No address is to be had")));
+}
+
+/// The one that gave no address has gone, and what told of it is not read yet.
+void TestWpaSuppThreadNetworks::anotherNetworkThatLetUsInUnheardIsNotLeft()
+{
+    Connect();
+    FakeSupplicant::Answer answer;
+    answer.eventsFirst = {DISCONNECTED.toLatin1(), CONNECTED.toLatin1()};
+    answer.reply = HEADING + "0\toffice\tany\t\n1\tannex\tany\t[CURRENT]\n";
+    supplicant->SetAnswer("LIST_NETWORKS", answer);
+
+    QVERIFY(!supervisor->LeaveNetwork());
+
+    QCOMPARE(supplicant->Commands(), QStringList{LIST});
 }
 
 void TestWpaSuppThreadNetworks::whoeverIsNotInANetworkLeavesNone_data()
@@ -176,6 +185,25 @@ void TestWpaSuppThreadNetworks::ticksThatWereHeldUpAreNoTime()
     QVERIFY(!supplicant->Commands().contains(ENABLE_ALL));
 }
 
+void TestWpaSuppThreadNetworks::nextSupplicantHasLeftNone()
+{
+    Connect();
+    supervisor->LeaveNetwork();
+    supervisor->MessageReceived(DISCONNECTED);
+    supervisor->Tick(20);
+
+    supervisor->ExpectSupplicant();
+    supervisor->Tick(100);
+    QVERIFY(!supplicant->Commands().contains(ENABLE_ALL));
+
+    // And what it leaves has the whole time.
+    supervisor->MessageReceived(CONNECTED);
+    supervisor->LeaveNetwork();
+    supervisor->MessageReceived(DISCONNECTED);
+    supervisor->Tick(29);
+    QVERIFY(!supplicant->Commands().contains(ENABLE_ALL));
+}
+
 void TestWpaSuppThreadNetworks::leftNetworksStayLeftWhileAnotherServes()
 {
     Connect();
@@ -193,43 +221,17 @@ void TestWpaSuppThreadNetworks::leftNetworksStayLeftWhileAnotherServes()
     QCOMPARE(SentAfterStatus(), QStringList{ENABLE_ALL});
 }
 
-void TestWpaSuppThreadNetworks::vainDeparturesBecomeRare()
+void TestWpaSuppThreadNetworks::leftNetworksThatStayLeftAreTakenBackLater()
 {
-    Connect();
-    QList<int> requests;
-    for (int departures = 0; departures < 7; ++departures) {
-        requests << RequestsNeeded();
-        LeaveInVain();
-    }
-    QCOMPARE(requests, QList<int>({1, 2, 4, 8, 16, 16, 16}));
-}
-
-void TestWpaSuppThreadNetworks::departuresStartAnew_data()
-{
-    QTest::addColumn<int>("ticksInPeace");
-    QTest::addColumn<bool>("isStarted");
-    QTest::addColumn<int>("requests");
-    QTest::newRow("connected for ten minutes") << 600 << false << 1;
-    QTest::newRow("not yet") << 598 << false << 2;
-    QTest::newRow("another supplicant") << 0 << true << 1;
-}
-
-void TestWpaSuppThreadNetworks::departuresStartAnew()
-{
-    QFETCH(int, ticksInPeace);
-    QFETCH(bool, isStarted);
     Connect();
     supervisor->LeaveNetwork();
-    LeaveInVain();
+    supervisor->MessageReceived(DISCONNECTED);
+    supplicant->SetReply("ENABLE_NETWORK all", "FAIL\n");
+    supplicant->ClearCommands();
 
-    supervisor->Tick(ticksInPeace);
-    if (isStarted) {
-        supervisor->ExpectSupplicant();
-        supervisor->Tick();
-        supervisor->MessageReceived(CONNECTED);
-    }
+    supervisor->Tick(60);
 
-    QTEST(RequestsNeeded(), "requests");
+    QCOMPARE(SentAfterStatus(), QStringList({ENABLE_ALL, ENABLE_ALL}));
 }
 
 QTEST_GUILESS_MAIN(TestWpaSuppThreadNetworks)

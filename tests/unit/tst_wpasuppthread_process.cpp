@@ -327,6 +327,7 @@ void TestWpaSuppThreadProcess::countsEveryWordAsASign()
 void TestWpaSuppThreadProcess::asksNothingOfAStoppedSupplicant()
 {
     supervisor->Supervise();
+    supervisor->TakeForHavingLeft(); // To be undone after 30 ticks.
     supplicant->Stop();
     QElapsedTimer timer;
     timer.start();
