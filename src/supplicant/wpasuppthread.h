@@ -290,7 +290,7 @@ private:
     int idleTicks = 0;        ///< since the process began, until the first start
 
     bool hasLeftNetworks = false; ///< and the supplicant does not try them
-    int awayTicks = 0;            ///< since then, in a row, without being let in
+    int awayTicks = 0;            ///< since then, without being let in for long
 
     /// What an operator is told, and counted when it lasts or comes again and again.
     struct

@@ -14,7 +14,7 @@
 namespace {
 
 /// Ticks without an association after which the networks that were left are tried again: a scan of all bands
-/// and an authentication have had the time.
+/// and an authentication have had the time. One that lasts as long starts the count anew.
 constexpr int AWAY_TICKS = 30;
 
 const QString DISABLE = QStringLiteral("DISABLE_NETWORK ");
@@ -94,15 +94,19 @@ bool WpaSuppThread::EnableAllNetworks()
     return IsOk(SendCommand(QStringLiteral("ENABLE_NETWORK all")));
 }
 
-/// No other network lets us in: one without an address may have one by now.
+/// No other network lets us in, or none for long: one without an address may have one by now.
 void WpaSuppThread::TakeNetworksBack()
 {
     // An attempt to get an address holds the ticks up; then they follow each other at once, and are no time
     // in which somebody could have let us in. One that is stopped answers nobody, for 10 s each time.
     if (!hasLeftNetworks || waitingTicks > 1 || wasStopped)
         return;
-    awayTicks = associated ? 0 : awayTicks + 1;
-    if (awayTicks < AWAY_TICKS || !IsControlOpen())
+    if (associated) {
+        if (peaceTicks >= AWAY_TICKS)
+            awayTicks = 0;
+        return;
+    }
+    if (++awayTicks < AWAY_TICKS || !IsControlOpen())
         return;
     awayTicks = 0;
     hasLeftNetworks = !EnableAllNetworks();

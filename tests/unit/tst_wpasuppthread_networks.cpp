@@ -37,6 +37,7 @@ private slots:
     void ticksThatWereHeldUpAreNoTime();
     void nextSupplicantHasLeftNone();
     void leftNetworksStayLeftWhileAnotherServes();
+    void leftNetworksAreTakenBackWhenNobodyElseKeepsUs();
     void leftNetworksThatStayLeftAreTakenBackLater();
 
 private:
@@ -217,7 +218,24 @@ void TestWpaSuppThreadNetworks::leftNetworksStayLeftWhileAnotherServes()
     QCOMPARE(SentAfterStatus(), QStringList());
 
     supervisor->MessageReceived(DISCONNECTED);
-    supervisor->Tick(30);
+    supervisor->Tick(29);
+    QCOMPARE(SentAfterStatus(), QStringList());
+    supervisor->Tick();
+    QCOMPARE(SentAfterStatus(), QStringList{ENABLE_ALL});
+}
+
+void TestWpaSuppThreadNetworks::leftNetworksAreTakenBackWhenNobodyElseKeepsUs()
+{
+    Connect();
+    supervisor->LeaveNetwork();
+    supplicant->ClearCommands();
+    for (int turn = 0; turn < 3; ++turn) {
+        QCOMPARE(SentAfterStatus(), QStringList());
+        supervisor->MessageReceived(CONNECTED);
+        supervisor->Tick(29);
+        supervisor->MessageReceived(DISCONNECTED);
+        supervisor->Tick(10);
+    }
     QCOMPARE(SentAfterStatus(), QStringList{ENABLE_ALL});
 }
 
