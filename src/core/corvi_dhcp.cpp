@@ -27,10 +27,16 @@ constexpr int ATTEMPTS_IN_A_NETWORK = 2;
 constexpr int MOST_DOUBLINGS = 3;
 
 /// Whoever finds no server may take an address of this link alone (RFC 3927), or another program gives the
-/// interface one: it leads nowhere, and is no reason to ask for none.
+/// interface one: it leads nowhere.
+bool IsOfLinkAlone(const QString &address)
+{
+    return address.startsWith(QLatin1String("169.254."));
+}
+
+/// No reason to ask for none.
 bool IsMakeshift(const NetworkDevice &d)
 {
-    return d.dhcpFailures > 0 && d.ipAddress.startsWith(QLatin1String("169.254."));
+    return d.dhcpFailures > 0 && IsOfLinkAlone(d.ipAddress);
 }
 
 } // namespace
@@ -40,7 +46,7 @@ void Corvi::RetryDhcp(NetworkDevice *d, RetryPause &pause)
     // A device that was never configured missed its event: the supplicant says only once that it connected.
     const bool isStatic = d->currentConfig && d->currentConfig->staticIp;
     const bool hasAddress = !d->ipAddress.isEmpty() && !IsMakeshift(*d);
-    if (d->isWireless && d->isRunning && hasAddress)
+    if (d->isWireless && d->isRunning && hasAddress && !IsOfLinkAlone(d->ipAddress))
         departures = 0;
     if (!d->isRunning || hasAddress || IsAwaitingAuthentication(d) || d->namedNetworks.isEmpty() ||
         isStatic) {

@@ -425,6 +425,11 @@ void TestCorviDhcp::roundsInVainBecomeRare_data()
         corvi.WirelessNetworkSetup(false);
         RealIp({"addr", "del", "10.0.0.5/24", "dev", "wlan0"});
     }) << QList<int>{2};
+    QTest::newRow("an address of the link alone") << Deed([](CorviPeer &corvi) {
+        RealIp({"addr", "add", "169.254.7.7/16", "dev", "wlan0"});
+        corvi.WirelessNetworkSetup(false);
+        RealIp({"addr", "del", "169.254.7.7/16", "dev", "wlan0"});
+    }) << QList<int>{4};
     QTest::newRow("the radio is taken up anew") << Deed([](CorviPeer &corvi) {
         corvi.WirelessNetworkSetup(true);
         BringUp("wlan0");
