@@ -10,7 +10,10 @@
 #include <QProcess>
 #include <QSharedMemory>
 
+#include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <ctime>
 #include <functional>
 
 #include <dlfcn.h>
@@ -54,6 +57,8 @@ private:
 
 /// Told of each step (semop(2)) that Qt takes on a lock, before it is taken.
 std::function<void(int)> onStep;
+/// Told of each wait that has a limit (semtimedop(2)), which then is over in vain.
+std::function<void(std::chrono::nanoseconds)> onWait;
 
 } // namespace
 
@@ -67,6 +72,18 @@ extern "C" int semop(int id, sembuf *steps, size_t count) noexcept
     return real(id, steps, count);
 }
 
+/// The same.
+extern "C" int semtimedop(int id, sembuf *steps, size_t count, const timespec *limit) noexcept
+{
+    using TimedOperation = int (*)(int, sembuf *, size_t, const timespec *);
+    static const auto real = reinterpret_cast<TimedOperation>(::dlsym(RTLD_NEXT, "semtimedop"));
+    if (!onWait)
+        return real(id, steps, count, limit);
+    onWait(std::chrono::seconds(limit->tv_sec) + std::chrono::nanoseconds(limit->tv_nsec));
+    errno = EAGAIN;
+    return -1;
+}
+
 /// The lock of the segment that others read the status from.
 class TestCorviSegmentLock : public QObject
 {
@@ -78,6 +95,7 @@ private slots:
     void publishingWaitsForTheLock();
     void recordIsPutUnderTheLock();
     void readerAfterOneThatWasGivenUpIsWaitedFor();
+    void readerThatWasGivenUpIsWaitedForOnce();
     void lockThatItsFileLeadsToNoMoreIsNotWaitedFor();
     void lostSegmentWaitsForItsLock();
     void lockThatCannotBeLeftIsNotWaitedFor();
@@ -136,6 +154,24 @@ void TestCorviSegmentLock::readerAfterOneThatWasGivenUpIsWaitedFor()
 
     QVERIFY(reader.Output().startsWith("locked\nawaited\n"));
     QCOMPARE(ReadSegment(), corvi.Device("eth0")->status->GetData());
+}
+
+void TestCorviSegmentLock::readerThatWasGivenUpIsWaitedForOnce()
+{
+    CorviPeer corvi({"eth0"}, DISCOVERED);
+    const Reader stuck("--keep-lock");
+    QVERIFY(stuck.HasLock());
+    QList<bool> waits;
+    onWait = [&waits](std::chrono::nanoseconds limit) {
+        waits << (limit > std::chrono::nanoseconds(0));
+    };
+
+    for (int time = 0; time < 3; ++time)
+        corvi.ShareStatus(corvi.Device("eth0"));
+
+    onWait = nullptr;
+    QCOMPARE(waits.count(true), 1);
+    QCOMPARE(waits.count(false), 3);
 }
 
 /// A second start makes a new lock beside a reader that keeps the old one, and ends then: ours is the old
