@@ -117,13 +117,10 @@ Verdict Authenticating(const InterfaceReport &interface, const SystemReport &sys
         return NoSupplicant(*state.nextSupplicantStart, system);
     if (!state.authenticationSince)
         return Waiting("authenticating", QStringLiteral("waiting for the supplicant to authenticate with"));
-    // Whoever has an address keeps it; the others try for one.
-    const QString what = interface.link.addresses.isEmpty() ? QStringLiteral("unsecured fallback")
-                                                            : QStringLiteral("address kept without it");
-    return Waiting("authenticating", QStringLiteral("waiting for authentication for %1 s, %2 at %3 s")
-                                         .arg(Seconds(*state.authenticationSince, system.nowMs))
-                                         .arg(what)
-                                         .arg(state.fallbackSeconds));
+    return Waiting("authenticating",
+                   QStringLiteral("waiting for authentication for %1 s, unsecured fallback at %2 s")
+                       .arg(Seconds(*state.authenticationSince, system.nowMs))
+                       .arg(state.fallbackSeconds));
 }
 
 QString Attempts(int count)
