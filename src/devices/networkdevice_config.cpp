@@ -89,6 +89,7 @@ void NetworkDevice::ConfigureNetwork(bool renew)
         if (!currentConfig) {
             LogOnce(reports->config) << "NetworkDevice::ConfigureNetwork -- Could not find configuration";
             EndDhcpClient();
+            ClaimResolver(false); // A client that an administrator starts sets name servers, too.
             SendEvent(ZebNetEvent::ADDRESS, ZebNetEvent::FAILED);
             return;
         }

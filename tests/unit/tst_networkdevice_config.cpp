@@ -69,6 +69,7 @@ private Q_SLOTS:
     void staticDnsIsWritten_data();
     void staticDnsIsWritten();
     void ownServersAreSaidToTheClient();
+    void ownServersEndWithTheirDefinition();
     void ownServersThatCannotBeSaidAreLogged();
     void serversThatCannotBeSaidAreNewsAfterSomeThatCould();
     void hostsAreAlwaysWritten();
@@ -559,6 +560,23 @@ void TestNetworkDeviceConfig::ownServersAreSaidToTheClient()
     QVERIFY(QFile::exists("/tmp/said"));
 
     TestSupport::WriteNetworks(Network("lan"));
+    Device device("eth0");
+    device.ConfigureNetwork(true);
+
+    QVERIFY(!QFile::exists(said));
+}
+
+void TestNetworkDeviceConfig::ownServersEndWithTheirDefinition()
+{
+    const QString said = "/run/corvi-own-resolver.eth0";
+    TestSupport::WriteNetworks(Network("lan", STATIC_DNS));
+    {
+        Device device("eth0");
+        device.ConfigureNetwork(false);
+    }
+    QVERIFY(QFile::exists(said));
+
+    TestSupport::WriteNetworks("");
     Device device("eth0");
     device.ConfigureNetwork(true);
 
