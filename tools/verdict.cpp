@@ -239,6 +239,15 @@ Verdict WithoutLink(const ServiceState &daemon)
                                Waiting("link-down", lack + QStringLiteral(" and is brought up again")));
 }
 
+/// Nobody connects a modem, or brings it up, while another one carries. It may still be connected.
+bool IsIdleModem(const InterfaceReport &interface, const QString &carrier)
+{
+    const InterfaceState &state = *interface.daemon;
+    const bool isBehind = !carrier.isEmpty() && carrier != state.name;
+    return state.kind == QLatin1String("modem") && isBehind &&
+           (!interface.link.isUp || interface.link.addresses.isEmpty());
+}
+
 /// Of an interface that the daemon manages and whose turn it is.
 Verdict InUse(const InterfaceReport &interface, const SystemReport &system)
 {
@@ -276,7 +285,7 @@ Verdict Judge(const InterfaceReport &interface, const SystemReport &system)
     const QString &carrier = system.daemon.state.carrier;
     // A wired one without a carrier says so itself: any of them may be the next.
     const bool awaitsTurn = !state.isInUse && state.kind != QLatin1String("wired");
-    if (state.isHeldDown || awaitsTurn)
+    if (state.isHeldDown || awaitsTurn || IsIdleModem(interface, carrier))
         return NotInUse(state, carrier);
     return InUse(interface, system);
 }

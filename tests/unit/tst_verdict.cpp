@@ -121,6 +121,22 @@ void TestVerdict::linkDecides_data()
                 i.daemon->isInUse = false;
                 i.daemon->kind = "modem";
             });
+    const auto makeModem = [](InterfaceReport &i) {
+        i.daemon->kind = "modem";
+        i.link.addresses.clear();
+    };
+    AddCase(
+        "modem that is down beside a cable", "standby", "not used while eth1 carries the traffic",
+        [&](auto &i) {
+            makeModem(i);
+            i.link.isUp = false;
+        },
+        "eth1");
+    AddCase("modem without an address beside a cable", "standby", "not used while eth1 carries the traffic",
+            makeModem, "eth1");
+    AddCase(
+        "modem with an address beside a cable", "connected", "has an address, while eth1 carries the traffic",
+        [](auto &i) { i.daemon->kind = "modem"; }, "eth1");
     AddCase(
         "radio beside a cable", "standby", "not used while eth0 carries the traffic",
         [](auto &i) {
