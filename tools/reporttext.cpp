@@ -152,7 +152,7 @@ QString LeaseText(const LeaseFacts &lease)
 QString DefinitionText(const InterfaceState &state)
 {
     if (state.definition.isEmpty())
-        return QStringLiteral("none");
+        return state.kind == QLatin1String("modem") ? QString() : QStringLiteral("none");
     const QString addressing = state.isStatic ? QStringLiteral(", static address") : QString();
     return QStringLiteral("%1: %2%3").arg(state.definition, DefinitionReason(state), addressing);
 }

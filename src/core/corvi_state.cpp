@@ -94,12 +94,15 @@ InterfaceState Corvi::StateOf(const NetworkDevice *d, const InterfaceState &earl
     InterfaceState state;
     state.name = d->name;
     state.kind = KindOf(d);
-    state.definitionCount = static_cast<int>(d->networkNames.size());
-    state.definition = d->currentConfig ? d->currentConfig->GetName() : d->networkNames.value(0);
+    const auto *const modem = qobject_cast<const Modem *>(d);
+    // A modem is its tool's, whatever definitions there are for cables.
+    if (!modem) {
+        state.definitionCount = static_cast<int>(d->networkNames.size());
+        state.definition = d->currentConfig ? d->currentConfig->GetName() : d->networkNames.value(0);
+    }
     state.isStatic = d->currentConfig && d->currentConfig->staticIp;
     state.isInUse = d == wiredDevice || d == wirelessDevice || d == modemDevice;
     state.isHeldDown = d->stopped;
-    const auto *const modem = qobject_cast<const Modem *>(d);
     state.isConnected = modem && modem->modemConnected;
     // While a cable carries nobody asks it, and what it said may be over.
     state.connectionFault = modem && !wiredUp ? modem->connectionFault : QString();

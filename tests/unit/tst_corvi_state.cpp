@@ -53,6 +53,7 @@ private Q_SLOTS:
 
     void stateIsTold();
     void kindsAndWhoseTurnItIsAreTold();
+    void modemHasNoDefinition();
     void faultOfAModemIsTold();
     void faultOfAModemThatNobodyAsksIsNotTold();
     void secondPortIsToldToBeHeldDown();
@@ -117,6 +118,17 @@ void TestCorviState::kindsAndWhoseTurnItIsAreTold()
     QVERIFY(!Told(0).isConnected && !Told(1).isConnected && Told(2).isConnected);
     QVERIFY(Told(2).isInUse && !Told(1).isInUse);
     QCOMPARE(Told(1).definition, "Office");
+}
+
+void TestCorviState::modemHasNoDefinition()
+{
+    CorviPeer corvi(LAN_DHCP, {"wwan0"}, SET_UP);
+
+    corvi.Tick();
+
+    QCOMPARE(Told().kind, "modem");
+    QCOMPARE(Told().definition, "");
+    QCOMPARE(Told().definitionCount, 0);
 }
 
 void TestCorviState::faultOfAModemIsTold()

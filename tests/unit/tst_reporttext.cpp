@@ -31,6 +31,7 @@ private Q_SLOTS:
     void rowSaysWhatIsKnown_data();
     void rowSaysWhatIsKnown();
     void rowWithoutAValueIsLeftOut();
+    void modemHasNoRowForADefinition();
     void noLineIsLongerThanATerminal();
     void longRowsGoOnBelowTheirValue();
     void noNameMovesTheCursor();
@@ -184,6 +185,15 @@ void TestReportText::rowWithoutAValueIsLeftOut()
                      "  Link:         up, carrier, 1000 Mbit/s, 02:00:5E:10:00:01\n"
                      "  Address:      10.0.0.5/24\n"
                      "  Definition:   lan: the only one for a wired interface\n"));
+}
+
+void TestReportText::modemHasNoRowForADefinition()
+{
+    InterfaceReport interface = Connected();
+    interface.daemon->kind = "modem";
+    interface.daemon->definition.clear();
+
+    QVERIFY(!ReportText::ForPerson(SystemWith(interface), false).contains("Definition:"));
 }
 
 void TestReportText::noLineIsLongerThanATerminal()
