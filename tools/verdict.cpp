@@ -229,6 +229,9 @@ Verdict WithAddress(const InterfaceReport &interface, const QString &carrier)
         return Good("connected", QStringLiteral("connected without authentication"));
     if (!carrier.isEmpty() && carrier != state.name)
         return Good("connected", QStringLiteral("has an address, while %1 carries the traffic").arg(carrier));
+    // Its tool may leave the address of the connection before.
+    if (state.kind == QLatin1String("modem") && !state.isConnected)
+        return Waiting("not-connected", QStringLiteral("not connected: waiting for the modem to connect"));
     return Good("connected", QStringLiteral("connected"));
 }
 

@@ -152,8 +152,11 @@ void TestVerdict::linkDecides_data()
             });
     AddCase("modem, which needs none", "connected", "connected", [](auto &i) {
         i.daemon->kind = "modem";
+        i.daemon->isConnected = true;
         i.daemon->definitionCount = 0;
     });
+    AddCase("modem that has lost its connection and kept its address", "not-connected",
+            "not connected: waiting for the modem to connect", [](auto &i) { i.daemon->kind = "modem"; });
     AddCase("no definition", "no-definition", "the store defines no network for a wired interface",
             [](auto &i) { i.daemon->definitionCount = 0; });
 }
