@@ -58,8 +58,7 @@ bool Corvi::WiredNetworkSetup()
 void Corvi::ReportWiredLink(NetworkDevice *chosen)
 {
     const bool isConnected = chosen != nullptr;
-    LogOnce(linkReport, QString::number(isConnected))
-        << "Wired Device Connected" << isConnected << (wiredDevice ? wiredDevice->name : QString());
+    LogOnce(linkReport, QString::number(isConnected)) << "Wired Device Connected" << isConnected;
     wiredUp = isConnected;
     wiredRetry.Reset();
     if (wiredDevice)
@@ -176,13 +175,13 @@ void Corvi::WaitForAuthentication(NetworkDevice *d)
         break;
     case WaitAction::KEEP_ADDRESS:
         LogOnce(fallbackReport, QStringLiteral("given up"))
-            << "Corvi::WiredNetworkSetup:: Set in fallback mode" << d->name;
+            << "Corvi::WiredNetworkSetup:: Set in fallback mode";
         d->inFallback = true;
         supThread->Stop(WpaSuppThread::STOP_GIVEN_UP);
         break;
     case WaitAction::TRY_UNSECURED:
         LogOnce(fallbackReport, QStringLiteral("unsecured"))
-            << "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback" << d->name;
+            << "Corvi::WiredNetworkSetup:: Wired 802.1x Fallback";
         d->inFallback = true;
         supThread->Stop(WpaSuppThread::STOP_FALLBACK);
         // This clears the flag just set: an unsecured attempt now, authentication again afterwards.

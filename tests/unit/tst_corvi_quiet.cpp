@@ -195,9 +195,9 @@ void TestCorviQuiet::lineHasItsLevel_data()
         for (const char *const line : lines)
             QTest::newRow(line) << QString(line) << level;
     };
-    add(2, {"Corvi::WiredNetworkSetup:: Device Change", "Wired Device Connected 1 eth0",
-            "Wired Device Connected 0 eth0", "Start Wireless interface",
-            "Corvi::Loop:: Stopping wireless device"});
+    add(2,
+        {"Corvi::WiredNetworkSetup:: Device Change", "Wired Device Connected 1", "Wired Device Connected 0",
+         "Start Wireless interface", "Corvi::Loop:: Stopping wireless device"});
     add(4, {"Corvi::Init()",
             "Corvi::Init() Complete",
             "Corvi::FindAllInterfaces()",

@@ -257,7 +257,7 @@ void TestCorviWired8021x::announcedPortFallsBackAfterElevenTicks()
     corvi.Tick();
     QVERIFY(device->inFallback);
     QCOMPARE(device->authWaitTicks, 11);
-    QCOMPARE(Decisions(), QStringList({"Corvi::WiredNetworkSetup:: Set in fallback mode eth0",
+    QCOMPARE(Decisions(), QStringList({"Corvi::WiredNetworkSetup:: Set in fallback mode",
                                        "WpaSuppThread::Stop 0 true 1"}));
     QVERIFY(Supervisor::IsStopRequested());
     QCOMPARE(JournalOf("ifconfig"), QStringList());
@@ -293,7 +293,7 @@ void TestCorviWired8021x::fallbackIsForcedAfterSixtyTicks()
     corvi.Tick();
 
     const QStringList lines = LogLines();
-    const auto decision = lines.indexOf("Corvi::WiredNetworkSetup:: Wired 802.1x Fallback eth0");
+    const auto decision = lines.indexOf("Corvi::WiredNetworkSetup:: Wired 802.1x Fallback");
     QVERIFY(decision != -1);
     QCOMPARE(lines.at(decision + 1), QString("WpaSuppThread::Stop 5 true 1"));
     QCOMPARE(lines.at(decision + 2), QString("NetworkDevice::ConfigureNetwork -- start  eth0"));
@@ -332,7 +332,7 @@ void TestCorviWired8021x::fallbackIsNewsAfterAnAuthentication()
         device->inFallback = false;
     }
 
-    QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: Set in fallback mode eth0"), told);
+    QCOMPARE(LogCount("Corvi::WiredNetworkSetup:: Set in fallback mode"), told);
 }
 
 void TestCorviWired8021x::unreadSuccessPreventsTheFallback_data()
