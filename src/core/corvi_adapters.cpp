@@ -45,7 +45,8 @@ void Corvi::CheckAdapters()
         AmendInterfaces(present);
 }
 
-/// What a discovery would take now. Bonds are made and renamed by the bonding itself: they are no change.
+/// What a discovery would take now. Bonds are made and renamed by the bonding itself: they are no change,
+/// once they are taken. One that was made during the discovery, where no interface had its name, is not yet.
 /// Nothing where it cannot be told, as without a descriptor left: what is not seen is not gone.
 std::optional<Corvi::InterfaceIndexes> Corvi::LookForInterfaces() const
 {
@@ -55,13 +56,13 @@ std::optional<Corvi::InterfaceIndexes> Corvi::LookForInterfaces() const
     if (entries.isEmpty()) // There is always the loopback.
         return std::nullopt;
     for (const QString &entry : entries) {
-        if (!bonds.contains(entry) && IsForDiscovery(entry)) {
+        if (bonds.contains(entry) && takenInterfaces.contains(entry)) {
+            present.insert(entry, takenInterfaces.value(entry));
+        } else if (IsForDiscovery(entry)) {
             const unsigned int index = InterfaceIndex(entry);
             if (index == 0)
                 return std::nullopt;
             present.insert(entry, index);
-        } else if (bonds.contains(entry) && takenInterfaces.contains(entry)) {
-            present.insert(entry, takenInterfaces.value(entry));
         }
     }
     return present;

@@ -19,6 +19,7 @@ private Q_SLOTS:
     void bondingFollowsTheStore();
     void enslavedInterfacesAreSkipped();
     void bondingLeavesTheListAsItIs();
+    void bondMadeByADiscoveryIsTakenByTheNext();
     void bondTakesOverTheWiredNameAndPrefersAPort();
     void liveBondIsTakenOverAsItIs();
     void bondThatIsNotWantedIsTakenDownOnce();
@@ -102,6 +103,25 @@ void TestCorviBonding::bondingLeavesTheListAsItIs()
     QVERIFY(QFile::exists("/sys/class/net/usb1"));
     QVERIFY(corvi.Bond().isBondingActive());
     QCOMPARE(corvi.AllInterfaces(), QStringList({"eth0", "usb0"}));
+}
+
+/// Where an adapter had its name, it was listed.
+void TestCorviBonding::bondMadeByADiscoveryIsTakenByTheNext()
+{
+    MakeMachine("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>", {"eth0", "enp1s0"});
+    FakeSysNet folder;
+    folder.Write("enp1s0/type", "1\n");
+    Answer("ip", "[ \"$2\" = add ] && cd /sys/class/net && mkdir eth0 && echo 1 >eth0/type &&\n"
+                 "echo eth0 >bonding_masters\nexit 0");
+    CorviPeer corvi;
+    corvi.Tick();
+    QVERIFY(corvi.Bond().isBondingActive());
+    QCOMPARE(corvi.AllInterfaces(), QStringList());
+
+    corvi.Tick(10);
+
+    QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 2);
 }
 
 void TestCorviBonding::bondTakesOverTheWiredNameAndPrefersAPort()
