@@ -312,6 +312,8 @@ private:
 
     // Modem network
     void BringModemUp();
+    void PublishLoss(Modem *modem);
+    void GiveModemUp(Modem *modem);
     void KeepModemConnected(Modem *modem);
     void KeepModemConfigured(Modem *modem);
     void SeekDroppedModem();
@@ -336,6 +338,7 @@ private:
     bool LockSegment();
     bool IsLockKept();
     void KeepSegmentFound();
+    void ForgetGoneRecord();
     void ReplaceStaleRecord();
 
     // The carrier

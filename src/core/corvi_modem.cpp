@@ -14,10 +14,12 @@
 namespace {
 
 /// Ticks of bringing up without a running link after which a modem is given up: fixed, as is that only a
-/// discovery takes it up again. SeekDroppedModem() asks for one where there is no radio.
+/// discovery takes it up again. SeekDroppedModem() asks for one.
 constexpr int MODEM_ATTEMPTS = 10;
 /// How long a modem that was given up is left alone, as it is meant to be.
 constexpr std::chrono::seconds MODEM_REST{60};
+/// The same where a radio tries to find a network meanwhile, which a discovery begins anew.
+constexpr std::chrono::seconds MODEM_REST_BESIDE_A_RADIO{300};
 
 /// Many a network gives no other one. In a line of the kernel's list the scope is the fourth word, the
 /// interface the last.
@@ -75,16 +77,31 @@ void Corvi::BringModemUp()
     if (modem->isRunning) {
         PublishAddress(modem);
         modem->KeepLeasedRoute();
-    } else if (++conn_counter > MODEM_ATTEMPTS) {
-        LogOnce(modemReport, QStringLiteral("no link"))
-            << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << NameWithFault(*modem);
-        modem->Down();
-        modemDevice = nullptr;
-        modemDropped = RetryPause::Time::clock::now();
-        return;
+    } else {
+        PublishLoss(modem);
+        if (++conn_counter > MODEM_ATTEMPTS) {
+            GiveModemUp(modem);
+            return;
+        }
     }
     KeepModemConnected(modem);
     KeepModemConfigured(modem);
+}
+
+/// No supplicant tells that a modem's link has ended, and nobody publishes one without a link.
+void Corvi::PublishLoss(Modem *modem)
+{
+    if (modem->publishedCarrier)
+        ShareStatus(modem);
+}
+
+void Corvi::GiveModemUp(Modem *modem)
+{
+    LogOnce(modemReport, QStringLiteral("no link"))
+        << "Corvi::ModemNetworkSetup - no link, unused until the next rescan:" << NameWithFault(*modem);
+    modem->Down();
+    modemDevice = nullptr;
+    modemDropped = RetryPause::Time::clock::now();
 }
 
 /// The modem's manager may still be looking for the modem when we connect first, or be started anew later,
@@ -128,12 +145,18 @@ void Corvi::KeepModemConfigured(Modem *modem)
     modemAddressPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
-/// Only a discovery takes up a modem that was given up, and on a device that has nothing else nobody asks for
-/// one. Where there is a radio, it has its turn, which a discovery would begin anew.
+/// Only a discovery takes up a modem that was given up, and nobody else asks for one. Where there is a radio,
+/// it has its turn first: the pause begins once it is in use and has no link.
 void Corvi::SeekDroppedModem()
 {
-    if (wirelessInterfaces.isEmpty() && modemDropped &&
-        RetryPause::Time::clock::now() - *modemDropped >= MODEM_REST)
+    if (!modemDropped)
+        return;
+    const auto now = RetryPause::Time::clock::now();
+    const bool hasRadio = !wirelessInterfaces.isEmpty();
+    if (hasRadio && (!wirelessDevice || wirelessDevice->isRunning))
+        modemDropped = now;
+    const bool mayRadioServe = wirelessDevice && !wirelessDevice->namedNetworks.isEmpty();
+    if (now - *modemDropped >= (mayRadioServe ? MODEM_REST_BESIDE_A_RADIO : MODEM_REST))
         forceRescan = true;
 }
 

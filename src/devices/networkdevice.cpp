@@ -247,12 +247,13 @@ void NetworkDevice::NotePublished()
     publishedBroadcast = broadcast;
     publishedNetmask = netmask;
     publishedMacAddress = macAddress;
+    publishedCarrier = isRunning;
 }
 
 bool NetworkDevice::IsPublished() const
 {
     return publishedAddress == ipAddress && publishedBroadcast == broadcast && publishedNetmask == netmask &&
-           publishedMacAddress == macAddress;
+           publishedMacAddress == macAddress && publishedCarrier == isRunning;
 }
 
 QString NetworkDevice::DefinitionName() const

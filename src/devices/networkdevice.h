@@ -194,9 +194,10 @@ public:
     bool driverChosen = false;           ///< by UseNewDriver(); read by nobody: kept as it is
     bool isBridgePort = false;           ///< somebody's bridge has the traffic of this interface
     QString publishedAddress;   ///< in the record of this device that was published last, or waits to be
-    QString publishedBroadcast; ///< in the same record, like the next two
+    QString publishedBroadcast; ///< in the same record, like the next three
     QString publishedNetmask;
     QString publishedMacAddress;
+    bool publishedCarrier = false;
     CarrierLosses carrierLosses;               ///< of the link, since it was reported
     int dhcpFailures = 0;                      ///< attempts in a row, on this link, that got no address
     QString dhcpRefuser;                       ///< the server that refused the last one, where one did

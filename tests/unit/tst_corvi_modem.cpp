@@ -53,11 +53,14 @@ private Q_SLOTS:
     void runningLinkIsNotCounted();
     void runningLinkKeepsTheCount();
     void addressOfARunningLinkIsPublished();
+    void linkThatIsLostIsPublished();
     void rescanGivesAFreshCount();
     void wirelessResetsTheCounter();
     void droppedModemComesBackWithARescan();
     void droppedModemIsSoughtAgain();
+    void droppedModemLeavesTheTurnToARadio_data();
     void droppedModemLeavesTheTurnToARadio();
+    void droppedModemWaitsForARadioThatIsNotInUse();
     void wirelessFollowsADroppedModem();
     void takeDownDisconnects();
     void takeDownIsToldWhenItIsDone();
@@ -369,6 +372,31 @@ void TestCorviModem::addressOfARunningLinkIsPublished()
     QCOMPARE(published.GetIp(), QString("10.7.0.5"));
 }
 
+void TestCorviModem::linkThatIsLostIsPublished()
+{
+    SetModemStatus("connected\n");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    RealIp({"addr", "add", "10.7.0.5/24", "dev", "wwan0"});
+    corvi.ModemDevice()->RefreshStatus();
+    corvi.Tick();
+    const QByteArray connected = corvi.Segment();
+
+    PullCable("wwan0");
+    corvi.ModemDevice()->RefreshStatus();
+    corvi.Tick();
+    ZebNetStatus published;
+    QVERIFY(published.SetData(corvi.Segment()));
+    QVERIFY(!published.IsConnected());
+    LogFromHere(4);
+    corvi.Tick();
+    QCOMPARE(LogCount("ShareStatus()  Start"), 0);
+
+    PlugCable("wwan0");
+    corvi.ModemDevice()->RefreshStatus();
+    corvi.Tick();
+    QCOMPARE(corvi.Segment(), connected);
+}
+
 void TestCorviModem::rescanGivesAFreshCount()
 {
     MakeInterface("wwan0");
@@ -437,19 +465,58 @@ void TestCorviModem::droppedModemIsSoughtAgain()
     QVERIFY(!corvi.ModemDevice());
 }
 
+void TestCorviModem::droppedModemLeavesTheTurnToARadio_data()
+{
+    QTest::addColumn<QByteArray>("store");
+    QTest::addColumn<bool>("isConnected");
+    QTest::addColumn<QList<int>>("rests"); // in s, one after another
+    QTest::addColumn<bool>("isSought");
+    QTest::newRow("radio without a network") << QByteArray(LAN_STATIC) << false << QList<int>{50, 10} << true;
+    QTest::newRow("radio that finds none") << WLAN << false << QList<int>{200, 100} << true;
+    QTest::newRow("the same, early") << WLAN << false << QList<int>{200, 90} << false;
+    QTest::newRow("radio that serves") << WLAN << true << QList<int>{200, 200} << false;
+}
+
 void TestCorviModem::droppedModemLeavesTheTurnToARadio()
 {
-    MakeInterface("wwan0");
-    MakeInterface("wlan0");
+    QFETCH(QByteArray, store);
+    QFETCH(bool, isConnected);
+    QFETCH(QList<int>, rests);
+    QFETCH(bool, isSought);
+    MakeMachine(store, {"wwan0", "wlan0"});
     PullCable("wwan0");
+    PullCable("wlan0");
     CorviPeer corvi;
-    corvi.Tick(13);
+    corvi.Tick(16);
     QVERIFY(!corvi.ModemDevice());
+    QVERIFY(corvi.WirelessDevice());
+    if (isConnected)
+        PlugCable("wlan0");
 
-    FastClock::Advance(60s);
-    corvi.Tick(2);
+    for (const int rest : rests) {
+        QVERIFY(!corvi.ModemDevice());
+        FastClock::Advance(std::chrono::seconds(rest));
+        corvi.Tick(3);
+    }
+
+    QCOMPARE(corvi.ModemDevice() != nullptr, isSought);
+}
+
+void TestCorviModem::droppedModemWaitsForARadioThatIsNotInUse()
+{
+    MakeMachine(WLAN, {"wwan0", "wlan0"});
+    PullCable("wwan0");
+    PullCable("wlan0");
+    CorviPeer corvi;
+    corvi.Tick(12);
+    QVERIFY(!corvi.ModemDevice());
+    QVERIFY(!corvi.WirelessDevice());
+
+    FastClock::Advance(300s);
+    corvi.Tick(4);
 
     QVERIFY(!corvi.ModemDevice());
+    QVERIFY(corvi.WirelessDevice());
 }
 
 void TestCorviModem::wirelessFollowsADroppedModem()
