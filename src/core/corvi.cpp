@@ -98,6 +98,7 @@ void Corvi::Init()
         report->Over(); // What is found anew is told anew.
     SetUpResolved();
     FindAllInterfaces();
+    ForgetGoneRecord();
     Log(Level::TRACE) << "Corvi::Init() Complete";
 }
 

@@ -98,6 +98,15 @@ void Corvi::SendAssociationMessage(NetworkDevice *nd, bool ok)
     SendEvent(nd, ZebNetEvent::ASSOCIATION, StatusOf(ok));
 }
 
+/// Nobody is left to report that the interface has gone, and its record is none of ours.
+void Corvi::ForgetGoneRecord()
+{
+    if (publishedName.isEmpty() || devices.contains(publishedName))
+        return;
+    publishedName.clear();
+    hasEarlierRecord = true;
+}
+
 /// A record that an earlier daemon left may tell of a link that has gone since, or of an interface, and the
 /// next report may be days away. One that is still true stays. Not by ShareStatus(): no event tells of this
 /// one, so that an address in it is still to be announced.

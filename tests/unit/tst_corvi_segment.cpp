@@ -126,6 +126,8 @@ private slots:
     void anotherUsersSegmentIsNotTakenForOurs();
     void addressIsToldOnceWhileItCannotBePublished_data();
     void addressIsToldOnceWhileItCannotBePublished();
+    void recordOfAnInterfaceThatARescanMissesIsReplaced();
+    void recordOfAnInterfaceThatARescanFindsStays();
     void recordIsPublished();
     void copyIsBoundedByTheSegment();
     void copyLeavesTheRestOfALargerSegment();
@@ -462,6 +464,32 @@ void TestCorviSegment::addressIsToldOnceWhileItCannotBePublished()
     QVERIFY(published.SetData(ReadSegment()));
     QCOMPARE(published.GetIp(), QString("10.0.0.77"));
     QCOMPARE(listener.Take(), Events());
+}
+
+/// It went in the same second: nothing is left that could report it.
+void TestCorviSegment::recordOfAnInterfaceThatARescanMissesIsReplaced()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    QVERIFY(corvi.Segment() != QByteArray(SEGMENT_SIZE, '\0'));
+    RealIp({"link", "delete", "dev", "eth0"});
+
+    corvi.ForceRescan();
+    corvi.Tick(2);
+
+    QCOMPARE(corvi.Segment(), QByteArray(SEGMENT_SIZE, '\0'));
+}
+
+void TestCorviSegment::recordOfAnInterfaceThatARescanFindsStays()
+{
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    PullCable("eth0");
+    corvi.Tick();
+    FillSegment('x');
+
+    corvi.ForceRescan();
+    corvi.Tick(2);
+
+    QCOMPARE(corvi.Segment(), QByteArray(SEGMENT_SIZE, 'x'));
 }
 
 void TestCorviSegment::recordIsPublished()
