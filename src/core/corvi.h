@@ -309,6 +309,7 @@ private:
     void PickStrayWireless();
     void StartWirelessSupplicant(NetworkDevice *d);
     void SuperviseWireless();
+    bool MayStartAnotherSupplicant() const;
 
     // Modem network
     void BringModemUp();

@@ -3,6 +3,7 @@
 
 #include "corvi.h"
 
+#include "interfacekind.h"
 #include "logging.h"
 #include "networkdevice.h"
 #include "wpasuppthread.h"
@@ -117,6 +118,13 @@ void Corvi::StartWirelessSupplicant(NetworkDevice *d)
     wirelessConfigured = true;
 }
 
+/// At a radio that is switched off it may end at once: nobody tries in vain, so that no pause is left to wait
+/// for when it is switched on.
+bool Corvi::MayStartAnotherSupplicant() const
+{
+    return !IsSupplicantActive() && !supThread->IsPausing() && RadioBlock(wirelessDevice->name).isEmpty();
+}
+
 void Corvi::SuperviseWireless()
 {
     Log(Level::TRACE) << "Corvi::WirelessNetworkSetup -- Wireless Device defined";
@@ -125,7 +133,7 @@ void Corvi::SuperviseWireless()
         reconfigureWpa = true;
         wirelessConfigured = true;
         ReconfigureWpa(wirelessDevice);
-    } else if (!reconfigureWpa && !IsSupplicantActive() && !supThread->IsPausing()) {
+    } else if (!reconfigureWpa && MayStartAnotherSupplicant()) {
         LogOnce(restartReport) << "Restart Wireless interface";
         wpaHoldoffTicks = WPA_HOLDOFF_TICKS;
         reconfigureWpa = true;

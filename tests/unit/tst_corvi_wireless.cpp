@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fakesysnet.h"
 
 using namespace CorviWorld;
 using namespace TestSupport;
@@ -54,6 +55,7 @@ private Q_SLOTS:
     void holdOffGoesOnEveryTick();
     void nothingIsToDoWhileTheSupplicantRuns();
     void supplicantThatIsGoneIsStartedAgain();
+    void supplicantIsStartedAgainOnceTheRadioIsOn();
     void supplicantThatRestartsIsNotStartedAgain();
     void supplicantThatPausesIsNotStartedAgain();
     void changedFileStopsTheSupplicant();
@@ -344,6 +346,23 @@ void TestCorviWireless::supplicantThatIsGoneIsStartedAgain()
     corvi.WirelessNetworkSetup(false);
     QCOMPARE(LogCount("Restart Wireless interface"), 1);
     QCOMPARE(corvi.HoldOff(), 0);
+}
+
+void TestCorviWireless::supplicantIsStartedAgainOnceTheRadioIsOn()
+{
+    CorviPeer corvi({"wlan0"}, DISCOVERED);
+    corvi.AdoptWireless("wlan0");
+    corvi.LeaveHoldOff(0);
+    corvi.SettleSupplicant(GONE);
+    FakeSysNet sysNet;
+    sysNet.Write("wlan0/phy80211/rfkill0/soft", "1\n");
+
+    corvi.WirelessNetworkSetup(false);
+    QVERIFY(!corvi.IsReconfigureWanted());
+
+    sysNet.Write("wlan0/phy80211/rfkill0/soft", "0\n");
+    corvi.WirelessNetworkSetup(false);
+    QVERIFY(corvi.IsReconfigureWanted());
 }
 
 void TestCorviWireless::supplicantThatRestartsIsNotStartedAgain()
