@@ -65,11 +65,8 @@ bool Corvi::OpenSegment()
     if (!foreign.isEmpty())
         LogOnce(foreignSegmentReport)
             << "Corvi::OpenSegment - made by another user, removed and made anew:" << foreign;
-    if (IsLockKept()) {
-        if (!SegmentNames::LeaveLock(shm.nativeKey()))
-            return false; // What follows would wait for it.
-        lockKeeper.reset();
-    }
+    if (IsLockKept() && !SegmentNames::LeaveLock(shm.nativeKey()))
+        return false; // What follows would wait for it.
     hasEarlierRecord = !shm.create(ZebNetSegment::SIZE, QSharedMemory::ReadWrite);
     if (hasEarlierRecord) {
         Log(Level::SETUP) << "Corvi::run - Unable to create shared memory segment";

@@ -44,6 +44,7 @@ private Q_SLOTS:
     void changeOfTheConnectionIsReported();
     void connectionThatStaysIsNotReported();
     void connectionThatFailedIsTriedAgain();
+    void bringUpAfterATakeDownWaitsAsTheFirstOne();
     void faultOfTheModemIsTold();
     void lostDefaultRouteIsSetAgain();
     void connectionThatWasLostIsMadeAgain();
@@ -207,6 +208,25 @@ void TestCorviModem::connectionThatFailedIsTriedAgain()
     corvi.Tick();
     QCOMPARE(JournalOf(connect).size(), 1);
     QCOMPARE(LogLines().filter("connecting again").size(), 1);
+}
+
+void TestCorviModem::bringUpAfterATakeDownWaitsAsTheFirstOne()
+{
+    const QString connect = QStringLiteral("modem-tool.sh connect");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    corvi.ModemDevice()->isRunning = true;
+    corvi.Tick();
+    FastClock::Advance(10s);
+    corvi.Tick();
+    corvi.ModemNetworkSetup(true, false);
+    corvi.ModemDevice()->isRunning = true;
+    corvi.Tick();
+    Forget();
+
+    FastClock::Advance(10s);
+    corvi.Tick();
+
+    QCOMPARE(JournalOf(connect).size(), 1);
 }
 
 void TestCorviModem::faultOfTheModemIsTold()

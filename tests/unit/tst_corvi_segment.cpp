@@ -10,6 +10,7 @@
 #include <QProcess>
 #include <QSharedMemory>
 
+#include <dlfcn.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -52,6 +53,9 @@ void RemoveKeyFile()
     for (const QString &name : QDir("/tmp").entryList({"qipc_sharedmemory_*"}, QDir::Files | QDir::System))
         Remove("/tmp/" + name);
 }
+
+/// For as many times that the kernel is asked for one, it says that it is removed.
+int segmentsOnTheirWayOut = 0;
 
 using Deeds = QList<void (*)()>;
 
@@ -96,6 +100,19 @@ private:
 
 } // namespace
 
+/// In the place of the C library's.
+extern "C" int shmctl(int id, int command, shmid_ds *segment) noexcept
+{
+    using Control = int (*)(int, int, shmid_ds *);
+    static const auto real = reinterpret_cast<Control>(::dlsym(RTLD_NEXT, "shmctl"));
+    const int result = real(id, command, segment);
+    if (command == IPC_STAT && segmentsOnTheirWayOut > 0) {
+        --segmentsOnTheirWayOut;
+        segment->shm_perm.mode |= SHM_DEST;
+    }
+    return result;
+}
+
 Q_DECLARE_METATYPE(Deeds)
 
 /// The segment that others read the status from: where it is found, what becomes of it, who may use it when.
@@ -118,6 +135,7 @@ private slots:
     void segmentThatCannotBeHadEndsTheProcess();
     void readOnlyTmpIsNamedWhereThereIsNoSegment();
     void segmentThatComesLateIsWaitedFor();
+    void segmentOnItsWayOutIsNotTaken();
     void lostSegmentIsMadeAnew_data();
     void lostSegmentIsMadeAnew();
     void segmentThatCannotBeMadeAnewIsTriedAgain();
@@ -298,6 +316,18 @@ void TestCorviSegment::segmentThatComesLateIsWaitedFor()
 
     QVERIFY(later.waitForFinished());
     QVERIFY(!corvi.Segment().isEmpty());
+    QCOMPARE(ReadSegment().size(), SEGMENT_SIZE);
+}
+
+/// Its last reader let go of it after it was attached to.
+void TestCorviSegment::segmentOnItsWayOutIsNotTaken()
+{
+    segmentsOnTheirWayOut = 2; // Qt asks, too, for its size.
+
+    const CorviPeer corvi;
+
+    QCOMPARE(segmentsOnTheirWayOut, 0);
+    QCOMPARE(corvi.Segment().size(), SEGMENT_SIZE);
     QCOMPARE(ReadSegment().size(), SEGMENT_SIZE);
 }
 
