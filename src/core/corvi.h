@@ -207,7 +207,7 @@ private:
     RetryPause modemDownPause;
     RetryPause modemConnectPause;
     RetryPause modemAddressPause;
-    std::optional<RetryPause::Time> modemDropped; ///< when the modem was given up, since the last discovery
+    std::optional<RetryPause::Time> modemDropped; ///< when it was given up, or a radio last had its turn
     QString publishedName;                        ///< the interface whose record was published last
     ShellLine resolvedSetup{"setup_resolved"};
     SegmentPlace segmentPlace;
