@@ -215,8 +215,9 @@ private:
     bool HasStaticRoute() const;
     void NoteStaticAttempt();
     void TellOfOwnGateway(const QString &gateway, const QString &address);
-    void RestoreGateway(const QString &gateway, int metric);
+    void RestoreGateway(const QString &gateway, const QStringList &options);
     bool RestoreSubnetRoute(const QString &gateway);
+    QStringList LeasedRouteOptions() const;
 
     void EndDhcpClient();
     void TakeBackDhcpMtu();

@@ -40,17 +40,16 @@ QString GatewayFault(const QString &gateway, const QString &address, const QStri
 
 /// Not by SetGateway(), which deletes first: where the gateway cannot be reached, that would take the way out
 /// from whoever has one, once a minute.
-void NetworkDevice::RestoreGateway(const QString &gateway, int metric)
+void NetworkDevice::RestoreGateway(const QString &gateway, const QStringList &options)
 {
-    QStringList arguments = {QStringLiteral("route"),
-                             QStringLiteral("replace"),
-                             QStringLiteral("default"),
-                             QStringLiteral("via"),
-                             gateway,
-                             QStringLiteral("dev"),
-                             name};
-    if (metric > 0)
-        arguments << QStringLiteral("metric") << QString::number(metric);
+    const QStringList arguments = QStringList{QStringLiteral("route"),
+                                              QStringLiteral("replace"),
+                                              QStringLiteral("default"),
+                                              QStringLiteral("via"),
+                                              gateway,
+                                              QStringLiteral("dev"),
+                                              name} +
+                                  options;
     if (!Utils::Succeeds(IP, arguments) && RestoreSubnetRoute(gateway))
         Utils::Execute(IP, arguments, false);
 }
@@ -67,6 +66,19 @@ bool NetworkDevice::RestoreSubnetRoute(const QString &gateway)
                                 Ipv4Text(network) + QLatin1Char('/') + netmask, QStringLiteral("dev"), name,
                                 QStringLiteral("proto"), QStringLiteral("kernel"), QStringLiteral("scope"),
                                 QStringLiteral("link"), QStringLiteral("src"), ipAddress});
+}
+
+/// A lease of a single address, and many a modem, have a gateway outside of the subnet: the kernel takes it
+/// only where it is told that the link leads there.
+QStringList NetworkDevice::LeasedRouteOptions() const
+{
+    QStringList options;
+    if (leasedMetric > 0)
+        options << QStringLiteral("metric") << QString::number(leasedMetric);
+    const quint32 mask = Ipv4Number(netmask).value_or(0);
+    if (!AreInOneSubnet(Ipv4Number(leasedGateway).value_or(0), Ipv4Number(ipAddress).value_or(0), mask))
+        options << QStringLiteral("onlink");
+    return options;
 }
 
 void NetworkDevice::KeepStaticAddress()
@@ -92,7 +104,7 @@ void NetworkDevice::KeepStaticAddress()
         ConfigureNetwork(true);
         return;
     }
-    RestoreGateway(currentConfig->gateway, 0);
+    RestoreGateway(currentConfig->gateway, {});
     staticPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
@@ -213,6 +225,6 @@ void NetworkDevice::KeepLeasedRoute()
         return;
     LogOnce(reports->upkeep)
         << "NetworkDevice::KeepLeasedRoute - the default route is missing, setting it again on" << name;
-    RestoreGateway(leasedGateway, leasedMetric);
+    RestoreGateway(leasedGateway, LeasedRouteOptions());
     routePause.NoteAttempt(now);
 }

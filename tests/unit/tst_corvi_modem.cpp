@@ -46,6 +46,7 @@ private Q_SLOTS:
     void connectionThatFailedIsTriedAgain();
     void bringUpAfterATakeDownWaitsAsTheFirstOne();
     void faultOfTheModemIsTold();
+    void lostDefaultRouteIsSetAgain_data();
     void lostDefaultRouteIsSetAgain();
     void connectionThatWasLostIsMadeAgain();
     void connectionWithoutAnAddressIsConfiguredAgain();
@@ -242,12 +243,25 @@ void TestCorviModem::faultOfTheModemIsTold()
                                      "wwan0 -- the SIM is locked"});
 }
 
+void TestCorviModem::lostDefaultRouteIsSetAgain_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::addColumn<QString>("route");
+
+    QTest::newRow("gateway in the subnet") << "10.7.0.5/24"
+                                           << "default via 10.7.0.1 dev wwan0 metric 500";
+    QTest::newRow("gateway outside the subnet") << "10.7.0.5/32"
+                                                << "default via 10.7.0.1 dev wwan0 metric 500 onlink";
+}
+
 void TestCorviModem::lostDefaultRouteIsSetAgain()
 {
+    QFETCH(QString, address);
+    QFETCH(QString, route);
     SetModemStatus("connected\n");
     CorviPeer corvi({"wwan0"}, SET_UP);
-    RealIp({"addr", "add", "10.7.0.5/24", "dev", "wwan0"});
-    RealIp({"route", "add", "default", "via", "10.7.0.1", "dev", "wwan0", "metric", "500"});
+    RealIp({"addr", "add", address, "dev", "wwan0"});
+    RealIp(QStringList{"route", "add"} + route.split(' '));
     corvi.ModemDevice()->RefreshStatus();
     corvi.Tick();
     Forget();
@@ -255,8 +269,7 @@ void TestCorviModem::lostDefaultRouteIsSetAgain()
     RealIp({"route", "del", "default"});
     corvi.Tick();
 
-    QCOMPARE(JournalOf("ip route"),
-             QStringList{"ip route replace default via 10.7.0.1 dev wwan0 metric 500"});
+    QCOMPARE(JournalOf("ip route"), QStringList{"ip route replace " + route});
     QCOMPARE(LogLines(), QStringList{"NetworkDevice::KeepLeasedRoute - the default route is missing, "
                                      "setting it again on wwan0"});
 }

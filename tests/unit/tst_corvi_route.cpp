@@ -20,6 +20,7 @@ private Q_SLOTS:
 
     void lostRouteOfALeaseIsSetAgain();
     void routeThatWentWithItsSubnetIsSetAgain();
+    void routeByAGatewayOutsideTheSubnetIsSetAgain();
     void routeOfAnotherInTheSubnetStays();
     void routeThatCannotBeSetWaits();
     void routeOfALeaseKeepsItsMetric();
@@ -95,6 +96,21 @@ void TestCorviRoute::routeThatWentWithItsSubnetIsSetAgain()
     corvi->Tick();
 
     QCOMPARE(RealIp({"route"}), before);
+}
+
+void TestCorviRoute::routeByAGatewayOutsideTheSubnetIsSetAgain()
+{
+    RealIp({"addr", "flush", "dev", "eth0"});
+    RealIp({"addr", "add", "10.0.0.6/32", "dev", "eth0"});
+    // As the client's script does for such a lease.
+    RealIp({"route", "add", "192.0.2.1", "dev", "eth0"});
+    RealIp({"route", "add", "default", "via", "192.0.2.1", "dev", "eth0"});
+    corvi->Tick(2);
+
+    RealIp({"route", "flush", "dev", "eth0"});
+    corvi->Tick();
+
+    QVERIFY(RealIp({"route", "show", "dev", "eth0"}).contains("default via 192.0.2.1"));
 }
 
 void TestCorviRoute::routeOfAnotherInTheSubnetStays()
