@@ -233,6 +233,7 @@ private:
     void ApplyConfig(bool renew);
     QString Gateway() const;
     void ApplyWiredFlags();
+    void DropLeadingZeros();
     void ApplyStaticAddress();
     void ObtainAddress();
     void MakeRoomForDhcp(bool isForLargeAnswer);

@@ -4,6 +4,7 @@
 #include "networkdevice.h"
 
 #include "interfacekind.h"
+#include "ipaddress.h"
 #include "journal.h"
 #include "logging.h"
 #include "namednetwork.h"
@@ -14,6 +15,7 @@
 #include "zebnetevent.h"
 #include "zebxmlconfig.h"
 
+#include <QRegularExpression>
 #include <QScopeGuard>
 
 #include <algorithm>
@@ -132,9 +134,22 @@ void NetworkDevice::ApplyWiredFlags()
                       << "inFallback =" << inFallback;
 }
 
+/// A store library may fill each number up to three digits, and `ifconfig` and `route` take what begins with
+/// a zero for octal. The kernel's text, with which these are compared later, has none.
+void NetworkDevice::DropLeadingZeros()
+{
+    static const QRegularExpression zeros(QStringLiteral("\\b0+(?=[0-9])"));
+    for (QString *address : {&currentConfig->ipAddress, &currentConfig->netmask, &currentConfig->gateway}) {
+        const QString plain = QString(*address).remove(zeros);
+        if (Ipv4Number(plain)) // No host name.
+            *address = plain;
+    }
+}
+
 void NetworkDevice::ApplyStaticAddress()
 {
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - using static IP";
+    DropLeadingZeros();
     Up(currentConfig->ipAddress, currentConfig->netmask);
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - set gateway";
     SetGateway(currentConfig->gateway);

@@ -51,6 +51,8 @@ private Q_SLOTS:
     void wirelessKeepsItsFlags();
     void staticAddressIsSet_data();
     void staticAddressIsSet();
+    void staticAddressWithLeadingZerosIsRead_data();
+    void staticAddressWithLeadingZerosIsRead();
     void staticAddressIsAnnounced();
     void gatewayThatIsTheDeviceItselfIsTold_data();
     void gatewayThatIsTheDeviceItselfIsTold();
@@ -298,6 +300,37 @@ void TestNetworkDeviceConfig::staticAddressIsSet()
     QVERIFY(LogText().contains(" NetworkDevice::ConfigureNetwork - using static IP \n"));
     QVERIFY(LogText().contains(" NetworkDevice::ConfigureNetwork - set gateway \n"));
     QVERIFY2(!QFile::exists(RESOLV_CONF), "without static name servers the file is left as it was");
+}
+
+void TestNetworkDeviceConfig::staticAddressWithLeadingZerosIsRead_data()
+{
+    QTest::addColumn<QString>("gateway");
+    QTest::addColumn<QString>("set");
+
+    QTest::newRow("address") << "010.000.100.001"
+                             << "10.0.100.1";
+    QTest::newRow("host name") << "router-01.lan"
+                               << "router-01.lan";
+    QTest::newRow("none") << ""
+                          << "''";
+}
+
+void TestNetworkDeviceConfig::staticAddressWithLeadingZerosIsRead()
+{
+    QFETCH(QString, gateway);
+    QFETCH(QString, set);
+    Device device("eth0");
+    device.currentConfig = device.getCurrentConfig();
+    // Not by our own store, which refuses them.
+    device.currentConfig->staticIp = true;
+    device.currentConfig->ipAddress = "010.000.100.09";
+    device.currentConfig->netmask = "255.255.255.000";
+    device.currentConfig->gateway = gateway;
+
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(Journal().mid(0, 3), (QStringList{"ifconfig eth0 10.0.100.9 netmask 255.255.255.0 up",
+                                               "route del default", "route add default gw " + set}));
 }
 
 void TestNetworkDeviceConfig::staticAddressIsAnnounced()
