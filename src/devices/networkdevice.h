@@ -223,6 +223,7 @@ private:
     void TakeBackDhcpMtu();
     void DropDamagedLeases(const QString &transcript);
     void TellOfRefusal(const QString &transcript);
+    void NoteUnsetLease();
     void TellOfLostGateway(const QString &transcript);
     bool LearnLeasedRoute();
     void ClaimResolver(bool isOurs);

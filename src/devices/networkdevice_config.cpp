@@ -193,13 +193,15 @@ void NetworkDevice::ObtainAddress()
         netmask.clear();
         return;
     }
-    reports->dhcp.Over();
-    dhcpFailures = 0;
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - renewing ip address";
     RefreshStatus();
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - status refreshed";
-    if (ipAddress.isEmpty())
+    if (ipAddress.isEmpty()) {
+        NoteUnsetLease();
         return;
+    }
+    reports->dhcp.Over();
+    dhcpFailures = 0;
     // Before anybody is told of the address.
     LearnLeasedRoute();
     dhcpClientWatch.Begin(name, ipAddress, DhcpClientWatch::Time::clock::now());

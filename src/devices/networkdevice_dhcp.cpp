@@ -43,6 +43,7 @@ const QString NO_ACCESS = QStringLiteral("no access");
 const QString LINK_ITSELF = QStringLiteral("0.0.0.0");
 const QString DHCLIENT = QStringLiteral("dhclient");
 const QString SCRIPT_FAILS = QStringLiteral("declines what it is offered, as its script fails: see ");
+const QString SCRIPT_SETS_NONE = QStringLiteral("has an address that its script does not set: see ");
 const QString STOP_DHCLIENT = QStringLiteral("/usr/network/stop_dhclient.sh");
 
 /// In characters; one of an ordinary attempt has about a thousand.
@@ -164,6 +165,16 @@ bool NetworkDevice::StartDhcpClient(const QString &interfaceName, const QStringL
         ProcessMemory::GiveBackNow();
     }
     return isBound;
+}
+
+/// The client goes by how its script ended, and not by what is there then.
+void NetworkDevice::NoteUnsetLease()
+{
+    ++dhcpFailures;
+    dhcpRefuser.clear();
+    dhcpOfferer.clear();
+    if (isRunning) // Of an adapter that was pulled meanwhile, others tell.
+        Program::TellFault(DHCLIENT, SCRIPT_SETS_NONE + CORVI_DHCP_LOG);
 }
 
 /// The client's script writes the name servers of a lease, and nobody looks at how that ended: with an

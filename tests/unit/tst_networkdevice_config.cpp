@@ -5,6 +5,7 @@
 #include "logging.h"
 #include "mountpoint.h"
 #include "namednetwork.h"
+#include "program.h"
 #include "zebnetstatus.h"
 
 #include <QtTest>
@@ -62,6 +63,7 @@ private Q_SLOTS:
     void addressOfARenewalIsKnownAtOnce();
     void dhcpIsLogged();
     void boundWithoutAddressIsNotAnnounced();
+    void boundWithoutAddressIsAFailure();
     void failedDhcpIsLoggedAndTheRestApplied();
     void failedDhcpForgetsTheEarlierAddress();
     void repeatedFailureIsNoNews();
@@ -458,6 +460,20 @@ void TestNetworkDeviceConfig::boundWithoutAddressIsNotAnnounced()
     QCOMPARE(device.events, QStringList{"1,0"});
     QVERIFY(LogText().contains("- status refreshed"));
     QVERIFY(!LogText().contains("IP is set"));
+}
+
+void TestNetworkDeviceConfig::boundWithoutAddressIsAFailure()
+{
+    GivenInterface();
+    TestSupport::Answer("dhclient", "echo bound to 10.0.0.5");
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+    device.ConfigureNetwork(true);
+
+    QCOMPARE(device.dhcpFailures, 2);
+    QVERIFY(Program::Faults().contains(
+        "dhclient has an address that its script does not set: see /tmp/dhclient.log"));
 }
 
 void TestNetworkDeviceConfig::failedDhcpIsLoggedAndTheRestApplied()
