@@ -4,12 +4,12 @@
 #include "supplicantfacts.h"
 
 #include "paths.h"
-#include "utils.h"
 #include "wpactrl.h"
 
 #include <QFile>
 #include <QHash>
 #include <QList>
+#include <QRegularExpression>
 
 #include <array>
 #include <cerrno>
@@ -44,6 +44,22 @@ bool Ask(wpa_ctrl *connection, const QByteArray &command, QByteArray &reply)
     return true;
 }
 
+/// The name itself. The supplicant writes "\xNN" for a byte that is none of ASCII, and a backslash before
+/// each quote and each backslash of the name.
+QString SsidOf(const QString &written)
+{
+    static const QRegularExpression escape(QStringLiteral(R"(\\(?:x([0-9a-fA-F]{2})|(["\\])))"));
+    QByteArray name;
+    int end = 0;
+    for (auto found = escape.globalMatch(written); found.hasNext();) {
+        const QRegularExpressionMatch match = found.next();
+        name += written.mid(end, match.capturedStart() - end).toUtf8() +
+                QByteArray::fromHex(match.captured(1).toLatin1()) + match.captured(2).toLatin1();
+        end = static_cast<int>(match.capturedEnd());
+    }
+    return QString::fromUtf8(name + written.mid(end).toUtf8());
+}
+
 SupplicantFacts Problem(const QString &reason)
 {
     SupplicantFacts facts;
@@ -75,7 +91,7 @@ SupplicantFacts ParseSupplicant(const QByteArray &status, const QByteArray &sign
     const QHash<QByteArray, QString> values = Values(status);
     SupplicantFacts facts;
     facts.state = values.value(QByteArrayLiteral("wpa_state"));
-    facts.ssid = Utils::SsidToString(values.value(QByteArrayLiteral("ssid")));
+    facts.ssid = SsidOf(values.value(QByteArrayLiteral("ssid")));
     facts.bssid = values.value(QByteArrayLiteral("bssid"));
     facts.eapState = values.value(QByteArrayLiteral("EAP state"));
     // "25 (EAP-PEAP)", or the bare name

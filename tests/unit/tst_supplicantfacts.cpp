@@ -12,6 +12,8 @@ class TestSupplicantFacts : public QObject
 
 private Q_SLOTS:
     void supplicantIsRead();
+    void networkHasItsOwnName_data();
+    void networkHasItsOwnName();
     void methodIsANameAlone_data();
     void methodIsANameAlone();
     void lineWithoutANameIsNoValue();
@@ -32,6 +34,25 @@ void TestSupplicantFacts::supplicantIsRead()
     QCOMPARE(facts.eapMethod, "EAP-PEAP");
     QCOMPARE(facts.signalDbm.value_or(0), -61);
     QVERIFY(!ParseSupplicant("wpa_state=SCANNING\n", "FAIL\n").signalDbm);
+}
+
+void TestSupplicantFacts::networkHasItsOwnName_data()
+{
+    QTest::addColumn<QByteArray>("status");
+    QTest::addColumn<QString>("ssid");
+    QTest::newRow("quotes") << QByteArray(R"(ssid=Bob's \"net\")") << R"(Bob's "net")";
+    QTest::newRow("backslash") << QByteArray(R"(ssid=a\\b)") << R"(a\b)";
+    QTest::newRow("what looks like an escape") << QByteArray(R"(ssid=a\\x41)") << R"(a\x41)";
+    QTest::newRow("beyond ASCII, beside a quote")
+        << QByteArray(R"(ssid=\xc3\xa9\"!)") << QString::fromUtf8("\xc3\xa9\"!");
+    QTest::newRow("another escape") << QByteArray(R"(ssid=a\tb\x4)") << R"(a\tb\x4)";
+}
+
+void TestSupplicantFacts::networkHasItsOwnName()
+{
+    QFETCH(QByteArray, status);
+
+    QTEST(ParseSupplicant(status, QByteArray()).ssid, "ssid");
 }
 
 void TestSupplicantFacts::methodIsANameAlone_data()
