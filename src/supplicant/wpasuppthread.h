@@ -209,6 +209,7 @@ private:
     void NoteDisconnected();
     void OnEapFailure();
     void TakeUpReauthentication();
+    void NoteUselessKey(const QString &message);
     void NoteEapStatus(const QString &message);
     static QString EapProblemIn(const QString &message);
     void TellRefusal();

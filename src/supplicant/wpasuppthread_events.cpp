@@ -54,6 +54,16 @@ void WpaSuppThread::MessageReceived(const QString &message)
         eapProblem.clear();
     else if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-STATUS")))
         NoteEapStatus(message);
+    else if (message.startsWith(QLatin1String("<3>EAP: Failed to initialize EAP method")))
+        NoteUselessKey(message);
+}
+
+/// Before the server has said a word of it: a file is damaged, or a password does not open it. The reason is
+/// in the supplicant's own log.
+void WpaSuppThread::NoteUselessKey(const QString &message)
+{
+    eapProblem = QStringLiteral("a certificate or key of the definition cannot be used: ") +
+                 message.section(QLatin1Char('('), 1).section(QLatin1Char(')'), 0, 0);
 }
 
 void WpaSuppThread::NoteEapStatus(const QString &message)

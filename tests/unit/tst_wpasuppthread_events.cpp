@@ -318,6 +318,11 @@ void TestWpaSuppThreadEvents::keepsTheReasonOfAFailure_data()
                                      << "the server refuses our certificate or TLS: unknown CA";
     QTest::newRow("other method") << QStringList{status.arg("refuse proposed method", "MD5"), eap}
                                   << "the server wants another EAP method: MD5";
+    QTest::newRow("key that its password does not open")
+        << QStringList{status.arg("accept proposed method", "TLS"),
+                       "<3>EAP: Failed to initialize EAP method: vendor 0 method 13 (TLS)",
+                       status.arg("completion", "failure"), eap}
+        << "a certificate or key of the definition cannot be used: TLS";
     QTest::newRow("another method is taken") << QStringList{status.arg("refuse proposed method", "MD5"),
                                                             status.arg("accept proposed method", "PEAP"), eap}
                                              << "EAP authentication failed";
