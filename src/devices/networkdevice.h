@@ -211,6 +211,7 @@ private:
     bool WasCutShort() const;
     void FollowLink();
     bool IsRadioOff();
+    void KeepLeasedAsStatic();
     bool HasStaticAddress() const;
     bool HasStaticRoute() const;
     void NoteStaticAttempt();

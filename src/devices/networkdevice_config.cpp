@@ -154,6 +154,7 @@ void NetworkDevice::ApplyStaticAddress()
     Log(Level::TRACE) << "NetworkDevice::ConfigureNetwork - set gateway";
     SetGateway(currentConfig->gateway);
     RefreshStatus();
+    KeepLeasedAsStatic();
     NoteStaticAttempt();
     TellOfOwnGateway(currentConfig->gateway, currentConfig->ipAddress);
 }

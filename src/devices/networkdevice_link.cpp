@@ -5,15 +5,24 @@
 
 #include "defaultroute.h"
 #include "dhcpclients.h"
+#include "ipaddress.h"
 #include "logging.h"
 #include "timing.h"
 #include "utils.h"
 #include "zebnetconfig.h"
 
 #include <QTimer>
+#include <QtAlgorithms>
 
 #include <algorithm>
 #include <chrono>
+
+#include <arpa/inet.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -34,6 +43,34 @@ bool HasDefaultRoute(const QString &interfaceName, const QString &gateway)
     return std::any_of(routes.begin(), routes.end(), [&](const DefaultRoute &route) {
         return route.interfaceName == interfaceName && route.gateway == gateway;
     });
+}
+
+/// Takes the time limit from an address that the interface has (rtnetlink(7)). One that it does not have
+/// would be set.
+void TakeTimeLimit(const QByteArray &interfaceName, quint32 address, quint32 netmask)
+{
+    struct
+    {
+        nlmsghdr header;
+        ifaddrmsg message;
+        rtattr local;
+        in_addr address;
+    } request = {};
+    request.header.nlmsg_len = sizeof request;
+    request.header.nlmsg_type = RTM_NEWADDR;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_REPLACE;
+    request.message.ifa_family = AF_INET;
+    request.message.ifa_prefixlen = static_cast<unsigned char>(qPopulationCount(netmask));
+    request.message.ifa_index = ::if_nametoindex(interfaceName.constData());
+    request.local.rta_len = RTA_LENGTH(sizeof request.address);
+    request.local.rta_type = IFA_LOCAL;
+    request.address.s_addr = htonl(address);
+    const int socketFd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+    if (socketFd == -1)
+        return;
+    // At worst the address is lost when the time is over, and set again.
+    static_cast<void>(::send(socketFd, &request, sizeof request, 0));
+    ::close(socketFd);
 }
 
 /// What the tool says of itself, to be told and no more: an answer decides nothing. Empty where it does what
@@ -177,6 +214,14 @@ int NetworkDevice::StopDevice()
     // The poll goes on until it has seen the link down, and then ends itself.
     stopped = true;
     return 1;
+}
+
+/// A definition may have the very address that was leased. `ifconfig` finds it there and leaves it alone, and
+/// the kernel would take it away when the lease is over.
+void NetworkDevice::KeepLeasedAsStatic()
+{
+    if (HasStaticAddress())
+        TakeTimeLimit(kernelName, Ipv4Number(ipAddress).value_or(0), Ipv4Number(netmask).value_or(0));
 }
 
 bool NetworkDevice::HasStaticAddress() const

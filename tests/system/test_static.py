@@ -116,6 +116,19 @@ class Static(SystemTest):
         wait_for("only the static address", lambda: addresses("eth0") == ["10.77.0.5"])
         wait_for("no DHCP client", lambda: not run("pidof", "dhclient", check=False))
 
+    def test_leased_address_that_becomes_static_stays(self):
+        server = self.dhcp_server(self.lan)
+        write_store(wired())
+        self.start_daemon()
+        leased = self.wait_address("eth0", server.serves)
+        wait_for("the lease's end", lambda: "valid_lft forever" not in run("ip", "-4", "addr", "show", "dev", "eth0"))
+
+        write_store(wired(**{**STATIC, "ipAddress": leased}))
+        touch(RELOAD_FLAG)
+
+        wait_for("no end", lambda: "valid_lft forever" in run("ip", "-4", "addr", "show", "dev", "eth0"))
+        self.assertEqual((addresses("eth0"), default_gateway()), ([leased], "10.77.0.1"))
+
     def test_definition_that_is_removed_ends_the_client(self):
         server = self.dhcp_server(self.lan)
         write_store(wired())

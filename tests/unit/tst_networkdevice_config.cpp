@@ -54,6 +54,8 @@ private Q_SLOTS:
     void staticAddressIsSet();
     void staticAddressWithLeadingZerosIsRead_data();
     void staticAddressWithLeadingZerosIsRead();
+    void staticAddressThatWasLeasedStays_data();
+    void staticAddressThatWasLeasedStays();
     void staticAddressIsAnnounced();
     void gatewayThatIsTheDeviceItselfIsTold_data();
     void gatewayThatIsTheDeviceItselfIsTold();
@@ -333,6 +335,41 @@ void TestNetworkDeviceConfig::staticAddressWithLeadingZerosIsRead()
 
     QCOMPARE(Journal().mid(0, 3), (QStringList{"ifconfig eth0 10.0.100.9 netmask 255.255.255.0 up",
                                                "route del default", "route add default gw " + set}));
+}
+
+void TestNetworkDeviceConfig::staticAddressThatWasLeasedStays_data()
+{
+    QTest::addColumn<QString>("leased");
+    QTest::addColumn<bool>("isToStay");
+
+    QTest::newRow("the same") << "10.0.0.9/24" << true;
+    QTest::newRow("another netmask") << "10.0.0.9/16" << false;
+    QTest::newRow("another") << "10.0.0.8/24" << false;
+}
+
+/// By `ifconfig` it would go on to end with the lease.
+void TestNetworkDeviceConfig::staticAddressThatWasLeasedStays()
+{
+    QFETCH(QString, leased);
+    QFETCH(bool, isToStay);
+    GivenInterface();
+    RealIp({"addr", "add", leased, "broadcast", "+", "dev", "eth0", "valid_lft", "4000", "preferred_lft",
+            "4000"});
+    RealIp({"route", "add", "default", "via", "10.0.0.1", "dev", "eth0"});
+    const auto shown = [] {
+        return RealIp({"-4", "-o", "addr", "show", "dev", "eth0"}).simplified();
+    };
+    const QByteArray before = shown();
+    const QByteArray routes = RealIp({"route"});
+    TestSupport::WriteNetworks(Network("lan", STATIC_ADDRESS));
+    Device device("eth0");
+
+    device.ConfigureNetwork(true);
+
+    const QByteArray after = shown();
+    QCOMPARE(after.contains(" valid_lft forever"), isToStay);
+    QCOMPARE(after.left(after.indexOf(" scope")), before.left(before.indexOf(" scope")));
+    QCOMPARE(RealIp({"route"}), routes);
 }
 
 void TestNetworkDeviceConfig::staticAddressIsAnnounced()
