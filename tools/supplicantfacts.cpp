@@ -44,8 +44,9 @@ bool Ask(wpa_ctrl *connection, const QByteArray &command, QByteArray &reply)
     return true;
 }
 
-/// The name itself. The supplicant writes "\xNN" for a byte that is none of ASCII, and a backslash before
-/// each quote and each backslash of the name.
+/// The name itself, beside that of Utils::SsidToString() in the log, whose text is frozen: the supplicant
+/// writes "\xNN" for a byte that is none of ASCII, and a backslash before each quote and each backslash of
+/// the name. Tabulators and the like stay as it writes them.
 QString SsidOf(const QString &written)
 {
     static const QRegularExpression escape(QStringLiteral(R"(\\(?:x([0-9a-fA-F]{2})|(["\\])))"));

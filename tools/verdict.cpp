@@ -242,12 +242,13 @@ Verdict WithoutLink(const ServiceState &daemon)
                                Waiting("link-down", lack + QStringLiteral(" and is brought up again")));
 }
 
-/// Nobody connects a modem, or brings it up, while another one carries. It may still be connected.
+/// Nobody connects a modem, or brings it up, while a cable carries; beside a radio, what keeps it from taking
+/// over is to be told. It may still be connected.
 bool IsIdleModem(const InterfaceReport &interface, const QString &carrier)
 {
     const InterfaceState &state = *interface.daemon;
     const bool isBehind = !carrier.isEmpty() && carrier != state.name;
-    return state.kind == QLatin1String("modem") && isBehind &&
+    return state.kind == QLatin1String("modem") && isBehind && state.connectionFault.isEmpty() &&
            (!interface.link.isUp || interface.link.addresses.isEmpty());
 }
 

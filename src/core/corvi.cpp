@@ -98,7 +98,7 @@ void Corvi::Init()
         report->Over(); // What is found anew is told anew.
     SetUpResolved();
     FindAllInterfaces();
-    ForgetGoneRecord();
+    TakeOverRecord();
     Log(Level::TRACE) << "Corvi::Init() Complete";
 }
 
@@ -223,6 +223,8 @@ void Corvi::SetUpNetworks()
 
 void Corvi::SetUpBelowWired()
 {
+    if (modemDropped)
+        modemDropped = RetryPause::Time::clock::now(); // The radio's turn comes after the cable's.
     if (!wirelessDevice)
         PickStrayWireless();
     if (wirelessDevice) {

@@ -339,7 +339,7 @@ private:
     bool LockSegment();
     bool IsLockKept();
     void KeepSegmentFound();
-    void ForgetGoneRecord();
+    void TakeOverRecord();
     void ReplaceStaleRecord();
 
     // The carrier

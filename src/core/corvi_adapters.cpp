@@ -58,7 +58,7 @@ std::optional<Corvi::InterfaceIndexes> Corvi::LookForInterfaces() const
     for (const QString &entry : entries) {
         if (bonds.contains(entry) && takenInterfaces.contains(entry)) {
             present.insert(entry, takenInterfaces.value(entry));
-        } else if (IsForDiscovery(entry)) {
+        } else if ((!bonds.contains(entry) || entry == bondedDevice->Name()) && IsForDiscovery(entry)) {
             const unsigned int index = InterfaceIndex(entry);
             if (index == 0)
                 return std::nullopt;

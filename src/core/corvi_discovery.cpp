@@ -153,7 +153,9 @@ bool Corvi::IsForDiscovery(const QString &interfaceName) const
 
 bool Corvi::IsEnslaved(const QString &interfaceName) const
 {
-    return bondedDevice->isBondingActive() && bondedDevice->getSlaves().contains(interfaceName);
+    // A daemon that finds a bond which has no adapter's name takes all Ethernet interfaces for its ports.
+    return bondedDevice->isBondingActive() && bondedDevice->getSlaves().contains(interfaceName) &&
+           !BondedDevice::BondNames().contains(interfaceName);
 }
 
 unsigned int Corvi::InterfaceIndex(const QString &interfaceName)

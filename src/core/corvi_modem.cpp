@@ -18,7 +18,7 @@ namespace {
 constexpr int MODEM_ATTEMPTS = 10;
 /// How long a modem that was given up is left alone, as it is meant to be.
 constexpr std::chrono::seconds MODEM_REST{60};
-/// The same where a radio tries to find a network meanwhile, which a discovery begins anew.
+/// The same where a radio looks for a network meanwhile, which a discovery begins anew.
 constexpr std::chrono::seconds MODEM_REST_BESIDE_A_RADIO{300};
 
 /// Many a network gives no other one. In a line of the kernel's list the scope is the fourth word, the
@@ -145,8 +145,9 @@ void Corvi::KeepModemConfigured(Modem *modem)
     modemAddressPause.NoteAttempt(RetryPause::Time::clock::now());
 }
 
-/// Only a discovery takes up a modem that was given up, and nobody else asks for one. Where there is a radio,
-/// it has its turn first: the pause begins once it is in use and has no link.
+/// Only a discovery takes up a modem that was given up, and where no adapter comes or goes nobody else asks
+/// for one. Where there is a radio, it has its turn first: the pause begins once it is in use and has no
+/// link.
 void Corvi::SeekDroppedModem()
 {
     if (!modemDropped)
@@ -155,8 +156,7 @@ void Corvi::SeekDroppedModem()
     const bool hasRadio = !wirelessInterfaces.isEmpty();
     if (hasRadio && (!wirelessDevice || wirelessDevice->isRunning))
         modemDropped = now;
-    const bool mayRadioServe = wirelessDevice && !wirelessDevice->namedNetworks.isEmpty();
-    if (now - *modemDropped >= (mayRadioServe ? MODEM_REST_BESIDE_A_RADIO : MODEM_REST))
+    if (now - *modemDropped >= (hasRadio ? MODEM_REST_BESIDE_A_RADIO : MODEM_REST))
         forceRescan = true;
 }
 

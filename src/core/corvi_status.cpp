@@ -98,11 +98,16 @@ void Corvi::SendAssociationMessage(NetworkDevice *nd, bool ok)
     SendEvent(nd, ZebNetEvent::ASSOCIATION, StatusOf(ok));
 }
 
-/// Nobody is left to report that the interface has gone, and its record is none of ours.
-void Corvi::ForgetGoneRecord()
+/// After a discovery, whose devices know nothing of what was published. Where the interface has gone, nobody
+/// is left to report it, and its record is none of ours.
+void Corvi::TakeOverRecord()
 {
-    if (publishedName.isEmpty() || devices.contains(publishedName))
+    if (publishedName.isEmpty())
         return;
+    if (NetworkDevice *const device = devices.value(publishedName)) {
+        device->publishedCarrier = true; // So that a link that is lost is published, in case it was told of.
+        return;
+    }
     publishedName.clear();
     hasEarlierRecord = true;
 }

@@ -53,6 +53,8 @@ public:
     bool isBondingActive() const { return bondingActive; }
     /// The interfaces to enslave, or enslaved, under their current names.
     QStringList getSlaves() const { return slaves; }
+    /// Of the bond that this object has made; empty before.
+    QString Name() const { return wiredName; }
 
     static bool driverFound;
     static bool enableChecked;

@@ -21,6 +21,7 @@ private Q_SLOTS:
     void bondingLeavesTheListAsItIs();
     void bondMadeByADiscoveryIsTakenByTheNext();
     void bondTakesOverTheWiredNameAndPrefersAPort();
+    void liveBondIsTakenOverAsItIs_data();
     void liveBondIsTakenOverAsItIs();
     void bondThatIsNotWantedIsTakenDownOnce();
     void portThatIsLooseBecomesOneAgain_data();
@@ -108,7 +109,8 @@ void TestCorviBonding::bondingLeavesTheListAsItIs()
 /// Where an adapter had its name, it was listed.
 void TestCorviBonding::bondMadeByADiscoveryIsTakenByTheNext()
 {
-    MakeMachine("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>", {"eth0", "enp1s0"});
+    MakeMachine("<networkconfig><bonding_enable>true</bonding_enable></networkconfig>",
+                {"eth0", "enp1s0", "bond0"});
     FakeSysNet folder;
     folder.Write("enp1s0/type", "1\n");
     Answer("ip", "[ \"$2\" = add ] && cd /sys/class/net && mkdir eth0 && echo 1 >eth0/type &&\n"
@@ -122,6 +124,11 @@ void TestCorviBonding::bondMadeByADiscoveryIsTakenByTheNext()
 
     QCOMPARE(corvi.AllInterfaces(), QStringList{"eth0"});
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 2);
+    // One of somebody else, as the driver itself makes.
+    folder.Write("bonding_masters", "eth0 bond0\n");
+    folder.Write("bond0/type", "1\n");
+    corvi.Tick(10);
+    QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 2);
 }
 
 void TestCorviBonding::bondTakesOverTheWiredNameAndPrefersAPort()
@@ -133,13 +140,21 @@ void TestCorviBonding::bondTakesOverTheWiredNameAndPrefersAPort()
     QCOMPARE(LogCount("Renaming 1 BringUp 0 usePrimary 1"), 1);
 }
 
+void TestCorviBonding::liveBondIsTakenOverAsItIs_data()
+{
+    QTest::addColumn<QString>("port");
+    QTest::newRow("made of eth0") << "eth0-swap";
+    QTest::newRow("made of others") << "enp1s0";
+}
+
 void TestCorviBonding::liveBondIsTakenOverAsItIs()
 {
+    QFETCH(QString, port);
     WriteNetworks("<bonding_enable>true</bonding_enable>");
     FakeSysNet folder;
     folder.Write("bonding_masters", "eth0\n");
-    for (const char *name : {"eth0", "eth0-swap"})
-        folder.Write(QString(name) + "/type", "1\n");
+    for (const QString &name : {QString("eth0"), port})
+        folder.Write(name + "/type", "1\n");
     CorviPeer corvi;
     ClearJournal();
 

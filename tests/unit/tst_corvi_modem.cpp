@@ -56,6 +56,7 @@ private Q_SLOTS:
     void runningLinkKeepsTheCount();
     void addressOfARunningLinkIsPublished();
     void linkThatIsLostIsPublished();
+    void linkThatIsLostAtARescanIsPublished();
     void rescanGivesAFreshCount();
     void wirelessResetsTheCounter();
     void droppedModemComesBackWithARescan();
@@ -63,6 +64,7 @@ private Q_SLOTS:
     void droppedModemLeavesTheTurnToARadio_data();
     void droppedModemLeavesTheTurnToARadio();
     void droppedModemWaitsForARadioThatIsNotInUse();
+    void droppedModemWaitsForARadioBehindACable();
     void wirelessFollowsADroppedModem();
     void takeDownDisconnects();
     void takeDownIsToldWhenItIsDone();
@@ -430,6 +432,22 @@ void TestCorviModem::linkThatIsLostIsPublished()
     QCOMPARE(corvi.Segment(), connected);
 }
 
+void TestCorviModem::linkThatIsLostAtARescanIsPublished()
+{
+    SetModemStatus("connected\n");
+    CorviPeer corvi({"wwan0"}, SET_UP);
+    corvi.Tick();
+    SetModemStatus("disconnected\n");
+    PullCable("wwan0");
+
+    corvi.ForceRescan();
+    corvi.Tick(2);
+
+    ZebNetStatus published;
+    QVERIFY(published.SetData(corvi.Segment()));
+    QVERIFY(!published.IsConnected());
+}
+
 void TestCorviModem::rescanGivesAFreshCount()
 {
     MakeInterface("wwan0");
@@ -504,9 +522,10 @@ void TestCorviModem::droppedModemLeavesTheTurnToARadio_data()
     QTest::addColumn<bool>("isConnected");
     QTest::addColumn<QList<int>>("rests"); // in s, one after another
     QTest::addColumn<bool>("isSought");
-    QTest::newRow("radio without a network") << QByteArray(LAN_STATIC) << false << QList<int>{50, 10} << true;
+    QTest::newRow("radio without a network")
+        << QByteArray(LAN_STATIC) << false << QList<int>{200, 100} << true;
     QTest::newRow("radio that finds none") << WLAN << false << QList<int>{200, 100} << true;
-    QTest::newRow("the same, early") << WLAN << false << QList<int>{200, 90} << false;
+    QTest::newRow("the same, early") << WLAN << false << QList<int>{200, 50} << false;
     QTest::newRow("radio that serves") << WLAN << true << QList<int>{200, 200} << false;
 }
 
@@ -547,6 +566,29 @@ void TestCorviModem::droppedModemWaitsForARadioThatIsNotInUse()
 
     FastClock::Advance(300s);
     corvi.Tick(4);
+
+    QVERIFY(!corvi.ModemDevice());
+    QVERIFY(corvi.WirelessDevice());
+}
+
+/// It is kept up there, and the tick after the cable's end is its first one.
+void TestCorviModem::droppedModemWaitsForARadioBehindACable()
+{
+    MakeMachine(WLAN, {"eth0", "wwan0", "wlan0"});
+    for (const char *name : {"eth0", "wwan0", "wlan0"})
+        PullCable(name);
+    WriteFile("/tmp/keepwirelessup", "");
+    CorviPeer corvi;
+    corvi.Tick(16);
+    QVERIFY(!corvi.ModemDevice());
+    QVERIFY(corvi.WirelessDevice());
+    PlugCable("eth0");
+    corvi.Tick();
+    FastClock::Advance(400s);
+    corvi.Tick();
+    PullCable("eth0");
+
+    corvi.Tick(5);
 
     QVERIFY(!corvi.ModemDevice());
     QVERIFY(corvi.WirelessDevice());

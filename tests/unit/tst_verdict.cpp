@@ -135,6 +135,13 @@ void TestVerdict::linkDecides_data()
     AddCase("modem without an address beside a cable", "standby", "not used while eth1 carries the traffic",
             makeModem, "eth1");
     AddCase(
+        "modem that wants its PIN beside a radio", "not-connected", "not connected: sim-pin",
+        [&](auto &i) {
+            makeModem(i);
+            i.daemon->connectionFault = "sim-pin";
+        },
+        "wlan0");
+    AddCase(
         "modem with an address beside a cable", "connected", "has an address, while eth1 carries the traffic",
         [](auto &i) { i.daemon->kind = "modem"; }, "eth1");
     AddCase(
