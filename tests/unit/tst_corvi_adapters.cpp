@@ -47,6 +47,7 @@ private Q_SLOTS:
     void modemThatWasGivenUpStaysSo();
     void changeUnderTheBondAsksForARescan();
     void lastInterfaceThatGoesIsForgotten();
+    void adaptersThatCameOnceAreForgotten_data();
     void adaptersThatCameOnceAreForgotten();
 };
 
@@ -535,8 +536,16 @@ void TestCorviAdapters::lastInterfaceThatGoesIsForgotten()
     QVERIFY(!corvi.Device("eth0"));
 }
 
+void TestCorviAdapters::adaptersThatCameOnceAreForgotten_data()
+{
+    QTest::addColumn<bool>("isRescanned");
+    QTest::newRow("at a rescan") << true;
+    QTest::newRow("at a look") << false;
+}
+
 void TestCorviAdapters::adaptersThatCameOnceAreForgotten()
 {
+    QFETCH(bool, isRescanned);
     CorviPeer corvi({"eth0", "eth1"}, DISCOVERED);
     QString name = "eth1";
     for (int i = 0; i < 20; ++i) {
@@ -544,8 +553,10 @@ void TestCorviAdapters::adaptersThatCameOnceAreForgotten()
         const QString next = QStringLiteral("stick%1").arg(i);
         RealIp({"link", "set", "dev", name, "name", next});
         name = next;
-        corvi.ForceRescan();
-        corvi.Tick();
+        if (isRescanned)
+            corvi.ForceRescan();
+        corvi.Tick(2);
+        QVERIFY(corvi.Device(name));
     }
 
     QCOMPARE(corvi.DeviceCount(), 2);

@@ -119,6 +119,7 @@ void TestModem::statusTellsAFault_data()
     QTest::newRow("disconnected") << QByteArray("disconnected\n") << QString();
     QTest::newRow("nothing") << QByteArray() << QString();
     QTest::newRow("locked") << QByteArray("the SIM is locked: sim-pin\n") << "the SIM is locked: sim-pin";
+    QTest::newRow("first and last of ASCII") << QByteArray("! ~") << "! ~";
     QTest::newRow("several lines") << QByteArray("no\nmodem\n") << "no modem";
     QTest::newRow("long") << QByteArray(5000, 'x') << QString(100, 'x');
     QTest::newRow("rubbish") << QByteArray("no \x1b[31mmodem") << QString();
