@@ -223,7 +223,7 @@ void Corvi::SetUpNetworks()
 
 void Corvi::SetUpBelowWired()
 {
-    if (modemDropped)
+    if (modemDropped && !wirelessInterfaces.isEmpty())
         modemDropped = RetryPause::Time::clock::now(); // The radio's turn comes after the cable's.
     if (!wirelessDevice)
         PickStrayWireless();

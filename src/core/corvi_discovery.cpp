@@ -122,7 +122,7 @@ void Corvi::UpdateBonding()
     bondingEnabled = bondedDevice->isBondingEnabled();
     if (!bondingEnabled && bondedDevice->isBondingActive())
         bondedDevice->DisableBonding();
-    else if (bondingEnabled && !bondedDevice->isBondingActive())
+    else if (bondingEnabled && (!bondedDevice->isBondingActive() || BondedDevice::IsBondMissing()))
         bondedDevice->EnableBonding();
     Log(Level::TRACE) << "Corvi::FindAllInterfaces() "
                       << "bonding" << bondingEnabled;

@@ -208,16 +208,18 @@ void BondedDevice::EnableBonding()
         GiveNameBack();
 }
 
-/// No bond was made, as without its driver: the adapter has its name again, and the device keeps its wire.
-/// The next discovery tries again.
+/// No bond was made, as without its driver: the adapter has its name again, where it had another one, and the
+/// device keeps its wire. The next discovery tries again.
 void BondedDevice::GiveNameBack()
 {
-    if (InterfaceExists(wiredName) || !InterfaceExists(renamedName))
+    if (InterfaceExists(wiredName) || slaves.isEmpty())
         return;
+    if (InterfaceExists(renamedName)) {
+        RenameAlsoWhileUp(wiredName, renamedName);
+        ReplaceName(slaves, renamedName, wiredName);
+    }
     Log(Level::NOTICE) << "BondedDevice::EnableBonding - there is no bond, going on without one on"
-                       << wiredName;
-    RenameAlsoWhileUp(wiredName, renamedName);
-    ReplaceName(slaves, renamedName, wiredName);
+                       << slaves.join(QLatin1Char(' '));
     bondingActive = false;
 }
 
@@ -260,6 +262,11 @@ bool BondedDevice::MakeBond()
 QStringList BondedDevice::BondNames()
 {
     return ReadBondNames().simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
+bool BondedDevice::IsBondMissing()
+{
+    return QFileInfo::exists(BONDING_MASTERS) && BondNames().isEmpty();
 }
 
 void BondedDevice::DisableBonding()

@@ -51,9 +51,12 @@ public:
     void setRenaming(bool on) { renaming = on; }
     void setUsePrimary(bool on) { usePrimary = on; }
     bool isBondingActive() const { return bondingActive; }
+    /// The driver is loaded, which counts as active, and has no bond: it was loaded at boot, or somebody
+    /// deleted ours.
+    static bool IsBondMissing();
     /// The interfaces to enslave, or enslaved, under their current names.
     QStringList getSlaves() const { return slaves; }
-    /// Of the bond that this object has made; empty before.
+    /// Of the bond that was made or found last; empty before.
     QString Name() const { return wiredName; }
 
     static bool driverFound;

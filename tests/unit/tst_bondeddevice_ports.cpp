@@ -31,6 +31,7 @@ private Q_SLOTS:
     void bondThatIsGoneGetsNoPort();
     void adapterThatIsUpIsRenamedAllTheSame();
     void withoutADriverTheAdapterHasItsNameBack();
+    void withoutADriverOtherAdaptersAreLeftAlone();
 
 private:
     std::unique_ptr<FakeSysNet> net;
@@ -211,7 +212,23 @@ void TestBondedDevicePorts::withoutADriverTheAdapterHasItsNameBack()
     QCOMPARE(bond->getSlaves(), QStringList({"eth0", "eth1"}));
     QCOMPARE(Journal().last(), QString("ip link set name eth0 eth0-swap"));
     QVERIFY(TestSupport::LogText().contains(
-        "BondedDevice::EnableBonding - there is no bond, going on without one on eth0 \n"));
+        "BondedDevice::EnableBonding - there is no bond, going on without one on eth0 eth1 \n"));
+}
+
+/// None of them had the bond's name.
+void TestBondedDevicePorts::withoutADriverOtherAdaptersAreLeftAlone()
+{
+    bond->DisableBonding();
+    net->Remove("eth0");
+    bond = std::make_unique<BondedDevice>(nullptr);
+    bond->setRenaming(true);
+    TestSupport::Answer("modprobe", "exit 1");
+    TestSupport::Answer("ip", "[ \"$2\" != add ] || exit 2\n" + DRIVER);
+
+    bond->EnableBonding();
+
+    QVERIFY(!bond->isBondingActive());
+    QCOMPARE(bond->getSlaves(), QStringList{"eth1"});
 }
 
 QTEST_GUILESS_MAIN(TestBondedDevicePorts)

@@ -20,6 +20,7 @@ private Q_SLOTS:
     void enslavedInterfacesAreSkipped();
     void bondingLeavesTheListAsItIs();
     void bondMadeByADiscoveryIsTakenByTheNext();
+    void bondThatIsMissingIsMade();
     void bondTakesOverTheWiredNameAndPrefersAPort();
     void liveBondIsTakenOverAsItIs_data();
     void liveBondIsTakenOverAsItIs();
@@ -129,6 +130,22 @@ void TestCorviBonding::bondMadeByADiscoveryIsTakenByTheNext()
     folder.Write("bond0/type", "1\n");
     corvi.Tick(10);
     QCOMPARE(LogCount("Corvi::Loop Force Rescan "), 2);
+}
+
+/// The driver was loaded at boot, or somebody deleted the bond.
+void TestCorviBonding::bondThatIsMissingIsMade()
+{
+    WriteNetworks("<bonding_enable>true</bonding_enable>");
+    FakeSysNet folder;
+    folder.Write("bonding_masters", "\n");
+    CorviPeer corvi;
+    QVERIFY(corvi.Bond().isBondingActive());
+    ClearJournal();
+
+    corvi.FindAllInterfaces();
+
+    QVERIFY2(Journal().contains("ip link add eth0 type bond"), qPrintable(Journal().join('\n')));
+    QVERIFY(corvi.Bond().isBondingActive());
 }
 
 void TestCorviBonding::bondTakesOverTheWiredNameAndPrefersAPort()

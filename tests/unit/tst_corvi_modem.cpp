@@ -64,6 +64,7 @@ private Q_SLOTS:
     void droppedModemLeavesTheTurnToARadio_data();
     void droppedModemLeavesTheTurnToARadio();
     void droppedModemWaitsForARadioThatIsNotInUse();
+    void droppedModemIsSoughtAtOnceAfterACable();
     void droppedModemWaitsForARadioBehindACable();
     void wirelessFollowsADroppedModem();
     void takeDownDisconnects();
@@ -569,6 +570,26 @@ void TestCorviModem::droppedModemWaitsForARadioThatIsNotInUse()
 
     QVERIFY(!corvi.ModemDevice());
     QVERIFY(corvi.WirelessDevice());
+}
+
+/// There is no radio whose turn it could be.
+void TestCorviModem::droppedModemIsSoughtAtOnceAfterACable()
+{
+    MakeMachine(LAN_STATIC, {"eth0", "wwan0"});
+    for (const char *name : {"eth0", "wwan0"})
+        PullCable(name);
+    CorviPeer corvi;
+    corvi.Tick(13);
+    QVERIFY(!corvi.ModemDevice());
+    PlugCable("eth0");
+    corvi.Tick();
+    FastClock::Advance(100s);
+    corvi.Tick();
+    PullCable("eth0");
+
+    corvi.Tick(2);
+
+    QVERIFY(corvi.ModemDevice());
 }
 
 /// It is kept up there, and the tick after the cable's end is its first one.

@@ -403,6 +403,7 @@ void TestWpaSupplicantControl::connectsAnewWhenOurOwnNameIsGone()
     const QStringList names =
         QDir(QStringLiteral("/tmp")).entryList({QStringLiteral("wpa_ctrl_*")}, QDir::System);
     QCOMPARE(names.size(), 1);
+    QVERIFY(supplicant.SendEvent("<3>said before"));
     TestSupport::Remove(QStringLiteral("/tmp/") + names.first());
     TestSupport::ClearLog();
     Logging::GetInstance(Logging::KEEP_LEVEL, false)->SetLoggingLevel(Level::NOTICE);
@@ -413,7 +414,7 @@ void TestWpaSupplicantControl::connectsAnewWhenOurOwnNameIsGone()
     QVERIFY(control.isCtrlOpen());
     QCOMPARE(LocalNames(), 1);
     QVERIFY(supplicant.SendEvent("<3>CTRL-EVENT-CONNECTED"));
-    QTRY_COMPARE_WITH_TIMEOUT(messages.count(), 1, 60000);
+    QTRY_COMPARE_WITH_TIMEOUT(messages.count(), 2, 60000);
     QCOMPARE(supplicant.Commands(), (QStringList{"ATTACH", "ATTACH"}));
     QCOMPARE(TestSupport::LogText().count('\n'), 1);
     QVERIFY(
