@@ -232,7 +232,7 @@ void TestWpaSuppThreadNetworks::leftNetworksAreTakenBackWhenNobodyElseKeepsUs()
     for (int turn = 0; turn < 3; ++turn) {
         QCOMPARE(SentAfterStatus(), QStringList());
         supervisor->MessageReceived(CONNECTED);
-        supervisor->Tick(29);
+        supervisor->Tick(30);
         supervisor->MessageReceived(DISCONNECTED);
         supervisor->Tick(10);
     }
