@@ -160,6 +160,27 @@ class OnAndOff(BondingTest):
         self.assertEqual(self.wait_bonded(), address)
         self.assertEqual(read("/sys/class/net/eth0/address"), mac)
 
+    def test_adapters_of_other_names(self):
+        """Adapters of other names, the driver loaded without a bond: the bond is used, also by the next daemon."""
+        names = ["enp1s0", "enp2s0"]
+        for old, new in zip(("eth0", "eth1"), names):
+            run("ip", "link", "set", "dev", old, "down")
+            run("ip", "link", "set", "dev", old, "name", new)
+        run("modprobe", "bonding", "max_bonds=0")
+        self.set_bonding(True)
+        daemon = self.start_daemon()
+        wait_for("both ports", lambda: ports() == names, SETTLE_TIME)
+        address = self.wait_lease()
+        daemon.stop()
+        end_by_name("dhclient")
+        run("ip", "addr", "flush", "dev", "eth0")
+
+        self.start_daemon()
+
+        self.assertEqual(self.wait_lease(), address)
+        self.assertEqual(ports(), names)
+        say(f"a bond of {names} has its address {address}, and again after a restart of the daemon")
+
     def test_driver_missing(self):
         """Without the driver there is no bond, and eth0 serves as it is; the log says so."""
         missingmodule.hide("rtnl-link-bond")
