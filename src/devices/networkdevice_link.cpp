@@ -7,6 +7,7 @@
 #include "dhcpclients.h"
 #include "ipaddress.h"
 #include "logging.h"
+#include "routingrequest.h"
 #include "timing.h"
 #include "utils.h"
 #include "zebnetconfig.h"
@@ -21,8 +22,6 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -65,12 +64,8 @@ void TakeTimeLimit(const QByteArray &interfaceName, quint32 address, quint32 net
     request.local.rta_len = RTA_LENGTH(sizeof request.address);
     request.local.rta_type = IFA_LOCAL;
     request.address.s_addr = htonl(address);
-    const int socketFd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
-    if (socketFd == -1)
-        return;
     // At worst the address is lost when the time is over, and set again.
-    static_cast<void>(::send(socketFd, &request, sizeof request, 0));
-    ::close(socketFd);
+    static_cast<void>(SendToRouting(&request, sizeof request));
 }
 
 /// What the tool says of itself, to be told and no more: an answer decides nothing. Empty where it does what

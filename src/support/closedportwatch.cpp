@@ -3,6 +3,8 @@
 
 #include "closedportwatch.h"
 
+#include "routingrequest.h"
+
 #include <QFile>
 #include <QList>
 
@@ -13,8 +15,6 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -47,12 +47,7 @@ bool Solicit(const in_addr &neighbour, unsigned int interfaceIndex)
     request.destination.rta_len = RTA_LENGTH(sizeof neighbour);
     request.destination.rta_type = NDA_DST;
     request.address = neighbour;
-    const int socketFd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
-    if (socketFd == -1)
-        return false;
-    const bool isSent = ::send(socketFd, &request, sizeof request, 0) == sizeof request;
-    ::close(socketFd);
-    return isSent;
+    return SendToRouting(&request, sizeof request);
 }
 
 /// What the kernel knows of a neighbour (proc(5)): flag 2 where its hardware address is, 0 where it did not
