@@ -70,6 +70,7 @@ private slots:
     void replacesAStaleName();
     void givesUpOnANameThatStaysTaken();
     void removesItsNameWhenClosed();
+    void closesItsSocketWhereTheProcessHasNoInput();
     void closesNothing();
     void isNotInheritedAndDoesNotBlock();
     void opensThoughItBlocks();
@@ -194,6 +195,23 @@ void TestWpaCtrlOpen::removesItsNameWhenClosed()
 
     QCOMPARE(LocalNames(), QStringList());
     QCOMPARE(TestSupport::OpenDescriptors(), descriptors);
+}
+
+void TestWpaCtrlOpen::closesItsSocketWhereTheProcessHasNoInput()
+{
+    FakeSupplicant supplicant;
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    Ctrl ctrl = Open();
+    QVERIFY(ctrl);
+    QCOMPARE(ctrl->s, 0);
+
+    ctrl.reset();
+
+    const bool isClosed = fcntl(0, F_GETFD) == -1;
+    dup2(input, STDIN_FILENO);
+    close(input);
+    QVERIFY(isClosed);
 }
 
 void TestWpaCtrlOpen::closesNothing()

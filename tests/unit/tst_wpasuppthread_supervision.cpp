@@ -31,6 +31,7 @@ private slots:
     void startsCountingFailuresAfresh();
     void countsTwiceWithoutConnection();
     void stopsAfterThirtyOneTicksWithoutConnection();
+    void successDoesNotCallTheGivingUpOff();
     void reportsThePasswordWhileItGivesUp();
     void countsOnFromAnOddCount();
     void goesOnWithoutConnectionWhileAssociated();
@@ -166,6 +167,28 @@ void TestWpaSuppThreadSupervision::stopsAfterThirtyOneTicksWithoutConnection()
     supervisor->Tick();
     QVERIFY(!supervisor->IsRunning());
     QCOMPARE(TestSupport::Journal(), QStringList());
+}
+
+void TestWpaSuppThreadSupervision::successDoesNotCallTheGivingUpOff()
+{
+    // The stop before this one waited for a success.
+    supervisor->Supervise();
+    supervisor->Stop(WpaSuppThread::STOP_GIVEN_UP);
+    supervisor->Tick();
+    QVERIFY(!supervisor->IsRunning());
+    supplicant.reset();
+    supervisor->Supervise();
+    supervisor->NoteCounts(5, 60);
+    // Of the sixth failure there is a new control object, and only that finds this name.
+    supplicant = std::make_unique<FakeSupplicant>();
+    supervisor->AimAt(QStringLiteral("/var/run/wpa_supplicant/wlan0"));
+    supervisor->Tick();
+    QVERIFY(supervisor->IsStopRequested() && supervisor->IsControlOpen());
+    QVERIFY(supplicant->SendEvent("<3>CTRL-EVENT-CONNECTED - Connection to x completed"));
+
+    supervisor->Tick();
+
+    QVERIFY(!supervisor->IsRunning());
 }
 
 void TestWpaSuppThreadSupervision::reportsThePasswordWhileItGivesUp()
