@@ -37,6 +37,8 @@ private slots:
     void deathIsNewsAfterTenMinutesOfPeace_data();
     void deathIsNewsAfterTenMinutesOfPeace();
     void noticesADeathAfterTheSocketWasLost();
+    void deathWaitsForTheStepThatIsDue_data();
+    void deathWaitsForTheStepThatIsDue();
     void staysWithAProcessThatLostItsSocket();
     void noticesNoDeathOfTheOneBefore();
     void followsTheOneThatItConnectsAnewTo();
@@ -170,6 +172,33 @@ void TestWpaSuppThreadProcess::noticesADeathAfterTheSocketWasLost()
     supervisor->Tick();
 
     QVERIFY(!supervisor->IsRunning());
+}
+
+void TestWpaSuppThreadProcess::deathWaitsForTheStepThatIsDue_data()
+{
+    QTest::addColumn<bool>("isEnding");
+    QTest::addColumn<bool>("isStarting");
+    QTest::newRow("end") << true << false;
+    QTest::newRow("start") << false << true;
+    QTest::newRow("new configuration") << false << false;
+}
+
+void TestWpaSuppThreadProcess::deathWaitsForTheStepThatIsDue()
+{
+    QFETCH(bool, isEnding);
+    QFETCH(bool, isStarting);
+    supervisor->Supervise();
+    if (isEnding)
+        supervisor->ExpectEnd();
+    else if (isStarting)
+        supervisor->ExpectSupplicant();
+    else
+        supervisor->Reconfigure();
+
+    supplicant->Kill();
+    supervisor->Tick();
+
+    QVERIFY(!TestSupport::LogText().contains("Terminating"));
 }
 
 void TestWpaSuppThreadProcess::staysWithAProcessThatLostItsSocket()
