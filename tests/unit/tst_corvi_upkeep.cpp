@@ -47,6 +47,7 @@ private Q_SLOTS:
     void lostStaticAddressIsSetAgain();
     void staticAddressLostAtOnceIsSetAgain();
     void lostDefaultRouteIsSetAgain();
+    void defaultRouteThatIsLostAgainIsNews();
     void defaultRouteThatCannotBeSetWaits();
     void gatewayOutOfReachCostsNobodyHisRoute();
     void gatewayThatIsNoAddressIsTold();
@@ -403,6 +404,22 @@ void TestCorviUpkeep::lostDefaultRouteIsSetAgain()
     Forget();
     corvi.Tick(3);
     QCOMPARE(Journal(), QStringList());
+}
+
+void TestCorviUpkeep::defaultRouteThatIsLostAgainIsNews()
+{
+    UseWorkingRoute();
+    CorviPeer corvi(LAN_STATIC, {"eth0"}, SET_UP);
+    corvi.Tick();
+
+    for (int i = 0; i < 2; ++i) {
+        Forget();
+        RealIp({"route", "del", "default"});
+        corvi.Tick(2);
+
+        QCOMPARE(LogLines(), QStringList{"NetworkDevice::KeepStaticAddress - the default route is missing, "
+                                         "setting it again on eth0"});
+    }
 }
 
 void TestCorviUpkeep::defaultRouteThatCannotBeSetWaits()
