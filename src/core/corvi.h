@@ -330,6 +330,7 @@ private:
     bool IsSupplicantActive() const;
     void StopUnneededSupplicant();
     bool Contributes(const NetworkDevice *d) const;
+    bool IsAssociationOver() const;
     void TellOfMissingFiles(const QStringList &lines);
 
     // The segment

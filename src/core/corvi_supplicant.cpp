@@ -156,7 +156,7 @@ void Corvi::onAssociatedChanged(bool state)
     if (wirelessDevice) {
         wirelessDevice->RefreshStatus();
         SendAssociationMessage(wirelessDevice, state);
-        if (!state)
+        if (!state || IsAssociationOver())
             return;
         Configure(wirelessDevice);
         Utils::Execute(QStringLiteral("killall"), {QStringLiteral("-9"), QStringLiteral("on_wifi_assoc")},
@@ -168,11 +168,22 @@ void Corvi::onAssociatedChanged(bool state)
     } else if (wiredDevice) {
         Log(Level::TRACE) << "Wireless device not defined";
         SendAssociationMessage(wiredDevice, state);
-        if (state)
+        if (state && !IsAssociationOver())
             Configure(wiredDevice);
     } else {
         Log(Level::TRACE) << "Wireless and Wired devices not defined";
     }
+}
+
+/// The configuration before this one may have kept us for many seconds, while an access point let us in and
+/// threw us out again and again: each of these would take the address away that the last one has.
+bool Corvi::IsAssociationOver() const
+{
+    if (!supThread->IsEndUnread())
+        return false;
+    Log(Level::TRACE) << "Corvi::onAssociatedChanged"
+                      << "over again";
+    return true;
 }
 
 void Corvi::onWifiConnected()

@@ -8,8 +8,8 @@
 #include "wpactrl.h"
 
 #include <QSocketNotifier>
-#include <QStringList>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -113,6 +113,7 @@ void WpaSupplicantControl::Disconnect()
         notifier->disconnect(this);
     delete notifier;
     connection.reset();
+    unread.clear();
     open = false;
 }
 
@@ -186,22 +187,41 @@ void WpaSupplicantControl::ReadMessage()
 {
     // One datagram: the notifier speaks again when more is waiting.
     if (const std::optional<QString> message = Receive())
-        PassOn(*message);
+        unread.append(*message);
+    PassOnUnread();
 }
 
 void WpaSupplicantControl::ReadWaiting()
 {
-    // All are received first: an event may keep its listener busy for as long as a DHCP attempt takes, and
-    // what comes in meanwhile is left to the notifier.
-    QStringList messages;
-    while (messages.size() < WAITING_LIMIT) {
+    ReadAhead();
+    PassOnUnread();
+}
+
+bool WpaSupplicantControl::IsWaiting(const QString &prefix)
+{
+    ReadAhead();
+    // The notifier knows nothing of what has been received.
+    QMetaObject::invokeMethod(this, "PassOnUnread", Qt::QueuedConnection);
+    return std::any_of(unread.cbegin(), unread.cend(),
+                       [&prefix](const QString &message) { return message.startsWith(prefix); });
+}
+
+void WpaSupplicantControl::ReadAhead()
+{
+    while (unread.size() < WAITING_LIMIT) {
         const std::optional<QString> message = Receive();
         if (!message)
             break;
-        messages.append(*message);
+        unread.append(*message);
     }
-    for (const QString &message : qAsConst(messages))
-        PassOn(message);
+}
+
+/// Those that are there now: an event may keep its listener busy for as long as a DHCP attempt takes, and the
+/// ticks have their turn before what comes in meanwhile.
+void WpaSupplicantControl::PassOnUnread()
+{
+    for (auto left = unread.size(); left > 0 && !unread.isEmpty(); --left)
+        PassOn(unread.takeFirst());
 }
 
 /// One datagram up to its first zero byte; nothing when none is waiting.

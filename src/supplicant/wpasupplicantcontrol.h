@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 #include <optional>
@@ -43,6 +44,9 @@ public:
     void closeControlInterface();
     /// Passes on the events that are still unread: those that a command meets while it waits are lost.
     void ReadWaiting();
+    /// Whether an event that begins so waits to be passed on. For one who is told of an event and asks
+    /// whether it still holds: the order of the events stays.
+    bool IsWaiting(const QString &prefix);
     /// Closes without a word to the supplicant, whose answer might have to be waited for.
     void Disconnect();
     bool isCtrlOpen() const;
@@ -70,11 +74,13 @@ signals:
 
 private slots:
     void ReadMessage();
+    void PassOnUnread();
 
 private:
     void TellOfRemoval();
     bool ConnectAnew();
     std::optional<QString> Receive();
+    void ReadAhead();
     void PassOn(const QString &message);
     void Listen();
 
@@ -85,6 +91,7 @@ private:
     QByteArray socketPath;                                      ///< the supplicant's, in the local encoding
     std::unique_ptr<wpa_ctrl, void (*)(wpa_ctrl *)> connection; ///< null when closed
     QPointer<QSocketNotifier> notifier;                         ///< for the connection; owned as a child
+    QStringList unread;                                         ///< received, and not passed on yet
     bool open = false;             ///< the supplicant has accepted us: its events come here
     [[maybe_unused]] Logging *log; ///< kept: the lines go through Log
 };

@@ -20,9 +20,6 @@ constexpr int OPEN_FAILURE_LIMIT = 6;
 /// Ticks without an association after which a supplicant that cannot be reached is stopped; a tick without a
 /// control connection counts twice, so that takes about 30 s.
 constexpr int UNASSOCIATED_LIMIT = 61;
-/// Ticks with a control connection and without a word of it, after which a new supplicant is asked whether it
-/// was connected before we listened. It is not asked at once: most are not yet, and their word is on its way.
-constexpr int LATE_STATUS_TICKS = 5;
 /// Ticks with a control connection after which a start was a good one, though nobody has let us in.
 constexpr int PROOF_TICKS = 60;
 /// Connected for so long, a supplicant is over what its predecessors died of: what ends the next one is news.
@@ -244,7 +241,7 @@ void WpaSuppThread::TickStarting()
     startPending = false;
     running = true;
     restarting = false;
-    ticksToLateStatus = LATE_STATUS_TICKS;
+    AskForStatusLater();
     hasLeftNetworks = false;
 }
 

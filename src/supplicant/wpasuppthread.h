@@ -65,6 +65,8 @@ public:
     /// Reads what the supplicant has said and nobody has heard yet; associatedChanged() may come before this
     /// returns. For a decision that a success in it would change.
     void HearUnread();
+    /// Whether the end of the connection of which associatedChanged() tells waits behind that event.
+    bool IsEndUnread();
     /// Whether the supplicant is connected and associatedChanged() has not said so, as the event was missed:
     /// it came while the reply to a command was awaited, before we listened, or while the control connection
     /// was lost. A success that is taken counts as told; its event, should it come after all, is no second
@@ -196,6 +198,7 @@ private:
     // Events and the status
     void CheckStatus();
     void CheckStatusIfRequested();
+    void AskForStatusLater();
     void CheckStatusLate();
     void AskAgainForStatus();
     Missed WhatWasMissed() const;
@@ -275,6 +278,7 @@ private:
     Missed missed = Missed::NOTHING;
     RetryPause statusPause{RetryPause::First::AT_ONCE}; ///< while nobody answers what was missed
     int takenUpTicks = 0;          ///< for which the event of a success told without it is none of its own
+    bool endWasUnread = false;     ///< the service was busy while the connection came and went
     int ticksToLateStatus = 0;     ///< until the status is asked for; 0 where it need not be
     bool stopWaitsForNews = false; ///< a success makes the stop pointless; counts with stopRunning alone
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it

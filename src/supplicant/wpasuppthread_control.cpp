@@ -122,6 +122,12 @@ void WpaSuppThread::HearUnread()
         control->ReadWaiting();
 }
 
+bool WpaSuppThread::IsEndUnread()
+{
+    endWasUnread = control && control->IsWaiting(QStringLiteral("<3>CTRL-EVENT-DISCONNECTED"));
+    return endWasUnread;
+}
+
 bool WpaSuppThread::TakeMissedSuccess()
 {
     const auto isMissed = [this] {

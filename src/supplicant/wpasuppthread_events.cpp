@@ -20,6 +20,10 @@ const QString BAD_PASSWORD = QStringLiteral("BadPassword");
 /// What it said before we were connected to it was missed, but a refusal follows soon.
 constexpr int ALONE_MS = 20000;
 
+/// Ticks with a control connection after which the supplicant is asked whether it is connected, where it has
+/// not said so. It is not asked at once: mostly it is not yet, and its word is on its way.
+constexpr int LATE_STATUS_TICKS = 5;
+
 /// In seconds, from the end of a supplicant to the launch of the next one that need not wait: the hold-off,
 /// and the 7 s that a start takes.
 constexpr int START_LIMIT_S = 15;
@@ -166,6 +170,9 @@ void WpaSuppThread::OnDisconnected()
     statusText = QStringLiteral("Disconnected");
     NoteDisconnected();
     TellAssociation(false);
+    // Of many words at once the last ones may have found no room in the queue.
+    if (std::exchange(endWasUnread, false))
+        AskForStatusLater();
 }
 
 void WpaSuppThread::NoteDisconnected()
@@ -288,6 +295,11 @@ void WpaSuppThread::CheckStatusIfRequested()
     // The status makes us associated without a signal, so the event that tells of it must not be lost.
     control->ReadWaiting();
     CheckStatus();
+}
+
+void WpaSuppThread::AskForStatusLater()
+{
+    ticksToLateStatus = LATE_STATUS_TICKS;
 }
 
 /// The ticks that a start, which blocks the main thread, has held up follow each other at once: they are no

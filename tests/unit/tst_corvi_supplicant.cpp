@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fakesupplicant.h"
 #include "mountpoint.h"
 
 #include "zebnetstatus.h"
@@ -61,6 +62,8 @@ private Q_SLOTS:
     void associationConfiguresWireless();
     void everyAssociationConfiguresAgain_data();
     void everyAssociationConfiguresAgain();
+    void onlyTheLastOfManyAssociationsConfigures_data();
+    void onlyTheLastOfManyAssociationsConfigures();
     void lossOfAssociationIsOnlyReported();
     void associationOfAWiredDevice_data();
     void associationOfAWiredDevice();
@@ -435,6 +438,46 @@ void TestCorviSupplicant::everyAssociationConfiguresAgain()
     QCOMPARE(DhcpAttempts(), 2);
     // With an address or without, the platform is told that the radio is connected.
     QTRY_COMPARE(JournalOf("on_wifi_assoc").size(), 2);
+}
+
+void TestCorviSupplicant::onlyTheLastOfManyAssociationsConfigures_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArrayList>("words");
+    QTest::addColumn<int>("attempts");
+    const QByteArray in = "<3>CTRL-EVENT-CONNECTED - ";
+    const QByteArray out = "<3>CTRL-EVENT-DISCONNECTED reason=3";
+    for (const char *const name : {"wlan0", "eth0"}) {
+        QTest::addRow("%s, let in at last", name) << name << QByteArrayList({in, out, in, out, in}) << 1;
+        QTest::addRow("%s, thrown out at last", name) << name << QByteArrayList({in, out, in, out}) << 0;
+        QTest::addRow("%s, let in twice", name) << name << QByteArrayList({in, in}) << 2;
+    }
+}
+
+/// They have come while the service was busy.
+void TestCorviSupplicant::onlyTheLastOfManyAssociationsConfigures()
+{
+    QFETCH(QString, name);
+    QFETCH(QByteArrayList, words);
+    QFETCH(int, attempts);
+    MakeMachine(name == "wlan0" ? WLAN : LAN_DHCP, {name});
+    UseDhcpServer();
+    BringUp(name);
+    FakeSupplicant supplicant(name);
+    CorviPeer corvi(DISCOVERED);
+    if (name == "wlan0")
+        corvi.PickWireless(name);
+    else
+        corvi.AdoptWired(name);
+    Supervisor::Connect(name);
+    Forget();
+    for (const QByteArray &word : qAsConst(words))
+        QVERIFY(supplicant.SendEvent(word));
+
+    WpaSuppThread::GetInstance()->HearUnread();
+
+    QCOMPARE(DhcpAttempts(), attempts);
+    QVERIFY(name == "eth0" || attempts > 0 || JournalOf("killall").isEmpty());
 }
 
 void TestCorviSupplicant::lossOfAssociationIsOnlyReported()

@@ -48,6 +48,12 @@ private slots:
     void emitsUpToTheFirstZeroByte();
     void cutsLongEvents();
     void readsOneDatagramAtATime();
+    void knowsWhatWaitsBehindAnEvent_data();
+    void knowsWhatWaitsBehindAnEvent();
+    void passesOnWhatWasOnlyLookedAt();
+    void forgetsWhatWasOnlyLookedAtWhenClosed();
+    void letsOthersInBetweenEventsThatFollowEachOther();
+    void outlivesAClosingWhileEventsWait();
     void emitsNothingAfterClosing();
     void ignoresANotificationWithoutConnection();
     void survivesItsOwnDeletionWhileItEmits();
@@ -300,6 +306,96 @@ void TestWpaSupplicantControl::readsOneDatagramAtATime()
 
     Deliver();
     QCOMPARE(events.size(), 2);
+}
+
+void TestWpaSupplicantControl::knowsWhatWaitsBehindAnEvent_data()
+{
+    QTest::addColumn<QByteArray>("last");
+    QTest::addColumn<bool>("waits");
+    QTest::newRow("the one that is asked for") << QByteArray("<3>over 1") << true;
+    QTest::newRow("another one") << QByteArray("<3>its 'over' is no beginning") << false;
+}
+
+void TestWpaSupplicantControl::knowsWhatWaitsBehindAnEvent()
+{
+    QFETCH(QByteArray, last);
+    QFETCH(bool, waits);
+    FakeSupplicant supplicant;
+    OpenControl control;
+    QStringList heard;
+    QList<bool> answers;
+    connect(&control, &WpaSupplicantControl::MessageReady, &control, [&](const QString &event) {
+        answers << control.IsWaiting(QStringLiteral("<3>over"));
+        heard << event;
+    });
+    for (const QByteArray &event : {QByteArray("<3>first"), QByteArray("<3>second"), last})
+        QVERIFY(supplicant.SendEvent(event));
+
+    QTRY_COMPARE(heard, QStringList({"<3>first", "<3>second", QString::fromLatin1(last)}));
+    QCOMPARE(answers, QList<bool>({waits, waits, false}));
+}
+
+/// By somebody whom no event told to ask.
+void TestWpaSupplicantControl::passesOnWhatWasOnlyLookedAt()
+{
+    FakeSupplicant supplicant;
+    OpenControl control;
+    const QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+    QVERIFY(supplicant.SendEvent("<3>one"));
+    QVERIFY(supplicant.SendEvent("<3>two"));
+
+    QVERIFY(control.IsWaiting(QStringLiteral("<3>two")));
+    QCOMPARE(events.size(), 0);
+    Deliver();
+
+    QCOMPARE(events.size(), 2);
+}
+
+void TestWpaSupplicantControl::forgetsWhatWasOnlyLookedAtWhenClosed()
+{
+    FakeSupplicant supplicant;
+    OpenControl control;
+    const QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+    QVERIFY(supplicant.SendEvent("<3>of the one before"));
+    QVERIFY(control.IsWaiting(QStringLiteral("<3>of")));
+
+    QVERIFY(control.openControlInterface(QStringLiteral("wlan0")));
+    Deliver();
+
+    QCOMPARE(events.size(), 0);
+}
+
+/// As the ticks.
+void TestWpaSupplicantControl::letsOthersInBetweenEventsThatFollowEachOther()
+{
+    FakeSupplicant supplicant;
+    OpenControl control;
+    int heard = 0;
+    connect(&control, &WpaSupplicantControl::MessageReady, &control, [&] {
+        if (++heard < 20)
+            QVERIFY(supplicant.SendEvent("<3>next"));
+        control.IsWaiting(QStringLiteral("<3>next"));
+    });
+    QVERIFY(supplicant.SendEvent("<3>first"));
+
+    control.ReadWaiting();
+
+    QCOMPARE(heard, 1);
+    QTRY_COMPARE(heard, 20);
+}
+
+void TestWpaSupplicantControl::outlivesAClosingWhileEventsWait()
+{
+    FakeSupplicant supplicant;
+    OpenControl control;
+    const QSignalSpy events(&control, &WpaSupplicantControl::MessageReady);
+    connect(&control, &WpaSupplicantControl::MessageReady, &control, [&] { control.Disconnect(); });
+    QVERIFY(supplicant.SendEvent("<3>first"));
+    QVERIFY(supplicant.SendEvent("<3>second"));
+
+    control.ReadWaiting();
+
+    QCOMPARE(events.size(), 1);
 }
 
 void TestWpaSupplicantControl::emitsNothingAfterClosing()

@@ -39,6 +39,7 @@ private slots:
     void reauthenticationCallsOffAStop();
     void endThatCameWithoutAConnectionIsTakenUp();
     void endThatIsOverIsNotTakenUp();
+    void successThatFoundNoRoomIsTakenUp();
 
 private:
     /// What the supplicant says until then is lost.
@@ -245,6 +246,27 @@ void TestWpaSuppThreadMissed::endThatIsOverIsNotTakenUp()
 
     QVERIFY(!supervisor->TakeMissedEnd());
     QVERIFY(supervisor->IsAssociated());
+}
+
+/// While the service was busy: the queue of its socket holds ten words, where nobody has widened it.
+void TestWpaSuppThreadMissed::successThatFoundNoRoomIsTakenUp()
+{
+    supervisor->Supervise();
+    supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
+    QVERIFY(supplicant->SendEvent(DISCONNECTED));
+    QVERIFY(supervisor->IsEndUnread());
+
+    supervisor->HearUnread();
+    supervisor->Tick(4);
+    QVERIFY(!supervisor->TakeMissedSuccess());
+    supervisor->Tick(2);
+
+    QVERIFY(supervisor->TakeMissedSuccess());
+    QCOMPARE(Asked(), 1);
+    // One that comes alone is heard.
+    supervisor->MessageReceived(QString::fromLatin1(DISCONNECTED));
+    supervisor->Tick(10);
+    QCOMPARE(Asked(), 1);
 }
 
 /// A wired supplicant says only once that it is connected, and stays so for itself when the authentication
