@@ -53,6 +53,11 @@ QList<QByteArray> SupplicantArguments(pid_t id)
     return program.startsWith("wpa_supplicant") ? arguments : QList<QByteArray>();
 }
 
+bool IsInOurNetwork(pid_t id)
+{
+    return ProcessStat::IsInOurNetwork(QByteArray::number(id));
+}
+
 /// The word that names the file to a supplicant that we launch.
 QByteArray OptionFor(const QString &configurationPath)
 {
@@ -118,8 +123,7 @@ QStringList SupplicantProcess::ForeignInterfaces(const QString &configurationPat
     for (const pid_t id : AllProcesses()) {
         const QList<QByteArray> arguments = SupplicantArguments(id);
         const QStringList theirs = InterfacesIn(arguments);
-        if (!theirs.isEmpty() && !arguments.contains(OptionFor(configurationPath)) &&
-            ProcessStat::IsInOurNetwork(QByteArray::number(id)))
+        if (!theirs.isEmpty() && !arguments.contains(OptionFor(configurationPath)) && IsInOurNetwork(id))
             names += theirs;
     }
     return names;
@@ -149,7 +153,7 @@ std::optional<bool> SupplicantProcess::IsStopped() const
 bool SupplicantProcess::IsLaunchedWith(const QString &configurationPath) const
 {
     return SupplicantArguments(id).contains(OptionFor(configurationPath)) &&
-           QFileInfo(ProcFile(id, "")).ownerId() == geteuid();
+           QFileInfo(ProcFile(id, "")).ownerId() == geteuid() && IsInOurNetwork(id);
 }
 
 void SupplicantProcess::SendSignal(int number) const

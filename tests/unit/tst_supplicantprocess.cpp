@@ -39,6 +39,7 @@ private slots:
     void knowsNothingOfAStateThatCannotBeRead();
     void knowsItsOwnByCommandLine();
     void findsItsOwn();
+    void takesNoneOfAnotherNetworkForItsOwn();
     void namesTheInterfacesOfOthers_data();
     void namesTheInterfacesOfOthers();
     void namesTheInterfaceOfTheFirstOption();
@@ -140,6 +141,21 @@ void TestSupplicantProcess::findsItsOwn()
     QCOMPARE(found.size(), size_t(1));
     QCOMPARE(found.front().Id(), supplicant.Id());
     QVERIFY(SupplicantProcess::FindWith(QStringLiteral("/etc/wpa_supplicant.conf")).empty());
+}
+
+void TestSupplicantProcess::takesNoneOfAnotherNetworkForItsOwn()
+{
+    // A container may have its own file under this name.
+    QProcess supplicant;
+    supplicant.start("unshare",
+                     {"--net", "bash", "-c",
+                      "exec -a wpa_supplicant bash -c 'echo up; read line' x -c/tmp/wpa_supplicant.conf"});
+    QVERIFY(supplicant.waitForReadyRead());
+
+    QVERIFY(SupplicantProcess::FindWith(CONFIGURATION).empty());
+
+    supplicant.closeWriteChannel();
+    QVERIFY(supplicant.waitForFinished());
 }
 
 void TestSupplicantProcess::namesTheInterfacesOfOthers_data()
