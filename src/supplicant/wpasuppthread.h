@@ -164,6 +164,7 @@ private:
     void MakeControlFolder();
     void ClearName(const QString &path);
     void LaunchSupplicant();
+    void BringUpWiredLink();
     bool HasConfiguration();
     QString DebugOption() const;
     bool WantsEapFastProgram() const;

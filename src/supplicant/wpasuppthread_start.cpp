@@ -3,6 +3,7 @@
 
 #include "wpasuppthread.h"
 
+#include "interfacekind.h"
 #include "logging.h"
 #include "paths.h"
 #include "securefile.h"
@@ -11,6 +12,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <net/if.h>
 #include <sys/stat.h>
 
 namespace {
@@ -144,6 +146,7 @@ void WpaSuppThread::LaunchSupplicant()
     Log(Level::TRACE) << " WpaSuppThread::Start execute" << program << arguments;
     Log(Level::TRACE) << " WpaSuppThread::Start Driver=" << driver << wired;
     EndLeftOvers();
+    BringUpWiredLink();
     eapQuiet.start();
     const QStringList response = Utils::Execute(program, arguments, false);
     // A supplicant that starts has nothing to say.
@@ -154,6 +157,16 @@ void WpaSuppThread::LaunchSupplicant()
     terminateAcknowledged = false;
     startingSupplicant = true;
     startPending = true;
+}
+
+/// A supplicant that finds the link down takes it down again when it ends. The next one would find it so, and
+/// as each end loses the carrier, which asks for another start, none would stay. Whoever wants the link down
+/// cannot have it: each tick brings it up.
+void WpaSuppThread::BringUpWiredLink()
+{
+    const QByteArray flags = LinkAttribute(interface, "flags");
+    if (wired && !flags.isEmpty() && (flags.toUInt(nullptr, 16) & IFF_UP) == 0)
+        Utils::Execute(QStringLiteral("ifconfig"), {interface, QStringLiteral("up")}, false);
 }
 
 /// Another user's file does not count: root would run the supplicant by it. Without one the start has failed.

@@ -1,12 +1,14 @@
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 The Corvi developers
-"""A supplicant that is in the way of a start: stopped, missing, or left behind by an earlier daemon."""
+"""What is in the way of a start: a supplicant that is stopped, missing, or left behind by an earlier daemon, or a link
+that somebody has taken down."""
 
 import signal
+import time
 from pathlib import Path
 
-from dot1x import GAVE_UP, LEFT_OVER, Dot1xTest, peap, socket_files, supplicants
-from harness import LOG, holds_for, main, wait_for, wired, write_store
+from dot1x import GAVE_UP, LAUNCHED, LEFT_OVER, Dot1xTest, SupervisedTest, peap, socket_files, supplicants
+from harness import LOG, addresses, holds_for, main, read, run, wait_for, wired, write_store
 
 PROGRAM = Path("/usr/sbin/wpa_supplicant")
 
@@ -45,6 +47,21 @@ class Missing(Dot1xTest):
         away.rename(PROGRAM)
         self.wait_authenticated(daemon)
         self.assertEqual(len(supplicants()), 1)
+
+
+class LinkDown(SupervisedTest):
+    def test_link_that_is_taken_down_before_the_launch(self):
+        def stays():
+            launches = read(LOG).count(LAUNCHED)
+            time.sleep(20)
+            return read(LOG).count(LAUNCHED) == launches and len(supplicants()) == 1
+
+        self.daemon.rescan()
+        self.daemon.wait_logged("need to make sure it stops before continuing", count=2, timeout=30)
+        run("ip", "link", "set", "eth0", "down")
+
+        wait_for("a supplicant that stays", stays, 90)
+        self.assertTrue(self.server.serves(addresses("eth0")[0]))
 
 
 class LeftBehind(Dot1xTest):

@@ -3,6 +3,7 @@
 
 // Stopping and launching the supplicant, without the 7.1 s of a restart.
 
+#include "fakesysnet.h"
 #include "supervisorworld.h"
 #include "wpasupplicantcontrol.h"
 
@@ -50,6 +51,8 @@ private slots:
     void launchesNothingWithoutConfiguration();
     void launchesOnTheNameOfASocket();
     void recomputesWired();
+    void bringsUpAWiredLinkBeforeTheLaunch_data();
+    void bringsUpAWiredLinkBeforeTheLaunch();
     void launchesThoughTheProgramIsMissing();
     void logsTheAnswerOfTheLaunch();
     void endsAStopInOneTick();
@@ -356,6 +359,42 @@ void TestWpaSuppThreadStart::recomputesWired()
     supervisor.AimAt(QStringLiteral("eth0"), QStringLiteral("Wired"));
     supervisor.LaunchSupplicant();
     QVERIFY(!supervisor.IsWired());
+}
+
+void TestWpaSuppThreadStart::bringsUpAWiredLinkBeforeTheLaunch_data()
+{
+    QTest::addColumn<QString>("driver");
+    QTest::addColumn<QByteArray>("flags");
+    QTest::addColumn<QStringList>("expected");
+    const QStringList broughtUp{"ifconfig", "wpa_supplicant"};
+    const QStringList onlyLaunched{"wpa_supplicant"};
+    QTest::newRow("down") << "wired" << QByteArray("0x1002\n") << broughtUp;
+    QTest::newRow("up") << "wired" << QByteArray("0x1003\n") << onlyLaunched;
+    QTest::newRow("not there") << "wired" << QByteArray() << onlyLaunched;
+    // The supplicant brings a radio up and takes it down, and no other start comes of that.
+    QTest::newRow("a radio") << "nl80211,wext" << QByteArray("0x1002\n") << onlyLaunched;
+}
+
+void TestWpaSuppThreadStart::bringsUpAWiredLinkBeforeTheLaunch()
+{
+    QFETCH(QString, driver);
+    QFETCH(QByteArray, flags);
+    FakeSysNet folder;
+    if (!flags.isEmpty()) {
+        folder.Add(QStringLiteral("eth0"));
+        folder.Write(QStringLiteral("eth0/flags"), flags);
+    }
+    WpaSuppThreadPeer supervisor;
+    supervisor.AimAt(QStringLiteral("eth0"), driver);
+
+    supervisor.LaunchSupplicant();
+
+    const QStringList journal = TestSupport::Journal();
+    QStringList programs;
+    for (const QString &line : journal)
+        programs << line.section(QLatin1Char(' '), 0, 0);
+    QTEST(programs, "expected");
+    QVERIFY(programs.size() == 1 || journal.first() == QStringLiteral("ifconfig eth0 up"));
 }
 
 void TestWpaSuppThreadStart::launchesThoughTheProgramIsMissing()
