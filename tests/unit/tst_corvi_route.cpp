@@ -192,14 +192,14 @@ void TestCorviRoute::routeBehindAnotherIsLearnt()
 {
     MakeTunnel();
     RealIp({"route", "add", "default", "dev", "vpn0"});
-    RealIp({"route", "add", "default", "via", "10.0.0.1", "dev", "eth0", "metric", "5"});
+    RealIp({"route", "add", "default", "via", "10.0.0.1", "dev", "eth0", "metric", "1"});
     corvi->WiredDevice()->KeepLeasedRoute();
     Forget();
 
     RealIp({"route", "flush", "default"});
     corvi->WiredDevice()->KeepLeasedRoute();
 
-    QCOMPARE(Journal(), QStringList{"ip route replace default via 10.0.0.1 dev eth0 metric 5"});
+    QCOMPARE(Journal(), QStringList{"ip route replace default via 10.0.0.1 dev eth0 metric 1"});
 }
 
 void TestCorviRoute::tunnelThatTakesEveryAddressIsLeftAlone()

@@ -247,7 +247,9 @@ void TestWpaSuppThreadNetworks::leftNetworksThatStayLeftAreTakenBackLater()
     supplicant->SetReply("ENABLE_NETWORK all", "FAIL\n");
     supplicant->ClearCommands();
 
-    supervisor->Tick(60);
+    supervisor->Tick(59);
+    QCOMPARE(SentAfterStatus(), QStringList{ENABLE_ALL});
+    supervisor->Tick();
 
     QCOMPARE(SentAfterStatus(), QStringList({ENABLE_ALL, ENABLE_ALL}));
 }
