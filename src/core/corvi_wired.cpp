@@ -6,11 +6,13 @@
 #include "journal.h"
 #include "logging.h"
 #include "networkdevice.h"
+#include "paths.h"
 #include "sleeptime.h"
 #include "supplicantdecisions.h"
 #include "wpasuppthread.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <chrono>
 
@@ -22,6 +24,13 @@ const QString REFRESH_FLAG = QStringLiteral("/tmp/refresh_network");
 
 /// The clocks that tell of a sleep differ by microseconds without one.
 constexpr std::chrono::seconds SHORTEST_SLEEP{1};
+
+/// Whether the one works through the other, as a VLAN or somebody's bond through an adapter
+/// (Documentation/ABI/testing/sysfs-class-net: the kernel links each to the other).
+bool IsBelow(const QString &lower, const QString &upper)
+{
+    return QFileInfo(SYS_NET + lower + QStringLiteral("/upper_") + upper).isSymLink();
+}
 
 } // namespace
 
@@ -82,7 +91,8 @@ void Corvi::TellOfQuietLink()
 /// The first wired device whose link carries. A second one that carries too is stopped, and stays stopped
 /// for as long as the first one carries; with none that carries, every device is brought up. A port of
 /// somebody's bridge is neither: stopped, it would take the carrier from the bridge, and with the address
-/// instead of the bridge it would be deaf.
+/// instead of the bridge it would be deaf. Nor is one that the first one works through: with the carrier of
+/// the first one it would be chosen, and stopped, again and again.
 NetworkDevice *Corvi::ChooseWiredDevice()
 {
     NetworkDevice *chosen = nullptr;
@@ -99,7 +109,8 @@ NetworkDevice *Corvi::ChooseWiredDevice()
         if (!chosen && carries) {
             chosen = device;
             Log(Level::VERBOSE) << "Corvi::WiredNetworkSetup:: " << device->name << "active";
-        } else if (chosen && !device->isBridgePort && (device->isRunning || device->stopped)) {
+        } else if (chosen && !device->isBridgePort && !IsBelow(device->name, chosen->name) &&
+                   (device->isRunning || device->stopped)) {
             if (device->isRunning)
                 LogOnce(alsoUpReport, device->name) << "Corvi::WiredNetworkSetup:: " << chosen->name
                                                     << " is up but " << device->name << "is also up.";

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 The Corvi developers
 
 #include "corvipeer.h"
+#include "fakesysnet.h"
 
 #include <QSignalSpy>
 
@@ -44,6 +45,8 @@ private Q_SLOTS:
     void missingDeviceIsSkipped();
     void portOfABridgeIsNotChosen();
     void portOfABridgeIsNotStopped();
+    void deviceBelowTheFirstOneIsNotStopped_data();
+    void deviceBelowTheFirstOneIsNotStopped();
     void deviceThatIsDownIsStarted();
     void secondCableIsStopped();
     void manyLinksAreToldOfInAFewLines();
@@ -148,6 +151,32 @@ void TestCorviWired::portOfABridgeIsNotStopped()
     QVERIFY(!corvi.Device("eth1")->stopped);
     QCOMPARE(JournalOf("ifconfig eth1"), QStringList());
     QCOMPARE(LogLines().filter("is also up"), QStringList());
+}
+
+void TestCorviWired::deviceBelowTheFirstOneIsNotStopped_data()
+{
+    QTest::addColumn<QString>("upper");
+    QTest::addColumn<bool>("isStopped");
+    QTest::newRow("below it") << "eth0" << false;
+    QTest::newRow("below another") << "data0" << true;
+}
+
+/// As the adapter of a VLAN, whose carrier goes with its own.
+void TestCorviWired::deviceBelowTheFirstOneIsNotStopped()
+{
+    QFETCH(QString, upper);
+    CorviPeer corvi(LAN_STATIC, {"eth0", "eth1"}, DISCOVERED);
+    FakeSysNet folder;
+    folder.Add("eth1");
+    folder.Write("eth0/carrier", "1\n");
+    folder.Write("eth1/carrier", "1\n");
+    QVERIFY(QFile::link("../" + upper, FakeSysNet::Path("eth1/upper_" + upper)));
+    Forget();
+
+    QVERIFY(corvi.WiredNetworkSetup());
+
+    QTEST(corvi.Device("eth1")->stopped, "isStopped");
+    QTEST(!JournalOf("ifconfig eth1").isEmpty(), "isStopped");
 }
 
 void TestCorviWired::deviceThatIsDownIsStarted()
