@@ -18,6 +18,7 @@ void Corvi::Configure(NetworkDevice *d)
 {
     d->ConfigureNetwork(true);
     lastConfigured = d->name;
+    hasConfigured = true;
 }
 
 void Corvi::ConfigureModem(Modem *modem)

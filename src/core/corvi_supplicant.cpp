@@ -176,10 +176,11 @@ void Corvi::onAssociatedChanged(bool state)
 }
 
 /// The configuration before this one may have kept us for many seconds, while an access point let us in and
-/// threw us out again and again: each of these would take the address away that the last one has.
+/// threw us out again and again: each of these would take the address away that the last one has. While
+/// nobody was kept, each is configured.
 bool Corvi::IsAssociationOver() const
 {
-    if (!supThread->IsEndUnread())
+    if (!hasConfigured || !supThread->IsEndUnread())
         return false;
     Log(Level::TRACE) << "Corvi::onAssociatedChanged"
                       << "over again";

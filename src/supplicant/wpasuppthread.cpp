@@ -120,6 +120,7 @@ void WpaSuppThread::Reinit()
     restarting = false;
     missed = Missed::NOTHING;
     ticksToLateStatus = 0;
+    endWasUnread = false;
     ssid.clear();
 }
 

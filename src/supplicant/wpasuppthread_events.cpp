@@ -50,7 +50,8 @@ void WpaSuppThread::MessageReceived(const QString &message)
         Log(Level::TRACE) << "WpaSuppThread::MessageReceived --" << message;
     if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-"))) {
         eapQuiet.start();
-        ticksToLateStatus = 0;
+        // Of many words at once the success may have found no room, though these came before it.
+        ticksToLateStatus = endWasUnread && ticksToLateStatus > 0 ? LATE_STATUS_TICKS : 0;
     }
     if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-SUCCESS")))
         TakeUpReauthentication();
@@ -133,6 +134,7 @@ void WpaSuppThread::TellAssociation(bool state)
     missed = Missed::NOTHING;
     takenUpTicks = 0;
     ticksToLateStatus = 0;
+    endWasUnread = endWasUnread && !state;
     emit associatedChanged(state);
 }
 
@@ -171,7 +173,7 @@ void WpaSuppThread::OnDisconnected()
     NoteDisconnected();
     TellAssociation(false);
     // Of many words at once the last ones may have found no room in the queue.
-    if (std::exchange(endWasUnread, false))
+    if (endWasUnread)
         AskForStatusLater();
 }
 
@@ -310,9 +312,11 @@ void WpaSuppThread::CheckStatusLate()
         return;
     if (ticksToLateStatus == 1)
         HearUnread(); // Its word may be there: then nothing is left to count.
-    if (ticksToLateStatus == 0 || --ticksToLateStatus > 0 || connectionTold)
+    if (ticksToLateStatus == 0 || --ticksToLateStatus > 0)
         return;
-    MayHaveMissed();
+    endWasUnread = false;
+    if (!connectionTold)
+        MayHaveMissed();
 }
 
 /// Where the status was not answered, what was missed is still unknown. Pauses, as each question keeps the

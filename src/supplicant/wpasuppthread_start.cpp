@@ -160,8 +160,7 @@ void WpaSuppThread::LaunchSupplicant()
 }
 
 /// A supplicant that finds the link down takes it down again when it ends. The next one would find it so, and
-/// as each end loses the carrier, which asks for another start, none would stay. Whoever wants the link down
-/// cannot have it: each tick brings it up.
+/// as each end loses the carrier, which asks for another start, none would stay.
 void WpaSuppThread::BringUpWiredLink()
 {
     const QByteArray flags = LinkAttribute(interface, "flags");

@@ -39,6 +39,7 @@ private slots:
     void reauthenticationCallsOffAStop();
     void endThatCameWithoutAConnectionIsTakenUp();
     void endThatIsOverIsNotTakenUp();
+    void successThatFoundNoRoomIsTakenUp_data();
     void successThatFoundNoRoomIsTakenUp();
 
 private:
@@ -249,11 +250,20 @@ void TestWpaSuppThreadMissed::endThatIsOverIsNotTakenUp()
 }
 
 /// While the service was busy: the queue of its socket holds ten words, where nobody has widened it.
+void TestWpaSuppThreadMissed::successThatFoundNoRoomIsTakenUp_data()
+{
+    QTest::addColumn<QList<QByteArray>>("events");
+    QTest::newRow("after an end") << QList<QByteArray>{DISCONNECTED};
+    QTest::newRow("after the way to it") << QList<QByteArray>{DISCONNECTED, "<3>CTRL-EVENT-EAP-STARTED"};
+}
+
 void TestWpaSuppThreadMissed::successThatFoundNoRoomIsTakenUp()
 {
+    QFETCH(QList<QByteArray>, events);
     supervisor->Supervise();
     supplicant->SetReply("STATUS", "wpa_state=COMPLETED\n");
-    QVERIFY(supplicant->SendEvent(DISCONNECTED));
+    for (const QByteArray &event : qAsConst(events))
+        QVERIFY(supplicant->SendEvent(event));
     QVERIFY(supervisor->IsEndUnread());
 
     supervisor->HearUnread();
