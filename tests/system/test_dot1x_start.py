@@ -8,7 +8,7 @@ import time
 from pathlib import Path
 
 from dot1x import GAVE_UP, LAUNCHED, LEFT_OVER, Dot1xTest, SupervisedTest, peap, socket_files, supplicants
-from harness import LOG, addresses, holds_for, main, read, run, wait_for, wired, write_store
+from harness import LOG, holds_for, main, read, run, wait_for, wired, write_store
 
 PROGRAM = Path("/usr/sbin/wpa_supplicant")
 
@@ -61,7 +61,7 @@ class LinkDown(SupervisedTest):
         run("ip", "link", "set", "eth0", "down")
 
         wait_for("a supplicant that stays", stays, 90)
-        self.assertTrue(self.server.serves(addresses("eth0")[0]))
+        self.wait_address("eth0", self.server.serves)
 
 
 class LeftBehind(Dot1xTest):

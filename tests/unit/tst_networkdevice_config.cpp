@@ -411,6 +411,7 @@ void TestNetworkDeviceConfig::gatewayThatIsTheDeviceItselfIsTold()
         TestSupport::LogLines().filter("NetworkDevice::TellOfOwnGateway - the default route leads to no "
                                        "other host on eth0: the gateway ");
     QTEST(int(told.size()), "times");
+    QCOMPARE(told.filter("the gateway 10.0.0.9 is its own address"), told);
 }
 
 void TestNetworkDeviceConfig::leasedGatewayThatIsTheDeviceItselfIsTold()
