@@ -155,7 +155,6 @@ void Corvi::RequestReload()
 void Corvi::LoopTimerTimeout()
 {
     serviceManager.TellAlive();
-    hasConfigured = false;
     if (!loopStarted) {
         log->LogMessage(QStringLiteral("Corvi::LoopTimer started"), false);
         loopStarted = true;

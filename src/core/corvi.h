@@ -194,11 +194,10 @@ private:
     std::unique_ptr<BondedDevice> bondedDevice;
     bool modemStarted = false;       ///< the modem in use was started and told to connect
     ClosedPortWatch closedPortWatch; ///< of the wired device, while it is in its fallback
-    RetryPause wiredRetry;      ///< of the wired device's DHCP attempts; a new link or device begins it anew
-    RetryPause wirelessRetry;   ///< of the wireless device's DHCP attempts
-    int departures = 0;         ///< from wireless networks that gave no address, since one gave one
-    QString lastConfigured;     ///< the interface that has the default route; stays over a rescan
-    bool hasConfigured = false; ///< since the last tick began: what the supplicant said meanwhile has waited
+    RetryPause wiredRetry;    ///< of the wired device's DHCP attempts; a new link or device begins it anew
+    RetryPause wirelessRetry; ///< of the wireless device's DHCP attempts
+    int departures = 0;       ///< from wireless networks that gave no address, since one gave one
+    QString lastConfigured;   ///< the interface that has the default route; stays over a rescan
     const ServiceManager serviceManager; ///< is told of the start and each tick
     /// Addresses, by interface, that could not be taken away yet.
     std::map<QString, RetryPause> leftoverPauses;

@@ -18,7 +18,6 @@ void Corvi::Configure(NetworkDevice *d)
 {
     d->ConfigureNetwork(true);
     lastConfigured = d->name;
-    hasConfigured = true;
 }
 
 void Corvi::ConfigureModem(Modem *modem)

@@ -176,11 +176,10 @@ void Corvi::onAssociatedChanged(bool state)
 }
 
 /// The configuration before this one may have kept us for many seconds, while an access point let us in and
-/// threw us out again and again: each of these would take the address away that the last one has. While
-/// nobody was kept, each is configured.
+/// threw us out again and again: each of these would take the address away that the last one has.
 bool Corvi::IsAssociationOver() const
 {
-    if (!hasConfigured || !supThread->IsEndUnread())
+    if (!supThread->IsEndUnread())
         return false;
     Log(Level::TRACE) << "Corvi::onAssociatedChanged"
                       << "over again";

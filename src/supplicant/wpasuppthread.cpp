@@ -120,7 +120,6 @@ void WpaSuppThread::Reinit()
     restarting = false;
     missed = Missed::NOTHING;
     ticksToLateStatus = 0;
-    endWasUnread = false;
     ssid.clear();
 }
 

@@ -278,9 +278,9 @@ private:
     bool endUntold = false;      ///< and it has ended since then
     Missed missed = Missed::NOTHING;
     RetryPause statusPause{RetryPause::First::AT_ONCE}; ///< while nobody answers what was missed
-    int takenUpTicks = 0;          ///< for which the event of a success told without it is none of its own
-    bool endWasUnread = false;     ///< the service was busy while the connection came and went
-    int ticksToLateStatus = 0;     ///< until the status is asked for; 0 where it need not be
+    int takenUpTicks = 0;      ///< for which the event of a success told without it is none of its own
+    bool endWasUnread = false; ///< seen to wait, and the status not asked for yet: later words may be lost
+    int ticksToLateStatus = 0; ///< until the status is asked for; 0 where it need not be
     bool stopWaitsForNews = false; ///< a success makes the stop pointless; counts with stopRunning alone
     std::optional<SupplicantProcess> process; ///< the one that answered us, as the kernel names it
     int silentTicks = 0;                      ///< since it was last heard

@@ -51,7 +51,7 @@ void WpaSuppThread::MessageReceived(const QString &message)
     if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-"))) {
         eapQuiet.start();
         // Of many words at once the success may have found no room, though these came before it.
-        ticksToLateStatus = endWasUnread && ticksToLateStatus > 0 ? LATE_STATUS_TICKS : 0;
+        ticksToLateStatus = endWasUnread ? LATE_STATUS_TICKS : 0;
     }
     if (message.startsWith(QLatin1String("<3>CTRL-EVENT-EAP-SUCCESS")))
         TakeUpReauthentication();
@@ -134,7 +134,6 @@ void WpaSuppThread::TellAssociation(bool state)
     missed = Missed::NOTHING;
     takenUpTicks = 0;
     ticksToLateStatus = 0;
-    endWasUnread = endWasUnread && !state;
     emit associatedChanged(state);
 }
 
