@@ -24,7 +24,8 @@ public:
     SupplicantProcess(SupplicantProcess &&other) noexcept;
     SupplicantProcess &operator=(SupplicantProcess &&other) noexcept;
 
-    /// Those in our network that were launched with this file by our own user, by this daemon or an earlier one.
+    /// Those in our network that were launched with this file by our own user, by this daemon or an earlier
+    /// one.
     static std::vector<SupplicantProcess> FindWith(const QString &configurationPath);
 
     /// The interfaces that somebody else's supplicants work on: those that were not launched with this file.
@@ -38,7 +39,8 @@ public:
     /// Whether it is stopped, by SIGSTOP for one, or held by a debugger: it is alive and answers nobody.
     /// Nothing when that cannot be told.
     std::optional<bool> IsStopped() const;
-    /// Whether its command line, its user and its network are those of a supplicant that we launch with this file.
+    /// Whether its command line, its user and its network are those of a supplicant that we launch with this
+    /// file.
     bool IsLaunchedWith(const QString &configurationPath) const;
     void SendSignal(int number) const;
 
